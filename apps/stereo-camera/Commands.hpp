@@ -1,0 +1,18 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <functional>
+
+#include <CLI/CLI.hpp>
+
+namespace stereo::app {
+
+/// What a subcommand does once the command line is read.
+using Action = std::function<void()>;
+
+// Each adds its subcommand and returns what to do if it was chosen.
+Action addDemo(CLI::App& program);
+Action addSnapshot(CLI::App& program);
+Action addInfo(CLI::App& program);
+
+}  // namespace stereo::app

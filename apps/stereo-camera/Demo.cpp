@@ -1,0 +1,127 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
+#include <fstream>
+#include <iostream>
+#include <memory>
+
+#include "Commands.hpp"
+#include "Failure.hpp"
+#include "Page.hpp"
+#include "Products.hpp"
+#include "Source.hpp"
+#include "Watch.hpp"
+
+namespace stereo::app {
+
+namespace {
+
+struct DemoOptions {
+  SourceOptions source;
+  std::string output = "stereo-camera-demo";
+  double seconds = 4;
+  double patience = 10;
+};
+
+double since(Watch::Clock::time_point start) {
+  return std::chrono::duration<double>(Watch::Clock::now() - start).count();
+}
+
+// Reads over and over for a time, and tells how fast.
+template <typename Read>
+Timing measure(const std::string& name, double seconds, Watch& watch, Read read) {
+  std::cout << "measuring " << name << " ..." << std::endl;
+  std::vector<double> durations;
+  const auto start = Watch::Clock::now();
+  do {
+    const auto begin = Watch::Clock::now();
+    watch.run(read);
+    durations.push_back(1000 * since(begin));
+  } while (since(start) < seconds);
+  Timing timing{name, static_cast<int>(durations.size()), static_cast<double>(durations.size()) / since(start), 0, 0};
+  std::sort(durations.begin(), durations.end());
+  timing.medianMs = durations[durations.size() / 2];
+  timing.p90Ms = durations[durations.size() * 9 / 10];
+  return timing;
+}
+
+std::string text(cv::Size size) { return std::to_string(size.width) + " x " + std::to_string(size.height); }
+
+std::string text(double value, const char* unit) {
+  char line[64];
+  std::snprintf(line, sizeof line, "%.1f %s", value, unit);
+  return line;
+}
+
+std::vector<Timing> measureReads(OpenedCamera& opened, Watch& watch, double seconds) {
+  StereoCamera& camera = *opened.camera;
+  const double share = seconds / (opened.calibrated ? 4 : 2);
+  cv::Mat a;
+  cv::Mat b;
+  cv::Mat c;
+  std::chrono::microseconds stamp{0};
+  std::vector<Timing> timings;
+  timings.push_back(measure("getRawFrame", share, watch, [&] { return camera.getRawFrame(a, stamp); }));
+  timings.push_back(measure("getStereoFrame", share, watch, [&] { return camera.getStereoFrame(a, b, stamp); }));
+  if (opened.calibrated) {
+    timings.push_back(
+        measure("getRectStereoFrame (perspective)", share, watch, [&] { return camera.getRectStereoFrame(a, b); }));
+    timings.push_back(measure("getRectStereoFrame (longitude-latitude, view)", share, watch,
+                              [&] { return camera.getRectStereoFrame(a, b, c, stamp); }));
+  }
+  return timings;
+}
+
+void demo(const DemoOptions& options) {
+  makeFolder(options.output);
+  OpenedCamera opened = openCamera(options.source);
+  std::cout << "source: " << opened.description << std::endl;
+  startCapture(opened);
+  Watch watch(*opened.camera, std::chrono::milliseconds(static_cast<long>(1000 * options.patience)));
+  std::cout << "waiting for the first frame ..." << std::endl;
+  const std::vector<Picture> pictures = readPictures(opened, watch);
+  Report report;
+  report.source = opened.description;
+  report.timings = measureReads(opened, watch, options.seconds);
+  const double rate = opened.camera->getRawFrameRate();
+  report.facts = {{"raw frame", text(opened.camera->getRawFrameSize())},
+                  {"worker's pass time", text(1000 / rate, "ms")},
+                  {"worker's rate", text(rate, "a second")}};
+  if (opened.calibrated) {
+    report.facts.emplace_back("rectified eye", text(opened.rectifiedSize));
+    report.facts.emplace_back("perspective field", text(opened.horizontalField, "degrees"));
+  } else {
+    report.note = "No rectified pictures: they need a calibration (--calibration FILE).";
+    std::cout << report.note << std::endl;
+  }
+  watch.finish();
+
+  writePictures(pictures, options.output);
+  const std::filesystem::path index = std::filesystem::path(options.output) / "index.html";
+  std::ofstream file(index);
+  file << page(report, pictures);
+  file.close();
+  if (!file) {
+    throw Failure(ExitCode::output, "cannot write '" + index.string() + "'");
+  }
+  std::cout << table(report) << "wrote " << pictures.size() << " pictures; open "
+            << std::filesystem::absolute(index).lexically_normal().string() << std::endl;
+}
+
+}  // namespace
+
+Action addDemo(CLI::App& program) {
+  auto options = std::make_shared<DemoOptions>();
+  CLI::App* const command =
+      program.add_subcommand("demo", "run the camera for a moment and make a page of all that it gives");
+  options->source.addTo(*command);
+  command->add_option("-o,--output", options->output, "folder for pictures and page")->capture_default_str();
+  command->add_option("--seconds", options->seconds, "time to measure")
+      ->check(CLI::Range(0.1, 3600.0))
+      ->capture_default_str();
+  command->add_option("--patience", options->patience, "seconds without a frame after which to give up")
+      ->check(CLI::Range(0.1, 3600.0))
+      ->capture_default_str();
+  return [options] { demo(*options); };
+}
+
+}  // namespace stereo::app

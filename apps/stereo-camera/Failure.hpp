@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace stereo::app {
+
+/// What the program ends with, beside 0 for success.
+enum class ExitCode : int {
+  unexpected = 1,   ///< an error that nothing below describes
+  usage = 2,        ///< arguments that make no sense
+  source = 3,       ///< no such device, unreadable recording, unreadable settings
+  calibration = 4,  ///< calibration file unreadable, incomplete or malformed
+  noFrames = 5,     ///< the source is there but delivers nothing
+  output = 6        ///< a result cannot be written
+};
+
+/// Ends the program with one line that says what went wrong and, where there is one, the remedy.
+class Failure : public std::runtime_error {
+public:
+  Failure(ExitCode code, const std::string& message) : std::runtime_error(message), m_code(code) {}
+  ExitCode code() const { return m_code; }
+
+private:
+  ExitCode m_code;
+};
+
+}  // namespace stereo::app

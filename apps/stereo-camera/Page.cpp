@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Page.hpp"
+
+#include <cstdio>
+#include <sstream>
+
+namespace stereo::app {
+
+namespace {
+
+std::string escaped(const std::string& text) {
+  std::string result;
+  for (const char c : text) {
+    switch (c) {
+      case '&':
+        result += "&amp;";
+        break;
+      case '<':
+        result += "&lt;";
+        break;
+      case '>':
+        result += "&gt;";
+        break;
+      case '"':
+        result += "&quot;";
+        break;
+      default:
+        result += c;
+    }
+  }
+  return result;
+}
+
+std::string number(double value) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.1f", value);
+  return text;
+}
+
+constexpr const char* style = R"(
+body { font: 16px/1.5 system-ui, sans-serif; margin: 2rem auto; max-width: 72rem; padding: 0 1rem; color: #1a1a1a }
+h1 { margin-bottom: 0 } .source { color: #555; margin-top: 0 }
+table { border-collapse: collapse; margin: 1rem 0 }
+th, td { text-align: left; padding: .25rem 1rem .25rem 0; border-bottom: 1px solid #ddd }
+td.number, th.number { text-align: right }
+.pictures { display: flex; flex-wrap: wrap; gap: 1.5rem }
+figure { margin: 0; flex: 1 1 30rem } figure.wide { flex-basis: 100% }
+img { width: 100%; background: #000; display: block } figcaption b { display: block }
+.note { background: #fff4d6; padding: .5rem 1rem }
+)";
+
+}  // namespace
+
+std::string page(const Report& report, const std::vector<Picture>& pictures) {
+  std::ostringstream html;
+  html << "<!doctype html>\n<html lang=\"en\">\n<meta charset=\"utf-8\">\n"
+       << "<meta name=\"viewport\" content=\"width=device-width\">\n<title>Stereo camera</title>\n<style>" << style
+       << "</style>\n<h1>What the camera sees</h1>\n<p class=\"source\">" << escaped(report.source) << "</p>\n";
+  if (!report.note.empty()) {
+    html << "<p class=\"note\">" << escaped(report.note) << "</p>\n";
+  }
+  html << "<div class=\"pictures\">\n";
+  for (const Picture& picture : pictures) {
+    const bool wide = picture.image.cols > 3 * picture.image.rows / 2;
+    html << "<figure" << (wide ? " class=\"wide\"" : "") << "><a href=\"" << picture.file << "\"><img src=\""
+         << picture.file << "\" alt=\"" << escaped(picture.title) << "\"></a><figcaption><b>" << escaped(picture.title)
+         << "</b>" << escaped(picture.caption) << " " << picture.image.cols << " × " << picture.image.rows
+         << " pixels.</figcaption></figure>\n";
+  }
+  html << "</div>\n<h2>Camera</h2>\n<table>\n";
+  for (const auto& [name, value] : report.facts) {
+    html << "<tr><th>" << escaped(name) << "</th><td>" << escaped(value) << "</td></tr>\n";
+  }
+  html << "</table>\n<h2>Reads</h2>\n<p>Every read waits for the next frame, so its time includes that wait.</p>\n"
+       << "<table>\n<tr><th>Read</th><th class=\"number\">reads</th><th class=\"number\">a second</th>"
+       << "<th class=\"number\">median, ms</th><th class=\"number\">90 %, ms</th></tr>\n";
+  for (const Timing& timing : report.timings) {
+    html << "<tr><td><code>" << escaped(timing.name) << "</code></td><td class=\"number\">" << timing.reads
+         << "</td><td class=\"number\">" << number(timing.perSecond) << "</td><td class=\"number\">"
+         << number(timing.medianMs) << "</td><td class=\"number\">" << number(timing.p90Ms) << "</td></tr>\n";
+  }
+  html << "</table>\n</html>\n";
+  return html.str();
+}
+
+std::string table(const Report& report) {
+  std::ostringstream text;
+  char line[160];
+  for (const auto& [name, value] : report.facts) {
+    std::snprintf(line, sizeof line, "  %-24s %s\n", name.c_str(), value.c_str());
+    text << line;
+  }
+  std::snprintf(line, sizeof line, "  %-44s %6s %9s %10s %8s\n", "read", "reads", "a second", "median ms", "90 % ms");
+  text << line;
+  for (const Timing& timing : report.timings) {
+    std::snprintf(line, sizeof line, "  %-44s %6d %9.1f %10.1f %8.1f\n", timing.name.c_str(), timing.reads,
+                  timing.perSecond, timing.medianMs, timing.p90Ms);
+    text << line;
+  }
+  return text.str();
+}
+
+}  // namespace stereo::app

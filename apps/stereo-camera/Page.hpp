@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Products.hpp"
+
+namespace stereo::app {
+
+/// How fast one kind of read was.
+struct Timing {
+  std::string name;
+  int reads = 0;
+  double perSecond = 0;
+  double medianMs = 0;
+  double p90Ms = 0;
+};
+
+/// What the demo has to tell beside its pictures.
+struct Report {
+  std::string source;
+  std::vector<std::pair<std::string, std::string>> facts;  ///< name and value
+  std::vector<Timing> timings;
+  std::string note;  ///< what is missing and why; may be empty
+};
+
+/// The page, complete in itself but for the pictures, which lie beside it.
+std::string page(const Report& report, const std::vector<Picture>& pictures);
+
+/// The timings as a table of text.
+std::string table(const Report& report);
+
+}  // namespace stereo::app

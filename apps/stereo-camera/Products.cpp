@@ -1,0 +1,92 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Products.hpp"
+
+#include <opencv2/imgcodecs.hpp>
+
+#include "Failure.hpp"
+
+namespace stereo::app {
+
+namespace {
+
+[[noreturn]] void nothingToSee(const char* what) {
+  throw Failure(ExitCode::noFrames, std::string("the camera delivers ") + what +
+                                        " without pixels: does it deliver both eyes side by side?");
+}
+
+}  // namespace
+
+std::vector<Picture> readPictures(OpenedCamera& opened, Watch& watch) {
+  StereoCamera& camera = *opened.camera;
+  std::vector<Picture> pictures;
+  const auto add = [&pictures](const char* file, const char* title, const char* caption, const cv::Mat& image) {
+    pictures.push_back({file, title, caption, image});
+  };
+  cv::Mat frame;
+  cv::Mat left;
+  cv::Mat right;
+  cv::Mat view;
+  std::chrono::microseconds stamp{0};
+  if (!watch.run([&] { return camera.getRawFrame(frame, stamp); })) {
+    nothingToSee("frames");
+  }
+  add("raw.png", "Raw frame", "Both eyes side by side, black outside the image circles.", frame);
+  if (!watch.run([&] { return camera.getStereoFrame(left, right, stamp); })) {
+    nothingToSee("eyes");
+  }
+  add("left.png", "Left eye", "As the lens sees it.", left.clone());
+  add("right.png", "Right eye", "As the lens sees it.", right.clone());
+  if (!opened.calibrated) {
+    return pictures;
+  }
+  left.release();
+  right.release();
+  if (!watch.run([&] { return camera.getRectStereoFrame(left, right); })) {
+    nothingToSee("rectified eyes");
+  }
+  add("perspective-left.png", "Perspective, left", "Straight lines are straight; rows match those of the right eye.",
+      left.clone());
+  add("perspective-right.png", "Perspective, right", "The same rows, shifted by the disparity.", right.clone());
+  opened.setDepthMode(1);
+  if (!watch.run([&] { return camera.getRectStereoFrame(left, right, view, stamp); })) {
+    nothingToSee("longitude-latitude eyes");
+  }
+  add("lonlat-left.png", "Longitude-latitude, left", "Equal angles are equal distances; almost the whole field.",
+      left.clone());
+  add("lonlat-right.png", "Longitude-latitude, right", "The same rows, shifted by the disparity.", right.clone());
+  return pictures;
+}
+
+void writePictures(const std::vector<Picture>& pictures, const std::filesystem::path& folder) {
+  for (const Picture& picture : pictures) {
+    const std::string path = (folder / picture.file).string();
+    bool written = false;
+    try {
+      written = cv::imwrite(path, picture.image);
+    } catch (const cv::Exception&) {
+      // reported below
+    }
+    if (!written) {
+      throw Failure(ExitCode::output, "cannot write '" + path + "'");
+    }
+  }
+}
+
+void makeFolder(const std::filesystem::path& folder) {
+  std::error_code failure;
+  std::filesystem::create_directories(folder, failure);
+  if (!std::filesystem::is_directory(folder)) {
+    throw Failure(ExitCode::output, "cannot make the folder '" + folder.string() + "'");
+  }
+}
+
+void startCapture(OpenedCamera& opened) {
+  try {
+    opened.camera->startCapture(false, false);
+  } catch (const cv::Exception& error) {
+    throw Failure(ExitCode::calibration,
+                  "the maps cannot be built from this calibration and rectified size: " + error.err);
+  }
+}
+
+}  // namespace stereo::app

@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <opencv2/core.hpp>
+
+#include "Source.hpp"
+#include "Watch.hpp"
+
+namespace stereo::app {
+
+/// One picture that was read and where it was written.
+struct Picture {
+  std::string file;     ///< name within the output folder
+  std::string title;    ///< "Raw frame"
+  std::string caption;  ///< what one sees
+  cv::Mat image;
+};
+
+/// Reads one of each product, each from a frame of its own. Throws Failure where nothing comes.
+std::vector<Picture> readPictures(OpenedCamera& opened, Watch& watch);
+
+/// Writes the pictures. Throws Failure (output) if one cannot be written.
+void writePictures(const std::vector<Picture>& pictures, const std::filesystem::path& folder);
+
+/// Makes the folder. Throws Failure (output) if it cannot be had.
+void makeFolder(const std::filesystem::path& folder);
+
+/// Starts capture without stream and shared memory; turns what the calibration or a size makes fail into a Failure.
+void startCapture(OpenedCamera& opened);
+
+}  // namespace stereo::app

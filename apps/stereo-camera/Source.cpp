@@ -1,0 +1,170 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Source.hpp"
+
+#include <filesystem>
+#include <fstream>
+#include <regex>
+
+#include "CalibrationCheck.hpp"
+#include "DeviceCamera.hpp"
+#include "Failure.hpp"
+#include "ReplayCamera.hpp"
+#include "SimulatedCamera.hpp"
+
+namespace stereo::app {
+
+namespace {
+
+void requireReadable(const std::string& path, const char* what, ExitCode code) {
+  if (std::filesystem::is_directory(path) || !std::ifstream(path)) {
+    throw Failure(code, std::string("cannot read the ") + what + " '" + path + "'");
+  }
+}
+
+// Settings on a camera that has its frames from elsewhere: what they say about the device does not apply.
+void applySettings(sim::VirtualCamera& camera, const std::string& path) {
+  const cv::Size rawSize = camera.getRawFrameSize();
+  const cv::Size rectifiedSize = camera.rectFrameSize();
+  if (!camera.loadConfig(path)) {
+    throw Failure(ExitCode::source, "the settings '" + path + "' cannot be used: see the line above");
+  }
+  if (sim::isCameraFormat(rawSize)) {
+    camera.setRawFrameSize(rawSize);
+  }
+  if (camera.rectFrameSize().empty()) {
+    camera.setRectFrameSize(rectifiedSize);
+  }
+}
+
+OpenedCamera openVirtual(std::unique_ptr<sim::VirtualCamera> camera, const SourceOptions& options,
+                         const std::string& description) {
+  if (!options.settings.empty()) {
+    requireReadable(options.settings, "settings", ExitCode::source);
+    applySettings(*camera, options.settings);
+  }
+  auto* const raw = camera.get();
+  OpenedCamera opened;
+  opened.setDepthMode = [raw](int mode) { raw->setDepthMode(mode); };
+  opened.description = description;
+  opened.rectifiedSize = raw->rectFrameSize();
+  opened.horizontalField = raw->horizontalField();
+  opened.camera = std::move(camera);
+  return opened;
+}
+
+OpenedCamera openSimulated(const SourceOptions& options) {
+  sim::SimulatedCamera::Options simulation;
+  simulation.frameSize = parseSize(options.frameSize, "--size");
+  simulation.rectFrameSize = parseSize(options.rectifiedSize, "--rectified");
+  simulation.rate = options.rate;
+  simulation.seed = options.seed;
+  simulation.moving = !options.still;
+  if (!sim::isCameraFormat(simulation.frameSize)) {
+    throw Failure(ExitCode::usage, "--size: the simulated camera delivers 1856x800 or 928x400");
+  }
+  auto opened = openVirtual(std::make_unique<sim::SimulatedCamera>(simulation), options,
+                            "simulated camera, seed " + std::to_string(options.seed));
+  opened.calibrated = true;
+  return opened;
+}
+
+OpenedCamera openReplay(const SourceOptions& options) {
+  sim::ReplayCamera::Options replay;
+  replay.path = options.replay;
+  replay.rate = options.rate;
+  replay.rectFrameSize = parseSize(options.rectifiedSize, "--rectified");
+  try {
+    return openVirtual(std::make_unique<sim::ReplayCamera>(replay), options, "recording " + options.replay);
+  } catch (const Failure&) {
+    throw;
+  } catch (const std::runtime_error& error) {
+    throw Failure(ExitCode::source, error.what());
+  }
+}
+
+OpenedCamera openDevice(const SourceOptions& options) {
+  std::unique_ptr<DeviceCamera> camera;
+  std::string description;
+  if (options.settings.empty()) {
+    camera = std::make_unique<DeviceCamera>(options.device);
+    camera->setRawFrameRate(static_cast<int>(options.rate));
+    camera->chooseFrameSize(parseSize(options.frameSize, "--size"));
+    camera->setRectFrameSize(parseSize(options.rectifiedSize, "--rectified"));
+    description = "video device " + std::to_string(options.device);
+  } else {
+    requireReadable(options.settings, "settings", ExitCode::source);
+    camera = std::make_unique<DeviceCamera>(options.settings);
+    description = "video device " + std::to_string(camera->getDeviceNode()) + ", settings " + options.settings;
+    if (camera->getRawFrameSize().empty()) {
+      throw Failure(ExitCode::source, "the settings '" + options.settings + "' cannot be used: see the line above");
+    }
+    camera->chooseFrameSize(camera->getRawFrameSize());
+    if (camera->rectFrameSize().empty()) {
+      camera->setRectFrameSize(parseSize(options.rectifiedSize, "--rectified"));
+    }
+  }
+  if (!camera->isOpened()) {
+    throw Failure(ExitCode::source, "cannot open " + description + " (/dev/video" +
+                                        std::to_string(camera->getDeviceNode()) +
+                                        "): is it there, may you read it, and does nobody else hold it?");
+  }
+  auto* const raw = camera.get();
+  OpenedCamera opened;
+  opened.setDepthMode = [raw](int mode) { raw->setDepthMode(mode); };
+  opened.description = description;
+  opened.rectifiedSize = raw->rectFrameSize();
+  opened.horizontalField = raw->horizontalField();
+  opened.camera = std::move(camera);
+  return opened;
+}
+
+}  // namespace
+
+void SourceOptions::addTo(CLI::App& command) {
+  auto* const simulated = command.add_flag("--simulate", simulate, "simulated camera in a room (the default)");
+  auto* const played =
+      command.add_option("--replay", replay, "image, folder of images or video of side-by-side frames");
+  auto* const opened = command.add_option("--device", device, "video device N (/dev/videoN)")->check(CLI::Range(0, 99));
+  auto* const configured = command.add_option(
+      "--settings", settings, "settings file, naming the device; with --simulate or --replay, settings for that");
+  played->excludes(simulated);
+  opened->excludes(simulated)->excludes(played)->excludes(configured);
+  command.add_option("--calibration", calibration, "calibration file (the simulated camera brings its own)");
+  command.add_option("--size", frameSize, "side-by-side frame, WxH pixels")->capture_default_str();
+  command.add_option("--rectified", rectifiedSize, "one rectified eye, WxH pixels")->capture_default_str();
+  command.add_option("--rate", rate, "frames per second")->check(CLI::Range(0.0, 1000.0))->capture_default_str();
+  command.add_option("--seed", seed, "seed of the simulated camera")->capture_default_str();
+  command.add_flag("--still", still, "simulated scene without motion");
+}
+
+OpenedCamera openCamera(const SourceOptions& options) {
+  OpenedCamera opened;
+  if (!options.replay.empty()) {
+    opened = openReplay(options);
+  } else if (options.device >= 0 || (!options.settings.empty() && !options.simulate)) {
+    opened = openDevice(options);
+  } else {
+    opened = openSimulated(options);
+  }
+  if (!options.calibration.empty()) {
+    requireReadable(options.calibration, "calibration", ExitCode::calibration);
+    const bool complete = opened.camera->loadCalibParams(options.calibration);
+    checkCalibration(*opened.camera, options.calibration, complete);
+    opened.calibrated = true;
+  }
+  return opened;
+}
+
+cv::Size parseSize(const std::string& text, const std::string& option) {
+  static const std::regex pattern("([1-9][0-9]{0,4})[xX]([1-9][0-9]{0,4})");
+  std::smatch match;
+  if (std::regex_match(text, match, pattern)) {
+    const cv::Size size(std::stoi(match[1]), std::stoi(match[2]));
+    if (size.width <= 32767 && size.height <= 32767) {
+      return size;
+    }
+  }
+  throw Failure(ExitCode::usage, option + ": '" + text + "' is not a size such as 464x400");
+}
+
+}  // namespace stereo::app

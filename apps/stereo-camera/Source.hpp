@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include "StereoCamera.hpp"
+
+namespace stereo::app {
+
+/// Where frames come from and how they are rectified, as the command line tells. One of simulate (the default), replay,
+/// device and settings; settings may also go with simulate and replay, and then only adjust them.
+struct SourceOptions {
+  bool simulate = false;
+  std::string replay;
+  int device = -1;
+  std::string settings;
+  std::string calibration;
+  std::string frameSize = "1856x800";
+  std::string rectifiedSize = "464x400";
+  double rate = 30;
+  unsigned seed = 1;
+  bool still = false;
+
+  /// Adds the options that every subcommand with a camera takes.
+  void addTo(CLI::App& command);
+};
+
+/// A camera that was opened and calibrated, not yet started.
+struct OpenedCamera {
+  std::unique_ptr<StereoCamera> camera;
+  std::function<void(int)> setDepthMode;  ///< at any time
+  std::string description;                ///< "simulated camera, seed 1"
+  bool calibrated = false;
+  cv::Size rectifiedSize;
+  double horizontalField = 0;  ///< degrees
+};
+
+/// Opens what the options name. Throws Failure with one line that says what is missing.
+OpenedCamera openCamera(const SourceOptions& options);
+
+/// "1856x800" to a size. Throws Failure (usage) for anything else than two numbers from 1 to 32767.
+cv::Size parseSize(const std::string& text, const std::string& option);
+
+}  // namespace stereo::app

@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <iostream>
+#include <map>
+
+#include "Commands.hpp"
+#include "Failure.hpp"
+
+int main(int argc, char** argv) {
+  using namespace stereo::app;
+  CLI::App program("Host program of the stereo fisheye camera", "stereo-camera");
+  program.require_subcommand(1);
+  program.footer(
+      "Exit codes: 0 success, 1 unexpected error, 2 wrong arguments, 3 source cannot be opened,\n"
+      "4 calibration unusable, 5 no frames, 6 output cannot be written.");
+  std::map<std::string, Action> actions;
+  actions["demo"] = addDemo(program);
+  actions["snapshot"] = addSnapshot(program);
+  actions["info"] = addInfo(program);
+  try {
+    program.parse(argc, argv);
+    actions.at(program.get_subcommands().front()->get_name())();
+    return 0;
+  } catch (const CLI::ParseError& error) {
+    return program.exit(error) == 0 ? 0 : static_cast<int>(ExitCode::usage);
+  } catch (const Failure& failure) {
+    std::cerr << "stereo-camera: " << failure.what() << std::endl;
+    return static_cast<int>(failure.code());
+  } catch (const std::exception& error) {
+    std::cerr << "stereo-camera: unexpected error: " << error.what() << std::endl;
+    return static_cast<int>(ExitCode::unexpected);
+  }
+}

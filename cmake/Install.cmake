@@ -1,0 +1,32 @@
+# SPDX-License-Identifier: Apache-2.0
+# Headers, library, CMake package (find_package(StereoCamera)) and pkg-config file (stereo-camera).
+include(CMakePackageConfigHelpers)
+
+set(stereo_camera_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/StereoCamera)
+
+install(TARGETS StereoCameraCommon EXPORT StereoCameraTargets
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(FILES include/StereoCamera.hpp log/SystemLog.hpp DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/stereo-camera)
+install(EXPORT StereoCameraTargets NAMESPACE StereoCamera:: DESTINATION ${stereo_camera_package_dir})
+
+configure_package_config_file(cmake/StereoCameraConfig.cmake.in StereoCameraConfig.cmake
+  INSTALL_DESTINATION ${stereo_camera_package_dir})
+write_basic_package_version_file(StereoCameraConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/StereoCameraConfig.cmake
+              ${CMAKE_CURRENT_BINARY_DIR}/StereoCameraConfigVersion.cmake
+  DESTINATION ${stereo_camera_package_dir})
+
+# A static library leaves its own dependencies to whoever links it, a shared one does not.
+if(BUILD_SHARED_LIBS)
+  set(stereo_camera_pc_libs "-lStereoCameraCommon -lopencv_core -lopencv_videoio")
+  set(stereo_camera_pc_private "-lopencv_imgproc -lopencv_calib3d -lopencv_highgui -pthread")
+else()
+  set(stereo_camera_pc_libs "-lStereoCameraCommon -lopencv_videoio -lopencv_highgui -lopencv_calib3d \
+-lopencv_imgproc -lopencv_core -pthread")
+  set(stereo_camera_pc_private "")
+endif()
+list(GET OpenCV_INCLUDE_DIRS 0 stereo_camera_opencv_include)
+configure_file(cmake/stereo-camera.pc.in stereo-camera.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/stereo-camera.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -1,0 +1,297 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <opencv2/core.hpp>
+#include <opencv2/videoio.hpp>
+
+class SystemLog;
+namespace stereo::core {
+struct CloudModel;
+struct DepthModel;
+}  // namespace stereo::core
+
+/// One point of a coloured cloud.
+struct PCL {
+  /// X, Y, Z in metres in the left rectified camera's frame: x to the right, y down, z forward.
+  cv::Vec3f point;
+  /// Blue, green, red of the pixel that the point was seen at.
+  cv::Vec3b color;
+};
+
+/// A stereo fisheye camera whose two eyes arrive side by side in one video frame.
+///
+/// Life of a camera: construct, check `isOpened`, `loadCalibParams`, `setRawFrameSize` (it alone sets the radius
+/// of the image circle: before it, all but one pixel of each eye is black), `setRectFrameSize`, `startCapture`,
+/// `startStereoCompute` for depth, then read; `stopStereoCompute`, `stopCapture`, destroy. A camera that was
+/// stopped cannot be started again; make a new one. Destroying a camera whose worker still runs ends the process.
+///
+/// Threads. One host thread constructs, configures, starts, stops and destroys. Reads (`get…Frame`,
+/// `getPointCloud`) may be called from any number of threads at once. Each read waits for the *next* result
+/// published after the call began, without a time-out: where no worker publishes, it blocks until the matching
+/// stop operation is called, and then returns false with its outputs untouched.
+///
+/// Results are handed out as deep copies; a caller's matrix is written into only if it is the sole owner of its
+/// pixels, otherwise it gets a buffer of its own. Images are 8-bit BGR unless said otherwise.
+///
+/// Errors are told by `false` and a report in the log or on standard error. What OpenCV throws passes to the
+/// caller, except where the settings or calibration file is read. On a worker thread it ends the process.
+///
+/// To feed frames from elsewhere, derive: replace `m_videoCapture` by a `cv::VideoCapture` of your own and set
+/// `m_isOpened`, or override `getStereoFrame`.
+class StereoCamera {
+public:
+  /// Two images that belong together and the time at which they were captured.
+  struct TimeFrame {
+    cv::Mat first;
+    cv::Mat second;
+    /// Since the epoch of `std::chrono::system_clock`.
+    std::chrono::microseconds timestamp{0};
+  };
+
+  /// Opens video device 0 as it stands; size and rate are not sent to it.
+  StereoCamera();
+  /// Opens video device `deviceNode` as it stands; size and rate are not sent to it.
+  explicit StereoCamera(int deviceNode);
+  /// Loads the settings file, then opens the device that it names and sends it width, height and rate (whether
+  /// the device took them is not checked). Where the file cannot be loaded, the camera stays closed.
+  explicit StereoCamera(std::string settingsPath);
+
+  StereoCamera(const StereoCamera&) = delete;
+  StereoCamera& operator=(const StereoCamera&) = delete;
+
+  /// Releases device and log. Neither signals nor joins the workers: stop them first.
+  virtual ~StereoCamera();
+
+  /// Whether the device is open and the camera not yet stopped. Does not block; any thread.
+  virtual bool isOpened();
+
+  // Setters. None blocks or locks; the host's thread, before `startCapture`.
+
+  /// Stores the level, which `getLogLevel` and `saveConfig` report; the live log keeps the level that it was made
+  /// with. False for a negative level (stored all the same).
+  virtual bool setLogLevel(int level);
+  /// Position of this camera on its machine: shared-memory key 9000 + n, stream port 9200 + n. Always true.
+  virtual bool setPosNumber(int posNumber);
+  /// Always true.
+  virtual bool setSerialNumber(int serialNumber);
+  /// Raw frames per second. False if there is no device object to tell (the rate is stored all the same).
+  virtual bool setRawFrameRate(int framesPerSecond);
+  /// Size of the side-by-side frame in pixels, 1856 x 800 or 928 x 400; any other is refused with a report. Sets
+  /// device and the image circle's radius (a quarter of the width). False if refused or if there is no device
+  /// object (the size, but not the radius, is then stored).
+  virtual bool setRawFrameSize(cv::Size size);
+  /// Size of one rectified eye in pixels, used by the next `startCapture`. False for a width of 0 (stored all the
+  /// same).
+  virtual bool setRectFrameSize(cv::Size size);
+
+  /// Sets one eye's calibration and the translation from {intrinsic matrix 3x3 for a raw frame 1856 pixels wide,
+  /// distortion 1x4 (k1, k2, p1, p2), xi 1x1, rectifying rotation 3x3, translation in millimetres}, all CV_64F;
+  /// further elements are ignored. Deep copies are kept; they take effect at the next `startCapture`. False, with
+  /// a report and nothing changed, for fewer than five matrices. Takes no lock: no worker may run.
+  virtual bool setCalibParams(std::vector<cv::Mat> params, bool isRight);
+
+  virtual int getLogLevel() const;
+  virtual int getDeviceNode() const;
+  virtual int getPosNumber() const;
+  virtual int getSerialNumber() const;
+  /// Frames per second: as set, and once the capture worker runs the rate that its last pass took (from asking the
+  /// device to handing over the frame).
+  virtual float getRawFrameRate() const;
+  /// Pixels; once the capture worker has warmed up, the size that the device really delivers.
+  virtual cv::Size getRawFrameSize() const;
+
+  /// Next frame, both eyes joined side by side (2w x h for eyes of w x h), outside the image circles black.
+  /// Blocks for the next frame; any thread. Feeds the stream in modes 0 and 1. False if empty.
+  virtual bool getRawFrame(cv::Mat& frame, std::chrono::microseconds& timestamp);
+  /// Next frame's left and right eye. Blocks for the next frame; any thread. False if either is empty.
+  virtual bool getStereoFrame(cv::Mat& left, cv::Mat& right, std::chrono::microseconds& timestamp);
+  /// Depth as a false-colour picture: CV_8UC3 of the disparity's size, turned by 180 degrees, near blue and far
+  /// red, black where there is no depth within limits. `color` is ignored. The stamp is that of the newest raw
+  /// frame. Blocks for the next raw frame; any thread. False at once without a disparity worker, and false while no
+  /// disparity was published. Feeds the stream in mode 4 with depth mode 2.
+  virtual bool getDepthFrame(cv::Mat& depth, bool color, std::chrono::microseconds& timestamp);
+  /// Disparity (CV_32FC1, pixels of the rectified eye) to depth (CV_32FC1, metres, same size): -1 where the
+  /// disparity is not above the near limit's number, 0 where the depth is out of limits. Depth mode 2:
+  /// f * b / d with focal length f in pixels and baseline b in metres. Depth mode 1, on longitude-latitude
+  /// pictures: b * sin(pi * ((column - d) / W + o)) / sin(pi * d / W), o = (180 - longitude-latitude field) / 360,
+  /// which takes the pictures to span 180 degrees. Neither waits nor locks. Throws cv::Exception for a disparity of
+  /// another type.
+  virtual void getDepthFrame(cv::Mat& disparity, cv::Mat& depth);
+  /// Appends the points of the next disparity image, in metres. The stamp is that of the newest raw frame. Blocks
+  /// for the next disparity; any thread. True if the vector is not empty afterwards.
+  virtual bool getPointCloud(std::vector<cv::Vec3f>& points, std::chrono::microseconds& timestamp);
+  /// As above, with the colour of each point; holds off the disparity worker meanwhile.
+  virtual bool getPointCloud(std::vector<PCL>& points, std::chrono::microseconds& timestamp);
+  /// Appends {intrinsic matrix, distortion, xi, rotation of the eye, translation, camera matrix of the perspective
+  /// view}, six headers that share their pixels with the camera: clone before writing into them. The intrinsic
+  /// matrix is scaled to the raw frame once `startCapture` ran; the last matrix is empty before. Always true.
+  virtual bool getCalibParams(std::vector<cv::Mat>& params, bool isRight);
+  /// As the four-argument form, without the stamp.
+  virtual bool getRectStereoFrame(cv::Mat& left, cv::Mat& right, cv::Mat& view);
+  /// Next frame's eyes in the perspective view, each of the rectified size, black where the eye saw nothing. Blocks
+  /// for the next frame; any thread. Feeds the stream in modes 2 and 3. True if both outputs are non-empty (even
+  /// when no frame could be had and the caller's images were left as they came). Throws cv::Exception while there
+  /// are no maps (no complete calibration or no rectified size at `startCapture`).
+  virtual bool getRectStereoFrame(cv::Mat& left, cv::Mat& right);
+  /// Next frame's eyes in the view that depth is computed from (depth mode 1: longitude-latitude, 2: perspective;
+  /// any other leaves `left` and `right` as they came), and the left eye in the perspective view. Blocks for the
+  /// next frame; any thread. True if all three outputs are non-empty. Throws as above.
+  virtual bool getRectStereoFrame(cv::Mat& left, cv::Mat& right, cv::Mat& view, std::chrono::microseconds& timestamp);
+
+  /// Reads the settings file (YAML, XML or JSON by extension). Values out of range are replaced with a message on
+  /// standard error. False, with a message, if the file cannot be read or names no device.
+  virtual bool loadConfig(std::string path);
+  /// Reads the calibration file (YAML, XML or JSON by extension). False if a value is missing (what is there is
+  /// taken) or, with a message on standard error, if the file is malformed.
+  virtual bool loadCalibParams(std::string fileName);
+  /// Writes the settings, replacing the file, and has the system write its buffers to disk. The "FrameRate" key
+  /// gets the serial number; field of view, stream rate, stream mode and depth mode are not written. Whether the
+  /// file could be opened is not told.
+  virtual bool saveConfig(std::string path);
+  /// Writes the calibration as it stands (scaled, once `startCapture` ran), replacing the file, and has the system
+  /// write its buffers to disk. Whether the file could be opened is not told.
+  virtual bool saveCalibParams(std::string fileName);
+
+  /// Scales the intrinsic matrices to the raw frame, builds the maps (if there is a rectified size and a
+  /// calibration) and starts the capture worker. `useTransmit` asks for the network stream, `useShareMemory` for
+  /// the shared-memory segment; once asked for, both stay on. Starting a second time scales again. If the segment
+  /// cannot be had, the worker ends the process with status 1. Throws cv::Exception for a malformed calibration.
+  /// The host's thread. True.
+  virtual bool startCapture(bool useTransmit, bool useShareMemory);
+  /// Starts the disparity worker. True; false while one is running already. The host's thread.
+  virtual bool startStereoCompute();
+  /// Ends the disparity worker and waits for it; readers still waiting for a cloud are released with false. True.
+  /// The host's thread.
+  virtual bool stopStereoCompute();
+  /// Ends the capture worker, after its device read, and waits for it; readers still waiting for a frame are
+  /// released with false. True. The host's thread.
+  virtual bool stopCapture();
+
+protected:
+  int m_fisheyeRadius = 0;  ///< Radius of each eye's image circle in raw pixels.
+  int m_algorithm = 0;      ///< Matcher: 0 semi-global, 1 block matching, other none.
+  int m_logLevel = 1;       ///< Level that the next log is made with.
+  int m_deviceNode = 0;     ///< Index of the video device.
+  int m_posNumber = 0;      ///< Position of this camera on its machine.
+  int m_serialNumber = 0;   ///< Serial number of the camera.
+  int m_threshold = 120;    ///< Largest distance from the principal point in the clouds, rectified pixels.
+  std::atomic<float> m_frameRate{30.0F};      ///< Frames per second: as set, then as measured by each pass.
+  int m_ipLastSegment = 15;                   ///< Last octet of the stream receiver's address.
+  std::atomic<bool> m_useShareMemory{false};  ///< Offer the left eye in shared memory.
+  std::atomic<bool> m_useTransmit{false};     ///< Feed the network stream.
+  std::atomic<bool> m_isOpened{false};        ///< Device open; the capture worker runs while true.
+  std::atomic<bool> m_isComputing{false};     ///< The disparity worker runs while true.
+  float m_maxDepth = 1.0F;                    ///< Far limit of depth, metres.
+  float m_minDepth = 0.05F;       ///< Near limit of depth, metres; its number also cuts off disparities, pixels.
+  int m_transmode = -1;           ///< Stream mode, -1 (none) to 4.
+  double m_transrate = 0.0;       ///< Frames per second announced to the encoder.
+  double m_hFov = 90.0;           ///< Horizontal field of the perspective view, degrees.
+  double m_defaultHFov = 90.0;    ///< What `m_hFov` falls back to.
+  double m_fisheyeFov = 222.0;    ///< Field of the lenses, degrees; for information.
+  double m_lonLatFov = 180.0;     ///< Angular range of the longitude-latitude view, degrees (see `startCapture`).
+  int m_depthmode = 1;            ///< Depth from the 1 longitude-latitude, 2 perspective pair.
+  cv::VideoWriter m_videoWriter;  ///< The network stream.
+  alignas(8) cv::Size m_rawFrameSize{0, 0};   ///< Side-by-side frame, pixels. Aligned to be read in one piece.
+  alignas(8) cv::Size m_rectFrameSize{0, 0};  ///< One rectified eye, pixels. Aligned to be read in one piece.
+  TimeFrame m_rawFrame;                       ///< Latest left and right eye; guarded by `m_frameMutex`.
+  TimeFrame m_disparityFrame;  ///< Latest view (CV_8UC3) and disparity (CV_32FC1, pixels); `m_disparityMutex`.
+  // Calibration; read without a lock, so not to be changed while a worker runs. All CV_64FC1.
+  cv::Mat m_leftXi;             ///< 1x1, mirror parameter.
+  cv::Mat m_leftRotation;       ///< 3x3, rectifying rotation.
+  cv::Mat m_leftIntrinsic;      ///< 3x3, pixels.
+  cv::Mat m_leftDistortion;     ///< 1x4: k1, k2, p1, p2.
+  cv::Mat m_rightXi;            ///< As the left eye's.
+  cv::Mat m_rightRotation;      ///< As the left eye's.
+  cv::Mat m_rightIntrinsic;     ///< As the left eye's.
+  cv::Mat m_rightDistortion;    ///< As the left eye's.
+  cv::Mat m_translation;        ///< Between the eyes, millimetres; its norm is the baseline.
+  cv::Mat m_rectCameraMatrix;   ///< 3x3 camera matrix of the perspective view; built by `startCapture`.
+  cv::Mat m_rectifyMaps[2][2];  ///< Perspective maps [0 left, 1 right][0 source column, 1 source row], CV_32FC1.
+  cv::Mat m_lonLatMaps[2][2];   ///< Longitude-latitude maps, same indexing and type.
+  cv::Mat m_reservedMats[2];    ///< Unused.
+  SystemLog* m_log = nullptr;   ///< Owned; null where it could not be made or the settings failed to load.
+  std::string m_logName = "StereoCamera";
+  std::mutex m_frameMutex;                     ///< Guards `m_rawFrame`.
+  std::mutex m_disparityMutex;                 ///< Guards `m_disparityFrame`.
+  std::condition_variable m_frameCond;         ///< A raw frame was published.
+  std::condition_variable m_disparityCond;     ///< A disparity image was published.
+  cv::VideoCapture* m_videoCapture = nullptr;  ///< Owned.
+  std::thread* m_captureThread = nullptr;      ///< Owned.
+  std::thread* m_computeThread = nullptr;      ///< Owned.
+
+private:
+  struct Internals;  // leaf guards and bookkeeping that no derived class needs to know
+  std::unique_ptr<Internals> m_internals;
+
+  explicit StereoCamera(std::unique_ptr<Internals> internals);
+
+  bool createLog();
+  void dropLog();
+  bool createDevice();
+  void buildMaps(float frameScale);
+  void captureWorker(float frameScale);
+  void openStream();
+  void writeStream(const cv::Mat& image);
+  void disparityWorker();
+  bool waitForFrame(std::unique_lock<std::mutex>& frameLock);
+  bool waitForDisparity(std::unique_lock<std::mutex>& disparityLock);
+  stereo::core::DepthModel depthModel() const;
+  stereo::core::CloudModel cloudModel() const;
+  cv::Mat rectCameraMatrix() const;
+};
+
+/// Builds the look-up maps for `cv::remap` that turn one fisheye eye into another view, by the unified
+/// omnidirectional model: for each pixel of the view a ray (x, y, z), put on the unit sphere, is projected as
+/// xu = x / (z + xi), yu = y / (z + xi), distorted (radial k1, k2; tangential p1, p2) and turned into pixels by K.
+///
+/// @param K     3x3 CV_64F, intrinsic matrix of the eye in pixels of the eye's image.
+/// @param D     CV_64F with k1, k2, p1, p2 in its first row.
+/// @param R     3x3 CV_64F, rectifying rotation; rays are turned by its inverse.
+/// @param P     3x3 CV_64F, camera matrix of the view.
+/// @param xi    mirror parameter of the eye.
+/// @param xi2   mirror parameter of the view, mode 0 only (0: pinhole, 1: stereographic).
+/// @param size  of the view, pixels.
+/// @param mode  0: plane lifted with xi2; 1: longitude-latitude, P^-1 (column, row, 1) being two angles in radians,
+///              both pi/2 on the axis; 2: perspective. Any other gives NaN everywhere.
+/// @param map1  CV_32FC1 of `size`: column in the eye's image.
+/// @param map2  CV_32FC1 of `size`: row in the eye's image.
+/// @return true. Throws cv::Exception for matrices of another shape or type. Rays behind the eye are projected like
+/// any other; singular matrices are inverted to zero.
+bool initRectifyMap(cv::Mat K, cv::Mat D, cv::Mat R, cv::Mat P, double xi, double xi2, cv::Size size, int mode,
+                    cv::Mat& map1, cv::Mat& map2);
+
+/// Product of row `row` of a CV_64FC1 matrix with the column (a, b, c): (m(row,0) a + m(row,1) b) + m(row,2) c.
+/// Throws cv::Exception if the matrix has no such row, fewer than three columns or another type.
+double MatRowMul(const cv::Mat& m, double a, double b, double c, int row);
+
+/// Blacks out, in both images, what lies outside the circle of `radius` pixels round (cols / 2, rows / 2) of the
+/// first; in row i the columns [cx - h, cx + h] stay, h = floor(sqrt(radius^2 - (cy - i)^2)). In place. Returns 0.
+/// Throws cv::Exception if either is not CV_8UC3 or the second is smaller than the first.
+int convertRawFisheyeImage(int radius, cv::Mat& first, cv::Mat& second);
+
+/// Blacks out, in both images, what lies outside an ellipse: ((j - cx) / rx)^2 + ((i - cy) / ry)^2 > 1, with
+/// ry = rows / 2 + dRadiusY, rx = cols / 2 + dRadiusX, cx = cols / 2 + dCenterX, cy = rows / 2 + dCenterY, all in
+/// pixels of the first image. In place. Returns 0. Throws as the circular form.
+int convertRawFisheyeImage(cv::Mat& first, cv::Mat& second, float dRadiusY, float dRadiusX, float dCenterX,
+                           float dCenterY);
+
+/// Blue of a value `v` on the scale from `lo` to `hi`: 255 at `lo`, falling to 0 in the middle; 0 elsewhere.
+unsigned char getBlueSegVal(float lo, float hi, float v);
+/// Green of a value `v` on the scale from `lo` to `hi`. With h = (hi - lo) / 2, r = hi - lo, x = v - lo, the low
+/// eight bits of the truncated -255 x / h for 0 < x <= h, of (-255 x - 255 r) / (h - r) for h < x <= r, else 0.
+unsigned char getGreenSegVal(float lo, float hi, float v);
+/// Red of a value `v` on the scale from `lo` to `hi`. With h, r, x as above, the low eight bits of the truncated
+/// (255 x + 255 h) / (r - h) for x >= h, else 0.
+unsigned char getRedSegVal(float lo, float hi, float v);
+/// Colour (blue, green, red) of a value `v` on the scale from `lo` (blue) over the middle (blue and green) to `hi`
+/// (red). Channels run to 510 and wrap round modulo 256.
+cv::Vec3b getclolor(float lo, float hi, float v);

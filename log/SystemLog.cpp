@@ -1,0 +1,134 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "SystemLog.hpp"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <ctime>
+#include <mutex>
+#include <utility>
+
+#include <poll.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+namespace {
+
+// One of the two places where records go. Shared by all logs of the process, since they share the streams.
+struct Channel {
+  std::FILE* stream;
+  bool lineOpen;  // the last record ended without a line end
+};
+
+// Leaf lock: held for one write, never while anything else is waited for but the stream itself.
+std::mutex channelMutex;
+
+// Made at first use: a log may be needed before this file's statics are set up.
+Channel& infoChannel() {
+  static Channel channel{stdout, false};
+  return channel;
+}
+
+Channel& errorChannel() {
+  static Channel channel{stderr, false};
+  return channel;
+}
+
+// Standard output and standard error often are the same terminal or file; an open line on one is then open on both.
+bool samePlace(const Channel& a, const Channel& b) {
+  struct stat sa {};
+  struct stat sb {};
+  return fstat(fileno(a.stream), &sa) == 0 && fstat(fileno(b.stream), &sb) == 0 && sa.st_dev == sb.st_dev &&
+         sa.st_ino == sb.st_ino;
+}
+
+void writeAll(int descriptor, const char* data, std::size_t size) {
+  while (size > 0) {
+    const ssize_t written = ::write(descriptor, data, size);
+    if (written > 0) {
+      data += written;
+      size -= static_cast<std::size_t>(written);
+    } else if (written < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+      // A host may have made its terminal or pipe non-blocking: wait rather than lose the line.
+      pollfd waiting{descriptor, POLLOUT, 0};
+      if (::poll(&waiting, 1, -1) < 0 && errno != EINTR) {
+        return;
+      }
+    } else if (!(written < 0 && errno == EINTR)) {
+      return;  // the stream is closed; there is nowhere left to say so
+    }
+  }
+}
+
+std::string prefix(const std::string& name) {
+  timeval now{};
+  gettimeofday(&now, nullptr);
+  tm local{};
+  localtime_r(&now.tv_sec, &local);
+  char stamp[64];
+  const std::size_t length = std::strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", &local);
+  char micros[16];
+  std::snprintf(micros, sizeof micros, ".%06ld", static_cast<long>(now.tv_usec));
+  std::string text(stamp, length);
+  text.append(micros).append(" [").append(name).append("] ");
+  return text;
+}
+
+std::string formatted(const char* format, va_list arguments) {
+  va_list again;
+  va_copy(again, arguments);
+  const int length = std::vsnprintf(nullptr, 0, format, again);
+  va_end(again);
+  if (length < 0) {
+    return format;  // an argument that cannot be encoded: the bare format still says what happened
+  }
+  std::string text(static_cast<std::size_t>(length) + 1, '\0');
+  std::vsnprintf(text.data(), text.size(), format, arguments);
+  text.pop_back();
+  return text;
+}
+
+void report(Channel& channel, Channel& other, const std::string& name, const char* format, va_list arguments) noexcept {
+  try {
+    const std::string text = formatted(format, arguments);
+    const std::lock_guard lock(channelMutex);
+    std::string record;
+    if (channel.lineOpen || (other.lineOpen && samePlace(channel, other))) {
+      record.push_back('\n');
+      other.lineOpen = other.lineOpen && !samePlace(channel, other);
+    }
+    record.append(prefix(name)).append(text);
+    channel.lineOpen = record.back() != '\n';
+    // The stream's own lock keeps what the host prints through it in front of the record and out of its middle.
+    flockfile(channel.stream);
+    std::fflush(channel.stream);
+    writeAll(fileno(channel.stream), record.data(), record.size());
+    funlockfile(channel.stream);
+  } catch (...) {
+    // Out of memory: callers expect a report never to throw, and there is none to be made without memory.
+  }
+}
+
+}  // namespace
+
+SystemLog::SystemLog(std::string name) : m_name(std::move(name)) {}
+
+void SystemLog::setLogLevel(int level) noexcept { m_level.store(level, std::memory_order_relaxed); }
+
+void SystemLog::runTimeInfo(const char* format, ...) noexcept {
+  if (m_level.load(std::memory_order_relaxed) < 1) {
+    return;
+  }
+  va_list arguments;
+  va_start(arguments, format);
+  report(infoChannel(), errorChannel(), m_name, format, arguments);
+  va_end(arguments);
+}
+
+void SystemLog::runTimeError(const char* format, ...) noexcept {
+  va_list arguments;
+  va_start(arguments, format);
+  report(errorChannel(), infoChannel(), m_name, format, arguments);
+  va_end(arguments);
+}

@@ -1,0 +1,76 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+
+#include <opencv2/core.hpp>
+#include <opencv2/videoio.hpp>
+
+namespace stereo::sim {
+
+/// A video device without a device: delivers frames at a steady rate, as a camera does.
+///
+/// `read` (or `grab` and `retrieve`) waits until the next frame is due. Frames are due one period after each other
+/// whether or not anybody asks, so a reader that is late by less than a period doesn't slow the source down; one that
+/// is later gets the next frame at once and the beat starts anew. With nothing (more) to deliver, `read` waits for up
+/// to one frame period (10 ms where there is no rate) and returns false with its output emptied, so that a reader in a
+/// loop doesn't spin.
+///
+/// All operations may be called from any thread. Delivered pixels are the caller's own.
+class FrameSource : public cv::VideoCapture {
+public:
+  ~FrameSource() override = default;
+
+  bool isOpened() const override;
+  /// From here on there is nothing to deliver; a `read` that waits for its turn ends with false.
+  void release() override;
+  bool grab() override;
+  /// Copies the frame that was grabbed last; false, and the output emptied, if there is none.
+  bool retrieve(cv::OutputArray image, int flag = 0) override;
+  bool read(cv::OutputArray image) override;
+  /// CAP_PROP_FPS: frames per second, 0 for as fast as they can be had; false if negative or not a number. Whatever
+  /// else a source can be told, it says itself; all other properties are refused.
+  bool set(int propId, double value) override;
+  /// CAP_PROP_FRAME_WIDTH, _HEIGHT, _FPS and _POS_FRAMES (frames delivered so far); 0 for any other.
+  double get(int propId) const override;
+
+  /// Frames handed out since construction.
+  std::uint64_t framesDelivered() const { return m_delivered.load(); }
+
+protected:
+  /// `rate` in frames per second, 0: as fast as they can be had. Throws std::invalid_argument if negative or not a
+  /// number.
+  explicit FrameSource(double rate);
+
+  /// The next frame, or an empty one if there is none. Its pixels are only read from. Called with the source's lock
+  /// held, so never by two threads at once.
+  virtual cv::Mat next() = 0;
+  /// Size of the frames to come, pixels. The source's lock is held.
+  virtual cv::Size frameSize() const = 0;
+  /// Asks for one side of the frame's size (CAP_PROP_FRAME_WIDTH or _HEIGHT), pixels; false if refused. The source's
+  /// lock is held.
+  virtual bool resize(int propId, double value) = 0;
+
+  /// The source's lock, for a derived class that touches its frames outside the operations above.
+  std::unique_lock<std::mutex> lockSource() { return std::unique_lock(m_mutex); }
+
+private:
+  using Clock = std::chrono::steady_clock;
+
+  /// Waits until this call's frame is due and takes it; empty if there is none.
+  cv::Mat take();
+
+  mutable std::mutex m_mutex;  // guards everything below but the counter; not held while waiting for a frame's turn
+  std::condition_variable m_released;
+  bool m_open = true;
+  double m_rate;
+  Clock::time_point m_due;  // of the next frame
+  cv::Mat m_grabbed;
+  std::atomic<std::uint64_t> m_delivered{0};
+};
+
+}  // namespace stereo::sim

@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Renderer.hpp"
+
+#include <stdexcept>
+#include <utility>
+
+#include "Texture.hpp"
+
+namespace stereo::sim {
+
+namespace {
+
+/// What a sensor shows where no light falls: near black, with a little noise that never changes.
+cv::Vec3b darkPixel(int row, int col) {
+  const std::uint32_t bits = mixBits(static_cast<std::uint32_t>(row), static_cast<std::uint32_t>(col));
+  const auto level = static_cast<unsigned char>(5 + bits % 4);
+  return {static_cast<unsigned char>(level + 1), level, level};
+}
+
+}  // namespace
+
+Renderer::Renderer(std::shared_ptr<const Scene> scene, const Rig& rig, const cv::Size& frameSize)
+    : m_scene(std::move(scene)), m_frameSize(frameSize) {
+  if (!isCameraFormat(frameSize)) {
+    throw std::invalid_argument("frames are 1856x800 or 928x400 pixels");
+  }
+  const int eyeWidth = frameSize.width / 2;
+  m_pixelAngle = 2.0 * rig.eye(false).model.halfField / eyeWidth;
+  m_viewer = 0.5 * (rig.eye(false).position + rig.eye(true).position);
+  m_rays.assign(static_cast<std::size_t>(frameSize.area()), cv::Vec3f(0, 0, 0));
+  for (const bool isRight : {false, true}) {
+    const OmniModel model = rig.modelFor(isRight, frameSize);
+    const cv::Matx33d rotation = rig.eye(isRight).rotation;
+    const int firstCol = isRight ? eyeWidth : 0;
+    m_positions[isRight ? 1 : 0] = rig.eye(isRight).position;
+    cv::parallel_for_(cv::Range(0, frameSize.height), [&](const cv::Range& rows) {
+      for (int row = rows.start; row < rows.end; ++row) {
+        cv::Vec3f* line = &m_rays[static_cast<std::size_t>(row) * frameSize.width + firstCol];
+        for (int col = 0; col < eyeWidth; ++col) {
+          if (const auto ray = model.lift(cv::Point2d(col, row))) {
+            line[col] = cv::Vec3f(rotation * *ray);
+          }
+        }
+      }
+    });
+  }
+}
+
+cv::Mat Renderer::render(double time) const {
+  const SceneSnapshot snapshot = m_scene->at(time);
+  cv::Mat frame(m_frameSize, CV_8UC3);
+  const int eyeWidth = m_frameSize.width / 2;
+  cv::parallel_for_(cv::Range(0, m_frameSize.height), [&](const cv::Range& rows) {
+    for (int row = rows.start; row < rows.end; ++row) {
+      const cv::Vec3f* rays = &m_rays[static_cast<std::size_t>(row) * m_frameSize.width];
+      auto* pixels = frame.ptr<cv::Vec3b>(row);
+      for (int col = 0; col < m_frameSize.width; ++col) {
+        const cv::Vec3d ray = rays[col];
+        const double length = cv::norm(ray);
+        if (length == 0.0) {
+          pixels[col] = darkPixel(row, col);
+          continue;
+        }
+        const Hit hit = snapshot.trace(m_positions[col < eyeWidth ? 0 : 1], ray / length);
+        pixels[col] = snapshot.color(hit, m_viewer, m_pixelAngle);
+      }
+    }
+  });
+  return frame;
+}
+
+}  // namespace stereo::sim

@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include <opencv2/core.hpp>
+
+#include "Rig.hpp"
+#include "Scene.hpp"
+
+namespace stereo::sim {
+
+/// Draws what the rig sees of the scene: both eyes side by side, left eye left, CV_8UC3 BGR.
+///
+/// The ray of every pixel is worked out once, at construction (some tenths of a second and 18 MB at full size). Rows
+/// are shared out by cv::parallel_for_; the picture doesn't depend on how. `render` may be called by any number of
+/// threads.
+class Renderer {
+public:
+  /// `frameSize` is one of the camera's formats: 1856 x 800 or 928 x 400; any other throws std::invalid_argument.
+  Renderer(std::shared_ptr<const Scene> scene, const Rig& rig, const cv::Size& frameSize);
+
+  /// The frame at `time`, seconds; the caller owns its pixels. Dark, but not quite black, outside the lenses' field.
+  cv::Mat render(double time) const;
+
+  const cv::Size& frameSize() const { return m_frameSize; }
+  /// Width of a pixel in the middle of the field, radians.
+  double pixelAngle() const { return m_pixelAngle; }
+  /// Where colours are drawn for, so that both eyes see the same: the middle between the eyes, metres.
+  const cv::Vec3d& viewer() const { return m_viewer; }
+
+private:
+  std::shared_ptr<const Scene> m_scene;
+  cv::Size m_frameSize;
+  double m_pixelAngle = 0.0;
+  cv::Vec3d m_viewer;
+  cv::Vec3d m_positions[2];       // of the eyes, metres
+  std::vector<cv::Vec3f> m_rays;  // one a pixel of the frame, rectified left frame; zero: no ray gets there
+};
+
+}  // namespace stereo::sim

@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <atomic>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <opencv2/core.hpp>
+#include <opencv2/videoio.hpp>
+
+#include "FrameSource.hpp"
+
+namespace stereo::sim {
+
+/// Device that plays side-by-side recordings: one image, a folder of images in the order of their names, or a video
+/// file.
+///
+/// Frames come as 8-bit BGR (grey ones are turned into it) in the size that they were recorded in, which may change
+/// from image to image. Of a folder, files that are no images are passed over, and so are images that cannot be
+/// decoded. Decoded images are kept up to 256 MB, so that a loop doesn't decode them over and over. The size cannot be
+/// set.
+class ReplayCapture final : public FrameSource {
+public:
+  struct Options {
+    std::string path;    ///< image, folder or video
+    double rate = 30.0;  ///< frames per second, 0: as fast as possible
+    bool loop = true;    ///< start over after the last frame; otherwise there is nothing more to deliver
+    int leadIn = 0;      ///< deliver the first frame this many times more, before the recording begins
+  };
+
+  /// Throws std::runtime_error, with a message of one line, if there is no frame to be had at the path.
+  explicit ReplayCapture(const Options& options);
+
+  /// Size of the first frame of the recording, pixels.
+  const cv::Size& firstFrameSize() const { return m_firstFrameSize; }
+  /// Whether a recording that isn't looped has been played to its end. Any thread.
+  bool finished() const { return m_finished.load(); }
+
+protected:
+  cv::Mat next() override;
+  cv::Size frameSize() const override;
+  bool resize(int propId, double value) override;
+
+private:
+  cv::Mat nextImage();
+  cv::Mat nextOfVideo();
+  cv::Mat image(std::size_t index);
+  bool openVideo();
+
+  const std::string m_path;
+  const bool m_loop;
+  std::vector<std::filesystem::path> m_images;  // empty: the path is a video
+  // The rest is guarded by the source's lock.
+  std::vector<cv::Mat> m_decoded;  // beside `m_images`; empty where not kept
+  std::size_t m_decodedBytes = 0;
+  std::size_t m_index = 0;  // of the next image
+  cv::VideoCapture m_video;
+  cv::Mat m_first;  // the first frame, until it was delivered for the last time ahead of the recording
+  int m_leadIn;     // how often it still is
+  cv::Size m_firstFrameSize;
+  cv::Size m_frameSize;  // of the newest frame
+  std::atomic<bool> m_finished{false};
+};
+
+}  // namespace stereo::sim

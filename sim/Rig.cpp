@@ -1,0 +1,115 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Rig.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <stdexcept>
+
+#include "Texture.hpp"
+
+namespace stereo::sim {
+
+namespace {
+
+constexpr double kHalfField = 111.0 / 180.0 * CV_PI;
+constexpr double kCircleRadius = 464.0;  // pixels, full size
+
+/// Turn by the vector's length about the vector, radians.
+cv::Matx33d turnAbout(const cv::Vec3d& axisAngle) {
+  const double angle = cv::norm(axisAngle);
+  if (angle == 0.0) {
+    return cv::Matx33d::eye();
+  }
+  const cv::Vec3d a = axisAngle / angle;
+  const cv::Matx33d across(0, -a[2], a[1], a[2], 0, -a[0], -a[1], a[0], 0);
+  return cv::Matx33d::eye() + std::sin(angle) * across + (1.0 - std::cos(angle)) * (across * across);
+}
+
+Eye drawEye(bool isRight, double baseline, std::uint32_t seed) {
+  std::uint32_t drawn = 0;
+  const auto around = [&](double middle, double spread) {
+    return middle + spread * (2.0 * unitNumber(mixBits(seed, isRight ? 77U : 33U), drawn++) - 1.0);
+  };
+  Eye eye;
+  OmniModel& m = eye.model;
+  m.halfField = kHalfField;
+  m.xi = around(1.5, 0.04);
+  m.k1 = around(-0.06, 0.02);
+  m.k2 = around(0.010, 0.006);
+  m.p1 = around(0.0, 4e-4);
+  m.p2 = around(0.0, 4e-4);
+  // The focal length is what puts the rim of the field on the rim of the image circle.
+  const double r = std::sin(kHalfField) / (std::cos(kHalfField) + m.xi);
+  const double rim = r * (1.0 + m.k1 * r * r + m.k2 * r * r * r * r);
+  m.fx = around(kCircleRadius / rim, 2.5);
+  m.fy = m.fx * around(1.0, 0.0015);
+  m.skew = around(0.0, 0.15);
+  m.cx = around(464.0, 3.0);
+  m.cy = around(400.0, 3.0);
+  const double degree = CV_PI / 180.0;
+  // The eyes squint outwards by about a degree in all and tilt and roll less.
+  eye.rotation = turnAbout({around(0.0, 0.4) * degree, around(isRight ? -0.6 : 0.6, 0.4) * degree,
+                            around(isRight ? 0.4 : -0.4, 0.4) * degree});
+  eye.position = isRight ? cv::Vec3d(baseline, 0, 0) : cv::Vec3d(0, 0, 0);
+  return eye;
+}
+
+}  // namespace
+
+bool isCameraFormat(const cv::Size& frameSize) {
+  return frameSize == cv::Size(kFullWidth, kFullHeight) || frameSize == cv::Size(kFullWidth / 2, kFullHeight / 2);
+}
+
+Rig::Rig(std::uint32_t seed) {
+  m_baseline = 0.060 + 0.001 * (unitNumber(seed, 5) - 0.5);
+  for (const bool isRight : {false, true}) {
+    m_eyes[isRight ? 1 : 0] = drawEye(isRight, m_baseline, seed);
+  }
+}
+
+OmniModel Rig::modelFor(bool isRight, const cv::Size& frameSize) const {
+  return eye(isRight).model.scaled(static_cast<double>(frameSize.width) / kFullWidth);
+}
+
+std::optional<cv::Point2d> Rig::project(bool isRight, const cv::Vec3d& point, const cv::Size& frameSize) const {
+  const Eye& e = eye(isRight);
+  const auto pixel = modelFor(isRight, frameSize).project(e.rotation.t() * (point - e.position));
+  const int width = frameSize.width / 2;
+  const int height = frameSize.height;
+  if (!pixel || pixel->x < 0.0 || pixel->y < 0.0 || pixel->x > width - 1.0 || pixel->y > height - 1.0) {
+    return std::nullopt;
+  }
+  const double radius = std::hypot(pixel->x - width / 2, pixel->y - height / 2);
+  return radius <= frameSize.width / 4 ? pixel : std::nullopt;
+}
+
+std::vector<cv::Mat> Rig::calibParams(bool isRight) const {
+  const Eye& e = eye(isRight);
+  const cv::Vec4d d = e.model.distortion();
+  const cv::Vec3d translation = -1000.0 * (eye(true).rotation.t() * eye(true).position);
+  return {cv::Mat(e.model.intrinsic(), true), (cv::Mat_<double>(1, 4) << d[0], d[1], d[2], d[3]),
+          (cv::Mat_<double>(1, 1) << e.model.xi), cv::Mat(e.rotation, true), cv::Mat(translation, true)};
+}
+
+void Rig::saveCalibration(const std::string& path, int serialNumber, int posNumber,
+                          const cv::Size& rectFrameSize) const {
+  cv::FileStorage file(path, cv::FileStorage::WRITE);
+  if (!file.isOpened()) {
+    throw std::runtime_error("cannot write the calibration to " + path);
+  }
+  file << "SerialNumber" << (cv::Mat_<double>(1, 1) << serialNumber);
+  file << "PositonNumber" << (cv::Mat_<double>(1, 1) << posNumber);
+  file << "RectifyFrameSize" << (cv::Mat_<double>(1, 2) << rectFrameSize.width, rectFrameSize.height);
+  for (const bool isRight : {false, true}) {
+    const std::string side = isRight ? "Right" : "Left";
+    const std::vector<cv::Mat> params = calibParams(isRight);
+    file << side + "Xi" << params[2];
+    file << side + "IntrinsicMatrix" << params[0];
+    file << side + "DistortionCoefficients" << params[1];
+    file << side + "Rotation" << params[3];
+  }
+  file << "Translation" << calibParams(false)[4];
+  file << "Reserved" << cv::Mat::eye(3, 3, CV_64F);
+}
+
+}  // namespace stereo::sim

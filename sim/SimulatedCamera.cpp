@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "SimulatedCamera.hpp"
+
+#include <utility>
+
+namespace stereo::sim {
+
+/// What exists before the camera: its device is handed to the base class and referred to afterwards.
+struct SimulatedCamera::Parts {
+  explicit Parts(const Options& options)
+      : scene(std::make_shared<const Scene>(Scene::Options{options.seed, options.moving, options.period})),
+        rig(options.seed),
+        source(std::make_unique<SimulatedCapture>(
+            scene, rig,
+            SimulatedCapture::Options{options.frameSize, options.rate, options.framesPerPeriod, options.ring})),
+        capture(*source) {}
+
+  std::shared_ptr<const Scene> scene;
+  Rig rig;
+  std::unique_ptr<SimulatedCapture> source;
+  SimulatedCapture& capture;
+};
+
+SimulatedCamera::SimulatedCamera(const Options& options) : SimulatedCamera(options, Parts(options)) {}
+
+SimulatedCamera::SimulatedCamera(const Options& options, Parts parts)
+    : VirtualCamera(std::move(parts.source), options.rate),
+      m_scene(std::move(parts.scene)),
+      m_rig(parts.rig),
+      m_capture(parts.capture) {
+  setSerialNumber(static_cast<int>(options.seed));
+  for (const bool isRight : {false, true}) {
+    setCalibParams(m_rig.calibParams(isRight), isRight);
+  }
+  setRawFrameSize(options.frameSize);
+  setRectFrameSize(options.rectFrameSize);
+}
+
+SimulatedCamera::~SimulatedCamera() { stopWorkers(); }
+
+View SimulatedCamera::perspectiveView() const { return View::perspective(rectFrameSize(), horizontalField()); }
+
+View SimulatedCamera::lonLatView() const { return View::lonLat(rectFrameSize(), lonLatField()); }
+
+Truth SimulatedCamera::truth(const View& view, double time) const { return GroundTruth(m_scene, m_rig).at(view, time); }
+
+}  // namespace stereo::sim

@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include <opencv2/core.hpp>
+
+#include "GroundTruth.hpp"
+#include "Rig.hpp"
+#include "Scene.hpp"
+#include "SimulatedCapture.hpp"
+#include "VirtualCamera.hpp"
+
+namespace stereo::sim {
+
+/// A calibrated camera in a room of known geometry: ready for `startCapture` once constructed.
+///
+/// Its calibration is free of error and already set, its serial number is the seed. `setRawFrameSize` and
+/// `setRawFrameRate` work as on a real camera.
+class SimulatedCamera final : public VirtualCamera {
+public:
+  struct Options {
+    cv::Size frameSize{1856, 800};     ///< 1856 x 800 or 928 x 400
+    double rate = 30.0;                ///< frames per second, 0: as fast as possible
+    std::uint32_t seed = 1;            ///< draws rig and scene
+    bool moving = true;                ///< false: the scene stands still
+    double period = 2.0;               ///< scene seconds after which the motion repeats
+    int framesPerPeriod = 16;          ///< frames that show one period
+    bool ring = true;                  ///< keep the frames of a period: see `SimulatedCapture`
+    cv::Size rectFrameSize{464, 400};  ///< one rectified eye, pixels
+  };
+
+  /// Throws std::invalid_argument for options out of range.
+  explicit SimulatedCamera(const Options& options);
+  ~SimulatedCamera() override;
+
+  const std::shared_ptr<const Scene>& scene() const { return m_scene; }
+  const Rig& rig() const { return m_rig; }
+  /// The device; owned by the camera.
+  SimulatedCapture& capture() const { return m_capture; }
+
+  /// The rectified views as the camera makes them, by its present settings.
+  View perspectiveView() const;
+  View lonLatView() const;
+  /// True depth for either view at a scene time, seconds.
+  Truth truth(const View& view, double time = 0.0) const;
+
+private:
+  struct Parts;
+  SimulatedCamera(const Options& options, Parts parts);
+
+  const std::shared_ptr<const Scene> m_scene;
+  const Rig m_rig;
+  SimulatedCapture& m_capture;
+};
+
+}  // namespace stereo::sim

@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "SimulatedCapture.hpp"
+
+#include <stdexcept>
+#include <utility>
+
+namespace stereo::sim {
+
+namespace {
+
+int checkedFrames(const Scene& scene, int framesPerPeriod) {
+  if (framesPerPeriod < 1 || framesPerPeriod > 1024) {
+    throw std::invalid_argument("a period has 1 to 1024 frames");
+  }
+  return scene.options().moving ? framesPerPeriod : 1;
+}
+
+}  // namespace
+
+SimulatedCapture::SimulatedCapture(std::shared_ptr<const Scene> scene, const Rig& rig, const Options& options)
+    : FrameSource(options.rate),
+      m_scene(std::move(scene)),
+      m_rig(rig),
+      m_framesPerPeriod(checkedFrames(*m_scene, options.framesPerPeriod)),
+      // A single frame is kept in any case.
+      m_keep(options.ring || m_framesPerPeriod == 1),
+      m_renderer(std::make_unique<Renderer>(m_scene, m_rig, options.frameSize)),
+      m_asked(options.frameSize),
+      m_ring(m_keep ? static_cast<std::size_t>(m_framesPerPeriod) : 0) {}
+
+double SimulatedCapture::sceneTime(std::uint64_t index) const {
+  const auto frames = static_cast<std::uint64_t>(m_framesPerPeriod);
+  return static_cast<double>(index % frames) / static_cast<double>(frames) * m_scene->options().period;
+}
+
+void SimulatedCapture::fillRing() {
+  for (std::size_t i = 0; i < m_ring.size(); ++i) {
+    const auto lock = lockSource();
+    frame(i);
+  }
+}
+
+cv::Mat SimulatedCapture::next() { return frame(m_index++); }
+
+cv::Size SimulatedCapture::frameSize() const { return m_renderer->frameSize(); }
+
+bool SimulatedCapture::resize(int propId, double value) {
+  const bool isWidth = propId == cv::CAP_PROP_FRAME_WIDTH;
+  const int full = isWidth ? kFullWidth : kFullHeight;
+  if (value != full && value != full / 2) {
+    return false;
+  }
+  (isWidth ? m_asked.width : m_asked.height) = static_cast<int>(value);
+  if (isCameraFormat(m_asked) && m_asked != m_renderer->frameSize()) {
+    m_renderer = std::make_unique<Renderer>(m_scene, m_rig, m_asked);
+    m_ring.assign(m_ring.size(), cv::Mat());
+  }
+  return true;
+}
+
+cv::Mat SimulatedCapture::frame(std::uint64_t index) {
+  if (!m_keep) {
+    return m_renderer->render(sceneTime(index));
+  }
+  cv::Mat& kept = m_ring[index % m_ring.size()];
+  if (kept.empty()) {
+    kept = m_renderer->render(sceneTime(index));
+  }
+  return kept;
+}
+
+}  // namespace stereo::sim

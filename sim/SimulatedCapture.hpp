@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include <opencv2/core.hpp>
+
+#include "FrameSource.hpp"
+#include "Renderer.hpp"
+
+namespace stereo::sim {
+
+/// Device that shows a scene: frame n is the scene at time (n mod N) / N of its period, N frames a period (N is 1 for a
+/// scene that stands still).
+///
+/// With the ring, each of the N frames is rendered when it is first due and kept (4.5 MB each at full size), so that
+/// from the second period on frames can be had at hundreds a second. Without it, every frame is rendered anew: less
+/// memory, and no more than a few frames a second at full size. Both give the same frames.
+///
+/// CAP_PROP_FRAME_WIDTH and _HEIGHT take the sides of the camera's two formats; once both name the same format, the
+/// next frame comes in it. Changing the format drops the ring.
+class SimulatedCapture final : public FrameSource {
+public:
+  struct Options {
+    cv::Size frameSize{1856, 800};  ///< one of the camera's formats
+    double rate = 30.0;             ///< frames per second, 0: as fast as possible
+    int framesPerPeriod = 16;       ///< N, 1 to 1024
+    bool ring = true;               ///< keep rendered frames
+  };
+
+  /// Throws std::invalid_argument for options out of range.
+  SimulatedCapture(std::shared_ptr<const Scene> scene, const Rig& rig, const Options& options);
+
+  /// Scene time of frame `index`, seconds.
+  double sceneTime(std::uint64_t index) const;
+
+  /// Renders what the ring still lacks, so that the first period runs at full rate too. Any thread; others wait.
+  void fillRing();
+
+protected:
+  cv::Mat next() override;
+  cv::Size frameSize() const override;
+  bool resize(int propId, double value) override;
+
+private:
+  cv::Mat frame(std::uint64_t index);
+
+  const std::shared_ptr<const Scene> m_scene;
+  const Rig m_rig;
+  const int m_framesPerPeriod;
+  const bool m_keep;
+  // The rest is guarded by the source's lock.
+  std::unique_ptr<Renderer> m_renderer;
+  cv::Size m_asked;             // what the two properties were last set to
+  std::uint64_t m_index = 0;    // of the next frame
+  std::vector<cv::Mat> m_ring;  // empty where not rendered yet; pixels are never changed once in here
+};
+
+}  // namespace stereo::sim

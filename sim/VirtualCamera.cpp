@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "VirtualCamera.hpp"
+
+namespace stereo::sim {
+
+VirtualCamera::VirtualCamera(std::unique_ptr<FrameSource> source, double rate) : StereoCamera(kNoDevice) {
+  delete m_videoCapture;
+  m_videoCapture = source.release();
+  m_deviceNode = 0;
+  if (rate > 0.0) {
+    m_frameRate = static_cast<float>(rate);
+  }
+  m_isOpened = true;
+}
+
+void VirtualCamera::setDepthLimits(float nearest, float farthest) {
+  m_minDepth = nearest;
+  m_maxDepth = farthest;
+}
+
+void VirtualCamera::stopWorkers() {
+  m_isOpened = false;
+  if (m_videoCapture != nullptr) {
+    // A source at a slow rate gives up waiting for its next frame.
+    m_videoCapture->release();
+  }
+  stopStereoCompute();
+  stopCapture();
+}
+
+}  // namespace stereo::sim

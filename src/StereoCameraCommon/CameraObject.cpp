@@ -1,0 +1,151 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <iostream>
+#include <new>
+#include <utility>
+
+#include "StereoCamera.hpp"
+#include "StereoCameraCommon/Internals.hpp"
+#include "StereoCameraCommon/Relaxed.hpp"
+#include "StereoCameraCommon/Report.hpp"
+#include "SystemLog.hpp"
+
+using stereo::relaxed;
+using stereo::setRelaxed;
+
+// Every public constructor delegates to this one, so that the destructor frees what a later step acquired should that
+// step throw.
+StereoCamera::StereoCamera(std::unique_ptr<Internals> internals) : m_internals(std::move(internals)) {}
+
+StereoCamera::StereoCamera() : StereoCamera(0) {}
+
+StereoCamera::StereoCamera(int deviceNode) : StereoCamera(std::make_unique<Internals>()) {
+  m_isOpened = false;
+  m_deviceNode = deviceNode;
+  m_logLevel = 1;
+  if (!createLog()) {
+    return;
+  }
+  if (!createDevice()) {
+    m_log->runTimeError("Init Camera %d Error!\n", m_deviceNode);
+    dropLog();
+    return;
+  }
+  if (m_videoCapture->isOpened()) {
+    m_isOpened = true;
+  }
+}
+
+StereoCamera::StereoCamera(std::string settingsPath) : StereoCamera(std::make_unique<Internals>()) {
+  m_isOpened = false;
+  if (!StereoCamera::loadConfig(settingsPath)) {
+    // There is no log yet, its level being one of the settings: standard error takes the report.
+    std::cerr << "Load " << settingsPath << " error!" << std::endl;
+    return;
+  }
+  if (!createLog()) {
+    return;
+  }
+  if (!createDevice()) {
+    m_log->runTimeError("Init camera object error!\n");
+    dropLog();
+    return;
+  }
+  // What the device makes of these shows in its frames; its answers are not to be relied on.
+  m_videoCapture->set(cv::CAP_PROP_FRAME_WIDTH, m_rawFrameSize.width);
+  m_videoCapture->set(cv::CAP_PROP_FRAME_HEIGHT, m_rawFrameSize.height);
+  m_videoCapture->set(cv::CAP_PROP_FPS, m_frameRate);
+  if (m_videoCapture->isOpened()) {
+    m_isOpened = true;
+  }
+}
+
+StereoCamera::~StereoCamera() {
+  m_isOpened = false;
+  dropLog();
+  delete m_videoCapture;
+  m_videoCapture = nullptr;
+  // A worker that still runs makes its thread object joinable, and destroying that ends the process.
+  delete m_captureThread;
+  m_captureThread = nullptr;
+  delete m_computeThread;
+  m_computeThread = nullptr;
+}
+
+bool StereoCamera::createLog() {
+  m_log = new (std::nothrow) SystemLog(m_logName);
+  if (m_log == nullptr) {
+    std::cerr << "Init Camera Log Error!" << std::endl;
+    return false;
+  }
+  m_log->setLogLevel(m_logLevel);
+  return true;
+}
+
+void StereoCamera::dropLog() {
+  delete m_log;
+  m_log = nullptr;
+}
+
+bool StereoCamera::createDevice() {
+  m_videoCapture = new (std::nothrow) cv::VideoCapture(m_deviceNode, cv::CAP_ANY);
+  return m_videoCapture != nullptr;
+}
+
+bool StereoCamera::isOpened() { return m_isOpened; }
+
+bool StereoCamera::setLogLevel(int level) {
+  setRelaxed(m_logLevel, level);
+  return level >= 0;
+}
+
+bool StereoCamera::setPosNumber(int posNumber) {
+  setRelaxed(m_posNumber, posNumber);
+  return true;
+}
+
+bool StereoCamera::setSerialNumber(int serialNumber) {
+  setRelaxed(m_serialNumber, serialNumber);
+  return true;
+}
+
+bool StereoCamera::setRawFrameRate(int framesPerSecond) {
+  const auto rate = static_cast<float>(framesPerSecond);
+  m_frameRate = rate;
+  if (m_videoCapture == nullptr) {
+    return false;
+  }
+  m_videoCapture->set(cv::CAP_PROP_FPS, rate);
+  return true;
+}
+
+bool StereoCamera::setRawFrameSize(cv::Size size) {
+  if (size != cv::Size(1856, 800) && size != cv::Size(928, 400)) {
+    stereo::reportError(m_log, "Image size must be 1856×800 or 928×400!\n");
+    return false;
+  }
+  setRelaxed(m_rawFrameSize, size);
+  if (m_videoCapture == nullptr) {
+    return false;
+  }
+  m_videoCapture->set(cv::CAP_PROP_FRAME_WIDTH, size.width);
+  m_videoCapture->set(cv::CAP_PROP_FRAME_HEIGHT, size.height);
+  setRelaxed(m_fisheyeRadius, size.width >> 2);
+  return true;
+}
+
+bool StereoCamera::setRectFrameSize(cv::Size size) {
+  setRelaxed(m_rectFrameSize, size);
+  return size.width != 0;
+}
+
+int StereoCamera::getLogLevel() const { return relaxed(m_logLevel); }
+
+int StereoCamera::getDeviceNode() const { return relaxed(m_deviceNode); }
+
+int StereoCamera::getPosNumber() const { return relaxed(m_posNumber); }
+
+int StereoCamera::getSerialNumber() const { return relaxed(m_serialNumber); }
+
+float StereoCamera::getRawFrameRate() const { return m_frameRate; }
+
+cv::Size StereoCamera::getRawFrameSize() const { return relaxed(m_rawFrameSize); }

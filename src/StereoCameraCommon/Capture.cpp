@@ -1,0 +1,223 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <cstdlib>
+#include <utility>
+
+#include <unistd.h>
+
+#include <opencv2/core/utility.hpp>
+
+#include "StereoCamera.hpp"
+#include "StereoCameraCommon/Internals.hpp"
+#include "StereoCameraCommon/Relaxed.hpp"
+#include "StereoCameraCommon/Report.hpp"
+#include "core/Numbers.hpp"
+#include "core/RectifyMap.hpp"
+#include "system/SharedFrame.hpp"
+
+using stereo::relaxed;
+using stereo::reportError;
+using stereo::reportInfo;
+using stereo::setRelaxed;
+
+namespace {
+
+constexpr double calibratedWidth = 1856.0;  // width of the raw frame that the calibration's intrinsic matrices are for
+constexpr int warmUpReads = 10;
+constexpr useconds_t warmUpPause = 50'000;     // microseconds
+constexpr useconds_t publicationPause = 1000;  // microseconds
+
+void scaleIntrinsic(cv::Mat& intrinsic, float scale) {
+  // In place: headers that the host got from the camera follow.
+  stereo::core::requireDoubles(intrinsic, 2, 1, "intrinsic matrix");
+  intrinsic.row(0) *= scale;
+  intrinsic.row(1) *= scale;
+}
+
+// Maps the segment for the worker. Without it the consumer's process would wait for ever on a camera that seems to
+// work, so the whole process ends.
+void openSegment(stereo::sys::SharedFrame& segment, float frameScale, key_t key, cv::Size rawFrameSize,
+                 SystemLog* log) {
+  if (frameScale == 1.0F || frameScale == 0.5F) {
+    if (!segment.create(key, stereo::sys::SharedFrame::sizeFor(rawFrameSize))) {
+      reportError(log, "share memory alloc create failed!\n");
+      std::exit(1);
+    }
+  }
+  if (!segment.attach()) {
+    reportError(log, "share memory shmat failed!\n");
+    std::exit(1);
+  }
+}
+
+void closeSegment(stereo::sys::SharedFrame& segment, SystemLog* log) {
+  if (!segment.detach()) {
+    reportError(log, "share memory shmdt failed!\n");
+  }
+  if (!segment.remove()) {
+    reportError(log, "Delete share memory error!");
+  }
+}
+
+std::chrono::microseconds systemTime() {
+  return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::system_clock::now().time_since_epoch());
+}
+
+}  // namespace
+
+bool StereoCamera::startCapture(bool useTransmit, bool useShareMemory) {
+  if (useShareMemory) {
+    m_useShareMemory = true;
+  }
+  if (useTransmit) {
+    m_useTransmit = true;
+  }
+  const auto frameScale = static_cast<float>(static_cast<float>(relaxed(m_rawFrameSize).width) / calibratedWidth);
+  // The left intrinsic matrix is not asked for; where it alone is missing, scaling it raises the error.
+  if (!relaxed(m_rectFrameSize).empty() && !m_translation.empty() && !m_leftXi.empty() && !m_leftRotation.empty() &&
+      !m_leftDistortion.empty() && !m_rightXi.empty() && !m_rightRotation.empty() && !m_rightIntrinsic.empty() &&
+      !m_rightDistortion.empty()) {
+    buildMaps(frameScale);
+  }
+  reportInfo(m_log, "Initialize parameters OK!\n");
+  if (m_isOpened) {
+    const std::lock_guard lock(m_frameMutex);
+    m_internals->captureStopped = false;
+  }
+  {
+    const std::lock_guard lock(m_disparityMutex);
+    m_internals->disparityReadersReleased = false;
+  }
+  // Reserved first, so that nothing can throw between the new worker's start and the old one's being put away.
+  m_internals->supersededWorkers.reserve(m_internals->supersededWorkers.size() + 1);
+  auto* const worker = new std::thread([this, frameScale] { captureWorker(frameScale); });
+  if (m_captureThread != nullptr) {
+    m_internals->supersededWorkers.push_back(std::move(*m_captureThread));
+    delete m_captureThread;
+  }
+  m_captureThread = worker;
+  return m_captureThread != nullptr;
+}
+
+void StereoCamera::buildMaps(float frameScale) {
+  const cv::Size size = relaxed(m_rectFrameSize);
+  scaleIntrinsic(m_leftIntrinsic, frameScale);
+  scaleIntrinsic(m_rightIntrinsic, frameScale);
+  const cv::Mat perspective = stereo::core::perspectiveCameraMatrix(size, relaxed(m_hFov));
+  const cv::Mat lonLat = stereo::core::lonLatCameraMatrix(size, relaxed(m_lonLatFov));
+  {
+    const std::lock_guard lock(m_internals->mapMutex);
+    m_rectCameraMatrix = perspective;
+  }
+  // Built aside and swapped in whole: readers of a worker that already runs remap meanwhile.
+  cv::Mat rectifyMaps[2][2];
+  cv::Mat lonLatMaps[2][2];
+  const double leftXi = stereo::core::scalarOf(m_leftXi);
+  const double rightXi = stereo::core::scalarOf(m_rightXi);
+  initRectifyMap(m_leftIntrinsic, m_leftDistortion, m_leftRotation, perspective, leftXi, leftXi, size, 2,
+                 rectifyMaps[0][0], rectifyMaps[0][1]);
+  initRectifyMap(m_rightIntrinsic, m_rightDistortion, m_rightRotation, perspective, rightXi, rightXi, size, 2,
+                 rectifyMaps[1][0], rectifyMaps[1][1]);
+  initRectifyMap(m_leftIntrinsic, m_leftDistortion, m_leftRotation, lonLat, leftXi, 0.0, size, 1, lonLatMaps[0][0],
+                 lonLatMaps[0][1]);
+  initRectifyMap(m_rightIntrinsic, m_rightDistortion, m_rightRotation, lonLat, rightXi, 0.0, size, 1, lonLatMaps[1][0],
+                 lonLatMaps[1][1]);
+  const std::lock_guard lock(m_internals->mapMutex);
+  for (int eye = 0; eye < 2; ++eye) {
+    for (int map = 0; map < 2; ++map) {
+      std::swap(m_rectifyMaps[eye][map], rectifyMaps[eye][map]);
+      std::swap(m_lonLatMaps[eye][map], lonLatMaps[eye][map]);
+    }
+  }
+}
+
+void StereoCamera::captureWorker(float frameScale) {
+  const auto readFrame = [this] {
+    // Fresh for every read: a device that fails without touching its argument must not replay the last frame.
+    cv::Mat frame;
+    if (m_videoCapture != nullptr) {
+      const std::lock_guard lock(m_internals->deviceMutex);
+      m_videoCapture->read(frame);
+    }
+    return frame;
+  };
+
+  stereo::sys::SharedFrame segment;
+  if (m_useShareMemory) {
+    openSegment(segment, frameScale, getPosNumber() + 9000, relaxed(m_rawFrameSize), m_log);
+  }
+  for (int i = 0; i < warmUpReads; ++i) {
+    const cv::Mat frame = readFrame();
+    if (!frame.empty()) {
+      setRelaxed(m_rawFrameSize, frame.size());
+    }
+  }
+  reportInfo(m_log, "Start capture ...\n");
+  usleep(warmUpPause);
+  if (m_useTransmit && relaxed(m_transmode) != -1) {
+    openStream();
+  }
+
+  // Buffers of this worker alone; they keep their memory from pass to pass.
+  cv::Mat first;
+  cv::Mat second;
+  while (m_isOpened) {
+    const auto start = static_cast<double>(cv::getTickCount());
+    const cv::Mat frame = readFrame();
+    if (frame.empty()) {
+      continue;
+    }
+    const int h = frame.cols >> 1;
+    frame(cv::Rect(0, 0, h, frame.rows)).copyTo(first);
+    frame(cv::Rect(h, 0, h, frame.rows)).copyTo(second);
+    if (frame.type() == CV_8UC3) {
+      // The mask is defined on BGR pixels; a device set up to deliver anything else is passed on as it is.
+      convertRawFisheyeImage(relaxed(m_fisheyeRadius), first, second);
+    }
+    if (m_useShareMemory) {
+      const std::lock_guard lock(m_internals->segmentMutex);
+      segment.offer(first, static_cast<std::size_t>(frame.rows) * static_cast<std::size_t>(h) * 3);
+    }
+    const auto duration = static_cast<float>(static_cast<double>(cv::getTickCount()) - start);
+    m_frameRate = static_cast<float>(cv::getTickFrequency() / duration);
+
+    const std::lock_guard lock(m_frameMutex);
+    m_rawFrame.first = first.clone();
+    m_rawFrame.second = second.clone();
+    setRelaxed(m_rawFrame.timestamp, systemTime());
+    ++m_internals->publishedFrames;
+    m_frameCond.notify_all();
+    usleep(publicationPause);  // inside the lock: readers of this frame get it before the next can replace it
+  }
+  reportInfo(m_log, "Exit capture frame worker ...\n");
+  if (m_useShareMemory) {
+    closeSegment(segment, m_log);
+  }
+}
+
+bool StereoCamera::stopCapture() {
+  m_isOpened = false;
+  if (m_captureThread != nullptr) {
+    m_captureThread->join();
+    for (std::thread& worker : m_internals->supersededWorkers) {
+      worker.join();
+    }
+    m_internals->supersededWorkers.clear();
+    delete m_captureThread;
+    m_captureThread = nullptr;
+    reportInfo(m_log, "Stop get frame done.\n");
+  }
+  // Nothing will be published any more: send home who waits for a frame, or for a disparity made from one.
+  {
+    const std::lock_guard lock(m_frameMutex);
+    m_internals->captureStopped = true;
+    ++m_internals->frameWakeups;
+    m_frameCond.notify_all();
+  }
+  {
+    const std::lock_guard lock(m_disparityMutex);
+    m_internals->disparityReadersReleased = true;
+    ++m_internals->disparityReleases;
+    m_disparityCond.notify_all();
+  }
+  return true;
+}

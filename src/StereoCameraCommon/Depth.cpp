@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "core/Depth.hpp"
+
+#include "StereoCamera.hpp"
+#include "StereoCameraCommon/Internals.hpp"
+#include "StereoCameraCommon/Relaxed.hpp"
+#include "core/Numbers.hpp"
+
+using stereo::relaxed;
+
+// What the depth formulas need, read once. The camera matrix may be swapped by a second start meanwhile.
+stereo::core::DepthModel StereoCamera::depthModel() const {
+  stereo::core::DepthModel model;
+  model.mode = relaxed(m_depthmode);
+  model.b = stereo::core::baselineMetres(m_translation);
+  model.W = relaxed(m_rectFrameSize).width;
+  model.lonLatFov = relaxed(m_lonLatFov);
+  model.minDepth = relaxed(m_minDepth);
+  model.maxDepth = relaxed(m_maxDepth);
+  const cv::Mat camera = rectCameraMatrix();
+  model.f = camera.empty() ? 0.0 : stereo::core::scalarOf(camera);
+  return model;
+}
+
+cv::Mat StereoCamera::rectCameraMatrix() const {
+  const std::lock_guard lock(m_internals->mapMutex);
+  return m_rectCameraMatrix;
+}
+
+void StereoCamera::getDepthFrame(cv::Mat& disparity, cv::Mat& depth) {
+  depth = stereo::core::metricDepth(disparity, depthModel());
+}
+
+bool StereoCamera::getDepthFrame(cv::Mat& depth, bool /*color*/, std::chrono::microseconds& timestamp) {
+  if (!m_isComputing) {
+    return false;
+  }
+  cv::Mat disparity;
+  {
+    std::unique_lock lock(m_frameMutex);
+    if (!waitForFrame(lock)) {
+      return false;
+    }
+    cv::Mat published;
+    {
+      const std::lock_guard headers(m_internals->disparityHeaderMutex);
+      published = m_disparityFrame.second;
+    }
+    disparity = published.clone();
+    timestamp = m_rawFrame.timestamp;
+  }
+  if (disparity.empty()) {
+    return false;
+  }
+  const stereo::core::DepthModel model = depthModel();
+  depth = stereo::core::paintDepth(disparity, model, stereo::core::depthRange(disparity, model));
+  if (m_useTransmit && relaxed(m_transmode) == 4 && model.mode == 2) {
+    cv::Mat view;
+    {
+      const std::lock_guard headers(m_internals->disparityHeaderMutex);
+      view = m_disparityFrame.first;
+    }
+    cv::Mat joined;
+    cv::hconcat(view, depth, joined);
+    writeStream(joined);
+  }
+  return !depth.empty();
+}

@@ -1,0 +1,132 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <utility>
+
+#include <unistd.h>
+
+#include <opencv2/calib3d.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include "StereoCamera.hpp"
+#include "StereoCameraCommon/DisparityThread.hpp"
+#include "StereoCameraCommon/Internals.hpp"
+#include "StereoCameraCommon/Relaxed.hpp"
+#include "StereoCameraCommon/Report.hpp"
+
+using stereo::relaxed;
+using stereo::reportInfo;
+using stereo::setRelaxed;
+
+thread_local const StereoCamera* stereo::disparityWorkerOfThisThread = nullptr;
+
+namespace {
+
+constexpr useconds_t startPause = 5'000;        // microseconds
+constexpr useconds_t publicationPause = 1'000;  // microseconds
+constexpr int numDisparities = 32;
+constexpr int blockSize = 9;
+constexpr double pixelsPerStep = 0.0625;  // the matchers count in sixteenths of a pixel
+
+cv::Ptr<cv::StereoSGBM> makeSemiGlobalMatcher() {
+  const int channels = 3;
+  const int P1 = 8 * channels * blockSize * blockSize;
+  const int P2 = 32 * channels * blockSize * blockSize;
+  return cv::StereoSGBM::create(0, numDisparities, blockSize, P1, P2, 0, 0, 0, 0, 0, cv::StereoSGBM::MODE_SGBM);
+}
+
+cv::Ptr<cv::StereoBM> makeBlockMatcher() {
+  auto matcher = cv::StereoBM::create(numDisparities, blockSize);
+  matcher->setPreFilterCap(31);
+  matcher->setMinDisparity(0);
+  matcher->setTextureThreshold(10);
+  matcher->setUniquenessRatio(15);
+  matcher->setSpeckleWindowSize(100);
+  matcher->setSpeckleRange(32);
+  matcher->setDisp12MaxDiff(1);
+  return matcher;
+}
+
+}  // namespace
+
+bool StereoCamera::startStereoCompute() {
+  // One worker at a time: a second one would leave the first with nobody to join it.
+  if (m_computeThread != nullptr) {
+    return false;
+  }
+  usleep(startPause);
+  reportInfo(m_log, "Start stereo computing ...\n");
+  m_isComputing = true;
+  m_computeThread = new std::thread([this] { disparityWorker(); });
+  return m_computeThread != nullptr;
+}
+
+void StereoCamera::disparityWorker() {
+  stereo::disparityWorkerOfThisThread = this;
+  cv::Ptr<cv::StereoBM> blockMatcher;
+  cv::Ptr<cv::StereoSGBM> semiGlobalMatcher;
+  const int algorithm = relaxed(m_algorithm);
+  if (algorithm == 0) {
+    semiGlobalMatcher = makeSemiGlobalMatcher();
+  } else if (algorithm == 1) {
+    blockMatcher = makeBlockMatcher();
+  }
+  while (m_isComputing) {
+    cv::Mat left;
+    cv::Mat right;
+    cv::Mat view;
+    std::chrono::microseconds timestamp{0};
+    if (!getRectStereoFrame(left, right, view, timestamp)) {
+      continue;
+    }
+    cv::Mat raw;
+    cv::Mat disparity;
+    // A matcher that was not made when the worker started is not made now: such a cycle publishes no disparity.
+    const int chosen = relaxed(m_algorithm);
+    if (chosen == 0 && semiGlobalMatcher) {
+      semiGlobalMatcher->compute(left, right, raw);
+    } else if (chosen == 1 && blockMatcher) {
+      cv::Mat greyLeft;
+      cv::Mat greyRight;
+      cv::cvtColor(left, greyLeft, cv::COLOR_BGR2GRAY);
+      cv::cvtColor(right, greyRight, cv::COLOR_BGR2GRAY);
+      blockMatcher->compute(greyLeft, greyRight, raw);
+    }
+    raw.convertTo(disparity, CV_32F, pixelsPerStep, 0.0);
+
+    const std::lock_guard lock(m_disparityMutex);
+    cv::Mat publishedView = view.clone();
+    cv::Mat publishedDisparity = disparity.clone();
+    {
+      const std::lock_guard headers(m_internals->disparityHeaderMutex);
+      std::swap(m_disparityFrame.first, publishedView);
+      std::swap(m_disparityFrame.second, publishedDisparity);
+    }
+    setRelaxed(m_disparityFrame.timestamp, timestamp);
+    ++m_internals->publishedDisparities;
+    m_disparityCond.notify_all();
+    usleep(publicationPause);  // inside the lock: woken readers get this result before the next can replace it
+  }
+  blockMatcher.reset();
+  semiGlobalMatcher.reset();
+  reportInfo(m_log, "Exit compute disparity worker ...\n");
+}
+
+bool StereoCamera::stopStereoCompute() {
+  m_isComputing = false;
+  if (m_computeThread == nullptr) {
+    return true;
+  }
+  {
+    // The worker may wait for a frame that never comes. Other readers look again and go on waiting.
+    const std::lock_guard lock(m_frameMutex);
+    ++m_internals->frameWakeups;
+    m_frameCond.notify_all();
+  }
+  m_computeThread->join();
+  delete m_computeThread;
+  m_computeThread = nullptr;
+  reportInfo(m_log, "Stop stereo compute done.\n");
+  const std::lock_guard lock(m_disparityMutex);
+  ++m_internals->disparityReleases;
+  m_disparityCond.notify_all();
+  return true;
+}

@@ -1,0 +1,148 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <opencv2/imgproc.hpp>
+
+#include "StereoCamera.hpp"
+#include "StereoCameraCommon/DisparityThread.hpp"
+#include "StereoCameraCommon/Internals.hpp"
+#include "StereoCameraCommon/Relaxed.hpp"
+
+using stereo::relaxed;
+
+namespace {
+
+// One eye's two maps, as headers that stay valid while new maps are swapped in.
+struct MapPair {
+  cv::Mat columns;
+  cv::Mat rows;
+};
+
+// A buffer of the caller's that nobody else sees is written into again; any other is replaced by a fresh one.
+void leaveToOthers(cv::Mat& output) {
+  if (output.u == nullptr || output.u->refcount != 1) {
+    output.release();
+  }
+}
+
+void rectify(const cv::Mat& eye, const MapPair& maps, cv::Mat& view) {
+  leaveToOthers(view);
+  cv::remap(eye, view, maps.columns, maps.rows, cv::INTER_LINEAR, cv::BORDER_CONSTANT, cv::Scalar());
+}
+
+}  // namespace
+
+// Waits, `m_frameMutex` being held by `frameLock`, for the next frame that is published after this call began: once,
+// without a time-out, whatever notifies `m_frameCond`. False if a stop operation ended the wait instead: `stopCapture`
+// for readers, `stopStereoCompute` for the disparity worker (which must end with its own stop, not with the capture's).
+bool StereoCamera::waitForFrame(std::unique_lock<std::mutex>& frameLock) {
+  Internals& shared = *m_internals;
+  const bool isWorker = stereo::disparityWorkerOfThisThread == this;
+  const std::uint64_t published = shared.publishedFrames;
+  const std::chrono::microseconds stamp = m_rawFrame.timestamp;
+  std::uint64_t wakeups = 0;
+  do {
+    if (isWorker ? !m_isComputing : shared.captureStopped) {
+      return false;
+    }
+    wakeups = shared.frameWakeups;
+    m_frameCond.wait(frameLock);
+    // A frame that came together with a stop still counts. The stamp tells of frames that a derived class published.
+    if (shared.publishedFrames != published || m_rawFrame.timestamp != stamp) {
+      return true;
+    }
+  } while (shared.frameWakeups != wakeups);
+  return true;
+}
+
+bool StereoCamera::getRawFrame(cv::Mat& frame, std::chrono::microseconds& timestamp) {
+  TimeFrame local;
+  {
+    std::unique_lock lock(m_frameMutex);
+    if (!waitForFrame(lock)) {
+      return false;
+    }
+    local.first = m_rawFrame.first.clone();
+    local.second = m_rawFrame.second.clone();
+    if (m_useTransmit) {
+      const int mode = relaxed(m_transmode);
+      if (mode == 0) {
+        writeStream(local.second);
+      } else if (mode == 1) {
+        cv::Mat joined;
+        cv::hconcat(m_rawFrame.first, local.second, joined);
+        writeStream(joined);
+      }
+    }
+    timestamp = m_rawFrame.timestamp;
+  }
+  leaveToOthers(frame);
+  cv::hconcat(local.first, local.second, frame);
+  return !frame.empty();
+}
+
+bool StereoCamera::getStereoFrame(cv::Mat& left, cv::Mat& right, std::chrono::microseconds& timestamp) {
+  std::unique_lock lock(m_frameMutex);
+  if (!waitForFrame(lock)) {
+    return false;
+  }
+  left = m_rawFrame.first.clone();
+  right = m_rawFrame.second.clone();
+  timestamp = m_rawFrame.timestamp;
+  lock.unlock();
+  return !left.empty() && !right.empty();
+}
+
+bool StereoCamera::getRectStereoFrame(cv::Mat& left, cv::Mat& right) {
+  cv::Mat leftEye;
+  cv::Mat rightEye;
+  std::chrono::microseconds timestamp{0};
+  if (getStereoFrame(leftEye, rightEye, timestamp)) {
+    MapPair maps[2];
+    {
+      const std::lock_guard lock(m_internals->mapMutex);
+      maps[0] = {m_rectifyMaps[0][0], m_rectifyMaps[0][1]};
+      maps[1] = {m_rectifyMaps[1][0], m_rectifyMaps[1][1]};
+    }
+    rectify(leftEye, maps[0], left);
+    rectify(rightEye, maps[1], right);
+    if (m_useTransmit) {
+      const int mode = relaxed(m_transmode);
+      if (mode == 2) {
+        writeStream(right);
+      } else if (mode == 3) {
+        cv::Mat joined;
+        cv::hconcat(left, right, joined);
+        writeStream(joined);
+      }
+    }
+  }
+  return !left.empty() && !right.empty();
+}
+
+bool StereoCamera::getRectStereoFrame(cv::Mat& left, cv::Mat& right, cv::Mat& view,
+                                      std::chrono::microseconds& timestamp) {
+  cv::Mat leftEye;
+  cv::Mat rightEye;
+  if (getStereoFrame(leftEye, rightEye, timestamp)) {
+    const int depthMode = relaxed(m_depthmode);
+    MapPair viewMaps;
+    MapPair maps[2];
+    {
+      const std::lock_guard lock(m_internals->mapMutex);
+      viewMaps = {m_rectifyMaps[0][0], m_rectifyMaps[0][1]};
+      const auto& chosen = depthMode == 1 ? m_lonLatMaps : m_rectifyMaps;
+      maps[0] = {chosen[0][0], chosen[0][1]};
+      maps[1] = {chosen[1][0], chosen[1][1]};
+    }
+    rectify(leftEye, viewMaps, view);
+    if (depthMode == 1 || depthMode == 2) {
+      rectify(leftEye, maps[0], left);
+      rectify(rightEye, maps[1], right);
+    }
+  }
+  return !left.empty() && !right.empty() && !view.empty();
+}
+
+bool StereoCamera::getRectStereoFrame(cv::Mat& left, cv::Mat& right, cv::Mat& view) {
+  std::chrono::microseconds timestamp{0};
+  return getRectStereoFrame(left, right, view, timestamp);
+}

@@ -1,0 +1,164 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <new>
+#include <optional>
+
+#include <opencv2/core/persistence.hpp>
+
+#include "StereoCamera.hpp"
+#include "StereoCameraCommon/Relaxed.hpp"
+#include "StereoCameraCommon/Storage.hpp"
+#include "core/Numbers.hpp"
+
+using stereo::setRelaxed;
+using stereo::core::numberAt;
+using stereo::core::toInt;
+
+namespace {
+
+// A settings file as it was read, before anything is applied. An empty value stands for a missing key.
+struct Settings {
+  std::optional<double> logLevel;
+  std::optional<double> deviceNode;
+  std::optional<cv::Size> frameSize;
+  std::optional<cv::Size> rectifyFrameSize;
+  std::optional<double> frameRate;
+  std::optional<double> threshold;
+  std::optional<double> algorithm;
+  std::optional<double> ipLastSegment;
+  std::optional<double> hFov;
+  std::optional<double> transrate;
+  std::optional<double> transmode;
+  std::optional<double> depthmode;
+};
+
+std::optional<double> readNumber(const cv::FileStorage& storage, const char* key) {
+  cv::Mat value;
+  storage[key] >> value;
+  return value.empty() ? std::nullopt : std::optional(numberAt(value, 0));
+}
+
+std::optional<cv::Size> readSize(const cv::FileStorage& storage, const char* key) {
+  cv::Mat value;
+  storage[key] >> value;
+  return value.empty() ? std::nullopt : std::optional(cv::Size(toInt(numberAt(value, 0)), toInt(numberAt(value, 1))));
+}
+
+Settings readSettings(const cv::FileStorage& storage) {
+  Settings read;
+  read.logLevel = readNumber(storage, "LogLevel");
+  read.deviceNode = readNumber(storage, "DeviceNode");
+  read.frameSize = readSize(storage, "FrameSize");
+  read.rectifyFrameSize = readSize(storage, "RectifyFrameSize");
+  read.frameRate = readNumber(storage, "FrameRate");
+  read.threshold = readNumber(storage, "Threshold");
+  read.algorithm = readNumber(storage, "Algorithm");
+  read.ipLastSegment = readNumber(storage, "IpLastSegment");
+  read.hFov = readNumber(storage, "hFov");
+  read.transrate = readNumber(storage, "Transrate");
+  read.transmode = readNumber(storage, "Transmode");
+  read.depthmode = readNumber(storage, "Depthmode");
+  return read;
+}
+
+// A file of no bytes is a file without keys; the storage layer would call it malformed.
+bool isEmptyFile(const std::string& path) {
+  std::error_code failure;
+  return std::filesystem::is_regular_file(path, failure) && std::filesystem::file_size(path, failure) == 0 && !failure;
+}
+
+}  // namespace
+
+bool StereoCamera::loadConfig(std::string path) {
+  Settings read;
+  std::unique_ptr<cv::FileStorage> reader;
+  try {
+    reader.reset(isEmptyFile(path) ? new (std::nothrow) cv::FileStorage()
+                                   : new (std::nothrow) cv::FileStorage(path, cv::FileStorage::READ, ""));
+    if (reader == nullptr) {
+      std::cerr << "Read File: " << path << " Error!" << std::endl;
+      return false;
+    }
+    read = readSettings(*reader);
+  } catch (const cv::Exception&) {
+    std::cerr << "Read A NULL File," << path << " not loaded!" << std::endl;
+    return false;
+  }
+
+  setRelaxed(m_logLevel, read.logLevel ? toInt(*read.logLevel) : 1);
+  if (read.threshold) {
+    setRelaxed(m_threshold, toInt(*read.threshold));
+  }
+  if (read.algorithm) {
+    setRelaxed(m_algorithm, toInt(*read.algorithm));
+  }
+  if (!read.deviceNode) {
+    std::cerr << "Invalid deviceNode!" << std::endl;
+    reader->release();
+    return false;
+  }
+  setRelaxed(m_deviceNode, toInt(*read.deviceNode));
+  setRelaxed(m_rawFrameSize, read.frameSize.value_or(cv::Size(1856, 800)));
+  // The fallback's height comes from the rectified height as it stood, not from the raw height.
+  setRelaxed(m_rectFrameSize,
+             read.rectifyFrameSize.value_or(cv::Size(m_rawFrameSize.width >> 2, m_rectFrameSize.height >> 1)));
+  m_frameRate = read.frameRate ? static_cast<float>(toInt(*read.frameRate)) : 30.0F;
+  if (read.ipLastSegment) {
+    setRelaxed(m_ipLastSegment, toInt(*read.ipLastSegment));
+  }
+  if (read.transrate) {
+    // Not a number compares as anything; as for every number in the file it counts as 0.
+    setRelaxed(m_transrate, std::isnan(*read.transrate) ? 0.0 : *read.transrate);
+    if (m_transrate > static_cast<double>(m_frameRate)) {
+      std::cerr << "m_transrate must be set to lower than m_frameRate (default m_frameRate) " << std::endl;
+      setRelaxed(m_transrate, static_cast<double>(m_frameRate));
+    }
+  }
+  if (read.transmode) {
+    setRelaxed(m_transmode, toInt(*read.transmode));
+    if (m_transmode < -1 || m_transmode > 4) {
+      std::cerr << "m_transmode must be set to -1~4 (default -1) " << std::endl;
+      setRelaxed(m_transmode, -1);
+    }
+  }
+  // Written so that not a number is out of range.
+  if (read.hFov && !(*read.hFov >= 60.0 && *read.hFov <= 140.0)) {
+    std::cerr << "fov=" << *read.hFov << " must be set to 60 ~ 140（Angle） (default 90)" << std::endl;
+    read.hFov.reset();
+  }
+  setRelaxed(m_hFov, read.hFov.value_or(m_defaultHFov));
+  if (read.depthmode) {
+    setRelaxed(m_depthmode, toInt(*read.depthmode));
+    if (m_depthmode != 1 && m_depthmode != 2) {
+      std::cerr << "m_transmode must be set to 1 or 2 (default 1) " << std::endl;
+      setRelaxed(m_depthmode, 1);
+    }
+  }
+  reader->release();
+  return true;
+}
+
+bool StereoCamera::saveConfig(std::string path) {
+  const std::unique_ptr<cv::FileStorage> writer(new (std::nothrow) cv::FileStorage(path, cv::FileStorage::WRITE, ""));
+  if (writer == nullptr) {
+    std::cerr << "Save File: " << path << " Error!" << std::endl;
+    return false;
+  }
+  stereo::writeNumber(*writer, "LogLevel", m_logLevel);
+  stereo::writeNumber(*writer, "DeviceNode", m_deviceNode);
+  stereo::writeSize(*writer, "FrameSize", m_rawFrameSize);
+  stereo::writeSize(*writer, "RectifyFrameSize", m_rectFrameSize);
+  stereo::writeNumber(*writer, "FrameRate", m_serialNumber);  // the serial number, kept for readers of such files
+  stereo::writeNumber(*writer, "Threshold", m_threshold);
+  stereo::writeNumber(*writer, "Algorithm", m_algorithm);
+  stereo::writeNumber(*writer, "IpLastSegment", m_ipLastSegment);
+  stereo::writeReserved(*writer);
+  stereo::syncDisks();
+  writer->release();
+  stereo::syncDisks();
+  return true;
+}

@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <vector>
+
+#include <opencv2/core.hpp>
+
+namespace stereo::core {
+
+/// What a cloud is sampled from. Sizes may differ: look-ups that would leave an image skip the pixel.
+struct CloudImages {
+  cv::Mat view;       ///< CV_8UC3, perspective view of the left eye; gives the grid, and the colours.
+  cv::Mat disparity;  ///< CV_32FC1, pixels.
+  cv::Mat depth;      ///< CV_32FC1, metres.
+};
+
+/// Geometry of the views. A camera matrix of zeros gives no points.
+struct CloudModel {
+  int mode = 1;                           ///< 1: longitude-latitude pair, 2: perspective pair, other: no points.
+  double fx = 0, fy = 0, cx = 0, cy = 0;  ///< Camera matrix of the perspective view, pixels.
+  double baselineMillimetres = 0;
+  double xi = 0;      ///< Mirror parameter of the left eye.
+  int threshold = 0;  ///< Largest distance of a pixel from (cx, cy), pixels.
+};
+
+/// A point in metres (left rectified frame: x right, y down, z forward) and the pixel of the view it was seen at.
+struct CloudPoint {
+  cv::Vec3f point;
+  int row;
+  int col;
+};
+
+/// The two ways of sampling. They differ in border, radius test and source of the depth; see the implementation.
+enum class CloudForm { plain, coloured };
+
+/// Samples a cloud, block by block in row-major order: in each 4 x 4 block of the view the pixels of odd row and column
+/// are tried, and where more than two of them have a depth, all but the nearest and the farthest become points.
+/// Throws cv::Exception for non-empty images of other types than stated.
+std::vector<CloudPoint> sampleCloud(const CloudImages& images, const CloudModel& model, CloudForm form);
+
+}  // namespace stereo::core

@@ -1,0 +1,21 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <opencv2/core.hpp>
+
+namespace stereo::core {
+
+/// `value` truncated toward zero; what does not fit an int is clamped to the nearest one that does, NaN is 0.
+int toInt(double value);
+
+/// Element (0, column) of a number or a row read from a file, as double whatever the element type.
+/// Throws cv::Exception if the matrix has no such element or more than two dimensions.
+double numberAt(const cv::Mat& matrix, int column);
+
+/// Element (0, 0) of a CV_64FC1 matrix. Throws cv::Exception for an empty matrix or another type.
+double scalarOf(const cv::Mat& matrix);
+
+/// Throws cv::Exception, naming `what`, unless the matrix is CV_64FC1 with at least `rows` x `cols` elements.
+void requireDoubles(const cv::Mat& matrix, int rows, int cols, const char* what);
+
+}  // namespace stereo::core

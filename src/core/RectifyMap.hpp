@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <opencv2/core.hpp>
+
+namespace stereo::core {
+
+/// What a look-up map shows, as the public `initRectifyMap` numbers it.
+enum ViewMode : int { liftedPlane = 0, longitudeLatitude = 1, perspective = 2 };
+
+/// Calibration of one eye and the camera matrix of the view to be made; see `initRectifyMap` for shapes.
+struct RectifyModel {
+  cv::Mat K;
+  cv::Mat D;
+  cv::Mat R;
+  cv::Mat P;
+  double xi = 0;
+  double xi2 = 0;
+};
+
+/// Fills `map1` (source column) and `map2` (source row), CV_32FC1 of `size`. Equations stand in the implementation.
+/// Throws cv::Exception for matrices of the wrong shape or type, before anything is written.
+void buildRectifyMap(const RectifyModel& model, cv::Size size, int mode, cv::Mat& map1, cv::Mat& map2);
+
+/// Camera matrix of the perspective view of `size` pixels with a horizontal field of `hFov` degrees:
+/// f = (W / 2) / tan(hFov / 2), principal point (W / 2 - 0.5, H / 2 - 0.5); one f serves both axes.
+cv::Mat perspectiveCameraMatrix(cv::Size size, double hFov);
+
+/// Matrix that takes the two angles of the longitude-latitude view to its pixels. Both axes span
+/// alpha = field / 222 * pi radians, centred on pi / 2: f = W / alpha, c = -W (pi - alpha) / (2 alpha), likewise with
+/// H. The 222 degrees are those of the lens: `field` = 222 would give all pi to the picture, 180 gives 145.9 degrees.
+cv::Mat lonLatCameraMatrix(cv::Size size, double field);
+
+}  // namespace stereo::core

@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include <sys/ipc.h>
+
+#include <opencv2/core.hpp>
+
+namespace stereo::sys {
+
+/// One System V shared-memory segment that offers images to another process: a 32-bit status word (0 free, 2 image
+/// written) and, from byte 4, the pixels. Owned by one worker thread; owns nothing that outlives `detach` and `remove`.
+class SharedFrame {
+public:
+  static constexpr std::size_t headerSize = sizeof(std::int32_t);
+
+  /// Bytes of a segment for one eye of a side-by-side frame: (W / 2) * H * 3 + 4. The product is taken in 32-bit signed
+  /// arithmetic, wrapping; a size that wrapped is one that no segment can be had for.
+  static std::size_t sizeFor(cv::Size rawFrameSize);
+
+  /// Makes or finds the segment. False where the system refuses, for instance because the key is held by a smaller
+  /// one.
+  bool create(key_t key, std::size_t size);
+
+  /// Maps the segment and marks it free. False where there is none or the system refuses.
+  bool attach();
+
+  /// If the segment is free, marks it as written and then copies the first `bytes` bytes of pixels, in that order:
+  /// a consumer that sees the mark may be ahead of the pixels. Offers nothing, and returns false, if the segment is
+  /// not free, not mapped or too small, or if the image is not one continuous CV_8UC3 block of that many bytes.
+  bool offer(const cv::Mat& image, std::size_t bytes);
+
+  /// Unmaps. False if nothing was mapped.
+  bool detach();
+
+  /// Has the system remove the segment once nobody has it mapped. False if there is none (any more).
+  bool remove();
+
+private:
+  int m_id = -1;
+  std::size_t m_size = 0;
+  void* m_address = nullptr;
+};
+
+}  // namespace stereo::sys

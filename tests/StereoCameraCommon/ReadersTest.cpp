@@ -1,0 +1,203 @@
+// SPDX-License-Identifier: Apache-2.0
+// Many readers at once, starts and stops among them.
+#include <atomic>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "StereoCamera.hpp"
+#include "support/Await.hpp"
+#include "support/ScriptedCapture.hpp"
+#include "support/TestCamera.hpp"
+
+using std::chrono::microseconds;
+using stereo::test::await;
+using stereo::test::calibrate;
+using stereo::test::Gate;
+using stereo::test::TestCamera;
+
+namespace {
+
+const cv::Size frameSize(64, 24);
+
+// A frame whose every pixel tells its number, in two bytes, and its eye, in the third.
+cv::Mat numbered(int number) {
+  return stereo::test::twoColours(frameSize, cv::Scalar(number & 0xFF, (number >> 8) & 0xFF, 1),
+                                  cv::Scalar(number & 0xFF, (number >> 8) & 0xFF, 2));
+}
+
+// The number that all pixels of an eye agree on; -1 where they don't, or where they are another eye's.
+int numberOf(const cv::Mat& eye, int side) {
+  const cv::Vec3b pixel = eye.at<cv::Vec3b>(0, 0);
+  const cv::Mat different = cv::Mat(eye != cv::Mat(eye.size(), eye.type(), cv::Scalar(pixel[0], pixel[1], pixel[2])));
+  return pixel[2] == side && cv::countNonZero(different.reshape(1)) == 0 ? pixel[0] + (pixel[1] << 8) : -1;
+}
+
+microseconds now() {
+  return std::chrono::duration_cast<microseconds>(std::chrono::system_clock::now().time_since_epoch());
+}
+
+struct NumberedCamera : TestCamera {
+  NumberedCamera() : TestCamera([](int read) { return numbered(read & 0xFFFF); }) {
+    m_fisheyeRadius = 1000;
+    m_rawFrameSize = frameSize;
+  }
+};
+
+}  // namespace
+
+TEST(Readers, EightAtOnceGetWholeConsistentFramesNeverOlderThanTheirCall) {
+  NumberedCamera camera;
+  camera.startCapture(false, false);
+  constexpr int readsEach = 150;
+  std::vector<std::thread> readers;
+  for (int thread = 0; thread < 8; ++thread) {
+    readers.emplace_back([&camera, thread] {
+      int last = -1;
+      microseconds lastStamp{0};
+      for (int i = 0; i < readsEach; ++i) {
+        cv::Mat left;
+        cv::Mat right;
+        microseconds stamp{0};
+        const microseconds called = now();
+        if (thread % 2 == 0) {
+          ASSERT_TRUE(camera.getStereoFrame(left, right, stamp));
+        } else {
+          cv::Mat frame;
+          ASSERT_TRUE(camera.getRawFrame(frame, stamp));
+          ASSERT_EQ(frame.size(), frameSize);
+          left = frame.colRange(0, frameSize.width / 2);
+          right = frame.colRange(frameSize.width / 2, frameSize.width);
+        }
+        const int number = numberOf(left, 1);
+        ASSERT_GE(number, 0) << "a torn or mixed left eye";
+        ASSERT_EQ(numberOf(right, 2), number) << "eyes of two frames";
+        ASSERT_GE(stamp, called) << "a frame older than the call";
+        ASSERT_GT(number, last);
+        ASSERT_GT(stamp, lastStamp);
+        last = number;
+        lastStamp = stamp;
+      }
+    });
+  }
+  for (std::thread& reader : readers) {
+    reader.join();
+  }
+}
+
+// The stamp belongs to the frame: frames published one by one, each stamped within the time of its publication.
+TEST(Readers, TheStampIsThatOfTheFrame) {
+  Gate gate;
+  std::atomic<int> delivered{-1};
+  TestCamera camera([&](int read) {
+    if (read >= 10 && !gate.pass()) {
+      return cv::Mat();
+    }
+    delivered = read;
+    return numbered(read);
+  });
+  camera.m_fisheyeRadius = 1000;
+  camera.startCapture(false, false);
+  for (int i = 0; i < 20; ++i) {
+    cv::Mat left;
+    cv::Mat right;
+    microseconds stamp{0};
+    std::atomic<bool> done{false};
+    std::thread reader([&] {
+      EXPECT_TRUE(camera.getStereoFrame(left, right, stamp));
+      done = true;
+    });
+    const microseconds before = now();
+    int granted = 0;
+    EXPECT_TRUE(await([&] {
+      if (!done && delivered == 9 + granted) {
+        gate.grant();
+        ++granted;
+      }
+      return done.load();
+    }));
+    reader.join();
+    EXPECT_GE(stamp, before);
+    EXPECT_LE(stamp, now());
+    EXPECT_GE(numberOf(left, 1), 10);
+    // Catch up, so that the next round starts even.
+    delivered = 9;
+  }
+  gate.open();
+}
+
+TEST(Readers, AllWokenByOneFrameSeeTheSame) {
+  Gate gate;
+  TestCamera camera([&](int read) { return read < 10 || gate.pass() ? numbered(read) : cv::Mat(); });
+  camera.m_fisheyeRadius = 1000;
+  camera.startCapture(false, false);
+  for (int round = 0; round < 10; ++round) {
+    std::atomic<int> returned{0};
+    std::vector<microseconds> stamps(6, microseconds(0));
+    std::vector<int> numbers(6, -1);
+    std::vector<std::thread> readers;
+    for (std::size_t k = 0; k < stamps.size(); ++k) {
+      readers.emplace_back([&, k] {
+        cv::Mat left;
+        cv::Mat right;
+        EXPECT_TRUE(camera.getStereoFrame(left, right, stamps[k]));
+        numbers[k] = numberOf(left, 1);
+        ++returned;
+      });
+    }
+    EXPECT_TRUE(await([&] {
+      gate.grant();
+      return returned == 6;
+    }));
+    for (std::thread& reader : readers) {
+      reader.join();
+    }
+    for (std::size_t k = 1; k < stamps.size(); ++k) {
+      EXPECT_EQ(stamps[k] == stamps[0], numbers[k] == numbers[0]);
+    }
+  }
+  gate.open();
+}
+
+TEST(Readers, OfEveryKindLiveThroughStartsAndStops) {
+  for (int cycle = 0; cycle < 8; ++cycle) {
+    NumberedCamera camera;
+    calibrate(camera);
+    camera.setRectFrameSize({16, 12});
+    camera.startCapture(false, false);
+    std::atomic<int> reads{0};
+    std::vector<std::thread> readers;
+    for (int thread = 0; thread < 6; ++thread) {
+      readers.emplace_back([&camera, &reads, thread] {
+        for (bool going = true; going; ++reads) {
+          cv::Mat a;
+          cv::Mat b;
+          cv::Mat c;
+          microseconds stamp{0};
+          switch (thread % 4) {
+            case 0:
+              going = camera.getRawFrame(a, stamp);
+              break;
+            case 1:
+              going = camera.getStereoFrame(a, b, stamp);
+              break;
+            case 2:
+              going = camera.getRectStereoFrame(a, b);
+              break;
+            default:
+              going = camera.getRectStereoFrame(a, b, c, stamp);
+              break;
+          }
+        }
+      });
+    }
+    EXPECT_TRUE(await([&] { return reads > 20; }));
+    camera.startCapture(false, false);  // builds the maps anew while they are read
+    const int soFar = reads;
+    EXPECT_TRUE(await([&] { return reads > soFar + 20; }));
+    EXPECT_TRUE(camera.stopCapture());
+    for (std::thread& reader : readers) {
+      reader.join();
+    }
+  }
+}
