@@ -72,6 +72,7 @@ OpenedCamera openReplay(const SourceOptions& options) {
   sim::ReplayCamera::Options replay;
   replay.path = options.replay;
   replay.rate = options.rate;
+  replay.loop = !options.once;
   replay.rectFrameSize = parseSize(options.rectifiedSize, "--rectified");
   try {
     return openVirtual(std::make_unique<sim::ReplayCamera>(replay), options, "recording " + options.replay);
@@ -135,6 +136,7 @@ void SourceOptions::addTo(CLI::App& command) {
   command.add_option("--rate", rate, "frames per second")->check(CLI::Range(0.0, 1000.0))->capture_default_str();
   command.add_option("--seed", seed, "seed of the simulated camera")->capture_default_str();
   command.add_flag("--still", still, "simulated scene without motion");
+  command.add_flag("--once", once, "play the recording once instead of over and over");
 }
 
 OpenedCamera openCamera(const SourceOptions& options) {

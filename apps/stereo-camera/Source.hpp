@@ -24,6 +24,7 @@ struct SourceOptions {
   double rate = 30;
   unsigned seed = 1;
   bool still = false;
+  bool once = false;
 
   /// Adds the options that every subcommand with a camera takes.
   void addTo(CLI::App& command);

@@ -85,45 +85,35 @@ TEST(Readers, EightAtOnceGetWholeConsistentFramesNeverOlderThanTheirCall) {
   }
 }
 
-// The stamp belongs to the frame: frames published one by one, each stamped within the time of its publication.
+// A frame is published after its read has returned and before the next read begins, and so lies its stamp.
 TEST(Readers, TheStampIsThatOfTheFrame) {
-  Gate gate;
-  std::atomic<int> delivered{-1};
+  std::mutex mutex;
+  std::vector<microseconds> asked;      // by the number of the read
+  std::vector<microseconds> delivered;  // likewise
   TestCamera camera([&](int read) {
-    if (read >= 10 && !gate.pass()) {
-      return cv::Mat();
-    }
-    delivered = read;
-    return numbered(read);
+    const std::lock_guard lock(mutex);
+    asked.push_back(now());
+    const cv::Mat frame = numbered(read);
+    delivered.push_back(now());
+    return frame;
   });
   camera.m_fisheyeRadius = 1000;
   camera.startCapture(false, false);
-  for (int i = 0; i < 20; ++i) {
+  for (int i = 0; i < 30; ++i) {
     cv::Mat left;
     cv::Mat right;
     microseconds stamp{0};
-    std::atomic<bool> done{false};
-    std::thread reader([&] {
-      EXPECT_TRUE(camera.getStereoFrame(left, right, stamp));
-      done = true;
-    });
-    const microseconds before = now();
-    int granted = 0;
-    EXPECT_TRUE(await([&] {
-      if (!done && delivered == 9 + granted) {
-        gate.grant();
-        ++granted;
-      }
-      return done.load();
+    ASSERT_TRUE(camera.getStereoFrame(left, right, stamp));
+    const int number = numberOf(left, 1);
+    ASSERT_GE(number, 10);
+    ASSERT_TRUE(await([&] {
+      const std::lock_guard lock(mutex);
+      return static_cast<int>(asked.size()) > number + 1;
     }));
-    reader.join();
-    EXPECT_GE(stamp, before);
-    EXPECT_LE(stamp, now());
-    EXPECT_GE(numberOf(left, 1), 10);
-    // Catch up, so that the next round starts even.
-    delivered = 9;
+    const std::lock_guard lock(mutex);
+    EXPECT_GE(stamp, delivered[static_cast<std::size_t>(number)]);
+    EXPECT_LE(stamp, asked[static_cast<std::size_t>(number) + 1]);
   }
-  gate.open();
 }
 
 TEST(Readers, AllWokenByOneFrameSeeTheSame) {

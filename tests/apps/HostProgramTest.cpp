@@ -1,0 +1,197 @@
+// SPDX-License-Identifier: Apache-2.0
+// The host program as its user meets it: a command line, an exit code, lines and files.
+#include <filesystem>
+#include <fstream>
+
+#include <sys/wait.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <opencv2/core/persistence.hpp>
+#include <opencv2/imgcodecs.hpp>
+
+#include "Failure.hpp"
+#include "support/TempDir.hpp"
+
+using stereo::app::ExitCode;
+using stereo::test::readFile;
+using stereo::test::row;
+using testing::HasSubstr;
+
+namespace {
+
+struct Outcome {
+  int code;
+  std::string out;
+  std::string err;
+};
+
+class HostProgram : public testing::Test {
+protected:
+  Outcome run(const std::string& arguments) {
+    const std::string command = std::string("'") + STEREO_CAMERA_PROGRAM + "' " + arguments + " >'" + file("out") +
+                                "' 2>'" + file("err") + "' </dev/null";
+    const int status = std::system(command.c_str());
+    EXPECT_TRUE(WIFEXITED(status)) << command;
+    return {WEXITSTATUS(status), readFile(file("out")), readFile(file("err"))};
+  }
+
+  // The program's own word on what went wrong: the last line on standard error, and the only one of its kind.
+  void expectFailure(const std::string& arguments, ExitCode code, const std::string& message) {
+    const Outcome outcome = run(arguments);
+    EXPECT_EQ(outcome.code, static_cast<int>(code)) << arguments << "\n" << outcome.err;
+    const std::string head = "stereo-camera: ";
+    const std::size_t at = outcome.err.rfind(head);
+    ASSERT_NE(at, std::string::npos) << outcome.err;
+    EXPECT_EQ(outcome.err.find(head), at);
+    EXPECT_THAT(outcome.err.substr(at), HasSubstr(message));
+    EXPECT_EQ(outcome.err.find('\n', at), outcome.err.size() - 1) << outcome.err;
+  }
+
+  std::string file(const std::string& name) const { return m_folder.path(name); }
+
+  std::string writePicture(const std::string& name, cv::Size size) {
+    cv::Mat picture(size, CV_8UC3);
+    cv::randu(picture, 1, 255);
+    EXPECT_TRUE(cv::imwrite(file(name), picture));
+    return file(name);
+  }
+
+private:
+  stereo::test::TempDir m_folder;
+};
+
+}  // namespace
+
+TEST_F(HostProgram, DemoWritesEveryPictureAndAPageThatShowsThem) {
+  const Outcome outcome = run("demo --size 928x400 --seconds 0.5 -o '" + file("demo") + "'");
+  ASSERT_EQ(outcome.code, 0) << outcome.err;
+  const std::string html = readFile(file("demo/index.html"));
+  const std::pair<const char*, cv::Size> pictures[] = {{"raw.png", {928, 400}},
+                                                       {"left.png", {464, 400}},
+                                                       {"right.png", {464, 400}},
+                                                       {"perspective-left.png", {464, 400}},
+                                                       {"perspective-right.png", {464, 400}},
+                                                       {"lonlat-left.png", {464, 400}},
+                                                       {"lonlat-right.png", {464, 400}}};
+  for (const auto& [name, size] : pictures) {
+    const cv::Mat picture = cv::imread(file(std::string("demo/") + name));
+    EXPECT_EQ(picture.size(), size) << name;
+    cv::Scalar mean;
+    cv::Scalar deviation;
+    cv::meanStdDev(picture, mean, deviation);
+    EXPECT_GT(deviation[0], 10) << name << " shows nothing";
+    EXPECT_THAT(html, HasSubstr(std::string("<img src=\"") + name + "\""));
+  }
+  EXPECT_THAT(outcome.out, HasSubstr("getRectStereoFrame (perspective)"));
+  EXPECT_THAT(outcome.out, HasSubstr("worker's pass time"));
+  EXPECT_THAT(html, HasSubstr("pass time"));
+}
+
+TEST_F(HostProgram, SnapshotOfARecordingWithoutCalibrationSaysWhatIsMissing) {
+  const std::string picture = writePicture("frame.png", {120, 40});
+  const Outcome outcome = run("snapshot --replay '" + picture + "' -o '" + file("out.d") + "'");
+  ASSERT_EQ(outcome.code, 0) << outcome.err;
+  // A size that is not the camera's keeps every pixel.
+  EXPECT_EQ(cv::norm(cv::imread(file("out.d/raw.png")), cv::imread(picture), cv::NORM_INF), 0);
+  EXPECT_TRUE(std::filesystem::exists(file("out.d/left.png")));
+  EXPECT_FALSE(std::filesystem::exists(file("out.d/perspective-left.png")));
+  EXPECT_THAT(outcome.out, HasSubstr("they need a calibration"));
+}
+
+TEST_F(HostProgram, InfoTellsSourceSizesAndCalibration) {
+  const Outcome outcome = run("info --size 928x400 --rate 12 --seed 5");
+  ASSERT_EQ(outcome.code, 0) << outcome.err;
+  EXPECT_THAT(outcome.out, HasSubstr("simulated camera, seed 5"));
+  EXPECT_THAT(outcome.out, HasSubstr("928 x 400 pixels at 12.0 frames a second"));
+  EXPECT_THAT(outcome.out, HasSubstr("baseline"));
+  EXPECT_THAT(outcome.out, HasSubstr("right eye"));
+}
+
+TEST_F(HostProgram, SettingsAdjustASimulatedCamera) {
+  cv::FileStorage settings(file("settings.yml"), cv::FileStorage::WRITE);
+  settings << "DeviceNode" << cv::Mat(cv::Mat::zeros(1, 1, CV_64F));
+  settings << "RectifyFrameSize" << row({100, 80});
+  settings << "hFov" << cv::Mat(1, 1, CV_64F, cv::Scalar(120));
+  settings.release();
+  const Outcome outcome = run("info --simulate --settings '" + file("settings.yml") + "'");
+  ASSERT_EQ(outcome.code, 0) << outcome.err;
+  EXPECT_THAT(outcome.out, HasSubstr("100 x 80 pixels, perspective field 120.0 degrees"));
+}
+
+TEST_F(HostProgram, HelpIsNotAnError) {
+  const Outcome outcome = run("--help");
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_THAT(outcome.out, HasSubstr("demo"));
+  EXPECT_THAT(outcome.out, HasSubstr("Exit codes"));
+}
+
+TEST_F(HostProgram, WrongArguments) {
+  EXPECT_EQ(run("").code, static_cast<int>(ExitCode::usage));
+  EXPECT_EQ(run("nonsense").code, static_cast<int>(ExitCode::usage));
+  EXPECT_EQ(run("demo --device 1 --replay x").code, static_cast<int>(ExitCode::usage));
+  expectFailure("info --size 640x480", ExitCode::usage, "1856x800 or 928x400");
+  expectFailure("info --rectified 0x5", ExitCode::usage, "'0x5' is not a size");
+  expectFailure("info --rectified big", ExitCode::usage, "'big' is not a size");
+}
+
+TEST_F(HostProgram, SourcesThatAreNotThere) {
+  expectFailure("demo --device 97 -o '" + file("d") + "'", ExitCode::source, "cannot open video device 97");
+  expectFailure("snapshot --replay '" + file("nothing.png") + "'", ExitCode::source, "nothing.png");
+  expectFailure("snapshot --settings '" + file("nothing.yml") + "'", ExitCode::source, "nothing.yml");
+  std::ofstream(file("noise.png")) << "this is no picture";
+  expectFailure("snapshot --replay '" + file("noise.png") + "'", ExitCode::source, "noise.png");
+  std::ofstream(file("broken.yml")) << "%YAML:1.0\n---\nDeviceNode: [\n";
+  expectFailure("info --simulate --settings '" + file("broken.yml") + "'", ExitCode::source, "broken.yml");
+}
+
+TEST_F(HostProgram, CalibrationsThatCannotBeUsed) {
+  expectFailure("info --calibration '" + file("nothing.yml") + "'", ExitCode::calibration, "nothing.yml");
+  std::ofstream(file("broken.yml")) << "no calibration at all";
+  expectFailure("info --calibration '" + file("broken.yml") + "'", ExitCode::calibration, "broken.yml");
+  const auto write = [this](const char* without, const char* misshapen) {
+    cv::FileStorage calibration(file("calibration.yml"), cv::FileStorage::WRITE);
+    for (const char* const key : {"SerialNumber", "PositonNumber", "LeftXi", "RightXi"}) {
+      if (std::string(key) != without) {
+        calibration << key << cv::Mat(cv::Mat::ones(1, 1, CV_64F));
+      }
+    }
+    for (const char* const key :
+         {"LeftIntrinsicMatrix", "RightIntrinsicMatrix", "LeftRotation", "RightRotation", "Translation"}) {
+      if (std::string(key) != without) {
+        const int rows = std::string(key) == misshapen ? 2 : 3;
+        calibration << key << cv::Mat(cv::Mat::eye(rows, 3, CV_64F));
+      }
+    }
+    for (const char* const key : {"LeftDistortionCoefficients", "RightDistortionCoefficients"}) {
+      calibration << key << cv::Mat(cv::Mat::zeros(1, std::string(key) == misshapen ? 3 : 4, CV_64F));
+    }
+  };
+  const std::string arguments = "info --calibration '" + file("calibration.yml") + "'";
+  write("", "");
+  EXPECT_EQ(run(arguments).code, 0);
+  write("RightRotation", "");
+  expectFailure(arguments, ExitCode::calibration, "incomplete; missing: RightRotation\n");
+  write("PositonNumber", "");
+  expectFailure(arguments, ExitCode::calibration, "lacks SerialNumber or PositonNumber");
+  write("", "LeftRotation");
+  expectFailure(arguments, ExitCode::calibration, "wrong shape, type or value: LeftRotation\n");
+  write("", "RightDistortionCoefficients");
+  expectFailure(arguments, ExitCode::calibration, "RightDistortionCoefficients\n");
+}
+
+TEST_F(HostProgram, EndsWithAMessageWhenFramesStop) {
+  const std::string picture = writePicture("frame.png", {120, 40});
+  expectFailure("snapshot --replay '" + picture + "' --once --patience 0.5 -o '" + file("d") + "'", ExitCode::noFrames,
+                "no frame for 500 ms");
+  const std::string narrow = writePicture("narrow.png", {1, 40});
+  expectFailure("snapshot --replay '" + narrow + "' -o '" + file("d") + "'", ExitCode::noFrames, "without pixels");
+}
+
+TEST_F(HostProgram, OutputThatCannotBeWritten) {
+  std::ofstream(file("taken")) << "a file, not a folder";
+  expectFailure("snapshot --size 928x400 -o '" + file("taken") + "'", ExitCode::output, "taken");
+  std::filesystem::create_directories(file("full/raw.png"));
+  expectFailure("snapshot --size 928x400 -o '" + file("full") + "'", ExitCode::output, "raw.png");
+}

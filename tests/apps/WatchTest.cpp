@@ -1,0 +1,81 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Watch.hpp"
+
+#include <gtest/gtest.h>
+
+#include "Failure.hpp"
+#include "support/ScriptedCapture.hpp"
+#include "support/TestCamera.hpp"
+
+using namespace std::chrono_literals;
+using stereo::app::ExitCode;
+using stereo::app::Failure;
+using stereo::app::Watch;
+using stereo::test::Gate;
+using stereo::test::TestCamera;
+
+namespace {
+
+const cv::Mat frame(8, 16, CV_8UC3, cv::Scalar::all(5));
+
+}  // namespace
+
+TEST(Watch, EndsAReadThatNothingComesFor) {
+  TestCamera camera([](int) { return cv::Mat(); });
+  camera.startCapture(false, false);
+  Watch watch(camera, 200ms);
+  cv::Mat read;
+  std::chrono::microseconds stamp{0};
+  try {
+    watch.run([&] { return camera.getRawFrame(read, stamp); });
+    FAIL() << "no frame can have come";
+  } catch (const Failure& failure) {
+    EXPECT_EQ(failure.code(), ExitCode::noFrames);
+    EXPECT_NE(std::string(failure.what()).find("no frame for 200 ms"), std::string::npos);
+  }
+  EXPECT_FALSE(camera.isOpened());
+  EXPECT_EQ(camera.m_captureThread, nullptr);
+}
+
+TEST(Watch, EndsAReadWhenFramesStopComing) {
+  Gate gate;
+  TestCamera camera([&](int read) { return read < 40 || gate.pass() ? frame : cv::Mat(); });
+  camera.startCapture(false, false);
+  Watch watch(camera, 300ms);
+  cv::Mat read;
+  std::chrono::microseconds stamp{0};
+  int reads = 0;
+  std::thread opener([&] {
+    // The device blocks in its read; it comes back only after the watch has begun to stop the camera.
+    while (camera.isOpened()) {
+      std::this_thread::yield();
+    }
+    gate.open();
+  });
+  EXPECT_THROW(
+      {
+        for (;;) {
+          watch.run([&] { return camera.getRawFrame(read, stamp); });
+          ++reads;
+        }
+      },
+      Failure);
+  opener.join();
+  EXPECT_GT(reads, 0);
+}
+
+TEST(Watch, LeavesACameraThatDeliversAlone) {
+  TestCamera camera([](int) { return frame; });
+  camera.m_fisheyeRadius = 100;
+  camera.startCapture(false, false);
+  Watch watch(camera, 60s);
+  cv::Mat read;
+  std::chrono::microseconds stamp{0};
+  for (int i = 0; i < 50; ++i) {
+    EXPECT_TRUE(watch.run([&] { return camera.getRawFrame(read, stamp); }));
+  }
+  EXPECT_TRUE(camera.isOpened());
+  watch.finish();
+  EXPECT_FALSE(camera.isOpened());
+  watch.finish();
+}
