@@ -4,6 +4,8 @@
 #include <cmath>
 #include <utility>
 
+#include "ParallelRows.hpp"
+
 namespace stereo::sim {
 
 View View::perspective(const cv::Size& size, double horizontalFieldDegrees) {
@@ -62,19 +64,17 @@ Truth GroundTruth::at(const View& view, double time) const {
   truth.surface.create(size, CV_32SC1);
   truth.occluded = cv::Mat::zeros(size, CV_8UC1);
   truth.seen = cv::Mat::zeros(size, CV_8UC1);
-  cv::parallel_for_(cv::Range(0, size.height), [&](const cv::Range& rows) {
-    for (int row = rows.start; row < rows.end; ++row) {
-      for (int col = 0; col < size.width; ++col) {
-        const Hit hit = snapshot.trace(leftEye, view.ray(col, row));
-        truth.depth.at<double>(row, col) = hit.point[2];
-        truth.distance.at<double>(row, col) = hit.distance;
-        truth.disparity.at<double>(row, col) = col - view.pixel(hit.point - rightEye).x;
-        truth.surface.at<int>(row, col) = hit.surface;
-        if (!snapshot.visible(rightEye, hit.point)) {
-          truth.occluded.at<unsigned char>(row, col) = 255;
-        } else if (m_rig.project(false, hit.point, full) && m_rig.project(true, hit.point, full)) {
-          truth.seen.at<unsigned char>(row, col) = 255;
-        }
+  forEachRow(size.height, [&](int row) {
+    for (int col = 0; col < size.width; ++col) {
+      const Hit hit = snapshot.trace(leftEye, view.ray(col, row));
+      truth.depth.at<double>(row, col) = hit.point[2];
+      truth.distance.at<double>(row, col) = hit.distance;
+      truth.disparity.at<double>(row, col) = col - view.pixel(hit.point - rightEye).x;
+      truth.surface.at<int>(row, col) = hit.surface;
+      if (!snapshot.visible(rightEye, hit.point)) {
+        truth.occluded.at<unsigned char>(row, col) = 255;
+      } else if (m_rig.project(false, hit.point, full) && m_rig.project(true, hit.point, full)) {
+        truth.seen.at<unsigned char>(row, col) = 255;
       }
     }
   });

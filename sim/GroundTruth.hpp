@@ -55,7 +55,7 @@ class GroundTruth {
 public:
   GroundTruth(std::shared_ptr<const Scene> scene, const Rig& rig);
 
-  /// The truth at `time`, seconds. Rows are shared out by cv::parallel_for_.
+  /// The truth at `time`, seconds. Rows are shared out over threads (`forEachRow`).
   Truth at(const View& view, double time) const;
 
 private:

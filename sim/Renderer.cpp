@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "ParallelRows.hpp"
 #include "Texture.hpp"
 
 namespace stereo::sim {
@@ -33,13 +34,11 @@ Renderer::Renderer(std::shared_ptr<const Scene> scene, const Rig& rig, const cv:
     const cv::Matx33d rotation = rig.eye(isRight).rotation;
     const int firstCol = isRight ? eyeWidth : 0;
     m_positions[isRight ? 1 : 0] = rig.eye(isRight).position;
-    cv::parallel_for_(cv::Range(0, frameSize.height), [&](const cv::Range& rows) {
-      for (int row = rows.start; row < rows.end; ++row) {
-        cv::Vec3f* line = &m_rays[static_cast<std::size_t>(row) * frameSize.width + firstCol];
-        for (int col = 0; col < eyeWidth; ++col) {
-          if (const auto ray = model.lift(cv::Point2d(col, row))) {
-            line[col] = cv::Vec3f(rotation * *ray);
-          }
+    forEachRow(frameSize.height, [&](int row) {
+      cv::Vec3f* line = &m_rays[static_cast<std::size_t>(row) * frameSize.width + firstCol];
+      for (int col = 0; col < eyeWidth; ++col) {
+        if (const auto ray = model.lift(cv::Point2d(col, row))) {
+          line[col] = cv::Vec3f(rotation * *ray);
         }
       }
     });
@@ -50,20 +49,18 @@ cv::Mat Renderer::render(double time) const {
   const SceneSnapshot snapshot = m_scene->at(time);
   cv::Mat frame(m_frameSize, CV_8UC3);
   const int eyeWidth = m_frameSize.width / 2;
-  cv::parallel_for_(cv::Range(0, m_frameSize.height), [&](const cv::Range& rows) {
-    for (int row = rows.start; row < rows.end; ++row) {
-      const cv::Vec3f* rays = &m_rays[static_cast<std::size_t>(row) * m_frameSize.width];
-      auto* pixels = frame.ptr<cv::Vec3b>(row);
-      for (int col = 0; col < m_frameSize.width; ++col) {
-        const cv::Vec3d ray = rays[col];
-        const double length = cv::norm(ray);
-        if (length == 0.0) {
-          pixels[col] = darkPixel(row, col);
-          continue;
-        }
-        const Hit hit = snapshot.trace(m_positions[col < eyeWidth ? 0 : 1], ray / length);
-        pixels[col] = snapshot.color(hit, m_viewer, m_pixelAngle);
+  forEachRow(m_frameSize.height, [&](int row) {
+    const cv::Vec3f* rays = &m_rays[static_cast<std::size_t>(row) * m_frameSize.width];
+    auto* pixels = frame.ptr<cv::Vec3b>(row);
+    for (int col = 0; col < m_frameSize.width; ++col) {
+      const cv::Vec3d ray = rays[col];
+      const double length = cv::norm(ray);
+      if (length == 0.0) {
+        pixels[col] = darkPixel(row, col);
+        continue;
       }
+      const Hit hit = snapshot.trace(m_positions[col < eyeWidth ? 0 : 1], ray / length);
+      pixels[col] = snapshot.color(hit, m_viewer, m_pixelAngle);
     }
   });
   return frame;

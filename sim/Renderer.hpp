@@ -14,8 +14,8 @@ namespace stereo::sim {
 /// Draws what the rig sees of the scene: both eyes side by side, left eye left, CV_8UC3 BGR.
 ///
 /// The ray of every pixel is worked out once, at construction (some tenths of a second and 18 MB at full size). Rows
-/// are shared out by cv::parallel_for_; the picture doesn't depend on how. `render` may be called by any number of
-/// threads.
+/// are shared out over threads (`forEachRow`); the picture doesn't depend on how. `render` may be called by any number
+/// of threads.
 class Renderer {
 public:
   /// `frameSize` is one of the camera's formats: 1856 x 800 or 928 x 400; any other throws std::invalid_argument.

@@ -138,7 +138,7 @@ cv::Mat ReplayCapture::nextOfVideo() {
 
 cv::Mat ReplayCapture::image(std::size_t index) {
   if (m_decoded[index].empty()) {
-    const cv::Mat frame = asBgr(cv::imread(m_images[index].string(), cv::IMREAD_COLOR));
+    cv::Mat frame = asBgr(cv::imread(m_images[index].string(), cv::IMREAD_COLOR));
     const std::size_t bytes = frame.total() * frame.elemSize();
     if (m_decodedBytes + bytes > kMaxDecodedBytes) {
       return frame;

@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "ParallelRows.hpp"
+
+#include <algorithm>
+#include <atomic>
+#include <exception>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include <opencv2/core/utility.hpp>
+
+namespace stereo::sim {
+
+namespace {
+
+// Rows taken at a time: few enough to share out uneven work evenly.
+constexpr int kChunk = 8;
+
+}  // namespace
+
+void forEachRow(int rows, const std::function<void(int)>& work) {
+  std::atomic<int> nextRow{0};
+  std::mutex mutex;  // guards failure
+  std::exception_ptr failure;
+  const auto takeRows = [&] {
+    try {
+      for (int start = nextRow.fetch_add(kChunk); start < rows; start = nextRow.fetch_add(kChunk)) {
+        for (int row = start; row < std::min(start + kChunk, rows); ++row) {
+          work(row);
+        }
+      }
+    } catch (...) {
+      nextRow = rows;
+      const std::lock_guard lock(mutex);
+      if (!failure) {
+        failure = std::current_exception();
+      }
+    }
+  };
+  {
+    const int helpers = std::clamp(cv::getNumThreads(), 1, std::max(1, rows / kChunk)) - 1;
+    std::vector<std::jthread> threads;
+    threads.reserve(static_cast<std::size_t>(helpers));
+    for (int i = 0; i < helpers; ++i) {
+      threads.emplace_back(takeRows);
+    }
+    takeRows();
+  }
+  if (failure) {
+    std::rethrow_exception(failure);
+  }
+}
+
+}  // namespace stereo::sim
