@@ -28,4 +28,15 @@ void VirtualCamera::stopWorkers() {
   stopCapture();
 }
 
+void VirtualCamera::setStream(int mode, double rate, int lastOctet) {
+  m_transmode = mode;
+  m_transrate = rate;
+  m_ipLastSegment = lastOctet;
+}
+
+StereoCamera::TimeFrame VirtualCamera::latestDisparity() {
+  const std::lock_guard lock(m_disparityMutex);
+  return {m_disparityFrame.first.clone(), m_disparityFrame.second.clone(), m_disparityFrame.timestamp};
+}
+
 }  // namespace stereo::sim

@@ -34,6 +34,13 @@ public:
   /// Largest distance from the principal point in the clouds, rectified pixels.
   void setCloudRadius(int pixels) { m_threshold = pixels; }
 
+  /// What the network stream shows (-1 nothing, 0 to 4), the rate told to the encoder and the receiver's last octet.
+  void setStream(int mode, double rate, int lastOctet);
+
+  /// The latest disparity (CV_32FC1, pixels; empty before the first one) with the view that came with it; copies. Any
+  /// thread, except one that holds the disparity's mutex.
+  TimeFrame latestDisparity();
+
   int depthMode() const { return m_depthmode; }
   int algorithm() const { return m_algorithm; }
   double horizontalField() const { return m_hFov; }

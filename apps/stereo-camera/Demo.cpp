@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "Commands.hpp"
+#include "DepthProducts.hpp"
 #include "Failure.hpp"
 #include "Page.hpp"
 #include "Products.hpp"
@@ -54,7 +55,7 @@ std::string text(double value, const char* unit) {
 
 std::vector<Timing> measureReads(OpenedCamera& opened, Watch& watch, double seconds) {
   StereoCamera& camera = *opened.camera;
-  const double share = seconds / (opened.calibrated ? 4 : 2);
+  const double share = seconds / (opened.calibrated ? 7 : 2);
   cv::Mat a;
   cv::Mat b;
   cv::Mat c;
@@ -65,8 +66,18 @@ std::vector<Timing> measureReads(OpenedCamera& opened, Watch& watch, double seco
   if (opened.calibrated) {
     timings.push_back(
         measure("getRectStereoFrame (perspective)", share, watch, [&] { return camera.getRectStereoFrame(a, b); }));
-    timings.push_back(measure("getRectStereoFrame (longitude-latitude, view)", share, watch,
+    timings.push_back(measure("getRectStereoFrame (depth pair, view)", share, watch,
                               [&] { return camera.getRectStereoFrame(a, b, c, stamp); }));
+    timings.push_back(
+        measure("getDepthFrame (colour)", share, watch, [&] { return camera.getDepthFrame(a, true, stamp); }));
+    timings.push_back(measure("getPointCloud (plain)", share, watch, [&] {
+      std::vector<cv::Vec3f> cloud;
+      return camera.getPointCloud(cloud, stamp);
+    }));
+    timings.push_back(measure("getPointCloud (coloured)", share, watch, [&] {
+      std::vector<PCL> cloud;
+      return camera.getPointCloud(cloud, stamp);
+    }));
   }
   return timings;
 }
@@ -76,9 +87,15 @@ void demo(const DemoOptions& options) {
   OpenedCamera opened = openCamera(options.source);
   std::cout << "source: " << opened.description << std::endl;
   startCapture(opened);
-  Watch watch(*opened.camera, std::chrono::milliseconds(static_cast<long>(1000 * options.patience)));
+  const std::chrono::milliseconds patience(static_cast<long>(1000 * options.patience));
+  Watch watch(*opened.camera, patience);
   std::cout << "waiting for the first frame ..." << std::endl;
-  const std::vector<Picture> pictures = readPictures(opened, watch);
+  std::vector<Picture> pictures = readPictures(opened, watch);
+  DepthProducts depth;
+  if (opened.calibrated) {
+    std::cout << "waiting for depth ..." << std::endl;
+    depth = readDepth(opened, watch, patience);
+  }
   Report report;
   report.source = opened.description;
   report.timings = measureReads(opened, watch, options.seconds);
@@ -89,12 +106,21 @@ void demo(const DemoOptions& options) {
   if (opened.calibrated) {
     report.facts.emplace_back("rectified eye", text(opened.rectifiedSize));
     report.facts.emplace_back("perspective field", text(opened.horizontalField, "degrees"));
+    report.facts.emplace_back(
+        "depth from", opened.depthMode == 1 ? "the longitude-latitude pair (relative metres)" : "the perspective pair");
+    report.facts.emplace_back("points", std::to_string(depth.plain.size()) + " plain, " +
+                                            std::to_string(depth.coloured.size()) + " coloured");
+    report.files = depthFiles();
   } else {
-    report.note = "No rectified pictures: they need a calibration (--calibration FILE).";
+    report.note = "No rectified pictures and no depth: they need a calibration (--calibration FILE).";
     std::cout << report.note << std::endl;
   }
   watch.finish();
 
+  if (opened.calibrated) {
+    const std::vector<Picture> more = writeDepth(depth, options.output);
+    pictures.insert(pictures.end(), more.begin(), more.end());
+  }
   writePictures(pictures, options.output);
   const std::filesystem::path index = std::filesystem::path(options.output) / "index.html";
   std::ofstream file(index);

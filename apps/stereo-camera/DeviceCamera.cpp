@@ -20,4 +20,15 @@ void DeviceCamera::chooseFrameSize(cv::Size size) {
   m_fisheyeRadius = static_cast<int>(std::ceil(std::hypot(size.width / 4.0, size.height / 2.0))) + 1;
 }
 
+void DeviceCamera::setStream(int mode, double rate, int lastOctet) {
+  m_transmode = mode;
+  m_transrate = rate;
+  m_ipLastSegment = lastOctet;
+}
+
+StereoCamera::TimeFrame DeviceCamera::latestDisparity() {
+  const std::lock_guard lock(m_disparityMutex);
+  return {m_disparityFrame.first.clone(), m_disparityFrame.second.clone(), m_disparityFrame.timestamp};
+}
+
 }  // namespace stereo::app

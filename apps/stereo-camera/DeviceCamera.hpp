@@ -20,9 +20,13 @@ public:
 
   /// 1: longitude-latitude pair, 2: perspective pair.
   void setDepthMode(int mode) { m_depthmode = mode; }
-  int depthMode() const { return m_depthmode; }
+  /// 0: semi-global matching, 1: block matching.
+  void setAlgorithm(int algorithm) { m_algorithm = algorithm; }
+  /// What the network stream shows (-1 nothing, 0 to 4), the rate told to the encoder and the receiver's last octet.
+  void setStream(int mode, double rate, int lastOctet);
+  /// The latest disparity (CV_32FC1, pixels) with the view that came with it; copies.
+  TimeFrame latestDisparity();
   double horizontalField() const { return m_hFov; }
-  void setHorizontalField(double degrees) { m_hFov = degrees; }
   cv::Size rectFrameSize() const { return m_rectFrameSize; }
 };
 

@@ -67,7 +67,15 @@ std::string page(const Report& report, const std::vector<Picture>& pictures) {
          << "</b>" << escaped(picture.caption) << " " << picture.image.cols << " × " << picture.image.rows
          << " pixels.</figcaption></figure>\n";
   }
-  html << "</div>\n<h2>Camera</h2>\n<table>\n";
+  html << "</div>\n";
+  if (!report.files.empty()) {
+    html << "<h2>Files</h2>\n<table>\n";
+    for (const auto& [name, content] : report.files) {
+      html << "<tr><td><a href=\"" << name << "\">" << name << "</a></td><td>" << escaped(content) << "</td></tr>\n";
+    }
+    html << "</table>\n";
+  }
+  html << "<h2>Camera</h2>\n<table>\n";
   for (const auto& [name, value] : report.facts) {
     html << "<tr><th>" << escaped(name) << "</th><td>" << escaped(value) << "</td></tr>\n";
   }

@@ -23,7 +23,8 @@ struct Report {
   std::string source;
   std::vector<std::pair<std::string, std::string>> facts;  ///< name and value
   std::vector<Timing> timings;
-  std::string note;  ///< what is missing and why; may be empty
+  std::vector<std::pair<std::string, std::string>> files;  ///< further files: name and what they hold
+  std::string note;                                        ///< what is missing and why; may be empty
 };
 
 /// The page, complete in itself but for the pictures, which lie beside it.

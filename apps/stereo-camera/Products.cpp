@@ -54,6 +54,7 @@ std::vector<Picture> readPictures(OpenedCamera& opened, Watch& watch) {
   add("lonlat-left.png", "Longitude-latitude, left", "Equal angles are equal distances; almost the whole field.",
       left.clone());
   add("lonlat-right.png", "Longitude-latitude, right", "The same rows, shifted by the disparity.", right.clone());
+  opened.setDepthMode(opened.depthMode);
   return pictures;
 }
 

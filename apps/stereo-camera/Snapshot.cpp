@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "Commands.hpp"
+#include "DepthProducts.hpp"
 #include "Products.hpp"
 #include "Source.hpp"
 #include "Watch.hpp"
@@ -21,15 +22,25 @@ void snapshot(const SnapshotOptions& options) {
   makeFolder(options.output);
   OpenedCamera opened = openCamera(options.source);
   startCapture(opened);
-  Watch watch(*opened.camera, std::chrono::milliseconds(static_cast<long>(1000 * options.patience)));
-  const std::vector<Picture> pictures = readPictures(opened, watch);
+  const std::chrono::milliseconds patience(static_cast<long>(1000 * options.patience));
+  Watch watch(*opened.camera, patience);
+  std::vector<Picture> pictures = readPictures(opened, watch);
+  if (opened.calibrated) {
+    const DepthProducts depth = readDepth(opened, watch, patience);
+    watch.finish();
+    const std::vector<Picture> more = writeDepth(depth, options.output);
+    pictures.insert(pictures.end(), more.begin(), more.end());
+  }
   watch.finish();
   writePictures(pictures, options.output);
   for (const Picture& picture : pictures) {
     std::cout << (std::filesystem::path(options.output) / picture.file).string() << std::endl;
   }
+  for (const auto& [name, content] : opened.calibrated ? depthFiles() : decltype(depthFiles()){}) {
+    std::cout << (std::filesystem::path(options.output) / name).string() << std::endl;
+  }
   if (!opened.calibrated) {
-    std::cout << "no rectified pictures: they need a calibration (--calibration FILE)" << std::endl;
+    std::cout << "no rectified pictures and no depth: they need a calibration (--calibration FILE)" << std::endl;
   }
 }
 

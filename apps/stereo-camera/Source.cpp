@@ -36,20 +36,30 @@ void applySettings(sim::VirtualCamera& camera, const std::string& path) {
   }
 }
 
+template <typename Camera>
+OpenedCamera opened(std::unique_ptr<Camera> camera, const SourceOptions& options, const std::string& description) {
+  Camera* const raw = camera.get();
+  raw->setDepthMode(options.depthMode);
+  raw->setAlgorithm(options.matcher == "bm" ? 1 : 0);
+  OpenedCamera result;
+  result.setDepthMode = [raw](int mode) { raw->setDepthMode(mode); };
+  result.setStream = [raw](int mode, double rate, int lastOctet) { raw->setStream(mode, rate, lastOctet); };
+  result.latestDisparity = [raw] { return raw->latestDisparity(); };
+  result.depthMode = options.depthMode;
+  result.description = description;
+  result.rectifiedSize = raw->rectFrameSize();
+  result.horizontalField = raw->horizontalField();
+  result.camera = std::move(camera);
+  return result;
+}
+
 OpenedCamera openVirtual(std::unique_ptr<sim::VirtualCamera> camera, const SourceOptions& options,
                          const std::string& description) {
   if (!options.settings.empty()) {
     requireReadable(options.settings, "settings", ExitCode::source);
     applySettings(*camera, options.settings);
   }
-  auto* const raw = camera.get();
-  OpenedCamera opened;
-  opened.setDepthMode = [raw](int mode) { raw->setDepthMode(mode); };
-  opened.description = description;
-  opened.rectifiedSize = raw->rectFrameSize();
-  opened.horizontalField = raw->horizontalField();
-  opened.camera = std::move(camera);
-  return opened;
+  return opened(std::move(camera), options, description);
 }
 
 OpenedCamera openSimulated(const SourceOptions& options) {
@@ -62,10 +72,10 @@ OpenedCamera openSimulated(const SourceOptions& options) {
   if (!sim::isCameraFormat(simulation.frameSize)) {
     throw Failure(ExitCode::usage, "--size: the simulated camera delivers 1856x800 or 928x400");
   }
-  auto opened = openVirtual(std::make_unique<sim::SimulatedCamera>(simulation), options,
-                            "simulated camera, seed " + std::to_string(options.seed));
-  opened.calibrated = true;
-  return opened;
+  OpenedCamera simulated = openVirtual(std::make_unique<sim::SimulatedCamera>(simulation), options,
+                                       "simulated camera, seed " + std::to_string(options.seed));
+  simulated.calibrated = true;
+  return simulated;
 }
 
 OpenedCamera openReplay(const SourceOptions& options) {
@@ -109,14 +119,7 @@ OpenedCamera openDevice(const SourceOptions& options) {
                                         std::to_string(camera->getDeviceNode()) +
                                         "): is it there, may you read it, and does nobody else hold it?");
   }
-  auto* const raw = camera.get();
-  OpenedCamera opened;
-  opened.setDepthMode = [raw](int mode) { raw->setDepthMode(mode); };
-  opened.description = description;
-  opened.rectifiedSize = raw->rectFrameSize();
-  opened.horizontalField = raw->horizontalField();
-  opened.camera = std::move(camera);
-  return opened;
+  return opened(std::move(camera), options, description);
 }
 
 }  // namespace
@@ -136,18 +139,20 @@ void SourceOptions::addTo(CLI::App& command) {
   command.add_option("--rate", rate, "frames per second")->check(CLI::Range(0.0, 1000.0))->capture_default_str();
   command.add_option("--seed", seed, "seed of the simulated camera")->capture_default_str();
   command.add_flag("--still", still, "simulated scene without motion");
+  command.add_option("--depth-mode", depthMode, "depth from the longitude-latitude (1) or the perspective pair (2)")
+      ->check(CLI::Range(1, 2))
+      ->capture_default_str();
+  command.add_option("--matcher", matcher, "semi-global (sgm) or block matching (bm)")
+      ->check(CLI::IsMember({"sgm", "bm"}))
+      ->capture_default_str();
   command.add_flag("--once", once, "play the recording once instead of over and over");
 }
 
 OpenedCamera openCamera(const SourceOptions& options) {
-  OpenedCamera opened;
-  if (!options.replay.empty()) {
-    opened = openReplay(options);
-  } else if (options.device >= 0 || (!options.settings.empty() && !options.simulate)) {
-    opened = openDevice(options);
-  } else {
-    opened = openSimulated(options);
-  }
+  const bool isDevice = options.device >= 0 || (!options.settings.empty() && !options.simulate);
+  OpenedCamera opened = !options.replay.empty() ? openReplay(options)
+                        : isDevice              ? openDevice(options)
+                                                : openSimulated(options);
   if (!options.calibration.empty()) {
     requireReadable(options.calibration, "calibration", ExitCode::calibration);
     const bool complete = opened.camera->loadCalibParams(options.calibration);

@@ -25,6 +25,8 @@ struct SourceOptions {
   unsigned seed = 1;
   bool still = false;
   bool once = false;
+  int depthMode = 2;
+  std::string matcher = "sgm";
 
   /// Adds the options that every subcommand with a camera takes.
   void addTo(CLI::App& command);
@@ -33,8 +35,11 @@ struct SourceOptions {
 /// A camera that was opened and calibrated, not yet started.
 struct OpenedCamera {
   std::unique_ptr<StereoCamera> camera;
-  std::function<void(int)> setDepthMode;  ///< at any time
-  std::string description;                ///< "simulated camera, seed 1"
+  std::function<void(int)> setDepthMode;                                ///< while no disparity worker runs
+  std::function<void(int mode, double rate, int lastOctet)> setStream;  ///< before the start
+  std::function<StereoCamera::TimeFrame()> latestDisparity;             ///< view and disparity, copies
+  int depthMode = 2;
+  std::string description;  ///< "simulated camera, seed 1"
   bool calibrated = false;
   cv::Size rectifiedSize;
   double horizontalField = 0;  ///< degrees

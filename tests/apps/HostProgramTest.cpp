@@ -74,7 +74,11 @@ TEST_F(HostProgram, DemoWritesEveryPictureAndAPageThatShowsThem) {
                                                        {"perspective-left.png", {464, 400}},
                                                        {"perspective-right.png", {464, 400}},
                                                        {"lonlat-left.png", {464, 400}},
-                                                       {"lonlat-right.png", {464, 400}}};
+                                                       {"lonlat-right.png", {464, 400}},
+                                                       {"disparity.png", {464, 400}},
+                                                       {"depth-colour.png", {464, 400}},
+                                                       {"cloud-left.png", {480, 400}},
+                                                       {"cloud-right.png", {480, 400}}};
   for (const auto& [name, size] : pictures) {
     const cv::Mat picture = cv::imread(file(std::string("demo/") + name));
     EXPECT_EQ(picture.size(), size) << name;
@@ -87,6 +91,66 @@ TEST_F(HostProgram, DemoWritesEveryPictureAndAPageThatShowsThem) {
   EXPECT_THAT(outcome.out, HasSubstr("getRectStereoFrame (perspective)"));
   EXPECT_THAT(outcome.out, HasSubstr("worker's pass time"));
   EXPECT_THAT(html, HasSubstr("pass time"));
+}
+
+TEST_F(HostProgram, SnapshotWritesDepthThatAgreesWithItself) {
+  ASSERT_EQ(run("snapshot --size 928x400 --still -o '" + file("shot") + "'").code, 0);
+  const cv::Mat disparity = cv::imread(file("shot/disparity.tiff"), cv::IMREAD_UNCHANGED);
+  const cv::Mat metres = cv::imread(file("shot/depth.tiff"), cv::IMREAD_UNCHANGED);
+  const cv::Mat millimetres = cv::imread(file("shot/depth.png"), cv::IMREAD_UNCHANGED);
+  ASSERT_EQ(disparity.type(), CV_32FC1);
+  ASSERT_EQ(metres.type(), CV_32FC1);
+  ASSERT_EQ(millimetres.type(), CV_16UC1);
+  ASSERT_EQ(metres.size(), cv::Size(464, 400));
+  int valid = 0;
+  for (int r = 0; r < metres.rows; ++r) {
+    for (int c = 0; c < metres.cols; ++c) {
+      const float depth = metres.at<float>(r, c);
+      EXPECT_EQ(depth == -1.0F, disparity.at<float>(r, c) <= 0.05F);
+      EXPECT_NEAR(millimetres.at<ushort>(r, c), depth > 0 ? 1000.0 * depth : 0.0, 0.51);
+      valid += depth > 0 ? 1 : 0;
+    }
+  }
+  EXPECT_GT(valid, 20000);
+}
+
+// Reads the header and leaves the stream at the first point; returns the number of points.
+std::size_t plyPoints(std::ifstream& ply, bool coloured) {
+  std::string line;
+  std::size_t points = 0;
+  int properties = 0;
+  while (std::getline(ply, line) && line != "end_header") {
+    if (line.rfind("element vertex ", 0) == 0) {
+      points = std::stoul(line.substr(15));
+    }
+    properties += line.rfind("property ", 0) == 0 ? 1 : 0;
+  }
+  EXPECT_EQ(properties, coloured ? 6 : 3);
+  return points;
+}
+
+TEST_F(HostProgram, SnapshotWritesCloudsAsPly) {
+  ASSERT_EQ(run("snapshot --size 928x400 --still -o '" + file("shot") + "'").code, 0);
+  for (const bool coloured : {false, true}) {
+    std::ifstream ply(file(coloured ? "shot/cloud-coloured.ply" : "shot/cloud.ply"), std::ios::binary);
+    const std::size_t points = plyPoints(ply, coloured);
+    EXPECT_GT(points, 500U);
+    std::vector<float> depths;
+    for (std::size_t k = 0; k < points; ++k) {
+      float xyz[3];
+      char rgb[3];
+      ply.read(reinterpret_cast<char*>(xyz), sizeof xyz);
+      if (coloured) {
+        ply.read(rgb, sizeof rgb);
+      }
+      depths.push_back(xyz[2]);
+    }
+    EXPECT_TRUE(ply.good());
+    EXPECT_EQ(ply.peek(), std::char_traits<char>::eof());
+    std::nth_element(depths.begin(), depths.begin() + static_cast<std::ptrdiff_t>(points / 2), depths.end());
+    EXPECT_GT(depths[points / 2], 0.1F);
+    EXPECT_LT(depths[points / 2], 3.0F);
+  }
 }
 
 TEST_F(HostProgram, SnapshotOfARecordingWithoutCalibrationSaysWhatIsMissing) {
