@@ -35,9 +35,10 @@ struct PCL {
 /// stopped cannot be started again; make a new one. Destroying a camera whose worker still runs ends the process.
 ///
 /// Threads. One host thread constructs, configures, starts, stops and destroys. Reads (`get…Frame`,
-/// `getPointCloud`) may be called from any number of threads at once. Each read waits for the *next* result
-/// published after the call began, without a time-out: where no worker publishes, it blocks until the matching
-/// stop operation is called, and then returns false with its outputs untouched.
+/// `getPointCloud`) may be called from any number of threads at once. Each read but the two-image `getDepthFrame`
+/// waits for the *next* result published after the call began, without a time-out: where no worker publishes, it
+/// blocks until the matching stop operation is called, and then returns false with its outputs untouched. Reads of
+/// frames that begin after `stopCapture` return false at once.
 ///
 /// Results are handed out as deep copies; a caller's matrix is written into only if it is the sole owner of its
 /// pixels, otherwise it gets a buffer of its own. Images are 8-bit BGR unless said otherwise.
@@ -46,7 +47,8 @@ struct PCL {
 /// caller, except where the settings or calibration file is read. On a worker thread it ends the process.
 ///
 /// To feed frames from elsewhere, derive: replace `m_videoCapture` by a `cv::VideoCapture` of your own and set
-/// `m_isOpened`, or override `getStereoFrame`.
+/// `m_isOpened`. Overriding `getStereoFrame` changes the source of the rectified reads and of the disparity worker
+/// only, and an override that blocks has to end by itself: no stop operation can release it.
 class StereoCamera {
 public:
   /// Two images that belong together and the time at which they were captured.
@@ -89,8 +91,8 @@ public:
   /// device and the image circle's radius (a quarter of the width). False if refused or if there is no device
   /// object (the size, but not the radius, is then stored).
   virtual bool setRawFrameSize(cv::Size size);
-  /// Size of one rectified eye in pixels, used by the next `startCapture`. False for a width of 0 (stored all the
-  /// same).
+  /// Size of one rectified eye in pixels. The maps follow at the next `startCapture`; the width also scales depth in
+  /// mode 1, from now on. False for a width of 0 (stored all the same).
   virtual bool setRectFrameSize(cv::Size size);
 
   /// Sets one eye's calibration and the translation from {intrinsic matrix 3x3 for a raw frame 1856 pixels wide,
@@ -133,14 +135,15 @@ public:
   virtual bool getPointCloud(std::vector<PCL>& points, std::chrono::microseconds& timestamp);
   /// Appends {intrinsic matrix, distortion, xi, rotation of the eye, translation, camera matrix of the perspective
   /// view}, six headers that share their pixels with the camera: clone before writing into them. The intrinsic
-  /// matrix is scaled to the raw frame once `startCapture` ran; the last matrix is empty before. Always true.
+  /// matrix is scaled to the raw frame by each `startCapture` that builds maps; the last matrix is empty before the
+  /// first. Always true.
   virtual bool getCalibParams(std::vector<cv::Mat>& params, bool isRight);
   /// As the four-argument form, without the stamp.
   virtual bool getRectStereoFrame(cv::Mat& left, cv::Mat& right, cv::Mat& view);
   /// Next frame's eyes in the perspective view, each of the rectified size, black where the eye saw nothing. Blocks
   /// for the next frame; any thread. Feeds the stream in modes 2 and 3. True if both outputs are non-empty (even
-  /// when no frame could be had and the caller's images were left as they came). Throws cv::Exception while there
-  /// are no maps (no complete calibration or no rectified size at `startCapture`).
+  /// when no frame could be had and the caller's images, left as they came, were filled already). Throws cv::Exception
+  /// while there are no maps (no complete calibration or no rectified size at `startCapture`).
   virtual bool getRectStereoFrame(cv::Mat& left, cv::Mat& right);
   /// Next frame's eyes in the view that depth is computed from (depth mode 1: longitude-latitude, 2: perspective;
   /// any other leaves `left` and `right` as they came), and the left eye in the perspective view. Blocks for the
@@ -157,8 +160,8 @@ public:
   /// gets the serial number; field of view, stream rate, stream mode and depth mode are not written. Whether the
   /// file could be opened is not told.
   virtual bool saveConfig(std::string path);
-  /// Writes the calibration as it stands (scaled, once `startCapture` ran), replacing the file, and has the system
-  /// write its buffers to disk. Whether the file could be opened is not told.
+  /// Writes the calibration as it stands (scaled by each `startCapture` that built maps), replacing the file, and has
+  /// the system write its buffers to disk. Whether the file could be opened is not told.
   virtual bool saveCalibParams(std::string fileName);
 
   /// Scales the intrinsic matrices to the raw frame, builds the maps (if there is a rectified size and a
@@ -243,6 +246,7 @@ private:
   void writeStream(const cv::Mat& image);
   void disparityWorker();
   bool waitForFrame(std::unique_lock<std::mutex>& frameLock);
+  void releaseDisparityReaders();
   bool waitForDisparity(std::unique_lock<std::mutex>& disparityLock);
   stereo::core::DepthModel depthModel() const;
   stereo::core::CloudModel cloudModel() const;

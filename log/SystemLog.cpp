@@ -21,6 +21,18 @@ struct Channel {
   bool lineOpen;  // the last record ended without a line end
 };
 
+// Holds a stream as flockfile does.
+class StreamLock {
+public:
+  explicit StreamLock(std::FILE* stream) : m_stream(stream) { flockfile(m_stream); }
+  ~StreamLock() { funlockfile(m_stream); }
+  StreamLock(const StreamLock&) = delete;
+  StreamLock& operator=(const StreamLock&) = delete;
+
+private:
+  std::FILE* m_stream;
+};
+
 // Leaf lock: held for one write, never while anything else is waited for but the stream itself.
 std::mutex channelMutex;
 
@@ -92,6 +104,9 @@ std::string formatted(const char* format, va_list arguments) {
 void report(Channel& channel, Channel& other, const std::string& name, const char* format, va_list arguments) noexcept {
   try {
     const std::string text = formatted(format, arguments);
+    // The stream's own lock keeps what the host prints through it in front of the record and out of its middle. It
+    // comes first, as it does for a host that holds it and calls an operation that reports.
+    const StreamLock streamLock(channel.stream);
     const std::lock_guard lock(channelMutex);
     std::string record;
     if (channel.lineOpen || (other.lineOpen && samePlace(channel, other))) {
@@ -100,11 +115,8 @@ void report(Channel& channel, Channel& other, const std::string& name, const cha
     }
     record.append(prefix(name)).append(text);
     channel.lineOpen = record.back() != '\n';
-    // The stream's own lock keeps what the host prints through it in front of the record and out of its middle.
-    flockfile(channel.stream);
     std::fflush(channel.stream);
     writeAll(fileno(channel.stream), record.data(), record.size());
-    funlockfile(channel.stream);
   } catch (...) {
     // Out of memory: callers expect a report never to throw, and there is none to be made without memory.
   }

@@ -11,25 +11,25 @@
 
 bool StereoCamera::loadCalibParams(std::string fileName) {
   try {
-    const std::unique_ptr<cv::FileStorage> reader(new (std::nothrow)
-                                                      cv::FileStorage(fileName, cv::FileStorage::READ, ""));
+    const std::unique_ptr<cv::FileStorage> reader = stereo::openForReading(fileName);
     if (reader == nullptr) {
       std::cerr << "Read File: " << fileName << " Error!" << std::endl;
       return false;
     }
+    // A matrix that turns out malformed half-way must not leave its first half in a member.
     cv::Mat serial;
     cv::Mat position;
-    (*reader)["SerialNumber"] >> serial;
-    (*reader)["PositonNumber"] >> position;
-    (*reader)["LeftXi"] >> m_leftXi;
-    (*reader)["LeftIntrinsicMatrix"] >> m_leftIntrinsic;
-    (*reader)["LeftDistortionCoefficients"] >> m_leftDistortion;
-    (*reader)["LeftRotation"] >> m_leftRotation;
-    (*reader)["RightXi"] >> m_rightXi;
-    (*reader)["RightIntrinsicMatrix"] >> m_rightIntrinsic;
-    (*reader)["RightDistortionCoefficients"] >> m_rightDistortion;
-    (*reader)["Translation"] >> m_translation;
-    (*reader)["RightRotation"] >> m_rightRotation;
+    serial = stereo::readMatrix(*reader, "SerialNumber");
+    position = stereo::readMatrix(*reader, "PositonNumber");
+    m_leftXi = stereo::readMatrix(*reader, "LeftXi");
+    m_leftIntrinsic = stereo::readMatrix(*reader, "LeftIntrinsicMatrix");
+    m_leftDistortion = stereo::readMatrix(*reader, "LeftDistortionCoefficients");
+    m_leftRotation = stereo::readMatrix(*reader, "LeftRotation");
+    m_rightXi = stereo::readMatrix(*reader, "RightXi");
+    m_rightIntrinsic = stereo::readMatrix(*reader, "RightIntrinsicMatrix");
+    m_rightDistortion = stereo::readMatrix(*reader, "RightDistortionCoefficients");
+    m_translation = stereo::readMatrix(*reader, "Translation");
+    m_rightRotation = stereo::readMatrix(*reader, "RightRotation");
     for (const cv::Mat* value :
          {&serial, &position, &m_leftIntrinsic, &m_translation, &m_leftXi, &m_leftRotation, &m_leftDistortion,
           &m_rightXi, &m_rightRotation, &m_rightIntrinsic, &m_rightDistortion}) {
@@ -51,8 +51,7 @@ bool StereoCamera::loadCalibParams(std::string fileName) {
 }
 
 bool StereoCamera::saveCalibParams(std::string fileName) {
-  const std::unique_ptr<cv::FileStorage> writer(new (std::nothrow)
-                                                    cv::FileStorage(fileName, cv::FileStorage::WRITE, ""));
+  std::unique_ptr<cv::FileStorage> writer(new (std::nothrow) cv::FileStorage(fileName, cv::FileStorage::WRITE, ""));
   if (writer == nullptr) {
     std::cerr << "Save File: " << fileName << " Error!" << std::endl;
     return false;
@@ -72,6 +71,7 @@ bool StereoCamera::saveCalibParams(std::string fileName) {
   stereo::writeReserved(*writer);
   stereo::syncDisks();
   writer->release();
+  writer.reset();
   stereo::syncDisks();
   return true;
 }

@@ -22,13 +22,13 @@ using stereo::setRelaxed;
 namespace {
 
 constexpr double calibratedWidth = 1856.0;  // width of the raw frame that the calibration's intrinsic matrices are for
+constexpr int firstKey = 9000;              // shared-memory key of position 0
 constexpr int warmUpReads = 10;
 constexpr useconds_t warmUpPause = 50'000;     // microseconds
 constexpr useconds_t publicationPause = 1000;  // microseconds
 
 void scaleIntrinsic(cv::Mat& intrinsic, float scale) {
   // In place: headers that the host got from the camera follow.
-  stereo::core::requireDoubles(intrinsic, 2, 1, "intrinsic matrix");
   intrinsic.row(0) *= scale;
   intrinsic.row(1) *= scale;
 }
@@ -80,10 +80,10 @@ bool StereoCamera::startCapture(bool useTransmit, bool useShareMemory) {
   }
   reportInfo(m_log, "Initialize parameters OK!\n");
   if (m_isOpened) {
-    const std::lock_guard lock(m_frameMutex);
-    m_internals->captureStopped = false;
-  }
-  {
+    {
+      const std::lock_guard lock(m_frameMutex);
+      m_internals->captureStopped = false;
+    }
     const std::lock_guard lock(m_disparityMutex);
     m_internals->disparityReadersReleased = false;
   }
@@ -100,6 +100,11 @@ bool StereoCamera::startCapture(bool useTransmit, bool useShareMemory) {
 
 void StereoCamera::buildMaps(float frameScale) {
   const cv::Size size = relaxed(m_rectFrameSize);
+  // All of it before anything changes, so that a calibration that is refused can be mended and started with.
+  stereo::core::requireEye(m_leftIntrinsic, m_leftDistortion, m_leftRotation);
+  stereo::core::requireEye(m_rightIntrinsic, m_rightDistortion, m_rightRotation);
+  const double leftXi = stereo::core::scalarOf(m_leftXi);
+  const double rightXi = stereo::core::scalarOf(m_rightXi);
   scaleIntrinsic(m_leftIntrinsic, frameScale);
   scaleIntrinsic(m_rightIntrinsic, frameScale);
   const cv::Mat perspective = stereo::core::perspectiveCameraMatrix(size, relaxed(m_hFov));
@@ -111,8 +116,6 @@ void StereoCamera::buildMaps(float frameScale) {
   // Built aside and swapped in whole: readers of a worker that already runs remap meanwhile.
   cv::Mat rectifyMaps[2][2];
   cv::Mat lonLatMaps[2][2];
-  const double leftXi = stereo::core::scalarOf(m_leftXi);
-  const double rightXi = stereo::core::scalarOf(m_rightXi);
   initRectifyMap(m_leftIntrinsic, m_leftDistortion, m_leftRotation, perspective, leftXi, leftXi, size, 2,
                  rectifyMaps[0][0], rectifyMaps[0][1]);
   initRectifyMap(m_rightIntrinsic, m_rightDistortion, m_rightRotation, perspective, rightXi, rightXi, size, 2,
@@ -143,7 +146,8 @@ void StereoCamera::captureWorker(float frameScale) {
 
   stereo::sys::SharedFrame segment;
   if (m_useShareMemory) {
-    openSegment(segment, frameScale, getPosNumber() + 9000, relaxed(m_rawFrameSize), m_log);
+    openSegment(segment, frameScale, stereo::core::wrappingSum(getPosNumber(), firstKey), relaxed(m_rawFrameSize),
+                m_log);
   }
   for (int i = 0; i < warmUpReads; ++i) {
     const cv::Mat frame = readFrame();

@@ -54,8 +54,17 @@ bool StereoCamera::startStereoCompute() {
   }
   usleep(startPause);
   reportInfo(m_log, "Start stereo computing ...\n");
+  {
+    const std::lock_guard lock(m_disparityMutex);
+    m_internals->disparityReadersReleased = false;
+  }
   m_isComputing = true;
-  m_computeThread = new std::thread([this] { disparityWorker(); });
+  try {
+    m_computeThread = new std::thread([this] { disparityWorker(); });
+  } catch (...) {
+    m_isComputing = false;  // no thread could be had, so nothing is running
+    throw;
+  }
   return m_computeThread != nullptr;
 }
 
@@ -113,6 +122,7 @@ void StereoCamera::disparityWorker() {
 bool StereoCamera::stopStereoCompute() {
   m_isComputing = false;
   if (m_computeThread == nullptr) {
+    releaseDisparityReaders();
     return true;
   }
   {
@@ -125,8 +135,12 @@ bool StereoCamera::stopStereoCompute() {
   delete m_computeThread;
   m_computeThread = nullptr;
   reportInfo(m_log, "Stop stereo compute done.\n");
+  releaseDisparityReaders();
+  return true;
+}
+
+void StereoCamera::releaseDisparityReaders() {
   const std::lock_guard lock(m_disparityMutex);
   ++m_internals->disparityReleases;
   m_disparityCond.notify_all();
-  return true;
 }

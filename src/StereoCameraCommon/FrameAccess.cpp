@@ -16,16 +16,25 @@ struct MapPair {
   cv::Mat rows;
 };
 
-// A buffer of the caller's that nobody else sees is written into again; any other is replaced by a fresh one.
-void leaveToOthers(cv::Mat& output) {
-  if (output.u == nullptr || output.u->refcount != 1) {
-    output.release();
+// Whether nobody but this header sees the pixels. Other threads drop their headers atomically.
+bool isSoleOwner(const cv::Mat& image) { return image.u != nullptr && CV_XADD(&image.u->refcount, 0) == 1; }
+
+// A buffer of the caller's that nobody else sees is written into again; any other is replaced once the result is there.
+template <typename Make>
+void writeInto(cv::Mat& output, Make make) {
+  if (isSoleOwner(output)) {
+    make(output);
+  } else {
+    cv::Mat fresh;
+    make(fresh);
+    output = fresh;
   }
 }
 
 void rectify(const cv::Mat& eye, const MapPair& maps, cv::Mat& view) {
-  leaveToOthers(view);
-  cv::remap(eye, view, maps.columns, maps.rows, cv::INTER_LINEAR, cv::BORDER_CONSTANT, cv::Scalar());
+  writeInto(view, [&](cv::Mat& out) {
+    cv::remap(eye, out, maps.columns, maps.rows, cv::INTER_LINEAR, cv::BORDER_CONSTANT, cv::Scalar());
+  });
 }
 
 }  // namespace
@@ -74,8 +83,7 @@ bool StereoCamera::getRawFrame(cv::Mat& frame, std::chrono::microseconds& timest
     }
     timestamp = m_rawFrame.timestamp;
   }
-  leaveToOthers(frame);
-  cv::hconcat(local.first, local.second, frame);
+  writeInto(frame, [&](cv::Mat& out) { cv::hconcat(local.first, local.second, out); });
   return !frame.empty();
 }
 

@@ -37,14 +37,12 @@ struct Settings {
 };
 
 std::optional<double> readNumber(const cv::FileStorage& storage, const char* key) {
-  cv::Mat value;
-  storage[key] >> value;
+  const cv::Mat value = stereo::readMatrix(storage, key);
   return value.empty() ? std::nullopt : std::optional(numberAt(value, 0));
 }
 
 std::optional<cv::Size> readSize(const cv::FileStorage& storage, const char* key) {
-  cv::Mat value;
-  storage[key] >> value;
+  const cv::Mat value = stereo::readMatrix(storage, key);
   return value.empty() ? std::nullopt : std::optional(cv::Size(toInt(numberAt(value, 0)), toInt(numberAt(value, 1))));
 }
 
@@ -77,8 +75,11 @@ bool StereoCamera::loadConfig(std::string path) {
   Settings read;
   std::unique_ptr<cv::FileStorage> reader;
   try {
-    reader.reset(isEmptyFile(path) ? new (std::nothrow) cv::FileStorage()
-                                   : new (std::nothrow) cv::FileStorage(path, cv::FileStorage::READ, ""));
+    if (isEmptyFile(path)) {
+      reader.reset(new (std::nothrow) cv::FileStorage());
+    } else {
+      reader = stereo::openForReading(path);
+    }
     if (reader == nullptr) {
       std::cerr << "Read File: " << path << " Error!" << std::endl;
       return false;
@@ -102,10 +103,11 @@ bool StereoCamera::loadConfig(std::string path) {
     return false;
   }
   setRelaxed(m_deviceNode, toInt(*read.deviceNode));
-  setRelaxed(m_rawFrameSize, read.frameSize.value_or(cv::Size(1856, 800)));
+  const cv::Size rawFrameSize = read.frameSize.value_or(cv::Size(1856, 800));
+  setRelaxed(m_rawFrameSize, rawFrameSize);
   // The fallback's height comes from the rectified height as it stood, not from the raw height.
   setRelaxed(m_rectFrameSize,
-             read.rectifyFrameSize.value_or(cv::Size(m_rawFrameSize.width >> 2, m_rectFrameSize.height >> 1)));
+             read.rectifyFrameSize.value_or(cv::Size(rawFrameSize.width >> 2, m_rectFrameSize.height >> 1)));
   m_frameRate = read.frameRate ? static_cast<float>(toInt(*read.frameRate)) : 30.0F;
   if (read.ipLastSegment) {
     setRelaxed(m_ipLastSegment, toInt(*read.ipLastSegment));
@@ -143,14 +145,14 @@ bool StereoCamera::loadConfig(std::string path) {
 }
 
 bool StereoCamera::saveConfig(std::string path) {
-  const std::unique_ptr<cv::FileStorage> writer(new (std::nothrow) cv::FileStorage(path, cv::FileStorage::WRITE, ""));
+  std::unique_ptr<cv::FileStorage> writer(new (std::nothrow) cv::FileStorage(path, cv::FileStorage::WRITE, ""));
   if (writer == nullptr) {
     std::cerr << "Save File: " << path << " Error!" << std::endl;
     return false;
   }
   stereo::writeNumber(*writer, "LogLevel", m_logLevel);
   stereo::writeNumber(*writer, "DeviceNode", m_deviceNode);
-  stereo::writeSize(*writer, "FrameSize", m_rawFrameSize);
+  stereo::writeSize(*writer, "FrameSize", stereo::relaxed(m_rawFrameSize));
   stereo::writeSize(*writer, "RectifyFrameSize", m_rectFrameSize);
   stereo::writeNumber(*writer, "FrameRate", m_serialNumber);  // the serial number, kept for readers of such files
   stereo::writeNumber(*writer, "Threshold", m_threshold);
@@ -159,6 +161,7 @@ bool StereoCamera::saveConfig(std::string path) {
   stereo::writeReserved(*writer);
   stereo::syncDisks();
   writer->release();
+  writer.reset();
   stereo::syncDisks();
   return true;
 }

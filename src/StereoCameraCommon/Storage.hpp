@@ -1,12 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <memory>
+#include <string>
+
 #include <opencv2/core.hpp>
 #include <opencv2/core/persistence.hpp>
 
 // How settings and calibration files hold their values: every one is a matrix of doubles.
 
 namespace stereo {
+
+/// A reader on the file; one without keys if there is no such file, null if there is no memory for it. Throws
+/// cv::Exception for a malformed document, among them those that OpenCV's parsers would not survive.
+std::unique_ptr<cv::FileStorage> openForReading(const std::string& path);
+/// The matrix under a key, empty if there is none. Throws cv::Exception for anything but a matrix.
+cv::Mat readMatrix(const cv::FileStorage& storage, const char* key);
 
 /// 1 x 1.
 void writeNumber(cv::FileStorage& storage, const char* key, double value);

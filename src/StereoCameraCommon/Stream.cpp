@@ -6,8 +6,10 @@
 #include "StereoCamera.hpp"
 #include "StereoCameraCommon/Internals.hpp"
 #include "StereoCameraCommon/Relaxed.hpp"
+#include "core/Numbers.hpp"
 
 using stereo::relaxed;
+using stereo::core::wrappingSum;
 
 namespace {
 
@@ -26,7 +28,7 @@ cv::Size streamedSize(int mode, cv::Size raw, cv::Size rectified) {
       return rectified;
     case 3:
     case 4:
-      return {2 * rectified.width, rectified.height};
+      return {wrappingSum(rectified.width, rectified.width), rectified.height};
     default:
       return {};
   }
@@ -37,7 +39,7 @@ cv::Size streamedSize(int mode, cv::Size raw, cv::Size rectified) {
 // On the capture worker. Nothing tells whether the pipeline could be made: without it the camera works as ever.
 void StereoCamera::openStream() {
   const std::string host = std::string("host=") + networkPrefix + std::to_string(relaxed(m_ipLastSegment)) + " ";
-  const std::string port = "port=" + std::to_string(getPosNumber() + firstPort);
+  const std::string port = "port=" + std::to_string(wrappingSum(getPosNumber(), firstPort));
   const std::string pipeline =
       "appsrc ! videoconvert ! omxh264enc ! video/x-h264, stream-format=byte-stream ! rtph264pay ! udpsink " + host +
       port;

@@ -139,14 +139,19 @@ Span blockSpan(int extent, bool border) {
 }  // namespace
 
 std::vector<CloudPoint> sampleCloud(const CloudImages& images, const CloudModel& model, CloudForm form) {
-  requireType(images.view, CV_8UC3);
+  // Only what the form and the mode look into: of the view, the plain form takes nothing but the size.
+  const bool coloured = form == CloudForm::coloured;
+  if (coloured) {
+    requireType(images.view, CV_8UC3);
+  }
+  if (coloured || model.mode == 1) {
+    requireType(images.depth, CV_32FC1);
+  }
   requireType(images.disparity, CV_32FC1);
-  requireType(images.depth, CV_32FC1);
   std::vector<CloudPoint> cloud;
   if (model.mode != 1 && model.mode != 2) {
     return cloud;
   }
-  const bool coloured = form == CloudForm::coloured;
   const Span rows = blockSpan(images.view.rows, coloured && model.mode == 1);
   const Span cols = blockSpan(images.view.cols, coloured && model.mode == 1);
   for (int r0 = rows.start; r0 < rows.end; r0 += blockSize) {

@@ -35,7 +35,7 @@ enum class CloudForm { plain, coloured };
 
 /// Samples a cloud, block by block in row-major order: in each 4 x 4 block of the view the pixels of odd row and column
 /// are tried, and where more than two of them have a depth, all but the nearest and the farthest become points.
-/// Throws cv::Exception for non-empty images of other types than stated.
+/// Throws cv::Exception for non-empty images of other types than stated, as far as the form and the mode read them.
 std::vector<CloudPoint> sampleCloud(const CloudImages& images, const CloudModel& model, CloudForm form);
 
 }  // namespace stereo::core

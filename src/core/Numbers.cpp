@@ -16,6 +16,8 @@ int toInt(double value) {
                          : (value >= highest ? std::numeric_limits<int>::max() : static_cast<int>(value));
 }
 
+int wrappingSum(int a, int b) { return static_cast<int>(static_cast<unsigned>(a) + static_cast<unsigned>(b)); }
+
 double numberAt(const cv::Mat& matrix, int column) {
   if (matrix.dims > 2 || matrix.rows < 1 || column < 0 || column >= matrix.cols) {
     CV_Error(cv::Error::StsOutOfRange, "a number in the file has too few elements");

@@ -117,10 +117,14 @@ void requireSquare(const cv::Mat& matrix, const char* what) {
 
 }  // namespace
 
+void requireEye(const cv::Mat& K, const cv::Mat& D, const cv::Mat& R) {
+  requireDoubles(K, 2, 3, "intrinsic matrix");
+  requireDoubles(D, 1, 4, "distortion");
+  requireSquare(R, "rotation");
+}
+
 void buildRectifyMap(const RectifyModel& model, cv::Size size, int mode, cv::Mat& map1, cv::Mat& map2) {
-  requireDoubles(model.K, 2, 3, "intrinsic matrix");
-  requireDoubles(model.D, 1, 4, "distortion");
-  requireSquare(model.R, "rotation");
+  requireEye(model.K, model.D, model.R);
   requireSquare(model.P, "camera matrix of the view");
   map1.create(size, CV_32FC1);
   map2.create(size, CV_32FC1);

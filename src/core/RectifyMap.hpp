@@ -18,6 +18,9 @@ struct RectifyModel {
   double xi2 = 0;
 };
 
+/// Throws cv::Exception unless one eye's matrices have the shapes and types that `initRectifyMap` asks for.
+void requireEye(const cv::Mat& K, const cv::Mat& D, const cv::Mat& R);
+
 /// Fills `map1` (source column) and `map2` (source row), CV_32FC1 of `size`. Equations stand in the implementation.
 /// Throws cv::Exception for matrices of the wrong shape or type, before anything is written.
 void buildRectifyMap(const RectifyModel& model, cv::Size size, int mode, cv::Mat& map1, cv::Mat& map2);

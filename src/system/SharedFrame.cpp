@@ -55,6 +55,8 @@ bool SharedFrame::offer(const cv::Mat& image, std::size_t bytes) {
     return false;
   }
   statusOf(m_address).store(statusWritten, std::memory_order_seq_cst);
+  // Some processors show later plain stores first; the mark is to be seen before any of the pixels.
+  std::atomic_thread_fence(std::memory_order_seq_cst);
   std::memcpy(static_cast<std::uint8_t*>(m_address) + headerSize, image.data, bytes);
   return true;
 }

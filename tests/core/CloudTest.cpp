@@ -334,8 +334,14 @@ TEST(SampleCloud, SurvivesNumbersThatAreNone) {
 TEST(SampleCloud, RefusesOtherTypes) {
   CloudImages in = images(7);
   in.view = cv::Mat(40, 40, CV_8UC1);
-  EXPECT_THROW(sampleCloud(in, model(1), CloudForm::plain), cv::Exception);
+  EXPECT_THROW(sampleCloud(in, model(1), CloudForm::coloured), cv::Exception);
+  // The plain form reads nothing of the view but its size, and in mode 2 nothing of the depth.
+  EXPECT_EQ(sampleCloud(in, model(1), CloudForm::plain).size(),
+            sampleCloud(images(7), model(1), CloudForm::plain).size());
   in = images(7);
   in.depth = cv::Mat(40, 40, CV_64FC1);
+  EXPECT_THROW(sampleCloud(in, model(1), CloudForm::plain), cv::Exception);
+  EXPECT_EQ(sampleCloud(in, model(2), CloudForm::plain).size(),
+            sampleCloud(images(7), model(2), CloudForm::plain).size());
   EXPECT_THROW(sampleCloud(in, model(2), CloudForm::coloured), cv::Exception);
 }

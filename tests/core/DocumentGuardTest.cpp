@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "core/DocumentGuard.hpp"
+
+#include <string>
+
+#include <gtest/gtest.h>
+
+using stereo::core::deepestNesting;
+using stereo::core::safeToParse;
+
+namespace {
+
+std::string times(int count, const std::string& piece) {
+  std::string text;
+  for (int i = 0; i < count; ++i) {
+    text += piece;
+  }
+  return text;
+}
+
+std::string stairs(int steps) {
+  std::string text = "%YAML:1.0\n---\n";
+  for (int i = 0; i < steps; ++i) {
+    text += std::string(static_cast<std::size_t>(i), ' ') + "a:\n";
+  }
+  return text;
+}
+
+}  // namespace
+
+TEST(SafeToParse, LetsOrdinaryDocumentsThrough) {
+  EXPECT_TRUE(safeToParse(""));
+  EXPECT_TRUE(safeToParse("no document at all"));
+  EXPECT_TRUE(safeToParse("%YAML:1.0\n---\nA: !!opencv-matrix\n   rows: 1\n   cols: 1\n   dt: d\n   data: [ 1. ]\n"));
+  EXPECT_TRUE(safeToParse("{\n  \"A\": { \"rows\": 1, \"data\": [ 1.0, 2.0 ] }\n}\n"));
+  EXPECT_TRUE(
+      safeToParse("<?xml version=\"1.0\"?>\n<opencv_storage>\n<A type_id=\"opencv-matrix\">\n  <rows>1</rows>\n"
+                  "  <!-- a > b <c -->\n  <data>\n    1.</data></A>\n<empty/>\n</opencv_storage>\n"));
+}
+
+TEST(SafeToParse, RefusesNestingBeyondTheLimit) {
+  for (const std::string open : {"[", "{", "[ {"}) {
+    const int levels = open.size() == 1 ? 1 : 2;
+    EXPECT_TRUE(safeToParse("%YAML:1.0\n---\nA: " + times((deepestNesting - 10) / levels, open)));
+    EXPECT_FALSE(safeToParse("%YAML:1.0\n---\nA: " + times(deepestNesting, open)));
+    EXPECT_FALSE(safeToParse("{ \"A\": " + times(deepestNesting, open)));
+  }
+  EXPECT_TRUE(safeToParse("{ \"A\": [" + times(10000, "[], {}, ") + "] }"));
+  EXPECT_TRUE(safeToParse(stairs(deepestNesting - 10)));
+  EXPECT_FALSE(safeToParse(stairs(deepestNesting + 10)));
+  EXPECT_FALSE(safeToParse("%YAML:1.0\n---\nA:\n  " + times(deepestNesting, "- ")));
+  const std::string head = "<?xml version=\"1.0\"?>\n";
+  EXPECT_TRUE(safeToParse(head + times(deepestNesting, "<a>")));
+  EXPECT_FALSE(safeToParse(head + times(deepestNesting + 1, "<a>")));
+  EXPECT_TRUE(safeToParse(head + times(1000, "<a></a><b/>")));
+}
+
+TEST(SafeToParse, RefusesXmlThatEndsInsideATag) {
+  const std::string whole = "<?xml version=\"1.0\"?>\n<opencv_storage>\n<A type_id=\"opencv-matrix\">1</A>\n<!-- x -->";
+  EXPECT_TRUE(safeToParse(whole));
+  for (std::size_t length = 6; length < whole.size(); ++length) {
+    const std::string cut = whole.substr(0, length);
+    const bool inside = cut.rfind('<') > cut.rfind('>') || cut.rfind('>') == std::string::npos;
+    EXPECT_EQ(safeToParse(cut), !inside) << cut;
+  }
+}
+
+TEST(SafeToParse, RefusesMissingNames) {
+  EXPECT_FALSE(safeToParse("%YAML:1.0\n---\n: 5\n"));
+  EXPECT_FALSE(safeToParse("%YAML:1.0\n---\nA:\n   : 5\n"));
+  EXPECT_FALSE(safeToParse("%YAML:1.0\n---\nA: { : 5 }\n"));
+  EXPECT_FALSE(safeToParse("%YAML:1.0\n---\nA: { B:1, :5 }\n"));
+  EXPECT_TRUE(safeToParse("{ \"A\"\n: 5 }"));
+  EXPECT_TRUE(safeToParse("%YAML:1.0\n---\nA: \"{ : 5, : }\"\nB: 5\n"));
+}

@@ -1,0 +1,35 @@
+# SPDX-License-Identifier: Apache-2.0
+# The camera object, its log and its files.
+stereo_camera_test(NAME camera_object_tests SOURCES
+  StereoCameraCommon/CameraLifeTest.cpp
+  StereoCameraCommon/CameraObjectTest.cpp)
+
+stereo_camera_test(NAME log_tests SOURCES log/SystemLogTest.cpp)
+
+stereo_camera_test(NAME file_tests SOURCES
+  StereoCameraCommon/CalibrationTest.cpp
+  StereoCameraCommon/HostileFilesTest.cpp
+  StereoCameraCommon/HostileValuesTest.cpp
+  StereoCameraCommon/SettingsTest.cpp)
+
+# Programs of their own: these replace allocation functions, or functions of OpenCV.
+stereo_camera_test(NAME allocation_failure_tests SOURCES StereoCameraCommon/AllocationFailureTest.cpp)
+stereo_camera_test(NAME device_opening_tests SOURCES StereoCameraCommon/DeviceOpeningTest.cpp)
+
+# What users get: the installed library, found through CMake and through pkg-config.
+find_program(STEREO_CAMERA_PKG_CONFIG pkg-config)
+if(STEREO_CAMERA_PKG_CONFIG)
+  add_test(NAME package.InstallAndUse COMMAND ${CMAKE_COMMAND}
+    -DBUILD_DIR=${PROJECT_BINARY_DIR}
+    -DWORK_DIR=${CMAKE_CURRENT_BINARY_DIR}/package
+    -DCONFIG=$<CONFIG>
+    -DGENERATOR=${CMAKE_GENERATOR}
+    -DCXX=${CMAKE_CXX_COMPILER}
+    -DCXX_FLAGS=${CMAKE_CXX_FLAGS}
+    -DLINK_FLAGS=${CMAKE_EXE_LINKER_FLAGS}
+    -DLIBDIR=${CMAKE_INSTALL_LIBDIR}
+    -DPKG_CONFIG=${STEREO_CAMERA_PKG_CONFIG}
+    "-DSANITIZE=${STEREO_CAMERA_SANITIZE}"
+    -P ${CMAKE_CURRENT_SOURCE_DIR}/package/InstallAndUse.cmake)
+  set_tests_properties(package.InstallAndUse PROPERTIES TIMEOUT 300 SKIP_REGULAR_EXPRESSION "skipped:")
+endif()
