@@ -46,20 +46,13 @@ int blockNesting(std::string_view text) {
   return static_cast<int>(std::min<std::size_t>(deepest, 1'000'000));
 }
 
-// Whether some line has a colon with nothing before it that could be the name: the line's start, or an opening brace or
-// a comma outside a string.
+// Whether a colon stands where nothing before it could be the name: after a line's start, an opening brace or a comma.
+// In strings as well, where real documents have no such thing.
 bool hasEmptyName(std::string_view text) {
   char before = '\n';  // last character that is not a blank
-  bool inString = false;
   for (const char c : text) {
-    if (c == ':' && !inString && (before == '\n' || before == '{' || before == ',')) {
+    if (c == ':' && (before == '\n' || before == '{' || before == ',')) {
       return true;
-    }
-    if (c == '"') {
-      inString = !inString;
-    }
-    if (c == '\n') {
-      inString = false;
     }
     if (c != ' ' && c != '\t' && c != '\r') {
       before = c;
@@ -68,7 +61,17 @@ bool hasEmptyName(std::string_view text) {
   return false;
 }
 
-// Deepest nesting of tags; -1 if the text ends inside one.
+// Whether the text ends with the root's closing tag. One that does cannot end inside another.
+bool endsWithRoot(std::string_view text) {
+  constexpr std::string_view closing = "</opencv_storage>";
+  const std::size_t last = text.find_last_not_of(" \t\r\n");
+  if (last == std::string_view::npos || last + 1 < closing.size()) {
+    return false;
+  }
+  return text.substr(last + 1 - closing.size(), closing.size()) == closing;
+}
+
+// Deepest nesting of tags.
 int tagNesting(std::string_view text) {
   int depth = 0;
   int deepest = 0;
@@ -76,7 +79,7 @@ int tagNesting(std::string_view text) {
     const bool isComment = text.substr(at, 4) == "<!--";
     const std::size_t end = isComment ? text.find("-->", at) : text.find('>', at);
     if (end == std::string_view::npos) {
-      return -1;
+      break;
     }
     const char first = text[at + 1];
     if (first == '/') {
@@ -94,8 +97,7 @@ int tagNesting(std::string_view text) {
 bool safeToParse(std::string_view text) {
   const std::size_t start = std::min(text.find_first_not_of(" \t\r\n\xEF\xBB\xBF"), text.size());
   if (text.substr(start, 5) == "<?xml") {
-    const int nesting = tagNesting(text);
-    return nesting >= 0 && nesting <= deepestNesting;
+    return endsWithRoot(text) && tagNesting(text) <= deepestNesting;
   }
   const bool isJson = text.substr(start, 1) == "{";  // where a colon may stand on the next line
   if (!isJson && hasEmptyName(text)) {

@@ -190,10 +190,19 @@ TEST_P(HostileFilesDeathTest, MatricesOfTooManyDimensions) {
   }
 }
 
-// A name whose value is cut off.
+// A name whose value is cut off, also behind values that look like a tag's end.
 TEST_P(HostileFilesDeathTest, EndAfterTheNameOfAnAttribute) {
-  const std::string text = GetParam() == "yml"   ? "%YAML:1.0\n---\nDeviceNode: !!"
-                           : GetParam() == "xml" ? "<?xml version=\"1.0\"?>\n<opencv_storage>\n<DeviceNode type_id="
-                                                 : "{ \"DeviceNode\": { \"type_id\":";
-  EXPECT_EXIT(loadBoth(*this, text), testing::ExitedWithCode(bothMalformed), "");
+  const std::string head = "<?xml version=\"1.0\"?>\n<opencv_storage>\n";
+  const std::vector<std::string> texts =
+      GetParam() == "yml"   ? std::vector<std::string>{"%YAML:1.0\n---\nDeviceNode: !!"}
+      : GetParam() == "xml" ? std::vector<std::string>{head + "<DeviceNode type_id=",
+                                                       head + "<a b=\">\" type_id=",
+                                                       head + "<a b='>' type_id=\n\n",
+                                                       head + "<!-- --><a b=\"<c></c>\" type_id=",
+                                                       "<?xml version=",
+                                                       "<?xml version=\"1.0\" encoding=\">\" b="}
+                            : std::vector<std::string>{"{ \"DeviceNode\": { \"type_id\":"};
+  for (const std::string& text : texts) {
+    EXPECT_EXIT(loadBoth(*this, text), testing::ExitedWithCode(bothMalformed), "") << text;
+  }
 }

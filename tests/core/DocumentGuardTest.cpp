@@ -49,20 +49,23 @@ TEST(SafeToParse, RefusesNestingBeyondTheLimit) {
   EXPECT_TRUE(safeToParse(stairs(deepestNesting - 10)));
   EXPECT_FALSE(safeToParse(stairs(deepestNesting + 10)));
   EXPECT_FALSE(safeToParse("%YAML:1.0\n---\nA:\n  " + times(deepestNesting, "- ")));
-  const std::string head = "<?xml version=\"1.0\"?>\n";
-  EXPECT_TRUE(safeToParse(head + times(deepestNesting, "<a>")));
-  EXPECT_FALSE(safeToParse(head + times(deepestNesting + 1, "<a>")));
-  EXPECT_TRUE(safeToParse(head + times(1000, "<a></a><b/>")));
+  const std::string head = "<?xml version=\"1.0\"?>\n<opencv_storage>";
+  const std::string tail = "</opencv_storage>\n";
+  EXPECT_TRUE(safeToParse(head + times(deepestNesting - 1, "<a>") + tail));
+  EXPECT_FALSE(safeToParse(head + times(deepestNesting, "<a>") + tail));
+  EXPECT_TRUE(safeToParse(head + times(1000, "<a></a><b/>") + tail));
 }
 
-TEST(SafeToParse, RefusesXmlThatEndsInsideATag) {
-  const std::string whole = "<?xml version=\"1.0\"?>\n<opencv_storage>\n<A type_id=\"opencv-matrix\">1</A>\n<!-- x -->";
+TEST(SafeToParse, RefusesXmlThatDoesNotEndWithItsRoot) {
+  const std::string whole =
+      "<?xml version=\"1.0\"?>\n<opencv_storage>\n<A type_id=\"opencv-matrix\">1</A>\n</opencv_storage>";
   EXPECT_TRUE(safeToParse(whole));
-  for (std::size_t length = 6; length < whole.size(); ++length) {
-    const std::string cut = whole.substr(0, length);
-    const bool inside = cut.rfind('<') > cut.rfind('>') || cut.rfind('>') == std::string::npos;
-    EXPECT_EQ(safeToParse(cut), !inside) << cut;
+  EXPECT_TRUE(safeToParse(whole + " \r\n"));
+  for (std::size_t length = 5; length < whole.size(); ++length) {
+    EXPECT_FALSE(safeToParse(whole.substr(0, length))) << length;
   }
+  EXPECT_FALSE(safeToParse("<?xml version=\"1.0\"?>\n<opencv_storage>\n<a b=\">\" type_id="));
+  EXPECT_FALSE(safeToParse("<?xml version=\"1.0\" encoding=\">\" b="));
 }
 
 TEST(SafeToParse, RefusesMissingNames) {
@@ -71,5 +74,6 @@ TEST(SafeToParse, RefusesMissingNames) {
   EXPECT_FALSE(safeToParse("%YAML:1.0\n---\nA: { : 5 }\n"));
   EXPECT_FALSE(safeToParse("%YAML:1.0\n---\nA: { B:1, :5 }\n"));
   EXPECT_TRUE(safeToParse("{ \"A\"\n: 5 }"));
-  EXPECT_TRUE(safeToParse("%YAML:1.0\n---\nA: \"{ : 5, : }\"\nB: 5\n"));
+  EXPECT_FALSE(safeToParse("%YAML:1.0\n---\nA: 'it\"s'\nB: {C: 'x\"', : 4}\n"));
+  EXPECT_TRUE(safeToParse("%YAML:1.0\n---\nA: \"a: b, c: d\"\nB: 5\n"));
 }

@@ -1,0 +1,192 @@
+// SPDX-License-Identifier: Apache-2.0
+// Everything at once for a minute, and a thousand lives of a camera.
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <thread>
+
+#include <malloc.h>
+#include <sys/shm.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "support/Await.hpp"
+#include "support/OutputCapture.hpp"
+#include "support/TestCamera.hpp"
+
+using std::chrono::microseconds;
+using stereo::test::await;
+using stereo::test::calibrate;
+using stereo::test::OutputCapture;
+using stereo::test::TestCamera;
+
+namespace {
+
+const cv::Size rawSize(240, 100);
+
+cv::Mat noise(int number) {
+  cv::Mat frame(rawSize, CV_8UC3);
+  cv::RNG random(static_cast<std::uint64_t>(number % 16) + 1);
+  random.fill(frame, cv::RNG::UNIFORM, 0, 256);
+  return frame;
+}
+
+struct BusyCamera : TestCamera {
+  BusyCamera() : TestCamera(&noise) {
+    calibrate(*this);
+    m_rawFrameSize = rawSize;
+    m_rectFrameSize = {64, 64};
+    m_fisheyeRadius = 60;
+    m_maxDepth = 100;
+  }
+  ~BusyCamera() override {
+    stopStereoCompute();
+    stopCapture();
+  }
+};
+
+constexpr std::chrono::seconds loadTime{60};
+
+std::size_t entries(const char* folder) {
+  const std::filesystem::directory_iterator all(folder);
+  return static_cast<std::size_t>(std::distance(begin(all), end(all)));
+}
+
+// Kilobytes that the process holds in memory.
+long residentKilobytes() {
+  std::ifstream status("/proc/self/status");
+  std::string word;
+  while (status >> word) {
+    if (word == "VmRSS:") {
+      long value = 0;
+      status >> value;
+      return value;
+    }
+  }
+  return 0;
+}
+
+}  // namespace
+
+TEST(Load, AllReadersBothWorkersAndCyclesForAMinute) {
+  const OutputCapture quiet(1);
+  const auto end = std::chrono::steady_clock::now() + loadTime;
+  long reads[8] = {};
+  int cycles = 0;
+  while (std::chrono::steady_clock::now() < end) {
+    BusyCamera camera;
+    camera.m_depthmode = 1 + cycles % 2;
+    camera.m_algorithm = cycles / 2 % 2;
+    camera.startCapture(false, false);
+    camera.startStereoCompute();
+    std::atomic<bool> over{false};
+    std::atomic<long> all{0};
+    std::vector<std::thread> readers;
+    for (int kind = 0; kind < 8; ++kind) {
+      readers.emplace_back([&, kind] {
+        while (!over) {
+          cv::Mat a;
+          cv::Mat b;
+          cv::Mat c;
+          microseconds stamp{0};
+          std::vector<cv::Vec3f> plain;
+          std::vector<PCL> coloured;
+          bool got = false;
+          switch (kind) {
+            case 0:
+              got = camera.getRawFrame(a, stamp);
+              break;
+            case 1:
+              got = camera.getStereoFrame(a, b, stamp);
+              break;
+            case 2:
+              got = camera.getRectStereoFrame(a, b);
+              break;
+            case 3:
+              got = camera.getRectStereoFrame(a, b, c);
+              break;
+            case 4:
+              got = camera.getRectStereoFrame(a, b, c, stamp);
+              break;
+            case 5:
+              got = camera.getDepthFrame(a, true, stamp);
+              break;
+            case 6:
+              got = camera.getPointCloud(plain, stamp);
+              break;
+            default:
+              got = camera.getPointCloud(coloured, stamp);
+              break;
+          }
+          if (got) {
+            ++reads[kind];  // each kind has one thread
+            ++all;
+          }
+        }
+      });
+    }
+    EXPECT_TRUE(await([&] { return all > 60; }));
+    // The disparity worker stops and starts under the readers; maps are built anew; the capture worker is superseded.
+    camera.stopStereoCompute();
+    camera.startStereoCompute();
+    camera.startCapture(false, false);
+    const long soFar = all;
+    EXPECT_TRUE(await([&] { return all > soFar + 60; }));
+    over = true;
+    if (cycles % 3 == 0) {  // the wrong order
+      camera.stopCapture();
+      camera.stopStereoCompute();
+    } else {
+      camera.stopStereoCompute();
+      camera.stopCapture();
+    }
+    for (std::thread& reader : readers) {
+      reader.join();
+    }
+    ++cycles;
+  }
+  EXPECT_GT(cycles, 3);
+  for (const long count : reads) {
+    EXPECT_GT(count, 0);
+  }
+}
+
+TEST(Load, AThousandStartsAndStopsLeaveNothingBehind) {
+  const OutputCapture quiet(1);
+  const auto live = [](int number) {
+    TestCamera camera(&noise);
+    calibrate(camera);
+    camera.setRawFrameSize({928, 400});
+    camera.m_rectFrameSize = {16, 12};
+    camera.setPosNumber(static_cast<int>(getpid()) * 64 + 63);
+    camera.startCapture(false, number % 10 == 0);  // with a segment now and then
+    camera.startStereoCompute();
+    camera.stopStereoCompute();
+    camera.stopCapture();
+  };
+  for (int i = 0; i < 20; ++i) {
+    live(i);  // what is made once and kept
+  }
+  malloc_trim(0);
+  const std::size_t threads = entries("/proc/self/task");
+  const std::size_t descriptors = entries("/proc/self/fd");
+  const long memory = residentKilobytes();
+  for (int i = 0; i < 1000; ++i) {
+    live(i);
+  }
+  malloc_trim(0);
+  EXPECT_EQ(entries("/proc/self/task"), threads);
+  EXPECT_EQ(entries("/proc/self/fd"), descriptors);
+  EXPECT_EQ(shmget(static_cast<int>(getpid()) * 64 + 63 + 9000, 0, 0), -1);
+  const long grown = residentKilobytes() - memory;
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  // The sanitizers keep freed memory and shadows of it; theirs are the leak reports.
+  (void)grown;
+#else
+  EXPECT_LT(grown, 8 * 1024) << "kilobytes after a thousand lives";
+#endif
+}
