@@ -30,6 +30,11 @@ protected:
       m_leftXi = cv::Mat(1, 1, CV_64F, cv::Scalar(1.25));
       m_threshold = 14;
     }
+    ~Camera() override {
+      // The worker calls virtual operations: it has to end before this class does.
+      stopStereoCompute();
+      stopCapture();
+    }
     void getDepthFrame(cv::Mat& disparity, cv::Mat& depth) override {
       // Whether another thread could have the mutex now.
       std::thread([this] {

@@ -65,7 +65,7 @@ private:
 }  // namespace
 
 TEST_F(HostProgram, DemoWritesEveryPictureAndAPageThatShowsThem) {
-  const Outcome outcome = run("demo --size 928x400 --seconds 0.5 -o '" + file("demo") + "'");
+  const Outcome outcome = run("demo --size 928x400 --seconds 0.5 --patience 120 -o '" + file("demo") + "'");
   ASSERT_EQ(outcome.code, 0) << outcome.err;
   const std::string html = readFile(file("demo/index.html"));
   const std::pair<const char*, cv::Size> pictures[] = {{"raw.png", {928, 400}},
@@ -94,7 +94,7 @@ TEST_F(HostProgram, DemoWritesEveryPictureAndAPageThatShowsThem) {
 }
 
 TEST_F(HostProgram, SnapshotWritesDepthThatAgreesWithItself) {
-  ASSERT_EQ(run("snapshot --size 928x400 --still -o '" + file("shot") + "'").code, 0);
+  ASSERT_EQ(run("snapshot --size 928x400 --still --patience 120 -o '" + file("shot") + "'").code, 0);
   const cv::Mat disparity = cv::imread(file("shot/disparity.tiff"), cv::IMREAD_UNCHANGED);
   const cv::Mat metres = cv::imread(file("shot/depth.tiff"), cv::IMREAD_UNCHANGED);
   const cv::Mat millimetres = cv::imread(file("shot/depth.png"), cv::IMREAD_UNCHANGED);
@@ -130,7 +130,7 @@ std::size_t plyPoints(std::ifstream& ply, bool coloured) {
 }
 
 TEST_F(HostProgram, SnapshotWritesCloudsAsPly) {
-  ASSERT_EQ(run("snapshot --size 928x400 --still -o '" + file("shot") + "'").code, 0);
+  ASSERT_EQ(run("snapshot --size 928x400 --still --patience 120 -o '" + file("shot") + "'").code, 0);
   for (const bool coloured : {false, true}) {
     std::ifstream ply(file(coloured ? "shot/cloud-coloured.ply" : "shot/cloud.ply"), std::ios::binary);
     const std::size_t points = plyPoints(ply, coloured);
@@ -155,7 +155,7 @@ TEST_F(HostProgram, SnapshotWritesCloudsAsPly) {
 
 TEST_F(HostProgram, SnapshotOfARecordingWithoutCalibrationSaysWhatIsMissing) {
   const std::string picture = writePicture("frame.png", {120, 40});
-  const Outcome outcome = run("snapshot --replay '" + picture + "' -o '" + file("out.d") + "'");
+  const Outcome outcome = run("snapshot --patience 120 --replay '" + picture + "' -o '" + file("out.d") + "'");
   ASSERT_EQ(outcome.code, 0) << outcome.err;
   // A size that is not the camera's keeps every pixel.
   EXPECT_EQ(cv::norm(cv::imread(file("out.d/raw.png")), cv::imread(picture), cv::NORM_INF), 0);
@@ -250,12 +250,12 @@ TEST_F(HostProgram, EndsWithAMessageWhenFramesStop) {
   expectFailure("snapshot --replay '" + picture + "' --once --patience 0.5 -o '" + file("d") + "'", ExitCode::noFrames,
                 "no frame for 500 ms");
   const std::string narrow = writePicture("narrow.png", {1, 40});
-  expectFailure("snapshot --replay '" + narrow + "' -o '" + file("d") + "'", ExitCode::noFrames, "without pixels");
+  expectFailure("snapshot --patience 120 --replay '" + narrow + "' -o '" + file("d") + "'", ExitCode::noFrames, "without pixels");
 }
 
 TEST_F(HostProgram, OutputThatCannotBeWritten) {
   std::ofstream(file("taken")) << "a file, not a folder";
-  expectFailure("snapshot --size 928x400 -o '" + file("taken") + "'", ExitCode::output, "taken");
+  expectFailure("snapshot --size 928x400 --patience 120 -o '" + file("taken") + "'", ExitCode::output, "taken");
   std::filesystem::create_directories(file("full/raw.png"));
-  expectFailure("snapshot --size 928x400 -o '" + file("full") + "'", ExitCode::output, "raw.png");
+  expectFailure("snapshot --size 928x400 --patience 120 -o '" + file("full") + "'", ExitCode::output, "raw.png");
 }
