@@ -344,7 +344,7 @@ TEST_F(SystemLogDeathTest, ClosedStreamsAreBorne) {
 namespace {
 
 // With little more memory than the process has already.
-[[noreturn]] void reportTooMuch() {
+[[noreturn, maybe_unused]] void reportTooMuch() {
   std::size_t pages = 0;
   if (std::FILE* const statm = std::fopen("/proc/self/statm", "r")) {
     pages = std::fscanf(statm, "%zu", &pages) == 1 ? pages : 0;
