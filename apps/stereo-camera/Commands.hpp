@@ -14,5 +14,8 @@ using Action = std::function<void()>;
 Action addDemo(CLI::App& program);
 Action addSnapshot(CLI::App& program);
 Action addInfo(CLI::App& program);
+Action addStream(CLI::App& program);
+Action addReceive(CLI::App& program);
+Action addShare(CLI::App& program);
 
 }  // namespace stereo::app

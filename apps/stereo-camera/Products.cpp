@@ -81,9 +81,9 @@ void makeFolder(const std::filesystem::path& folder) {
   }
 }
 
-void startCapture(OpenedCamera& opened) {
+void startCapture(OpenedCamera& opened, bool useTransmit, bool useShareMemory) {
   try {
-    opened.camera->startCapture(false, false);
+    opened.camera->startCapture(useTransmit, useShareMemory);
   } catch (const cv::Exception& error) {
     throw Failure(ExitCode::calibration,
                   "the maps cannot be built from this calibration and rectified size: " + error.err);

@@ -30,7 +30,8 @@ void writePictures(const std::vector<Picture>& pictures, const std::filesystem::
 /// Makes the folder. Throws Failure (output) if it cannot be had.
 void makeFolder(const std::filesystem::path& folder);
 
-/// Starts capture without stream and shared memory; turns what the calibration or a size makes fail into a Failure.
-void startCapture(OpenedCamera& opened);
+/// Starts capture, by default without stream and shared memory; turns what the calibration or a size makes fail into a
+/// Failure.
+void startCapture(OpenedCamera& opened, bool useTransmit = false, bool useShareMemory = false);
 
 }  // namespace stereo::app

@@ -16,6 +16,9 @@ int main(int argc, char** argv) {
   actions["demo"] = addDemo(program);
   actions["snapshot"] = addSnapshot(program);
   actions["info"] = addInfo(program);
+  actions["stream"] = addStream(program);
+  actions["receive"] = addReceive(program);
+  actions["share"] = addShare(program);
   try {
     program.parse(argc, argv);
     actions.at(program.get_subcommands().front()->get_name())();

@@ -1,0 +1,137 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <cstdio>
+#include <iostream>
+#include <memory>
+
+#include <gst/gst.h>
+
+#include "Commands.hpp"
+#include "Failure.hpp"
+#include "Products.hpp"
+#include "RunTime.hpp"
+#include "Source.hpp"
+#include "Watch.hpp"
+
+namespace stereo::app {
+
+namespace {
+
+constexpr int firstPort = 9200;     // of the camera at position 0
+constexpr double defaultRate = 30;  // told to the encoder where --rate leaves the rate to the source, a second
+constexpr int depthStream = 4;      // the mode that shows depth
+constexpr int perspectivePair = 2;  // the depth mode that is streamed
+constexpr int firstRectifiedMode = 2;
+
+struct StreamOptions {
+  SourceOptions source;
+  int mode = 0;
+  int receiverOctet = 15;
+  double seconds = 0;
+  double patience = 10;
+};
+
+// Looks the element up in GStreamer's registry; makes no pipeline, and so sends nothing.
+bool encoderThere() {
+  if (gst_init_check(nullptr, nullptr, nullptr) == 0) {
+    return false;
+  }
+  GstElementFactory* const factory = gst_element_factory_find("omxh264enc");
+  if (factory == nullptr) {
+    return false;
+  }
+  gst_object_unref(factory);
+  return true;
+}
+
+void tellReceiver(const StreamOptions& options, int port) {
+  std::cout << "streaming mode " << options.mode << " to " << STEREO_CAMERA_STREAM_NETWORK << options.receiverOctet
+            << ", port " << port << "; there, either of these receives it:\n"
+            << "  stereo-camera receive --port " << port << " --show\n"
+            << "  gst-launch-1.0 udpsrc port=" << port
+            << " caps=\"application/x-rtp,media=video,encoding-name=H264,clock-rate=90000,payload=96\" ! rtph264depay"
+            << " ! avdec_h264 ! videoconvert ! autovideosink" << std::endl;
+}
+
+// One call of the operation whose images the mode streams. False if it gave none.
+bool readOnce(StereoCamera& camera, int mode, cv::Mat& a, cv::Mat& b) {
+  std::chrono::microseconds stamp{0};
+  if (mode == depthStream) {
+    return camera.getDepthFrame(a, true, stamp);
+  }
+  return mode < firstRectifiedMode ? camera.getRawFrame(a, stamp) : camera.getRectStereoFrame(a, b);
+}
+
+void stream(const StreamOptions& options) {
+  OpenedCamera opened = openCamera(options.source);
+  if (options.mode >= firstRectifiedMode && !opened.calibrated) {
+    throw Failure(ExitCode::calibration, "stream mode " + std::to_string(options.mode) +
+                                             " shows rectified pictures: it needs a calibration (--calibration FILE)");
+  }
+  opened.setStream(options.mode, options.source.rate > 0 ? options.source.rate : defaultRate, options.receiverOctet);
+  if (options.mode == depthStream) {
+    opened.setDepthMode(perspectivePair);
+  }
+  const bool canSend = encoderThere();
+  if (!canSend) {
+    std::cerr << "warning: GStreamer has no encoder omxh264enc, nothing will be sent; on a PC, point GST_PLUGIN_PATH "
+                 "at the stand-in (docs/streaming.md)"
+              << std::endl;
+  }
+  StereoCamera& camera = *opened.camera;
+  tellReceiver(options, camera.getPosNumber() + firstPort);
+
+  RunTime time(options.seconds);
+  startCapture(opened, true);
+  const std::chrono::milliseconds patience(static_cast<long>(1000 * options.patience));
+  Watch watch(camera, patience);
+  if (options.mode == depthStream) {
+    camera.startStereoCompute();
+  }
+  cv::Mat a;
+  cv::Mat b;
+  int images = 0;
+  auto last = Watch::Clock::now();
+  while (!time.over()) {
+    // Frames may come while nothing can be made of them, for instance while there is no disparity yet.
+    if (watch.run([&] { return readOnce(camera, options.mode, a, b); })) {
+      time.begin();
+      ++images;
+      last = Watch::Clock::now();
+    } else if (Watch::Clock::now() - last > patience) {
+      throw Failure(ExitCode::noFrames,
+                    "frames come, but no picture for the stream within " + std::to_string(patience.count()) + " ms");
+    }
+  }
+  const double seconds = time.elapsed();
+  watch.finish();
+  // The first image marks the start, so that one interval less than images has passed.
+  std::printf("%s %d images in %.1f s, %.1f a second\n", canSend ? "streamed" : "read, but could not stream,", images,
+              seconds, images > 1 ? (images - 1) / seconds : 0.0);
+}
+
+}  // namespace
+
+Action addStream(CLI::App& program) {
+  auto options = std::make_shared<StreamOptions>();
+  CLI::App* const command = program.add_subcommand("stream", "send what the camera sees over the network, as H.264");
+  options->source.addTo(*command);
+  command
+      ->add_option("--mode", options->mode,
+                   "0 right eye, 1 both eyes, 2 rectified right eye, 3 both rectified eyes, 4 view and depth")
+      ->required()
+      ->check(CLI::Range(0, 4));
+  command
+      ->add_option("--receiver-octet", options->receiverOctet,
+                   "last octet of the receiver's address " STEREO_CAMERA_STREAM_NETWORK "N")
+      ->check(CLI::Range(1, 254))
+      ->capture_default_str();
+  command->add_option("--seconds", options->seconds, "time to stream, 0: until Ctrl-C")
+      ->check(CLI::Range(0.0, 1e6))
+      ->capture_default_str();
+  command->add_option("--patience", options->patience, "seconds without a frame after which to give up")
+      ->check(CLI::Range(0.1, 3600.0))
+      ->capture_default_str();
+  return [options] { stream(*options); };
+}
+
+}  // namespace stereo::app
