@@ -71,14 +71,9 @@ NetworkImages::NetworkImages(int port) {
   g_signal_connect(sink, "handoff", G_CALLBACK(&NetworkImages::handOver), this);
   gst_object_unref(sink);
   if (gst_element_set_state(m_pipeline, GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
-    try {
-      checkPipeline();
-    } catch (...) {
-      close();
-      throw;
-    }
+    // GStreamer's own message does not say more than that something could not be set.
     close();
-    fail("port " + std::to_string(port) + " cannot be listened to");
+    fail("port " + std::to_string(port) + " cannot be listened to; does another program hold it?");
   }
 }
 

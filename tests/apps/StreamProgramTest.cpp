@@ -189,7 +189,7 @@ TEST_F(StreamProgram, ReceiverSaysWhatItCannotHave) {
   address.sin_port = htons(9250);
   address.sin_addr.s_addr = htonl(INADDR_ANY);
   ASSERT_EQ(bind(taken, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-  expectFailure({"receive", "--port", "9250"}, ExitCode::source, "cannot receive");
+  expectFailure({"receive", "--port", "9250"}, ExitCode::source, "port 9250 cannot be listened to");
   close(taken);
   stereo::test::writeFile(file("taken"), "a file, not a folder");
   expectFailure({"receive", "--save", file("taken")}, ExitCode::output, "taken");
