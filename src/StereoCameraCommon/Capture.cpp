@@ -10,8 +10,10 @@
 #include "StereoCameraCommon/Internals.hpp"
 #include "StereoCameraCommon/Relaxed.hpp"
 #include "StereoCameraCommon/Report.hpp"
+#include "core/EyePair.hpp"
 #include "core/Numbers.hpp"
 #include "core/RectifyMap.hpp"
+#include "system/ImageMemory.hpp"
 #include "system/SharedFrame.hpp"
 
 using stereo::relaxed;
@@ -135,8 +137,8 @@ void StereoCamera::buildMaps(float frameScale) {
 
 void StereoCamera::captureWorker(float frameScale) {
   const auto readFrame = [this] {
-    // Fresh for every read: a device that fails without touching its argument must not replay the last frame.
-    cv::Mat frame;
+    // Empty at every read: a device that fails without touching its argument must not replay the last frame.
+    cv::Mat frame = stereo::sys::recycledImage();
     if (m_videoCapture != nullptr) {
       const std::lock_guard lock(m_internals->deviceMutex);
       m_videoCapture->read(frame);
@@ -170,23 +172,21 @@ void StereoCamera::captureWorker(float frameScale) {
     if (frame.empty()) {
       continue;
     }
-    const int h = frame.cols >> 1;
-    frame(cv::Rect(0, 0, h, frame.rows)).copyTo(first);
-    frame(cv::Rect(h, 0, h, frame.rows)).copyTo(second);
+    stereo::core::splitEyes(frame, first, second);
     if (frame.type() == CV_8UC3) {
       // The mask is defined on BGR pixels; a device set up to deliver anything else is passed on as it is.
       convertRawFisheyeImage(relaxed(m_fisheyeRadius), first, second);
     }
     if (m_useShareMemory) {
       const std::lock_guard lock(m_internals->segmentMutex);
-      segment.offer(first, static_cast<std::size_t>(frame.rows) * static_cast<std::size_t>(h) * 3);
+      segment.offer(first, static_cast<std::size_t>(frame.rows) * static_cast<std::size_t>(frame.cols >> 1) * 3);
     }
     const auto duration = static_cast<float>(static_cast<double>(cv::getTickCount()) - start);
     m_frameRate = static_cast<float>(cv::getTickFrequency() / duration);
 
     const std::lock_guard lock(m_frameMutex);
-    m_rawFrame.first = first.clone();
-    m_rawFrame.second = second.clone();
+    stereo::core::publishCopy(first, m_rawFrame.first);
+    stereo::core::publishCopy(second, m_rawFrame.second);
     setRelaxed(m_rawFrame.timestamp, systemTime());
     ++m_internals->publishedFrames;
     m_frameCond.notify_all();

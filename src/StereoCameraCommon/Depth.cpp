@@ -5,6 +5,8 @@
 #include "StereoCameraCommon/Internals.hpp"
 #include "StereoCameraCommon/Relaxed.hpp"
 #include "core/Numbers.hpp"
+#include "core/SoleOwner.hpp"
+#include "system/ImageMemory.hpp"
 
 using stereo::relaxed;
 
@@ -28,7 +30,15 @@ cv::Mat StereoCamera::rectCameraMatrix() const {
 }
 
 void StereoCamera::getDepthFrame(cv::Mat& disparity, cv::Mat& depth) {
-  depth = stereo::core::metricDepth(disparity, depthModel());
+  const stereo::core::DepthModel model = depthModel();
+  if (&disparity == &depth) {
+    // A caller who wants the depth in place of its disparity.
+    cv::Mat metric;
+    stereo::core::metricDepth(disparity, model, metric);
+    depth = metric;
+    return;
+  }
+  stereo::core::writeInto(depth, [&](cv::Mat& out) { stereo::core::metricDepth(disparity, model, out); });
 }
 
 bool StereoCamera::getDepthFrame(cv::Mat& depth, bool /*color*/, std::chrono::microseconds& timestamp) {
@@ -46,21 +56,23 @@ bool StereoCamera::getDepthFrame(cv::Mat& depth, bool /*color*/, std::chrono::mi
       const std::lock_guard headers(m_internals->disparityHeaderMutex);
       published = m_disparityFrame.second;
     }
-    disparity = published.clone();
+    disparity = stereo::sys::recycledCopy(published);
     timestamp = m_rawFrame.timestamp;
   }
   if (disparity.empty()) {
     return false;
   }
   const stereo::core::DepthModel model = depthModel();
-  depth = stereo::core::paintDepth(disparity, model, stereo::core::depthRange(disparity, model));
+  cv::Mat depths = stereo::sys::recycledImage();
+  const stereo::core::DepthRange range = stereo::core::measureDepths(disparity, model, depths);
+  stereo::core::writeInto(depth, [&](cv::Mat& out) { stereo::core::paintDepths(depths, range, out); });
   if (m_useTransmit && relaxed(m_transmode) == 4 && model.mode == 2) {
     cv::Mat view;
     {
       const std::lock_guard headers(m_internals->disparityHeaderMutex);
       view = m_disparityFrame.first;
     }
-    cv::Mat joined;
+    cv::Mat joined = stereo::sys::recycledImage();
     cv::hconcat(view, depth, joined);
     writeStream(joined);
   }

@@ -11,10 +11,13 @@
 #include "StereoCameraCommon/Internals.hpp"
 #include "StereoCameraCommon/Relaxed.hpp"
 #include "StereoCameraCommon/Report.hpp"
+#include "system/ImageMemory.hpp"
 
 using stereo::relaxed;
 using stereo::reportInfo;
 using stereo::setRelaxed;
+using stereo::sys::recycledCopy;
+using stereo::sys::recycledImage;
 
 thread_local const StereoCamera* stereo::disparityWorkerOfThisThread = nullptr;
 
@@ -79,22 +82,23 @@ void StereoCamera::disparityWorker() {
     blockMatcher = makeBlockMatcher();
   }
   while (m_isComputing) {
-    cv::Mat left;
-    cv::Mat right;
-    cv::Mat view;
+    // Empty in every cycle: what the read leaves untouched must not show the last frame.
+    cv::Mat left = recycledImage();
+    cv::Mat right = recycledImage();
+    cv::Mat view = recycledImage();
     std::chrono::microseconds timestamp{0};
     if (!getRectStereoFrame(left, right, view, timestamp)) {
       continue;
     }
-    cv::Mat raw;
-    cv::Mat disparity;
+    cv::Mat raw = recycledImage();
+    cv::Mat disparity = recycledImage();
     // A matcher that was not made when the worker started is not made now: such a cycle publishes no disparity.
     const int chosen = relaxed(m_algorithm);
     if (chosen == 0 && semiGlobalMatcher) {
       semiGlobalMatcher->compute(left, right, raw);
     } else if (chosen == 1 && blockMatcher) {
-      cv::Mat greyLeft;
-      cv::Mat greyRight;
+      cv::Mat greyLeft = recycledImage();
+      cv::Mat greyRight = recycledImage();
       cv::cvtColor(left, greyLeft, cv::COLOR_BGR2GRAY);
       cv::cvtColor(right, greyRight, cv::COLOR_BGR2GRAY);
       blockMatcher->compute(greyLeft, greyRight, raw);
@@ -102,8 +106,8 @@ void StereoCamera::disparityWorker() {
     raw.convertTo(disparity, CV_32F, pixelsPerStep, 0.0);
 
     const std::lock_guard lock(m_disparityMutex);
-    cv::Mat publishedView = view.clone();
-    cv::Mat publishedDisparity = disparity.clone();
+    cv::Mat publishedView = recycledCopy(view);
+    cv::Mat publishedDisparity = recycledCopy(disparity);
     {
       const std::lock_guard headers(m_internals->disparityHeaderMutex);
       std::swap(m_disparityFrame.first, publishedView);

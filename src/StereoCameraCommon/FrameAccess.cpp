@@ -5,8 +5,14 @@
 #include "StereoCameraCommon/DisparityThread.hpp"
 #include "StereoCameraCommon/Internals.hpp"
 #include "StereoCameraCommon/Relaxed.hpp"
+#include "core/SoleOwner.hpp"
+#include "system/ImageMemory.hpp"
 
 using stereo::relaxed;
+using stereo::core::copyInto;
+using stereo::core::writeInto;
+using stereo::sys::recycledCopy;
+using stereo::sys::recycledImage;
 
 namespace {
 
@@ -15,21 +21,6 @@ struct MapPair {
   cv::Mat columns;
   cv::Mat rows;
 };
-
-// Whether nobody but this header sees the pixels. Other threads drop their headers atomically.
-bool isSoleOwner(const cv::Mat& image) { return image.u != nullptr && CV_XADD(&image.u->refcount, 0) == 1; }
-
-// A buffer of the caller's that nobody else sees is written into again; any other is replaced once the result is there.
-template <typename Make>
-void writeInto(cv::Mat& output, Make make) {
-  if (isSoleOwner(output)) {
-    make(output);
-  } else {
-    cv::Mat fresh;
-    make(fresh);
-    output = fresh;
-  }
-}
 
 void rectify(const cv::Mat& eye, const MapPair& maps, cv::Mat& view) {
   writeInto(view, [&](cv::Mat& out) {
@@ -69,14 +60,14 @@ bool StereoCamera::getRawFrame(cv::Mat& frame, std::chrono::microseconds& timest
     if (!waitForFrame(lock)) {
       return false;
     }
-    local.first = m_rawFrame.first.clone();
-    local.second = m_rawFrame.second.clone();
+    local.first = recycledCopy(m_rawFrame.first);
+    local.second = recycledCopy(m_rawFrame.second);
     if (m_useTransmit) {
       const int mode = relaxed(m_transmode);
       if (mode == 0) {
         writeStream(local.second);
       } else if (mode == 1) {
-        cv::Mat joined;
+        cv::Mat joined = recycledImage();
         cv::hconcat(m_rawFrame.first, local.second, joined);
         writeStream(joined);
       }
@@ -92,16 +83,16 @@ bool StereoCamera::getStereoFrame(cv::Mat& left, cv::Mat& right, std::chrono::mi
   if (!waitForFrame(lock)) {
     return false;
   }
-  left = m_rawFrame.first.clone();
-  right = m_rawFrame.second.clone();
+  copyInto(m_rawFrame.first, left);
+  copyInto(m_rawFrame.second, right);
   timestamp = m_rawFrame.timestamp;
   lock.unlock();
   return !left.empty() && !right.empty();
 }
 
 bool StereoCamera::getRectStereoFrame(cv::Mat& left, cv::Mat& right) {
-  cv::Mat leftEye;
-  cv::Mat rightEye;
+  cv::Mat leftEye = recycledImage();
+  cv::Mat rightEye = recycledImage();
   std::chrono::microseconds timestamp{0};
   if (getStereoFrame(leftEye, rightEye, timestamp)) {
     MapPair maps[2];
@@ -117,7 +108,7 @@ bool StereoCamera::getRectStereoFrame(cv::Mat& left, cv::Mat& right) {
       if (mode == 2) {
         writeStream(right);
       } else if (mode == 3) {
-        cv::Mat joined;
+        cv::Mat joined = recycledImage();
         cv::hconcat(left, right, joined);
         writeStream(joined);
       }
@@ -128,8 +119,8 @@ bool StereoCamera::getRectStereoFrame(cv::Mat& left, cv::Mat& right) {
 
 bool StereoCamera::getRectStereoFrame(cv::Mat& left, cv::Mat& right, cv::Mat& view,
                                       std::chrono::microseconds& timestamp) {
-  cv::Mat leftEye;
-  cv::Mat rightEye;
+  cv::Mat leftEye = recycledImage();
+  cv::Mat rightEye = recycledImage();
   if (getStereoFrame(leftEye, rightEye, timestamp)) {
     const int depthMode = relaxed(m_depthmode);
     MapPair viewMaps;

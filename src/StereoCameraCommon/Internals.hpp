@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "StereoCamera.hpp"
+#include "system/ImageMemory.hpp"
 
 /// What the camera needs beside its members.
 ///
@@ -35,6 +36,9 @@ struct StereoCamera::Internals {
   std::uint64_t publishedDisparities = 0;
   std::uint64_t disparityReleases = 0;    ///< how often waiting readers of clouds were sent home
   bool disparityReadersReleased = false;  ///< `stopCapture` ran: no further disparity can come
+
+  /// Keeps the memory of images from frame to frame.
+  stereo::sys::ImageMemoryUser imageMemory;
 
   /// Workers whose pointer a second `startCapture` replaced; joined by `stopCapture`. The host's thread only.
   std::vector<std::thread> supersededWorkers;

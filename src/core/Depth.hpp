@@ -26,15 +26,18 @@ struct DepthRange {
 float baselineMetres(const cv::Mat& translation);
 
 /// Depth in metres, CV_32FC1 of the disparity's size: -1 where d <= minDepth, 0 where the depth is out of limits.
-/// Empty for an empty disparity. Throws cv::Exception if the disparity is not CV_32FC1.
-cv::Mat metricDepth(const cv::Mat& disparity, const DepthModel& model);
+/// Empty for an empty disparity. `metric` is written into if it fits, so it must not share pixels with the disparity.
+/// Throws cv::Exception if the disparity is not CV_32FC1.
+void metricDepth(const cv::Mat& disparity, const DepthModel& model, cv::Mat& metric);
 
-/// Range of the depths of all pixels with d > minDepth, then narrowed to the limits; {1e11, 0} narrowed if there is
-/// none. Throws as above.
-DepthRange depthRange(const cv::Mat& disparity, const DepthModel& model);
+/// First walk of the depth picture: the range of the depths of all pixels with d > minDepth, then narrowed to the
+/// limits ({1e11, 0} narrowed if there is none). `depths` (CV_32FC1 of the disparity's size, written into if it fits)
+/// keeps what the second walk needs: metres where d > 0 and the depth is within limits, 0 elsewhere. The two cut-offs
+/// differ on purpose. Throws as above.
+DepthRange measureDepths(const cv::Mat& disparity, const DepthModel& model, cv::Mat& depths);
 
-/// Every pixel with d > 0 and a depth within limits in its colour on the scale `range`, all others black; CV_8UC3 of
-/// the disparity's size, turned by 180 degrees. Throws as above.
-cv::Mat paintDepth(const cv::Mat& disparity, const DepthModel& model, const DepthRange& range);
+/// Second walk: every depth above 0 in its colour on the scale `range`, all else black. CV_8UC3 of the size of `depths`
+/// (CV_32FC1), turned by 180 degrees; written into if it fits. Throws as above.
+void paintDepths(const cv::Mat& depths, const DepthRange& range, cv::Mat& picture);
 
 }  // namespace stereo::core

@@ -1,9 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "core/RectifyMap.hpp"
 
+#include <algorithm>
 #include <cmath>
+#include <cstddef>
+#include <numeric>
 
 #include "core/Numbers.hpp"
+#include "core/RayProjection.hpp"
+#include "core/Rows.hpp"
 
 namespace stereo::core {
 
@@ -11,13 +16,7 @@ namespace {
 
 constexpr double pi = 3.141592653589793;
 
-struct Ray {
-  double x;
-  double y;
-  double z;
-};
-
-// The upper left 3 x 3 elements of a matrix, kept where the loop reads them without a header in between.
+// The upper left 3 x 3 elements of a matrix, kept where the loops read them without a header in between.
 struct Matrix3 {
   double m[3][3];
 
@@ -31,84 +30,148 @@ struct Matrix3 {
 
   // The order of the sums is part of the result.
   double row(int r, double a, double b, double c) const { return (m[r][0] * a + m[r][1] * b) + m[r][2] * c; }
-
-  Ray operator*(const Ray& v) const { return {row(0, v.x, v.y, v.z), row(1, v.x, v.y, v.z), row(2, v.x, v.y, v.z)}; }
 };
 
-// Unified omnidirectional model of one eye, from ray to pixel.
-struct Eye {
-  double fx, fy, cx, cy, s;
-  double k1, k2, p1, p2;
-  double xi;
-
-  explicit Eye(const RectifyModel& model)
-      : fx(model.K.at<double>(0, 0)),
-        fy(model.K.at<double>(1, 1)),
-        cx(model.K.at<double>(0, 2)),
-        cy(model.K.at<double>(1, 2)),
-        s(model.K.at<double>(0, 1)),
-        k1(model.D.at<double>(0, 0)),
-        k2(model.D.at<double>(0, 1)),
-        p1(model.D.at<double>(0, 2)),
-        p2(model.D.at<double>(0, 3)),
-        xi(model.xi) {}
-
-  // Unit sphere:   (Xs, Ys, Zs) = (x, y, z) / |(x, y, z)|
-  // Projection:    xu = Xs / (Zs + xi),  yu = Ys / (Zs + xi)
-  // Distortion:    r2 = xu^2 + yu^2,  g = 1 + k1 r2 + k2 r2^2
-  //                xd = g xu + 2 p1 xu yu + p2 (r2 + 2 xu^2)
-  //                yd = g yu + 2 p2 xu yu + p1 (r2 + 2 yu^2)
-  // Pixels:        u = fx xd + s yd + cx,  v = fy yd + cy
-  // A ray of length 0 gives NaN; rays at or behind Zs = -xi are projected like any other.
-  void project(const Ray& ray, float& u, float& v) const {
-    const double n = std::sqrt((ray.x * ray.x + ray.y * ray.y) + ray.z * ray.z);
-    const double Xs = ray.x / n;
-    const double Ys = ray.y / n;
-    const double Zs = ray.z / n;
-    const double xu = Xs / (Zs + xi);
-    const double yu = Ys / (Zs + xi);
-    const double r2 = xu * xu + yu * yu;
-    const double r4 = r2 * r2;
-    const double g = (k1 * r2 + 1) + k2 * r4;
-    const double xd = g * xu + 2 * p1 * xu * yu + p2 * (r2 + 2 * xu * xu);
-    const double yd = g * yu + 2 * p2 * xu * yu + p1 * (r2 + 2 * yu * yu);
-    u = static_cast<float>(fx * xd + s * yd + cx);
-    v = static_cast<float>(fy * yd + cy);
+RayProjection projectionOf(const RectifyModel& model, const Matrix3& turn) {
+  RayProjection projection;
+  for (int row = 0; row < 3; ++row) {
+    std::copy_n(turn.m[row], 3, projection.m[row]);
   }
+  projection.fx = model.K.at<double>(0, 0);
+  projection.fy = model.K.at<double>(1, 1);
+  projection.cx = model.K.at<double>(0, 2);
+  projection.cy = model.K.at<double>(1, 2);
+  projection.s = model.K.at<double>(0, 1);
+  projection.k1 = model.D.at<double>(0, 0);
+  projection.k2 = model.D.at<double>(0, 1);
+  projection.p1 = model.D.at<double>(0, 2);
+  projection.p2 = model.D.at<double>(0, 3);
+  projection.xi = model.xi;
+  return projection;
+}
+
+// Rays of one row of a view, by component, not turned yet.
+class RowOfRays {
+public:
+  explicit RowOfRays(int width) : m_width(static_cast<std::size_t>(width)), m_values(3 * m_width) {}
+
+  double* X() { return m_values.data(); }
+  double* Y() { return X() + m_width; }
+  double* Z() { return Y() + m_width; }
+
+private:
+  std::size_t m_width;
+  cv::AutoBuffer<double> m_values;
 };
 
-// Ray of the view's pixel (j, i), j and i being column and row, in the eye's frame.
-struct View {
-  Matrix3 iP;
-  Matrix3 iR;
-  Matrix3 iKR;
-  double xi2;
+// (j, i, 1) for the column j and the row i; (P R)^-1 makes it a ray.
+class PerspectiveRays {
+public:
+  void prepare(RowOfRays& rays, int width) const {
+    std::iota(rays.X(), rays.X() + width, 0.0);
+    std::fill_n(rays.Z(), width, 1.0);
+  }
+  void fill(RowOfRays& rays, int width, int i) const { std::fill_n(rays.Y(), width, static_cast<double>(i)); }
+};
 
-  Ray ray(int mode, double j, double i) const {
-    switch (mode) {
-      case perspective:
-        // (x, y, z) = (P R)^-1 (j, i, 1)
-        return iKR * Ray{j, i, 1.0};
-      case longitudeLatitude: {
-        // Angles a = (P^-1 (j, i, 1))_0, b = (P^-1 (j, i, 1))_1; (x, y, z) = R^-1 (-cos a, -sin a cos b, sin a sin b)
-        const double a = iP.row(0, j, i, 1.0);
-        const double b = iP.row(1, j, i, 1.0);
-        return iR * Ray{-std::cos(a), -std::sin(a) * std::cos(b), std::sin(a) * std::sin(b)};
-      }
-      case liftedPlane: {
-        // Point (a, b) of the normalised plane onto the sphere: eta = (xi2 + sqrt(1 + (1 - xi2^2) r2)) / (1 + r2),
-        // (x, y, z) = R^-1 (eta a, eta b, eta - xi2)
-        const double a = iP.row(0, j, i, 1.0);
-        const double b = iP.row(1, j, i, 1.0);
-        const double r2 = b * b + a * a;
-        const double eta = (std::sqrt(1 + (1 - xi2 * xi2) * r2) + xi2) / (1 + r2);
-        return iR * Ray{eta * a, eta * b, eta - xi2};
-      }
-      default:
-        return {0.0, 0.0, 0.0};
+// Angles a = (P^-1 (j, i, 1))_0, b = (P^-1 (j, i, 1))_1; (X, Y, Z) = (-cos a, -sin a cos b, sin a sin b)
+class LonLatRays {
+public:
+  explicit LonLatRays(const Matrix3& iP) : m_iP(iP) {}
+  void prepare(RowOfRays&, int) const {}
+  void fill(RowOfRays& rays, int width, int i) const {
+    for (int j = 0; j < width; ++j) {
+      const double a = m_iP.row(0, j, i, 1.0);
+      const double b = m_iP.row(1, j, i, 1.0);
+      rays.X()[j] = -std::cos(a);
+      rays.Y()[j] = -std::sin(a) * std::cos(b);
+      rays.Z()[j] = std::sin(a) * std::sin(b);
     }
   }
+
+private:
+  Matrix3 m_iP;
 };
+
+// The same where a does not depend on the row nor b on the column: W + H pairs of sine and cosine instead of W x H.
+// The zero that stands in P^-1 gives a zero of one and the same sign whatever row or column it is multiplied with, so
+// nothing changes when the angles are taken at row 0 and column 0.
+class SeparableLonLatRays {
+public:
+  static bool suits(const Matrix3& iP) { return iP.m[0][1] == 0.0 && iP.m[1][0] == 0.0; }
+
+  SeparableLonLatRays(const Matrix3& iP, int width) : m_iP(iP), m_minusCosA(width), m_sinA(width) {
+    for (int j = 0; j < width; ++j) {
+      const double a = m_iP.row(0, j, 0.0, 1.0);
+      m_minusCosA[static_cast<std::size_t>(j)] = -std::cos(a);
+      m_sinA[static_cast<std::size_t>(j)] = std::sin(a);
+    }
+  }
+  void prepare(RowOfRays& rays, int width) const { std::copy_n(m_minusCosA.data(), width, rays.X()); }
+  void fill(RowOfRays& rays, int width, int i) const {
+    const double b = m_iP.row(1, 0.0, i, 1.0);
+    const double cosB = std::cos(b);
+    const double sinB = std::sin(b);
+    const double* const sinA = m_sinA.data();
+    double* const Y = rays.Y();
+    double* const Z = rays.Z();
+    for (int j = 0; j < width; ++j) {
+      Y[j] = -sinA[j] * cosB;
+      Z[j] = sinA[j] * sinB;
+    }
+  }
+
+private:
+  Matrix3 m_iP;
+  cv::AutoBuffer<double> m_minusCosA;
+  cv::AutoBuffer<double> m_sinA;
+};
+
+// Point (a, b) of the normalised plane, as above, onto the sphere: eta = (xi2 + sqrt(1 + (1 - xi2^2) r2)) / (1 + r2),
+// (X, Y, Z) = (eta a, eta b, eta - xi2)
+class LiftedRays {
+public:
+  LiftedRays(const Matrix3& iP, double xi2) : m_iP(iP), m_xi2(xi2) {}
+  void prepare(RowOfRays&, int) const {}
+  void fill(RowOfRays& rays, int width, int i) const {
+    for (int j = 0; j < width; ++j) {
+      const double a = m_iP.row(0, j, i, 1.0);
+      const double b = m_iP.row(1, j, i, 1.0);
+      const double r2 = b * b + a * a;
+      const double eta = (std::sqrt(1 + (1 - m_xi2 * m_xi2) * r2) + m_xi2) / (1 + r2);
+      rays.X()[j] = eta * a;
+      rays.Y()[j] = eta * b;
+      rays.Z()[j] = eta - m_xi2;
+    }
+  }
+
+private:
+  Matrix3 m_iP;
+  double m_xi2;
+};
+
+// Views of no known geometry: rays of length 0.
+class NoRays {
+public:
+  void prepare(RowOfRays& rays, int width) const { std::fill_n(rays.X(), 3 * static_cast<std::size_t>(width), 0.0); }
+  void fill(RowOfRays&, int, int) const {}
+};
+
+template <typename Rays>
+void project(const Rays& view, const RayProjection& projection, cv::Mat& map1, cv::Mat& map2) {
+  const int width = map1.cols;
+  if (width == 0) {
+    return;
+  }
+  forRows(map1.rows, width, [&](int from, int to) {
+    RowOfRays rays(width);
+    view.prepare(rays, width);
+    for (int i = from; i < to; ++i) {
+      view.fill(rays, width, i);
+      projectRays(projection, rays.X(), rays.Y(), rays.Z(), width, map1.ptr<float>(i), map2.ptr<float>(i));
+    }
+  });
+}
 
 void requireSquare(const cv::Mat& matrix, const char* what) {
   requireDoubles(matrix, 3, 3, what);
@@ -128,15 +191,21 @@ void buildRectifyMap(const RectifyModel& model, cv::Size size, int mode, cv::Mat
   requireSquare(model.P, "camera matrix of the view");
   map1.create(size, CV_32FC1);
   map2.create(size, CV_32FC1);
-  const cv::Mat product = model.P * model.R;
-  const Eye eye(model);
-  const View view{Matrix3(model.P.inv()), Matrix3(model.R.inv()), Matrix3(product.inv()), model.xi2};
-  for (int i = 0; i < size.height; ++i) {
-    auto* columns = map1.ptr<float>(i);
-    auto* rows = map2.ptr<float>(i);
-    for (int j = 0; j < size.width; ++j) {
-      eye.project(view.ray(mode, j, i), columns[j], rows[j]);
+  const Matrix3 iP(model.P.inv());
+  const Matrix3 iR(model.R.inv());
+  const RayProjection projection = projectionOf(model, iR);
+  switch (mode) {
+    case perspective: {
+      const cv::Mat product = model.P * model.R;
+      return project(PerspectiveRays(), projectionOf(model, Matrix3(product.inv())), map1, map2);
     }
+    case longitudeLatitude:
+      return SeparableLonLatRays::suits(iP) ? project(SeparableLonLatRays(iP, size.width), projection, map1, map2)
+                                            : project(LonLatRays(iP), projection, map1, map2);
+    case liftedPlane:
+      return project(LiftedRays(iP, model.xi2), projection, map1, map2);
+    default:
+      return project(NoRays(), projection, map1, map2);
   }
 }
 

@@ -5,13 +5,16 @@
 
 #include <gtest/gtest.h>
 
-#include "core/Depth.hpp"
 #include "support/Await.hpp"
+#include "support/DepthImages.hpp"
 #include "support/FedCamera.hpp"
 
 using std::chrono::microseconds;
 using stereo::test::await;
+using stereo::test::depthRange;
 using stereo::test::FedCamera;
+using stereo::test::metricDepth;
+using stereo::test::paintDepth;
 using stereo::test::RectifiedFrame;
 using stereo::test::sameBits;
 using stereo::test::TestCamera;

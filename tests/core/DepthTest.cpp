@@ -7,13 +7,14 @@
 #include <gtest/gtest.h>
 
 #include "StereoCamera.hpp"
+#include "support/DepthImages.hpp"
 #include "support/TestCamera.hpp"
 
 using stereo::core::DepthModel;
 using stereo::core::DepthRange;
-using stereo::core::depthRange;
-using stereo::core::metricDepth;
-using stereo::core::paintDepth;
+using stereo::test::depthRange;
+using stereo::test::metricDepth;
+using stereo::test::paintDepth;
 using stereo::test::sameBits;
 
 namespace {

@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "core/InstructionSet.hpp"
+
+// A kernel is a loop over plain arrays that the compiler turns into vector code. STEREO_CAMERA_KERNEL compiles one and
+// the same body for each instruction set and gives a function that picks the form in use:
+//
+//   STEREO_CAMERA_ALWAYS_INLINE void halveBody(const float* in, float* out, int count) { ... }
+//   STEREO_CAMERA_KERNEL(halve, (const float* in, float* out, int count), (in, out, count))
+//
+// The body must be forced inline, or it would stay the plain form whoever calls it, and for the same reason may only
+// call what is forced inline or is a single instruction. Fused multiply-add stays off in all forms, so that they agree
+// to the bit. Files with kernels are compiled without errno and traps for mathematics: neither is looked at here, and
+// both would keep divisions, roots and comparisons from becoming vectors.
+
+#define STEREO_CAMERA_ALWAYS_INLINE [[gnu::always_inline]] inline
+
+#if defined(__x86_64__)
+#define STEREO_CAMERA_KERNEL(name, parameters, arguments)                                                      \
+  [[gnu::target("avx512f,avx512dq,avx512vl,avx512bw,prefer-vector-width=512")]] void name##Avx512 parameters { \
+    name##Body arguments;                                                                                      \
+  }                                                                                                            \
+  [[gnu::target("avx2")]] void name##Avx2 parameters { name##Body arguments; }                                 \
+  void name##Plain parameters { name##Body arguments; }                                                        \
+  void name parameters {                                                                                       \
+    switch (instructionSet()) {                                                                                \
+      case InstructionSet::avx512:                                                                             \
+        return name##Avx512 arguments;                                                                         \
+      case InstructionSet::avx2:                                                                               \
+        return name##Avx2 arguments;                                                                           \
+      default:                                                                                                 \
+        return name##Plain arguments;                                                                          \
+    }                                                                                                          \
+  }
+#else
+#define STEREO_CAMERA_KERNEL(name, parameters, arguments) \
+  void name parameters { name##Body arguments; }
+#endif
