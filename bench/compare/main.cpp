@@ -9,10 +9,12 @@
 
 #include "Report.hpp"
 #include "Unit.hpp"
+#include "core/InstructionSet.hpp"
 
 namespace {
 
 using namespace stereo::compare;
+namespace core = stereo::core;
 
 struct Options {
   double seconds = 4.0;
@@ -20,6 +22,7 @@ struct Options {
   bool markdown = false;
   std::string json;
   std::string unit = ".*";
+  std::string instructions = core::name(core::instructionSet());
 };
 
 void addOptions(CLI::App& program, Options& options) {
@@ -30,6 +33,14 @@ void addOptions(CLI::App& program, Options& options) {
   program.add_flag("--markdown", options.markdown, "Print a Markdown table");
   program.add_option("--json", options.json, "Write all figures to this file")->type_name("FILE");
   program.add_option("--unit", options.unit, "Only units whose name contains a match")->type_name("REGEX");
+  std::vector<std::string> sets;
+  for (const core::InstructionSet set : core::availableInstructionSets()) {
+    sets.emplace_back(core::name(set));
+  }
+  program.add_option("--instructions", options.instructions, "Instruction set of the library's kernels")
+      ->type_name("SET")
+      ->check(CLI::IsMember(sets))
+      ->capture_default_str();
 }
 
 std::vector<Unit> chosenUnits(const std::string& pattern) {
@@ -44,7 +55,16 @@ std::vector<Unit> chosenUnits(const std::string& pattern) {
   return units;
 }
 
+void useInstructions(const std::string& name) {
+  for (const core::InstructionSet set : core::availableInstructionSets()) {
+    if (name == core::name(set)) {
+      core::useInstructionSet(set);
+    }
+  }
+}
+
 int run(const Options& options) {
+  useInstructions(options.instructions);
   bool equal = true;
   std::vector<Result> results;
   for (const Unit& unit : chosenUnits(options.unit)) {
@@ -56,7 +76,7 @@ int run(const Options& options) {
       equal = false;
     }
   }
-  const Machine machine = thisMachine("plain");
+  const Machine machine = thisMachine(core::name(core::instructionSet()));
   writeTable(std::cout, machine, results, options.markdown);
   if (!options.json.empty()) {
     std::ofstream file(options.json);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/LibraryPasses.hpp"
 
+#include "core/EyePair.hpp"
 #include "support/Inputs.hpp"
 
 namespace stereo::bench {
@@ -42,16 +43,15 @@ bool PreparedCamera::getStereoFrame(cv::Mat& left, cv::Mat& right, std::chrono::
 }
 
 void CapturePass::run(const cv::Mat& frame, int radius, cv::Mat& publishedFirst, cv::Mat& publishedSecond) {
-  const int h = frame.cols >> 1;
-  frame(cv::Rect(0, 0, h, frame.rows)).copyTo(m_first);
-  frame(cv::Rect(h, 0, h, frame.rows)).copyTo(m_second);
+  core::splitEyes(frame, m_first, m_second);
   convertRawFisheyeImage(radius, m_first, m_second);
-  publishedFirst = m_first.clone();
-  publishedSecond = m_second.clone();
+  core::publishCopy(m_first, publishedFirst);
+  core::publishCopy(m_second, publishedSecond);
 }
 
 void ColouredDepth::run(const cv::Mat& disparity, const core::DepthModel& model, cv::Mat& picture) {
-  picture = core::paintDepth(disparity, model, core::depthRange(disparity, model));
+  const core::DepthRange range = core::measureDepths(disparity, model, m_depths);
+  core::paintDepths(m_depths, range, picture);
 }
 
 void plainCloud(const core::CloudImages& images, const core::CloudModel& model, std::vector<cv::Vec3f>& points) {

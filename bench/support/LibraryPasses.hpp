@@ -44,6 +44,9 @@ private:
 class ColouredDepth {
 public:
   void run(const cv::Mat& disparity, const core::DepthModel& model, cv::Mat& picture);
+
+private:
+  cv::Mat m_depths;
 };
 
 // What the two `getPointCloud` append once they have the images.
