@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Clouds against their plain forms, to the bit.
+#include <cmath>
 #include <sstream>
 
 #include "FastPaths.hpp"
@@ -183,4 +184,28 @@ TEST(FastClouds, EqualThePlainFormAlongTheRadius) {
       }
     }
   }
+}
+
+TEST(FastClouds, EqualThePlainFormToTheLastBitOfTheDoubles) {
+  // Single precision hides nearly every change in the arithmetic before it. A view so narrow that all its rays are
+  // nearly the same, at one depth: which points of a block are the nearest and the farthest then hangs on the last
+  // bits, and in mode 1, at right angles to the axis (|(x, y)| = 1 / xi), so does what is left of the third coordinate.
+  cv::RNG random(6);
+  const cv::Size size(40, 40);
+  std::size_t points = 0;
+  for (int k = 0; k < 200; ++k) {
+    const CloudImages images{cv::Mat(size, CV_8UC3, cv::Scalar::all(9)), cv::Mat(size, CV_32FC1, cv::Scalar(20)),
+                             cv::Mat(size, CV_32FC1, cv::Scalar(between(random, 0.3, 0.7)))};
+    CloudModel model = usualModel(1 + k % 2, size);
+    const double magnification = pick<double>(random, {1e7, 1e8, 1e9});
+    const double angle = between(random, 0, 2 * CV_PI);
+    model.xi = between(random, 0.8, 2.5);
+    model.fx = magnification;
+    model.fy = magnification;
+    model.cx = -magnification * std::cos(angle) / model.xi;
+    model.cy = -magnification * std::sin(angle) / model.xi;
+    model.threshold = most;
+    points += expectSameClouds(images, model);
+  }
+  EXPECT_GT(points, 20'000U);
 }

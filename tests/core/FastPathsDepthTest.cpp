@@ -208,3 +208,19 @@ TEST(FastDepth, EqualsThePlainFormForDisparitiesBetweenSixteenths) {
     }
   }
 }
+
+TEST(FastDepth, EqualsThePlainFormWhereAnglesVanish) {
+  // A field for which the first angle all but vanishes at some column: only rounding errors are left of it.
+  cv::RNG random(5);
+  constexpr int W = 464;
+  for (int k = 0; k < 300; ++k) {
+    const float d = matched(random);
+    const int column = random.uniform(0, W);
+    const float a = (static_cast<float>(column) - d) / static_cast<float>(W);
+    DepthModel model = usualModel(1, W);
+    model.lonLatFov = 180.0 + 360.0 * a;
+    model.minDepth = -infinity;
+    model.maxDepth = infinity;
+    expectSame(cv::Mat(1, W, CV_32FC1, cv::Scalar(d)), model);
+  }
+}
