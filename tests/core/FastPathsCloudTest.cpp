@@ -173,7 +173,7 @@ TEST(FastClouds, EqualThePlainFormAlongTheRadius) {
   cv::RNG random(5);
   const cv::Size size(61, 61);
   const CloudImages images = someImages(random, size, size, size, 0);
-  for (const double centre : {30.0, 29.5, 30.3}) {
+  for (const double centre : {31.0, 30.0, 29.5, 30.3}) {
     for (int threshold = -1; threshold < 45; ++threshold) {
       for (const int mode : {1, 2}) {
         CloudModel model = usualModel(mode, size);

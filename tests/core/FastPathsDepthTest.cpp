@@ -218,7 +218,7 @@ TEST(FastDepth, EqualsThePlainFormWhereAnglesVanish) {
     const int column = random.uniform(0, W);
     const float a = (static_cast<float>(column) - d) / static_cast<float>(W);
     DepthModel model = usualModel(1, W);
-    model.lonLatFov = 180.0 + 360.0 * a;
+    model.lonLatFov = (180.0 + 360.0 * a) * (1 + between(random, -1e-13, 1e-13));
     model.minDepth = -infinity;
     model.maxDepth = infinity;
     expectSame(cv::Mat(1, W, CV_32FC1, cv::Scalar(d)), model);
