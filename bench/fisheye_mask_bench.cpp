@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// Masking of an eye pair, full and half size, against setting the same pixels through a mask image.
+// Masking of an eye pair, full and half size, against its plain form and against setting the same pixels through a mask
+// image.
 #include <benchmark/benchmark.h>
-#include <opencv2/imgproc.hpp>
 
 #include "StereoCamera.hpp"
+#include "baseline/FisheyeMask.hpp"
+#include "support/Inputs.hpp"
 
 namespace {
 
@@ -11,31 +13,31 @@ struct Pair {
   cv::Mat first;
   cv::Mat second;
 
-  explicit Pair(benchmark::State& state)
-      : first(static_cast<int>(state.range(1)), static_cast<int>(state.range(0)), CV_8UC3, cv::Scalar::all(100)),
+  explicit Pair(const benchmark::State& state)
+      : first(stereo::bench::picture({static_cast<int>(state.range(0)), static_cast<int>(state.range(1))}, 1)),
         second(first.clone()) {}
 };
 
-void circle(benchmark::State& state) {
+using Circle = int (*)(int radius, cv::Mat& first, cv::Mat& second);
+using Ellipse = int (*)(cv::Mat& first, cv::Mat& second, float, float, float, float);
+
+void circle(benchmark::State& state, Circle mask) {
   Pair pair(state);
   for (auto _ : state) {
-    convertRawFisheyeImage(pair.first.cols / 2, pair.first, pair.second);
+    mask(pair.first.cols / 2, pair.first, pair.second);
     benchmark::DoNotOptimize(pair.second.data);
   }
 }
 
-void ellipse(benchmark::State& state) {
+void ellipse(benchmark::State& state, Ellipse mask) {
   Pair pair(state);
   for (auto _ : state) {
-    convertRawFisheyeImage(pair.first, pair.second, 0, 0, 0, 0);
+    mask(pair.first, pair.second, 0, 0, 0, 0);
     benchmark::DoNotOptimize(pair.second.data);
   }
 }
 
-void peerSetTo(benchmark::State& state) {
-  Pair pair(state);
-  cv::Mat mask(pair.first.size(), CV_8UC1, cv::Scalar(255));
-  cv::circle(mask, {mask.cols / 2, mask.rows / 2}, mask.cols / 2, cv::Scalar(0), cv::FILLED);
+void throughMask(benchmark::State& state, Pair& pair, const cv::Mat& mask) {
   for (auto _ : state) {
     pair.first.setTo(cv::Scalar(), mask);
     pair.second.setTo(cv::Scalar(), mask);
@@ -43,12 +45,25 @@ void peerSetTo(benchmark::State& state) {
   }
 }
 
-void sizes(benchmark::internal::Benchmark* bench) {
-  bench->Args({928, 800})->Args({464, 400})->Unit(benchmark::kMicrosecond);
+void circleBySetTo(benchmark::State& state) {
+  Pair pair(state);
+  throughMask(state, pair, stereo::bench::circleMask(pair.first.size(), pair.first.cols / 2));
 }
 
-BENCHMARK(circle)->Apply(sizes);
-BENCHMARK(ellipse)->Apply(sizes);
-BENCHMARK(peerSetTo)->Apply(sizes);
+void ellipseBySetTo(benchmark::State& state) {
+  Pair pair(state);
+  throughMask(state, pair, stereo::bench::ellipseMask(pair.first.size()));
+}
+
+void sizes(benchmark::internal::Benchmark* bench) {
+  bench->Args({928, 800})->Args({464, 400})->Unit(benchmark::kMicrosecond)->UseRealTime();
+}
+
+BENCHMARK_CAPTURE(circle, plain, static_cast<Circle>(stereo::baseline::convertRawFisheyeImage))->Apply(sizes);
+BENCHMARK_CAPTURE(circle, library, static_cast<Circle>(convertRawFisheyeImage))->Apply(sizes);
+BENCHMARK(circleBySetTo)->Apply(sizes);
+BENCHMARK_CAPTURE(ellipse, plain, static_cast<Ellipse>(stereo::baseline::convertRawFisheyeImage))->Apply(sizes);
+BENCHMARK_CAPTURE(ellipse, library, static_cast<Ellipse>(convertRawFisheyeImage))->Apply(sizes);
+BENCHMARK(ellipseBySetTo)->Apply(sizes);
 
 }  // namespace

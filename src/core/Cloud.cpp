@@ -17,7 +17,7 @@ namespace {
 constexpr double pi = 3.141592653589793;
 constexpr int blockSize = 4;
 constexpr std::size_t oddPerBlock = 2;                               // odd rows, and odd columns, in any four
-constexpr std::size_t mostPerBlock = oddPerBlock * oddPerBlock - 2;  // points kept, nearest and farthest being left out
+constexpr std::size_t mostPerBlock = oddPerBlock * oddPerBlock - 1;  // kept: one point may be nearest and farthest
 constexpr std::size_t cloudGrain = kGrain / 2;                       // pixels of the view, a quarter of them tried
 
 // A direction (X, Y, Z) and the depth found along it, metres.

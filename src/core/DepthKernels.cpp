@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "core/KernelVariants.hpp"
 
@@ -11,6 +12,7 @@ namespace stereo::core {
 namespace {
 
 constexpr double pi = 3.141592653589793;
+constexpr float mostFloat = std::numeric_limits<float>::max();
 
 STEREO_CAMERA_ALWAYS_INLINE float zeroOutOfLimits(float z, const DepthLimits& limits) {
   return ((z > limits.farthest) | (z < limits.nearest)) != 0 ? 0.0F : z;
@@ -88,7 +90,8 @@ STEREO_CAMERA_ALWAYS_INLINE void angularBody(const float* __restrict d, int firs
     const auto low = static_cast<float>(quotient * (1.0 - 1e-12));
     const auto high = static_cast<float>(quotient * (1.0 + 1e-12));
     z[k] = low;
-    const bool sure = (low == high) & (low != 0.0F) & (std::abs(x) < mostAngle) & (std::abs(y) < mostAngle);
+    const bool sure = (low == high) & (low != 0.0F) & (std::abs(low) <= mostFloat) & (std::abs(x) < mostAngle) &
+                      (std::abs(y) < mostAngle);
     doubt[k] = sure ? 0 : 1;
   }
 }

@@ -1,0 +1,10 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "baseline/MatRowMul.hpp"
+
+namespace stereo::baseline {
+
+double MatRowMul(cv::Mat m, double a, double b, double c, int row) {
+  return (m.at<double>(row, 0) * a + m.at<double>(row, 1) * b) + m.at<double>(row, 2) * c;
+}
+
+}  // namespace stereo::baseline

@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: Apache-2.0
+// Sampling of clouds from a view, its disparity and its depth against the plain form. The reads of the class wait for a
+// disparity first; what they do after that is measured here.
+#include <benchmark/benchmark.h>
+#include <opencv2/calib3d.hpp>
+
+#include "baseline/Cloud.hpp"
+#include "support/Inputs.hpp"
+#include "support/LibraryPasses.hpp"
+
+namespace {
+
+using stereo::bench::lonLatMode;
+using stereo::bench::perspectiveMode;
+
+cv::Size sizeOf(const benchmark::State& state) {
+  return {static_cast<int>(state.range(0)), static_cast<int>(state.range(1))};
+}
+
+template <typename Point>
+using Sample = void (*)(const stereo::core::CloudImages&, const stereo::core::CloudModel&, std::vector<Point>&);
+
+// Arguments: width, height, depth mode.
+template <typename Point>
+void sample(benchmark::State& state, Sample<Point> append) {
+  const int mode = static_cast<int>(state.range(2));
+  const auto images = stereo::bench::cloudImages(sizeOf(state), mode);
+  const auto model = stereo::bench::cloudModel(sizeOf(state), mode);
+  std::vector<Point> points;
+  for (auto _ : state) {
+    points.clear();
+    append(images, model, points);
+    benchmark::DoNotOptimize(points.data());
+  }
+  state.counters["points"] = static_cast<double>(points.size());
+}
+
+void plain(benchmark::State& state, Sample<cv::Vec3f> append) { sample<cv::Vec3f>(state, append); }
+
+void coloured(benchmark::State& state, Sample<PCL> append) { sample<PCL>(state, append); }
+
+void wholeImageByPeer(benchmark::State& state) {
+  const cv::Mat disparity = stereo::bench::matchedDisparity(sizeOf(state), 2);
+  const cv::Mat Q = stereo::bench::reprojection(sizeOf(state));
+  cv::Mat points;
+  for (auto _ : state) {
+    cv::reprojectImageTo3D(disparity, points, Q);
+    benchmark::DoNotOptimize(points.data);
+  }
+}
+
+void views(benchmark::internal::Benchmark* bench) {
+  for (const int mode : {lonLatMode, perspectiveMode}) {
+    bench->Args({464, 400, mode})->Args({928, 800, mode});
+  }
+  // Square, so that no look-up of the perspective cloud leaves the image.
+  bench->Args({464, 464, perspectiveMode})->Unit(benchmark::kMicrosecond)->UseRealTime();
+}
+
+void sizes(benchmark::internal::Benchmark* bench) {
+  bench->Args({464, 400})->Args({928, 800})->Args({464, 464})->Unit(benchmark::kMicrosecond)->UseRealTime();
+}
+
+BENCHMARK_CAPTURE(plain, scalar, stereo::baseline::plainCloud)->Apply(views);
+BENCHMARK_CAPTURE(plain, library, stereo::bench::plainCloud)->Apply(views);
+BENCHMARK_CAPTURE(coloured, scalar, stereo::baseline::colouredCloud)->Apply(views);
+BENCHMARK_CAPTURE(coloured, library, stereo::bench::colouredCloud)->Apply(views);
+BENCHMARK(wholeImageByPeer)->Apply(sizes);
+
+}  // namespace

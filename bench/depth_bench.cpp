@@ -1,0 +1,92 @@
+// SPDX-License-Identifier: Apache-2.0
+// Metric and coloured depth of a disparity image against their plain forms and against OpenCV's reprojection.
+#include <benchmark/benchmark.h>
+#include <opencv2/calib3d.hpp>
+
+#include "baseline/Depth.hpp"
+#include "support/Inputs.hpp"
+#include "support/LibraryPasses.hpp"
+
+namespace {
+
+using stereo::bench::depthModel;
+using stereo::bench::lonLatMode;
+using stereo::bench::matchedDisparity;
+using stereo::bench::perspectiveMode;
+
+cv::Size sizeOf(const benchmark::State& state) {
+  return {static_cast<int>(state.range(0)), static_cast<int>(state.range(1))};
+}
+
+int modeOf(const benchmark::State& state) { return static_cast<int>(state.range(2)); }
+
+void metricPlain(benchmark::State& state) {
+  const cv::Mat disparity = matchedDisparity(sizeOf(state), 1);
+  const auto model = depthModel(sizeOf(state), modeOf(state));
+  cv::Mat depth;
+  for (auto _ : state) {
+    stereo::baseline::metricDepth(disparity, model, depth);
+    benchmark::DoNotOptimize(depth.data);
+  }
+}
+
+void metricLibrary(benchmark::State& state) {
+  cv::Mat disparity = matchedDisparity(sizeOf(state), 1);
+  stereo::bench::PreparedCamera camera;
+  camera.setDepth(sizeOf(state), modeOf(state));
+  cv::Mat depth;
+  for (auto _ : state) {
+    camera.getDepthFrame(disparity, depth);
+    benchmark::DoNotOptimize(depth.data);
+  }
+}
+
+void metricPeer(benchmark::State& state) {
+  const cv::Mat disparity = matchedDisparity(sizeOf(state), 1);
+  const cv::Mat Q = stereo::bench::reprojection(sizeOf(state));
+  cv::Mat points;
+  for (auto _ : state) {
+    cv::reprojectImageTo3D(disparity, points, Q);
+    benchmark::DoNotOptimize(points.data);
+  }
+}
+
+void colouredPlain(benchmark::State& state) {
+  const cv::Mat disparity = matchedDisparity(sizeOf(state), 1);
+  const auto model = depthModel(sizeOf(state), modeOf(state));
+  cv::Mat picture;
+  for (auto _ : state) {
+    stereo::baseline::colouredDepth(disparity, model, picture);
+    benchmark::DoNotOptimize(picture.data);
+  }
+}
+
+void colouredLibrary(benchmark::State& state) {
+  const cv::Mat disparity = matchedDisparity(sizeOf(state), 1);
+  const auto model = depthModel(sizeOf(state), modeOf(state));
+  stereo::bench::ColouredDepth pass;
+  cv::Mat picture;
+  for (auto _ : state) {
+    pass.run(disparity, model, picture);
+    benchmark::DoNotOptimize(picture.data);
+  }
+}
+
+// Arguments: width, height, depth mode.
+void perspective(benchmark::internal::Benchmark* bench) {
+  bench->Args({464, 400, perspectiveMode})->Args({928, 800, perspectiveMode});
+  bench->Unit(benchmark::kMicrosecond)->UseRealTime();
+}
+
+void bothModes(benchmark::internal::Benchmark* bench) {
+  perspective(bench);
+  bench->Args({464, 400, lonLatMode})->Args({928, 800, lonLatMode});
+}
+
+BENCHMARK(metricPlain)->Apply(bothModes);
+BENCHMARK(metricLibrary)->Apply(bothModes);
+BENCHMARK(metricPeer)->Apply(perspective);
+BENCHMARK(colouredPlain)->Apply(bothModes);
+BENCHMARK(colouredLibrary)->Apply(bothModes);
+
+}  // namespace
