@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
+#include <cstddef>
+
 #include <opencv2/highgui.hpp>
 
 #include "StereoCamera.hpp"
@@ -6,11 +9,15 @@
 #include "StereoCameraCommon/Relaxed.hpp"
 #include "core/Cloud.hpp"
 #include "core/Numbers.hpp"
+#include "system/ImageMemory.hpp"
 
 using stereo::relaxed;
 using stereo::core::CloudForm;
 using stereo::core::CloudImages;
 using stereo::core::CloudPoint;
+using stereo::core::SampledCloud;
+using stereo::sys::recycledCopy;
+using stereo::sys::recycledImage;
 
 // Waits, `m_disparityMutex` being held by `disparityLock`, for the next disparity: once, without a time-out, whatever
 // notifies `m_disparityCond`. False if a stop operation ended the wait instead.
@@ -44,38 +51,45 @@ stereo::core::CloudModel StereoCamera::cloudModel() const {
 
 bool StereoCamera::getPointCloud(std::vector<cv::Vec3f>& points, std::chrono::microseconds& timestamp) {
   CloudImages images;
+  images.depth = recycledImage();
   {
     std::unique_lock lock(m_disparityMutex);
     if (!waitForDisparity(lock)) {
       return false;
     }
-    images.view = m_disparityFrame.first.clone();
-    images.disparity = m_disparityFrame.second.clone();
+    // Of the view nothing but its size is looked at.
+    images.view = m_disparityFrame.first;
+    images.disparity = recycledCopy(m_disparityFrame.second);
     timestamp = relaxed(m_rawFrame.timestamp);
   }
   getDepthFrame(images.disparity, images.depth);
-  for (const CloudPoint& sampled : stereo::core::sampleCloud(images, cloudModel(), CloudForm::plain)) {
-    points.push_back(sampled.point);
-  }
+  const SampledCloud cloud = stereo::core::sampleCloud(images, cloudModel(), CloudForm::plain);
+  points.resize(points.size() + cloud.size());
+  std::transform(cloud.begin(), cloud.end(), points.end() - static_cast<std::ptrdiff_t>(cloud.size()),
+                 [](const CloudPoint& sampled) { return sampled.point; });
   return !points.empty();
 }
 
 bool StereoCamera::getPointCloud(std::vector<PCL>& points, std::chrono::microseconds& timestamp) {
   CloudImages images;
+  images.depth = recycledImage();
   {
     std::unique_lock lock(m_disparityMutex);
     if (!waitForDisparity(lock)) {
       return false;
     }
-    images.view = m_disparityFrame.first.clone();
-    images.disparity = m_disparityFrame.second.clone();
+    images.view = recycledCopy(m_disparityFrame.first);
+    images.disparity = recycledCopy(m_disparityFrame.second);
     // The lock stays held: the worker cannot publish while the depth is made and HighGUI sees to its events.
     getDepthFrame(images.disparity, images.depth);
     cv::waitKey(5);
     timestamp = relaxed(m_rawFrame.timestamp);
   }
-  for (const CloudPoint& sampled : stereo::core::sampleCloud(images, cloudModel(), CloudForm::coloured)) {
-    points.push_back({sampled.point, images.view.at<cv::Vec3b>(sampled.row, sampled.col)});
-  }
+  const SampledCloud cloud = stereo::core::sampleCloud(images, cloudModel(), CloudForm::coloured);
+  points.resize(points.size() + cloud.size());
+  std::transform(cloud.begin(), cloud.end(), points.end() - static_cast<std::ptrdiff_t>(cloud.size()),
+                 [&](const CloudPoint& sampled) {
+                   return PCL{sampled.point, images.view.ptr<cv::Vec3b>(sampled.row)[sampled.col]};
+                 });
   return !points.empty();
 }

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <vector>
+#include <cstddef>
+#include <memory>
 
 #include <opencv2/core.hpp>
 
@@ -30,12 +31,33 @@ struct CloudPoint {
   int col;
 };
 
+/// Sampled points in order. Movable, not copyable.
+class SampledCloud {
+public:
+  /// Room for so many points.
+  explicit SampledCloud(std::size_t capacity);
+
+  const CloudPoint* begin() const { return m_points.get(); }
+  const CloudPoint* end() const { return begin() + m_size; }
+  std::size_t size() const { return m_size; }
+  bool empty() const { return m_size == 0; }
+  const CloudPoint& operator[](std::size_t index) const { return begin()[index]; }
+
+private:
+  friend class CloudWriter;
+  struct Free {
+    void operator()(CloudPoint* points) const;
+  };
+  std::unique_ptr<CloudPoint[], Free> m_points;  // memory without contents at first
+  std::size_t m_size = 0;
+};
+
 /// The two ways of sampling. They differ in border, radius test and source of the depth; see the implementation.
 enum class CloudForm { plain, coloured };
 
 /// Samples a cloud, block by block in row-major order: in each 4 x 4 block of the view the pixels of odd row and column
 /// are tried, and where more than two of them have a depth, all but the nearest and the farthest become points.
 /// Throws cv::Exception for non-empty images of other types than stated, as far as the form and the mode read them.
-std::vector<CloudPoint> sampleCloud(const CloudImages& images, const CloudModel& model, CloudForm form);
+SampledCloud sampleCloud(const CloudImages& images, const CloudModel& model, CloudForm form);
 
 }  // namespace stereo::core

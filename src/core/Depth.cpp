@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "core/Depth.hpp"
 
-#include <cmath>
+#include <algorithm>
+#include <bit>
+#include <cstddef>
 #include <cstring>
 #include <mutex>
 
@@ -12,82 +14,49 @@ namespace stereo::core {
 
 namespace {
 
-constexpr double pi = 3.141592653589793;
-
-// Two sines a pixel are worth a thread sooner than a division is.
-constexpr std::size_t angularGrain = kGrain / 8;
-
 // Depth of disparity d in a column, both in pixels of the rectified view:
 //   mode 1:  b sin(pi (a + o)) / sin(pi d / W),  a = (column - d) / W,  o = ((180 - lonLatFov) / 2) / 180
-//   mode 2:  f b / d (the rows of this mode are done by kernels)
+//   mode 2:  f b / d
 // a and d / W are single precision, the rest is double. Any other mode has no depth: 0.
-class AngularDepth {
+class RowsOfDepth {
 public:
-  explicit AngularDepth(const DepthModel& model)
-      : m_isAngular(model.mode == 1),
-        m_b(model.b),
-        m_W(static_cast<float>(model.W)),
-        m_o(((180.0 - model.lonLatFov) / 2.0) / 180.0) {}
+  RowsOfDepth(const DepthModel& model, int cols)
+      : m_mode(model.mode),
+        m_fb(model.f * model.b),
+        m_angular{model.b, static_cast<float>(model.W), ((180.0 - model.lonLatFov) / 2.0) / 180.0},
+        m_z(static_cast<std::size_t>(cols)) {
+    std::fill_n(m_z.data(), cols, 0.0F);
+  }
 
-  float operator()(float d, int column) const {
-    if (!m_isAngular) {
-      return 0;
+  // Of one row, metres; valid until the next call.
+  const float* operator()(const float* d) {
+    const auto cols = static_cast<int>(m_z.size());
+    if (m_mode == 1) {
+      angularRow(d, cols, m_angular, m_z.data());
+    } else if (m_mode == 2) {
+      pinholeRow(d, cols, m_fb, m_z.data());
     }
-    const float a = (static_cast<float>(column) - d) / m_W;
-    const float ratio = d / m_W;
-    return static_cast<float>(m_b * std::sin(pi * (a + m_o)) / std::sin(pi * ratio));
+    return m_z.data();
   }
 
 private:
-  bool m_isAngular;
-  float m_b;
-  float m_W;
-  double m_o;
+  int m_mode;
+  double m_fb;
+  AngularModel m_angular;
+  cv::AutoBuffer<float> m_z;
 };
-
-double focalBaseline(const DepthModel& model) { return model.f * model.b; }
 
 // The cut-off compares pixels with the number of the near limit.
 DepthLimits limitsOf(const DepthModel& model) { return {model.minDepth, model.minDepth, model.maxDepth}; }
 
-float zeroOutOfLimits(float depth, const DepthLimits& limits) {
-  return depth > limits.farthest || depth < limits.nearest ? 0.0F : depth;
-}
-
 void requireFloats(const cv::Mat& image) { CV_Assert(image.empty() || (image.dims == 2 && image.type() == CV_32FC1)); }
-
-std::size_t grainOf(const DepthModel& model) { return model.mode == 1 ? angularGrain : kGrain; }
-
-// `measurePinholeRow` for the other modes; sines only where somebody looks at the result.
-void measureAngularRow(const float* d, int count, const AngularDepth& depthOf, const DepthLimits& limits, float* depths,
-                       DepthRange& range) {
-  for (int c = 0; c < count; ++c) {
-    const bool counts = d[c] > limits.cutOff;
-    depths[c] = 0;
-    if (!counts && !(d[c] > 0)) {
-      continue;
-    }
-    const float z = depthOf(d[c], c);
-    if (counts && z > range.max) {
-      range.max = z;
-    }
-    if (counts && z < range.min) {
-      range.min = z;
-    }
-    if (d[c] > 0) {
-      depths[c] = zeroOutOfLimits(z, limits);
-    }
-  }
-}
 
 // Pixels from packed colours, last one first. Each is stored as four bytes, of which the next one covers the fourth.
 void storeReversed(const std::uint32_t* colours, int count, cv::Vec3b* out) {
   auto* bytes = reinterpret_cast<unsigned char*>(out);
+  static_assert(std::endian::native == std::endian::little, "blue is the first byte of a packed colour");
   for (int k = count - 1; k > 0; --k, bytes += 3) {
-    const unsigned char colour[4] = {static_cast<unsigned char>(colours[k]),
-                                     static_cast<unsigned char>(colours[k] >> 8),
-                                     static_cast<unsigned char>(colours[k] >> 16), 0};
-    std::memcpy(bytes, colour, 4);
+    std::memcpy(bytes, &colours[k], 4);
   }
   for (int channel = 0; channel < 3; ++channel) {
     bytes[channel] = static_cast<unsigned char>(colours[0] >> (8 * channel));
@@ -104,48 +73,34 @@ void metricDepth(const cv::Mat& disparity, const DepthModel& model, cv::Mat& met
   requireFloats(disparity);
   metric.create(disparity.size(), CV_32FC1);
   const DepthLimits limits = limitsOf(model);
-  const AngularDepth depthOf(model);
-  const auto rows = [&](int from, int to) {
+  forRows(disparity.rows, disparity.cols, [&](int from, int to) {
+    RowsOfDepth depthOf(model, disparity.cols);
     for (int r = from; r < to; ++r) {
       const auto* d = disparity.ptr<float>(r);
-      auto* out = metric.ptr<float>(r);
-      if (model.mode == 2) {
-        metricPinholeRow(d, disparity.cols, focalBaseline(model), limits, out);
-        continue;
-      }
-      for (int c = 0; c < disparity.cols; ++c) {
-        out[c] = d[c] > limits.cutOff ? zeroOutOfLimits(depthOf(d[c], c), limits) : -1.0F;
-      }
+      metricRow(d, depthOf(d), disparity.cols, limits, metric.ptr<float>(r));
     }
-  };
-  forRows(disparity.rows, disparity.cols, rows, grainOf(model));
+  });
 }
 
 DepthRange measureDepths(const cv::Mat& disparity, const DepthModel& model, cv::Mat& depths) {
   requireFloats(disparity);
   depths.create(disparity.size(), CV_32FC1);
   const DepthLimits limits = limitsOf(model);
-  const AngularDepth depthOf(model);
   DepthRange range{1e11F, 0.0F};
   std::mutex rangeMutex;
-  const auto rows = [&](int from, int to) {
+  forRows(disparity.rows, disparity.cols, [&](int from, int to) {
+    RowsOfDepth depthOf(model, disparity.cols);
     DepthRange met{1e11F, 0.0F};
     RangeLanes lanes(met.min, met.max);
     for (int r = from; r < to; ++r) {
       const auto* d = disparity.ptr<float>(r);
-      auto* out = depths.ptr<float>(r);
-      if (model.mode == 2) {
-        measurePinholeRow(d, disparity.cols, focalBaseline(model), limits, out, lanes);
-      } else {
-        measureAngularRow(d, disparity.cols, depthOf, limits, out, met);
-      }
+      measureRow(d, depthOf(d), disparity.cols, limits, depths.ptr<float>(r), lanes);
     }
     lanes.widen(met.min, met.max);
     const std::lock_guard lock(rangeMutex);
     range.min = std::min(range.min, met.min);
     range.max = std::max(range.max, met.max);
-  };
-  forRows(disparity.rows, disparity.cols, rows, grainOf(model));
+  });
   if (range.max > model.maxDepth) {
     range.max = model.maxDepth;
   }

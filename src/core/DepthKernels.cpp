@@ -2,12 +2,17 @@
 #include "core/DepthKernels.hpp"
 
 #include <algorithm>
+#include <cmath>
+#include <limits>
 
 #include "core/KernelVariants.hpp"
 
 namespace stereo::core {
 
 namespace {
+
+constexpr double pi = 3.141592653589793;
+constexpr float mostFloat = std::numeric_limits<float>::max();
 
 STEREO_CAMERA_ALWAYS_INLINE float zeroOutOfLimits(float z, const DepthLimits& limits) {
   return ((z > limits.farthest) | (z < limits.nearest)) != 0 ? 0.0F : z;
@@ -23,48 +28,118 @@ STEREO_CAMERA_ALWAYS_INLINE std::uint32_t roundedByte(float x) {
   return static_cast<std::uint32_t>(whole + away) & 0xFFU;
 }
 
-STEREO_CAMERA_ALWAYS_INLINE void metricBody(const float* __restrict d, int count, double fb, const DepthLimits& given,
-                                            float* __restrict out) {
-  const DepthLimits limits = given;
+STEREO_CAMERA_ALWAYS_INLINE void pinholeBody(const float* __restrict d, int count, double fb, float* __restrict z) {
   for (int k = 0; k < count; ++k) {
-    const auto z = zeroOutOfLimits(static_cast<float>(fb / static_cast<double>(d[k])), limits);
-    out[k] = d[k] > limits.cutOff ? z : -1.0F;
+    z[k] = static_cast<float>(fb / static_cast<double>(d[k]));
   }
 }
 
-STEREO_CAMERA_KERNEL(metric, (const float* d, int count, double fb, const DepthLimits& limits, float* out),
-                     (d, count, fb, limits, out))
+STEREO_CAMERA_KERNEL(pinhole, (const float* d, int count, double fb, float* z), (d, count, fb, z))
+
+// Largest angle that `nearSine` is good for, radians.
+constexpr double mostAngle = 50.0;
+
+// sin(x) for |x| <= mostAngle to 1e-15 or so of its value, with nothing in it that keeps a loop from becoming vector
+// code. x = n pi + r with |r| <= pi / 2. Of the two pieces of pi the first ends in so many zeros that n times it is
+// exact, so the difference loses nothing where the sine is small. Then the power series up to r^21; the next term is
+// below 2e-18.
+STEREO_CAMERA_ALWAYS_INLINE double nearSine(double x) {
+  constexpr double piHigh = 0x1.921fb544p+1;
+  constexpr double piLow = 0x1.0b4611a62633145c1p-33;
+  // Adding and taking away 1.5 * 2^52 rounds to an integer.
+  constexpr double rounder = 0x1.8p52;
+  const double n = (x * 0.3183098861837907 + rounder) - rounder;
+  const double r = (x - n * piHigh) - n * piLow;
+  const double s = r * r;
+  double series = 1.0 / 51090942171709440000.0;
+  series = series * s - 1.0 / 121645100408832000.0;
+  series = series * s + 1.0 / 355687428096000.0;
+  series = series * s - 1.0 / 1307674368000.0;
+  series = series * s + 1.0 / 6227020800.0;
+  series = series * s - 1.0 / 39916800.0;
+  series = series * s + 1.0 / 362880.0;
+  series = series * s - 1.0 / 5040.0;
+  series = series * s + 1.0 / 120.0;
+  series = series * s - 1.0 / 6.0;
+  // (-1)^n: n / 2 lies half way between two integers where n is odd.
+  const double halved = n * 0.5;
+  const double away = halved - ((halved + rounder) - rounder);
+  const double sign = 1.0 - 8.0 * (away * away);
+  return sign * (r + r * (s * series));
+}
+
+// The depth as the standard library's sine gives it; one place.
+float angularDepth(float d, float column, const AngularModel& model) {
+  const float a = (column - d) / model.W;
+  const float ratio = d / model.W;
+  return static_cast<float>(model.b * std::sin(pi * (a + model.o)) / std::sin(pi * ratio));
+}
+
+// The result is a float, 29 bits shorter than what it is rounded from. A sine that is a little off gives the same float
+// unless the exact quotient lies next to where rounding turns; `doubt` says that it may. (The margin, 1e-12 of the
+// value, is a thousand times what this sine and that of the standard library can differ by.)
+STEREO_CAMERA_ALWAYS_INLINE void angularBody(const float* __restrict d, int first, int count, const AngularModel& given,
+                                             float* __restrict z, std::uint32_t* __restrict doubt) {
+  const AngularModel model = given;
+  for (int k = 0; k < count; ++k) {
+    const float a = (static_cast<float>(first + k) - d[k]) / model.W;
+    const float ratio = d[k] / model.W;
+    const double x = pi * (a + model.o);
+    const double y = pi * ratio;
+    const double quotient = model.b * nearSine(x) / nearSine(y);
+    const auto low = static_cast<float>(quotient * (1.0 - 1e-12));
+    const auto high = static_cast<float>(quotient * (1.0 + 1e-12));
+    z[k] = low;
+    const bool sure = (low == high) & (low != 0.0F) & (std::abs(low) <= mostFloat) & (std::abs(x) < mostAngle) &
+                      (std::abs(y) < mostAngle);
+    doubt[k] = sure ? 0 : 1;
+  }
+}
+
+STEREO_CAMERA_KERNEL(angular,
+                     (const float* d, int first, int count, const AngularModel& model, float* z, std::uint32_t* doubt),
+                     (d, first, count, model, z, doubt))
+
+STEREO_CAMERA_ALWAYS_INLINE void metricBody(const float* __restrict d, const float* __restrict z, int count,
+                                            const DepthLimits& given, float* __restrict out) {
+  const DepthLimits limits = given;
+  for (int k = 0; k < count; ++k) {
+    out[k] = d[k] > limits.cutOff ? zeroOutOfLimits(z[k], limits) : -1.0F;
+  }
+}
+
+STEREO_CAMERA_KERNEL(metric, (const float* d, const float* z, int count, const DepthLimits& limits, float* out),
+                     (d, z, count, limits, out))
 
 // One place of a row and the lane that it falls to.
-STEREO_CAMERA_ALWAYS_INLINE void measureOne(float d, double fb, const DepthLimits& limits, float& depth, float& min,
+STEREO_CAMERA_ALWAYS_INLINE void measureOne(float d, float z, const DepthLimits& limits, float& depth, float& min,
                                             float& max) {
-  const auto z = static_cast<float>(fb / static_cast<double>(d));
   const bool counts = d > limits.cutOff;
   max = (counts & (z > max)) != 0 ? z : max;
   min = (counts & (z < min)) != 0 ? z : min;
   depth = d > 0 ? zeroOutOfLimits(z, limits) : 0.0F;
 }
 
-STEREO_CAMERA_ALWAYS_INLINE void measureBody(const float* __restrict d, int count, double fb, const DepthLimits& given,
-                                             float* __restrict depths, RangeLanes& lanes) {
+STEREO_CAMERA_ALWAYS_INLINE void measureBody(const float* __restrict d, const float* __restrict z, int count,
+                                             const DepthLimits& given, float* __restrict depths, RangeLanes& lanes) {
   const DepthLimits limits = given;
   RangeLanes met = lanes;
   int k = 0;
   for (; k + RangeLanes::count <= count; k += RangeLanes::count) {
     for (int lane = 0; lane < RangeLanes::count; ++lane) {
-      measureOne(d[k + lane], fb, limits, depths[k + lane], met.min[lane], met.max[lane]);
+      measureOne(d[k + lane], z[k + lane], limits, depths[k + lane], met.min[lane], met.max[lane]);
     }
   }
   for (; k < count; ++k) {
-    measureOne(d[k], fb, limits, depths[k], met.min[0], met.max[0]);
+    measureOne(d[k], z[k], limits, depths[k], met.min[0], met.max[0]);
   }
   lanes = met;
 }
 
 STEREO_CAMERA_KERNEL(measure,
-                     (const float* d, int count, double fb, const DepthLimits& limits, float* depths,
+                     (const float* d, const float* z, int count, const DepthLimits& limits, float* depths,
                       RangeLanes& lanes),
-                     (d, count, fb, limits, depths, lanes))
+                     (d, z, count, limits, depths, lanes))
 
 STEREO_CAMERA_ALWAYS_INLINE void colourBody(const float* __restrict depths, int count, float lo, float hi,
                                             std::uint32_t* __restrict colours) {
@@ -78,8 +153,10 @@ STEREO_CAMERA_ALWAYS_INLINE void colourBody(const float* __restrict depths, int 
     const float span = lower ? lowerHalf : upperHalf;
     const std::uint32_t falling = roundedByte(255 * ((hi - v) / span));
     const std::uint32_t rising = roundedByte(255 * ((v - lo) / span));
-    const std::uint32_t colour = lower ? falling | (rising << 8) : (falling << 8) | (rising << 16);
-    colours[k] = v > 0 ? colour : 0;
+    // Blue and green, or green and red.
+    const std::uint32_t pair = falling | (rising << 8);
+    const std::uint32_t shown = 0U - static_cast<std::uint32_t>(v > 0);
+    colours[k] = (lower ? pair : pair << 8) & shown;
   }
 }
 
@@ -98,13 +175,30 @@ void RangeLanes::widen(float& smallest, float& largest) const {
   largest = std::max(largest, *std::max_element(max, max + count));
 }
 
-void metricPinholeRow(const float* d, int count, double fb, const DepthLimits& limits, float* out) {
-  metric(d, count, fb, limits, out);
+void pinholeRow(const float* d, int count, double fb, float* z) { pinhole(d, count, fb, z); }
+
+void angularRow(const float* d, int count, const AngularModel& model, float* z) {
+  // In stretches, so that what is not sure of itself is at hand without memory from elsewhere.
+  constexpr int stretch = 256;
+  std::uint32_t doubt[stretch];
+  for (int from = 0; from < count; from += stretch) {
+    const int length = std::min(stretch, count - from);
+    angular(d + from, from, length, model, z + from, doubt);
+    for (int k = 0; k < length; ++k) {
+      if (doubt[k] != 0) {
+        z[from + k] = angularDepth(d[from + k], static_cast<float>(from + k), model);
+      }
+    }
+  }
 }
 
-void measurePinholeRow(const float* d, int count, double fb, const DepthLimits& limits, float* depths,
-                       RangeLanes& lanes) {
-  measure(d, count, fb, limits, depths, lanes);
+void metricRow(const float* d, const float* z, int count, const DepthLimits& limits, float* out) {
+  metric(d, z, count, limits, out);
+}
+
+void measureRow(const float* d, const float* z, int count, const DepthLimits& limits, float* depths,
+                RangeLanes& lanes) {
+  measure(d, z, count, limits, depths, lanes);
 }
 
 void colourRow(const float* depths, int count, float lo, float hi, std::uint32_t* colours) {

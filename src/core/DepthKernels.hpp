@@ -12,6 +12,13 @@ struct DepthLimits {
   float farthest;
 };
 
+/// Angular depth, b sin(pi (a + o)) / sin(pi d / W), a = (column - d) / W: everything but disparity and column.
+struct AngularModel {
+  float b;   ///< baseline, metres
+  float W;   ///< width of the view, pixels
+  double o;  ///< offset of the view's first column, in units of pi
+};
+
 /// Smallest and largest depth met so far, metres, kept apart for each of the places that are worked on at once.
 struct RangeLanes {
   static constexpr int count = 16;
@@ -23,17 +30,23 @@ struct RangeLanes {
   void widen(float& smallest, float& largest) const;
 };
 
-/// Metric depth of a row of disparities: z = fb / d in double, rounded to float, `fb` in pixels times metres; 0 where z
-/// is out of limits, -1 where d is not above the cut-off. The arrays do not overlap.
-void metricPinholeRow(const float* d, int count, double fb, const DepthLimits& limits, float* out);
+// In all of these the arrays hold `count` elements of one row and do not overlap.
 
-/// The same depth for painting: 0 where d is not above 0 or z is out of limits. `lanes` are widened to z, limits or
-/// not, wherever d is above the cut-off. The arrays do not overlap.
-void measurePinholeRow(const float* d, int count, double fb, const DepthLimits& limits, float* depths,
-                       RangeLanes& lanes);
+/// Pinhole depth z = fb / d in double, rounded to float; `fb` in pixels times metres.
+void pinholeRow(const float* d, int count, double fb, float* z);
+
+/// Angular depth of the columns 0 to count - 1, a and d / W in single precision, the rest in double, rounded to float.
+void angularRow(const float* d, int count, const AngularModel& model, float* z);
+
+/// Metric depth: z, or 0 where z is out of limits, or -1 where the disparity is not above the cut-off.
+void metricRow(const float* d, const float* z, int count, const DepthLimits& limits, float* out);
+
+/// Depth for painting: z, or 0 where d is not above 0 or z is out of limits. `lanes` are widened to z, limits or not,
+/// wherever d is above the cut-off.
+void measureRow(const float* d, const float* z, int count, const DepthLimits& limits, float* depths, RangeLanes& lanes);
 
 /// Colour of each depth on the scale from `lo` to `hi`, as the public `getclolor` defines it: blue in bits 0 to 7,
-/// green in 8 to 15, red in 16 to 23; 0 where the depth is not above 0. The arrays do not overlap.
+/// green in 8 to 15, red in 16 to 23; 0 where the depth is not above 0.
 void colourRow(const float* depths, int count, float lo, float hi, std::uint32_t* colours);
 
 }  // namespace stereo::core

@@ -76,7 +76,7 @@ protected:
     return answer;
   }
 
-  std::vector<stereo::core::CloudPoint> expected(int mode, CloudForm form) {
+  stereo::core::SampledCloud expected(int mode, CloudForm form) {
     CloudModel model;
     model.mode = mode;
     model.fx = 20;

@@ -12,6 +12,7 @@ using stereo::core::CloudImages;
 using stereo::core::CloudModel;
 using stereo::core::CloudPoint;
 using stereo::core::sampleCloud;
+using stereo::core::SampledCloud;
 
 namespace {
 
@@ -140,7 +141,7 @@ std::vector<Sample> expectedCloud(const CloudImages& in, const CloudModel& m, bo
   return cloud;
 }
 
-void expectSame(const std::vector<CloudPoint>& cloud, const std::vector<Sample>& expected, const std::string& what) {
+void expectSame(const SampledCloud& cloud, const std::vector<Sample>& expected, const std::string& what) {
   ASSERT_EQ(cloud.size(), expected.size()) << what;
   for (std::size_t k = 0; k < cloud.size(); ++k) {
     EXPECT_EQ(cloud[k].point, expected[k].point) << what << " " << k;
@@ -192,7 +193,7 @@ TEST(SampleCloud, SkipsLookUpsThatWouldLeaveTheImages) {
 // One block of 4 x 4 in mode 2, whose candidates (1,1), (1,3), (3,1), (3,3) are given depths by hand.
 class OneBlock : public testing::Test {
 protected:
-  std::vector<CloudPoint> cloudOf(float z11, float z13, float z31, float z33) {
+  SampledCloud cloudOf(float z11, float z13, float z31, float z33) {
     CloudImages in{cv::Mat(4, 4, CV_8UC3, cv::Scalar::all(9)), cv::Mat(4, 4, CV_32FC1, cv::Scalar(1)),
                    cv::Mat(4, 4, CV_32FC1, cv::Scalar(0))};
     // Row and column change places in the look-up.
@@ -250,7 +251,7 @@ TEST(SampleCloud, OnlyTheColouredFormOfModeOneLeavesOutTheBorder) {
   CloudImages in = images(1, {80, 60}, {80, 60});
   in.disparity.setTo(5);
   cv::randu(in.depth, 0.2, 0.9);
-  const auto extremes = [](const std::vector<CloudPoint>& cloud) {
+  const auto extremes = [](const SampledCloud& cloud) {
     cv::Vec4i e(1000, -1, 1000, -1);
     for (const CloudPoint& point : cloud) {
       e = {std::min(e[0], point.row), std::max(e[1], point.row), std::min(e[2], point.col), std::max(e[3], point.col)};
