@@ -39,10 +39,13 @@ STEREO_CAMERA_KERNEL(pinhole, (const float* d, int count, double fb, float* z), 
 // Largest angle that `nearSine` is good for, radians.
 constexpr double mostAngle = 50.0;
 
-// sin(x) for |x| <= mostAngle to 1e-15 or so of its value, with nothing in it that keeps a loop from becoming vector
-// code. x = n pi + r with |r| <= pi / 2. Of the two pieces of pi the first ends in so many zeros that n times it is
-// exact, so the difference loses nothing where the sine is small. Then the power series up to r^21; the next term is
-// below 2e-18.
+// Least sine that it is good for: closer to a multiple of pi, the digits that its pi lacks begin to show.
+constexpr double leastSine = 1e-8;
+
+// sin(x) for |x| <= mostAngle to 1e-15 or so of its value where that is not below leastSine, with nothing in it that
+// keeps a loop from becoming vector code. x = n pi + r with |r| <= pi / 2. Of the two pieces of pi the first ends in so
+// many zeros that n times it is exact, so the difference loses nothing where the sine is small. Then the power series
+// up to r^21; the next term is below 2e-18.
 STEREO_CAMERA_ALWAYS_INLINE double nearSine(double x) {
   constexpr double piHigh = 0x1.921fb544p+1;
   constexpr double piLow = 0x1.0b4611a62633145c1p-33;
@@ -86,12 +89,14 @@ STEREO_CAMERA_ALWAYS_INLINE void angularBody(const float* __restrict d, int firs
     const float ratio = d[k] / model.W;
     const double x = pi * (a + model.o);
     const double y = pi * ratio;
-    const double quotient = model.b * nearSine(x) / nearSine(y);
+    const double sineX = nearSine(x);
+    const double sineY = nearSine(y);
+    const double quotient = model.b * sineX / sineY;
     const auto low = static_cast<float>(quotient * (1.0 - 1e-12));
     const auto high = static_cast<float>(quotient * (1.0 + 1e-12));
     z[k] = low;
     const bool sure = (low == high) & (low != 0.0F) & (std::abs(low) <= mostFloat) & (std::abs(x) < mostAngle) &
-                      (std::abs(y) < mostAngle);
+                      (std::abs(y) < mostAngle) & (std::abs(sineX) > leastSine) & (std::abs(sineY) > leastSine);
     doubt[k] = sure ? 0 : 1;
   }
 }
