@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Metric and coloured depth against their plain forms, to the bit.
+#include <algorithm>
 #include <cmath>
 #include <sstream>
 
@@ -75,7 +76,8 @@ DepthModel someModel(cv::RNG& random, int mode, int W) {
     model.f = pick<double>(random, {0, -232, double{notANumber}, double{infinity}, 1e300, 1e-300});
   }
   if (chance(random, 0.4)) {
-    model.lonLatFov = pick<double>(random, {145.9, 0, 90, 222, 720, -180, double{notANumber}, double{infinity}});
+    model.lonLatFov =
+        pick<double>(random, {145.9, 0, 90, 222, 720, -180, 1e9, 1e13, -1e15, double{notANumber}, double{infinity}});
   }
   return model;
 }
@@ -222,5 +224,62 @@ TEST(FastDepth, EqualsThePlainFormWhereAnglesVanish) {
     model.minDepth = -infinity;
     model.maxDepth = infinity;
     expectSame(cv::Mat(1, W, CV_32FC1, cv::Scalar(d)), model);
+  }
+}
+
+TEST(FastDepth, EqualsThePlainFormHalfwayBetweenTwoFloats) {
+  // The field is chosen such that, at one column, the double that becomes the depth lies within a few of its last bits
+  // of the middle between two floats: the least error in a sine rounds it the other way.
+  cv::RNG random(6);
+  constexpr int W = 464;
+  std::size_t eitherWay = 0;
+  for (int k = 0; k < 1500; ++k) {
+    const float d = matched(random);
+    const int columns = 40;
+    const int column = random.uniform(0, columns);
+    DepthModel model = usualModel(1, W);
+    const float a = (static_cast<float>(column) - d) / static_cast<float>(W);
+    const double divisor = std::sin(CV_PI * (d / static_cast<float>(W)));
+    const double turn = between(random, 0.02, 0.98);  // of half a circle
+    const auto below = static_cast<float>(model.b * std::sin(CV_PI * turn) / divisor);
+    const double middle = (double{below} + double{std::nextafter(below, infinity)}) / 2;
+    const double rising = std::asin(middle * divisor / model.b) / CV_PI;
+    model.lonLatFov = 180 - 360 * ((turn > 0.5 ? 1 - rising : rising) - a);
+    model.minDepth = -infinity;
+    model.maxDepth = infinity;
+    const cv::Mat disparity(1, columns, CV_32FC1, cv::Scalar(d));
+    float least = infinity;
+    float largest = -infinity;
+    for (int step = -3; step <= 3; ++step) {
+      DepthModel near = model;
+      near.lonLatFov += step * 5e-14;
+      expectSame(disparity, near);
+      cv::Mat depth;
+      baseline::metricDepth(disparity, near, depth);
+      least = std::min(least, depth.at<float>(0, column));
+      largest = std::max(largest, depth.at<float>(0, column));
+    }
+    eitherWay += least < largest ? 1 : 0;
+  }
+  EXPECT_GT(eitherWay, 500U);  // otherwise the middle was missed, and nothing was close
+}
+
+TEST(FastDepth, EqualsThePlainFormWhereAnglesAreWholeHalfTurns) {
+  // The sine of a multiple of pi is what pi's own rounding leaves, some 1e-16, and takes many digits of pi to get
+  // right.
+  cv::RNG random(7);
+  for (int k = 0; k < 20'000; ++k) {
+    const int W = pick<int>(random, {464, 928});
+    const bool dividend = chance(random, 0.5);  // which of the two sines it is
+    const float d = dividend ? matched(random) : static_cast<float>(W * random.uniform(1, 6));
+    const int column = random.uniform(0, 30);
+    DepthModel model = usualModel(1, W);
+    model.b = static_cast<float>(between(random, 0.01, 0.1));
+    model.minDepth = -infinity;
+    model.maxDepth = infinity;
+    const float a = (static_cast<float>(column) - d) / static_cast<float>(W);
+    const double turn = dividend ? random.uniform(-3, 4) + random.uniform(-2, 3) * 2.2e-16 : between(random, 0.1, 0.9);
+    model.lonLatFov = 180 - 360 * (turn - a);
+    expectSameMetric(cv::Mat(1, column + 1, CV_32FC1, cv::Scalar(d)), model);
   }
 }
