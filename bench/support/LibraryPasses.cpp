@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/LibraryPasses.hpp"
 
+#include <algorithm>
+#include <cstddef>
+
 #include "core/EyePair.hpp"
 #include "support/Inputs.hpp"
 
@@ -55,15 +58,19 @@ void ColouredDepth::run(const cv::Mat& disparity, const core::DepthModel& model,
 }
 
 void plainCloud(const core::CloudImages& images, const core::CloudModel& model, std::vector<cv::Vec3f>& points) {
-  for (const core::CloudPoint& sampled : core::sampleCloud(images, model, core::CloudForm::plain)) {
-    points.push_back(sampled.point);
-  }
+  const core::SampledCloud cloud = core::sampleCloud(images, model, core::CloudForm::plain);
+  points.resize(points.size() + cloud.size());
+  std::transform(cloud.begin(), cloud.end(), points.end() - static_cast<std::ptrdiff_t>(cloud.size()),
+                 [](const core::CloudPoint& sampled) { return sampled.point; });
 }
 
 void colouredCloud(const core::CloudImages& images, const core::CloudModel& model, std::vector<PCL>& points) {
-  for (const core::CloudPoint& sampled : core::sampleCloud(images, model, core::CloudForm::coloured)) {
-    points.push_back({sampled.point, images.view.at<cv::Vec3b>(sampled.row, sampled.col)});
-  }
+  const core::SampledCloud cloud = core::sampleCloud(images, model, core::CloudForm::coloured);
+  points.resize(points.size() + cloud.size());
+  std::transform(cloud.begin(), cloud.end(), points.end() - static_cast<std::ptrdiff_t>(cloud.size()),
+                 [&](const core::CloudPoint& sampled) {
+                   return PCL{sampled.point, images.view.ptr<cv::Vec3b>(sampled.row)[sampled.col]};
+                 });
 }
 
 }  // namespace stereo::bench
