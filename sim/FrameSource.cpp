@@ -83,6 +83,7 @@ bool FrameSource::set(int propId, double value) {
       }
       m_rate = value;
       m_due = Clock::now();
+      m_asked = false;
       return true;
     case cv::CAP_PROP_FRAME_WIDTH:
     case cv::CAP_PROP_FRAME_HEIGHT:
@@ -113,7 +114,12 @@ cv::Mat FrameSource::take() {
   if (m_open && m_rate > 0.0) {
     const Clock::time_point now = Clock::now();
     const auto period = periodOf(m_rate);
-    const Clock::time_point due = now > m_due + period ? now : m_due;
+    const bool late = now > m_due + period;
+    if (late && m_asked) {
+      m_missed += static_cast<std::uint64_t>((now - m_due) / period);
+    }
+    m_asked = true;
+    const Clock::time_point due = late ? now : m_due;
     m_due = due + period;
     m_released.wait_until(lock, due, [this] { return !m_open; });
   }

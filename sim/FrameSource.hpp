@@ -40,6 +40,9 @@ public:
 
   /// Frames handed out since construction.
   std::uint64_t framesDelivered() const { return m_delivered.load(); }
+  /// Frames that were due, from the first `read` on, but that nobody came for in time: the whole periods by which reads
+  /// were late. None where there is no rate, or where it was just set anew.
+  std::uint64_t framesMissed() const { return m_missed.load(); }
 
 protected:
   /// `rate` in frames per second, 0: as fast as they can be had. Throws std::invalid_argument if negative or not a
@@ -64,13 +67,15 @@ private:
   /// Waits until this call's frame is due and takes it; empty if there is none.
   cv::Mat take();
 
-  mutable std::mutex m_mutex;  // guards everything below but the counter; not held while waiting for a frame's turn
+  mutable std::mutex m_mutex;  // guards everything below but the counters; not held while waiting for a frame's turn
   std::condition_variable m_released;
   bool m_open = true;
   double m_rate;
   Clock::time_point m_due;  // of the next frame
+  bool m_asked = false;     // whether anybody came for a frame since the beat was last set
   cv::Mat m_grabbed;
   std::atomic<std::uint64_t> m_delivered{0};
+  std::atomic<std::uint64_t> m_missed{0};
 };
 
 }  // namespace stereo::sim

@@ -15,7 +15,7 @@ namespace stereo::sim {
 ///
 /// The capture worker throws away the first frames that a device delivers. A recording that is played once would lose
 /// them, so its first frame is delivered that often ahead of the recording.
-class ReplayCamera final : public VirtualCamera {
+class ReplayCamera : public VirtualCamera {
 public:
   struct Options {
     std::string path;                  ///< image, folder of images or video, frames side by side

@@ -18,7 +18,7 @@ namespace stereo::sim {
 ///
 /// Its calibration is free of error and already set, its serial number is the seed. `setRawFrameSize` and
 /// `setRawFrameRate` work as on a real camera.
-class SimulatedCamera final : public VirtualCamera {
+class SimulatedCamera : public VirtualCamera {
 public:
   struct Options {
     cv::Size frameSize{1856, 800};     ///< 1856 x 800 or 928 x 400

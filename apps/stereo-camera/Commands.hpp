@@ -17,5 +17,6 @@ Action addInfo(CLI::App& program);
 Action addStream(CLI::App& program);
 Action addReceive(CLI::App& program);
 Action addShare(CLI::App& program);
+Action addBench(CLI::App& program);
 
 }  // namespace stereo::app

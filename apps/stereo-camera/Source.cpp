@@ -8,6 +8,7 @@
 #include "CalibrationCheck.hpp"
 #include "DeviceCamera.hpp"
 #include "Failure.hpp"
+#include "MeasuredCamera.hpp"
 #include "ReplayCamera.hpp"
 #include "SimulatedCamera.hpp"
 
@@ -19,6 +20,14 @@ void requireReadable(const std::string& path, const char* what, ExitCode code) {
   if (std::filesystem::is_directory(path) || !std::ifstream(path)) {
     throw Failure(code, std::string("cannot read the ") + what + " '" + path + "'");
   }
+}
+
+template <typename Camera, typename Argument>
+std::unique_ptr<Camera> makeCamera(RunRecord* record, const Argument& argument) {
+  if (record != nullptr) {
+    return std::make_unique<MeasuredCamera<Camera>>(*record, argument);
+  }
+  return std::make_unique<Camera>(argument);
 }
 
 // Settings on a camera that has its frames from elsewhere: what they say about the device does not apply.
@@ -62,7 +71,7 @@ OpenedCamera openVirtual(std::unique_ptr<sim::VirtualCamera> camera, const Sourc
   return opened(std::move(camera), options, description);
 }
 
-OpenedCamera openSimulated(const SourceOptions& options) {
+OpenedCamera openSimulated(const SourceOptions& options, RunRecord* record) {
   sim::SimulatedCamera::Options simulation;
   simulation.frameSize = parseSize(options.frameSize, "--size");
   simulation.rectFrameSize = parseSize(options.rectifiedSize, "--rectified");
@@ -72,20 +81,26 @@ OpenedCamera openSimulated(const SourceOptions& options) {
   if (!sim::isCameraFormat(simulation.frameSize)) {
     throw Failure(ExitCode::usage, "--size: the simulated camera delivers 1856x800 or 928x400");
   }
-  OpenedCamera simulated = openVirtual(std::make_unique<sim::SimulatedCamera>(simulation), options,
-                                       "simulated camera, seed " + std::to_string(options.seed));
+  auto camera = makeCamera<sim::SimulatedCamera>(record, simulation);
+  sim::SimulatedCapture& device = camera->capture();
+  OpenedCamera simulated =
+      openVirtual(std::move(camera), options, "simulated camera, seed " + std::to_string(options.seed));
   simulated.calibrated = true;
+  if (record != nullptr) {
+    // Rendering takes a hundred times as long as a camera does; it is no part of what is measured.
+    device.fillRing();
+  }
   return simulated;
 }
 
-OpenedCamera openReplay(const SourceOptions& options) {
+OpenedCamera openReplay(const SourceOptions& options, RunRecord* record) {
   sim::ReplayCamera::Options replay;
   replay.path = options.replay;
   replay.rate = options.rate;
   replay.loop = !options.once;
   replay.rectFrameSize = parseSize(options.rectifiedSize, "--rectified");
   try {
-    return openVirtual(std::make_unique<sim::ReplayCamera>(replay), options, "recording " + options.replay);
+    return openVirtual(makeCamera<sim::ReplayCamera>(record, replay), options, "recording " + options.replay);
   } catch (const Failure&) {
     throw;
   } catch (const std::runtime_error& error) {
@@ -93,18 +108,18 @@ OpenedCamera openReplay(const SourceOptions& options) {
   }
 }
 
-OpenedCamera openDevice(const SourceOptions& options) {
+OpenedCamera openDevice(const SourceOptions& options, RunRecord* record) {
   std::unique_ptr<DeviceCamera> camera;
   std::string description;
   if (options.settings.empty()) {
-    camera = std::make_unique<DeviceCamera>(options.device);
+    camera = makeCamera<DeviceCamera>(record, options.device);
     camera->setRawFrameRate(static_cast<int>(options.rate));
     camera->chooseFrameSize(parseSize(options.frameSize, "--size"));
     camera->setRectFrameSize(parseSize(options.rectifiedSize, "--rectified"));
     description = "video device " + std::to_string(options.device);
   } else {
     requireReadable(options.settings, "settings", ExitCode::source);
-    camera = std::make_unique<DeviceCamera>(options.settings);
+    camera = makeCamera<DeviceCamera>(record, options.settings);
     description = "video device " + std::to_string(camera->getDeviceNode()) + ", settings " + options.settings;
     if (camera->getRawFrameSize().empty()) {
       throw Failure(ExitCode::source, "the settings '" + options.settings + "' cannot be used: see the line above");
@@ -148,11 +163,11 @@ void SourceOptions::addTo(CLI::App& command) {
   command.add_flag("--once", once, "play the recording once instead of over and over");
 }
 
-OpenedCamera openCamera(const SourceOptions& options) {
+OpenedCamera openCamera(const SourceOptions& options, RunRecord* record) {
   const bool isDevice = options.device >= 0 || (!options.settings.empty() && !options.simulate);
-  OpenedCamera opened = !options.replay.empty() ? openReplay(options)
-                        : isDevice              ? openDevice(options)
-                                                : openSimulated(options);
+  OpenedCamera opened = !options.replay.empty() ? openReplay(options, record)
+                        : isDevice              ? openDevice(options, record)
+                                                : openSimulated(options, record);
   if (!options.calibration.empty()) {
     requireReadable(options.calibration, "calibration", ExitCode::calibration);
     const bool complete = opened.camera->loadCalibParams(options.calibration);

@@ -7,6 +7,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "RunRecord.hpp"
 #include "StereoCamera.hpp"
 
 namespace stereo::app {
@@ -45,8 +46,10 @@ struct OpenedCamera {
   double horizontalField = 0;  ///< degrees
 };
 
-/// Opens what the options name. Throws Failure with one line that says what is missing.
-OpenedCamera openCamera(const SourceOptions& options);
+/// Opens what the options name. Throws Failure with one line that says what is missing. With a record, which then
+/// outlives the camera, it is opened to be measured: as a `MeasuredCamera`, and a simulated one with its frames
+/// rendered.
+OpenedCamera openCamera(const SourceOptions& options, RunRecord* record = nullptr);
 
 /// "1856x800" to a size. Throws Failure (usage) for anything else than two numbers from 1 to 32767.
 cv::Size parseSize(const std::string& text, const std::string& option);

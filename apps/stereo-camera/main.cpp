@@ -19,6 +19,7 @@ int main(int argc, char** argv) {
   actions["stream"] = addStream(program);
   actions["receive"] = addReceive(program);
   actions["share"] = addShare(program);
+  actions["bench"] = addBench(program);
   try {
     program.parse(argc, argv);
     actions.at(program.get_subcommands().front()->get_name())();

@@ -22,32 +22,49 @@ class RowsOfDepth {
 public:
   RowsOfDepth(const DepthModel& model, int cols)
       : m_mode(model.mode),
+        m_cols(cols),
         m_fb(model.f * model.b),
         m_angular{model.b, static_cast<float>(model.W), ((180.0 - model.lonLatFov) / 2.0) / 180.0},
-        m_z(static_cast<std::size_t>(cols)) {
-    std::fill_n(m_z.data(), cols, 0.0F);
+        // The cut-off compares pixels with the number of the near limit.
+        m_limits{model.minDepth, model.minDepth, model.maxDepth},
+        m_z(model.mode == 2 ? 0 : static_cast<std::size_t>(cols)) {
+    std::fill_n(m_z.data(), m_z.size(), 0.0F);
   }
 
-  // Of one row, metres; valid until the next call.
-  const float* operator()(const float* d) {
-    const auto cols = static_cast<int>(m_z.size());
+  void metric(const float* d, float* out) {
+    if (m_mode == 2) {
+      metricPinholeRow(d, m_fb, m_cols, m_limits, out);
+    } else {
+      metricRow(d, depthsOf(d), m_cols, m_limits, out);
+    }
+  }
+
+  void measure(const float* d, float* depths, RangeLanes& lanes) {
+    if (m_mode == 2) {
+      measurePinholeRow(d, m_fb, m_cols, m_limits, depths, lanes);
+    } else {
+      measureRow(d, depthsOf(d), m_cols, m_limits, depths, lanes);
+    }
+  }
+
+private:
+  const float* depthsOf(const float* d) {
     if (m_mode == 1) {
-      angularRow(d, cols, m_angular, m_z.data());
-    } else if (m_mode == 2) {
-      pinholeRow(d, cols, m_fb, m_z.data());
+      angularRow(d, m_cols, m_angular, m_z.data());
     }
     return m_z.data();
   }
 
-private:
   int m_mode;
+  int m_cols;
   double m_fb;
   AngularModel m_angular;
+  DepthLimits m_limits;
   cv::AutoBuffer<float> m_z;
 };
 
-// The cut-off compares pixels with the number of the near limit.
-DepthLimits limitsOf(const DepthModel& model) { return {model.minDepth, model.minDepth, model.maxDepth}; }
+// A division a pixel is soon done, two sines are not.
+std::size_t grainOf(const DepthModel& model) { return model.mode == 2 ? kCoarseGrain : kGrain; }
 
 void requireFloats(const cv::Mat& image) { CV_Assert(image.empty() || (image.dims == 2 && image.type() == CV_32FC1)); }
 
@@ -72,35 +89,37 @@ float baselineMetres(const cv::Mat& translation) {
 void metricDepth(const cv::Mat& disparity, const DepthModel& model, cv::Mat& metric) {
   requireFloats(disparity);
   metric.create(disparity.size(), CV_32FC1);
-  const DepthLimits limits = limitsOf(model);
-  forRows(disparity.rows, disparity.cols, [&](int from, int to) {
-    RowsOfDepth depthOf(model, disparity.cols);
-    for (int r = from; r < to; ++r) {
-      const auto* d = disparity.ptr<float>(r);
-      metricRow(d, depthOf(d), disparity.cols, limits, metric.ptr<float>(r));
-    }
-  });
+  forRows(
+      disparity.rows, disparity.cols,
+      [&](int from, int to) {
+        RowsOfDepth row(model, disparity.cols);
+        for (int r = from; r < to; ++r) {
+          row.metric(disparity.ptr<float>(r), metric.ptr<float>(r));
+        }
+      },
+      grainOf(model));
 }
 
 DepthRange measureDepths(const cv::Mat& disparity, const DepthModel& model, cv::Mat& depths) {
   requireFloats(disparity);
   depths.create(disparity.size(), CV_32FC1);
-  const DepthLimits limits = limitsOf(model);
   DepthRange range{1e11F, 0.0F};
   std::mutex rangeMutex;
-  forRows(disparity.rows, disparity.cols, [&](int from, int to) {
-    RowsOfDepth depthOf(model, disparity.cols);
-    DepthRange met{1e11F, 0.0F};
-    RangeLanes lanes(met.min, met.max);
-    for (int r = from; r < to; ++r) {
-      const auto* d = disparity.ptr<float>(r);
-      measureRow(d, depthOf(d), disparity.cols, limits, depths.ptr<float>(r), lanes);
-    }
-    lanes.widen(met.min, met.max);
-    const std::lock_guard lock(rangeMutex);
-    range.min = std::min(range.min, met.min);
-    range.max = std::max(range.max, met.max);
-  });
+  forRows(
+      disparity.rows, disparity.cols,
+      [&](int from, int to) {
+        RowsOfDepth row(model, disparity.cols);
+        DepthRange met{1e11F, 0.0F};
+        RangeLanes lanes(met.min, met.max);
+        for (int r = from; r < to; ++r) {
+          row.measure(disparity.ptr<float>(r), depths.ptr<float>(r), lanes);
+        }
+        lanes.widen(met.min, met.max);
+        const std::lock_guard lock(rangeMutex);
+        range.min = std::min(range.min, met.min);
+        range.max = std::max(range.max, met.max);
+      },
+      grainOf(model));
   if (range.max > model.maxDepth) {
     range.max = model.maxDepth;
   }

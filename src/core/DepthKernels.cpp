@@ -28,13 +28,15 @@ STEREO_CAMERA_ALWAYS_INLINE std::uint32_t roundedByte(float x) {
   return static_cast<std::uint32_t>(whole + away) & 0xFFU;
 }
 
-STEREO_CAMERA_ALWAYS_INLINE void pinholeBody(const float* __restrict d, int count, double fb, float* __restrict z) {
-  for (int k = 0; k < count; ++k) {
-    z[k] = static_cast<float>(fb / static_cast<double>(d[k]));
-  }
-}
-
-STEREO_CAMERA_KERNEL(pinhole, (const float* d, int count, double fb, float* z), (d, count, fb, z))
+// Depth of a place of the row: given, or f b / d.
+struct GivenDepth {
+  const float* __restrict z;
+  [[gnu::always_inline]] float at(int k, float) const { return z[k]; }
+};
+struct PinholeDepth {
+  double fb;
+  [[gnu::always_inline]] float at(int, float d) const { return static_cast<float>(fb / static_cast<double>(d)); }
+};
 
 // Largest angle that `nearSine` is good for, radians.
 constexpr double mostAngle = 50.0;
@@ -105,16 +107,28 @@ STEREO_CAMERA_KERNEL(angular,
                      (const float* d, int first, int count, const AngularModel& model, float* z, std::uint32_t* doubt),
                      (d, first, count, model, z, doubt))
 
-STEREO_CAMERA_ALWAYS_INLINE void metricBody(const float* __restrict d, const float* __restrict z, int count,
+template <typename Depth>
+STEREO_CAMERA_ALWAYS_INLINE void metricBody(const float* __restrict d, const Depth depth, int count,
                                             const DepthLimits& given, float* __restrict out) {
   const DepthLimits limits = given;
   for (int k = 0; k < count; ++k) {
-    out[k] = d[k] > limits.cutOff ? zeroOutOfLimits(z[k], limits) : -1.0F;
+    out[k] = d[k] > limits.cutOff ? zeroOutOfLimits(depth.at(k, d[k]), limits) : -1.0F;
   }
 }
 
-STEREO_CAMERA_KERNEL(metric, (const float* d, const float* z, int count, const DepthLimits& limits, float* out),
+STEREO_CAMERA_ALWAYS_INLINE void metricGivenBody(const float* d, const float* z, int count, const DepthLimits& limits,
+                                                 float* out) {
+  metricBody(d, GivenDepth{z}, count, limits, out);
+}
+STEREO_CAMERA_KERNEL(metricGiven, (const float* d, const float* z, int count, const DepthLimits& limits, float* out),
                      (d, z, count, limits, out))
+
+STEREO_CAMERA_ALWAYS_INLINE void metricPinholeBody(const float* d, double fb, int count, const DepthLimits& limits,
+                                                   float* out) {
+  metricBody(d, PinholeDepth{fb}, count, limits, out);
+}
+STEREO_CAMERA_KERNEL(metricPinhole, (const float* d, double fb, int count, const DepthLimits& limits, float* out),
+                     (d, fb, count, limits, out))
 
 // One place of a row and the lane that it falls to.
 STEREO_CAMERA_ALWAYS_INLINE void measureOne(float d, float z, const DepthLimits& limits, float& depth, float& min,
@@ -125,26 +139,40 @@ STEREO_CAMERA_ALWAYS_INLINE void measureOne(float d, float z, const DepthLimits&
   depth = d > 0 ? zeroOutOfLimits(z, limits) : 0.0F;
 }
 
-STEREO_CAMERA_ALWAYS_INLINE void measureBody(const float* __restrict d, const float* __restrict z, int count,
+template <typename Depth>
+STEREO_CAMERA_ALWAYS_INLINE void measureBody(const float* __restrict d, const Depth depth, int count,
                                              const DepthLimits& given, float* __restrict depths, RangeLanes& lanes) {
   const DepthLimits limits = given;
   RangeLanes met = lanes;
   int k = 0;
   for (; k + RangeLanes::count <= count; k += RangeLanes::count) {
     for (int lane = 0; lane < RangeLanes::count; ++lane) {
-      measureOne(d[k + lane], z[k + lane], limits, depths[k + lane], met.min[lane], met.max[lane]);
+      measureOne(d[k + lane], depth.at(k + lane, d[k + lane]), limits, depths[k + lane], met.min[lane], met.max[lane]);
     }
   }
   for (; k < count; ++k) {
-    measureOne(d[k], z[k], limits, depths[k], met.min[0], met.max[0]);
+    measureOne(d[k], depth.at(k, d[k]), limits, depths[k], met.min[0], met.max[0]);
   }
   lanes = met;
 }
 
-STEREO_CAMERA_KERNEL(measure,
+STEREO_CAMERA_ALWAYS_INLINE void measureGivenBody(const float* d, const float* z, int count, const DepthLimits& limits,
+                                                  float* depths, RangeLanes& lanes) {
+  measureBody(d, GivenDepth{z}, count, limits, depths, lanes);
+}
+STEREO_CAMERA_KERNEL(measureGiven,
                      (const float* d, const float* z, int count, const DepthLimits& limits, float* depths,
                       RangeLanes& lanes),
                      (d, z, count, limits, depths, lanes))
+
+STEREO_CAMERA_ALWAYS_INLINE void measurePinholeBody(const float* d, double fb, int count, const DepthLimits& limits,
+                                                    float* depths, RangeLanes& lanes) {
+  measureBody(d, PinholeDepth{fb}, count, limits, depths, lanes);
+}
+STEREO_CAMERA_KERNEL(measurePinhole,
+                     (const float* d, double fb, int count, const DepthLimits& limits, float* depths,
+                      RangeLanes& lanes),
+                     (d, fb, count, limits, depths, lanes))
 
 STEREO_CAMERA_ALWAYS_INLINE void colourBody(const float* __restrict depths, int count, float lo, float hi,
                                             std::uint32_t* __restrict colours) {
@@ -180,8 +208,6 @@ void RangeLanes::widen(float& smallest, float& largest) const {
   largest = std::max(largest, *std::max_element(max, max + count));
 }
 
-void pinholeRow(const float* d, int count, double fb, float* z) { pinhole(d, count, fb, z); }
-
 void angularRow(const float* d, int count, const AngularModel& model, float* z) {
   // In stretches, so that what is not sure of itself is at hand without memory from elsewhere.
   constexpr int stretch = 256;
@@ -198,12 +224,21 @@ void angularRow(const float* d, int count, const AngularModel& model, float* z) 
 }
 
 void metricRow(const float* d, const float* z, int count, const DepthLimits& limits, float* out) {
-  metric(d, z, count, limits, out);
+  metricGiven(d, z, count, limits, out);
+}
+
+void metricPinholeRow(const float* d, double fb, int count, const DepthLimits& limits, float* out) {
+  metricPinhole(d, fb, count, limits, out);
 }
 
 void measureRow(const float* d, const float* z, int count, const DepthLimits& limits, float* depths,
                 RangeLanes& lanes) {
-  measure(d, z, count, limits, depths, lanes);
+  measureGiven(d, z, count, limits, depths, lanes);
+}
+
+void measurePinholeRow(const float* d, double fb, int count, const DepthLimits& limits, float* depths,
+                       RangeLanes& lanes) {
+  measurePinhole(d, fb, count, limits, depths, lanes);
 }
 
 void colourRow(const float* depths, int count, float lo, float hi, std::uint32_t* colours) {

@@ -32,18 +32,20 @@ struct RangeLanes {
 
 // In all of these the arrays hold `count` elements of one row and do not overlap.
 
-/// Pinhole depth z = fb / d in double, rounded to float; `fb` in pixels times metres.
-void pinholeRow(const float* d, int count, double fb, float* z);
-
 /// Angular depth of the columns 0 to count - 1, a and d / W in single precision, the rest in double, rounded to float.
 void angularRow(const float* d, int count, const AngularModel& model, float* z);
 
 /// Metric depth: z, or 0 where z is out of limits, or -1 where the disparity is not above the cut-off.
 void metricRow(const float* d, const float* z, int count, const DepthLimits& limits, float* out);
+/// The same of the pinhole depth z = fb / d in double, rounded to float; `fb` in pixels times metres.
+void metricPinholeRow(const float* d, double fb, int count, const DepthLimits& limits, float* out);
 
 /// Depth for painting: z, or 0 where d is not above 0 or z is out of limits. `lanes` are widened to z, limits or not,
 /// wherever d is above the cut-off.
 void measureRow(const float* d, const float* z, int count, const DepthLimits& limits, float* depths, RangeLanes& lanes);
+/// The same of the pinhole depth.
+void measurePinholeRow(const float* d, double fb, int count, const DepthLimits& limits, float* depths,
+                       RangeLanes& lanes);
 
 /// Colour of each depth on the scale from `lo` to `hi`, as the public `getclolor` defines it: blue in bits 0 to 7,
 /// green in 8 to 15, red in 16 to 23; 0 where the depth is not above 0.

@@ -37,20 +37,25 @@ private:
 
 }  // namespace detail
 
-/// Least number of pixels that are worth a thread's attention.
+/// Pixels that are worth another thread's attention where each takes some nanoseconds, and where it takes less than
+/// one.
 constexpr std::size_t kGrain = 16384;
+constexpr std::size_t kCoarseGrain = 8 * kGrain;
 
 /// Calls `work(from, to)` for stretches of the rows [0, rows) that together cover them once, on OpenCV's worker threads
-/// where the image is worth it: a stretch has about `grain` pixels, and an image below two of them stays on the calling
-/// thread. `work` may be called by several threads at once.
+/// where the image is worth it: a stretch has at least `grain` pixels, there are no more than a few a thread, and an
+/// image below two of them stays on the calling thread. `work` may be called by several threads at once.
 template <typename Work>
 void forRows(int rows, int cols, const Work& work, std::size_t grain = kGrain) {
   if (rows <= 0) {
     return;
   }
+  constexpr std::size_t stretchesPerThread = 4;  // so that a thread that is late does not keep the others waiting
   const std::size_t pixels = static_cast<std::size_t>(rows) * static_cast<std::size_t>(std::max(cols, 0));
-  const std::size_t stretches = std::min(pixels / grain, static_cast<std::size_t>(rows));
-  if (stretches < 2) {
+  const std::size_t threads = static_cast<std::size_t>(std::max(cv::getNumThreads(), 1));
+  const std::size_t stretches =
+      std::min({pixels / grain, static_cast<std::size_t>(rows), stretchesPerThread * threads});
+  if (threads < 2 || stretches < 2) {
     work(0, rows);
     return;
   }

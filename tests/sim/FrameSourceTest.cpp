@@ -108,6 +108,47 @@ TEST(SimulatedCapture, KeepsToItsRate) {
   EXPECT_LT(secondsSince(start), 2.0);
 }
 
+TEST(SimulatedCapture, CountsThePeriodsThatNobodyCameFor) {
+  const auto capture = makeCapture(false, {.frameSize = kHalf, .rate = 100});
+  capture->fillRing();
+  cv::Mat frame;
+  const auto waitFrom = [](Clock::time_point start, double seconds) {
+    while (secondsSince(start) < seconds) {
+      std::this_thread::yield();
+    }
+  };
+  // Nobody has asked yet: what was due until now is nobody's loss.
+  waitFrom(Clock::now(), 0.05);
+  ASSERT_TRUE(capture->read(frame));
+  EXPECT_EQ(capture->framesMissed(), 0U);
+  // The next frame is due a period after this one, which was delivered between `before` and `after`.
+  ASSERT_TRUE(capture->set(cv::CAP_PROP_FPS, 100));
+  const auto before = Clock::now();
+  ASSERT_TRUE(capture->read(frame));
+  const std::uint64_t atStart = capture->framesMissed();
+  waitFrom(Clock::now(), 0.1);
+  ASSERT_TRUE(capture->read(frame));
+  const double most = secondsSince(before) * 100;
+  const std::uint64_t missed = capture->framesMissed() - atStart;
+  EXPECT_GE(missed, 8U);
+  EXPECT_LE(static_cast<double>(missed), most);
+  EXPECT_EQ(capture->framesDelivered(), 3U) << "what was missed is not delivered";
+}
+
+TEST(SimulatedCapture, MissesNothingWithoutARateOrAtANewOne) {
+  const auto capture = makeCapture(false, {.frameSize = kHalf, .rate = 0});
+  cv::Mat frame;
+  for (const double rate : {0.0, 1000.0, 0.0, 1000.0}) {
+    ASSERT_TRUE(capture->set(cv::CAP_PROP_FPS, rate));
+    const auto start = Clock::now();
+    while (secondsSince(start) < 0.01) {
+      std::this_thread::yield();
+    }
+    ASSERT_TRUE(capture->read(frame));
+  }
+  EXPECT_EQ(capture->framesMissed(), 0U);
+}
+
 TEST(SimulatedCapture, NewRateHoldsFromTheNextFrameOn) {
   const auto capture = makeCapture(false, {.frameSize = kHalf, .rate = 0.2});
   cv::Mat frame;

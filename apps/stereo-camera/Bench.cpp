@@ -1,0 +1,246 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <thread>
+
+#include "BenchReaders.hpp"
+#include "BenchReport.hpp"
+#include "Commands.hpp"
+#include "Failure.hpp"
+#include "Figures.hpp"
+#include "Machine.hpp"
+#include "Products.hpp"
+#include "RunTime.hpp"
+#include "Source.hpp"
+#include "Watch.hpp"
+
+namespace stereo::app {
+
+namespace {
+
+struct BenchOptions {
+  SourceOptions source;
+  double seconds = 60;
+  double patience = 10;
+  std::string json;
+};
+
+// A run ends when its notes are almost full: figures of a part would be taken for those of the whole.
+constexpr std::uint64_t mostFrames = 250'000;
+static_assert(mostFrames < RunRecord::defaultCapacity);
+constexpr std::chrono::milliseconds lookAround{20};  // how often the host's thread sees to the run's end
+
+/// Counters that run all the time, at one moment.
+struct Moment {
+  std::int64_t time = systemMicroseconds();
+  std::int64_t process = processMicroseconds();
+  std::optional<std::int64_t> machine = machineMicroseconds();
+  std::uint64_t missed = 0;
+
+  explicit Moment(const RunRecord& record) : missed(record.framesMissed ? record.framesMissed() : 0) {}
+};
+
+/// Keeps the watch content as long as frames come. Throws Failure (noFrames) when they have ceased.
+class Pulse {
+public:
+  Pulse(StereoCamera& camera, Watch& watch, const RunRecord& record)
+      : m_camera(camera), m_watch(watch), m_record(record) {}
+
+  /// Whether a frame came since it was felt last.
+  bool feel() {
+    const std::uint64_t frames = m_record.framesRead;
+    const bool beats = frames != m_frames;
+    if (beats || !m_camera.isOpened()) {
+      m_frames = frames;
+      m_watch.run([] { return true; });
+    }
+    return beats;
+  }
+
+private:
+  StereoCamera& m_camera;
+  Watch& m_watch;
+  const RunRecord& m_record;
+  std::uint64_t m_frames = 0;
+};
+
+std::string text(cv::Size size) { return std::to_string(size.width) + " x " + std::to_string(size.height); }
+
+std::vector<std::pair<std::string, std::string>> factsOf(const OpenedCamera& opened, const BenchOptions& options) {
+  const double rate = options.source.rate;
+  return {{"machine", processorName() + ", " + std::to_string(processorCount()) + " cores"},
+          {"source", opened.description},
+          {"asked rate", rate > 0 ? formatted("%.1f frames a second", rate) : "as fast as it goes"},
+          {"raw frame", text(opened.camera->getRawFrameSize())},
+          {"rectified eye", text(opened.rectifiedSize)},
+          {"matcher", options.source.matcher == "bm" ? "block matching" : "semi-global"},
+          {"depth from", opened.depthMode == 1 ? "the longitude-latitude pair" : "the perspective pair"}};
+}
+
+void fillProducts(BenchReport& report, const RunRecord& record, const Readers& readers, const Window& window) {
+  const std::vector<DeviceFrame>& frames = record.frames.kept();
+  const std::vector<Product>& disparities = record.disparities.kept();
+  const auto add = [&](const std::string& name, std::vector<double> times) {
+    report.products.push_back(figures(name, std::move(times), report.seconds));
+  };
+  add("raw eyes", publicationTimes(frames, window));
+  add(readers.pair.name(), productTimes(readers.pair.products().kept(), frames, window));
+  add("disparity", productTimes(disparities, frames, window));
+  add(readers.depth.name(),
+      productTimes(withDisparityStamps(readers.depth.products().kept(), disparities), frames, window));
+  add(readers.cloud.name(), productTimes(readers.cloud.products().kept(), frames, window));
+}
+
+void fillProcessor(BenchReport& report, const RunRecord& record, const Readers& readers, const Moment& start,
+                   const Moment& end) {
+  const Window window{start.time, end.time};
+  const auto percent = [&](std::int64_t used) {
+    return 100.0 * static_cast<double>(used) / static_cast<double>(window.to - window.from);
+  };
+  const double process = percent(end.process - start.process);
+  double rest = process;
+  report.processor.emplace_back("this process", process);
+  const auto add = [&](const std::string& name, double share) {
+    report.processor.emplace_back(name, 100 * share);
+    rest -= 100 * share;
+  };
+  add("- capture worker", threadShare(record.frames.kept(), window));
+  add("- disparity worker", threadShare(record.disparities.kept(), window));
+  for (const Reader* const each : {&readers.pair, &readers.depth, &readers.cloud}) {
+    add("- reader, " + each->name(), threadShare(each->products().kept(), window));
+  }
+  report.processor.emplace_back("- shared pool and the rest", std::max(rest, 0.0));
+  if (start.machine && end.machine) {
+    report.processor.emplace_back("other processes", std::max(percent(*end.machine - *start.machine) - process, 0.0));
+  }
+}
+
+BenchReport reportOn(const OpenedCamera& opened, const BenchOptions& options, const RunRecord& record,
+                     const Readers& readers, const Moment& start, const Moment& end, double deviceRate) {
+  const Window window{start.time, end.time};
+  const std::vector<DeviceFrame>& frames = record.frames.kept();
+  BenchReport report;
+  report.facts = factsOf(opened, options);
+  report.seconds = window.seconds();
+  report.framesRead = static_cast<std::uint64_t>(std::count_if(
+      frames.begin(), frames.end(), [&](const DeviceFrame& frame) { return window.holds(frame.returned); }));
+  if (record.framesMissed) {
+    report.framesLost = end.missed - start.missed;
+    report.lostHow = "counted by the source";
+  } else {
+    report.framesLost = missedByGaps(frames, window, deviceRate);
+    report.lostHow = deviceRate > 0
+                         ? formatted("estimated from gaps of more than 1.5 periods at %.1f a second", deviceRate)
+                         : "not known: the device tells no rate and --rate gives none";
+  }
+  report.waiting = waitingShare(frames, window);
+  fillProducts(report, record, readers, window);
+  report.framesPublished = report.products.front().count;
+  fillProcessor(report, record, readers, start, end);
+  report.peakMegabytes = peakMegabytes();
+  if (record.framesRead >= mostFrames) {
+    report.note = "ended early: no more than " + std::to_string(mostFrames) + " frames are kept";
+  }
+  return report;
+}
+
+// Opened ahead of the run, so that a mistake in the name doesn't cost its time.
+std::ofstream openOutput(const std::string& path) {
+  std::ofstream file;
+  if (!path.empty()) {
+    file.open(path);
+    if (!file) {
+      throw Failure(ExitCode::output, "cannot write '" + path + "'");
+    }
+  }
+  return file;
+}
+
+void bench(const BenchOptions& options) {
+  std::ofstream json = openOutput(options.json);
+  RunRecord record;
+  OpenedCamera opened = openCamera(options.source, &record);
+  if (!opened.calibrated) {
+    throw Failure(ExitCode::calibration, "bench measures depth too: it needs a calibration (--calibration FILE)");
+  }
+  StereoCamera& camera = *opened.camera;
+  const double announced = record.deviceRate ? record.deviceRate() : 0;
+  const double deviceRate = announced > 0 ? announced : options.source.rate;
+
+  RunTime time(options.seconds);
+  startCapture(opened);
+  const std::chrono::milliseconds patience(static_cast<long>(1000 * options.patience));
+  Watch watch(camera, patience);
+  camera.startStereoCompute();
+  Readers readers(camera, watch);
+  Pulse pulse(camera, watch, record);
+  std::cout << "waiting for one of each product from " << opened.description << " ..." << std::endl;
+  auto begun = Watch::Clock::now();
+  const Reader* waiting = nullptr;
+  while ((waiting = readers.waiting()) != nullptr && !time.over() && !readers.failed()) {
+    const bool framesCome = pulse.feel();
+    if (!readers.pair.hasRead()) {
+      begun = Watch::Clock::now();  // a slow source takes its time for the frames that the worker throws away first
+    } else if (framesCome && Watch::Clock::now() - begun > patience) {
+      throw Failure(ExitCode::noFrames,
+                    "frames come, but no " + waiting->name() + " within " + std::to_string(patience.count()) + " ms");
+    }
+    std::this_thread::sleep_for(lookAround);
+  }
+  const bool measuring = waiting == nullptr;
+  const Moment start(record);
+  if (measuring) {
+    time.begin();
+    std::cout << "measuring for " << options.seconds << " s, Ctrl-C ends it earlier ..." << std::endl;
+  }
+  while (!time.over() && !readers.failed() && record.framesRead < mostFrames) {
+    pulse.feel();
+    std::this_thread::sleep_for(lookAround);
+  }
+  const Moment end(record);
+  readers.end();
+  readers.check();
+  if (!measuring) {
+    std::cout << "ended before there was anything to measure" << std::endl;
+    return;
+  }
+  const BenchReport report = reportOn(opened, options, record, readers, start, end, deviceRate);
+  std::cout << "\n" << benchTable(report) << std::flush;
+  if (!options.json.empty()) {
+    json << benchJson(report);
+    json.close();
+    if (!json) {
+      throw Failure(ExitCode::output, "cannot write '" + options.json + "'");
+    }
+  }
+  // Who ends a run early need not have got everything.
+  const bool complete = report.seconds >= options.seconds;
+  for (const Figures& each : report.products) {
+    if (complete && each.count == 0) {
+      throw Failure(ExitCode::noFrames, "no " + each.name + " came within the " + formatted("%.1f s", report.seconds));
+    }
+  }
+}
+
+}  // namespace
+
+Action addBench(CLI::App& program) {
+  auto options = std::make_shared<BenchOptions>();
+  // What a board is expected to keep up with.
+  options->source.matcher = "bm";
+  CLI::App* const command =
+      program.add_subcommand("bench", "measure a sustained run: all workers, and three readers at once");
+  options->source.addTo(*command);
+  command->add_option("--seconds", options->seconds, "time to measure")
+      ->check(CLI::Range(0.1, 1e6))
+      ->capture_default_str();
+  command->add_option("--json", options->json, "file that gets the figures as JSON");
+  command->add_option("--patience", options->patience, "seconds without a frame after which to give up")
+      ->check(CLI::Range(0.1, 3600.0))
+      ->capture_default_str();
+  return [options] { bench(*options); };
+}
+
+}  // namespace stereo::app

@@ -1,0 +1,105 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "BenchReport.hpp"
+
+#include <cctype>
+#include <cstdarg>
+#include <cstdio>
+
+#include <opencv2/core/persistence.hpp>
+
+namespace stereo::app {
+
+namespace {
+
+std::string keyOf(const std::string& name) {
+  std::string key;
+  for (const char c : name) {
+    const bool plain = std::isalnum(static_cast<unsigned char>(c)) != 0;
+    if (plain || (!key.empty() && key.back() != '_')) {
+      key += plain ? c : '_';
+    }
+  }
+  return key;
+}
+
+double perSecond(std::uint64_t count, double seconds) { return seconds > 0 ? static_cast<double>(count) / seconds : 0; }
+
+}  // namespace
+
+std::string formatted(const char* pattern, ...) {
+  char line[256];
+  va_list values;
+  va_start(values, pattern);
+  std::vsnprintf(line, sizeof line, pattern, values);  // NOLINT(clang-analyzer-valist.Uninitialized): it is, a line up
+  va_end(values);
+  return line;
+}
+
+std::string benchTable(const BenchReport& report) {
+  std::string text;
+  for (const auto& [name, value] : report.facts) {
+    text += formatted("%-16s", name.c_str()) + value + "\n";
+  }
+  text += formatted("%-16s%.1f s\n", "measured", report.seconds);
+
+  text += formatted("\n%-24s %9s %9s\n", "device's frames", "count", "a second");
+  const auto frames = [&](const char* name, std::uint64_t count, const std::string& remark) {
+    text += formatted("  %-22s %9llu %9.2f", name, static_cast<unsigned long long>(count),
+                      perSecond(count, report.seconds)) +
+            (remark.empty() ? "\n" : "   " + remark + "\n");
+  };
+  frames("due", report.framesRead + report.framesLost, "");
+  frames("read", report.framesRead, formatted("the worker waited for them %.0f %% of the time", 100 * report.waiting));
+  frames("lost", report.framesLost, report.lostHow);
+  frames("published", report.framesPublished, "");
+
+  text += formatted("\n%-24s %9s %9s %8s %8s %8s %8s\n", "from the device's frame", "count", "a second", "p50 ms",
+                    "p90 ms", "p99 ms", "max ms");
+  for (const Figures& each : report.products) {
+    text +=
+        formatted("  %-22s %9llu %9.2f %8.2f %8.2f %8.2f %8.2f\n", each.name.c_str(),
+                  static_cast<unsigned long long>(each.count), each.perSecond, each.p50, each.p90, each.p99, each.max);
+  }
+
+  text += formatted("\n%-24s %9s\n", "processor", "% of a core");
+  for (const auto& [name, percent] : report.processor) {
+    text += formatted("  %-30s %5.1f\n", name.c_str(), percent);
+  }
+  text += formatted("peak resident memory %.0f MB\n", report.peakMegabytes);
+  return report.note.empty() ? text : text + report.note + "\n";
+}
+
+std::string benchJson(const BenchReport& report) {
+  cv::FileStorage json("bench.json", cv::FileStorage::WRITE | cv::FileStorage::MEMORY | cv::FileStorage::FORMAT_JSON);
+  json << "facts"
+       << "{";
+  for (const auto& [name, value] : report.facts) {
+    json << keyOf(name) << value;
+  }
+  json << "}"
+       << "seconds" << report.seconds;
+  json << "device"
+       << "{"
+       << "read" << static_cast<int>(report.framesRead) << "read_per_second"
+       << perSecond(report.framesRead, report.seconds) << "lost" << static_cast<int>(report.framesLost) << "lost_how"
+       << report.lostHow << "published" << static_cast<int>(report.framesPublished) << "waiting_percent"
+       << 100 * report.waiting << "}";
+  json << "products"
+       << "{";
+  for (const Figures& each : report.products) {
+    json << keyOf(each.name) << "{"
+         << "count" << static_cast<int>(each.count) << "per_second" << each.perSecond << "p50_ms" << each.p50
+         << "p90_ms" << each.p90 << "p99_ms" << each.p99 << "max_ms" << each.max << "}";
+  }
+  json << "}"
+       << "processor_percent"
+       << "{";
+  for (const auto& [name, percent] : report.processor) {
+    json << keyOf(name) << percent;
+  }
+  json << "}"
+       << "peak_resident_megabytes" << report.peakMegabytes << "note" << report.note;
+  return json.releaseAndGetString();
+}
+
+}  // namespace stereo::app
