@@ -116,8 +116,9 @@ void StereoCamera::buildMaps(float frameScale) {
     m_rectCameraMatrix = perspective;
   }
   // Built aside and swapped in whole: readers of a worker that already runs remap meanwhile.
-  cv::Mat rectifyMaps[2][2];
-  cv::Mat lonLatMaps[2][2];
+  using stereo::sys::recycledImage;
+  cv::Mat rectifyMaps[2][2] = {{recycledImage(), recycledImage()}, {recycledImage(), recycledImage()}};
+  cv::Mat lonLatMaps[2][2] = {{recycledImage(), recycledImage()}, {recycledImage(), recycledImage()}};
   initRectifyMap(m_leftIntrinsic, m_leftDistortion, m_leftRotation, perspective, leftXi, leftXi, size, 2,
                  rectifyMaps[0][0], rectifyMaps[0][1]);
   initRectifyMap(m_rightIntrinsic, m_rightDistortion, m_rightRotation, perspective, rightXi, rightXi, size, 2,
@@ -163,7 +164,7 @@ void StereoCamera::captureWorker(float frameScale) {
     openStream();
   }
 
-  // Buffers of this worker alone; they keep their memory from pass to pass.
+  // Buffers of this worker alone; they keep their memory from pass to pass, which then allocates nothing.
   cv::Mat first;
   cv::Mat second;
   while (m_isOpened) {

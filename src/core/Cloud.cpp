@@ -3,11 +3,13 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 #include <new>
 #include <utility>
 #include <vector>
 
+#include "core/CloudKernels.hpp"
 #include "core/Rows.hpp"
 
 namespace stereo::core {
@@ -19,14 +21,6 @@ constexpr int blockSize = 4;
 constexpr std::size_t oddPerBlock = 2;                               // odd rows, and odd columns, in any four
 constexpr std::size_t mostPerBlock = oddPerBlock * oddPerBlock - 1;  // kept: one point may be nearest and farthest
 constexpr std::size_t cloudGrain = kGrain / 2;                       // pixels of the view, a quarter of them tried
-
-// A direction (X, Y, Z) and the depth found along it, metres.
-struct Candidate {
-  double key;  // ranks the points of a block by nearness
-  double X, Y, Z;
-  float z;
-  int row, col;
-};
 
 // Rows or columns at which blocks start, in [start, end).
 struct Span {
@@ -47,105 +41,147 @@ bool has(const cv::Mat& image, int row, int column) {
 // Integer part of a non-negative value below `limit`; -1, which no image has, for anything else.
 int indexBelow(double value, int limit) { return value >= 0 && value < limit ? static_cast<int>(value) : -1; }
 
-// The depth multiplies each squared component once: sqrt(z X^2 + z Y^2 + z Z^2).
-double rankingKey(const Candidate& c) { return std::sqrt(c.z * (c.X * c.X) + c.z * (c.Y * c.Y) + c.z * (c.Z * c.Z)); }
-
 // Circle round the principal point. `hypot` decides; it is asked only where the squares, which are many times faster,
 // leave a doubt (or are not numbers).
 class Radius {
 public:
-  explicit Radius(const CloudModel& model)
-      : m_threshold(model.threshold),
-        m_surelyInside(model.threshold < 0 ? -1 : square(m_threshold) * (1 - 1e-9)),
-        m_surelyOutside(model.threshold < 0 ? std::numeric_limits<double>::infinity()
-                                            : square(m_threshold) * (1 + 1e-9)) {}
+  explicit Radius(int threshold)
+      : m_threshold(threshold),
+        m_squares{threshold < 0 ? -1 : square(threshold) * (1 - 1e-9),
+                  threshold < 0 ? std::numeric_limits<double>::infinity() : square(threshold) * (1 + 1e-9)} {}
+
+  const RadiusSquares& squares() const { return m_squares; }
 
   // Distances from the principal point, pixels.
   bool excludes(double dx, double dy) const {
     const double squared = dx * dx + dy * dy;
-    if (squared < m_surelyInside) {
+    if (squared < m_squares.surelyInside) {
       return false;
     }
-    return squared > m_surelyOutside || std::hypot(dx, dy) > m_threshold;
+    return squared > m_squares.surelyOutside || std::hypot(dx, dy) > m_threshold;
   }
 
 private:
   static double square(double value) { return value * value; }
 
   double m_threshold;
-  double m_surelyInside;
-  double m_surelyOutside;
+  RadiusSquares m_squares;
 };
 
-// Place (j, i) of the view, and on the plane at distance 1: x = (j - cx) / fx, y = (i - cy) / fy.
-struct Place {
-  int i, j;
-  double dx, dy;  // j - cx, i - cy
-  double x, y;
+// The odd columns of the view that blocks have, two a block.
+struct Columns {
+  int first;
+  int count;
+  std::vector<double> dx;  // j - cx
+  std::vector<double> x;   // dx / fx, on the plane at distance 1
+
+  Columns(int firstColumn, int blocks, const CloudModel& model)
+      : first(firstColumn), count(2 * blocks), dx(static_cast<std::size_t>(count)), x(dx.size()) {
+    for (std::size_t q = 0; q < dx.size(); ++q) {
+      dx[q] = at(static_cast<int>(q)) - model.cx;
+      x[q] = dx[q] / model.fx;
+    }
+  }
+  int at(int q) const { return first + 2 * q; }
 };
 
-// Lifts the pixel onto the unit sphere by the left eye's model,
-//   r2 = x^2 + y^2,  lambda = (xi + sqrt(1 + (1 - xi^2) r2)) / (1 + r2),  (X, Y, Z) = (lambda x, lambda y, lambda -
-//   xi),
-// and looks depth up where the ray's longitude acos(-X) and latitude acos(-Y / |(Y, Z)|) fall in images that are taken
-// to span pi both ways.
+// What the places of one odd row of the view gave: directions (X, Y, Z), the depth found along them in metres, 0 where
+// there is none, and what ranks the points of a block by nearness.
+struct RowOfPlaces {
+  std::vector<double> X, Y, Z, keys;
+  std::vector<float> z;
+
+  explicit RowOfPlaces(int count) : X(static_cast<std::size_t>(count)), Y(X), Z(X.size(), 1.0), keys(X), z(X.size()) {}
+};
+
+// Row i of the view; dy = i - cy, y = dy / fy.
+struct ViewRow {
+  int i;
+  double dy, y;
+};
+
+// Lifts places onto the unit sphere by the left eye's model and looks depth up where longitude and latitude fall in
+// images that are taken to span pi both ways; see `liftRow`, which does what can be done fast.
 class LiftedSampler {
 public:
   LiftedSampler(const CloudImages& images, const CloudModel& model)
       : m_disparity(images.disparity),
         m_depth(images.depth),
-        m_radius(model),
-        m_xi(model.xi),
-        m_rowScale(images.disparity.rows / pi),
-        m_columnScale(images.disparity.cols / pi) {}
+        m_radius(model.threshold),
+        m_model{model.xi,
+                images.disparity.rows / pi,
+                images.disparity.cols / pi,
+                images.disparity.rows,
+                images.disparity.cols,
+                m_radius.squares()} {}
 
-  bool sample(const Place& place, Candidate& c) const {
-    if (m_radius.excludes(place.dx, place.dy)) {
-      return false;
+  // What a thread needs for itself.
+  struct Scratch {
+    std::vector<double> lambda;
+    std::vector<std::int32_t> row, column;
+
+    explicit Scratch(int count) : lambda(static_cast<std::size_t>(count)), row(lambda.size()), column(lambda.size()) {}
+  };
+
+  void sample(const ViewRow& view, const Columns& columns, Scratch& scratch, RowOfPlaces& out) const {
+    liftRow(columns.dx.data(), columns.x.data(), columns.count, view.dy, view.y, m_model, scratch.lambda.data(),
+            scratch.row.data(), scratch.column.data());
+    for (std::size_t q = 0; q < scratch.lambda.size(); ++q) {
+      const double lambda = scratch.lambda[q];
+      out.X[q] = lambda * columns.x[q];
+      out.Y[q] = lambda * view.y;
+      out.Z[q] = lambda - m_model.xi;
+      int row = scratch.row[q];
+      int column = scratch.column[q];
+      if (row == kPlaceInDoubt) {
+        findPlace(columns.dx[q], view.dy, lambda, {out.X[q], out.Y[q], out.Z[q]}, row, column);
+      }
+      out.z[q] = has(m_disparity, row, column) && has(m_depth, row, column) && m_disparity.ptr<float>(row)[column] > 0
+                     ? m_depth.ptr<float>(row)[column]
+                     : 0.0F;
     }
-    const double r2 = place.x * place.x + place.y * place.y;
-    const double lambda = (m_xi + std::sqrt(1 + (1 - m_xi * m_xi) * r2)) / (1 + r2);
-    if (std::isnan(lambda)) {
-      return false;
-    }
-    c.X = lambda * place.x;
-    c.Y = lambda * place.y;
-    c.Z = lambda - m_xi;
-    const double lon = std::acos(-c.X);
-    const double lat = std::acos(-c.Y / std::hypot(c.Y, c.Z));
-    const int row = indexBelow(lat * m_rowScale, m_disparity.rows);
-    const int column = indexBelow(lon * m_columnScale, m_disparity.cols);
-    if (!has(m_disparity, row, column) || !has(m_depth, row, column)) {
-      return false;
-    }
-    c.z = m_depth.ptr<float>(row)[column];
-    return m_disparity.ptr<float>(row)[column] > 0 && c.z > 0;
   }
 
 private:
+  // The pixel to look up, as the standard library's functions give it.
+  void findPlace(double dx, double dy, double lambda, const cv::Vec3d& ray, int& row, int& column) const {
+    row = kNoPlace;
+    if (m_radius.excludes(dx, dy) || std::isnan(lambda)) {
+      return;
+    }
+    const double lon = std::acos(-ray[0]);
+    const double lat = std::acos(-ray[1] / std::hypot(ray[1], ray[2]));
+    row = indexBelow(lat * m_model.rowScale, m_model.rows);
+    column = indexBelow(lon * m_model.columnScale, m_model.cols);
+  }
+
   const cv::Mat& m_disparity;
   const cv::Mat& m_depth;
   Radius m_radius;
-  double m_xi;
-  double m_rowScale, m_columnScale;
+  LiftModel m_model;
+};
+
+struct NoScratch {
+  explicit NoScratch(int) {}
 };
 
 // Pinhole, (x, y, 1) z. The look-up takes the column for the row and the row for the column. z comes from the
 // disparity, z = b fx / d (infinite for d = 0), without a radius.
 class PlainPinholeSampler {
 public:
+  using Scratch = NoScratch;
+
   PlainPinholeSampler(const CloudImages& images, const CloudModel& model)
       : m_disparity(images.disparity), m_bf((model.baselineMillimetres / 1000.0) * model.fx) {}
 
-  bool sample(const Place& place, Candidate& c) const {
-    if (!has(m_disparity, place.j, place.i)) {
-      return false;
+  void sample(const ViewRow& view, const Columns& columns, Scratch&, RowOfPlaces& out) const {
+    out.X = columns.x;
+    std::fill(out.Y.begin(), out.Y.end(), view.y);
+    for (int q = 0; q < columns.count; ++q) {
+      const int j = columns.at(q);
+      out.z[static_cast<std::size_t>(q)] =
+          has(m_disparity, j, view.i) ? static_cast<float>(m_bf / m_disparity.ptr<float>(j)[view.i]) : 0.0F;
     }
-    c.z = static_cast<float>(m_bf / m_disparity.ptr<float>(place.j)[place.i]);
-    c.X = place.x;
-    c.Y = place.y;
-    c.Z = 1.0;
-    return c.z > 0;
   }
 
 private:
@@ -156,17 +192,20 @@ private:
 // The same with z from the depth image, within the radius.
 class ColouredPinholeSampler {
 public:
-  ColouredPinholeSampler(const CloudImages& images, const CloudModel& model) : m_depth(images.depth), m_radius(model) {}
+  using Scratch = NoScratch;
 
-  bool sample(const Place& place, Candidate& c) const {
-    if (m_radius.excludes(place.dx, place.dy) || !has(m_depth, place.j, place.i)) {
-      return false;
+  ColouredPinholeSampler(const CloudImages& images, const CloudModel& model)
+      : m_depth(images.depth), m_radius(model.threshold) {}
+
+  void sample(const ViewRow& view, const Columns& columns, Scratch&, RowOfPlaces& out) const {
+    out.X = columns.x;
+    std::fill(out.Y.begin(), out.Y.end(), view.y);
+    for (int q = 0; q < columns.count; ++q) {
+      const int j = columns.at(q);
+      const bool taken =
+          !m_radius.excludes(columns.dx[static_cast<std::size_t>(q)], view.dy) && has(m_depth, j, view.i);
+      out.z[static_cast<std::size_t>(q)] = taken ? m_depth.ptr<float>(j)[view.i] : 0.0F;
     }
-    c.z = m_depth.ptr<float>(place.j)[place.i];
-    c.X = place.x;
-    c.Y = place.y;
-    c.Z = 1.0;
-    return c.z > 0;
   }
 
 private:
@@ -175,31 +214,42 @@ private:
 };
 
 // Writes all but the nearest and the farthest of a block to `out`, nothing of a block of two or fewer; returns the end.
-CloudPoint* writeTrimmed(Candidate* block, std::size_t count, CloudPoint* out) {
+// The block's places are q and q + 1 of either row; its first row is `row`, its first column `column`.
+CloudPoint* writeTrimmed(const RowOfPlaces (&rows)[oddPerBlock], std::size_t q, int row, int column, CloudPoint* out) {
+  constexpr std::size_t places = oddPerBlock * oddPerBlock;
+  const RowOfPlaces* const rowOf[places] = {&rows[0], &rows[0], &rows[1], &rows[1]};
+  const std::size_t at[places] = {q, q + 1, q, q + 1};
+  bool valid[places];
+  std::size_t count = 0;
+  std::size_t first = places;
+  for (std::size_t k = places; k-- > 0;) {
+    valid[k] = rowOf[k]->z[at[k]] > 0;
+    count += valid[k] ? 1 : 0;
+    first = valid[k] ? k : first;
+  }
   if (count <= 2) {
     return out;
   }
-  std::size_t nearest = 0;
-  std::size_t farthest = 0;
+  std::size_t nearest = first;
+  std::size_t farthest = first;
   double smallest = 1e9;
   double largest = 0.0;
-  for (std::size_t k = 0; k < count; ++k) {
-    const double key = rankingKey(block[k]);
-    if (key < smallest) {
-      smallest = key;
-      nearest = k;
-    }
-    if (key > largest) {
-      largest = key;
-      farthest = k;
-    }
+  for (std::size_t k = 0; k < places; ++k) {
+    const double key = rowOf[k]->keys[at[k]];
+    const bool nearer = valid[k] && key < smallest;
+    smallest = nearer ? key : smallest;
+    nearest = nearer ? k : nearest;
+    const bool farther = valid[k] && key > largest;
+    largest = farther ? key : largest;
+    farthest = farther ? k : farthest;
   }
-  for (std::size_t k = 0; k < count; ++k) {
-    if (k != nearest && k != farthest) {
-      const Candidate& c = block[k];
-      ::new (out++) CloudPoint{
-          cv::Vec3f(static_cast<float>(c.X * c.z), static_cast<float>(c.Y * c.z), static_cast<float>(c.Z * c.z)), c.row,
-          c.col};
+  for (std::size_t k = 0; k < places; ++k) {
+    if (valid[k] && k != nearest && k != farthest) {
+      const RowOfPlaces& from = *rowOf[k];
+      const float z = from.z[at[k]];
+      ::new (out++) CloudPoint{cv::Vec3f(static_cast<float>(from.X[at[k]] * z), static_cast<float>(from.Y[at[k]] * z),
+                                         static_cast<float>(from.Z[at[k]] * z)),
+                               row + (k < oddPerBlock ? 0 : 2), column + (k % oddPerBlock == 0 ? 0 : 2)};
     }
   }
   return out;
@@ -223,7 +273,7 @@ public:
   // `limit`: pixels are tried only within this size.
   CloudWriter(const Span& rows, const Span& cols, cv::Size limit, const CloudModel& model)
       : m_firstRow(rows.start | 1),
-        m_firstCol(cols.start | 1),
+        m_columns(cols.start | 1, cols.blocks(), model),
         m_rowOfBlocks(static_cast<std::size_t>(cols.blocks())),
         m_limit(limit),
         m_model(model),
@@ -233,19 +283,27 @@ public:
   template <typename Sampler>
   SampledCloud write(const Sampler& sampler) {
     const auto blockRows = static_cast<int>(m_ends.size());
-    forRows(
-        blockRows, static_cast<int>(m_rowOfBlocks) * blockSize * blockSize,
-        [&](int from, int to) {
-          for (int b = from; b < to; ++b) {
-            m_ends[static_cast<std::size_t>(b)] = writeRow(b, sampler);
-          }
-        },
-        cloudGrain);
+    const auto sampleRows = [&](int from, int to) {
+      typename Sampler::Scratch scratch(m_columns.count);
+      RowOfPlaces rows[oddPerBlock] = {RowOfPlaces(m_columns.count), RowOfPlaces(m_columns.count)};
+      for (int b = from; b < to; ++b) {
+        const int row = m_firstRow + b * blockSize;
+        for (int k = 0; k < 2; ++k) {
+          sampleRow(row + 2 * k, sampler, scratch, rows[k]);
+        }
+        CloudPoint* out = startOf(b);
+        for (std::size_t block = 0; block < m_rowOfBlocks; ++block) {
+          out = writeTrimmed(rows, 2 * block, row, m_columns.at(static_cast<int>(2 * block)), out);
+        }
+        m_ends[static_cast<std::size_t>(b)] = out;
+      }
+    };
+    forRows(blockRows, static_cast<int>(m_rowOfBlocks) * blockSize * blockSize, sampleRows, cloudGrain);
     CloudPoint* end = m_cloud.m_points.get();
     for (int b = 0; b < blockRows; ++b) {
       CloudPoint* const start = startOf(b);
-      end = end == start ? m_ends[static_cast<std::size_t>(b)]
-                         : std::copy(start, m_ends[static_cast<std::size_t>(b)], end);
+      CloudPoint* const endOfRow = m_ends[static_cast<std::size_t>(b)];
+      end = end == start ? endOfRow : std::copy(start, endOfRow, end);
     }
     m_cloud.m_size = static_cast<std::size_t>(end - m_cloud.m_points.get());
     return std::move(m_cloud);
@@ -257,29 +315,21 @@ private:
   }
 
   template <typename Sampler>
-  CloudPoint* writeRow(int blockRow, const Sampler& sampler) const {
-    CloudPoint* out = startOf(blockRow);
-    const int firstRow = m_firstRow + blockRow * blockSize;
-    for (std::size_t b = 0; b < m_rowOfBlocks; ++b) {
-      const int firstCol = m_firstCol + static_cast<int>(b) * blockSize;
-      Candidate block[oddPerBlock * oddPerBlock];
-      std::size_t count = 0;
-      for (int i = firstRow; i <= firstRow + 2 && i < m_limit.height; i += 2) {
-        const double dy = i - m_model.cy;
-        const double y = dy / m_model.fy;
-        for (int j = firstCol; j <= firstCol + 2 && j < m_limit.width; j += 2) {
-          const double dx = j - m_model.cx;
-          block[count].row = i;
-          block[count].col = j;
-          count += sampler.sample({i, j, dx, dy, dx / m_model.fx, y}, block[count]) ? 1 : 0;
-        }
-      }
-      out = writeTrimmed(block, count, out);
+  void sampleRow(int i, const Sampler& sampler, typename Sampler::Scratch& scratch, RowOfPlaces& places) const {
+    if (i >= m_limit.height) {
+      std::fill(places.z.begin(), places.z.end(), 0.0F);
+      return;
     }
-    return out;
+    const double dy = i - m_model.cy;
+    sampler.sample({i, dy, dy / m_model.fy}, m_columns, scratch, places);
+    for (int q = m_columns.count - 1; q >= 0 && m_columns.at(q) >= m_limit.width; --q) {
+      places.z[static_cast<std::size_t>(q)] = 0;
+    }
+    keyRow(places.X.data(), places.Y.data(), places.Z.data(), places.z.data(), m_columns.count, places.keys.data());
   }
 
-  int m_firstRow, m_firstCol;
+  int m_firstRow;
+  Columns m_columns;
   std::size_t m_rowOfBlocks;
   cv::Size m_limit;
   const CloudModel& m_model;

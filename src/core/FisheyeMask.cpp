@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "core/MaskKernels.hpp"
+
 namespace stereo::core {
 
 namespace {
@@ -76,126 +78,116 @@ private:
   Blackener m_second;
 };
 
-// The ellipse e = dx^2 / rx^2 + dy^2 / ry^2, dx = j - cxe, dy = i - cye, in single precision. A pixel with e = 1 stays,
-// and so does one where a semi-axis of zero leaves e undefined.
-struct Ellipse {
-  float cxe, cye, rx, rx2, ry2;
+// Rows whose spans are found at once, on the stack.
+constexpr int rowsAtOnce = 128;
 
-  Ellipse(cv::Size size, const EllipseShift& shift) {
-    const auto hw = static_cast<float>(size.width >> 1);
-    const auto hh = static_cast<float>(size.height >> 1);
-    cxe = hw + shift.centerX;
-    cye = hh + shift.centerY;
-    const float ry = hh + shift.radiusY;
-    rx = hw + shift.radiusX;
-    ry2 = ry * ry;
-    rx2 = rx * rx;
+// Has `find(first, count, spans)` find the spans that the rows keep, some at a time, and blackens the rest.
+template <typename Find>
+void blackenOutside(cv::Mat& first, cv::Mat& second, const Find& find) {
+  PairBlackener outside(first, second);
+  std::int32_t left[rowsAtOnce];
+  std::int32_t right[rowsAtOnce];
+  for (int i = 0; i < first.rows; i += rowsAtOnce) {
+    const int count = std::min(rowsAtOnce, first.rows - i);
+    find(i, count, KeptSpans{left, right});
+    for (int k = 0; k < count; ++k) {
+      outside.keep(i + k, left[k], right[k]);
+    }
   }
+  outside.finish();
+}
 
-  // Whether the rows' kept pixels are spans that `spanOf` finds: e then grows with |dx|, rounding included.
-  bool hasSpans() const { return std::isfinite(cxe) && std::isfinite(rx2) && rx2 > 0; }
-
-  // dy^2 / ry^2 of a row
-  float rowTerm(int i) const {
-    const float dy = static_cast<float>(i) - cye;
-    return dy * dy / ry2;
+// The circle for images so high that a row's squared distance does not fit an int, a row at a time.
+void findTallCircle(float R2, cv::Size size, int row, const KeptSpans& spans) {
+  const std::int64_t cols = size.width;
+  const std::int64_t cx = size.width >> 1;
+  const std::int64_t d = (size.height >> 1) - static_cast<std::int64_t>(row);
+  const float rest = R2 - static_cast<float>(d * d);
+  *spans.left = *spans.right = size.width;
+  if (rest >= 0) {
+    const auto half = static_cast<std::int64_t>(std::sqrt(rest));
+    *spans.left = static_cast<std::int32_t>(std::clamp<std::int64_t>(cx - half, 0, cols));
+    *spans.right = static_cast<std::int32_t>(std::clamp<std::int64_t>(cx + half + 1, 0, cols));
   }
-  bool keeps(int j, float ey) const {
-    const float dx = static_cast<float>(j) - cxe;
-    return !(dx * dx / rx2 + ey > 1.0F);
-  }
+}
 
-  // Columns [left, right) of [0, cols) that the row keeps. The square root only says where to look.
-  void spanOf(float ey, int cols, int& left, int& right) const {
-    left = right = cols;
-    if (ey > 1.0F) {
+// What a row of the ellipse keeps, by trying columns from the one nearest to the centre outwards.
+void searchSpan(const Ellipse& ellipse, int cols, int row, std::int32_t& left, std::int32_t& right) {
+  const float ey = rowTerm(ellipse, row);
+  left = right = cols;
+  // If any column is kept, then one of the two next to the centre.
+  int inside = static_cast<int>(std::clamp(std::floor(ellipse.cxe), 0.0F, static_cast<float>(cols - 1)));
+  if (!keeps(ellipse, inside, ey)) {
+    if (inside + 1 >= cols || !keeps(ellipse, inside + 1, ey)) {
       return;
     }
-    if (std::isnan(ey)) {
-      left = 0;
-      return;
-    }
-    // If any column is kept, then one of the two nearest to the centre.
-    int inside = static_cast<int>(std::clamp(std::floor(cxe), 0.0F, static_cast<float>(cols - 1)));
-    if (!keeps(inside, ey) && (inside + 1 >= cols || !keeps(++inside, ey))) {
-      return;
-    }
-    const float half = std::abs(rx) * std::sqrt(1.0F - ey);
-    left = columnNear(cxe - half, inside, 0, inside);
-    while (left < inside && !keeps(left, ey)) {
-      ++left;
-    }
-    while (left > 0 && keeps(left - 1, ey)) {
-      --left;
-    }
-    int last = columnNear(cxe + half, inside, inside, cols - 1);
-    while (last > inside && !keeps(last, ey)) {
-      --last;
-    }
-    while (last + 1 < cols && keeps(last + 1, ey)) {
-      ++last;
-    }
-    right = last + 1;
+    ++inside;
   }
-
-private:
-  static int columnNear(float column, int ifUndefined, int lowest, int highest) {
-    return std::isnan(column)
-               ? ifUndefined
-               : static_cast<int>(std::clamp(column, static_cast<float>(lowest), static_cast<float>(highest)));
+  // The first column, and the first after the last, by halving: e grows with the distance from the centre.
+  int black = -1;
+  left = inside;
+  while (left - black > 1) {
+    const int middle = black + (left - black) / 2;
+    (keeps(ellipse, middle, ey) ? left : black) = middle;
   }
-};
+  int last = inside;
+  right = cols;
+  while (right - last > 1) {
+    const int middle = last + (right - last) / 2;
+    (keeps(ellipse, middle, ey) ? last : right) = middle;
+  }
+}
 
 }  // namespace
 
 // Row i keeps the closed span [cx - half, cx + half], half = floor(sqrt(R^2 - (cy - i)^2)); a row beyond the radius
-// keeps nothing. The squares are integers turned into floats, in 64 bits so that no radius overflows.
+// keeps nothing. The squares are integers turned into floats, R^2 in 64 bits so that no radius overflows.
 void maskCircle(int radius, cv::Mat& first, cv::Mat& second) {
   if (!maskable(first, second)) {
     return;
   }
-  const std::int64_t cols = first.cols;
-  const std::int64_t cx = first.cols >> 1;
-  const std::int64_t cy = first.rows >> 1;
+  const cv::Size size = first.size();
   const auto R2 = static_cast<float>(static_cast<std::int64_t>(radius) * radius);
-  PairBlackener outside(first, second);
-  for (int i = 0; i < first.rows; ++i) {
-    const std::int64_t d = cy - i;
-    const float rest = R2 - static_cast<float>(d * d);
-    std::int64_t left = cols;
-    std::int64_t right = cols;
-    if (rest >= 0) {
-      const auto half = static_cast<std::int64_t>(std::sqrt(rest));
-      left = std::clamp<std::int64_t>(cx - half, 0, cols);
-      right = std::clamp<std::int64_t>(cx + half + 1, 0, cols);
+  constexpr int tall = 65536;
+  blackenOutside(first, second, [&](int row, int count, const KeptSpans& spans) {
+    if (size.height <= tall) {
+      circleSpans(size.width >> 1, size.height >> 1, R2, size.width, row, count, spans);
+      return;
     }
-    outside.keep(i, static_cast<int>(left), static_cast<int>(right));
-  }
-  outside.finish();
+    for (int k = 0; k < count; ++k) {
+      findTallCircle(R2, size, row + k, {spans.left + k, spans.right + k});
+    }
+  });
 }
 
 void maskEllipse(cv::Mat& first, cv::Mat& second, const EllipseShift& shift) {
   if (!maskable(first, second)) {
     return;
   }
-  const Ellipse ellipse(first.size(), shift);
-  if (ellipse.hasSpans()) {
-    PairBlackener outside(first, second);
-    for (int i = 0; i < first.rows; ++i) {
-      int left = 0;
-      int right = 0;
-      ellipse.spanOf(ellipse.rowTerm(i), first.cols, left, right);
-      outside.keep(i, left, right);
-    }
-    outside.finish();
+  const auto hw = static_cast<float>(first.cols >> 1);
+  const auto hh = static_cast<float>(first.rows >> 1);
+  const float ry = hh + shift.radiusY;
+  const float rx = hw + shift.radiusX;
+  const Ellipse ellipse{hw + shift.centerX, hh + shift.centerY, std::abs(rx), rx * rx, ry * ry};
+  if (std::isfinite(ellipse.cxe) && std::isfinite(ellipse.rx2) && ellipse.rx2 > 0) {
+    blackenOutside(first, second, [&](int row, int count, const KeptSpans& spans) {
+      std::uint32_t doubt[rowsAtOnce];
+      ellipseSpans(ellipse, first.cols, row, count, spans, doubt);
+      for (int k = 0; k < count; ++k) {
+        if (doubt[k] != 0) {
+          searchSpan(ellipse, first.cols, row + k, spans.left[k], spans.right[k]);
+        }
+      }
+    });
     return;
   }
+  // What is kept need not be a span: every pixel by itself.
   for (int i = 0; i < first.rows; ++i) {
-    const float ey = ellipse.rowTerm(i);
+    const float ey = rowTerm(ellipse, i);
     auto* inFirst = first.ptr<cv::Vec3b>(i);
     auto* inSecond = second.ptr<cv::Vec3b>(i);
     for (int j = 0; j < first.cols; ++j) {
-      if (!ellipse.keeps(j, ey)) {
+      if (!keeps(ellipse, j, ey)) {
         inFirst[j] = cv::Vec3b();
         inSecond[j] = cv::Vec3b();
       }
