@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <cstddef>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <opencv2/ccalib/omnidir.hpp>
 
@@ -75,22 +77,24 @@ Unit onePair(const std::string& name, cv::Size size, int mode, const Wanted& wan
   return unit;
 }
 
-// Both views of both eyes, into new matrices, as a start of the camera makes them.
-Unit allFour(cv::Size size, const Wanted& wanted) {
+// Both views of both eyes, as a start of the camera makes them: a first one into new memory, later ones into memory
+// that was kept.
+Unit allFour(const char* name, cv::Size size, bool intoKept, const Wanted& wanted) {
   const auto cases = std::make_shared<const std::vector<Case>>(std::vector<Case>{{leftEye(), size, perspectiveMode},
                                                                                  {rightEye(), size, perspectiveMode},
                                                                                  {leftEye(), size, lonLatMode},
                                                                                  {rightEye(), size, lonLatMode}});
-  const auto each = [cases](void (Case::*make)(Maps&) const) {
-    return [cases, make] {
-      Maps maps[4];
+  const auto each = [cases, intoKept](void (Case::*make)(Maps&) const) {
+    return [cases, intoKept, make, kept = std::make_shared<std::vector<Maps>>(cases->size())] {
+      std::vector<Maps> fresh(cases->size());
+      std::vector<Maps>& maps = intoKept ? *kept : fresh;
       for (std::size_t k = 0; k < cases->size(); ++k) {
         ((*cases)[k].*make)(maps[k]);
       }
     };
   };
   Unit unit;
-  unit.name = "four maps of a start " + sizeName(size);
+  unit.name = std::string(name) + " " + sizeName(size);
   unit.scalar = each(&Case::scalar);
   unit.library = each(&Case::library);
   unit.peer = each(&Case::peer);
@@ -117,7 +121,8 @@ void addMapUnits(std::vector<Unit>& units) {
   for (const cv::Size size : {cv::Size(464, 400), cv::Size(928, 800)}) {
     units.push_back(onePair("longitude-latitude map", size, lonLatMode, {30, 10, 0}));
   }
-  units.push_back(allFour({464, 400}, {25, 6, 0}));
+  units.push_back(allFour("four maps of a first start", {464, 400}, false, {25, 6, 0}));
+  units.push_back(allFour("four maps of a later start", {464, 400}, true, {25, 6, 0}));
 }
 
 }  // namespace stereo::compare
