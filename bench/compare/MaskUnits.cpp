@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <cstring>
+#include <functional>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "StereoCamera.hpp"
@@ -30,8 +32,8 @@ void libraryCircle(Pair& pair) { ::convertRawFisheyeImage(radius, pair.first, pa
 void scalarEllipse(Pair& pair) { baseline::convertRawFisheyeImage(pair.first, pair.second, 0, 0, 0, 0); }
 void libraryEllipse(Pair& pair) { ::convertRawFisheyeImage(pair.first, pair.second, 0, 0, 0, 0); }
 
-Unit maskUnit(const char* name, Mask scalar, Mask library, const cv::Mat& mask, const Wanted& wanted) {
-  const auto pair = std::make_shared<Pair>();
+Unit maskUnit(const std::shared_ptr<Pair>& pair, const char* name, Mask scalar, Mask library, const cv::Mat& mask,
+              const Wanted& wanted) {
   Unit unit;
   unit.name = name;
   unit.scalar = [pair, scalar] { scalar(*pair); };
@@ -53,25 +55,66 @@ Unit maskUnit(const char* name, Mask scalar, Mask library, const cv::Mat& mask, 
   return unit;
 }
 
-// As many bytes as turn black in both images, in one piece.
-void addFloor(Unit& unit, const cv::Mat& mask) {
+// Stretches of memory that turn black.
+using Stretches = std::vector<std::pair<unsigned char*, std::size_t>>;
+
+void addStretches(cv::Mat& image, const cv::Mat& mask, Stretches& stretches) {
+  const unsigned char* end = nullptr;
+  for (int i = 0; i < mask.rows; ++i) {
+    for (int j = 0; j < mask.cols; ++j) {
+      if (mask.at<unsigned char>(i, j) == 0) {
+        continue;
+      }
+      auto* const pixel = reinterpret_cast<unsigned char*>(image.ptr<cv::Vec3b>(i) + j);
+      if (pixel == end) {
+        stretches.back().second += 3;
+      } else {
+        stretches.emplace_back(pixel, 3);
+      }
+      end = pixel + 3;
+    }
+  }
+}
+
+// The black bytes of the pair where they lie, known beforehand.
+std::function<void()> floorInPlace(const std::shared_ptr<Pair>& pair, const cv::Mat& mask) {
+  Stretches stretches;
+  addStretches(pair->first, mask, stretches);
+  addStretches(pair->second, mask, stretches);
+  return [pair, stretches] {
+    for (const auto& [start, bytes] : stretches) {
+      std::memset(start, 0, bytes);
+    }
+  };
+}
+
+// As many bytes in one piece of memory that nobody else uses.
+std::function<void()> floorInOnePiece(const cv::Mat& mask) {
   const auto bytes = std::make_shared<std::vector<unsigned char>>(
       static_cast<std::size_t>(cv::countNonZero(mask)) * 3 * 2, static_cast<unsigned char>(1));
-  unit.floor = [bytes] {
+  return [bytes] {
     std::memset(bytes->data(), 0, bytes->size());
     asm volatile("" : : "r"(bytes->data()) : "memory");  // the stores are wanted, though nobody reads them
   };
-  unit.floorName = "memset of the black bytes";
 }
 
 }  // namespace
 
 void addMaskUnits(std::vector<Unit>& units) {
+  const auto pair = std::make_shared<Pair>();
   const cv::Mat circle = bench::circleMask(eyeSize, radius);
-  units.push_back(maskUnit("circular mask 2 x 928x800", scalarCircle, libraryCircle, circle, {10, 10, 1.5}));
-  addFloor(units.back(), circle);
-  units.push_back(
-      maskUnit("elliptical mask 2 x 928x800", scalarEllipse, libraryEllipse, bench::ellipseMask(eyeSize), {10, 10, 0}));
+  units.push_back(maskUnit(pair, "circular mask 2 x 928x800", scalarCircle, libraryCircle, circle, {10, 10, 1.5}));
+  units.back().floor = floorInPlace(pair, circle);
+  units.back().floorName = "memset of the black bytes";
+  Unit onePiece;
+  onePiece.name = "circular mask, bytes in one piece";
+  onePiece.library = [pair] { libraryCircle(*pair); };
+  onePiece.floor = floorInOnePiece(circle);
+  onePiece.floorName = "memset of as many bytes in one piece";
+  onePiece.difference = units.back().difference;
+  units.push_back(onePiece);
+  units.push_back(maskUnit(pair, "elliptical mask 2 x 928x800", scalarEllipse, libraryEllipse,
+                           bench::ellipseMask(eyeSize), {10, 10, 0}));
 }
 
 }  // namespace stereo::compare
