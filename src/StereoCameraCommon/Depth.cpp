@@ -31,8 +31,8 @@ cv::Mat StereoCamera::rectCameraMatrix() const {
 
 void StereoCamera::getDepthFrame(cv::Mat& disparity, cv::Mat& depth) {
   const stereo::core::DepthModel model = depthModel();
-  if (&disparity == &depth) {
-    // A caller who wants the depth in place of its disparity.
+  if (&disparity == &depth || stereo::core::overlap(disparity, depth)) {
+    // A caller who wants the depth in place of the disparity, or of a part of it.
     cv::Mat metric;
     stereo::core::metricDepth(disparity, model, metric);
     depth = metric;

@@ -298,7 +298,7 @@ public:
         m_ends[static_cast<std::size_t>(b)] = out;
       }
     };
-    forRows(blockRows, static_cast<int>(m_rowOfBlocks) * blockSize * blockSize, sampleRows, cloudGrain);
+    forRows(blockRows, std::min(m_columns.count, 1 << 24) * (blockSize * blockSize / 2), sampleRows, cloudGrain);
     CloudPoint* end = m_cloud.m_points.get();
     for (int b = 0; b < blockRows; ++b) {
       CloudPoint* const start = startOf(b);

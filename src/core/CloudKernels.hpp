@@ -26,16 +26,16 @@ constexpr std::int32_t kNoPlace = -1;
 constexpr std::int32_t kPlaceInDoubt = -2;
 
 /// Lifts the places (x, y) of the plane at distance 1 onto the unit sphere,
-///   r2 = x^2 + y^2,  lambda = (xi + sqrt(1 + (1 - xi^2) r2)) / (1 + r2),  (X, Y, Z) = (lambda x, lambda y, lambda -
-///   xi),
+///   r2 = x^2 + y^2,  lambda = (xi + sqrt(1 + (1 - xi^2) r2)) / (1 + r2),
+///   (X, Y, Z) = (lambda x, lambda y, lambda - xi),
 /// and gives the pixel that the ray's longitude acos(-X) and latitude acos(-Y / |(Y, Z)|) fall in. `dx`, `dy` are the
 /// distances from the principal point, pixels. `row` is one of the two values above where there is no such pixel, the
 /// place lies outside the radius or the rounding of the angles leaves a doubt.
 void liftRow(const double* dx, const double* x, int count, double dy, double y, const LiftModel& model, double* lambda,
              std::int32_t* row, std::int32_t* column);
 
-/// Ranking keys sqrt(z X^2 + z Y^2 + z Z^2): the depth multiplies each squared component once. -1 where z is not above
-/// 0.
+/// Ranking keys sqrt(z X^2 + z Y^2 + z Z^2): the depth multiplies each squared component once.
+/// -1 where z is not above 0.
 void keyRow(const double* X, const double* Y, const double* Z, const float* z, int count, double* keys);
 
 }  // namespace stereo::core

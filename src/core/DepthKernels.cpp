@@ -44,10 +44,10 @@ constexpr double mostAngle = 50.0;
 // Least sine that it is good for: closer to a multiple of pi, the digits that its pi lacks begin to show.
 constexpr double leastSine = 1e-8;
 
-// sin(x) for |x| <= mostAngle to 1e-15 or so of its value where that is not below leastSine, with nothing in it that
-// keeps a loop from becoming vector code. x = n pi + r with |r| <= pi / 2. Of the two pieces of pi the first ends in so
-// many zeros that n times it is exact, so the difference loses nothing where the sine is small. Then the power series
-// up to r^21; the next term is below 2e-18.
+// sin(x) for |x| <= mostAngle to 1e-15 or so of its value, with nothing in it that keeps a loop from becoming vector
+// code. x = n pi + r with |r| <= pi / 2. Of the two pieces of pi the first ends in so many zeros that n times it is
+// exact; what both together lack shows only in sines below leastSine. Then the power series up to r^21; the next term
+// is below 2e-18.
 STEREO_CAMERA_ALWAYS_INLINE double nearSine(double x) {
   constexpr double piHigh = 0x1.921fb544p+1;
   constexpr double piLow = 0x1.0b4611a62633145c1p-33;

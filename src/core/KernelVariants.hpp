@@ -12,26 +12,30 @@
 // The body must be forced inline, or it would stay the plain form whoever calls it, and for the same reason may only
 // call what is forced inline or is a single instruction. Fused multiply-add stays off in all forms, so that they agree
 // to the bit. Files with kernels are compiled without errno and traps for mathematics: neither is looked at here, and
-// both would keep divisions, roots and comparisons from becoming vectors.
+// both would keep divisions, roots and comparisons from becoming vectors. So pixels that do not count may raise
+// floating-point exceptions (masked, unless a host asks for signals), and rounding is to nearest on every thread.
 
 #define STEREO_CAMERA_ALWAYS_INLINE [[gnu::always_inline]] inline
 
 #if defined(__x86_64__)
-#define STEREO_CAMERA_KERNEL(name, parameters, arguments)                                                      \
-  [[gnu::target("avx512f,avx512dq,avx512vl,avx512bw,prefer-vector-width=512")]] void name##Avx512 parameters { \
-    name##Body arguments;                                                                                      \
-  }                                                                                                            \
-  [[gnu::target("avx2")]] void name##Avx2 parameters { name##Body arguments; }                                 \
-  void name##Plain parameters { name##Body arguments; }                                                        \
-  void name parameters {                                                                                       \
-    switch (instructionSet()) {                                                                                \
-      case InstructionSet::avx512:                                                                             \
-        return name##Avx512 arguments;                                                                         \
-      case InstructionSet::avx2:                                                                               \
-        return name##Avx2 arguments;                                                                           \
-      default:                                                                                                 \
-        return name##Plain arguments;                                                                          \
-    }                                                                                                          \
+#if defined(__clang__)
+#define STEREO_CAMERA_AVX512 "avx512f,avx512dq,avx512vl,avx512bw"
+#else
+#define STEREO_CAMERA_AVX512 "avx512f,avx512dq,avx512vl,avx512bw,prefer-vector-width=512"
+#endif
+#define STEREO_CAMERA_KERNEL(name, parameters, arguments)                                      \
+  [[gnu::target(STEREO_CAMERA_AVX512)]] void name##Avx512 parameters { name##Body arguments; } \
+  [[gnu::target("avx2")]] void name##Avx2 parameters { name##Body arguments; }                 \
+  void name##Plain parameters { name##Body arguments; }                                        \
+  void name parameters {                                                                       \
+    switch (instructionSet()) {                                                                \
+      case InstructionSet::avx512:                                                             \
+        return name##Avx512 arguments;                                                         \
+      case InstructionSet::avx2:                                                               \
+        return name##Avx2 arguments;                                                           \
+      default:                                                                                 \
+        return name##Plain arguments;                                                          \
+    }                                                                                          \
   }
 #else
 #define STEREO_CAMERA_KERNEL(name, parameters, arguments) \

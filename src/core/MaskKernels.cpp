@@ -16,7 +16,7 @@ STEREO_CAMERA_ALWAYS_INLINE int clipped(int value, int most) {
 
 STEREO_CAMERA_ALWAYS_INLINE void circleBody(int cx, int cy, float R2, int cols, int first, int count,
                                             std::int32_t* __restrict left, std::int32_t* __restrict right) {
-  // Wider than any image, and such that nothing overflows when the centre's column is added.
+  // Wider than any image that memory holds, and such that nothing overflows when the centre's column is added.
   constexpr float wide = 1e9F;
   for (int k = 0; k < count; ++k) {
     const int d = cy - (first + k);

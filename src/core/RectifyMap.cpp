@@ -9,6 +9,7 @@
 #include "core/Numbers.hpp"
 #include "core/RayProjection.hpp"
 #include "core/Rows.hpp"
+#include "core/SoleOwner.hpp"
 
 namespace stereo::core {
 
@@ -186,9 +187,20 @@ void requireEye(const cv::Mat& K, const cv::Mat& D, const cv::Mat& R) {
   requireSquare(R, "rotation");
 }
 
-void buildRectifyMap(const RectifyModel& model, cv::Size size, int mode, cv::Mat& map1, cv::Mat& map2) {
-  requireEye(model.K, model.D, model.R);
-  requireSquare(model.P, "camera matrix of the view");
+namespace {
+
+// For maps that share memory, pixel by pixel: what is written last stays.
+void writeInTurns(const cv::Mat& columns, const cv::Mat& rows, cv::Mat& map1, cv::Mat& map2) {
+  for (int i = 0; i < columns.rows; ++i) {
+    for (int j = 0; j < columns.cols; ++j) {
+      map1.at<float>(i, j) = columns.at<float>(i, j);
+      map2.at<float>(i, j) = rows.at<float>(i, j);
+    }
+  }
+}
+
+// The maps share no memory.
+void fillRectifyMap(const RectifyModel& model, cv::Size size, int mode, cv::Mat& map1, cv::Mat& map2) {
   map1.create(size, CV_32FC1);
   map2.create(size, CV_32FC1);
   const Matrix3 iP(model.P.inv());
@@ -207,6 +219,23 @@ void buildRectifyMap(const RectifyModel& model, cv::Size size, int mode, cv::Mat
     default:
       return project(NoRays(), projection, map1, map2);
   }
+}
+
+}  // namespace
+
+void buildRectifyMap(const RectifyModel& model, cv::Size size, int mode, cv::Mat& map1, cv::Mat& map2) {
+  requireEye(model.K, model.D, model.R);
+  requireSquare(model.P, "camera matrix of the view");
+  map1.create(size, CV_32FC1);
+  map2.create(size, CV_32FC1);
+  if (overlap(map1, map2)) {
+    cv::Mat columns;
+    cv::Mat rows;
+    fillRectifyMap(model, size, mode, columns, rows);
+    writeInTurns(columns, rows, map1, map2);
+    return;
+  }
+  fillRectifyMap(model, size, mode, map1, map2);
 }
 
 cv::Mat perspectiveCameraMatrix(cv::Size size, double hFov) {

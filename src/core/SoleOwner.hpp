@@ -1,25 +1,46 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstddef>
+
 #include <opencv2/core.hpp>
 
 namespace stereo::core {
 
-/// Whether nobody but this header sees the pixels. Other threads drop their headers atomically.
-inline bool isSoleOwner(const cv::Mat& image) { return image.u != nullptr && CV_XADD(&image.u->refcount, 0) == 1; }
+/// Whether `output` may be written into: nobody but this header can see its pixels, and they are an image of their own.
+/// False for memory that OpenCV did not allocate itself, since whoever did may show it to others, and for parts of
+/// larger images, since a result is to be in one piece. Other threads drop their headers atomically.
+inline bool isSoleOwner(const cv::Mat& output) {
+  cv::UMatData* const memory = output.u;
+  return memory != nullptr && CV_XADD(&memory->refcount, 0) == 1 && CV_XADD(&memory->urefcount, 0) == 0 &&
+         memory->currAllocator == cv::Mat::getStdAllocator() &&
+         (static_cast<int>(memory->flags) & static_cast<int>(cv::UMatData::USER_ALLOCATED)) == 0 &&
+         !output.isSubmatrix();
+}
+
+/// Whether the memory of two pictures meets, their gaps between rows included.
+inline bool overlap(const cv::Mat& a, const cv::Mat& b) {
+  const auto end = [](const cv::Mat& image) {
+    return image.ptr(image.rows - 1) + static_cast<std::size_t>(image.cols) * image.elemSize();
+  };
+  return !a.empty() && !b.empty() && a.data < end(b) && b.data < end(a);
+}
 
 /// Has `make(cv::Mat&)` write a result into `output` where nobody else sees its pixels, or it has none, so that a
 /// caller who keeps his images needs no new memory; any other output is replaced by a fresh image once the result is
-/// there. `make` must not read the output's pixels.
+/// there. If it throws, an empty output stays empty. `make` must not read the output's pixels.
 template <typename Make>
 void writeInto(cv::Mat& output, const Make& make) {
-  if (output.data == nullptr || isSoleOwner(output)) {
+  if (isSoleOwner(output)) {
     make(output);
-  } else {
-    cv::Mat fresh;
-    make(fresh);
-    output = fresh;
+    return;
   }
+  cv::Mat fresh;
+  if (output.data == nullptr) {
+    fresh.allocator = output.allocator;
+  }
+  make(fresh);
+  output = fresh;
 }
 
 /// Deep copy of `image` in `output`, in its old memory where that fits and is nobody else's. An empty image empties it.

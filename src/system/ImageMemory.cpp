@@ -11,9 +11,17 @@ namespace stereo::sys {
 
 namespace {
 
-// Sanitizers see a use after free only if memory is freed.
-#if defined(__SANITIZE_ADDRESS__)
+// AddressSanitizer sees a use after free only if memory is freed. ThreadSanitizer does not see that the threads that
+// let go of an image are in order, since the count of its headers changes inside OpenCV; what it is told of OpenCV's
+// own memory covers that. Both get images like any other.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool recycles = false;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+constexpr bool recycles = false;
+#else
+constexpr bool recycles = true;
+#endif
 #else
 constexpr bool recycles = true;
 #endif
@@ -59,9 +67,9 @@ public:
     if (block == nullptr) {
       return;
     }
-    if (recycles && block->size >= leastBytes) {
-      const std::lock_guard lock(m_mutex);
-      if (m_users > 0) {
+    if (block->size >= leastBytes) {
+      const std::unique_lock lock(m_mutex, std::try_to_lock);
+      if (lock && m_users > 0) {
         block->flags = static_cast<cv::UMatData::MemoryFlag>(0);
         cv::UMatData* oldest = nullptr;
         if (m_kept.size() == kMostKept) {
@@ -98,7 +106,10 @@ public:
 private:
   // The block given back last is the one that the caches still know.
   cv::UMatData* takeKept(std::size_t bytes) const {
-    const std::lock_guard lock(m_mutex);
+    const std::unique_lock lock(m_mutex, std::try_to_lock);
+    if (!lock) {
+      return nullptr;
+    }
     const auto found =
         std::find_if(m_kept.rbegin(), m_kept.rend(), [&](const cv::UMatData* block) { return block->size == bytes; });
     if (found == m_kept.rend()) {
@@ -115,7 +126,9 @@ private:
     delete block;
   }
 
-  mutable std::mutex m_mutex;  // a leaf: guards the rest, nothing is called with it held
+  // Guards the rest; nothing is called with it held. Images never wait for it, they do without what is kept: in a child
+  // process it may be held by a thread that exists only in the parent.
+  mutable std::mutex m_mutex;
   mutable std::vector<cv::UMatData*> m_kept;
   int m_users = 0;
 };
@@ -130,7 +143,9 @@ RecyclingAllocator& allocator() {
 
 cv::Mat recycledImage() {
   cv::Mat image;
-  image.allocator = &allocator();
+  if constexpr (recycles) {
+    image.allocator = &allocator();
+  }
   return image;
 }
 

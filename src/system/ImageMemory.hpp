@@ -6,15 +6,15 @@
 namespace stereo::sys {
 
 /// Memory for images that come and go with every frame. What one image gave back serves the next one of its size, so
-/// that a running camera allocates nothing, and touches no fresh page, from frame to frame.
+/// that the images of a running camera allocate nothing, and touch no fresh page, from frame to frame.
 ///
-/// Nothing is kept back while no camera exists, and at most `kMostKept` blocks otherwise.
+/// Nothing is kept back while no camera exists, and at most `kMostKept` blocks otherwise. Any thread; nobody waits.
 
 /// Most blocks kept for images to come.
 constexpr int kMostKept = 16;
 
 /// An empty image that will take its memory from here, whoever fills it. Otherwise an image like any other: headers of
-/// it may be kept and handed on, and may outlive the camera.
+/// it may be kept and handed on, and may outlive the camera (not the library, where that is unloaded).
 cv::Mat recycledImage();
 
 /// Deep copy in such memory.

@@ -152,6 +152,24 @@ TEST_F(DepthFrame, MetricFillsANewImage) {
   }
 }
 
+// A header without a reference of its own, as a wrapper of foreign memory makes it.
+TEST_F(DepthFrame, MetricOfAPartOfItsOwnOutput) {
+  for (const int mode : {1, 2}) {
+    for (const cv::Size size : {cv::Size(20, 16), cv::Size(20, 12)}) {
+      camera.m_depthmode = mode;
+      for (const int shift : {0, 1}) {
+        cv::Mat memory(17, 20, CV_32FC1);
+        cv::randu(memory, 1, 32);
+        cv::Mat depth = memory.clone();
+        cv::Mat source(size, CV_32FC1, depth.ptr<float>() + shift);
+        const cv::Mat expected = metricDepth(source.clone(), expectedModel(mode));
+        camera.getDepthFrame(source, depth);
+        EXPECT_TRUE(sameBits(depth, expected)) << mode << " " << size << " " << shift;
+      }
+    }
+  }
+}
+
 TEST_F(DepthFrame, MetricUsesTheLimits) {
   camera.m_depthmode = 2;
   camera.m_minDepth = 2.0F;

@@ -206,3 +206,32 @@ TEST(FastMaps, AreWrittenIntoPartsOfLargerBuffers) {
     }
   }
 }
+
+// One matrix for both, or two that share rows: pixel by pixel, what is written last stays.
+TEST(FastMaps, AreWrittenInTurnsWhereTheyShareMemory) {
+  cv::RNG random(6);
+  const cv::Size size(250, 131);
+  for (const int mode : {0, 1, 2}) {
+    for (const int shift : {0, 1, 130, -1}) {
+      const Calibration c = someCalibration(random, size, View::straight);
+      const auto halves = [&](cv::Mat& memory, cv::Mat& map1, cv::Mat& map2) {
+        memory = cv::Mat::zeros(2 * size.height, size.width, CV_32FC1);
+        map1 = memory.rowRange(std::max(-shift, 0), std::max(-shift, 0) + size.height);
+        map2 = memory.rowRange(std::max(shift, 0), std::max(shift, 0) + size.height);
+      };
+      cv::Mat expected;
+      cv::Mat columns;
+      cv::Mat rows;
+      halves(expected, columns, rows);
+      baseline::initRectifyMap(c.K, c.D, c.R, c.P, c.xi, c.xi2, size, mode, columns, rows);
+      withEachInstructionSet([&] {
+        cv::Mat memory;
+        cv::Mat map1;
+        cv::Mat map2;
+        halves(memory, map1, map2);
+        initRectifyMap(c.K, c.D, c.R, c.P, c.xi, c.xi2, size, mode, map1, map2);
+        EXPECT_TRUE(same(expected, memory)) << "mode " << mode << ", " << shift << " rows apart";
+      });
+    }
+  }
+}

@@ -84,6 +84,31 @@ cv::Vec4f someShifts(cv::RNG& random, cv::Size size) {
 
 }  // namespace
 
+// So high that the square of a row's distance does not fit 32 bits.
+TEST(FastCircle, EqualsThePlainFormInTallImages) {
+  const cv::Mat image = noise({3, 100001}, 1);
+  for (const int radius : {0, 100, 46341, 50000, 60000}) {
+    expectSameCircle(radius, image, image.clone());
+  }
+}
+
+// The root that says where a span ends is off by a column here, and only the columns next to the end show it.
+TEST(FastEllipse, EqualsThePlainFormWhereTheRootIsOff) {
+  const cv::Mat wide = noise({87, 4}, 1);
+  expectSameEllipse(wide, wide.clone(), {-84.0F, 1.95501e-38F, 29.0F, -0.985631F});
+  const cv::Mat other = noise({67, 10}, 2);
+  expectSameEllipse(other, other.clone(), {50.5088F, -1.0F, -5.22276e-06F, 2.28859e-40F});
+  // Numbers of every size.
+  cv::RNG random(3);
+  const auto ofAnySize = [&] {
+    return static_cast<float>(std::ldexp(between(random, -1, 1), random.uniform(-140, 128)));
+  };
+  for (int n = 0; n < 3000; ++n) {
+    const cv::Mat image = noise({random.uniform(1, 90), random.uniform(1, 12)}, n);
+    expectSameEllipse(image, image.clone(), {ofAnySize(), ofAnySize(), ofAnySize(), ofAnySize()});
+  }
+}
+
 TEST(FastCircle, EqualsThePlainFormForAnyRadius) {
   for (const cv::Size size : smallSizes()) {
     const cv::Mat first = noise(size, 1);
