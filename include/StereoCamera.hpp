@@ -176,7 +176,9 @@ public:
   /// The host's thread.
   virtual bool stopStereoCompute();
   /// Ends the capture worker, after its device read, and waits for it; readers still waiting for a frame are
-  /// released with false. True. The host's thread.
+  /// released with false. A read that goes on for two seconds, since the device has stalled, is ended: through the
+  /// kernel, or by the device's `release`, which a derived cv::VideoCapture must take during a read. True. The host's
+  /// thread.
   virtual bool stopCapture();
 
 protected:
@@ -242,6 +244,7 @@ private:
   bool createDevice();
   void buildMaps(float frameScale);
   void captureWorker(float frameScale);
+  void interruptRead(int attempt);
   void openStream();
   void writeStream(const cv::Mat& image);
   void disparityWorker();

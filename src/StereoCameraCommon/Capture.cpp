@@ -15,6 +15,7 @@
 #include "core/RectifyMap.hpp"
 #include "system/ImageMemory.hpp"
 #include "system/SharedFrame.hpp"
+#include "system/VideoDevice.hpp"
 
 using stereo::relaxed;
 using stereo::reportError;
@@ -91,7 +92,17 @@ bool StereoCamera::startCapture(bool useTransmit, bool useShareMemory) {
   }
   // Reserved first, so that nothing can throw between the new worker's start and the old one's being put away.
   m_internals->supersededWorkers.reserve(m_internals->supersededWorkers.size() + 1);
-  auto* const worker = new std::thread([this, frameScale] { captureWorker(frameScale); });
+  m_internals->deviceReads.workerStarts();
+  std::thread* worker = nullptr;
+  try {
+    worker = new std::thread([this, frameScale] {
+      captureWorker(frameScale);
+      m_internals->deviceReads.workerEnds();
+    });
+  } catch (...) {
+    m_internals->deviceReads.workerEnds();  // no thread could be had
+    throw;
+  }
   if (m_captureThread != nullptr) {
     m_internals->supersededWorkers.push_back(std::move(*m_captureThread));
     delete m_captureThread;
@@ -141,8 +152,7 @@ void StereoCamera::captureWorker(float frameScale) {
     // Empty at every read: a device that fails without touching its argument must not replay the last frame.
     cv::Mat frame = stereo::sys::recycledImage();
     if (m_videoCapture != nullptr) {
-      const std::lock_guard lock(m_internals->deviceMutex);
-      m_videoCapture->read(frame);
+      m_internals->deviceReads.run([&] { m_videoCapture->read(frame); });
     }
     return frame;
   };
@@ -199,9 +209,24 @@ void StereoCamera::captureWorker(float frameScale) {
   }
 }
 
+// Ends a read of the device that a worker is still inside of although the stop asked for has been waiting for a while.
+// The kernel's own way first: the read then fails by itself, and nothing is taken away under it. What is not a device
+// of the kernel's is released, which a derived cv::VideoCapture must take while it reads. OpenCV's own devices get that
+// as the last resort, where ending the stream did not help.
+void StereoCamera::interruptRead(int attempt) {
+  constexpr int attemptsByTheKernel = 20;
+  if (attempt < attemptsByTheKernel && stereo::sys::stopStreaming(relaxed(m_deviceNode)) > 0) {
+    return;
+  }
+  if (m_videoCapture != nullptr) {
+    m_videoCapture->release();
+  }
+}
+
 bool StereoCamera::stopCapture() {
   m_isOpened = false;
   if (m_captureThread != nullptr) {
+    m_internals->deviceReads.awaitWorkers([this](int attempt) { interruptRead(attempt); });
     m_captureThread->join();
     for (std::thread& worker : m_internals->supersededWorkers) {
       worker.join();

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "StereoCamera.hpp"
+#include "StereoCameraCommon/DeviceReads.hpp"
 #include "system/ImageMemory.hpp"
 
 /// What the camera needs beside its members.
@@ -16,8 +17,8 @@
 /// never while waiting, sleeping or calling through the virtual table, and never two of them at once. They may be taken
 /// while one of the class's own two mutexes is held, never the other way round.
 struct StereoCamera::Internals {
-  /// Round one read of the device: a worker superseded by a second start still reads until the stop.
-  std::mutex deviceMutex;
+  /// Reads of the device, one at a time: a worker superseded by a second start still reads until the stop.
+  stereo::DeviceReads deviceReads;
   /// Round one offer into the shared-memory segment, for the same reason.
   std::mutex segmentMutex;
   /// Round the headers of the maps and of the camera matrix: a second start swaps them whole under the readers.

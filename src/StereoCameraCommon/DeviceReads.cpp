@@ -1,0 +1,54 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "StereoCameraCommon/DeviceReads.hpp"
+
+#include <algorithm>
+
+namespace stereo {
+
+DeviceReads::Inside::Inside(DeviceReads& reads) : m_reads(reads) {
+  const std::lock_guard lock(m_reads.m_mutex);
+  m_reads.m_reading = true;
+  m_reads.m_readSince = Clock::now();
+}
+
+DeviceReads::Inside::~Inside() {
+  const std::lock_guard lock(m_reads.m_mutex);
+  m_reads.m_reading = false;
+}
+
+void DeviceReads::workerStarts() {
+  const std::lock_guard lock(m_mutex);
+  ++m_workers;
+}
+
+void DeviceReads::workerEnds() {
+  // Notified under the lock: whoever waits may destroy this as soon as he has it.
+  const std::lock_guard lock(m_mutex);
+  --m_workers;
+  m_ended.notify_all();
+}
+
+void DeviceReads::awaitWorkers(const std::function<void(int)>& interrupt) {
+  std::unique_lock lock(m_mutex);
+  const Clock::time_point asked = Clock::now();
+  Clock::time_point quietUntil = asked + firstGrace;  // nothing is interrupted before
+  int attempts = 0;
+  while (m_workers > 0) {
+    m_ended.wait_until(lock, quietUntil);
+    const Clock::time_point now = Clock::now();
+    if (m_workers == 0 || now < quietUntil) {
+      continue;
+    }
+    const Clock::time_point due = m_readSince + laterGrace;
+    if (!m_reading || now < due) {
+      quietUntil = std::max(now + laterGrace / 4, m_reading ? due : now);
+      continue;
+    }
+    lock.unlock();
+    interrupt(attempts++);
+    lock.lock();
+    quietUntil = Clock::now() + laterGrace;
+  }
+}
+
+}  // namespace stereo

@@ -1,0 +1,54 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "system/VideoDevice.hpp"
+
+#include <fcntl.h>
+#include <linux/videodev2.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+namespace stereo::sys {
+
+namespace {
+
+bool isDevice(const struct stat& file, dev_t device) { return S_ISCHR(file.st_mode) && file.st_rdev == device; }
+
+bool streamOff(int descriptor) {
+  bool was = false;
+  for (int type : {V4L2_BUF_TYPE_VIDEO_CAPTURE, V4L2_BUF_TYPE_VIDEO_CAPTURE_MPLANE}) {
+    was = ioctl(descriptor, VIDIOC_STREAMOFF, &type) == 0 || was;
+  }
+  return was;
+}
+
+}  // namespace
+
+int stopStreaming(int node) {
+  struct stat device {};
+  const std::string path = "/dev/video" + std::to_string(node);
+  if (stat(path.c_str(), &device) != 0 || !S_ISCHR(device.st_mode)) {
+    return 0;
+  }
+  int stopped = 0;
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd", error)) {
+    // A descriptor of our own for the same open file: its owner may close his, and the number may then be another
+    // file's.
+    const int descriptor = fcntl(std::atoi(entry.path().filename().c_str()), F_DUPFD_CLOEXEC, 0);
+    if (descriptor < 0) {
+      continue;
+    }
+    struct stat file {};
+    if (fstat(descriptor, &file) == 0 && isDevice(file, device.st_rdev) && streamOff(descriptor)) {
+      ++stopped;
+    }
+    close(descriptor);
+  }
+  return stopped;
+}
+
+}  // namespace stereo::sys

@@ -1,0 +1,194 @@
+// SPDX-License-Identifier: Apache-2.0
+// Stopping while the device keeps its reader waiting.
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "StereoCameraCommon/DeviceReads.hpp"
+#include "support/Await.hpp"
+#include "support/TestCamera.hpp"
+#include "system/VideoDevice.hpp"
+
+using std::chrono::microseconds;
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+using stereo::DeviceReads;
+using stereo::test::await;
+using stereo::test::TestCamera;
+using stereo::test::twoColours;
+
+namespace {
+
+// Delivers frames until it stalls; a stalled read goes on until it is let go or the device is released.
+class StallingCapture : public cv::VideoCapture {
+public:
+  explicit StallingCapture(int framesBefore) : m_left(framesBefore) {}
+
+  bool read(cv::OutputArray image) override {
+    std::unique_lock lock(m_mutex);
+    ++m_reads;
+    if (m_left-- <= 0) {
+      m_stalled = true;
+      m_changed.wait(lock, [this] { return m_released || m_let; });
+      m_stalled = false;
+      if (m_released) {
+        image.release();
+        return false;
+      }
+    }
+    m_frame.copyTo(image);
+    return true;
+  }
+  void release() override {
+    const std::lock_guard lock(m_mutex);
+    m_released = true;
+    ++m_releases;
+    m_changed.notify_all();
+  }
+  bool isOpened() const override { return true; }
+
+  void letGo() {
+    const std::lock_guard lock(m_mutex);
+    m_let = true;
+    m_changed.notify_all();
+  }
+  bool isStalled() {
+    const std::lock_guard lock(m_mutex);
+    return m_stalled;
+  }
+  int releases() {
+    const std::lock_guard lock(m_mutex);
+    return m_releases;
+  }
+  int reads() {
+    const std::lock_guard lock(m_mutex);
+    return m_reads;
+  }
+
+private:
+  const cv::Mat m_frame = twoColours({64, 32}, {1, 2, 3}, {4, 5, 6});
+  std::mutex m_mutex;
+  std::condition_variable m_changed;
+  int m_left;
+  int m_reads = 0;
+  int m_releases = 0;
+  bool m_stalled = false;
+  bool m_released = false;
+  bool m_let = false;
+};
+
+class StopWhileStalled : public testing::Test {
+protected:
+  void start(int framesBefore) {
+    device = new StallingCapture(framesBefore);
+    camera.install(device);
+    camera.startCapture(false, false);
+    ASSERT_TRUE(await([this] { return device->isStalled(); }));
+  }
+
+  StallingCapture* device = nullptr;  // the camera's
+  TestCamera camera;
+};
+
+}  // namespace
+
+TEST_F(StopWhileStalled, TheReadIsEndedAfterTheGrace) {
+  start(15);
+  const auto asked = steady_clock::now();
+  EXPECT_TRUE(camera.stopCapture());
+  EXPECT_GE(steady_clock::now() - asked, DeviceReads::firstGrace);
+  EXPECT_EQ(camera.m_captureThread, nullptr);
+  EXPECT_EQ(device->releases(), 1);
+}
+
+// All ten reads of the warm-up happen, stop or no stop, so each must end by itself.
+TEST_F(StopWhileStalled, DuringTheWarmUp) {
+  start(3);
+  EXPECT_TRUE(camera.stopCapture());
+  EXPECT_EQ(device->reads(), 10);
+}
+
+TEST_F(StopWhileStalled, AReadThatEndsWithinTheGraceIsLeftAlone) {
+  start(15);
+  const auto asked = steady_clock::now();
+  std::thread stopper([&] { EXPECT_TRUE(camera.stopCapture()); });
+  ASSERT_TRUE(await([&] { return !camera.isOpened(); }));
+  device->letGo();
+  stopper.join();
+  if (steady_clock::now() - asked < DeviceReads::firstGrace) {  // a machine under load may have been slower
+    EXPECT_EQ(device->releases(), 0);
+  }
+}
+
+TEST_F(StopWhileStalled, WithASupersededWorker) {
+  start(15);
+  camera.m_isOpened = true;
+  camera.startCapture(false, false);
+  EXPECT_TRUE(camera.stopCapture());
+  EXPECT_GE(device->releases(), 1);
+}
+
+TEST_F(StopWhileStalled, ReadersAndTheDisparityWorkerAreReleased) {
+  camera.m_algorithm = 2;
+  start(15);
+  camera.startStereoCompute();
+  std::thread reader([&] {
+    cv::Mat left;
+    cv::Mat right;
+    microseconds stamp{0};
+    EXPECT_FALSE(camera.getStereoFrame(left, right, stamp));
+  });
+  EXPECT_TRUE(camera.stopStereoCompute());
+  EXPECT_TRUE(camera.stopCapture());
+  reader.join();
+}
+
+// What is not there or not open cannot be streaming.
+TEST(StopStreaming, WithoutADeviceDoesNothing) {
+  EXPECT_EQ(stereo::sys::stopStreaming(9900), 0);
+  EXPECT_EQ(stereo::sys::stopStreaming(-1), 0);
+}
+
+TEST(DeviceReads, WithoutWorkersThereIsNothingToAwait) {
+  DeviceReads reads;
+  reads.awaitWorkers([](int) { FAIL(); });
+  reads.workerStarts();
+  std::thread worker([&] {
+    reads.run([] {});
+    reads.workerEnds();
+  });
+  reads.awaitWorkers([](int) { FAIL(); });
+  worker.join();
+}
+
+// Reads that begin after the stop was asked for, as those of a warm-up do, get less time.
+TEST(DeviceReads, EveryReadThatHangsIsInterrupted) {
+  DeviceReads reads;
+  std::mutex mutex;
+  std::condition_variable changed;
+  int interrupted = 0;
+  constexpr int hanging = 4;
+  reads.workerStarts();
+  std::thread worker([&] {
+    for (int n = 1; n <= hanging; ++n) {
+      reads.run([&] {
+        std::unique_lock lock(mutex);
+        changed.wait(lock, [&] { return interrupted >= n; });
+      });
+    }
+    reads.workerEnds();
+  });
+  int expectedAttempt = 0;
+  reads.awaitWorkers([&](int attempt) {
+    EXPECT_EQ(attempt, expectedAttempt++);
+    const std::lock_guard lock(mutex);
+    ++interrupted;
+    changed.notify_all();
+  });
+  worker.join();
+  EXPECT_GE(interrupted, hanging);
+}
