@@ -18,5 +18,6 @@ Action addStream(CLI::App& program);
 Action addReceive(CLI::App& program);
 Action addShare(CLI::App& program);
 Action addBench(CLI::App& program);
+Action addDoctor(CLI::App& program);
 
 }  // namespace stereo::app

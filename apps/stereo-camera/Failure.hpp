@@ -13,7 +13,8 @@ enum class ExitCode : int {
   source = 3,       ///< no such device, unreadable recording, unreadable settings
   calibration = 4,  ///< calibration file unreadable, incomplete or malformed
   noFrames = 5,     ///< the source is there but delivers nothing
-  output = 6        ///< a result cannot be written
+  output = 6,       ///< a result cannot be written
+  problems = 7      ///< `doctor` found some
 };
 
 /// Ends the program with one line that says what went wrong and, where there is one, the remedy.

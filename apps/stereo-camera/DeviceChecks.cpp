@@ -1,0 +1,265 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "DeviceChecks.hpp"
+
+#include <fcntl.h>
+#include <linux/videodev2.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cmath>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <iostream>
+#include <vector>
+
+#include <opencv2/videoio.hpp>
+
+extern char** environ;
+
+namespace stereo::app {
+
+namespace {
+
+constexpr std::chrono::seconds patience{8};  // with a back end that may block for ever
+
+std::string text(cv::Size size) { return std::to_string(size.width) + " x " + std::to_string(size.height); }
+
+std::string text(double number) {
+  char digits[32];
+  std::snprintf(digits, sizeof digits, "%g", number);
+  return digits;
+}
+
+class Descriptor {
+public:
+  explicit Descriptor(int number) : m_number(number) {}
+  ~Descriptor() {
+    if (m_number >= 0) {
+      close(m_number);
+    }
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  operator int() const { return m_number; }
+
+private:
+  int m_number;
+};
+
+// "YUYV"
+std::string codeName(__u32 code) {
+  std::string name;
+  for (int shift = 0; shift < 32; shift += 8) {
+    name += static_cast<char>((code >> shift) & 0x7FU);
+  }
+  return name;
+}
+
+bool covers(const v4l2_frmsizeenum& offered, cv::Size size) {
+  const auto width = static_cast<__u32>(size.width);
+  const auto height = static_cast<__u32>(size.height);
+  if (offered.type == V4L2_FRMSIZE_TYPE_DISCRETE) {
+    return offered.discrete.width == width && offered.discrete.height == height;
+  }
+  const auto& range = offered.stepwise;
+  const auto fits = [](__u32 value, __u32 least, __u32 most, __u32 step) {
+    return value >= least && value <= most && (step == 0 || (value - least) % step == 0);
+  };
+  return fits(width, range.min_width, range.max_width, range.step_width) &&
+         fits(height, range.min_height, range.max_height, range.step_height);
+}
+
+// Most frames a second that the device offers in a format and size; 0 where it doesn't tell.
+double fastest(int device, __u32 format, cv::Size size) {
+  double most = 0;
+  v4l2_frmivalenum interval{};
+  interval.pixel_format = format;
+  interval.width = static_cast<__u32>(size.width);
+  interval.height = static_cast<__u32>(size.height);
+  for (; ioctl(device, VIDIOC_ENUM_FRAMEINTERVALS, &interval) == 0; ++interval.index) {
+    const v4l2_fract& shortest =
+        interval.type == V4L2_FRMIVAL_TYPE_DISCRETE ? interval.discrete : interval.stepwise.min;
+    if (shortest.numerator > 0) {
+      most = std::max(most, static_cast<double>(shortest.denominator) / shortest.numerator);
+    }
+    if (interval.type != V4L2_FRMIVAL_TYPE_DISCRETE) {
+      break;
+    }
+  }
+  return most;
+}
+
+// What the driver offers of the size that is wanted, and of others.
+void checkFormats(Findings& findings, int device, cv::Size size, double rate) {
+  std::string offers;
+  std::string others;
+  double most = 0;
+  v4l2_fmtdesc format{};
+  format.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+  for (; ioctl(device, VIDIOC_ENUM_FMT, &format) == 0; ++format.index) {
+    v4l2_frmsizeenum offered{};
+    offered.pixel_format = format.pixelformat;
+    for (; ioctl(device, VIDIOC_ENUM_FRAMESIZES, &offered) == 0; ++offered.index) {
+      if (covers(offered, size)) {
+        offers.append(1, ' ').append(codeName(format.pixelformat));
+        most = std::max(most, fastest(device, format.pixelformat, size));
+      } else if (offered.type == V4L2_FRMSIZE_TYPE_DISCRETE && others.size() < 120) {
+        others.append(1, ' ').append(std::to_string(offered.discrete.width)).append(1, 'x');
+        others.append(std::to_string(offered.discrete.height));
+      }
+      if (offered.type != V4L2_FRMSIZE_TYPE_DISCRETE) {
+        break;
+      }
+    }
+  }
+  const bool well = !offers.empty();
+  add(findings, "device: " + text(size) + (well ? " on offer as" + offers : " is not on offer"),
+      well             ? ""
+      : others.empty() ? "it tells no sizes; see what it delivers below"
+                       : "it offers" + others);
+  if (most > 0) {
+    add(findings, "device: up to " + text(most) + " frames a second at that size",
+        most + 0.5 >= rate ? "" : "ask for no more (--rate, or \"FrameRate\" in the settings)");
+  }
+}
+
+// Output of this program as another process, asked to probe; empty where it said nothing in time.
+std::string probeElsewhere(int node, const std::string& backEnd, cv::Size size, double rate) {
+  int ends[2] = {-1, -1};
+  if (pipe2(ends, O_CLOEXEC) != 0) {
+    return "fails no pipe can be had";
+  }
+  const Descriptor reading(ends[0]);
+  std::vector<std::string> words = {"stereo-camera", "doctor",
+                                    "--device",      std::to_string(node),
+                                    "--size",        std::to_string(size.width) + "x" + std::to_string(size.height),
+                                    "--rate",        text(rate),
+                                    "--probe",       backEnd};
+  std::vector<char*> pointers;
+  for (std::string& word : words) {
+    pointers.push_back(word.data());
+  }
+  pointers.push_back(nullptr);
+  posix_spawn_file_actions_t files;
+  posix_spawn_file_actions_init(&files);
+  posix_spawn_file_actions_adddup2(&files, ends[1], STDOUT_FILENO);
+  posix_spawn_file_actions_addopen(&files, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+  pid_t child = -1;
+  const int failure = posix_spawn(&child, "/proc/self/exe", &files, nullptr, pointers.data(), environ);
+  posix_spawn_file_actions_destroy(&files);
+  close(ends[1]);
+  if (failure != 0) {
+    return "fails no process can be had";
+  }
+  std::string output;
+  const auto end = std::chrono::steady_clock::now() + patience;
+  char piece[256];
+  for (;;) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+    pollfd wait{reading, POLLIN, 0};
+    if (left.count() <= 0 || poll(&wait, 1, static_cast<int>(left.count())) <= 0) {
+      break;
+    }
+    const ssize_t count = read(reading, piece, sizeof piece);
+    if (count <= 0) {
+      break;
+    }
+    output.append(piece, static_cast<std::size_t>(count));
+  }
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
+  return output;
+}
+
+void checkBackEnd(Findings& findings, int node, const std::string& backEnd, cv::Size size, double rate) {
+  const std::string said = probeElsewhere(node, backEnd, size, rate);
+  const std::string head = "device: through " + backEnd + " ";
+  const std::size_t at = said.find("frame ");
+  cv::Size delivered;
+  double told = 0;
+  if (at != std::string::npos &&
+      std::sscanf(said.c_str() + at, "frame %dx%d %lf", &delivered.width, &delivered.height, &told) == 3) {
+    const bool well = delivered == size;
+    add(findings, head + text(delivered) + " at " + text(told) + " frames a second",
+        well ? "" : "asked for " + text(size) + ": give --size, or \"FrameSize\" in the settings, what it delivers");
+    return;
+  }
+  const std::size_t reason = said.find("fails ");
+  if (reason != std::string::npos) {
+    add(findings, head + said.substr(reason + 6, said.find('\n', reason) - reason - 6),
+        "see the device's offers above; another program may hold it (fuser -v /dev/video" + std::to_string(node) + ")");
+  } else {
+    add(findings, head + "no frame within " + std::to_string(patience.count()) + " s",
+        "the device has stalled: unplug it, or reload its driver");
+  }
+}
+
+}  // namespace
+
+Findings checkDevice(int node, cv::Size size, double rate) {
+  Findings findings;
+  const std::string path = "/dev/video" + std::to_string(node);
+  struct stat about {};
+  if (stat(path.c_str(), &about) != 0) {
+    add(findings, "device: no " + path, "plug the camera in, and see what there is: ls /dev/video*");
+    return findings;
+  }
+  const Descriptor device(open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+  if (device < 0) {
+    const bool denied = errno == EACCES || errno == EPERM;
+    add(findings, "device: cannot open " + path + ": " + std::strerror(errno),
+        denied ? "become a member of the group video (usermod -aG video USER, then log in again)"
+               : "unplug the camera and plug it in again");
+    return findings;
+  }
+  v4l2_capability can{};
+  if (ioctl(device, VIDIOC_QUERYCAP, &can) != 0) {
+    add(findings, "device: " + path + " is not a video device", "name the camera's: ls -l /dev/v4l/by-id");
+    return findings;
+  }
+  const __u32 abilities = (can.capabilities & V4L2_CAP_DEVICE_CAPS) != 0 ? can.device_caps : can.capabilities;
+  const bool captures = (abilities & V4L2_CAP_VIDEO_CAPTURE) != 0 && (abilities & V4L2_CAP_STREAMING) != 0;
+  add(findings,
+      "device: " + path + " is " + reinterpret_cast<const char*>(can.card) + " (" +
+          reinterpret_cast<const char*>(can.driver) + ")",
+      captures ? "" : "it does not capture video: a camera often has several nodes, try the next");
+  if (!captures) {
+    return findings;
+  }
+  checkFormats(findings, device, size, rate);
+  for (const char* const backEnd : {"gstreamer", "v4l2"}) {
+    checkBackEnd(findings, node, backEnd, size, rate);
+  }
+  return findings;
+}
+
+void probeBackEnd(int node, const std::string& backEnd, cv::Size size, double rate) {
+  cv::VideoCapture capture(node, backEnd == "gstreamer" ? cv::CAP_GSTREAMER : cv::CAP_V4L2);
+  if (!capture.isOpened()) {
+    std::cout << "fails it does not open" << std::endl;
+    return;
+  }
+  // As the camera asks; what came of it only a frame tells.
+  capture.set(cv::CAP_PROP_FRAME_WIDTH, size.width);
+  capture.set(cv::CAP_PROP_FRAME_HEIGHT, size.height);
+  capture.set(cv::CAP_PROP_FPS, rate);
+  if (!capture.isOpened()) {
+    std::cout << "fails it closes when it is asked for " << text(size) << " at " << text(rate) << std::endl;
+    return;
+  }
+  cv::Mat frame;
+  if (!capture.read(frame) || frame.empty()) {
+    std::cout << "fails it delivers no frame" << std::endl;
+    return;
+  }
+  std::cout << "frame " << frame.cols << "x" << frame.rows << " " << capture.get(cv::CAP_PROP_FPS) << std::endl;
+}
+
+}  // namespace stereo::app
