@@ -163,7 +163,7 @@ void FaultyCapture::spoil(Answer& answer, std::uint64_t frame) {
         picture = deep(picture);
         break;
       case Kind::black:
-        picture = cv::Mat::zeros(picture.size(), picture.type());
+        picture = cv::Mat(picture.size(), picture.type(), cv::Scalar::all(0));
         break;
       case Kind::delay:
       case Kind::stall:
