@@ -3,7 +3,20 @@
 
 #include <utility>
 
+#include "FaultyCapture.hpp"
+
 namespace stereo::sim {
+
+namespace {
+
+std::unique_ptr<cv::VideoCapture> withFaults(std::unique_ptr<SimulatedCapture> device, const FaultScript& faults) {
+  if (faults.empty()) {
+    return device;
+  }
+  return std::make_unique<FaultyCapture>(std::move(device), faults);
+}
+
+}  // namespace
 
 /// What exists before the camera: its device is handed to the base class and referred to afterwards.
 struct SimulatedCamera::Parts {
@@ -24,7 +37,7 @@ struct SimulatedCamera::Parts {
 SimulatedCamera::SimulatedCamera(const Options& options) : SimulatedCamera(options, Parts(options)) {}
 
 SimulatedCamera::SimulatedCamera(const Options& options, Parts parts)
-    : VirtualCamera(std::move(parts.source), options.rate),
+    : VirtualCamera(withFaults(std::move(parts.source), options.faults), options.rate),
       m_scene(std::move(parts.scene)),
       m_rig(parts.rig),
       m_capture(parts.capture) {

@@ -6,6 +6,7 @@
 
 #include <opencv2/core.hpp>
 
+#include "FaultScript.hpp"
 #include "GroundTruth.hpp"
 #include "Rig.hpp"
 #include "Scene.hpp"
@@ -29,6 +30,7 @@ public:
     int framesPerPeriod = 16;          ///< frames that show one period
     bool ring = true;                  ///< keep the frames of a period: see `SimulatedCapture`
     cv::Size rectFrameSize{464, 400};  ///< one rectified eye, pixels
+    FaultScript faults = {};           ///< what goes wrong with the device; the first ten frames are warm-up
   };
 
   /// Throws std::invalid_argument for options out of range.
@@ -37,7 +39,7 @@ public:
 
   const std::shared_ptr<const Scene>& scene() const { return m_scene; }
   const Rig& rig() const { return m_rig; }
-  /// The device; owned by the camera.
+  /// The device, below what goes wrong with it; owned by the camera.
   SimulatedCapture& capture() const { return m_capture; }
 
   /// The rectified views as the camera makes them, by its present settings.

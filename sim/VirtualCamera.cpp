@@ -3,7 +3,7 @@
 
 namespace stereo::sim {
 
-VirtualCamera::VirtualCamera(std::unique_ptr<FrameSource> source, double rate) : StereoCamera(kNoDevice) {
+VirtualCamera::VirtualCamera(std::unique_ptr<cv::VideoCapture> source, double rate) : StereoCamera(kNoDevice) {
   delete m_videoCapture;
   m_videoCapture = source.release();
   m_deviceNode = 0;

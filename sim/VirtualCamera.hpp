@@ -4,14 +4,14 @@
 #include <memory>
 
 #include <opencv2/core.hpp>
+#include <opencv2/videoio.hpp>
 
-#include "FrameSource.hpp"
 #include "StereoCamera.hpp"
 
 namespace stereo::sim {
 
-/// A camera whose frames come from a `FrameSource` instead of a video device, with setters for what a settings file
-/// would otherwise tell.
+/// A camera whose frames come from a source such as `FrameSource` instead of a video device, with setters for what a
+/// settings file would otherwise tell.
 ///
 /// Life and threads are those of `StereoCamera`, but for one relief: destroying it stops the workers.
 class VirtualCamera : public StereoCamera {
@@ -52,8 +52,9 @@ public:
   int fisheyeRadius() const { return m_fisheyeRadius; }
 
 protected:
-  /// Takes over the source as this camera's device, opened, at `rate` frames per second (0: whatever comes).
-  VirtualCamera(std::unique_ptr<FrameSource> source, double rate);
+  /// Takes over the source as this camera's device, opened, at `rate` frames per second (0: whatever comes). Its
+  /// `release`, called from another thread, has to end a read that waits.
+  VirtualCamera(std::unique_ptr<cv::VideoCapture> source, double rate);
 
   /// Ends both workers, whatever they wait for. The most derived destructor calls it first: the workers call virtual
   /// operations, which must not change under them.

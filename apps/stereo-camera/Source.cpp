@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Source.hpp"
 
+#include <charconv>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <regex>
+#include <stdexcept>
 
 #include "CalibrationCheck.hpp"
 #include "DeviceCamera.hpp"
@@ -71,6 +74,34 @@ OpenedCamera openVirtual(std::unique_ptr<sim::VirtualCamera> camera, const Sourc
   return opened(std::move(camera), options, description);
 }
 
+// Of random faults: they go on for this many frames, and then all is well. Half a minute of a camera at its full rate,
+// a fault every second.
+constexpr std::uint64_t randomFrames = 900;
+constexpr int randomFaultCount = 30;
+
+// A script's file, or "seed:N".
+sim::FaultScript faultsFrom(const std::string& text, const cv::Size& frameSize) {
+  const std::string head = "seed:";
+  if (text.rfind(head, 0) == 0) {
+    std::uint64_t seed = 0;
+    const char* const end = text.data() + text.size();
+    const auto [stopped, error] = std::from_chars(text.data() + head.size(), end, seed);
+    if (error != std::errc() || stopped != end) {
+      throw Failure(ExitCode::usage, "--faults: '" + text + "' is not a seed such as seed:7");
+    }
+    // Frames of another type stay out: matching them ends the process.
+    return sim::randomFaults(seed, {.frames = randomFrames, .faults = randomFaultCount, .frameSize = frameSize});
+  }
+  requireReadable(text, "faults", ExitCode::source);
+  std::ifstream file(text);
+  const std::string script{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  try {
+    return sim::parseFaults(script);
+  } catch (const std::invalid_argument& error) {
+    throw Failure(ExitCode::usage, "--faults: '" + text + "', " + error.what());
+  }
+}
+
 OpenedCamera openSimulated(const SourceOptions& options, RunRecord* record) {
   sim::SimulatedCamera::Options simulation;
   simulation.frameSize = parseSize(options.frameSize, "--size");
@@ -80,6 +111,9 @@ OpenedCamera openSimulated(const SourceOptions& options, RunRecord* record) {
   simulation.moving = !options.still;
   if (!sim::isCameraFormat(simulation.frameSize)) {
     throw Failure(ExitCode::usage, "--size: the simulated camera delivers 1856x800 or 928x400");
+  }
+  if (!options.faults.empty()) {
+    simulation.faults = faultsFrom(options.faults, simulation.frameSize);
   }
   auto camera = makeCamera<sim::SimulatedCamera>(record, simulation);
   sim::SimulatedCapture& device = camera->capture();
@@ -154,6 +188,8 @@ void SourceOptions::addTo(CLI::App& command) {
   command.add_option("--rate", rate, "frames per second")->check(CLI::Range(0.0, 1000.0))->capture_default_str();
   command.add_option("--seed", seed, "seed of the simulated camera")->capture_default_str();
   command.add_flag("--still", still, "simulated scene without motion");
+  command.add_option("--faults", faults, "what goes wrong with the simulated camera: a file, or seed:N to draw it")
+      ->needs(simulated);
   command.add_option("--depth-mode", depthMode, "depth from the longitude-latitude (1) or the perspective pair (2)")
       ->check(CLI::Range(1, 2))
       ->capture_default_str();

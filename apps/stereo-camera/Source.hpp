@@ -25,6 +25,7 @@ struct SourceOptions {
   double rate = 30;
   unsigned seed = 1;
   bool still = false;
+  std::string faults;  // a script's file or "seed:N"; with simulate only
   bool once = false;
   int depthMode = 2;
   std::string matcher = "sgm";

@@ -203,6 +203,38 @@ TEST_F(HostProgram, WrongArguments) {
   expectFailure("info --rectified big", ExitCode::usage, "'big' is not a size");
 }
 
+TEST_F(HostProgram, FaultsFallOnTheSimulatedCamera) {
+  std::ofstream(file("black")) << "black 0-\n";
+  ASSERT_EQ(run("snapshot --simulate --size 928x400 --still --patience 120 --faults '" + file("black") + "' -o '" +
+                file("night") + "'")
+                .code,
+            0);
+  EXPECT_EQ(cv::norm(cv::imread(file("night/raw.png")), cv::NORM_INF), 0);
+  std::ofstream(file("gone")) << "# pulled out\nunplug 15 ever\n";
+  expectFailure(
+      "snapshot --simulate --size 928x400 --still --patience 2 --faults '" + file("gone") + "' -o '" + file("d") + "'",
+      ExitCode::noFrames, "no frame for 2000 ms");
+  EXPECT_EQ(run("info --simulate --faults seed:7").code, 0);
+}
+
+TEST_F(HostProgram, FaultsThatMakeNoSense) {
+  std::ofstream(file("faults")) << "# two\nsmoke 5\n";
+  expectFailure("info --simulate --faults '" + file("faults") + "'", ExitCode::usage, "line 2: 'smoke' is no fault");
+  expectFailure("info --simulate --faults '" + file("nothing") + "'", ExitCode::source, "nothing");
+  for (const char* const seed : {"seed:", "seed:x", "seed:-1", "seed:7x", "seed:18446744073709551616"}) {
+    expectFailure(std::string("info --simulate --faults ") + seed, ExitCode::usage, "is not a seed");
+  }
+  std::ofstream(file("fine")) << "drop 5\n";
+  const std::string option = " --faults '" + file("fine") + "'";
+  EXPECT_EQ(run("info --simulate" + option).code, 0);
+  const std::string picture = writePicture("frame.png", {120, 40});
+  for (const std::string& source : {std::string(), " --replay '" + picture + "'", std::string(" --device 1")}) {
+    const Outcome outcome = run("info" + source + option);
+    EXPECT_EQ(outcome.code, static_cast<int>(ExitCode::usage)) << source;
+    EXPECT_THAT(outcome.err, HasSubstr("--simulate")) << source;
+  }
+}
+
 TEST_F(HostProgram, SourcesThatAreNotThere) {
   expectFailure("demo --device 97 -o '" + file("d") + "'", ExitCode::source, "cannot open video device 97");
   expectFailure("snapshot --replay '" + file("nothing.png") + "'", ExitCode::source, "nothing.png");
