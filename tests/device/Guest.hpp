@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
+#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -91,6 +92,12 @@ public:
 
   std::string backEnd() const { return m_videoCapture->isOpened() ? m_videoCapture->getBackendName() : "none"; }
   double property(int which) const { return m_videoCapture->get(which); }
+
+  /// Pixels (CV_32FC1); a copy.
+  cv::Mat latestDisparity() {
+    const std::lock_guard lock(m_disparityMutex);
+    return m_disparityFrame.second.clone();
+  }
 
   using StereoCamera::m_algorithm;
   using StereoCamera::m_depthmode;

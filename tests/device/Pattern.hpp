@@ -19,7 +19,7 @@ public:
   explicit Pattern(cv::Size frame) : m_frame(frame), m_square(std::max(2, frame.width / 58)) {}
 
   static constexpr int bits = 16;
-  int shift() const { return m_square / 4; }
+  int shift() const { return m_square; }
 
   /// Bytes of a frame as the device takes it: luma of each pixel, and between them the two colour values of a pair.
   std::size_t bytes() const { return static_cast<std::size_t>(m_frame.area()) * 2; }
@@ -27,7 +27,7 @@ public:
   /// The texture, without a number, as YUYV.
   std::vector<std::uint8_t> background() const {
     const int eye = m_frame.width / 2;
-    const int grain = std::max(1, m_square / 8);
+    const int grain = std::max(1, m_square / 2);
     std::mt19937 random(1);
     std::vector<std::uint8_t> frame(bytes(), 128);
     std::vector<std::uint8_t> row(static_cast<std::size_t>(eye + shift()));

@@ -28,6 +28,8 @@ namespace {
 
 using stereo::test::Pattern;
 
+constexpr std::size_t bufferCount = 16;  // so that a slow reader is not overtaken: nothing guards a buffer
+
 struct Options {
   std::string device;
   cv::Size size;
@@ -146,8 +148,8 @@ private:
 
   int m_file;
   unsigned m_count = 0;
-  std::array<std::uint8_t*, 4> m_buffers{};
-  std::array<std::size_t, 4> m_lengths{};
+  std::array<std::uint8_t*, bufferCount> m_buffers{};
+  std::array<std::size_t, bufferCount> m_lengths{};
 };
 
 void feed(const Options& options) {

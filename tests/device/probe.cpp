@@ -9,8 +9,10 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <future>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include <opencv2/videoio.hpp>
 
@@ -29,16 +31,26 @@ int apiOf(const std::string& name) {
 void describe(cv::VideoCapture& device, const char* after) {
   std::printf("  %-28s says %4.0f x %4.0f at %6.2f", after, device.get(cv::CAP_PROP_FRAME_WIDTH),
               device.get(cv::CAP_PROP_FRAME_HEIGHT), device.get(cv::CAP_PROP_FPS));
+  std::fflush(stdout);
   cv::Mat frame;
   const auto start = steady_clock::now();
-  const bool isRead = device.read(frame);
+  auto read = std::async(std::launch::async, [&] { return device.read(frame); });
+  if (read.wait_for(std::chrono::seconds(15)) != std::future_status::ready) {
+    // The one way out of a read that waits without end.
+    const auto released = steady_clock::now();
+    device.release();
+    read.wait();
+    std::printf(", read waits without end; release ended it in %.2f s\n", secondsSince(released));
+    return;
+  }
+  const bool isRead = read.get();
   std::printf(", read %s %d x %d in %.2f s\n", isRead ? "gives" : "fails", frame.cols, frame.rows, secondsSince(start));
   std::fflush(stdout);
 }
 
 void sizesAndRates(int api, int index) {
   // Each on a device opened anew, as the camera class sets them: width, then height, then rate.
-  const double wanted[][3] = {{1856, 800, 30}, {928, 400, 30}, {640, 480, 30}, {1280, 720, 15}, {640, 360, 1000}};
+  const double wanted[][3] = {{1856, 800, 30}, {928, 400, 30}, {928, 400, 5}, {640, 480, 30}, {640, 480, 25}};
   for (const auto& [width, height, rate] : wanted) {
     cv::VideoCapture device(index, api);
     if (!device.isOpened()) {
@@ -46,11 +58,15 @@ void sizesAndRates(int api, int index) {
       return;
     }
     describe(device, "opened");
-    const bool isWidth = device.set(cv::CAP_PROP_FRAME_WIDTH, width);
-    const bool isHeight = device.set(cv::CAP_PROP_FRAME_HEIGHT, height);
-    const bool isRate = device.set(cv::CAP_PROP_FPS, rate);
-    std::printf("  set %4.0f x %4.0f at %4.0f: answers %d %d %d, open %d\n", width, height, rate, isWidth, isHeight,
-                isRate, device.isOpened());
+    std::printf("  set %.0f x %.0f at %.0f:", width, height, rate);
+    for (const auto& [property, value] : {std::pair{cv::CAP_PROP_FRAME_WIDTH, width},
+                                          {cv::CAP_PROP_FRAME_HEIGHT, height},
+                                          {cv::CAP_PROP_FPS, rate}}) {
+      const bool answer = device.set(property, value);
+      std::printf(" %s (%s)", answer ? "yes" : "no", device.isOpened() ? "open" : "closed");
+    }
+    std::printf("\n");
+    std::fflush(stdout);
     describe(device, "then");
   }
 }
