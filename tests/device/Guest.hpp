@@ -49,8 +49,8 @@ public:
 
 private:
   static std::vector<std::string> arguments(cv::Size size, double rate, std::vector<std::string> more) {
-    more.insert(more.begin(), {"/dev/video0", std::to_string(size.width) + "x" + std::to_string(size.height),
-                               std::to_string(rate)});
+    more.insert(more.begin(),
+                {"/dev/video0", std::to_string(size.width) + "x" + std::to_string(size.height), std::to_string(rate)});
     return more;
   }
 

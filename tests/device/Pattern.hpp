@@ -34,10 +34,12 @@ public:
     for (int y = 0; y < m_frame.height; ++y) {
       if (y % grain == 0) {
         for (std::size_t x = 0; x < row.size(); ++x) {
-          row[x] = x % static_cast<std::size_t>(grain) == 0 ? static_cast<std::uint8_t>(40 + random() % 160) : row[x - 1];
+          row[x] =
+              x % static_cast<std::size_t>(grain) == 0 ? static_cast<std::uint8_t>(40 + random() % 160) : row[x - 1];
         }
       }
-      std::uint8_t* const pixels = frame.data() + static_cast<std::size_t>(y) * static_cast<std::size_t>(m_frame.width) * 2;
+      std::uint8_t* const pixels =
+          frame.data() + static_cast<std::size_t>(y) * static_cast<std::size_t>(m_frame.width) * 2;
       for (int x = 0; x < eye; ++x) {
         pixels[2 * x] = row[static_cast<std::size_t>(x)];
         pixels[2 * (eye + x)] = row[static_cast<std::size_t>(x + shift())];
@@ -54,8 +56,8 @@ public:
         const cv::Rect square = squareOf(bit) + cv::Point(side * m_frame.width / 2, 0);
         for (int y = square.y; y < square.br().y; ++y) {
           for (int x = square.x; x < square.br().x; ++x) {
-            frame[2 * (static_cast<std::size_t>(y) * static_cast<std::size_t>(m_frame.width) + static_cast<std::size_t>(x))] =
-                isWhite ? 235 : 16;
+            frame[2 * (static_cast<std::size_t>(y) * static_cast<std::size_t>(m_frame.width) +
+                       static_cast<std::size_t>(x))] = isWhite ? 235 : 16;
           }
         }
       }
@@ -71,8 +73,8 @@ public:
     for (int bit = 0; bit < bits; ++bit) {
       const int inset = m_square / 4;
       const cv::Rect square = squareOf(bit);
-      const cv::Scalar mean = cv::mean(eye(cv::Rect(square.tl() + cv::Point(inset, inset),
-                                                    cv::Size(m_square - 2 * inset, m_square - 2 * inset))));
+      const cv::Scalar mean = cv::mean(
+          eye(cv::Rect(square.tl() + cv::Point(inset, inset), cv::Size(m_square - 2 * inset, m_square - 2 * inset))));
       const bool isWhite = mean[0] > 225 && mean[1] > 225 && mean[2] > 225;
       const bool isBlack = mean[0] < 30 && mean[1] < 30 && mean[2] < 30;
       if (isWhite == isBlack) {

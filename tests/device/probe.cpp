@@ -59,9 +59,8 @@ void sizesAndRates(int api, int index) {
     }
     describe(device, "opened");
     std::printf("  set %.0f x %.0f at %.0f:", width, height, rate);
-    for (const auto& [property, value] : {std::pair{cv::CAP_PROP_FRAME_WIDTH, width},
-                                          {cv::CAP_PROP_FRAME_HEIGHT, height},
-                                          {cv::CAP_PROP_FPS, rate}}) {
+    for (const auto& [property, value] :
+         {std::pair{cv::CAP_PROP_FRAME_WIDTH, width}, {cv::CAP_PROP_FRAME_HEIGHT, height}, {cv::CAP_PROP_FPS, rate}}) {
       const bool answer = device.set(property, value);
       std::printf(" %s (%s)", answer ? "yes" : "no", device.isOpened() ? "open" : "closed");
     }
@@ -87,7 +86,8 @@ void reads(int api, int index, double seconds) {
     const double taken = secondsSince(before);
     (isRead ? good : failed) += 1;
     if (taken > 1 || (!isRead && failed <= 3)) {
-      std::printf("  after %.1f s: a read %s in %.3f s\n", secondsSince(start), isRead ? "gave a frame" : "failed", taken);
+      std::printf("  after %.1f s: a read %s in %.3f s\n", secondsSince(start), isRead ? "gave a frame" : "failed",
+                  taken);
       std::fflush(stdout);
     }
     if (!isRead) {
