@@ -49,8 +49,8 @@ void expectNumberedFrames(StereoCamera& camera, cv::Size size, int count) {
   std::printf("%d frames of %d x %d, %d missed between them, %d torn\n", count, size.width, size.height, missed, torn);
 }
 
-constexpr std::chrono::seconds limit(
-    90);  // the first coloured cloud takes 20 to 30 s under emulation: HighGUI wakes up
+// For each product. The first coloured cloud takes 10 to 30 s under emulation: HighGUI wakes up.
+constexpr std::chrono::seconds limit(90);
 
 class DeviceSizes : public testing::TestWithParam<cv::Size> {};
 

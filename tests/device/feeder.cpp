@@ -173,6 +173,12 @@ void feed(const Options& options) {
     next.tv_nsec += static_cast<long>(1e9 / options.rate);
     next.tv_sec += next.tv_nsec / 1'000'000'000;
     next.tv_nsec %= 1'000'000'000;
+    // After a pause no burst makes up for it: it would overrun the buffers, and no camera does so.
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    if (now.tv_sec > next.tv_sec || (now.tv_sec == next.tv_sec && now.tv_nsec > next.tv_nsec)) {
+      next = now;
+    }
     clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &next, nullptr);
   }
 }
