@@ -1,0 +1,263 @@
+// SPDX-License-Identifier: Apache-2.0
+// The camera on a video device that the kernel gives: opened, sized and read through OpenCV's back ends.
+#include <chrono>
+#include <cstdio>
+
+#include <sys/shm.h>
+
+#include <gtest/gtest.h>
+
+#include "device/Guest.hpp"
+#include "support/TempDir.hpp"
+#include "support/TestCamera.hpp"
+
+using namespace stereo::test;
+using std::chrono::microseconds;
+
+namespace {
+
+/// Takes `count` pairs: both eyes must show the same number, a higher one each time, and carry a later stamp.
+void expectNumberedFrames(StereoCamera& camera, cv::Size size, int count) {
+  const Pattern pattern(size);
+  int last = -1;
+  int missed = 0;
+  int torn = 0;
+  microseconds lastStamp{0};
+  for (int i = 0; i < count; ++i) {
+    cv::Mat left;
+    cv::Mat right;
+    microseconds stamp{};
+    ASSERT_TRUE(camera.getStereoFrame(left, right, stamp));
+    const int number = pattern.read(left, false);
+    if (number < 0 && left.size() == cv::Size(size.width / 2, size.height) && torn < 2) {
+      // The loopback module guards no buffer: one that the feeder fills meanwhile may be read.
+      ++torn;
+      continue;
+    }
+    ASSERT_GE(number, 0) << left.size() << " type " << left.type();
+    EXPECT_EQ(pattern.read(right, true), number);
+    EXPECT_EQ(pattern.read(left, true), number ^ 0xFFFF) << "the eyes must differ";
+    EXPECT_GT(number, last);
+    EXPECT_GT(stamp, lastStamp);
+    missed += last < 0 ? 0 : number - last - 1;
+    last = number;
+    lastStamp = stamp;
+  }
+  const auto age = std::chrono::system_clock::now().time_since_epoch() - lastStamp;
+  EXPECT_LT(age, std::chrono::seconds(10));
+  EXPECT_EQ(camera.getRawFrameSize(), size);
+  std::printf("%d frames of %d x %d, %d missed between them, %d torn\n", count, size.width, size.height, missed, torn);
+}
+
+// For each product. The first coloured cloud takes 10 to 30 s under emulation: HighGUI wakes up.
+constexpr std::chrono::seconds limit(90);
+
+class DeviceSizes : public testing::TestWithParam<cv::Size> {};
+
+}  // namespace
+
+TEST_P(DeviceSizes, OpenedByIndex) {
+  const cv::Size size = GetParam();
+  const Feeder feeder(size, 5);
+  GuestCamera camera(loopbackDevice);
+  ASSERT_TRUE(camera.isOpened());
+  EXPECT_EQ(camera.backEnd(), expectedBackEnd());
+  EXPECT_TRUE(camera.setRawFrameRate(5));
+  EXPECT_TRUE(camera.setRawFrameSize(size));
+  EXPECT_EQ(camera.m_fisheyeRadius, size.width / 4);
+  EXPECT_EQ(camera.property(cv::CAP_PROP_FRAME_WIDTH), size.width);
+  EXPECT_EQ(camera.property(cv::CAP_PROP_FRAME_HEIGHT), size.height);
+  ASSERT_TRUE(camera.startCapture(false, false));
+  expectNumberedFrames(camera, size, 8);
+  EXPECT_GT(camera.getRawFrameRate(), 0.5F);
+  EXPECT_TRUE(camera.stopCapture());
+  EXPECT_FALSE(camera.isOpened());
+}
+
+TEST_P(DeviceSizes, OpenedBySettings) {
+  const cv::Size size = GetParam();
+  const TempDir folder;
+  const std::string settings =
+      writeDocument(folder.path("settings.yaml"), {{"DeviceNode", row({loopbackDevice})},
+                                                   {"FrameSize", row({double(size.width), double(size.height)})},
+                                                   {"FrameRate", row({5})},
+                                                   {"RectifyFrameSize", row({232, 200})}});
+  const Feeder feeder(size, 5);
+  GuestCamera camera(settings);
+  ASSERT_TRUE(camera.isOpened());
+  EXPECT_EQ(camera.backEnd(), expectedBackEnd());
+  EXPECT_EQ(camera.property(cv::CAP_PROP_FRAME_WIDTH), size.width);
+  EXPECT_EQ(camera.property(cv::CAP_PROP_FRAME_HEIGHT), size.height);
+  // The settings constructor leaves the image circle alone; without one the frames are black.
+  EXPECT_EQ(camera.m_fisheyeRadius, 0);
+  EXPECT_TRUE(camera.setRawFrameSize(size));
+  ASSERT_TRUE(camera.startCapture(false, false));
+  expectNumberedFrames(camera, size, 4);
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, DeviceSizes, testing::Values(fullSize, halfSize),
+                         [](const auto& each) { return "Width" + std::to_string(each.param.width); });
+
+// The device says which size there is, whatever is asked for: the frames tell, and the camera follows them. GStreamer's
+// pipeline does not survive the question.
+TEST(Device, DeliversTheSizeThatItHasWhenAskedForAnother) {
+  if (expectedBackEnd() == "GSTREAMER") {
+    GTEST_SKIP() << "reads wait without end once a size was asked for that the device does not have";
+  }
+  const Feeder feeder(halfSize, 5);
+  GuestCamera camera(loopbackDevice);
+  ASSERT_TRUE(camera.isOpened());
+  EXPECT_TRUE(camera.setRawFrameSize(fullSize));
+  EXPECT_EQ(camera.getRawFrameSize(), fullSize);
+  std::printf("asked for 1856 x 800, the device says %.0f x %.0f\n", camera.property(cv::CAP_PROP_FRAME_WIDTH),
+              camera.property(cv::CAP_PROP_FRAME_HEIGHT));
+  ASSERT_TRUE(camera.startCapture(false, false));
+  cv::Mat left;
+  cv::Mat right;
+  microseconds stamp{};
+  ASSERT_TRUE(camera.getStereoFrame(left, right, stamp));
+  std::printf("frames of %d x %d\n", 2 * left.cols, left.rows);
+  EXPECT_EQ(camera.getRawFrameSize(), cv::Size(2 * left.cols, left.rows));
+}
+
+TEST(Device, RawFrameHoldsBothEyesSideBySide) {
+  const Feeder feeder(halfSize, 5);
+  GuestCamera camera(loopbackDevice);
+  ASSERT_TRUE(camera.setRawFrameSize(halfSize));
+  ASSERT_TRUE(camera.startCapture(false, false));
+  cv::Mat raw;
+  microseconds stamp{};
+  ASSERT_TRUE(camera.getRawFrame(raw, stamp));
+  ASSERT_EQ(raw.size(), halfSize);
+  const Pattern pattern(halfSize);
+  const int number = pattern.read(raw(cv::Rect(0, 0, 464, 400)), false);
+  EXPECT_GE(number, 0);
+  EXPECT_EQ(pattern.read(raw(cv::Rect(464, 0, 464, 400)), true), number);
+  EXPECT_EQ(raw.at<cv::Vec3b>(0, 0), cv::Vec3b(0, 0, 0)) << "outside the image circle";
+}
+
+TEST(Device, AbsentDeviceStaysClosed) {
+  GuestCamera camera(42);
+  EXPECT_FALSE(camera.isOpened());
+}
+
+// Every product from frames that came through a device. The same calibration for both eyes: the pattern's shift between
+// the eyes is then a disparity.
+TEST(Device, GivesEveryProduct) {
+  const Feeder feeder(fullSize, 5);
+  for (const int mode : {1, 2}) {
+    SCOPED_TRACE(mode);
+    GuestCamera camera(loopbackDevice);
+    ASSERT_TRUE(camera.isOpened());
+    ASSERT_TRUE(camera.setRawFrameSize(fullSize));
+    const cv::Size size(232, 200);
+    ASSERT_TRUE(camera.setRectFrameSize(size));
+    std::vector<cv::Mat> eye = someCalibration(1);
+    eye[3] = cv::Mat::eye(3, 3, CV_64F);
+    camera.setCalibParams(eye, false);
+    camera.setCalibParams(eye, true);
+    camera.m_depthmode = mode;
+    camera.m_algorithm = 1;
+    camera.m_maxDepth = 50;
+    ASSERT_TRUE(camera.startCapture(false, false));
+    cv::Mat left;
+    cv::Mat right;
+    cv::Mat view;
+    microseconds stamp{};
+    ASSERT_TRUE(camera.getRectStereoFrame(left, right));
+    EXPECT_EQ(left.size(), size);
+    EXPECT_EQ(right.size(), size);
+    EXPECT_GT(cv::mean(left)[0], 10) << "not black";
+    ASSERT_TRUE(camera.getRectStereoFrame(left, right, view, stamp));
+    EXPECT_EQ(view.size(), size);
+    ASSERT_TRUE(camera.startStereoCompute());
+    const auto start = std::chrono::steady_clock::now();
+    const auto say = [&](const char* what) {
+      std::printf("%s after %.1f s\n", what,
+                  std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+    };
+    // The three-argument read is coloured whatever is asked for.
+    cv::Mat colored;
+    ASSERT_TRUE(await(
+        [&] { return camera.getDepthFrame(colored, true, stamp) && cv::countNonZero(colored.reshape(1)) > 0; }, limit));
+    EXPECT_EQ(colored.size(), size);
+    EXPECT_EQ(colored.type(), CV_8UC3);
+    EXPECT_GT(stamp.count(), 0);
+    say("coloured depth");
+    cv::Mat depth;
+    cv::Mat disparity = camera.latestDisparity();
+    camera.getDepthFrame(disparity, depth);
+    EXPECT_EQ(depth.size(), size);
+    ASSERT_EQ(depth.type(), CV_32FC1);
+    const int near = cv::countNonZero(depth > 0);
+    EXPECT_GT(near, 1000);
+    std::vector<cv::Vec3f> points;
+    ASSERT_TRUE(await([&] { return camera.getPointCloud(points, stamp) && !points.empty(); }, limit));
+    say("cloud");
+    std::vector<PCL> coloredPoints;
+    ASSERT_TRUE(await([&] { return camera.getPointCloud(coloredPoints, stamp) && !coloredPoints.empty(); }, limit));
+    say("coloured cloud");
+    std::printf("depth mode %d: %d pixels with depth, %zu points, %zu coloured\n", mode, near, points.size(),
+                coloredPoints.size());
+    EXPECT_TRUE(camera.stopStereoCompute());
+    EXPECT_TRUE(camera.stopCapture());
+  }
+}
+
+TEST(Device, SharesTheLeftEyeUnderTheKeyOfItsPosition) {
+  const Feeder feeder(fullSize, 5);
+  GuestCamera camera(loopbackDevice);
+  ASSERT_TRUE(camera.setRawFrameSize(fullSize));
+  camera.setPosNumber(7);
+  ASSERT_TRUE(camera.startCapture(false, true));
+  int id = -1;
+  ASSERT_TRUE(await([&] { return (id = shmget(9007, 0, 0)) != -1; }));
+  auto* const segment = static_cast<std::uint8_t*>(shmat(id, nullptr, 0));
+  volatile auto* const word = reinterpret_cast<std::int32_t*>(segment);
+  const cv::Mat image(800, 928, CV_8UC3, segment + 4);
+  const Pattern pattern(fullSize);
+  int last = -1;
+  int torn = 0;
+  for (int i = 0; i < 5; ++i) {
+    // The word comes before the pixels: the image is whole once its number can be read and is a new one. The loopback
+    // module guards no buffer, so under load an image may come torn; it is handed back for the next.
+    int number = -1;
+    ASSERT_TRUE(await(
+        [&] {
+          if (*word == 2 && (number = pattern.read(image, false)) <= last) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            number = pattern.read(image, false);
+            torn += number < 0 ? 1 : 0;
+            *word = number < 0 ? 0 : 2;
+          }
+          return number > last;
+        },
+        limit))
+        << "image " << i << " after " << last << ": word " << *word << ", mean " << cv::mean(image);
+    last = number;
+    *word = 0;
+  }
+  EXPECT_LE(torn, 3);
+  EXPECT_TRUE(camera.stopCapture());
+  EXPECT_EQ(shmdt(segment), 0);
+  EXPECT_EQ(shmget(9007, 0, 0), -1) << "removed at the end";
+}
+
+// A feeder that stalls and goes on: the same capture goes on too, whichever back end waits.
+TEST(Device, GoesOnWhenFramesComeAgain) {
+  const Feeder feeder(halfSize, 5);
+  GuestCamera camera(loopbackDevice);
+  ASSERT_TRUE(camera.setRawFrameSize(halfSize));
+  ASSERT_TRUE(camera.startCapture(false, false));
+  expectNumberedFrames(camera, halfSize, 3);
+  feeder.pause();
+  std::this_thread::sleep_for(std::chrono::seconds(2));
+  feeder.resume();
+  // With V4L2 the loopback module was seen to give frames out of order just after the pause; they are let pass.
+  cv::Mat raw;
+  microseconds stamp{};
+  for (int i = 0; i < 8; ++i) {
+    ASSERT_TRUE(camera.getRawFrame(raw, stamp));
+  }
+  expectNumberedFrames(camera, halfSize, 3);
+}
