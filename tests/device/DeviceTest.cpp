@@ -51,6 +51,8 @@ void expectNumberedFrames(StereoCamera& camera, cv::Size size, int count) {
 
 // For each product. The first coloured cloud takes 10 to 30 s under emulation: HighGUI wakes up.
 constexpr std::chrono::seconds limit(90);
+// What cannot be read for longer than any copy takes was torn before it was offered.
+constexpr std::chrono::seconds beingCopied(1);
 
 class DeviceSizes : public testing::TestWithParam<cv::Size> {};
 
@@ -222,13 +224,19 @@ TEST(Device, SharesTheLeftEyeUnderTheKeyOfItsPosition) {
     // The word comes before the pixels: the image is whole once its number can be read and is a new one. The loopback
     // module guards no buffer, so under load an image may come torn; it is handed back for the next.
     int number = -1;
+    std::chrono::steady_clock::time_point offered{};  // the clock's zero: nothing is
     ASSERT_TRUE(await(
         [&] {
-          if (*word == 2 && (number = pattern.read(image, false)) <= last) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
-            number = pattern.read(image, false);
-            torn += number < 0 ? 1 : 0;
-            *word = number < 0 ? 0 : 2;
+          if (*word != 2) {
+            return false;
+          }
+          const auto now = std::chrono::steady_clock::now();
+          offered = offered == std::chrono::steady_clock::time_point{} ? now : offered;
+          number = pattern.read(image, false);
+          if (number < 0 && now - offered > beingCopied) {
+            ++torn;
+            offered = {};
+            *word = 0;
           }
           return number > last;
         },
@@ -251,7 +259,7 @@ TEST(Device, GoesOnWhenFramesComeAgain) {
   ASSERT_TRUE(camera.startCapture(false, false));
   expectNumberedFrames(camera, halfSize, 3);
   feeder.pause();
-  std::this_thread::sleep_for(std::chrono::seconds(2));
+  ASSERT_TRUE(camera.awaitStalledRead());
   feeder.resume();
   // With V4L2 the loopback module was seen to give frames out of order just after the pause; they are let pass.
   cv::Mat raw;

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
+#include <memory>
 #include <mutex>
 #include <stdexcept>
 #include <string>
@@ -80,18 +81,69 @@ private:
   }
 };
 
+/// Hands everything on to the device that it owns, and lets a test see how its reads go. Any thread.
+class WatchedCapture : public cv::VideoCapture {
+public:
+  explicit WatchedCapture(cv::VideoCapture* device) : m_device(device) {}
+
+  bool read(cv::OutputArray image) override {
+    {
+      const std::lock_guard lock(m_mutex);
+      m_since = Clock::now();
+      m_inside = true;
+    }
+    const bool answer = m_device->read(image);
+    const std::lock_guard lock(m_mutex);
+    m_inside = false;
+    m_failures += answer ? 0 : 1;
+    return answer;
+  }
+  bool isOpened() const override { return m_device->isOpened(); }
+  void release() override { m_device->release(); }
+  bool set(int which, double value) override { return m_device->set(which, value); }
+  double get(int which) const override { return m_device->get(which); }
+
+  const cv::VideoCapture& device() const { return *m_device; }
+  /// Whether a read has been waiting for so long.
+  bool isWaiting(std::chrono::milliseconds atLeast) const {
+    const std::lock_guard lock(m_mutex);
+    return m_inside && Clock::now() - m_since >= atLeast;
+  }
+  int failures() const {
+    const std::lock_guard lock(m_mutex);
+    return m_failures;
+  }
+
+private:
+  using Clock = std::chrono::steady_clock;
+
+  const std::unique_ptr<cv::VideoCapture> m_device;
+  mutable std::mutex m_mutex;  // guards the rest; not held during a read
+  bool m_inside = false;
+  Clock::time_point m_since;
+  int m_failures = 0;
+};
+
 /// A camera on a real device, with its device to look at. Stops its workers when destroyed.
 class GuestCamera : public StereoCamera {
 public:
-  explicit GuestCamera(int deviceNode) : StereoCamera(deviceNode) {}
-  explicit GuestCamera(const std::string& settingsPath) : StereoCamera(settingsPath) {}
+  explicit GuestCamera(int deviceNode) : StereoCamera(deviceNode) { watch(); }
+  explicit GuestCamera(const std::string& settingsPath) : StereoCamera(settingsPath) { watch(); }
   ~GuestCamera() override {
     stopStereoCompute();
     stopCapture();
   }
 
-  std::string backEnd() const { return m_videoCapture->isOpened() ? m_videoCapture->getBackendName() : "none"; }
+  std::string backEnd() const { return isOpenDevice() ? m_watched->device().getBackendName() : "none"; }
   double property(int which) const { return m_videoCapture->get(which); }
+
+  /// Waits until the worker's read has gone unanswered for several frame periods.
+  bool awaitStalledRead() const {
+    return await([this] { return m_watched->isWaiting(std::chrono::seconds(1)); }, std::chrono::seconds(30));
+  }
+  bool awaitFailedRead() const {
+    return await([this] { return m_watched->failures() > 0; }, std::chrono::seconds(30));
+  }
 
   /// Pixels (CV_32FC1); a copy.
   cv::Mat latestDisparity() {
@@ -103,6 +155,17 @@ public:
   using StereoCamera::m_depthmode;
   using StereoCamera::m_fisheyeRadius;
   using StereoCamera::m_maxDepth;
+
+private:
+  bool isOpenDevice() const { return m_watched != nullptr && m_watched->isOpened(); }
+  void watch() {
+    if (m_videoCapture != nullptr) {
+      m_watched = new WatchedCapture(m_videoCapture);
+      m_videoCapture = m_watched;
+    }
+  }
+
+  WatchedCapture* m_watched = nullptr;  // the camera's device
 };
 
 /// The back end that this run is for: set by the suite along with what makes OpenCV take it.

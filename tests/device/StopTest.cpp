@@ -55,9 +55,6 @@ void takeFrames(StereoCamera& camera, int count) {
   }
 }
 
-// Long enough for the worker to be inside a read that nothing answers.
-void waitForTheReadToBlock() { std::this_thread::sleep_for(std::chrono::milliseconds(1500)); }
-
 }  // namespace
 
 TEST(Stop, EndsSoonWhileFramesCome) {
@@ -76,7 +73,7 @@ TEST(Stop, DISABLED_EndsSoonWhenTheFeederStalls) {
   ASSERT_TRUE(camera.startCapture(false, false));
   takeFrames(camera, 3);
   feeder.pause();
-  waitForTheReadToBlock();
+  ASSERT_TRUE(camera.awaitStalledRead());
   EXPECT_LT(timeToStop(camera, "stalled", [&] { feeder.resume(); }), duration<double>(bound).count());
 }
 
@@ -87,7 +84,7 @@ TEST(Stop, DISABLED_EndsSoonWhenTheFeederIsGone) {
   ASSERT_TRUE(camera.startCapture(false, false));
   takeFrames(camera, 3);
   feeder->end();
-  waitForTheReadToBlock();
+  ASSERT_TRUE(camera.awaitStalledRead());
   EXPECT_LT(timeToStop(camera, "feeder gone", [&] { feeder.emplace(halfSize, 5); }), duration<double>(bound).count());
 }
 
@@ -97,7 +94,7 @@ TEST(Stop, DISABLED_EndsSoonWhenTheDeviceNeverDeliveredAnything) {
   camera.setRawFrameSize(halfSize);
   ASSERT_TRUE(camera.isOpened());
   ASSERT_TRUE(camera.startCapture(false, false));
-  waitForTheReadToBlock();
+  ASSERT_TRUE(camera.awaitStalledRead());
   // The ten reads before the first frame wait one after the other.
   const auto feedAgain = [&] {
     feeder->end();
@@ -114,6 +111,6 @@ TEST(Stop, EndsSoonWhenTheDeviceIsUnplugged) {
   ASSERT_TRUE(camera.startCapture(false, false));
   takeFrames(camera, 3);
   ASSERT_TRUE(Plug::pull());
-  waitForTheReadToBlock();
+  ASSERT_TRUE(camera.awaitFailedRead());
   EXPECT_LT(timeToStop(camera, "unplugged", [] { Plug::plugIn(); }), duration<double>(bound).count());
 }
