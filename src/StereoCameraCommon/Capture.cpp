@@ -210,16 +210,36 @@ void StereoCamera::captureWorker(float frameScale) {
 }
 
 // Ends a read of the device that a worker is still inside of although the stop asked for has been waiting for a while.
-// The kernel's own way first: the read then fails by itself, and nothing is taken away under it. What is not a device
-// of the kernel's is released, which a derived cv::VideoCapture must take while it reads. OpenCV's own devices get that
-// as the last resort, where ending the stream did not help.
+// Nothing may be taken away under a read of OpenCV's own devices, so each back end gets what makes its read fail by
+// itself. What neither OpenCV nor the kernel knows is released, which a derived cv::VideoCapture must take while it
+// reads.
 void StereoCamera::interruptRead(int attempt) {
-  constexpr int attemptsByTheKernel = 20;
-  if (attempt < attemptsByTheKernel && stereo::sys::stopStreaming(relaxed(m_deviceNode)) > 0) {
+  if (m_videoCapture == nullptr) {
     return;
   }
-  if (m_videoCapture != nullptr) {
-    m_videoCapture->release();
+  constexpr int gentleAttempts = 30;
+  switch (stereo::sys::backEndOf(*m_videoCapture)) {
+    case stereo::sys::BackEnd::gstreamer:
+      if (attempt >= gentleAttempts) {
+        // Where its pipeline never came to run, restarting it does nothing. Seen to end the read and to do no harm, but
+        // OpenCV does not promise it.
+        m_videoCapture->release();
+      } else if (attempt % 10 == 0) {
+        stereo::sys::restartPipeline(*m_videoCapture);
+      } else {
+        stereo::sys::stopStreaming(relaxed(m_deviceNode));
+      }
+      break;
+    case stereo::sys::BackEnd::kernel:
+      // A driver that does not wake who waits leaves the read to its own time limit, ten seconds. Releasing would free
+      // what the read works on, and not end it sooner.
+      stereo::sys::stopStreaming(relaxed(m_deviceNode));
+      break;
+    case stereo::sys::BackEnd::other:
+      if (attempt >= gentleAttempts || stereo::sys::stopStreaming(relaxed(m_deviceNode)) == 0) {
+        m_videoCapture->release();
+      }
+      break;
   }
 }
 

@@ -7,6 +7,7 @@ namespace stereo {
 
 DeviceReads::Inside::Inside(DeviceReads& reads) : m_reads(reads) {
   const std::lock_guard lock(m_reads.m_mutex);
+  m_wanted = !m_reads.m_givenUp;
   m_reads.m_reading = true;
   m_reads.m_readSince = Clock::now();
 }
@@ -44,11 +45,13 @@ void DeviceReads::awaitWorkers(const std::function<void(int)>& interrupt) {
       quietUntil = std::max(now + laterGrace / 4, m_reading ? due : now);
       continue;
     }
+    m_givenUp = true;
     lock.unlock();
     interrupt(attempts++);
     lock.lock();
     quietUntil = Clock::now() + laterGrace;
   }
+  m_givenUp = false;
 }
 
 }  // namespace stereo

@@ -12,7 +12,7 @@ namespace stereo {
 /// with it; this is what lets a stop notice.
 class DeviceReads {
 public:
-  /// How long a stop lets a read go on that began before it, and how long one that begins afterwards.
+  /// How long a stop lets a read go on before it is interrupted, and how long between two attempts at that.
   static constexpr std::chrono::milliseconds firstGrace{2000};
   static constexpr std::chrono::milliseconds laterGrace{100};
 
@@ -20,15 +20,18 @@ public:
   void workerStarts();
   void workerEnds();
 
-  /// Runs one read; workers take turns.
+  /// Runs one read; workers take turns. Leaves it out while a stop waits that had to interrupt one: the ten reads of a
+  /// warm-up would each wait as long as the first.
   template <typename Read>
   void run(const Read& read) {
     const std::lock_guard turn(m_deviceMutex);
     const Inside inside(*this);
-    read();
+    if (inside.isWanted()) {
+      read();
+    }
   }
 
-  /// Waits until all workers have ended, and has `interrupt(attempt)` called, from 0 on, whenever a read outlives its
+  /// Waits until all workers have ended, and has `interrupt(attempt)` called, from 0 on, while a read outlives its
   /// grace. `interrupt` runs on the caller's thread, without a lock, while the read may still go on.
   void awaitWorkers(const std::function<void(int)>& interrupt);
 
@@ -39,11 +42,13 @@ private:
   public:
     explicit Inside(DeviceReads& reads);
     ~Inside();
+    bool isWanted() const { return m_wanted; }
     Inside(const Inside&) = delete;
     Inside& operator=(const Inside&) = delete;
 
   private:
     DeviceReads& m_reads;
+    bool m_wanted = true;
   };
 
   std::mutex m_deviceMutex;  // held through a read
@@ -51,6 +56,7 @@ private:
   std::condition_variable m_ended;
   int m_workers = 0;
   bool m_reading = false;
+  bool m_givenUp = false;  // a read had to be interrupted; until its worker has ended
   Clock::time_point m_readSince;
 };
 

@@ -27,6 +27,21 @@ bool streamOff(int descriptor) {
 
 }  // namespace
 
+BackEnd backEndOf(const cv::VideoCapture& device) {
+  try {
+    const cv::String name = device.getBackendName();
+    return name == "GSTREAMER" ? BackEnd::gstreamer : name == "V4L2" ? BackEnd::kernel : BackEnd::other;
+  } catch (const cv::Exception&) {
+    return BackEnd::other;  // not opened by OpenCV
+  }
+}
+
+void restartPipeline(cv::VideoCapture& device) {
+  // Setting any property of a running pipeline goes that way; this one is given the value that it has.
+  constexpr int property = cv::CAP_PROP_GSTREAMER_QUEUE_LENGTH;
+  device.set(property, device.get(property));
+}
+
 int stopStreaming(int node) {
   struct stat device {};
   const std::string path = "/dev/video" + std::to_string(node);

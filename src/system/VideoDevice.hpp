@@ -1,7 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <opencv2/videoio.hpp>
+
 namespace stereo::sys {
+
+/// Who reads the device behind a cv::VideoCapture: OpenCV's GStreamer or V4L2 back end, or anything else, derived
+/// classes among it that read something of their own.
+enum class BackEnd { gstreamer, kernel, other };
+BackEnd backEndOf(const cv::VideoCapture& device);
+
+/// Stops the pipeline of a GStreamer device and starts it again, from any thread: a read that waits for the next frame
+/// fails. Nothing is destroyed, and no property changes. Does nothing where the pipeline does not run.
+void restartPipeline(cv::VideoCapture& device);
 
 /// Has the kernel end the stream of /dev/video<node> through every descriptor of it that this process holds, whoever
 /// opened it. A thread that waits in there for a frame, however deep in a library, gets an error instead. The number of

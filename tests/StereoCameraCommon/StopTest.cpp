@@ -56,6 +56,10 @@ public:
     m_let = true;
     m_changed.notify_all();
   }
+  void goOn() {
+    const std::lock_guard lock(m_mutex);
+    m_released = false;
+  }
   bool isStalled() {
     const std::lock_guard lock(m_mutex);
     return m_stalled;
@@ -105,11 +109,23 @@ TEST_F(StopWhileStalled, TheReadIsEndedAfterTheGrace) {
   EXPECT_EQ(device->releases(), 1);
 }
 
-// All ten reads of the warm-up happen, stop or no stop, so each must end by itself.
+// Each of the ten reads of the warm-up would wait as long as the first: none follows the one that had to be ended.
 TEST_F(StopWhileStalled, DuringTheWarmUp) {
   start(3);
   EXPECT_TRUE(camera.stopCapture());
-  EXPECT_EQ(device->reads(), 10);
+  EXPECT_EQ(device->reads(), 4);
+}
+
+// What one stop gave up is nothing to the next start.
+TEST_F(StopWhileStalled, TheNextStartReadsAgain) {
+  start(3);
+  EXPECT_TRUE(camera.stopCapture());
+  const int before = device->reads();
+  device->letGo();
+  device->goOn();
+  camera.m_isOpened = true;
+  camera.startCapture(false, false);
+  EXPECT_TRUE(await([&] { return device->reads() >= before + 10; }));
 }
 
 TEST_F(StopWhileStalled, AReadThatEndsWithinTheGraceIsLeftAlone) {
@@ -165,19 +181,21 @@ TEST(DeviceReads, WithoutWorkersThereIsNothingToAwait) {
   worker.join();
 }
 
-// Reads that begin after the stop was asked for, as those of a warm-up do, get less time.
-TEST(DeviceReads, EveryReadThatHangsIsInterrupted) {
+// As often as it takes; the reads that follow, as those of a warm-up do, are left out.
+TEST(DeviceReads, AReadThatHangsIsInterruptedUntilItEnds) {
   DeviceReads reads;
   std::mutex mutex;
   std::condition_variable changed;
   int interrupted = 0;
-  constexpr int hanging = 4;
+  constexpr int attempts = 4;
+  std::atomic<int> begun{0};
   reads.workerStarts();
   std::thread worker([&] {
-    for (int n = 1; n <= hanging; ++n) {
+    for (int n = 0; n < 3; ++n) {
       reads.run([&] {
+        ++begun;
         std::unique_lock lock(mutex);
-        changed.wait(lock, [&] { return interrupted >= n; });
+        changed.wait(lock, [&] { return interrupted >= attempts; });
       });
     }
     reads.workerEnds();
@@ -190,5 +208,6 @@ TEST(DeviceReads, EveryReadThatHangsIsInterrupted) {
     changed.notify_all();
   });
   worker.join();
-  EXPECT_GE(interrupted, hanging);
+  EXPECT_GE(interrupted, attempts);
+  EXPECT_EQ(begun, 1);
 }

@@ -8,10 +8,12 @@
 #include <mutex>
 #include <stdexcept>
 #include <string>
-#include <thread>
+#include <utility>
 #include <vector>
 
 #include <fcntl.h>
+#include <linux/videodev2.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include "StereoCamera.hpp"
@@ -74,6 +76,23 @@ public:
     return await(isIn, std::chrono::seconds(10));
   }
 
+  /// The kernel's camera loses all its frames, or none again.
+  static bool loseFrames(bool all) {
+    const int device = open("/dev/video1", O_RDWR | O_CLOEXEC);
+    bool done = false;
+    v4l2_queryctrl control{};
+    control.id = V4L2_CTRL_FLAG_NEXT_CTRL;
+    while (!done && ioctl(device, VIDIOC_QUERYCTRL, &control) == 0) {
+      if (std::string(reinterpret_cast<const char*>(control.name)) == "Percentage of Dropped Buffers") {
+        v4l2_control value{control.id, all ? 100 : 0};
+        done = ioctl(device, VIDIOC_S_CTRL, &value) == 0;
+      }
+      control.id |= V4L2_CTRL_FLAG_NEXT_CTRL;
+    }
+    close(device);
+    return done;
+  }
+
 private:
   static void tell(const std::string& what) {
     std::ofstream file("/sys/bus/platform/drivers/vivid/" + what);
@@ -81,10 +100,14 @@ private:
   }
 };
 
-/// Hands everything on to the device that it owns, and lets a test see how its reads go. Any thread.
+/// The device that OpenCV opened, with all that was set on it, taken over from whoever opened it; lets a test see how
+/// its reads go. Any thread.
 class WatchedCapture : public cv::VideoCapture {
 public:
-  explicit WatchedCapture(cv::VideoCapture* device) : m_device(device) {}
+  explicit WatchedCapture(std::unique_ptr<cv::VideoCapture> opened) {
+    cv::Ptr<cv::IVideoCapture> cv::VideoCapture::*const device = &WatchedCapture::icap;
+    icap = (*opened).*device;
+  }
 
   bool read(cv::OutputArray image) override {
     {
@@ -92,18 +115,13 @@ public:
       m_since = Clock::now();
       m_inside = true;
     }
-    const bool answer = m_device->read(image);
+    const bool answer = cv::VideoCapture::read(image);
     const std::lock_guard lock(m_mutex);
     m_inside = false;
     m_failures += answer ? 0 : 1;
     return answer;
   }
-  bool isOpened() const override { return m_device->isOpened(); }
-  void release() override { m_device->release(); }
-  bool set(int which, double value) override { return m_device->set(which, value); }
-  double get(int which) const override { return m_device->get(which); }
 
-  const cv::VideoCapture& device() const { return *m_device; }
   /// Whether a read has been waiting for so long.
   bool isWaiting(std::chrono::milliseconds atLeast) const {
     const std::lock_guard lock(m_mutex);
@@ -117,7 +135,6 @@ public:
 private:
   using Clock = std::chrono::steady_clock;
 
-  const std::unique_ptr<cv::VideoCapture> m_device;
   mutable std::mutex m_mutex;  // guards the rest; not held during a read
   bool m_inside = false;
   Clock::time_point m_since;
@@ -134,7 +151,7 @@ public:
     stopCapture();
   }
 
-  std::string backEnd() const { return isOpenDevice() ? m_watched->device().getBackendName() : "none"; }
+  std::string backEnd() const { return isOpenDevice() ? m_watched->getBackendName() : "none"; }
   double property(int which) const { return m_videoCapture->get(which); }
 
   /// Waits until the worker's read has gone unanswered for several frame periods.
@@ -160,7 +177,7 @@ private:
   bool isOpenDevice() const { return m_watched != nullptr && m_watched->isOpened(); }
   void watch() {
     if (m_videoCapture != nullptr) {
-      m_watched = new WatchedCapture(m_videoCapture);
+      m_watched = new WatchedCapture(std::unique_ptr<cv::VideoCapture>(std::exchange(m_videoCapture, nullptr)));
       m_videoCapture = m_watched;
     }
   }

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// How long a camera takes to stop when its device has gone quiet, with each back end. A back end's read may wait
-// without end for the next frame, so each case gives the device its frames back when its time is over, and ends the
-// process if not even that helps.
+// How long a camera takes to stop when its device has gone quiet, with each back end. Each case gives the device its
+// frames back when its time is over, and ends the process if not even that helps.
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -20,6 +19,9 @@ namespace {
 
 constexpr std::chrono::seconds patience(25);  // more than any time limit in the back ends
 constexpr std::chrono::seconds bound(5);      // what a user may be made to wait
+// The loopback module does not wake who waits in its poll when the stream is turned off, which drivers built on the
+// kernel's own queues do. What is left is the ten seconds that the V4L2 back end itself gives a frame.
+std::chrono::seconds loopbackBound() { return expectedBackEnd() == "V4L2" ? std::chrono::seconds(13) : bound; }
 
 double secondsSince(steady_clock::time_point start) { return duration<double>(steady_clock::now() - start).count(); }
 
@@ -66,7 +68,7 @@ TEST(Stop, EndsSoonWhileFramesCome) {
   EXPECT_LT(timeToStop(camera, "frames come", [] {}), duration<double>(bound).count());
 }
 
-TEST(Stop, DISABLED_EndsSoonWhenTheFeederStalls) {
+TEST(Stop, EndsSoonWhenTheFeederStalls) {
   const Feeder feeder(halfSize, 5);
   GuestCamera camera(loopbackDevice);
   ASSERT_TRUE(camera.setRawFrameSize(halfSize));
@@ -74,10 +76,10 @@ TEST(Stop, DISABLED_EndsSoonWhenTheFeederStalls) {
   takeFrames(camera, 3);
   feeder.pause();
   ASSERT_TRUE(camera.awaitStalledRead());
-  EXPECT_LT(timeToStop(camera, "stalled", [&] { feeder.resume(); }), duration<double>(bound).count());
+  EXPECT_LT(timeToStop(camera, "stalled", [&] { feeder.resume(); }), duration<double>(loopbackBound()).count());
 }
 
-TEST(Stop, DISABLED_EndsSoonWhenTheFeederIsGone) {
+TEST(Stop, EndsSoonWhenTheFeederIsGone) {
   std::optional<Feeder> feeder(std::in_place, halfSize, 5);
   GuestCamera camera(loopbackDevice);
   ASSERT_TRUE(camera.setRawFrameSize(halfSize));
@@ -85,22 +87,47 @@ TEST(Stop, DISABLED_EndsSoonWhenTheFeederIsGone) {
   takeFrames(camera, 3);
   feeder->end();
   ASSERT_TRUE(camera.awaitStalledRead());
-  EXPECT_LT(timeToStop(camera, "feeder gone", [&] { feeder.emplace(halfSize, 5); }), duration<double>(bound).count());
+  EXPECT_LT(timeToStop(camera, "feeder gone", [&] { feeder.emplace(halfSize, 5); }),
+            duration<double>(loopbackBound()).count());
 }
 
-TEST(Stop, DISABLED_EndsSoonWhenTheDeviceNeverDeliveredAnything) {
+TEST(Stop, EndsSoonWhenTheDeviceNeverDeliveredAnything) {
   std::optional<Feeder> feeder(std::in_place, halfSize, 5, std::vector<std::string>{"--stall", "2"});
   GuestCamera camera(loopbackDevice);
   camera.setRawFrameSize(halfSize);
   ASSERT_TRUE(camera.isOpened());
   ASSERT_TRUE(camera.startCapture(false, false));
   ASSERT_TRUE(camera.awaitStalledRead());
-  // The ten reads before the first frame wait one after the other.
+  // Ten reads before the first frame would wait one after the other.
   const auto feedAgain = [&] {
     feeder->end();
     feeder.emplace(halfSize, 5);
   };
-  EXPECT_LT(timeToStop(camera, "stalled before the start", feedAgain), duration<double>(bound).count());
+  EXPECT_LT(timeToStop(camera, "stalled before the start", feedAgain), duration<double>(loopbackBound()).count());
+}
+
+TEST(Stop, EndsSoonWhenTheKernelsCameraStalls) {
+  ASSERT_TRUE(Plug::plugIn());
+  ASSERT_TRUE(Plug::loseFrames(false));
+  for (const int framesBefore : {3, 0}) {
+    SCOPED_TRACE(framesBefore);
+    GuestCamera camera(kernelDevice);
+    ASSERT_TRUE(camera.isOpened());
+    EXPECT_EQ(camera.backEnd(), expectedBackEnd());
+    ASSERT_TRUE(framesBefore > 0 || Plug::loseFrames(true));
+    ASSERT_TRUE(camera.startCapture(false, false));
+    takeFrames(camera, framesBefore);
+    ASSERT_TRUE(Plug::loseFrames(true));
+    ASSERT_TRUE(camera.awaitStalledRead());
+    EXPECT_LT(timeToStop(camera, framesBefore > 0 ? "kernel's camera stalled" : "stalled before the start",
+                         [] { Plug::loseFrames(false); }),
+              duration<double>(bound).count());
+    EXPECT_TRUE(Plug::loseFrames(false));
+  }
+  // No harm done: the next camera on the device has frames.
+  GuestCamera camera(kernelDevice);
+  ASSERT_TRUE(camera.startCapture(false, false));
+  takeFrames(camera, 2);
 }
 
 TEST(Stop, EndsSoonWhenTheDeviceIsUnplugged) {
