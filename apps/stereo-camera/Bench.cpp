@@ -172,7 +172,7 @@ void bench(const BenchOptions& options) {
   RunTime time(options.seconds);
   startCapture(opened);
   const std::chrono::milliseconds patience(static_cast<long>(1000 * options.patience));
-  Watch watch(camera, patience);
+  Watch watch(camera, patience, opened.askedSize);
   camera.startStereoCompute();
   Readers readers(camera, watch);
   Pulse pulse(camera, watch, record);

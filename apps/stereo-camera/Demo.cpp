@@ -88,7 +88,7 @@ void demo(const DemoOptions& options) {
   std::cout << "source: " << opened.description << std::endl;
   startCapture(opened);
   const std::chrono::milliseconds patience(static_cast<long>(1000 * options.patience));
-  Watch watch(*opened.camera, patience);
+  Watch watch(*opened.camera, patience, opened.askedSize);
   std::cout << "waiting for the first frame ..." << std::endl;
   std::vector<Picture> pictures = readPictures(opened, watch);
   DepthProducts depth;

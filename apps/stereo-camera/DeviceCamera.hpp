@@ -18,6 +18,10 @@ public:
   /// otherwise so large that every pixel stays. Before `startCapture`.
   void chooseFrameSize(cv::Size size);
 
+  /// The video device itself; with GStreamer it may have closed since the camera was opened.
+  const cv::VideoCapture* device() const { return m_videoCapture; }
+  int nodeNumber() const { return m_deviceNode; }
+
   /// 1: longitude-latitude pair, 2: perspective pair.
   void setDepthMode(int mode) { m_depthmode = mode; }
   /// 0: semi-global matching, 1: block matching.

@@ -12,7 +12,6 @@
 
 #include <cerrno>
 #include <chrono>
-#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -21,6 +20,8 @@
 
 #include <opencv2/videoio.hpp>
 
+#include "DeviceOffers.hpp"
+
 extern char** environ;
 
 namespace stereo::app {
@@ -28,14 +29,6 @@ namespace stereo::app {
 namespace {
 
 constexpr std::chrono::seconds patience{8};  // with a back end that may block for ever
-
-std::string text(cv::Size size) { return std::to_string(size.width) + " x " + std::to_string(size.height); }
-
-std::string text(double number) {
-  char digits[32];
-  std::snprintf(digits, sizeof digits, "%g", number);
-  return digits;
-}
 
 class Descriptor {
 public:
@@ -53,80 +46,22 @@ private:
   int m_number;
 };
 
-// "YUYV"
-std::string codeName(__u32 code) {
-  std::string name;
-  for (int shift = 0; shift < 32; shift += 8) {
-    name += static_cast<char>((code >> shift) & 0x7FU);
+// What the driver offers of the size and rate that are wanted.
+void checkOffers(Findings& findings, int device, cv::Size size, double rate) {
+  const DeviceOffers offers = offersOf(device, size);
+  if (offers.formats.empty()) {
+    add(findings, "device: " + textOf(size) + " is not on offer",
+        offers.otherSizes.empty() ? "it tells no sizes; see what it delivers below" : "it offers " + sizesText(offers));
+    return;
   }
-  return name;
-}
-
-bool covers(const v4l2_frmsizeenum& offered, cv::Size size) {
-  const auto width = static_cast<__u32>(size.width);
-  const auto height = static_cast<__u32>(size.height);
-  if (offered.type == V4L2_FRMSIZE_TYPE_DISCRETE) {
-    return offered.discrete.width == width && offered.discrete.height == height;
+  std::string formats;
+  for (const std::string& format : offers.formats) {
+    formats += " " + format;
   }
-  const auto& range = offered.stepwise;
-  const auto fits = [](__u32 value, __u32 least, __u32 most, __u32 step) {
-    return value >= least && value <= most && (step == 0 || (value - least) % step == 0);
-  };
-  return fits(width, range.min_width, range.max_width, range.step_width) &&
-         fits(height, range.min_height, range.max_height, range.step_height);
-}
-
-// Most frames a second that the device offers in a format and size; 0 where it doesn't tell.
-double fastest(int device, __u32 format, cv::Size size) {
-  double most = 0;
-  v4l2_frmivalenum interval{};
-  interval.pixel_format = format;
-  interval.width = static_cast<__u32>(size.width);
-  interval.height = static_cast<__u32>(size.height);
-  for (; ioctl(device, VIDIOC_ENUM_FRAMEINTERVALS, &interval) == 0; ++interval.index) {
-    const v4l2_fract& shortest =
-        interval.type == V4L2_FRMIVAL_TYPE_DISCRETE ? interval.discrete : interval.stepwise.min;
-    if (shortest.numerator > 0) {
-      most = std::max(most, static_cast<double>(shortest.denominator) / shortest.numerator);
-    }
-    if (interval.type != V4L2_FRMIVAL_TYPE_DISCRETE) {
-      break;
-    }
-  }
-  return most;
-}
-
-// What the driver offers of the size that is wanted, and of others.
-void checkFormats(Findings& findings, int device, cv::Size size, double rate) {
-  std::string offers;
-  std::string others;
-  double most = 0;
-  v4l2_fmtdesc format{};
-  format.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-  for (; ioctl(device, VIDIOC_ENUM_FMT, &format) == 0; ++format.index) {
-    v4l2_frmsizeenum offered{};
-    offered.pixel_format = format.pixelformat;
-    for (; ioctl(device, VIDIOC_ENUM_FRAMESIZES, &offered) == 0; ++offered.index) {
-      if (covers(offered, size)) {
-        offers.append(1, ' ').append(codeName(format.pixelformat));
-        most = std::max(most, fastest(device, format.pixelformat, size));
-      } else if (offered.type == V4L2_FRMSIZE_TYPE_DISCRETE && others.size() < 120) {
-        others.append(1, ' ').append(std::to_string(offered.discrete.width)).append(1, 'x');
-        others.append(std::to_string(offered.discrete.height));
-      }
-      if (offered.type != V4L2_FRMSIZE_TYPE_DISCRETE) {
-        break;
-      }
-    }
-  }
-  const bool well = !offers.empty();
-  add(findings, "device: " + text(size) + (well ? " on offer as" + offers : " is not on offer"),
-      well             ? ""
-      : others.empty() ? "it tells no sizes; see what it delivers below"
-                       : "it offers" + others);
-  if (most > 0) {
-    add(findings, "device: up to " + text(most) + " frames a second at that size",
-        most + 0.5 >= rate ? "" : "ask for no more (--rate, or \"FrameRate\" in the settings)");
+  add(findings, "device: " + textOf(size) + " on offer as" + formats, "");
+  if (!offers.rates.empty()) {
+    add(findings, "device: " + ratesText(offers) + " frames a second at that size",
+        offers.hasRate(rate) ? "" : "ask for one of these (--rate, or \"FrameRate\" in the settings)");
   }
 }
 
@@ -140,7 +75,7 @@ std::string probeElsewhere(int node, const std::string& backEnd, cv::Size size, 
   std::vector<std::string> words = {"stereo-camera", "doctor",
                                     "--device",      std::to_string(node),
                                     "--size",        std::to_string(size.width) + "x" + std::to_string(size.height),
-                                    "--rate",        text(rate),
+                                    "--rate",        textOf(rate),
                                     "--probe",       backEnd};
   std::vector<char*> pointers;
   for (std::string& word : words) {
@@ -187,8 +122,8 @@ void checkBackEnd(Findings& findings, int node, const std::string& backEnd, cv::
   if (at != std::string::npos &&
       std::sscanf(said.c_str() + at, "frame %dx%d %lf", &delivered.width, &delivered.height, &told) == 3) {
     const bool well = delivered == size;
-    add(findings, head + text(delivered) + " at " + text(told) + " frames a second",
-        well ? "" : "asked for " + text(size) + ": give --size, or \"FrameSize\" in the settings, what it delivers");
+    add(findings, head + textOf(delivered) + " at " + textOf(told) + " frames a second",
+        well ? "" : "asked for " + textOf(size) + ": give --size, or \"FrameSize\" in the settings, what it delivers");
     return;
   }
   const std::size_t reason = said.find("fails ");
@@ -233,7 +168,7 @@ Findings checkDevice(int node, cv::Size size, double rate) {
   if (!captures) {
     return findings;
   }
-  checkFormats(findings, device, size, rate);
+  checkOffers(findings, device, size, rate);
   for (const char* const backEnd : {"gstreamer", "v4l2"}) {
     checkBackEnd(findings, node, backEnd, size, rate);
   }
@@ -251,7 +186,7 @@ void probeBackEnd(int node, const std::string& backEnd, cv::Size size, double ra
   capture.set(cv::CAP_PROP_FRAME_HEIGHT, size.height);
   capture.set(cv::CAP_PROP_FPS, rate);
   if (!capture.isOpened()) {
-    std::cout << "fails it closes when it is asked for " << text(size) << " at " << text(rate) << std::endl;
+    std::cout << "fails it closes when it is asked for " << textOf(size) << " at " << textOf(rate) << std::endl;
     return;
   }
   cv::Mat frame;

@@ -7,7 +7,11 @@ namespace stereo::app {
 
 MeasuredCapture::MeasuredCapture(std::unique_ptr<cv::VideoCapture> device, RunRecord& record,
                                  std::function<std::chrono::microseconds()> newestStamp)
-    : m_device(std::move(device)), m_record(record), m_newestStamp(std::move(newestStamp)) {}
+    : m_device(std::move(device)), m_record(record), m_newestStamp(std::move(newestStamp)) {
+  // Shared with the device, which does the work: whoever asks for the back end's name asks this.
+  cv::Ptr<cv::IVideoCapture> cv::VideoCapture::*const opened = &MeasuredCapture::icap;
+  icap = (*m_device).*opened;
+}
 
 template <typename Ask>
 bool MeasuredCapture::measure(Ask ask) {
@@ -40,6 +44,9 @@ double MeasuredCapture::get(int propId) const { return m_device->get(propId); }
 
 bool MeasuredCapture::isOpened() const { return m_device->isOpened(); }
 
-void MeasuredCapture::release() { m_device->release(); }
+void MeasuredCapture::release() {
+  icap.release();
+  m_device->release();
+}
 
 }  // namespace stereo::app

@@ -15,7 +15,7 @@ namespace stereo::app {
 /// owns.
 ///
 /// Reads and grabs belong to one thread at a time, the one that adds to the record. The others are as safe as the
-/// device's own.
+/// device's own. Where OpenCV opened the device, this tells its back end too.
 class MeasuredCapture final : public cv::VideoCapture {
 public:
   /// `newestStamp` tells the stamp of the raw frame that was published last. It is called by the reading thread before

@@ -58,7 +58,7 @@ void share(const ShareOptions& options) {
 
   RunTime time(options.seconds);
   startCapture(opened, false, true);
-  Watch watch(camera, std::chrono::milliseconds(static_cast<long>(1000 * options.patience)));
+  Watch watch(camera, std::chrono::milliseconds(static_cast<long>(1000 * options.patience)), opened.askedSize);
   cv::Mat left;
   cv::Mat right;
   std::chrono::microseconds stamp{0};

@@ -23,7 +23,7 @@ void snapshot(const SnapshotOptions& options) {
   OpenedCamera opened = openCamera(options.source);
   startCapture(opened);
   const std::chrono::milliseconds patience(static_cast<long>(1000 * options.patience));
-  Watch watch(*opened.camera, patience);
+  Watch watch(*opened.camera, patience, opened.askedSize);
   std::vector<Picture> pictures = readPictures(opened, watch);
   if (opened.calibrated) {
     const DepthProducts depth = readDepth(opened, watch, patience);

@@ -2,14 +2,17 @@
 #include "Source.hpp"
 
 #include <charconv>
+#include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <iterator>
 #include <regex>
 #include <stdexcept>
 
 #include "CalibrationCheck.hpp"
 #include "DeviceCamera.hpp"
+#include "DeviceWishes.hpp"
 #include "Failure.hpp"
 #include "MeasuredCamera.hpp"
 #include "ReplayCamera.hpp"
@@ -145,10 +148,12 @@ OpenedCamera openReplay(const SourceOptions& options, RunRecord* record) {
 OpenedCamera openDevice(const SourceOptions& options, RunRecord* record) {
   std::unique_ptr<DeviceCamera> camera;
   std::string description;
+  DeviceWishes wishes;
   if (options.settings.empty()) {
+    wishes = {parseSize(options.frameSize, "--size"), std::trunc(options.rate), false};
     camera = makeCamera<DeviceCamera>(record, options.device);
     camera->setRawFrameRate(static_cast<int>(options.rate));
-    camera->chooseFrameSize(parseSize(options.frameSize, "--size"));
+    camera->chooseFrameSize(wishes.size);
     camera->setRectFrameSize(parseSize(options.rectifiedSize, "--rectified"));
     description = "video device " + std::to_string(options.device);
   } else {
@@ -158,7 +163,8 @@ OpenedCamera openDevice(const SourceOptions& options, RunRecord* record) {
     if (camera->getRawFrameSize().empty()) {
       throw Failure(ExitCode::source, "the settings '" + options.settings + "' cannot be used: see the line above");
     }
-    camera->chooseFrameSize(camera->getRawFrameSize());
+    wishes = {camera->getRawFrameSize(), camera->getRawFrameRate(), true};
+    camera->chooseFrameSize(wishes.size);
     if (camera->rectFrameSize().empty()) {
       camera->setRectFrameSize(parseSize(options.rectifiedSize, "--rectified"));
     }
@@ -168,7 +174,13 @@ OpenedCamera openDevice(const SourceOptions& options, RunRecord* record) {
                                         std::to_string(camera->getDeviceNode()) +
                                         "): is it there, may you read it, and does nobody else hold it?");
   }
-  return opened(std::move(camera), options, description);
+  const std::string unmet = wishesUnmet(*camera, wishes);
+  if (!unmet.empty()) {
+    std::cerr << "stereo-camera: " << unmet << std::endl;
+  }
+  OpenedCamera result = opened(std::move(camera), options, description);
+  result.askedSize = wishes.size;
+  return result;
 }
 
 }  // namespace

@@ -83,7 +83,7 @@ void stream(const StreamOptions& options) {
   RunTime time(options.seconds);
   startCapture(opened, true);
   const std::chrono::milliseconds patience(static_cast<long>(1000 * options.patience));
-  Watch watch(camera, patience);
+  Watch watch(camera, patience, opened.askedSize);
   if (options.mode == depthStream) {
     camera.startStereoCompute();
   }

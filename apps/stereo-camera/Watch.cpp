@@ -5,6 +5,7 @@
 #include <future>
 #include <iostream>
 
+#include "DeviceOffers.hpp"
 #include "Failure.hpp"
 
 namespace stereo::app {
@@ -21,8 +22,10 @@ constexpr std::chrono::seconds stopGrace{12};
 
 }  // namespace
 
-Watch::Watch(StereoCamera& camera, std::chrono::milliseconds patience)
-    : m_camera(camera), m_patience(patience), m_last(Clock::now()), m_thread([this] { loop(); }) {}
+Watch::Watch(StereoCamera& camera, std::chrono::milliseconds patience, cv::Size askedSize)
+    : m_camera(camera), m_patience(patience), m_askedSize(askedSize), m_last(Clock::now()), m_thread([this] {
+        loop();
+      }) {}
 
 Watch::~Watch() {
   finish();
@@ -37,9 +40,24 @@ void Watch::alive() {
 void Watch::checkAfterRead() {
   if (m_expired) {
     throw Failure(ExitCode::noFrames, "no frame for " + std::to_string(m_patience.count()) +
-                                          " ms: is the camera plugged in, and does another program hold it?");
+                                          " ms: is the camera plugged in, and does another program hold it? " +
+                                          "(stereo-camera doctor tells)");
   }
   alive();
+}
+
+void Watch::checkFrameSize() {
+  if (m_askedSize.empty()) {
+    return;
+  }
+  std::call_once(m_sizeChecked, [this] {
+    const cv::Size size = m_camera.getRawFrameSize();
+    if (size != m_askedSize) {
+      std::cerr << "stereo-camera: frames come in " << textOf(size) << " instead of " << textOf(m_askedSize)
+                << ": give --size " << size.width << "x" << size.height
+                << " (\"FrameSize\" in the settings), or try another node of the device" << std::endl;
+    }
+  });
 }
 
 void Watch::finish() {

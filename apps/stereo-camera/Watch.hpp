@@ -22,7 +22,9 @@ class Watch {
 public:
   using Clock = std::chrono::steady_clock;
 
-  Watch(StereoCamera& camera, std::chrono::milliseconds patience);
+  /// With `askedSize` the first read that succeeds says on standard error, in one line, if the frames have another
+  /// size.
+  Watch(StereoCamera& camera, std::chrono::milliseconds patience, cv::Size askedSize = {});
   /// Stops the camera, if `finish` has not.
   ~Watch();
   Watch(const Watch&) = delete;
@@ -37,6 +39,9 @@ public:
   bool run(Read read) {
     const bool got = read();
     checkAfterRead();
+    if (got) {
+      checkFrameSize();
+    }
     return got;
   }
 
@@ -47,10 +52,13 @@ private:
   enum class Phase { watching, stopping, done };
 
   void checkAfterRead();
+  void checkFrameSize();
   void loop();
 
   StereoCamera& m_camera;
   const std::chrono::milliseconds m_patience;
+  const cv::Size m_askedSize;
+  std::once_flag m_sizeChecked;
   std::mutex m_mutex;
   std::condition_variable m_changed;
   Phase m_phase = Phase::watching;  // guarded by m_mutex

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "Failure.hpp"
+#include "support/OutputCapture.hpp"
 #include "support/ScriptedCapture.hpp"
 #include "support/TestCamera.hpp"
 
@@ -78,4 +79,24 @@ TEST(Watch, LeavesACameraThatDeliversAlone) {
   watch.finish();
   EXPECT_FALSE(camera.isOpened());
   watch.finish();
+}
+
+TEST(Watch, SaysOnceIfFramesHaveAnotherSizeThanAskedFor) {
+  const auto said = [](cv::Size asked) {
+    TestCamera camera([](int) { return frame; });
+    camera.startCapture(false, false);
+    const stereo::test::OutputCapture errors(2);
+    Watch watch(camera, 60s, asked);
+    cv::Mat read;
+    std::chrono::microseconds stamp{0};
+    for (int i = 0; i < 3; ++i) {
+      EXPECT_TRUE(watch.run([&] { return camera.getRawFrame(read, stamp); }));
+    }
+    return errors.ownText();
+  };
+  const std::string text = said({1856, 800});
+  EXPECT_NE(text.find("frames come in 16 x 8 instead of 1856 x 800: give --size 16x8"), std::string::npos) << text;
+  EXPECT_EQ(text.find("frames come", text.find("frames come") + 1), std::string::npos) << text;
+  EXPECT_EQ(said(frame.size()), "");
+  EXPECT_EQ(said({}), "");
 }

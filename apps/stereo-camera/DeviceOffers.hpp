@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <opencv2/core.hpp>
+
+namespace stereo::app {
+
+/// What the driver of a video device says it has, for one frame size that is wanted.
+struct DeviceOffers {
+  std::vector<std::string> formats;  ///< pixel formats that come in that size, "YUYV"
+  std::vector<cv::Size> otherSizes;  ///< some of the sizes that it has instead
+  std::vector<double> rates;         ///< frames a second at that size, fastest first; empty where it does not tell
+  bool anyRate = false;              ///< all rates between the first and the last of `rates`
+
+  /// Whether the driver tells anything about sizes.
+  bool tellsSizes() const { return !formats.empty() || !otherSizes.empty(); }
+  /// Whether the rate (frames a second) is on offer, as far as the driver tells.
+  bool hasRate(double rate) const;
+};
+
+/// Asks the driver. `device`: an open descriptor of the video device, which others may be reading meanwhile.
+DeviceOffers offersOf(int device, cv::Size wanted);
+/// The same by number, /dev/video<node>; nothing is offered where it cannot be opened.
+DeviceOffers offersOfNode(int node, cv::Size wanted);
+
+/// "1856 x 800"
+std::string textOf(cv::Size size);
+/// "29.97"
+std::string textOf(double number);
+/// "30, 25 or 5", "any from 1 to 30"
+std::string ratesText(const DeviceOffers& offers);
+/// "640x480, 1280x720"
+std::string sizesText(const DeviceOffers& offers);
+
+}  // namespace stereo::app
