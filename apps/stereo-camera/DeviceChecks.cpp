@@ -28,7 +28,7 @@ namespace stereo::app {
 
 namespace {
 
-constexpr std::chrono::seconds patience{8};  // with a back end that may block for ever
+constexpr std::chrono::seconds patience{20};  // with a back end that may block for ever; slow boards take five
 
 class Descriptor {
 public:

@@ -179,7 +179,9 @@ OpenedCamera openDevice(const SourceOptions& options, RunRecord* record) {
     std::cerr << "stereo-camera: " << unmet << std::endl;
   }
   OpenedCamera result = opened(std::move(camera), options, description);
-  result.askedSize = wishes.size;
+  if (unmet.empty()) {
+    result.askedSize = wishes.size;
+  }
   return result;
 }
 

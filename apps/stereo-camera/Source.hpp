@@ -43,7 +43,7 @@ struct OpenedCamera {
   int depthMode = 2;
   std::string description;  ///< "simulated camera, seed 1"
   bool calibrated = false;
-  cv::Size askedSize;  ///< frame size that a device was asked for; empty for other sources
+  cv::Size askedSize;  ///< frame size a device seemed to take, to be compared with its frames; may be empty
   cv::Size rectifiedSize;
   double horizontalField = 0;  ///< degrees
 };
