@@ -33,3 +33,11 @@ if(STEREO_CAMERA_PKG_CONFIG)
     -P ${CMAKE_CURRENT_SOURCE_DIR}/package/InstallAndUse.cmake)
   set_tests_properties(package.InstallAndUse PROPERTIES TIMEOUT 300 SKIP_REGULAR_EXPRESSION "skipped:")
 endif()
+
+# What an optimised build promises of its programs, looked for in what was linked.
+find_program(STEREO_CAMERA_READELF readelf)
+if(TARGET stereo-camera AND STEREO_CAMERA_READELF AND NOT STEREO_CAMERA_SANITIZE AND NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
+  add_test(NAME package.Hardened COMMAND ${CMAKE_COMMAND}
+    "-DFILES=$<TARGET_FILE:stereo-camera>;$<TARGET_FILE:file_tests>"
+    -P ${CMAKE_CURRENT_SOURCE_DIR}/package/Hardened.cmake)
+endif()

@@ -71,6 +71,8 @@ public:
   }
   static bool plugIn() {
     if (!isIn()) {
+      // It may be there under another number, if somebody still held this one when it came back.
+      tell("unbind");
       tell("bind");
     }
     return await(isIn, std::chrono::seconds(10));
