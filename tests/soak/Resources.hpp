@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace stereo::soak {
+
+/// What this process holds of the system.
+struct Resources {
+  long residentKilobytes = 0;
+  long threads = 0;
+  long descriptors = 0;
+  long segments = 0;  ///< System V segments that it made and that are still there
+};
+
+Resources resourcesInUse();
+
+/// How long a series has to be, and how much it may rise, before it says anything.
+struct Limits {
+  bool judgeMemory = true;          ///< false under the sanitizers, which keep what was freed
+  std::size_t memorySamples = 20;   ///< least for the memory
+  long memoryKilobytes = 8 * 1024;  ///< that the memory may rise by
+  std::size_t countSamples = 4;     ///< least for threads and descriptors
+};
+
+/// Something that did not stay flat.
+struct Rise {
+  std::string what;
+  std::string text;
+};
+
+/// Judges samples that were taken in one and the same situation, evenly spread over the run and without its warm-up.
+/// Tells each thing that rises:
+/// - memory: the median of the last quarter above that of the second quarter by more than the limit;
+/// - threads, descriptors: the least of the second half above the least of the first (what comes and goes adds to some
+///   samples only, what leaks adds to all that follow).
+/// The last sample's segments are judged too: there have to be none.
+std::vector<Rise> judge(const std::vector<Resources>& samples, const Limits& limits);
+
+/// What it judges by, in words: medians of the memory, least numbers of threads and descriptors, before and after.
+/// Empty for fewer than four samples.
+std::string describe(const std::vector<Resources>& samples);
+
+}  // namespace stereo::soak
