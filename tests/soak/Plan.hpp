@@ -34,6 +34,7 @@ inline Plan planOf(int life, bool streams) {
 /// What is done wrong on purpose, so that it can be seen to be noticed.
 struct Breaks {
   bool tear = false;        ///< the device tears frames
+  bool image = false;       ///< the consumer is told of other images than will come
   bool memory = false;      ///< four megabytes are lost with every life
   bool descriptor = false;  ///< one is lost with every life
   bool thread = false;      ///< one is lost with every life

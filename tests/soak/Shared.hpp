@@ -14,12 +14,13 @@ namespace stereo::soak {
 class Shared {
 public:
   struct Counters {
-    std::atomic<std::uint32_t> newest{0};  ///< number of the newest frame of any device
-    std::atomic<std::uint32_t> last{0};    ///< number of the image taken last
-    std::atomic<std::uint64_t> taken{0};   ///< images taken, each checked
-    std::atomic<std::uint64_t> again{0};   ///< images found that a killed process had taken but not given free
-    std::atomic<std::uint64_t> attached{0};
-    std::array<char, 256> failure{};  ///< the taking process's last words
+    std::atomic<std::uint32_t> newest{0};         ///< number of the newest frame of any device
+    std::atomic<std::uint32_t> last{0};           ///< number of the image taken last
+    std::atomic<std::uint64_t> taken{0};          ///< images taken, each checked
+    std::atomic<std::uint64_t> again{0};          ///< images found that a killed process had taken but not given free
+    std::atomic<std::uint64_t> attached{0};       ///< segments mapped
+    std::atomic<std::int64_t> patience{120'000};  ///< milliseconds that a marked image may take to be whole
+    std::array<char, 256> failure{};              ///< the taking process's last words
   };
   static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
 

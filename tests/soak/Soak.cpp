@@ -13,8 +13,9 @@ namespace stereo::soak {
 
 namespace {
 
-constexpr int firstKey = 9000;    // shared-memory key of position 0
-constexpr int longSamples = 120;  // in a long life
+constexpr int firstKey = 9000;         // shared-memory key of position 0
+constexpr int mostPositions = 20'000;  // keeps the stream's port below those that the system gives to senders
+constexpr int longSamples = 120;       // in a long life
 
 constexpr timespec look{0, 20'000'000};        // between looks at a condition
 constexpr std::chrono::seconds patience(180);  // for something that is bound to happen
@@ -30,9 +31,9 @@ constexpr bool sanitized =
 
 // One whose key nobody holds; drawn from the process, so that several may run beside each other.
 int freePosition() {
-  int position = 1 + static_cast<int>(getpid()) % 50'000;
+  int position = 1 + static_cast<int>(getpid()) % mostPositions;
   while (shmget(position + firstKey, 0, 0) != -1) {
-    position = 1 + (position + 7) % 50'000;
+    position = 1 + (position + 7) % mostPositions;
   }
   return position;
 }
@@ -67,6 +68,12 @@ Soak::Soak(const Options& options, Report& report)
   for (int i = 0; i < options.pictures; ++i) {
     m_full.of(static_cast<std::uint32_t>(i)).eye[0].copyTo(m_shared.leftEye(true, i));
     m_half.of(static_cast<std::uint32_t>(i)).eye[0].copyTo(m_shared.leftEye(false, i));
+    if (options.breaks.image) {
+      m_shared.leftEye(true, i).ptr(1)[0] ^= 1;
+    }
+  }
+  if (options.breaks.image) {
+    m_shared.counters().patience = 1000;
   }
 }
 

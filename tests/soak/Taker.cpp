@@ -8,8 +8,6 @@
 #include <string>
 #include <thread>
 
-#include <signal.h>
-#include <sys/prctl.h>
 #include <sys/shm.h>
 #include <unistd.h>
 
@@ -25,7 +23,6 @@ constexpr std::int32_t unused = 0;
 constexpr std::int32_t written = 2;
 constexpr std::size_t headerBytes = sizeof(std::int32_t);
 constexpr std::chrono::microseconds poll(300);  // the handshake has nothing to wait on
-constexpr std::chrono::minutes patience(2);     // for a marked image to be whole
 
 class Taker {
 public:
@@ -65,7 +62,7 @@ public:
         counters.last = number;
         status().store(unused);
         whole = Clock::now();
-      } else if (Clock::now() > whole + patience) {
+      } else if (Clock::now() > whole + std::chrono::milliseconds(counters.patience)) {
         return difference.empty() ? "marked, but the image stays the same" : difference;
       } else {
         std::this_thread::sleep_for(poll);
@@ -126,7 +123,6 @@ std::optional<std::string> takeFrom(const Shared& shared, int id) {
 }  // namespace
 
 void takeImages(const Shared& shared, int key) {
-  prctl(PR_SET_PDEATHSIG, SIGKILL);
   const pid_t starter = getppid();
   while (getppid() == starter) {
     const int id = shmget(key, 0, 0);

@@ -5,6 +5,7 @@
 #include <string>
 
 #include <signal.h>
+#include <sys/prctl.h>
 
 #include <CLI/CLI.hpp>
 
@@ -29,6 +30,7 @@ Breaks breaksOf(const std::vector<std::string>& names) {
   Breaks breaks;
   for (const std::string& name : names) {
     (name == "tear"         ? breaks.tear
+     : name == "image"      ? breaks.image
      : name == "memory"     ? breaks.memory
      : name == "descriptor" ? breaks.descriptor
      : name == "thread"     ? breaks.thread
@@ -65,6 +67,7 @@ void addOptions(CLI::App& program, Options& options) {
 }
 
 int run(int argc, char** argv) {
+  blockStopSignals();
   Options options;
   bool noStream = false;
   std::string libraryOutput = "/dev/null";
@@ -75,13 +78,14 @@ int run(int argc, char** argv) {
   program.add_flag("--no-stream", noStream, "never stream; without it, the program has to be in a network of its own");
   program.add_option("--log", libraryOutput, "file for what the library says on standard output");
   program.add_option("--break", breaks, "")
-      ->check(CLI::IsMember({"tear", "memory", "descriptor", "thread", "segment"}))
+      ->check(CLI::IsMember({"tear", "image", "memory", "descriptor", "thread", "segment"}))
       ->delimiter(',')
       ->group("");
   program.add_option("--take", take, "")->expected(2)->group("");
   CLI11_PARSE(program, argc, argv);
 
   if (!take.empty()) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);  // goes with the process that started it
     takeImages(stereo::soak::Shared::open(take[0]), take[1]);
     return 1;
   }
@@ -91,7 +95,6 @@ int run(int argc, char** argv) {
     std::cerr << "soak: this streams; run it through scripts/in-own-network, or with --no-stream" << std::endl;
     return 2;
   }
-  blockStopSignals();
   stereo::soak::Report report(libraryOutput);
   report.line("making the pictures and all that is to come of them ...");
   stereo::soak::Soak soak(options, report);
