@@ -2,7 +2,7 @@
 # A run that is made to go wrong has to end badly and to say why; one that is interrupted ends in order.
 function(expect result)
   execute_process(
-    COMMAND ${SOAK} --no-stream --seconds 0 --reads 2 --warm-up 0 --pictures 2 --settle 0 ${arg_OPTIONS}
+    COMMAND ${SOAK} --no-stream --seconds 0 --warm-up 0 --pictures 2 --settle 0 ${arg_OPTIONS}
     OUTPUT_VARIABLE output ERROR_VARIABLE errors RESULT_VARIABLE ended)
   message("${output}${errors}")
   if(NOT ended EQUAL result)
@@ -15,7 +15,7 @@ function(expect result)
   endforeach()
 endfunction()
 
-set(arg_OPTIONS --captures 4 --break tear,descriptor,thread,segment)
+set(arg_OPTIONS --captures 4 --reads 2 --break tear,descriptor,thread,segment)
 expect(1 "is frame [0-9]+'s, not frame" "descriptors[^\n]*: rose" "threads[^\n]*: rose"
        "segments[^\n]*: [0-9]+ left behind" "\nBAD\n")
 set(arg_OPTIONS --captures 1 --reads 1000000 --break image)

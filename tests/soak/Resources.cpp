@@ -92,9 +92,8 @@ std::vector<Rise> judge(const std::vector<Resources>& samples, const Limits& lim
   std::vector<Rise> rises;
   const std::size_t count = samples.size();
   if (limits.judgeMemory && count >= std::max<std::size_t>(limits.memorySamples, 4)) {
-    const Pair memory = medians(samples);
-    if (memory.after - memory.before > limits.memoryKilobytes) {
-      rises.push_back(risen("resident kilobytes", memory));
+    if (memoryRise(samples) > limits.memoryKilobytes) {
+      rises.push_back(risen("resident kilobytes", medians(samples)));
     }
   }
   if (count >= std::max<std::size_t>(limits.countSamples, 2)) {
@@ -110,6 +109,11 @@ std::vector<Rise> judge(const std::vector<Resources>& samples, const Limits& lim
     rises.push_back({"segments", std::to_string(samples.back().segments) + " left behind"});
   }
   return rises;
+}
+
+long memoryRise(const std::vector<Resources>& samples) {
+  const Pair memory = medians(samples);
+  return memory.after - memory.before;
 }
 
 std::string describe(const std::vector<Resources>& samples) {

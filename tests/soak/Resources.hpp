@@ -38,6 +38,9 @@ struct Rise {
 /// The last sample's segments are judged too: there have to be none.
 std::vector<Rise> judge(const std::vector<Resources>& samples, const Limits& limits);
 
+/// Kilobytes from the one median to the other; negative where the memory shrank. At least four samples.
+long memoryRise(const std::vector<Resources>& samples);
+
 /// What it judges by, in words: medians of the memory, least numbers of threads and descriptors, before and after.
 /// Empty for fewer than four samples.
 std::string describe(const std::vector<Resources>& samples);

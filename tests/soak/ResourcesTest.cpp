@@ -93,6 +93,7 @@ TEST(SoakJudge, NoticesMemoryThatRises) {
 TEST(SoakJudge, TellsWhatItJudgesBy) {
   EXPECT_EQ(stereo::soak::describe(steady(3)), "");
   std::vector<Resources> samples = {{1, 5, 9, 0}, {2, 4, 9, 0}, {3, 7, 8, 0}, {4, 6, 8, 0}};
+  EXPECT_EQ(stereo::soak::memoryRise(samples), 2);
   EXPECT_EQ(stereo::soak::describe(samples), "resident kilobytes 2 -> 4, threads 4 -> 6, descriptors 9 -> 8");
 }
 

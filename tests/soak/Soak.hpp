@@ -67,6 +67,8 @@ private:
   Clock::time_point m_nextLine;
   Clock::time_point m_nextSample;
   Clock::duration m_sampleEvery{};
+  int m_longLives = 0;
+  long m_longRise = 0;  // most kilobytes that the memory rose by within one of them
   int m_vainWaits = 0;
   bool m_interrupted = false;
 };
