@@ -99,7 +99,7 @@ void Soak::live(int number) {
   m_failuresBefore = m_failures.count();
   m_inLife.clear();
   m_sampleEvery = std::chrono::duration_cast<Clock::duration>(plan.isLong ? length / longSamples : length * 2);
-  m_nextSample = Clock::now() + m_sampleEvery;
+  m_nextSample = Clock::time_point::max();
 
   Life life(plan, plan.fullSize ? m_full : m_half, m_setting, m_position, m_shared.counters().newest,
             m_options.breaks.tear, m_failures);
@@ -109,6 +109,7 @@ void Soak::live(int number) {
   life.restartDisparity();
   awaitReads(life, " after the disparity worker's restart", 2 * least);
   awaitImagesAndPackets(life, plan, imagesBefore);
+  m_nextSample = Clock::now();  // by now all threads of libraries below have been made that a life makes
   while (!lifeIsOver() && Clock::now() < end) {
     const auto until = std::min(end, Clock::now() + std::chrono::seconds(5));
     await([&] { return Clock::now() >= until; });
