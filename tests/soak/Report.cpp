@@ -56,7 +56,8 @@ void Report::figures(const Totals& totals) {
   line(text.str());
 }
 
-std::string json(const Totals& totals, bool good, const std::vector<std::string>& reasons) {
+std::string json(const Totals& totals, const std::vector<Resources>& atRest, bool good,
+                 const std::vector<std::string>& reasons) {
   std::ostringstream text;
   text << "{\n  \"good\": " << (good ? "true" : "false") << ",\n  \"reasons\": [";
   for (std::size_t i = 0; i < reasons.size(); ++i) {
@@ -72,7 +73,12 @@ std::string json(const Totals& totals, bool good, const std::vector<std::string>
        << ",\n  \"streams\": " << totals.streams << ",\n  \"packets\": " << totals.packets
        << ",\n  \"residentKilobytes\": " << totals.resources.residentKilobytes
        << ",\n  \"threads\": " << totals.resources.threads << ",\n  \"descriptors\": " << totals.resources.descriptors
-       << ",\n  \"segments\": " << totals.resources.segments << "\n}\n";
+       << ",\n  \"segments\": " << totals.resources.segments << ",\n  \"atRest\": [";
+  for (std::size_t i = 0; i < atRest.size(); ++i) {
+    text << (i == 0 ? "\n" : ",\n") << "    {\"residentKilobytes\": " << atRest[i].residentKilobytes
+         << ", \"threads\": " << atRest[i].threads << ", \"descriptors\": " << atRest[i].descriptors << "}";
+  }
+  text << "]\n}\n";
   return text.str();
 }
 

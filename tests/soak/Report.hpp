@@ -44,7 +44,8 @@ private:
   std::FILE* m_output;
 };
 
-/// The figures and the verdict as a JSON document.
-std::string json(const Totals& totals, bool good, const std::vector<std::string>& reasons);
+/// The figures, what was held after each life, and the verdict as a JSON document.
+std::string json(const Totals& totals, const std::vector<Resources>& atRest, bool good,
+                 const std::vector<std::string>& reasons);
 
 }  // namespace stereo::soak

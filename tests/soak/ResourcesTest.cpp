@@ -137,9 +137,10 @@ TEST(SoakReport, JsonTellsVerdictAndReasons) {
   stereo::soak::Totals totals;
   totals.frames = 12;
   totals.reads[1] = 34;
-  const std::string text = stereo::soak::json(totals, false, {"a \"quoted\" reason\n"});
+  const std::string text = stereo::soak::json(totals, {{5, 6, 7, 0}}, false, {"a \"quoted\" reason\n"});
   EXPECT_THAT(text, HasSubstr("\"good\": false"));
   EXPECT_THAT(text, HasSubstr("\"reasons\": [\"a \\\"quoted\\\" reason \"]"));
   EXPECT_THAT(text, HasSubstr("\"frames\": 12,"));
   EXPECT_THAT(text, HasSubstr("\"eyes\": 34,"));
+  EXPECT_THAT(text, HasSubstr("{\"residentKilobytes\": 5, \"threads\": 6, \"descriptors\": 7}"));
 }

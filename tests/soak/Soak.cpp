@@ -21,6 +21,7 @@ constexpr int longSamples = 120;  // in a long life
 
 constexpr timespec look{0, 20'000'000};        // between looks at a condition
 constexpr std::chrono::seconds patience(180);  // for something that is bound to happen
+constexpr std::size_t fullSettling = 6;        // lives from one full wait to the next
 constexpr int mostVainWaits = 3;               // after so many nothing more is expected to settle
 constexpr unsigned hung = 600;                 // seconds without a sign of life after which the process is ended
 
@@ -202,13 +203,15 @@ Totals Soak::totals() const {
   return totals;
 }
 
-// No camera lives. What libraries below keep for a moment, idle threads for instance, may still go; a mapped segment
-// goes when the consumer notices.
+// No camera lives. A mapped segment goes when the consumer notices. What libraries below keep for a moment, idle
+// threads for instance, may still go, too; a long run waits for that now and then only, since the least numbers are
+// what counts.
 void Soak::sampleAtRest() {
   const bool warm = m_atRest.size() >= static_cast<std::size_t>(m_options.warmUpLives);
   const std::chrono::duration<double> settling(m_vainWaits < mostVainWaits ? m_options.settleSeconds : 0);
   const auto end = Clock::now() + std::chrono::duration_cast<Clock::duration>(settling);
   Resources found = resourcesInUse();
+  const bool waitsForThreads = warm && (m_options.lives != 0 || m_atRest.size() % fullSettling == 0);
   const auto settled = [&] {
     const auto least = [&](long Resources::*field) {
       long value = found.*field;
@@ -217,8 +220,8 @@ void Soak::sampleAtRest() {
       }
       return value;
     };
-    return found.segments == 0 && (!warm || (found.threads <= least(&Resources::threads) &&
-                                             found.descriptors <= least(&Resources::descriptors)));
+    return found.segments == 0 && (!waitsForThreads || (found.threads <= least(&Resources::threads) &&
+                                                        found.descriptors <= least(&Resources::descriptors)));
   };
   while (!settled() && Clock::now() < end && !m_interrupted) {
     tick();
@@ -282,7 +285,7 @@ bool Soak::verdict() {
   const bool good = reasons.empty() && all.frames > 0;
   m_report.line(std::string(good ? "good" : "BAD") + (m_interrupted ? " (interrupted)" : ""));
   if (!m_options.json.empty()) {
-    std::ofstream(m_options.json) << json(all, good, reasons);
+    std::ofstream(m_options.json) << json(all, m_atRest, good, reasons);
   }
   return good;
 }
