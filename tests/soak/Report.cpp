@@ -76,7 +76,8 @@ std::string json(const Totals& totals, const std::vector<Resources>& atRest, boo
        << ",\n  \"segments\": " << totals.resources.segments << ",\n  \"atRest\": [";
   for (std::size_t i = 0; i < atRest.size(); ++i) {
     text << (i == 0 ? "\n" : ",\n") << "    {\"residentKilobytes\": " << atRest[i].residentKilobytes
-         << ", \"threads\": " << atRest[i].threads << ", \"descriptors\": " << atRest[i].descriptors << "}";
+         << ", \"heapKilobytes\": " << atRest[i].heapKilobytes << ", \"threads\": " << atRest[i].threads
+         << ", \"descriptors\": " << atRest[i].descriptors << "}";
   }
   text << "]\n}\n";
   return text.str();

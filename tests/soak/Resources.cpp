@@ -6,7 +6,9 @@
 #include <fstream>
 #include <limits>
 #include <sstream>
+#include <tuple>
 
+#include <malloc.h>
 #include <unistd.h>
 
 namespace stereo::soak {
@@ -47,10 +49,10 @@ struct Pair {
 };
 
 // Of the memory in the second and the last quarter. At least four samples.
-Pair medians(const std::vector<Resources>& samples) {
+Pair medians(const std::vector<Resources>& samples, Field field) {
   const std::size_t count = samples.size();
-  const std::vector<long> before = part(samples, &Resources::residentKilobytes, count / 4, count / 2);
-  const std::vector<long> after = part(samples, &Resources::residentKilobytes, count - count / 4, count);
+  const std::vector<long> before = part(samples, field, count / 4, count / 2);
+  const std::vector<long> after = part(samples, field, count - count / 4, count);
   return {before[before.size() / 2], after[after.size() / 2]};
 }
 
@@ -85,6 +87,8 @@ Resources resourcesInUse() {
   }
   --resources.descriptors;
   resources.segments = segmentsOfThisProcess();
+  const struct mallinfo2 heap = mallinfo2();
+  resources.heapKilobytes = static_cast<long>((heap.uordblks + heap.hblkhd) / 1024);
   return resources;
 }
 
@@ -92,8 +96,15 @@ std::vector<Rise> judge(const std::vector<Resources>& samples, const Limits& lim
   std::vector<Rise> rises;
   const std::size_t count = samples.size();
   if (limits.judgeMemory && count >= std::max<std::size_t>(limits.memorySamples, 4)) {
-    if (memoryRise(samples) > limits.memoryKilobytes) {
-      rises.push_back(risen("resident kilobytes", medians(samples)));
+    for (const auto& [name, field, limit] :
+         {std::tuple<const char*, Field, long>("resident kilobytes", &Resources::residentKilobytes,
+                                               limits.memoryKilobytes),
+          std::tuple<const char*, Field, long>("allocated kilobytes", &Resources::heapKilobytes,
+                                               limits.heapKilobytes)}) {
+      const Pair memory = medians(samples, field);
+      if (memory.after - memory.before > limit) {
+        rises.push_back(risen(name, memory));
+      }
     }
   }
   if (count >= std::max<std::size_t>(limits.countSamples, 2)) {
@@ -112,7 +123,7 @@ std::vector<Rise> judge(const std::vector<Resources>& samples, const Limits& lim
 }
 
 long memoryRise(const std::vector<Resources>& samples) {
-  const Pair memory = medians(samples);
+  const Pair memory = medians(samples, &Resources::residentKilobytes);
   return memory.after - memory.before;
 }
 
@@ -121,8 +132,10 @@ std::string describe(const std::vector<Resources>& samples) {
     return {};
   }
   const auto text = [](const Pair& pair) { return std::to_string(pair.before) + " -> " + std::to_string(pair.after); };
-  return "resident kilobytes " + text(medians(samples)) + ", threads " + text(leastOf(samples, &Resources::threads)) +
-         ", descriptors " + text(leastOf(samples, &Resources::descriptors));
+  return "resident kilobytes " + text(medians(samples, &Resources::residentKilobytes)) + ", allocated " +
+         text(medians(samples, &Resources::heapKilobytes)) + ", threads " +
+         text(leastOf(samples, &Resources::threads)) + ", descriptors " +
+         text(leastOf(samples, &Resources::descriptors));
 }
 
 }  // namespace stereo::soak

@@ -79,6 +79,11 @@ TEST(SoakJudge, NoticesMemoryThatRises) {
     samples[i].residentKilobytes += static_cast<long>(i) * 600;
   }
   EXPECT_THAT(judged(samples, Limits()), ElementsAre(HasSubstr("resident kilobytes rose from")));
+  std::vector<Resources> allocating = steady(40);
+  for (std::size_t i = 0; i < allocating.size(); ++i) {
+    allocating[i].heapKilobytes = 90'000 + static_cast<long>(i) * 150;
+  }
+  EXPECT_THAT(judged(allocating, Limits()), ElementsAre(HasSubstr("allocated kilobytes rose from")));
   Limits others;
   others.judgeMemory = false;
   EXPECT_THAT(judged(samples, others), IsEmpty());
@@ -94,7 +99,8 @@ TEST(SoakJudge, TellsWhatItJudgesBy) {
   EXPECT_EQ(stereo::soak::describe(steady(3)), "");
   std::vector<Resources> samples = {{1, 5, 9, 0}, {2, 4, 9, 0}, {3, 7, 8, 0}, {4, 6, 8, 0}};
   EXPECT_EQ(stereo::soak::memoryRise(samples), 2);
-  EXPECT_EQ(stereo::soak::describe(samples), "resident kilobytes 2 -> 4, threads 4 -> 6, descriptors 9 -> 8");
+  EXPECT_EQ(stereo::soak::describe(samples),
+            "resident kilobytes 2 -> 4, allocated 0 -> 0, threads 4 -> 6, descriptors 9 -> 8");
 }
 
 TEST(SoakJudge, NoticesThreadsAndDescriptorsThatRise) {
@@ -142,5 +148,5 @@ TEST(SoakReport, JsonTellsVerdictAndReasons) {
   EXPECT_THAT(text, HasSubstr("\"reasons\": [\"a \\\"quoted\\\" reason \"]"));
   EXPECT_THAT(text, HasSubstr("\"frames\": 12,"));
   EXPECT_THAT(text, HasSubstr("\"eyes\": 34,"));
-  EXPECT_THAT(text, HasSubstr("{\"residentKilobytes\": 5, \"threads\": 6, \"descriptors\": 7}"));
+  EXPECT_THAT(text, HasSubstr("{\"residentKilobytes\": 5, \"heapKilobytes\": 0, \"threads\": 6, \"descriptors\": 7}"));
 }

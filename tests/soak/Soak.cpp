@@ -243,6 +243,7 @@ void Soak::judgeLongLife(int number) {
   Limits inLife = limits();
   inLife.memorySamples = longSamples / 2;
   inLife.memoryKilobytes = longLifeKilobytes;
+  inLife.heapKilobytes = longLifeKilobytes;
   if (m_inLife.size() >= inLife.memorySamples) {
     ++m_longLives;
     m_longRise = std::max(m_longRise, memoryRise(m_inLife));
