@@ -22,7 +22,7 @@ struct Limits {
   bool judgeMemory = true;          ///< false under the sanitizers, which keep what was freed
   std::size_t memorySamples = 20;   ///< least for the memory
   long memoryKilobytes = 8 * 1024;  ///< that the resident memory may rise by
-  long heapKilobytes = 2 * 1024;    ///< that the allocated memory may rise by
+  long heapKilobytes = 8 * 1024;    ///< that the allocated memory may rise by
   std::size_t countSamples = 4;     ///< least for threads and descriptors
 };
 

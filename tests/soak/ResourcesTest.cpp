@@ -81,7 +81,7 @@ TEST(SoakJudge, NoticesMemoryThatRises) {
   EXPECT_THAT(judged(samples, Limits()), ElementsAre(HasSubstr("resident kilobytes rose from")));
   std::vector<Resources> allocating = steady(40);
   for (std::size_t i = 0; i < allocating.size(); ++i) {
-    allocating[i].heapKilobytes = 90'000 + static_cast<long>(i) * 150;
+    allocating[i].heapKilobytes = 90'000 + static_cast<long>(i) * 600;
   }
   EXPECT_THAT(judged(allocating, Limits()), ElementsAre(HasSubstr("allocated kilobytes rose from")));
   Limits others;
