@@ -1,0 +1,33 @@
+# SPDX-License-Identifier: Apache-2.0
+# A run that is made to go wrong has to end badly and to say why; one that is interrupted ends in order.
+function(expect result)
+  execute_process(
+    COMMAND ${SOAK} --no-stream --seconds 0 --warm-up 0 --pictures 2 --settle 0 ${arg_OPTIONS}
+    OUTPUT_VARIABLE output ERROR_VARIABLE errors RESULT_VARIABLE ended)
+  message("${output}${errors}")
+  if(NOT ended EQUAL result)
+    message(FATAL_ERROR "ended with ${ended}")
+  endif()
+  foreach(text ${ARGN})
+    if(NOT output MATCHES "${text}")
+      message(FATAL_ERROR "nothing said of: ${text}")
+    endif()
+  endforeach()
+endfunction()
+
+set(arg_OPTIONS --captures 4 --reads 2 --break descriptor,thread,segment)
+expect(1 "descriptors[^\n]*: rose" "threads[^\n]*: rose" "segments[^\n]*: [0-9]+ left behind" "\nBAD\n")
+# So many reads are never made: the run ends with the first that is wrong.
+set(arg_OPTIONS --captures 1 --reads 1000000 --break tear)
+expect(1 "is (frame [0-9]+'s, )?not frame" "\nBAD\n")
+set(arg_OPTIONS --captures 1 --reads 1000000 --break image)
+expect(1 "consumer \\(1\\): row 1 is not what frame [0-9]+ shows" "\nBAD\n")
+
+# The signal may come before anything was read; it is the end in order that counts.
+execute_process(
+  COMMAND timeout --signal=INT 3 ${SOAK} --no-stream --minutes 10 --pictures 2
+  OUTPUT_VARIABLE output ERROR_VARIABLE errors)
+message("${output}${errors}")
+if(NOT output MATCHES "\n(good|BAD) .interrupted.\n")
+  message(FATAL_ERROR "not ended in order")
+endif()
