@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include <pthread.h>
 #include <opencv2/highgui.hpp>
 
 #include "baseline/Cloud.hpp"
@@ -15,10 +16,17 @@
 #include "fuzz/Target.hpp"
 #include "support/TestCamera.hpp"
 
-// In the places of the libraries': every wait ends at once, as if the worker had just published. This process has one
-// thread, whose images are there already.
+// In the places of the libraries': while an input is tried every wait ends at once, as if the worker had just
+// published; the images are there already. libFuzzer's own threads wait as ever.
+namespace {
+thread_local bool isTrying = false;
+}
 namespace std {
-void condition_variable::wait(unique_lock<mutex>& /*lock*/) {}
+void condition_variable::wait(unique_lock<mutex>& lock) {
+  if (!isTrying) {
+    pthread_cond_wait(native_handle(), lock.mutex()->native_handle());
+  }
+}
 }  // namespace std
 int cv::waitKey(int /*milliseconds*/) { return -1; }
 
@@ -216,6 +224,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   stereo::fuzz::chooseInstructionSet(input.byte());
   const int output = input.byte();
   const Case given(input, camera);
+  isTrying = true;
   cv::Mat metres;
   tryMetric(camera, given, output, metres);
   tryColoured(camera, given, output);
@@ -224,5 +233,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                       [&](auto& points) { baseline::plainCloud(images, given.cloud, points); });
   tryCloud<PCL>(camera, given, isImage(given.view, CV_8UC3), "coloured cloud",
                 [&](auto& points) { baseline::colouredCloud(images, given.cloud, points); });
+  isTrying = false;
   return 0;
 }
