@@ -71,7 +71,8 @@ public:
   bool next() {
     while (!m_text.empty()) {
       const std::size_t end = std::min(m_text.find('\n'), m_text.size());
-      const std::string_view line = m_text.substr(0, std::min(end, m_text.find_first_of(std::string_view("\r\0", 2))));
+      std::string_view line = m_text.substr(0, end);
+      line = line.substr(0, line.find('\r'));
       m_text.remove_prefix(std::min(end + 1, m_text.size()));
       if (take(line, 0)) {
         return true;
@@ -106,9 +107,6 @@ bool skipFlow(Lines& lines) {
   for (;;) {
     const std::string_view rest = lines.rest();
     std::size_t length = 1;
-    if (rest[0] == '#') {
-      return false;
-    }
     const bool isStart = before == ',' || before == ':' || before == '[' || before == '{';
     if (rest[0] == '[' || rest[0] == '{') {
       if (!isStart && !inTag) {
@@ -131,6 +129,9 @@ bool skipFlow(Lines& lines) {
     const bool more = lines.skip(length);
     if (depth == 0) {
       return !more;  // what follows would have to stand on a line of its own
+    }
+    if (!more && rest.find_first_not_of(" \t", length) != std::string_view::npos) {
+      return false;  // a comment, or part of a text
     }
     if (!more && !lines.next()) {
       return true;  // the parser says that it misses a bracket

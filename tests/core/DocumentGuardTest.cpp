@@ -109,3 +109,33 @@ TEST(SafeToParse, RefusesStreamsThatBeginOrEndInNoKnownWay) {
     EXPECT_FALSE(safeToParse(head + text)) << text;
   }
 }
+
+TEST(SafeToParse, RefusesZeros) {
+  using namespace std::string_view_literals;
+  EXPECT_FALSE(safeToParse("%YAML:1.0\n---\nA: 5\0\n"sv));
+  EXPECT_FALSE(safeToParse("{ \"A\": 5\0 }"sv));
+  EXPECT_FALSE(safeToParse("<?xml version=\0\"1.0\"?>\n<opencv_storage>\n</opencv_storage>\n"sv));
+}
+
+TEST(SafeToParse, RefusesBase64WithoutTypes) {
+  // "d" and 23 blanks, then a number; "2if" likewise; types that do not exist; blanks alone; too short.
+  const std::string data = "AAAAAAAA8D8=";
+  struct Case {
+    std::string text;
+    bool isSafe;
+  };
+  for (const Case& c :
+       {Case{"ZCAgICAgICAgICAgICAgICAgICAgICAg", true}, Case{"MmlmICAgICAgICAgICAgICAgICAgICAg", true},
+        Case{"RGVwdGhtb2RlICAgICAgICAgICAgICAg", false}, Case{"ICAgICAgICAgICAgICAgICAgICAgICAg", false},
+        Case{"MiAgICAgICAgICAgICAgICAgICAgICAg", false}, Case{"ZCAg", false}, Case{"", false}}) {
+    EXPECT_EQ(safeToParse("{ \"A\": { \"data\": \"$base64$" + c.text + data + "\" } }"), c.isSafe) << c.text;
+    EXPECT_EQ(safeToParse("%YAML:1.0\n---\nA: !!opencv-matrix\n   data: !!binary |\n     " + c.text + data + "\n"),
+              c.isSafe)
+        << c.text;
+    EXPECT_EQ(safeToParse("<?xml version=\"1.0\"?>\n<opencv_storage><A><data type_id=\"binary\">\n  " + c.text + data +
+                          "</data></A></opencv_storage>\n"),
+              c.isSafe)
+        << c.text;
+  }
+  EXPECT_TRUE(safeToParse("%YAML:1.0\n---\nA: binary\nbinary: 5\n"));
+}
