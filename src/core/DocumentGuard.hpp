@@ -8,9 +8,10 @@ namespace stereo::core {
 /// Deepest nesting that a document may have. Ours have two levels; the parsers use a few kilobytes of stack a level.
 constexpr int deepestNesting = 100;
 
-/// Whether a YAML, XML or JSON document may be handed to OpenCV's parsers, which take two kinds of malformed text
-/// badly: they call themselves for each level of nesting, until the stack ends, and the XML one runs past the end of a
-/// text that stops inside a tag. Says nothing about whether the document is well-formed otherwise.
+/// Whether a YAML, XML or JSON document may be handed to OpenCV's parsers, which take some kinds of malformed text
+/// badly: they call themselves for each level of nesting, until the stack ends; they run past the end of a text that
+/// stops inside a tag or holds a zero; they go on for ever where a stream begins with a dash, or elements in base 64
+/// have no type. Says nothing about whether the document is well-formed otherwise.
 bool safeToParse(std::string_view text);
 
 }  // namespace stereo::core

@@ -26,7 +26,7 @@ class Stretches final : public cv::ParallelLoopBody {
 public:
   Stretches(const Work& work, std::atomic<int>& passed) : m_work(work), m_passed(passed) {}
   // Reads its own members ahead of the counter, hence the exception.
-  [[gnu::no_sanitize("thread")]] void operator()(const cv::Range& range) const override {
+  __attribute__((no_sanitize("thread"))) void operator()(const cv::Range& range) const override {
     runStretch(m_work, m_passed, range.start, range.end);
   }
 

@@ -18,9 +18,13 @@ inline bool isSoleOwner(const cv::Mat& output) {
          !output.isSubmatrix();
 }
 
-/// Whether the memory of two pictures meets, their gaps between rows included.
+/// Whether the memory of two pictures meets, their gaps between rows included. Matrices of more dimensions, which have no
+/// rows, may be asked about too.
 inline bool overlap(const cv::Mat& a, const cv::Mat& b) {
-  const auto end = [](const cv::Mat& image) {
+  const auto end = [](const cv::Mat& image) -> const uchar* {
+    if (image.dims > 2) {
+      return image.dataend;
+    }
     return image.ptr(image.rows - 1) + static_cast<std::size_t>(image.cols) * image.elemSize();
   };
   return !a.empty() && !b.empty() && a.data < end(b) && b.data < end(a);

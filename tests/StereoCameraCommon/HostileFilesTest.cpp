@@ -5,6 +5,7 @@
 #include <string>
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "StereoCameraCommon/HostileFiles.hpp"
 
@@ -204,5 +205,16 @@ TEST_P(HostileFilesDeathTest, EndAfterTheNameOfAnAttribute) {
                             : std::vector<std::string>{"{ \"DeviceNode\": { \"type_id\":"};
   for (const std::string& text : texts) {
     EXPECT_EXIT(loadBoth(*this, text), testing::ExitedWithCode(bothMalformed), "") << text;
+  }
+}
+
+// A parser that waits for what does not come would keep the host for ever.
+TEST_P(HostileFilesDeathTest, StreamsThatNeverBegin) {
+  if (GetParam() != "yml") {
+    return;  // no other syntax has several
+  }
+  for (const char* const text : {"%YAML:1.0\n---\nA: 1\n...\n- 5\n", "%YAML:1.0\n---\n   A: 1\n%YA-.Inf\n",
+                                 "%YAML:1.0\n---\n{ A: 1 } xx- 5\n"}) {
+    EXPECT_EXIT((alarm(60), loadBoth(*this, text)), testing::ExitedWithCode(bothMalformed), "") << text;
   }
 }

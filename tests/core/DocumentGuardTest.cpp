@@ -77,3 +77,65 @@ TEST(SafeToParse, RefusesMissingNames) {
   EXPECT_FALSE(safeToParse("%YAML:1.0\n---\nA: 'it\"s'\nB: {C: 'x\"', : 4}\n"));
   EXPECT_TRUE(safeToParse("%YAML:1.0\n---\nA: \"a: b, c: d\"\nB: 5\n"));
 }
+
+TEST(SafeToParse, LetsSeveralStreamsThrough) {
+  const std::string head = "%YAML:1.0\n---\n";
+  EXPECT_TRUE(safeToParse(head + "A: 5\n...\n"));
+  EXPECT_TRUE(safeToParse(head + "A: 5\n...\n---\nB: 5\n"));
+  EXPECT_TRUE(safeToParse(head + "A: 5\n...\n\n# more\n%YAML:1.0\n--- # now\n   B: 5\n   C:\n     - -5\n...\n"));
+  EXPECT_TRUE(safeToParse(head + "- 5\n- -5\n...\n"));
+  EXPECT_TRUE(safeToParse("A: -5\n"));
+  EXPECT_TRUE(safeToParse(head + "   A: 5\n# whose place is no matter\n\n   B: -5\n"));
+}
+
+TEST(SafeToParse, LetsCollectionsInBracketsThrough) {
+  const std::string head = "%YAML:1.0\n---\n";
+  for (const std::string end : {"", "\n", "\n...\n", "\n...\n---\nB: -5\n", " # end\n"}) {
+    EXPECT_TRUE(
+        safeToParse(head + "{ A: !!opencv-matrix { rows: 1, cols: 2,\n dt: \"d\", data: [ -1., -.5 ] } }" + end))
+        << end;
+    EXPECT_TRUE(safeToParse(head + "[ -5, [ 6, '}' ], {} ]" + end)) << end;
+  }
+}
+
+// The parser would look at a dash for ever that it takes for the start of a stream.
+TEST(SafeToParse, RefusesStreamsThatBeginOrEndInNoKnownWay) {
+  const std::string head = "%YAML:1.0\n---\n";
+  for (const char* const text :
+       {"A: 5\n...\n- 5\n", "A: 5\n...\n# \n - 5\n", "A: 5\n...- 5\n", "A: 5\n... - 5\n", "...\n- 5\n", "...- 5\n",
+        "   A: 5\nxx - 5\n", "   A: 5\n%YA-5\n", "   A: 5\n---\n- 5\n", "  - 5\nxxx- 5\n", "- 5\nxxx- 5\n",
+        "{ A: 5 }\nxxx- 5\n", "{ A: 5 } xxx- 5\n", "{ A: x{y }\nxx- 5 }\n", "{ A: it's }\nxx- 5 ', B: 5 }\n",
+        "{ A: '\\', B: 5 }", "{ A: 5 # }\n }\n", "!!map { A: 5 }\nxxx- 5\n", "--- { A: 5 }\nxxx- 5\n"}) {
+    EXPECT_FALSE(safeToParse(head + text)) << text;
+  }
+}
+
+TEST(SafeToParse, RefusesZeros) {
+  using namespace std::string_view_literals;
+  EXPECT_FALSE(safeToParse("%YAML:1.0\n---\nA: 5\0\n"sv));
+  EXPECT_FALSE(safeToParse("{ \"A\": 5\0 }"sv));
+  EXPECT_FALSE(safeToParse("<?xml version=\0\"1.0\"?>\n<opencv_storage>\n</opencv_storage>\n"sv));
+}
+
+TEST(SafeToParse, RefusesBase64WithoutTypes) {
+  // "d" and 23 blanks, then a number; "2if" likewise; types that do not exist; blanks alone; too short.
+  const std::string data = "AAAAAAAA8D8=";
+  struct Case {
+    std::string text;
+    bool isSafe;
+  };
+  for (const Case& c :
+       {Case{"ZCAgICAgICAgICAgICAgICAgICAgICAg", true}, Case{"MmlmICAgICAgICAgICAgICAgICAgICAg", true},
+        Case{"RGVwdGhtb2RlICAgICAgICAgICAgICAg", false}, Case{"ICAgICAgICAgICAgICAgICAgICAgICAg", false},
+        Case{"MiAgICAgICAgICAgICAgICAgICAgICAg", false}, Case{"ZCAg", false}, Case{"", false}}) {
+    EXPECT_EQ(safeToParse("{ \"A\": { \"data\": \"$base64$" + c.text + data + "\" } }"), c.isSafe) << c.text;
+    EXPECT_EQ(safeToParse("%YAML:1.0\n---\nA: !!opencv-matrix\n   data: !!binary |\n     " + c.text + data + "\n"),
+              c.isSafe)
+        << c.text;
+    EXPECT_EQ(safeToParse("<?xml version=\"1.0\"?>\n<opencv_storage><A><data type_id=\"binary\">\n  " + c.text + data +
+                          "</data></A></opencv_storage>\n"),
+              c.isSafe)
+        << c.text;
+  }
+  EXPECT_TRUE(safeToParse("%YAML:1.0\n---\nA: binary\nbinary: 5\n"));
+}

@@ -98,6 +98,17 @@ TEST(Overlap, IsByMemoryNotByHeader) {
   EXPECT_FALSE(overlap(whole, cv::Mat()));
 }
 
+// They have no rows to be counted: what a host hands over by mistake must get as far as being refused.
+TEST(Overlap, TakesMatricesOfMoreDimensions) {
+  const int sizes[] = {2, 3, 4};
+  const cv::Mat cube(3, sizes, CV_32FC1, cv::Scalar(before));
+  const cv::Mat row(1, 4, CV_32FC1, cube.data + 20 * sizeof(float));
+  EXPECT_TRUE(overlap(cube, cube));
+  EXPECT_TRUE(overlap(cube, row));
+  EXPECT_TRUE(overlap(row, cube));
+  EXPECT_FALSE(overlap(cube, cv::Mat(3, sizes, CV_32FC1, cv::Scalar(before))));
+}
+
 TEST(PublishCopy, AHeaderThatSomebodyKeptGoesOnShowingItsFrame) {
   cv::Mat published;
   publishCopy(image(1), published);
