@@ -220,9 +220,9 @@ void StereoCamera::interruptRead(int attempt) {
   constexpr int gentleAttempts = 30;
   switch (stereo::sys::backEndOf(*m_videoCapture)) {
     case stereo::sys::BackEnd::gstreamer:
-      if (attempt >= gentleAttempts) {
-        // Where its pipeline never came to run, restarting it does nothing. Seen to end the read and to do no harm, but
-        // OpenCV does not promise it.
+      if (attempt >= gentleAttempts || !stereo::sys::isOpenHere(relaxed(m_deviceNode))) {
+        // A pipeline that is no video device's may not come back from being started, and one that never came to run
+        // does not notice. Releasing was seen to end the read and to do no harm, but OpenCV does not promise it.
         m_videoCapture->release();
       } else if (attempt % 10 == 0) {
         stereo::sys::restartPipeline(*m_videoCapture);

@@ -25,6 +25,29 @@ bool streamOff(int descriptor) {
   return was;
 }
 
+// Calls `visit` with a descriptor for each that this process holds of /dev/video<node>. It is one of our own for the
+// same open file: its owner may close his meanwhile, and the number may then be another file's.
+template <typename Visit>
+void forEachDescriptor(int node, const Visit& visit) {
+  struct stat device {};
+  const std::string path = "/dev/video" + std::to_string(node);
+  if (stat(path.c_str(), &device) != 0 || !S_ISCHR(device.st_mode)) {
+    return;
+  }
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd", error)) {
+    const int descriptor = fcntl(std::atoi(entry.path().filename().c_str()), F_DUPFD_CLOEXEC, 0);
+    if (descriptor < 0) {
+      continue;
+    }
+    struct stat file {};
+    if (fstat(descriptor, &file) == 0 && isDevice(file, device.st_rdev)) {
+      visit(descriptor);
+    }
+    close(descriptor);
+  }
+}
+
 }  // namespace
 
 BackEnd backEndOf(const cv::VideoCapture& device) {
@@ -43,27 +66,15 @@ void restartPipeline(cv::VideoCapture& device) {
 }
 
 int stopStreaming(int node) {
-  struct stat device {};
-  const std::string path = "/dev/video" + std::to_string(node);
-  if (stat(path.c_str(), &device) != 0 || !S_ISCHR(device.st_mode)) {
-    return 0;
-  }
   int stopped = 0;
-  std::error_code error;
-  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd", error)) {
-    // A descriptor of our own for the same open file: its owner may close his, and the number may then be another
-    // file's.
-    const int descriptor = fcntl(std::atoi(entry.path().filename().c_str()), F_DUPFD_CLOEXEC, 0);
-    if (descriptor < 0) {
-      continue;
-    }
-    struct stat file {};
-    if (fstat(descriptor, &file) == 0 && isDevice(file, device.st_rdev) && streamOff(descriptor)) {
-      ++stopped;
-    }
-    close(descriptor);
-  }
+  forEachDescriptor(node, [&](int descriptor) { stopped += streamOff(descriptor) ? 1 : 0; });
   return stopped;
+}
+
+bool isOpenHere(int node) {
+  bool found = false;
+  forEachDescriptor(node, [&](int) { found = true; });
+  return found;
 }
 
 }  // namespace stereo::sys

@@ -167,6 +167,45 @@ TEST_F(StopWhileStalled, ReadersAndTheDisparityWorkerAreReleased) {
 TEST(StopStreaming, WithoutADeviceDoesNothing) {
   EXPECT_EQ(stereo::sys::stopStreaming(9900), 0);
   EXPECT_EQ(stereo::sys::stopStreaming(-1), 0);
+  EXPECT_FALSE(stereo::sys::isOpenHere(9900));
+}
+
+TEST(BackEnd, IsOpenCVsOwnOrAnother) {
+  using stereo::sys::BackEnd;
+  EXPECT_EQ(stereo::sys::backEndOf(cv::VideoCapture()), BackEnd::other) << "not opened";
+  EXPECT_EQ(stereo::sys::backEndOf(StallingCapture(0)), BackEnd::other);
+  const cv::VideoCapture pipeline("videotestsrc num-buffers=3 ! video/x-raw,format=BGR,width=64,height=32 ! appsink",
+                                  cv::CAP_GSTREAMER);
+  ASSERT_TRUE(pipeline.isOpened());
+  EXPECT_EQ(stereo::sys::backEndOf(pipeline), BackEnd::gstreamer);
+}
+
+// A live pipeline that has nothing to give, as a device has that stalled.
+TEST(BackEnd, RestartingALivePipelineEndsARead) {
+  cv::VideoCapture pipeline(
+      "videotestsrc is-live=true ! video/x-raw,format=BGR,width=64,height=32,framerate=30/1 ! "
+      "identity drop-probability=1 ! appsink",
+      cv::CAP_GSTREAMER);
+  ASSERT_TRUE(pipeline.isOpened());
+  DeviceReads reads;
+  reads.workerStarts();
+  std::thread worker([&] {
+    reads.run([&] {
+      cv::Mat frame;
+      EXPECT_FALSE(pipeline.read(frame));
+    });
+    reads.workerEnds();
+  });
+  // The grace sees to it that the read waits for its frame by then.
+  int attempts = 0;
+  reads.awaitWorkers([&](int) {
+    if (attempts++ == 0) {
+      stereo::sys::restartPipeline(pipeline);
+    }
+  });
+  worker.join();
+  EXPECT_GE(attempts, 1);
+  EXPECT_TRUE(pipeline.isOpened()) << "nothing was taken away";
 }
 
 TEST(DeviceReads, WithoutWorkersThereIsNothingToAwait) {
