@@ -127,6 +127,11 @@ int Input::integer() {
   return static_cast<int>(bits);
 }
 
+int Input::anyType() {
+  const int depth = between(0, 7);
+  return CV_MAKETYPE(depth, between(1, 4));
+}
+
 cv::Mat Input::matrix(int rows, int cols, const double* usual) {
   const int kind = byte();
   int type = CV_64FC1;
@@ -139,7 +144,7 @@ cv::Mat Input::matrix(int rows, int cols, const double* usual) {
         return cv::Mat(3, sizes, CV_64F, cv::Scalar(number(1)));
       }
       case 2:
-        type = CV_MAKETYPE(between(0, 7), between(1, 4));
+        type = anyType();
         break;
       case 3:
         std::swap(rows, cols);
@@ -168,7 +173,7 @@ cv::Mat Input::image(int usualType, cv::Size largest, double usual) {
     fill(cube, usual);
     return cube;
   }
-  const int type = kind >= 240 ? CV_MAKETYPE(between(0, 7), between(1, 4)) : usualType;
+  const int type = kind >= 240 ? anyType() : usualType;
   const int rows = between(0, largest.height);
   const int cols = between(0, largest.width);
   // Some are parts of larger images, whose rows do not follow each other in memory.
@@ -184,7 +189,8 @@ cv::Mat Input::image(int usualType, cv::Size largest, double usual) {
 
 // A few bytes make a whole image: they are taken over and over.
 void Input::fill(cv::Mat& image, double usual) {
-  const std::size_t length = std::min<std::size_t>(1U + byte() % 64U, static_cast<std::size_t>(m_end - m_next));
+  const std::size_t wanted = 1U + byte() % 64U;
+  const std::size_t length = std::min(wanted, static_cast<std::size_t>(m_end - m_next));
   Input pattern(m_next, length);
   const std::size_t count = image.total() * static_cast<std::size_t>(image.channels());
   for (std::size_t k = 0; k < count; ++k) {

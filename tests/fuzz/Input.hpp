@@ -34,6 +34,7 @@ public:
   cv::Mat image(int usualType, cv::Size largest, double usual);
 
 private:
+  int anyType();
   void fill(cv::Mat& image, double usual);
 
   const std::uint8_t* m_next;

@@ -136,7 +136,7 @@ void tryOneEye(Input& input, EyesCamera& camera) {
   const int shift = input.byte();
   const bool reads = input.flag();
   const int depthMode = input.between(1, 2);
-  const cv::Size size(input.between(layout == 7 ? -1 : 0, largest.width), input.between(0, largest.height));
+  const cv::Size size{input.between(layout == 7 ? -1 : 0, largest.width), input.between(0, largest.height)};
   Maps given(size.width < 0 ? 0 : layout, size, shift);
 
   bool refused = false;
@@ -181,7 +181,7 @@ void tryStart(Input& input, EyesCamera& camera) {
     xi[k] = input.matrix(1, 1, &usualXi);
     camera.setCalibParams({eyes[k].K, eyes[k].D, xi[k], eyes[k].R, t}, k == 1);
   }
-  const cv::Size size(input.between(-1, largest.width), input.between(0, largest.height));
+  const cv::Size size{input.between(-1, largest.width), input.between(0, largest.height)};
   camera.m_rectFrameSize = size;
   camera.m_rawFrameSize = cv::Size(input.flag() ? 1856 : input.integer(), 800);
   camera.m_hFov = input.number(90);
