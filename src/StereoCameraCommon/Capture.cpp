@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <cstdlib>
+#include <typeinfo>
 #include <utility>
 
 #include <unistd.h>
@@ -82,7 +83,11 @@ bool StereoCamera::startCapture(bool useTransmit, bool useShareMemory) {
     buildMaps(frameScale);
   }
   reportInfo(m_log, "Initialize parameters OK!\n");
+  if (m_videoCapture != nullptr) {
+    m_internals->backEnd = stereo::sys::backEndOf(*m_videoCapture);  // now, while nobody reads or reopens it
+  }
   if (m_isOpened) {
+    m_internals->deviceReads.resume();
     {
       const std::lock_guard lock(m_frameMutex);
       m_internals->captureStopped = false;
@@ -210,35 +215,38 @@ void StereoCamera::captureWorker(float frameScale) {
 }
 
 // Ends a read of the device that a worker is still inside of although the stop asked for has been waiting for a while.
-// Nothing may be taken away under a read of OpenCV's own devices, so each back end gets what makes its read fail by
-// itself. What neither OpenCV nor the kernel knows is released, which a derived cv::VideoCapture must take while it
-// reads.
+// Each back end gets what makes its read fail by itself, for releasing a device of OpenCV's frees what the read works
+// on.
 void StereoCamera::interruptRead(int attempt) {
   if (m_videoCapture == nullptr) {
     return;
   }
-  constexpr int gentleAttempts = 30;
-  switch (stereo::sys::backEndOf(*m_videoCapture)) {
+  constexpr int pipelineAttempts = 10;  // about a second
+  constexpr int kernelAttempts = 150;   // fifteen; OpenCV's own limit is ten
+  switch (m_internals->backEnd) {
     case stereo::sys::BackEnd::gstreamer:
-      if (attempt >= gentleAttempts || !stereo::sys::isOpenHere(relaxed(m_deviceNode))) {
-        // A pipeline that is no video device's may not come back from being started, and one that never came to run
-        // does not notice. Releasing was seen to end the read and to do no harm, but OpenCV does not promise it.
-        m_videoCapture->release();
-      } else if (attempt % 10 == 0) {
-        stereo::sys::restartPipeline(*m_videoCapture);
-      } else {
+      if (attempt == 0) {
+        stereo::sys::stopPipeline(*m_videoCapture);
+      } else if (attempt < pipelineAttempts) {
         stereo::sys::stopStreaming(relaxed(m_deviceNode));
+      } else if (attempt == pipelineAttempts) {
+        // A pipeline that never came to run, on a driver that does not wake who waits. The release ends the read, at
+        // the price named above; the alternative is a stop that never returns.
+        m_videoCapture->release();
       }
       break;
     case stereo::sys::BackEnd::kernel:
-      // A driver that does not wake who waits leaves the read to its own time limit, ten seconds. Releasing would free
-      // what the read works on, and not end it sooner.
+      // A driver that does not wake who waits leaves the read to its own time limit.
       stereo::sys::stopStreaming(relaxed(m_deviceNode));
-      break;
-    case stereo::sys::BackEnd::other:
-      if (attempt >= gentleAttempts || stereo::sys::stopStreaming(relaxed(m_deviceNode)) == 0) {
-        m_videoCapture->release();
+      if (attempt == kernelAttempts && typeid(*m_videoCapture) != typeid(cv::VideoCapture)) {
+        m_videoCapture->release();  // waits for something of its own, beside the device
       }
+      break;
+    case stereo::sys::BackEnd::otherOfOpenCv:
+      break;  // files and network streams, with time limits of their own
+    case stereo::sys::BackEnd::foreign:
+      // A derived class, which must take this while it reads.
+      m_videoCapture->release();
       break;
   }
 }

@@ -29,29 +29,31 @@ void DeviceReads::workerEnds() {
   m_ended.notify_all();
 }
 
+void DeviceReads::resume() {
+  const std::lock_guard lock(m_mutex);
+  m_givenUp = false;
+}
+
 void DeviceReads::awaitWorkers(const std::function<void(int)>& interrupt) {
   std::unique_lock lock(m_mutex);
   const Clock::time_point asked = Clock::now();
-  Clock::time_point quietUntil = asked + firstGrace;  // nothing is interrupted before
+  Clock::time_point lastAttempt;
   int attempts = 0;
   while (m_workers > 0) {
-    m_ended.wait_until(lock, quietUntil);
     const Clock::time_point now = Clock::now();
-    if (m_workers == 0 || now < quietUntil) {
-      continue;
-    }
-    const Clock::time_point due = m_readSince + laterGrace;
-    if (!m_reading || now < due) {
-      quietUntil = std::max(now + laterGrace / 4, m_reading ? due : now);
+    const Clock::time_point due = !m_reading     ? now + laterGrace
+                                  : attempts > 0 ? lastAttempt + laterGrace
+                                                 : std::max(asked, m_readSince) + firstGrace;
+    if (now < due) {
+      m_ended.wait_until(lock, due);
       continue;
     }
     m_givenUp = true;
     lock.unlock();
     interrupt(attempts++);
     lock.lock();
-    quietUntil = Clock::now() + laterGrace;
+    lastAttempt = Clock::now();
   }
-  m_givenUp = false;
 }
 
 }  // namespace stereo

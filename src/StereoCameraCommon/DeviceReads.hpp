@@ -20,8 +20,8 @@ public:
   void workerStarts();
   void workerEnds();
 
-  /// Runs one read; workers take turns. Leaves it out while a stop waits that had to interrupt one: the ten reads of a
-  /// warm-up would each wait as long as the first.
+  /// Runs one read; workers take turns. Leaves it out once one had to be interrupted: the ten reads of a warm-up would
+  /// each wait as long as the first.
   template <typename Read>
   void run(const Read& read) {
     const std::lock_guard turn(m_deviceMutex);
@@ -30,6 +30,9 @@ public:
       read();
     }
   }
+
+  /// Reads are made again: a device is said to be open.
+  void resume();
 
   /// Waits until all workers have ended, and has `interrupt(attempt)` called, from 0 on, while a read outlives its
   /// grace. `interrupt` runs on the caller's thread, without a lock, while the read may still go on.
@@ -56,7 +59,7 @@ private:
   std::condition_variable m_ended;
   int m_workers = 0;
   bool m_reading = false;
-  bool m_givenUp = false;  // a read had to be interrupted; until its worker has ended
+  bool m_givenUp = false;  // a read had to be interrupted
   Clock::time_point m_readSince;
 };
 

@@ -10,6 +10,7 @@
 #include "StereoCamera.hpp"
 #include "StereoCameraCommon/DeviceReads.hpp"
 #include "system/ImageMemory.hpp"
+#include "system/VideoDevice.hpp"
 
 /// What the camera needs beside its members.
 ///
@@ -19,6 +20,8 @@
 struct StereoCamera::Internals {
   /// Reads of the device, one at a time: a worker superseded by a second start still reads until the stop.
   stereo::DeviceReads deviceReads;
+  /// Who reads it; set by a start, for a stop.
+  std::atomic<stereo::sys::BackEnd> backEnd{stereo::sys::BackEnd::foreign};
   /// Round one offer into the shared-memory segment, for the same reason.
   std::mutex segmentMutex;
   /// Round the headers of the maps and of the camera matrix: a second start swaps them whole under the readers.

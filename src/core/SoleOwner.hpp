@@ -18,8 +18,8 @@ inline bool isSoleOwner(const cv::Mat& output) {
          !output.isSubmatrix();
 }
 
-/// Whether the memory of two pictures meets, their gaps between rows included. Matrices of more dimensions, which have no
-/// rows, may be asked about too.
+/// Whether the memory of two pictures meets, their gaps between rows included. Matrices of more dimensions, which have
+/// no rows, may be asked about too.
 inline bool overlap(const cv::Mat& a, const cv::Mat& b) {
   const auto end = [](const cv::Mat& image) -> const uchar* {
     if (image.dims > 2) {

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <typeinfo>
 
 namespace stereo::sys {
 
@@ -25,22 +26,47 @@ bool streamOff(int descriptor) {
   return was;
 }
 
-// Calls `visit` with a descriptor for each that this process holds of /dev/video<node>. It is one of our own for the
-// same open file: its owner may close his meanwhile, and the number may then be another file's.
-template <typename Visit>
-void forEachDescriptor(int node, const Visit& visit) {
+}  // namespace
+
+BackEnd backEndOf(const cv::VideoCapture& device) {
+  try {
+    const cv::String name = device.getBackendName();
+    if (name == "GSTREAMER") {
+      return BackEnd::gstreamer;
+    }
+    if (name == "V4L2") {
+      return BackEnd::kernel;
+    }
+    return typeid(device) == typeid(cv::VideoCapture) ? BackEnd::otherOfOpenCv : BackEnd::foreign;
+  } catch (const cv::Exception&) {
+    return BackEnd::foreign;  // OpenCV has nothing open there
+  }
+}
+
+void stopPipeline(cv::VideoCapture& device) {
+  // OpenCV 4.6 stops a running pipeline before it sets any property. Of most it then starts it again, and waits for a
+  // frame; not of this one, which is given the value that it has.
+  constexpr int property = cv::CAP_PROP_GSTREAMER_QUEUE_LENGTH;
+  device.set(property, device.get(property));
+}
+
+void forEachDescriptor(const std::string& path, const std::function<void(int)>& visit) {
   struct stat device {};
-  const std::string path = "/dev/video" + std::to_string(node);
   if (stat(path.c_str(), &device) != 0 || !S_ISCHR(device.st_mode)) {
     return;
   }
   std::error_code error;
   for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd", error)) {
-    const int descriptor = fcntl(std::atoi(entry.path().filename().c_str()), F_DUPFD_CLOEXEC, 0);
+    struct stat file {};
+    const int number = std::atoi(entry.path().filename().c_str());
+    // Others are left alone: closing a duplicate would take the process's locks off its file.
+    if (fstat(number, &file) != 0 || !isDevice(file, device.st_rdev)) {
+      continue;
+    }
+    const int descriptor = fcntl(number, F_DUPFD_CLOEXEC, 0);
     if (descriptor < 0) {
       continue;
     }
-    struct stat file {};
     if (fstat(descriptor, &file) == 0 && isDevice(file, device.st_rdev)) {
       visit(descriptor);
     }
@@ -48,33 +74,11 @@ void forEachDescriptor(int node, const Visit& visit) {
   }
 }
 
-}  // namespace
-
-BackEnd backEndOf(const cv::VideoCapture& device) {
-  try {
-    const cv::String name = device.getBackendName();
-    return name == "GSTREAMER" ? BackEnd::gstreamer : name == "V4L2" ? BackEnd::kernel : BackEnd::other;
-  } catch (const cv::Exception&) {
-    return BackEnd::other;  // not opened by OpenCV
-  }
-}
-
-void restartPipeline(cv::VideoCapture& device) {
-  // Setting any property of a running pipeline goes that way; this one is given the value that it has.
-  constexpr int property = cv::CAP_PROP_GSTREAMER_QUEUE_LENGTH;
-  device.set(property, device.get(property));
-}
-
 int stopStreaming(int node) {
   int stopped = 0;
-  forEachDescriptor(node, [&](int descriptor) { stopped += streamOff(descriptor) ? 1 : 0; });
+  forEachDescriptor("/dev/video" + std::to_string(node),
+                    [&](int descriptor) { stopped += streamOff(descriptor) ? 1 : 0; });
   return stopped;
-}
-
-bool isOpenHere(int node) {
-  bool found = false;
-  forEachDescriptor(node, [&](int) { found = true; });
-  return found;
 }
 
 }  // namespace stereo::sys

@@ -1,15 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
 // Stopping while the device keeps its reader waiting.
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cstdlib>
+#include <future>
 #include <mutex>
 #include <thread>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include "StereoCameraCommon/DeviceReads.hpp"
 #include "support/Await.hpp"
+#include "support/TempDir.hpp"
 #include "support/TestCamera.hpp"
 #include "system/VideoDevice.hpp"
 
@@ -167,13 +174,12 @@ TEST_F(StopWhileStalled, ReadersAndTheDisparityWorkerAreReleased) {
 TEST(StopStreaming, WithoutADeviceDoesNothing) {
   EXPECT_EQ(stereo::sys::stopStreaming(9900), 0);
   EXPECT_EQ(stereo::sys::stopStreaming(-1), 0);
-  EXPECT_FALSE(stereo::sys::isOpenHere(9900));
 }
 
 TEST(BackEnd, IsOpenCVsOwnOrAnother) {
   using stereo::sys::BackEnd;
-  EXPECT_EQ(stereo::sys::backEndOf(cv::VideoCapture()), BackEnd::other) << "not opened";
-  EXPECT_EQ(stereo::sys::backEndOf(StallingCapture(0)), BackEnd::other);
+  EXPECT_EQ(stereo::sys::backEndOf(cv::VideoCapture()), BackEnd::foreign) << "not opened";
+  EXPECT_EQ(stereo::sys::backEndOf(StallingCapture(0)), BackEnd::foreign);
   const cv::VideoCapture pipeline("videotestsrc num-buffers=3 ! video/x-raw,format=BGR,width=64,height=32 ! appsink",
                                   cv::CAP_GSTREAMER);
   ASSERT_TRUE(pipeline.isOpened());
@@ -181,7 +187,7 @@ TEST(BackEnd, IsOpenCVsOwnOrAnother) {
 }
 
 // A live pipeline that has nothing to give, as a device has that stalled.
-TEST(BackEnd, RestartingALivePipelineEndsARead) {
+TEST(BackEnd, StoppingAPipelineEndsARead) {
   cv::VideoCapture pipeline(
       "videotestsrc is-live=true ! video/x-raw,format=BGR,width=64,height=32,framerate=30/1 ! "
       "identity drop-probability=1 ! appsink",
@@ -200,7 +206,7 @@ TEST(BackEnd, RestartingALivePipelineEndsARead) {
   int attempts = 0;
   reads.awaitWorkers([&](int) {
     if (attempts++ == 0) {
-      stereo::sys::restartPipeline(pipeline);
+      stereo::sys::stopPipeline(pipeline);
     }
   });
   worker.join();
@@ -218,6 +224,80 @@ TEST(DeviceReads, WithoutWorkersThereIsNothingToAwait) {
   });
   reads.awaitWorkers([](int) { FAIL(); });
   worker.join();
+}
+
+// Slower than the pause between two attempts, but far from stalled: a warm-up that a stop waits for.
+TEST(DeviceReads, SlowReadsAreLeftAlone) {
+  DeviceReads reads;
+  std::mutex mutex;
+  std::condition_variable never;
+  constexpr auto slow = 3 * DeviceReads::laterGrace;
+  int made = 0;
+  steady_clock::duration longest{0};
+  reads.workerStarts();
+  std::thread worker([&] {
+    for (int n = 0; n < 10; ++n) {
+      reads.run([&] {
+        const auto begun = steady_clock::now();
+        std::unique_lock lock(mutex);
+        never.wait_for(lock, slow, [] { return false; });
+        longest = std::max(longest, steady_clock::now() - begun);
+        ++made;
+      });
+    }
+    reads.workerEnds();
+  });
+  int interrupted = 0;
+  reads.awaitWorkers([&](int) { ++interrupted; });
+  worker.join();
+  // A machine under load may hold one up for two seconds; that one is as good as stalled.
+  if (longest < DeviceReads::firstGrace) {
+    EXPECT_EQ(interrupted, 0);
+    EXPECT_EQ(made, 10);
+  }
+}
+
+// Those of a device that is opened again count.
+TEST(DeviceReads, AreMadeAgainWhenResumed) {
+  DeviceReads reads;
+  std::promise<void> interrupted;
+  reads.workerStarts();
+  std::thread worker([&] {
+    reads.run([&] { interrupted.get_future().wait(); });
+    reads.workerEnds();
+  });
+  reads.awaitWorkers([&](int attempt) {
+    if (attempt == 0) {
+      interrupted.set_value();
+    }
+  });
+  worker.join();
+  int made = 0;
+  reads.run([&] { ++made; });
+  EXPECT_EQ(made, 0);
+  reads.resume();
+  reads.run([&] { ++made; });
+  EXPECT_EQ(made, 1);
+}
+
+// What a process has locked of other files stays locked when its video device is looked for.
+TEST(StopStreaming, LeavesLocksAlone) {
+  const stereo::test::TempDir folder;
+  const int file = open(folder.path("locked").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  ASSERT_GE(file, 0);
+  struct flock lock {};
+  lock.l_type = F_WRLCK;
+  ASSERT_EQ(fcntl(file, F_SETLK, &lock), 0);
+  // Any device of the kernel's will do.
+  stereo::sys::forEachDescriptor("/dev/null", [](int) {});
+  EXPECT_EXIT(
+      {
+        struct flock other {};
+        other.l_type = F_WRLCK;
+        std::_Exit(fcntl(file, F_SETLK, &other) == 0 ? 1 : 0);
+      },
+      testing::ExitedWithCode(0), "");
+  close(file);
 }
 
 // As often as it takes; the reads that follow, as those of a warm-up do, are left out.
