@@ -177,8 +177,8 @@ public:
   virtual bool stopStereoCompute();
   /// Ends the capture worker, after its device read, and waits for it; readers still waiting for a frame are
   /// released with false. A read that goes on for two seconds, since the device has stalled, is made to fail, and the
-  /// worker reads no more: OpenCV's own devices are told in their back end's way, any other by its `release`, which a
-  /// derived cv::VideoCapture must take during a read. True. The host's thread.
+  /// worker reads no more: OpenCV's own video devices are told in their back end's way, a derived cv::VideoCapture by its
+  /// `release`, which it must take during a read. True. The host's thread.
   virtual bool stopCapture();
 
 protected:

@@ -36,8 +36,9 @@ endif()
 
 # What an optimised build promises of its programs, looked for in what was linked.
 find_program(STEREO_CAMERA_READELF readelf)
-if(TARGET stereo-camera AND STEREO_CAMERA_READELF AND NOT STEREO_CAMERA_SANITIZE AND NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
+if(TARGET stereo-camera AND STEREO_CAMERA_READELF AND NOT STEREO_CAMERA_SANITIZE AND
+   CMAKE_BUILD_TYPE MATCHES "^(Release|RelWithDebInfo|MinSizeRel)$")
   add_test(NAME package.Hardened COMMAND ${CMAKE_COMMAND}
-    "-DFILES=$<TARGET_FILE:stereo-camera>;$<TARGET_FILE:file_tests>"
+    "-DFILES=$<TARGET_FILE:stereo-camera>;$<TARGET_FILE:gststereocamerastandin>;$<TARGET_FILE:file_tests>"
     -P ${CMAKE_CURRENT_SOURCE_DIR}/package/Hardened.cmake)
 endif()

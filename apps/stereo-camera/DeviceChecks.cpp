@@ -49,9 +49,12 @@ private:
 // What the driver offers of the size and rate that are wanted.
 void checkOffers(Findings& findings, int device, cv::Size size, double rate) {
   const DeviceOffers offers = offersOf(device, size);
+  if (!offers.tellsSizes()) {
+    add(findings, "device: tells no sizes; what it delivers is below", "");
+    return;
+  }
   if (offers.formats.empty()) {
-    add(findings, "device: " + textOf(size) + " is not on offer",
-        offers.otherSizes.empty() ? "it tells no sizes; see what it delivers below" : "it offers " + sizesText(offers));
+    add(findings, "device: " + textOf(size) + " is not on offer", "it offers " + sizesText(offers));
     return;
   }
   std::string formats;
@@ -59,7 +62,7 @@ void checkOffers(Findings& findings, int device, cv::Size size, double rate) {
     formats += " " + format;
   }
   add(findings, "device: " + textOf(size) + " on offer as" + formats, "");
-  if (!offers.rates.empty()) {
+  if (offers.tellsRates()) {
     add(findings, "device: " + ratesText(offers) + " frames a second at that size",
         offers.hasRate(rate) ? "" : "ask for one of these (--rate, or \"FrameRate\" in the settings)");
   }

@@ -40,13 +40,15 @@ bool covers(const v4l2_frmsizeenum& offered, cv::Size size) {
          fits(height, range.min_height, range.max_height, range.step_height);
 }
 
-void addRate(DeviceOffers& offers, const v4l2_fract& interval) {
-  if (interval.numerator == 0) {
-    return;
-  }
-  const double rate = static_cast<double>(interval.denominator) / interval.numerator;
-  if (std::find(offers.rates.begin(), offers.rates.end(), rate) == offers.rates.end()) {
-    offers.rates.push_back(rate);
+// Frames a second; 0 for an interval that makes no sense.
+double rateOf(const v4l2_fract& interval) {
+  return interval.numerator == 0 ? 0 : static_cast<double>(interval.denominator) / interval.numerator;
+}
+
+template <typename Value>
+void addNew(std::vector<Value>& values, const Value& value) {
+  if (std::find(values.begin(), values.end(), value) == values.end()) {
+    values.push_back(value);
   }
 }
 
@@ -56,21 +58,19 @@ void addRates(DeviceOffers& offers, int device, __u32 format, cv::Size size) {
   interval.width = static_cast<__u32>(size.width);
   interval.height = static_cast<__u32>(size.height);
   for (; ioctl(device, VIDIOC_ENUM_FRAMEINTERVALS, &interval) == 0; ++interval.index) {
-    if (interval.type == V4L2_FRMIVAL_TYPE_DISCRETE) {
-      addRate(offers, interval.discrete);
-      continue;
+    if (interval.type != V4L2_FRMIVAL_TYPE_DISCRETE) {
+      addNew(offers.rateRanges, {rateOf(interval.stepwise.max), rateOf(interval.stepwise.min)});
+      break;
     }
-    addRate(offers, interval.stepwise.min);
-    addRate(offers, interval.stepwise.max);
-    offers.anyRate = true;
-    break;
+    if (rateOf(interval.discrete) > 0) {
+      addNew(offers.rates, rateOf(interval.discrete));
+    }
   }
 }
 
 void addOther(DeviceOffers& offers, cv::Size size) {
-  if (offers.otherSizes.size() < mostOtherSizes &&
-      std::find(offers.otherSizes.begin(), offers.otherSizes.end(), size) == offers.otherSizes.end()) {
-    offers.otherSizes.push_back(size);
+  if (offers.otherSizes.size() < mostOtherSizes) {
+    addNew(offers.otherSizes, size);
   }
 }
 
@@ -78,13 +78,10 @@ void addOther(DeviceOffers& offers, cv::Size size) {
 
 bool DeviceOffers::hasRate(double rate) const {
   constexpr double near = 0.5;  // 29.97 is what is meant by 30
-  if (rates.empty()) {
-    return true;
-  }
-  if (anyRate) {
-    return rate <= rates.front() + near && rate >= rates.back() - near;
-  }
-  return std::any_of(rates.begin(), rates.end(), [&](double one) { return std::abs(one - rate) < near; });
+  return !tellsRates() ||
+         std::any_of(rates.begin(), rates.end(), [&](double one) { return std::abs(one - rate) < near; }) ||
+         std::any_of(rateRanges.begin(), rateRanges.end(),
+                     [&](const auto& range) { return rate > range.first - near && rate < range.second + near; });
 }
 
 DeviceOffers offersOf(int device, cv::Size wanted) {
@@ -132,12 +129,16 @@ std::string textOf(double number) {
 }
 
 std::string ratesText(const DeviceOffers& offers) {
-  if (offers.anyRate && offers.rates.size() > 1) {
-    return "any from " + textOf(offers.rates.back()) + " to " + textOf(offers.rates.front());
+  std::vector<std::string> choices;
+  for (const double rate : offers.rates) {
+    choices.push_back(textOf(rate));
+  }
+  for (const auto& [least, most] : offers.rateRanges) {
+    choices.push_back("any from " + textOf(least) + " to " + textOf(most));
   }
   std::string text;
-  for (std::size_t i = 0; i < offers.rates.size(); ++i) {
-    text += (i == 0 ? "" : i + 1 == offers.rates.size() ? " or " : ", ") + textOf(offers.rates[i]);
+  for (std::size_t i = 0; i < choices.size(); ++i) {
+    text += (i == 0 ? "" : i + 1 == choices.size() ? " or " : ", ") + choices[i];
   }
   return text;
 }

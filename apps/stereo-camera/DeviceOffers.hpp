@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <opencv2/core.hpp>
@@ -10,13 +11,14 @@ namespace stereo::app {
 
 /// What the driver of a video device says it has, for one frame size that is wanted.
 struct DeviceOffers {
-  std::vector<std::string> formats;  ///< pixel formats that come in that size, "YUYV"
-  std::vector<cv::Size> otherSizes;  ///< some of the sizes that it has instead
-  std::vector<double> rates;         ///< frames a second at that size, fastest first; empty where it does not tell
-  bool anyRate = false;              ///< all rates between the first and the last of `rates`
+  std::vector<std::string> formats;                   ///< pixel formats that come in that size, "YUYV"
+  std::vector<cv::Size> otherSizes;                   ///< some of the sizes that it has instead
+  std::vector<double> rates;                          ///< frames a second at that size, fastest first
+  std::vector<std::pair<double, double>> rateRanges;  ///< any rate from the first to the second
 
   /// Whether the driver tells anything about sizes.
   bool tellsSizes() const { return !formats.empty() || !otherSizes.empty(); }
+  bool tellsRates() const { return !rates.empty() || !rateRanges.empty(); }
   /// Whether the rate (frames a second) is on offer, as far as the driver tells.
   bool hasRate(double rate) const;
 };
@@ -30,7 +32,7 @@ DeviceOffers offersOfNode(int node, cv::Size wanted);
 std::string textOf(cv::Size size);
 /// "29.97"
 std::string textOf(double number);
-/// "30, 25 or 5", "any from 1 to 30"
+/// "30, 25 or 5", "any from 1 to 30", "60 or any from 1 to 30"
 std::string ratesText(const DeviceOffers& offers);
 /// "640x480, 1280x720"
 std::string sizesText(const DeviceOffers& offers);

@@ -59,7 +59,8 @@ std::string notOffered(const DeviceOffers& offers, const DeviceWishes& wishes) {
   return "";
 }
 
-std::string wishesUnmet(const DeviceCamera& camera, const DeviceWishes& wishes) {
+std::string wishesUnmet(const DeviceCamera& camera, const DeviceWishes& wishes, bool& isAboutSize) {
+  isAboutSize = false;
   const cv::VideoCapture* const device = camera.device();
   if (device == nullptr) {
     return "";
@@ -74,9 +75,12 @@ std::string wishesUnmet(const DeviceCamera& camera, const DeviceWishes& wishes) 
   if (backEnd == "V4L2") {
     const cv::Size size(static_cast<int>(device->get(cv::CAP_PROP_FRAME_WIDTH)),
                         static_cast<int>(device->get(cv::CAP_PROP_FRAME_HEIGHT)));
+    isAboutSize = size != wishes.size;
     return takenInstead(size, device->get(cv::CAP_PROP_FPS), wishes);
   }
-  return notOffered(offersOfNode(camera.nodeNumber(), wishes.size), wishes);
+  const DeviceOffers offers = offersOfNode(camera.nodeNumber(), wishes.size);
+  isAboutSize = offers.formats.empty() && offers.tellsSizes();
+  return notOffered(offers, wishes);
 }
 
 }  // namespace stereo::app

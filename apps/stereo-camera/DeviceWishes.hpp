@@ -19,7 +19,8 @@ struct DeviceWishes {
 /// with the remedy for the user, empty where all seems well. Throws Failure (source) with such a line where the device
 /// has closed over it. OpenCV's answers differ: V4L2 tells what the driver chose, GStreamer only ever what was there at
 /// first, so there it is what the driver offers that counts.
-std::string wishesUnmet(const DeviceCamera& camera, const DeviceWishes& wishes);
+/// Whether it is about the size goes to `isAboutSize`.
+std::string wishesUnmet(const DeviceCamera& camera, const DeviceWishes& wishes, bool& isAboutSize);
 
 /// The same for what V4L2 tells (`took`: size and rate).
 std::string takenInstead(cv::Size size, double rate, const DeviceWishes& wishes);

@@ -170,16 +170,22 @@ OpenedCamera openDevice(const SourceOptions& options, RunRecord* record) {
     }
   }
   if (!camera->isOpened()) {
+    const std::string reason = notOffered(offersOfNode(camera->getDeviceNode(), wishes.size), wishes);
+    if (!reason.empty()) {
+      // The settings are told to the device before anybody sees whether it opened.
+      throw Failure(ExitCode::source, "cannot use " + description + ": " + reason);
+    }
     throw Failure(ExitCode::source, "cannot open " + description + " (/dev/video" +
                                         std::to_string(camera->getDeviceNode()) +
                                         "): is it there, may you read it, and does nobody else hold it?");
   }
-  const std::string unmet = wishesUnmet(*camera, wishes);
+  bool isAboutSize = false;
+  const std::string unmet = wishesUnmet(*camera, wishes, isAboutSize);
   if (!unmet.empty()) {
     std::cerr << "stereo-camera: " << unmet << std::endl;
   }
   OpenedCamera result = opened(std::move(camera), options, description);
-  if (unmet.empty()) {
+  if (!isAboutSize) {
     result.askedSize = wishes.size;
   }
   return result;

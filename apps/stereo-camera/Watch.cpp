@@ -12,8 +12,8 @@ namespace stereo::app {
 
 namespace {
 
-// OpenCV's video back ends give up a blocked read after ten seconds, if they give up at all.
-constexpr std::chrono::seconds stopGrace{12};
+// A stop takes thirteen seconds at most, on a device whose driver and back end do nothing to end a read.
+constexpr std::chrono::seconds stopGrace{20};
 
 [[noreturn]] void abandon() {
   std::cerr << "stereo-camera: the device does not end its read; giving up on it" << std::endl;

@@ -46,7 +46,9 @@ void StereoCamera::openStream() {
   std::cout << "hostIp+portString:" << host << port << std::endl;
   std::cout << pipeline << std::endl;
   const int mode = relaxed(m_transmode);
-  if (mode < 0 || mode > 4) {
+  const int octet = relaxed(m_ipLastSegment);
+  // What is no address would be looked up as a name, and whoever answers chooses where the pictures go.
+  if (mode < 0 || mode > 4 || octet < 0 || octet > 255) {
     return;
   }
   cv::VideoWriter writer(pipeline, gstreamerChoosesCodec, relaxed(m_transrate),

@@ -149,7 +149,7 @@ private:
     if (m_radius.excludes(dx, dy) || std::isnan(lambda)) {
       return;
     }
-    const double lon = std::acos(-ray[0]);
+    const double lon = std::acos(-ray[0]);  // NOLINT(clang-analyzer-core.CallAndMessage): the analyser loses the ray
     const double lat = std::acos(-ray[1] / std::hypot(ray[1], ray[2]));
     row = indexBelow(lat * m_model.rowScale, m_model.rows);
     column = indexBelow(lon * m_model.columnScale, m_model.cols);

@@ -30,8 +30,8 @@ InstructionSet initialSet() {
     }
   }
   // The results don't depend on it, so a host goes on; it is told once.
-  std::fprintf(stderr, "STEREO_CAMERA_INSTRUCTIONS: '%s' cannot be had on this processor, using %s\n", wanted,
-               name(widest));
+  static_cast<void>(std::fprintf(stderr, "STEREO_CAMERA_INSTRUCTIONS: '%s' cannot be had on this processor, using %s\n",
+                                 wanted, name(widest)));
   return widest;
 }
 

@@ -229,6 +229,22 @@ TEST_F(Stream, StaysOpenAfterTheStopAndIsReplacedByAnotherStart) {
   EXPECT_TRUE(camera.m_videoWriter.isOpened());
 }
 
+// It would be looked up as a name, and the pictures would go wherever the answer says. GStreamer is not even asked.
+TEST_F(Stream, WithoutAnAddressIsToldButNotOpened) {
+  for (const int octet : {-1, 256, 300}) {
+    StreamingCamera camera(1, 26);
+    camera.m_ipLastSegment = octet;
+    const stereo::test::OutputCapture output(1);
+    const stereo::test::OutputCapture errors(2);
+    camera.startCapture(true, false);
+    readForMode(1, camera);
+    camera.stopCapture();
+    EXPECT_FALSE(camera.m_videoWriter.isOpened());
+    EXPECT_NE(output.text().find("host=192.168.10." + std::to_string(octet) + " port=9226"), std::string::npos);
+    EXPECT_EQ(errors.text().find("GStreamer"), std::string::npos) << errors.text();
+  }
+}
+
 // Reads give the same whether there is a stream or not, and whatever becomes of it.
 TEST_F(Stream, ThatReachesNobodyChangesNoRead) {
   StreamingCamera unreachable(1, 24, true);

@@ -26,11 +26,11 @@ const cv::Size full(1856, 800);
 const DeviceWishes byOption{full, 30, false};
 const DeviceWishes byFile{full, 30, true};
 
-DeviceOffers someRates(std::vector<double> rates, bool any = false) {
+DeviceOffers someRates(std::vector<double> rates, std::vector<std::pair<double, double>> ranges = {}) {
   DeviceOffers offers;
   offers.formats = {"YUYV"};
   offers.rates = std::move(rates);
-  offers.anyRate = any;
+  offers.rateRanges = std::move(ranges);
   return offers;
 }
 
@@ -72,9 +72,11 @@ TEST(DeviceWishes, RatesOnOffer) {
   EXPECT_THAT(notOffered(someRates({25, 15, 5}), byOption),
               AllOf(HasSubstr("does not offer 30 frames a second"), HasSubstr("--rate 25, 15 or 5")));
   EXPECT_EQ(notOffered(someRates({29.97, 15}), byOption), "");
-  EXPECT_EQ(notOffered(someRates({60, 1}, true), byOption), "");
-  EXPECT_THAT(notOffered(someRates({25, 1}, true), byOption), HasSubstr("any from 1 to 25"));
-  EXPECT_NE(notOffered(someRates({60, 50}, true), byOption), "");
+  EXPECT_EQ(notOffered(someRates({}, {{1, 60}}), byOption), "");
+  EXPECT_THAT(notOffered(someRates({}, {{1, 25}}), byOption), HasSubstr("any from 1 to 25"));
+  EXPECT_NE(notOffered(someRates({}, {{50, 60}}), byOption), "");
+  // One format has a single rate, another a range below what is asked for.
+  EXPECT_THAT(notOffered(someRates({60}, {{1, 25}}), byOption), HasSubstr("--rate 60 or any from 1 to 25"));
   EXPECT_EQ(ratesText(someRates({30})), "30");
 }
 
@@ -88,7 +90,8 @@ TEST(DeviceWishes, WithoutADriverThereAreNoOffers) {
 TEST(DeviceWishes, AClosedDeviceIsAFailureWithTheRemedy) {
   const DeviceCamera camera(9900);
   try {
-    wishesUnmet(camera, byOption);
+    bool isAboutSize = false;
+    wishesUnmet(camera, byOption, isAboutSize);
     FAIL() << "the device cannot be open";
   } catch (const stereo::app::Failure& failure) {
     EXPECT_EQ(failure.code(), stereo::app::ExitCode::source);
