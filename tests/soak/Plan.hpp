@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <random>
 #include <string>
 
 namespace stereo::soak {
@@ -17,16 +18,19 @@ struct Plan {
   bool isLong = false;
 };
 
-/// The lives of a run by their number: every combination that matters comes round, the five streams within ten lives.
+/// The lives of a run by their number. The five streams come round within ten lives. All else is drawn from the number,
+/// each choice for itself, so that every two of them come together in every way, sooner or later.
 inline Plan planOf(int life, bool streams) {
   Plan plan;
   plan.streamMode = streams && life % 2 == 1 ? life / 2 % 5 : -1;
-  // Depth is streamed in one of the modes only.
-  plan.depthMode = plan.streamMode == 4 ? 2 : 1 + life / 3 % 2;
-  plan.algorithm = life % 4 == 2 ? 0 : 1;
-  plan.fullSize = life % 5 != 3;
-  plan.disparityFirst = life % 3 == 1;
-  plan.captureEndsFirst = life % 3 == 2;
+  std::mt19937 draw(static_cast<std::uint32_t>(life));
+  plan.fullSize = draw() % 5 != 0;
+  plan.algorithm = draw() % 4 == 0 ? 0 : 1;
+  plan.disparityFirst = draw() % 3 == 0;
+  plan.captureEndsFirst = draw() % 3 == 0;
+  // The fifth stream is of depth, which is streamed in one of the modes only.
+  const int depthMode = 1 + static_cast<int>(draw() % 2);
+  plan.depthMode = plan.streamMode == 4 ? 2 : depthMode;
   plan.isLong = life % 12 == 11 || life % 24 == 18;
   return plan;
 }

@@ -73,6 +73,7 @@ Soak::Soak(const Options& options, Report& report)
     m_half.of(static_cast<std::uint32_t>(i)).eye[0].copyTo(m_shared.leftEye(false, i));
     if (options.breaks.image) {
       m_shared.leftEye(true, i).ptr(1)[0] ^= 1;
+      m_shared.leftEye(false, i).ptr(1)[0] ^= 1;
     }
   }
   if (options.breaks.image) {
