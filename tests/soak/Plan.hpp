@@ -38,6 +38,7 @@ inline Plan planOf(int life, bool streams) {
 /// What is done wrong on purpose, so that it can be seen to be noticed.
 struct Breaks {
   bool tear = false;        ///< the device tears frames
+  bool restart = false;     ///< whoever reads coloured depth is not told when the disparity worker goes on
   bool image = false;       ///< the consumer is told of other images than will come
   bool memory = false;      ///< four megabytes are lost with every life
   bool descriptor = false;  ///< one is lost with every life
@@ -49,7 +50,7 @@ struct Options {
   double minutes = 60;
   int lives = 0;              ///< if not 0, the run ends after so many instead
   double lifeSeconds = 2;     ///< least length of a life, but for the long ones
-  int reads = 20;             ///< least reads of each product before and after the disparity worker's restart
+  int reads = 20;             ///< least reads of each product before and after each restart of the disparity worker
   int images = 10;            ///< least images that the consumer takes in a life
   double settleSeconds = 40;  ///< for what an ended life leaves to end by itself
   int warmUpLives = 12;       ///< that are not judged

@@ -41,6 +41,7 @@ Breaks breaksOf(const std::vector<std::string>& names) {
   for (const std::string& name : names) {
     (name == "tear"         ? breaks.tear
      : name == "image"      ? breaks.image
+     : name == "restart"    ? breaks.restart
      : name == "memory"     ? breaks.memory
      : name == "descriptor" ? breaks.descriptor
      : name == "thread"     ? breaks.thread
@@ -90,7 +91,7 @@ int run(int argc, char** argv) {
   program.add_flag("--no-stream", noStream, "never stream; without it, the program has to be in a network of its own");
   program.add_option("--log", libraryOutput, "file for what the library says on standard output");
   program.add_option("--break", breaks, "")
-      ->check(CLI::IsMember({"tear", "image", "memory", "descriptor", "thread", "segment"}))
+      ->check(CLI::IsMember({"tear", "image", "restart", "memory", "descriptor", "thread", "segment"}))
       ->delimiter(',')
       ->group("");
   program.add_option("--take", take, "")->expected(3)->group("");
