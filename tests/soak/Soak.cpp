@@ -279,7 +279,9 @@ bool Soak::verdict() {
   }
   const std::size_t warmUp = std::min(m_atRest.size(), static_cast<std::size_t>(m_options.warmUpLives));
   const std::vector<Resources> warm(m_atRest.begin() + static_cast<std::ptrdiff_t>(warmUp), m_atRest.end());
-  for (const Rise& rise : judge(warm, limits())) {
+  Limits betweenLives = limits();
+  betweenLives.warmUp = warmUp;
+  for (const Rise& rise : judge(m_atRest, betweenLives)) {
     m_failures.add(rise.what + " between lives", rise.text);
   }
   const Totals all = totals();
@@ -295,8 +297,8 @@ bool Soak::verdict() {
     m_report.line("  within " + std::to_string(m_longLives) + " long lives: resident kilobytes rose by at most " +
                   std::to_string(m_longRise));
   }
-  if (warm.size() < limits().memorySamples || sanitized) {
-    m_report.line(sanitized ? "  memory is not judged under sanitizers" : "  too short a run to judge the memory");
+  if (const std::string unknown = unjudged(m_atRest.size(), betweenLives); !unknown.empty()) {
+    m_report.line("  not judged between lives: " + unknown);
   }
   const bool good = reasons.empty() && all.frames > 0;
   m_report.line(std::string(good ? "good" : "BAD") + (m_interrupted ? " (interrupted)" : ""));
