@@ -70,7 +70,7 @@ void expectNumberedFrames(StereoCamera& camera, cv::Size size, int count) {
 
 // For each product. The first coloured cloud takes 10 to 30 s under emulation: HighGUI wakes up.
 constexpr std::chrono::seconds limit(90);
-// What cannot be read for longer than any copy takes was torn before it was offered.
+// What cannot be read, or is no newer, for longer than any copy takes was torn or old before it was offered.
 constexpr std::chrono::seconds beingCopied(1);
 
 class DeviceSizes : public testing::TestWithParam<cv::Size> {};
@@ -241,7 +241,8 @@ TEST(Device, SharesTheLeftEyeUnderTheKeyOfItsPosition) {
   int torn = 0;
   for (int i = 0; i < 5; ++i) {
     // The word comes before the pixels: the image is whole once its number can be read and is a new one. The loopback
-    // module guards no buffer, so under load an image may come torn; it is handed back for the next.
+    // module guards no buffer, so under load an image may come torn, and at first what its ring still holds, in any
+    // order. Either is handed back for the next.
     int number = -1;
     std::chrono::steady_clock::time_point offered{};  // the clock's zero: nothing is
     ASSERT_TRUE(await(
@@ -252,8 +253,8 @@ TEST(Device, SharesTheLeftEyeUnderTheKeyOfItsPosition) {
           const auto now = std::chrono::steady_clock::now();
           offered = offered == std::chrono::steady_clock::time_point{} ? now : offered;
           number = pattern.read(image, false);
-          if (number < 0 && now - offered > beingCopied) {
-            ++torn;
+          if (number <= last && now - offered > beingCopied) {
+            torn += number < 0 ? 1 : 0;
             offered = {};
             *word = 0;
           }

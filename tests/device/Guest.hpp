@@ -160,8 +160,10 @@ public:
   bool awaitStalledRead() const {
     return await([this] { return m_watched->isWaiting(std::chrono::seconds(1)); }, std::chrono::seconds(30));
   }
-  bool awaitFailedRead() const {
-    return await([this] { return m_watched->failures() > 0; }, std::chrono::seconds(30));
+  int failedReads() const { return m_watched->failures(); }
+  /// Waits until one more read has failed than had when there were `before`.
+  bool awaitFailedRead(int before) const {
+    return await([this, before] { return m_watched->failures() > before; }, std::chrono::seconds(30));
   }
 
   /// Pixels (CV_32FC1); a copy.

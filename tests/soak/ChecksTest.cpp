@@ -54,6 +54,12 @@ cv::Mat withOtherPixel(const cv::Mat& image) {
   return changed;
 }
 
+// Frames of one microsecond could not be told apart.
+void awaitTick() {
+  for (const microseconds begin = now(); now() <= begin;) {
+  }
+}
+
 // Frames 1 to 12, the first ten being the warm-up, 11 and 12 published.
 class SoakChecks : public testing::Test {
 protected:
@@ -64,12 +70,6 @@ protected:
       ledger.delivered(number, number <= 10);
       stamps[number] = now();
       awaitTick();
-    }
-  }
-
-  // Frames of one microsecond could not be told apart.
-  static void awaitTick() {
-    for (const microseconds begin = now(); now() <= begin;) {
     }
   }
 
@@ -214,15 +214,26 @@ TEST(SoakDevice, DeliversWholeNumberedFramesAndTornOnesWhenAsked) {
 TEST(SoakLedger, ForgetsTheOldestOnly) {
   Ledger ledger;
   constexpr std::uint32_t frames = 20'000;  // more than are kept
+  constexpr std::uint32_t within = 4'000;   // is among those
   microseconds first{0};
+  microseconds kept{0};
   for (std::uint32_t number = 1; number <= frames; ++number) {
     ledger.asked();
+    awaitTick();
     ledger.delivered(number, false);
     first = number == 1 ? now() : first;
+    kept = number == within ? now() : kept;
     ledger.matched(now());
+    if (number == 1) {
+      ASSERT_TRUE(ledger.published(first));
+      EXPECT_EQ(ledger.published(first)->number, 1U);
+    }
+    awaitTick();
   }
   EXPECT_EQ(ledger.frames(), frames);
   ASSERT_TRUE(ledger.published(now()));
   EXPECT_EQ(ledger.published(now())->number, frames);
-  EXPECT_FALSE(ledger.published(first - microseconds(1)));
+  ASSERT_TRUE(ledger.published(kept));
+  EXPECT_EQ(ledger.published(kept)->number, within);
+  EXPECT_FALSE(ledger.published(first));
 }

@@ -18,6 +18,14 @@ constexpr std::chrono::milliseconds poll(2);
 
 }  // namespace
 
+std::string faultOfEnd(int waitStatus, bool wasKilled, const std::string& lastWords) {
+  if (!lastWords.empty()) {
+    return lastWords;
+  }
+  const bool byKill = WIFSIGNALED(waitStatus) && WTERMSIG(waitStatus) == SIGKILL;
+  return wasKilled && byKill ? "" : "ended with wait status " + std::to_string(waitStatus);
+}
+
 Consumer::Consumer(const Shared& shared, int key, std::uint32_t seed, Failures& failures)
     : m_shared(shared), m_key(key), m_random(seed), m_failures(failures), m_thread([this] { run(); }) {}
 
@@ -32,8 +40,10 @@ Consumer::~Consumer() {
 
 // This program once more. By the thread that lives as long as the process does: it dies with the one that started it.
 pid_t Consumer::start() const {
-  std::string arguments[] = {"soak", "--take", std::to_string(m_shared.descriptor()), std::to_string(m_key)};
-  char* const argv[] = {arguments[0].data(), arguments[1].data(), arguments[2].data(), arguments[3].data(), nullptr};
+  std::string arguments[] = {"soak", "--take", std::to_string(m_shared.descriptor()), std::to_string(m_key),
+                             std::to_string(getpid())};
+  char* const argv[] = {arguments[0].data(), arguments[1].data(), arguments[2].data(),
+                        arguments[3].data(), arguments[4].data(), nullptr};
   pid_t process = -1;
   return posix_spawn(&process, "/proc/self/exe", nullptr, nullptr, argv, environ) == 0 ? process : -1;
 }
@@ -48,7 +58,9 @@ void Consumer::run() {
     awaitEnd(process);
     if (!m_reaped) {
       kill(process, SIGKILL);
-      waitpid(process, nullptr, 0);
+      int status = 0;
+      waitpid(process, &status, 0);
+      noteEnd(status, true);  // it may have ended by itself just before
     }
     const std::lock_guard lock(m_mutex);
     if (m_over || m_reaped) {
@@ -73,10 +85,16 @@ bool Consumer::ended(pid_t process) {
   int status = 0;
   if (!m_reaped && waitpid(process, &status, WNOHANG) == process) {
     m_reaped = true;
-    const std::string words = m_shared.counters().failure.data();
-    m_failures.add("consumer", words.empty() ? "ended with wait status " + std::to_string(status) : words);
+    noteEnd(status, false);
   }
   return m_reaped;
+}
+
+void Consumer::noteEnd(int waitStatus, bool wasKilled) {
+  const std::string fault = faultOfEnd(waitStatus, wasKilled, m_shared.counters().failure.data());
+  if (!fault.empty()) {
+    m_failures.add("consumer", fault);
+  }
 }
 
 }  // namespace stereo::soak

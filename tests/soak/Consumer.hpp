@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <mutex>
 #include <random>
+#include <string>
 #include <thread>
 
 #include <sys/types.h>
@@ -14,6 +15,10 @@
 #include "Shared.hpp"
 
 namespace stereo::soak {
+
+/// What is wrong with how the process that takes images ended: nothing if it was killed, as it has to be, and had no
+/// last words.
+std::string faultOfEnd(int waitStatus, bool wasKilled, const std::string& lastWords);
 
 /// Keeps a process that takes images from the segment, kills it at random times and starts the next.
 class Consumer {
@@ -34,6 +39,7 @@ private:
   /// Waits until the stop is asked for, the process has ended by itself, or its time has come.
   void awaitEnd(pid_t process);
   bool ended(pid_t process);
+  void noteEnd(int waitStatus, bool wasKilled);
 
   const Shared& m_shared;
   const int m_key;

@@ -16,9 +16,11 @@ constexpr double streamRate = 30;  // told to the encoder
 }  // namespace
 
 Life::Life(const Plan& plan, const Book& book, const Setting& setting, int position, std::atomic<std::uint32_t>& newest,
-           bool tears, Failures& failures)
+           const Breaks& breaks, Failures& failures)
     : m_plan(plan),
-      m_camera(std::make_unique<NumberedDevice>(book, m_ledger, newest, tears), book.frameSize(), setting, m_ledger),
+      m_breaks(breaks),
+      m_camera(std::make_unique<NumberedDevice>(book, m_ledger, newest, breaks.tear), book.frameSize(), setting,
+               m_ledger),
       m_checks(book, m_ledger, plan.depthMode, plan.algorithm) {
   const bool streams = plan.streamMode >= 0;
   m_camera.setPosNumber(position);
@@ -46,7 +48,7 @@ void Life::restartDisparity() {
   m_readers->setComputing(false);
   m_camera.stopStereoCompute();
   m_camera.startStereoCompute();
-  m_readers->setComputing(true);
+  m_readers->setComputing(!m_breaks.restart);
   ++m_disparityStarts;
 }
 

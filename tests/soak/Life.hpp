@@ -23,7 +23,7 @@ public:
   /// `newest` counts the frames of all lives. What is referred to has to outlive this. Throws std::logic_error for a
   /// plan that streams outside a network of its own.
   Life(const Plan& plan, const Book& book, const Setting& setting, int position, std::atomic<std::uint32_t>& newest,
-       bool tears, Failures& failures);
+       const Breaks& breaks, Failures& failures);
 
   void restartDisparity();
   /// Ends the workers in the planned order, then the readers, which are released by it.
@@ -36,6 +36,7 @@ public:
 
 private:
   const Plan m_plan;
+  const Breaks m_breaks;
   Ledger m_ledger;
   SoakCamera m_camera;
   const Checks m_checks;

@@ -62,6 +62,9 @@ Pair leastOf(const std::vector<Resources>& samples, Field field) {
   return {part(samples, field, 0, half).front(), part(samples, field, half, samples.size()).front()};
 }
 
+std::size_t leastForMemory(const Limits& limits) { return std::max<std::size_t>(limits.memorySamples, 4); }
+std::size_t leastForCounts(const Limits& limits) { return std::max<std::size_t>(limits.countSamples, 2); }
+
 Rise risen(const char* what, const Pair& pair) {
   return {what, "rose from " + std::to_string(pair.before) + " to " + std::to_string(pair.after)};
 }
@@ -92,10 +95,12 @@ Resources resourcesInUse() {
   return resources;
 }
 
-std::vector<Rise> judge(const std::vector<Resources>& samples, const Limits& limits) {
+std::vector<Rise> judge(const std::vector<Resources>& all, const Limits& limits) {
   std::vector<Rise> rises;
+  const std::size_t warmUp = std::min(all.size(), limits.warmUp);
+  const std::vector<Resources> samples(all.begin() + static_cast<std::ptrdiff_t>(warmUp), all.end());
   const std::size_t count = samples.size();
-  if (limits.judgeMemory && count >= std::max<std::size_t>(limits.memorySamples, 4)) {
+  if (limits.judgeMemory && count >= leastForMemory(limits)) {
     for (const auto& [name, field, limit] :
          {std::tuple<const char*, Field, long>("resident kilobytes", &Resources::residentKilobytes,
                                                limits.memoryKilobytes),
@@ -107,7 +112,7 @@ std::vector<Rise> judge(const std::vector<Resources>& samples, const Limits& lim
       }
     }
   }
-  if (count >= std::max<std::size_t>(limits.countSamples, 2)) {
+  if (count >= leastForCounts(limits)) {
     for (const auto& [name, field] : {std::pair<const char*, Field>("threads", &Resources::threads),
                                       std::pair<const char*, Field>("descriptors", &Resources::descriptors)}) {
       const Pair least = leastOf(samples, field);
@@ -116,10 +121,27 @@ std::vector<Rise> judge(const std::vector<Resources>& samples, const Limits& lim
       }
     }
   }
-  if (count > 0 && samples.back().segments != 0) {
-    rises.push_back({"segments", std::to_string(samples.back().segments) + " left behind"});
+  if (!all.empty() && all.back().segments != 0) {
+    rises.push_back({"segments", std::to_string(all.back().segments) + " left behind"});
   }
   return rises;
+}
+
+std::string unjudged(std::size_t samples, const Limits& limits) {
+  const std::size_t count = samples - std::min(samples, limits.warmUp);
+  const auto tooFew = [&](std::size_t least) {
+    return " (" + std::to_string(count) + " samples after the warm-up, not " + std::to_string(least) + ")";
+  };
+  std::string text;
+  if (!limits.judgeMemory) {
+    text = "memory (under sanitizers)";
+  } else if (count < leastForMemory(limits)) {
+    text = "memory" + tooFew(leastForMemory(limits));
+  }
+  if (count < leastForCounts(limits)) {
+    text += (text.empty() ? "" : ", ") + ("threads and descriptors" + tooFew(leastForCounts(limits)));
+  }
+  return text;
 }
 
 long memoryRise(const std::vector<Resources>& samples) {

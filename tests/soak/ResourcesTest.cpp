@@ -124,6 +124,37 @@ TEST(SoakJudge, NoticesSegmentsLeftBehind) {
   EXPECT_THAT(judged(samples, Limits()), ElementsAre("segments 2 left behind"));
 }
 
+TEST(SoakJudge, LeavesTheWarmUpOutButForSegments) {
+  std::vector<Resources> samples = steady(8);
+  for (std::size_t i = 0; i < 4; ++i) {
+    samples[i].threads = 1;
+  }
+  EXPECT_THAT(judged(samples, Limits()), ElementsAre("threads rose from 1 to 4"));
+  Limits limits;
+  limits.warmUp = 4;
+  EXPECT_THAT(judged(samples, limits), IsEmpty());
+  samples.back().segments = 1;
+  for (const std::size_t warmUp : {4U, 8U, 100U}) {
+    limits.warmUp = warmUp;
+    EXPECT_THAT(judged(samples, limits), ElementsAre("segments 1 left behind")) << warmUp;
+  }
+}
+
+TEST(SoakJudge, TellsWhatItCannotJudge) {
+  using stereo::soak::unjudged;
+  Limits limits;
+  limits.warmUp = 12;
+  EXPECT_EQ(unjudged(32, limits), "");
+  EXPECT_EQ(unjudged(31, limits), "memory (19 samples after the warm-up, not 20)");
+  EXPECT_EQ(unjudged(16, limits), "memory (4 samples after the warm-up, not 20)");
+  EXPECT_EQ(
+      unjudged(15, limits),
+      "memory (3 samples after the warm-up, not 20), threads and descriptors (3 samples after the warm-up, not 4)");
+  EXPECT_THAT(unjudged(5, limits), HasSubstr("(0 samples"));
+  limits.judgeMemory = false;
+  EXPECT_EQ(unjudged(32, limits), "memory (under sanitizers)");
+}
+
 TEST(SoakFailures, AreCountedByKindAndToldOnlyAtFirst) {
   const stereo::test::OutputCapture said(2);
   stereo::soak::Failures failures;

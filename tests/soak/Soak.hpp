@@ -33,8 +33,9 @@ private:
   using Clock = std::chrono::steady_clock;
 
   void live(int number);
+  void restartDisparity(Life& life);
   /// Waits for what has to happen in every life; tells a failure for what does not.
-  void awaitReads(Life& life, const char* what, std::uint64_t least);
+  void awaitReads(Life& life, const char* what, const ReadCounts& before);
   void awaitImagesAndPackets(Life& life, const Plan& plan, std::uint64_t imagesBefore);
   /// Looks at the condition until it holds; true, too, once the run is over or the life has gone wrong. False if it
   /// does not come. Takes signals and tells the minutes meanwhile.
@@ -68,7 +69,8 @@ private:
   Clock::time_point m_nextSample;
   Clock::duration m_sampleEvery{};
   int m_longLives = 0;
-  long m_longRise = 0;  // most kilobytes that the memory rose by within one of them
+  long m_longRise = 0;                   // most kilobytes that the memory rose by within one of them
+  std::chrono::seconds m_patience{180};  // with what is bound to happen
   int m_vainWaits = 0;
   bool m_interrupted = false;
 };

@@ -9,7 +9,6 @@
 #include <thread>
 
 #include <sys/shm.h>
-#include <unistd.h>
 
 #include "Numbering.hpp"
 
@@ -26,18 +25,19 @@ constexpr std::chrono::microseconds poll(300);  // the handshake has nothing to 
 
 class Taker {
 public:
-  Taker(const Shared& shared, int id, bool fullSize, std::uint8_t* segment)
+  Taker(const Shared& shared, const std::function<bool()>& isWanted, int id, bool fullSize, std::uint8_t* segment)
       : m_shared(shared),
+        m_isWanted(isWanted),
         m_id(id),
         m_fullSize(fullSize),
         m_segment(segment),
         m_image(Shared::eyeSize(fullSize), CV_8UC3) {}
 
-  /// Until the segment is removed: nothing. Otherwise what is wrong.
+  /// Nothing if the segment was removed, or is no longer wanted. Otherwise what is wrong.
   std::optional<std::string> run() {
     bool found = true;  // rather than waited for
     auto whole = Clock::now();
-    while (!removed()) {
+    while (m_isWanted() && !removed()) {
       const std::int32_t word = status().load();
       if (word != unused && word != written) {
         return "status word " + std::to_string(word);
@@ -61,6 +61,8 @@ public:
         ++(number == last ? counters.again : counters.taken);
         counters.last = number;
         status().store(unused);
+        // A mark may be set before the next look, and the pixels still be this image's: whole, but not free.
+        found = false;
         whole = Clock::now();
       } else if (Clock::now() > whole + std::chrono::milliseconds(counters.patience)) {
         return difference.empty() ? "marked, but the image stays the same" : difference;
@@ -90,6 +92,7 @@ private:
   }
 
   const Shared& m_shared;
+  const std::function<bool()>& m_isWanted;
   const int m_id;
   const bool m_fullSize;
   std::uint8_t* const m_segment;
@@ -101,7 +104,7 @@ std::size_t segmentBytes(bool fullSize) {
 }
 
 // Nothing if the segment went, or went before it could be mapped.
-std::optional<std::string> takeFrom(const Shared& shared, int id) {
+std::optional<std::string> takeFrom(const Shared& shared, const std::function<bool()>& isWanted, int id) {
   shmid_ds about{};
   if (shmctl(id, IPC_STAT, &about) != 0) {
     return std::nullopt;
@@ -115,18 +118,18 @@ std::optional<std::string> takeFrom(const Shared& shared, int id) {
     return std::nullopt;
   }
   ++shared.counters().attached;
-  const std::optional<std::string> fault = Taker(shared, id, fullSize, static_cast<std::uint8_t*>(address)).run();
+  Taker taker(shared, isWanted, id, fullSize, static_cast<std::uint8_t*>(address));
+  const std::optional<std::string> fault = taker.run();
   shmdt(address);
   return fault;
 }
 
 }  // namespace
 
-void takeImages(const Shared& shared, int key) {
-  const pid_t starter = getppid();
-  while (getppid() == starter) {
+void takeImages(const Shared& shared, int key, const std::function<bool()>& isWanted) {
+  while (isWanted()) {
     const int id = shmget(key, 0, 0);
-    const std::optional<std::string> fault = id == -1 ? std::nullopt : takeFrom(shared, id);
+    const std::optional<std::string> fault = id == -1 ? std::nullopt : takeFrom(shared, isWanted, id);
     if (fault) {
       std::snprintf(shared.counters().failure.data(), shared.counters().failure.size(), "%s", fault->c_str());
       return;

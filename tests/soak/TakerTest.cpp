@@ -1,20 +1,27 @@
 // SPDX-License-Identifier: Apache-2.0
 // That the process that takes images from the segment takes what is right and notices what is wrong.
+#include <atomic>
+#include <functional>
+#include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <sys/shm.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include "Consumer.hpp"
 #include "Numbering.hpp"
 #include "Shared.hpp"
 #include "Taker.hpp"
 #include "support/Await.hpp"
 #include "system/SharedFrame.hpp"
 
+using stereo::soak::faultOfEnd;
 using stereo::soak::Shared;
 using stereo::soak::takeImages;
 using stereo::sys::SharedFrame;
@@ -38,26 +45,43 @@ protected:
     shared.counters().newest = 100;
   }
   ~SoakTaker() override {
+    over = true;
     if (taker.joinable()) {
-      setWord(7);  // ends it
       taker.join();
     }
+    removeSegment();
+  }
+
+  // A segment as the camera makes it, with an image in it already where one is given.
+  void makeSegment(std::size_t size = bytes + 4) {
+    void* const address =
+        segment.create(key, size) && segment.attach() ? shmat(shmget(key, 0, 0), nullptr, 0) : nullptr;
+    if (address == nullptr ||
+        address == reinterpret_cast<void*>(-1)) {  // NOLINT(performance-no-int-to-ptr): the system's failure value
+      throw std::runtime_error("no segment");
+    }
+    word = static_cast<std::int32_t*>(address);
+  }
+
+  void removeSegment() {
     if (word != nullptr) {
-      shmdt(word);
+      shmdt(std::exchange(word, nullptr));
       segment.detach();
       segment.remove();
     }
   }
 
-  // A segment as the camera makes it, with an image in it already where one is given.
-  void makeSegment(std::size_t size = bytes + 4) {
-    ASSERT_TRUE(segment.create(key, size));
-    ASSERT_TRUE(segment.attach());
-    word = static_cast<std::int32_t*>(shmat(shmget(key, 0, 0), nullptr, 0));
-  }
-
   void begin() {
-    taker = std::thread([this] { takeImages(shared, key); });
+    ended = false;
+    taker = std::thread([this] {
+      takeImages(shared, key, [this] {
+        if (beforeLook) {
+          beforeLook();
+        }
+        return !over;
+      });
+      ended = true;
+    });
   }
 
   cv::Mat eyeOf(std::uint32_t number) const {
@@ -70,11 +94,16 @@ protected:
     return await([&] { return segment.offer(eye, bytes); });
   }
 
+  std::int32_t getWord() const { return std::atomic_ref<std::int32_t>(*word).load(); }
   void setWord(std::int32_t value) const { std::atomic_ref<std::int32_t>(*word).store(value); }
 
   // What the taker ended with.
   std::string failure() {
+    over = !await([this] { return ended.load(); });
     taker.join();
+    if (over) {
+      return "none";
+    }
     return shared.counters().failure.data();
   }
 
@@ -82,6 +111,9 @@ protected:
   Shared shared{pictures};
   SharedFrame segment;
   std::int32_t* word = nullptr;
+  std::function<void()> beforeLook;  // by the taker's thread, if anything
+  std::atomic<bool> over{false};
+  std::atomic<bool> ended{false};
   std::thread taker;
 };
 
@@ -94,7 +126,7 @@ TEST_F(SoakTaker, TakesWholeImagesAndFreesTheSegment) {
     ASSERT_TRUE(offer(eyeOf(number)));
     ASSERT_TRUE(await([&] { return shared.counters().last == number; }));
   }
-  ASSERT_TRUE(await([&] { return std::atomic_ref<std::int32_t>(*word).load() == 0; }));
+  ASSERT_TRUE(await([&] { return getWord() == 0; }));
   EXPECT_EQ(shared.counters().taken, 4U);
   EXPECT_EQ(shared.counters().again, 0U);
   EXPECT_STREQ(shared.counters().failure.data(), "");
@@ -105,9 +137,7 @@ TEST_F(SoakTaker, GoesOnWithTheNextSegment) {
   begin();
   ASSERT_TRUE(offer(eyeOf(1)));
   ASSERT_TRUE(await([&] { return shared.counters().taken == 1; }));
-  shmdt(word);
-  segment.detach();
-  segment.remove();
+  removeSegment();
   makeSegment();
   ASSERT_TRUE(offer(eyeOf(2)));
   EXPECT_TRUE(await([&] { return shared.counters().taken == 2; }));
@@ -122,6 +152,40 @@ TEST_F(SoakTaker, FreesWhatAKilledOneHadTaken) {
   ASSERT_TRUE(offer(eyeOf(6)));
   EXPECT_TRUE(await([&] { return shared.counters().taken == 1; }));
   EXPECT_EQ(shared.counters().again, 1U);
+}
+
+TEST_F(SoakTaker, FreesAnImageThatIsMarkedAgainBeforeItsPixelsComeOnlyOnce) {
+  makeSegment();
+  shared.counters().last = 5;
+  shared.counters().patience = 50;
+  ASSERT_TRUE(offer(eyeOf(5)));  // that a killed one had taken
+  beforeLook = [this] {
+    if (getWord() == 0 && shared.counters().again == 1) {
+      setWord(2);
+    }
+  };
+  begin();
+  EXPECT_THAT(failure(), HasSubstr("stays the same"));
+  EXPECT_EQ(shared.counters().again, 1U);
+}
+
+TEST_F(SoakTaker, EndsWhenItIsNoLongerWanted) {
+  makeSegment();
+  begin();
+  over = true;
+  EXPECT_TRUE(await([this] { return ended.load(); }));
+  EXPECT_STREQ(shared.counters().failure.data(), "");
+}
+
+TEST(SoakConsumer, NotesAnEndThatWasNotAskedFor) {
+  const int killed = W_EXITCODE(0, SIGKILL);
+  EXPECT_EQ(faultOfEnd(killed, true, ""), "");
+  EXPECT_EQ(faultOfEnd(killed, true, "row 3"), "row 3");
+  EXPECT_EQ(faultOfEnd(killed, false, ""), "ended with wait status " + std::to_string(killed));
+  // By itself, before it could be killed.
+  EXPECT_EQ(faultOfEnd(W_EXITCODE(1, 0), true, "row 3"), "row 3");
+  EXPECT_EQ(faultOfEnd(W_EXITCODE(1, 0), true, ""), "ended with wait status 256");
+  EXPECT_EQ(faultOfEnd(W_EXITCODE(0, SIGSEGV), true, ""), "ended with wait status 11");
 }
 
 TEST_F(SoakTaker, NoticesAStatusWordOutOfTheHandshake) {

@@ -7,6 +7,7 @@
 #include <malloc.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 
@@ -40,6 +41,7 @@ Breaks breaksOf(const std::vector<std::string>& names) {
   for (const std::string& name : names) {
     (name == "tear"         ? breaks.tear
      : name == "image"      ? breaks.image
+     : name == "restart"    ? breaks.restart
      : name == "memory"     ? breaks.memory
      : name == "descriptor" ? breaks.descriptor
      : name == "thread"     ? breaks.thread
@@ -82,21 +84,23 @@ int run(int argc, char** argv) {
   bool noStream = false;
   std::string libraryOutput = "/dev/null";
   std::vector<std::string> breaks;
-  std::vector<int> take;  // how the consumer is started: the descriptor of the shared memory and the segment's key
+  std::vector<int> take;  // how the consumer is started: the descriptor of the shared memory, the segment's key and
+                          // the starter's process id
   CLI::App program("Runs simulated cameras at full load, checks every image and watches every resource.");
   addOptions(program, options);
   program.add_flag("--no-stream", noStream, "never stream; without it, the program has to be in a network of its own");
   program.add_option("--log", libraryOutput, "file for what the library says on standard output");
   program.add_option("--break", breaks, "")
-      ->check(CLI::IsMember({"tear", "image", "memory", "descriptor", "thread", "segment"}))
+      ->check(CLI::IsMember({"tear", "image", "restart", "memory", "descriptor", "thread", "segment"}))
       ->delimiter(',')
       ->group("");
-  program.add_option("--take", take, "")->expected(2)->group("");
+  program.add_option("--take", take, "")->expected(3)->group("");
   CLI11_PARSE(program, argc, argv);
 
   if (!take.empty()) {
-    prctl(PR_SET_PDEATHSIG, SIGKILL);  // goes with the process that started it
-    takeImages(stereo::soak::Shared::open(take[0]), take[1]);
+    prctl(PR_SET_PDEATHSIG, SIGKILL);  // goes with the process that started it, which may be gone by now
+    const pid_t starter = take[2];
+    takeImages(stereo::soak::Shared::open(take[0]), take[1], [starter] { return getppid() == starter; });
     return 1;
   }
   options.breaks = breaksOf(breaks);
