@@ -81,7 +81,7 @@ std::string prefix(const std::string& name) {
   char stamp[64];
   const std::size_t length = std::strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", &local);
   char micros[16];
-  std::snprintf(micros, sizeof micros, ".%06ld", static_cast<long>(now.tv_usec));
+  static_cast<void>(std::snprintf(micros, sizeof micros, ".%06ld", static_cast<long>(now.tv_usec)));  // always fits
   std::string text(stamp, length);
   text.append(micros).append(" [").append(name).append("] ");
   return text;
@@ -96,7 +96,7 @@ std::string formatted(const char* format, va_list arguments) {
     return format;  // an argument that cannot be encoded: the bare format still says what happened
   }
   std::string text(static_cast<std::size_t>(length) + 1, '\0');
-  std::vsnprintf(text.data(), text.size(), format, arguments);
+  static_cast<void>(std::vsnprintf(text.data(), text.size(), format, arguments));  // as long as it said before
   text.pop_back();
   return text;
 }

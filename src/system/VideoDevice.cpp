@@ -7,7 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdlib>
+#include <charconv>
 #include <filesystem>
 #include <string>
 #include <typeinfo>
@@ -58,7 +58,9 @@ void forEachDescriptor(const std::string& path, const std::function<void(int)>& 
   std::error_code error;
   for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd", error)) {
     struct stat file {};
-    const int number = std::atoi(entry.path().filename().c_str());
+    const std::string name = entry.path().filename();
+    int number = -1;
+    std::from_chars(name.data(), name.data() + name.size(), number);
     // Others are left alone: closing a duplicate would take the process's locks off its file.
     if (fstat(number, &file) != 0 || !isDevice(file, device.st_rdev)) {
       continue;
