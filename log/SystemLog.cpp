@@ -115,7 +115,7 @@ void report(Channel& channel, Channel& other, const std::string& name, const cha
     }
     record.append(prefix(name)).append(text);
     channel.lineOpen = record.back() != '\n';
-    std::fflush(channel.stream);
+    static_cast<void>(std::fflush(channel.stream));  // what the host printed may be lost, the record is not
     writeAll(fileno(channel.stream), record.data(), record.size());
   } catch (...) {
     // Out of memory: callers expect a report never to throw, and there is none to be made without memory.
@@ -128,6 +128,7 @@ SystemLog::SystemLog(std::string name) : m_name(std::move(name)) {}
 
 void SystemLog::setLogLevel(int level) noexcept { m_level.store(level, std::memory_order_relaxed); }
 
+// NOLINTNEXTLINE(cert-dcl50-cpp): hosts call it as they call printf
 void SystemLog::runTimeInfo(const char* format, ...) noexcept {
   if (m_level.load(std::memory_order_relaxed) < 1) {
     return;
@@ -138,6 +139,7 @@ void SystemLog::runTimeInfo(const char* format, ...) noexcept {
   va_end(arguments);
 }
 
+// NOLINTNEXTLINE(cert-dcl50-cpp): hosts call it as they call printf
 void SystemLog::runTimeError(const char* format, ...) noexcept {
   va_list arguments;
   va_start(arguments, format);
