@@ -79,8 +79,10 @@ std::optional<cv::Point2d> Rig::project(bool isRight, const cv::Vec3d& point, co
   if (!pixel || pixel->x < 0.0 || pixel->y < 0.0 || pixel->x > width - 1.0 || pixel->y > height - 1.0) {
     return std::nullopt;
   }
-  const double radius = std::hypot(pixel->x - width / 2, pixel->y - height / 2);
-  return radius <= frameSize.width / 4 ? pixel : std::nullopt;
+  // The camera's mask has its centre and radius in whole pixels.
+  const cv::Point centre(width / 2, height / 2);
+  const int circle = frameSize.width / 4;
+  return std::hypot(pixel->x - centre.x, pixel->y - centre.y) <= circle ? pixel : std::nullopt;
 }
 
 std::vector<cv::Mat> Rig::calibParams(bool isRight) const {

@@ -59,17 +59,20 @@ double fade(double from, double to, double value) {
   return t * t * (3.0 - 2.0 * t);
 }
 
-// A turn about no particular axis: surfaces parallel to the cells would show their grid.
-const cv::Matx33d kTurn(0.36, 0.48, -0.8, -0.8, 0.6, 0.0, 0.48, 0.64, 0.6);
+/// A turn about no particular axis: surfaces parallel to the cells would show their grid.
+cv::Vec3d turn(const cv::Vec3d& position) {
+  return cv::Matx33d(0.36, 0.48, -0.8, -0.8, 0.6, 0.0, 0.48, 0.64, 0.6) * position;
+}
 
 }  // namespace
 
 cv::Vec3f textureColor(const cv::Vec3d& position, double footprint, double coarsest, const cv::Vec3f& baseColor,
                        std::uint32_t seed) {
-  const cv::Vec3d turned = kTurn * position;
+  const cv::Vec3d turned = turn(position);
   float brightness = 0.0F;
   float tint = 0.0F;
   double cell = kLargestCell;
+  // NOLINTNEXTLINE(cert-flp30-c): halving is exact, and the octaves are counted in whole numbers
   for (int octave = 0; octave < kOctaves; ++octave, cell *= 0.5) {
     const double ratio = cell / footprint;
     if (ratio <= kFinest) {
