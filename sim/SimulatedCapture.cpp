@@ -47,7 +47,8 @@ cv::Size SimulatedCapture::frameSize() const { return m_renderer->frameSize(); }
 bool SimulatedCapture::resize(int propId, double value) {
   const bool isWidth = propId == cv::CAP_PROP_FRAME_WIDTH;
   const int full = isWidth ? kFullWidth : kFullHeight;
-  if (value != full && value != full / 2) {
+  const int half = full / 2;
+  if (value != full && value != half) {
     return false;
   }
   (isWidth ? m_asked.width : m_asked.height) = static_cast<int>(value);
