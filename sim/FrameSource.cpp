@@ -109,11 +109,13 @@ double FrameSource::get(int propId) const {
   }
 }
 
+std::chrono::nanoseconds FrameSource::framePeriod() const { return periodOf(m_rate); }
+
 cv::Mat FrameSource::take() {
   std::unique_lock lock(m_mutex);
   if (m_open && m_rate > 0.0) {
     const Clock::time_point now = Clock::now();
-    const auto period = periodOf(m_rate);
+    const auto period = framePeriod();
     const bool late = now > m_due + period;
     if (late && m_asked) {
       m_missed += static_cast<std::uint64_t>((now - m_due) / period);

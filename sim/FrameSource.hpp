@@ -57,6 +57,9 @@ protected:
   /// Asks for one side of the frame's size (CAP_PROP_FRAME_WIDTH or _HEIGHT), pixels; false if refused. The source's
   /// lock is held.
   virtual bool resize(int propId, double value) = 0;
+  /// Time from the frame that is delivered next to the one after it, where there is a rate; by default the rate's
+  /// period. The source's lock is held.
+  virtual std::chrono::nanoseconds framePeriod() const;
 
   /// The source's lock, for a derived class that touches its frames outside the operations above.
   std::unique_lock<std::mutex> lockSource() { return std::unique_lock(m_mutex); }

@@ -18,12 +18,14 @@ namespace stereo::sim {
 class ReplayCamera : public VirtualCamera {
 public:
   struct Options {
-    std::string path;                  ///< image, folder of images or video, frames side by side
+    std::string path;                  ///< image, folder of images, video or recording, frames side by side
     double rate = 30.0;                ///< frames per second, 0: as fast as possible
     bool loop = true;                  ///< start over after the last frame
-    int fisheyeRadius = -1;            ///< of the image circle, raw pixels; negative: a quarter of the width for the
-                                       ///< camera's own formats, otherwise so large that every pixel stays
+    int fisheyeRadius = -1;            ///< of the image circle, raw pixels; negative: the recording's, else a quarter
+                                       ///< of the width for the camera's own formats, else so large that every pixel
+                                       ///< stays
     cv::Size rectFrameSize{464, 400};  ///< one rectified eye, pixels
+    bool recordedTiming = false;       ///< play a `Recording` as it came, whatever the rate; nothing to other paths
   };
 
   /// Throws std::runtime_error, with a message of one line, if there is no frame to be had at the path, and

@@ -3,9 +3,12 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <utility>
 
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
+
+#include "Recording.hpp"
 
 namespace stereo::sim {
 
@@ -56,10 +59,29 @@ std::vector<fs::path> imagesOf(const fs::path& path) {
   return images;
 }
 
+std::vector<std::int64_t> stampsAt(const std::string& path) {
+  return Recording::isAt(path) ? Recording::open(path).stamps : std::vector<std::int64_t>();
+}
+
+// Frames per second on the average; what was asked for where there is nothing to tell it from.
+double rateOf(const ReplayCapture::Options& options, const std::vector<std::int64_t>& stamps) {
+  if (!options.recordedTiming || stamps.size() < 2) {
+    return options.rate;
+  }
+  return 1e6 * static_cast<double>(stamps.size() - 1) / static_cast<double>(stamps.back() - stamps.front());
+}
+
 }  // namespace
 
-ReplayCapture::ReplayCapture(const Options& options)
-    : FrameSource(options.rate), m_path(options.path), m_loop(options.loop), m_leadIn(std::max(options.leadIn, 0)) {
+ReplayCapture::ReplayCapture(const Options& options) : ReplayCapture(options, stampsAt(options.path)) {}
+
+ReplayCapture::ReplayCapture(const Options& options, std::vector<std::int64_t> stamps)
+    : FrameSource(rateOf(options, stamps)),
+      m_path(stamps.empty() ? options.path : (fs::path(options.path) / Recording::framesFile).string()),
+      m_loop(options.loop),
+      m_stamps(std::move(stamps)),
+      m_recordedTiming(options.recordedTiming && m_stamps.size() > 1),
+      m_leadIn(std::max(options.leadIn, 0)) {
   try {
     if (!fs::exists(m_path)) {
       throw std::runtime_error("there is no file or folder " + m_path);
@@ -89,6 +111,7 @@ ReplayCapture::ReplayCapture(const Options& options)
 cv::Mat ReplayCapture::next() {
   if (m_leadIn > 0) {
     --m_leadIn;
+    m_recordedStamp = m_stamps.empty() ? -1 : m_stamps.front();
     return m_first;
   }
   cv::Mat frame;
@@ -100,8 +123,24 @@ cv::Mat ReplayCapture::next() {
     m_finished = true;
   } else {
     m_frameSize = frame.size();
+    if (!m_stamps.empty()) {
+      m_recordedStamp = m_stamps[m_frame];
+      m_frame = (m_frame + 1) % m_stamps.size();
+    }
   }
   return frame;
+}
+
+bool ReplayCapture::set(int propId, double value) {
+  return !(m_recordedTiming && propId == cv::CAP_PROP_FPS) && FrameSource::set(propId, value);
+}
+
+std::chrono::nanoseconds ReplayCapture::framePeriod() const {
+  if (!m_recordedTiming) {
+    return FrameSource::framePeriod();
+  }
+  const std::size_t frame = std::min(m_frame, m_stamps.size() - 2);
+  return std::chrono::microseconds(m_stamps[frame + 1] - m_stamps[frame]);
 }
 
 cv::Size ReplayCapture::frameSize() const { return m_frameSize; }
@@ -129,10 +168,13 @@ cv::Mat ReplayCapture::nextImage() {
 
 cv::Mat ReplayCapture::nextOfVideo() {
   cv::Mat frame;
-  if (!m_video.read(frame) && m_loop && openVideo()) {
+  // Of a recording, what has no stamp is not played.
+  const bool atEnd = !m_stamps.empty() && m_videoFrames == m_stamps.size();
+  if ((atEnd || !m_video.read(frame)) && m_loop && openVideo()) {
     // Opened anew rather than rewound, which not every container can do.
     m_video.read(frame);
   }
+  ++m_videoFrames;
   return asBgr(frame);
 }
 
@@ -149,6 +191,10 @@ cv::Mat ReplayCapture::image(std::size_t index) {
   return m_decoded[index];
 }
 
-bool ReplayCapture::openVideo() { return m_video.open(m_path); }
+bool ReplayCapture::openVideo() {
+  m_videoFrames = 0;
+  m_frame = 0;
+  return m_video.open(m_path);
+}
 
 }  // namespace stereo::sim

@@ -161,7 +161,7 @@ std::ofstream openOutput(const std::string& path) {
 void bench(const BenchOptions& options) {
   std::ofstream json = openOutput(options.json);
   RunRecord record;
-  OpenedCamera opened = openCamera(options.source, &record);
+  OpenedCamera opened = openCamera(options.source, {.record = &record});
   if (!opened.calibrated) {
     throw Failure(ExitCode::calibration, "bench measures depth too: it needs a calibration (--calibration FILE)");
   }

@@ -18,6 +18,7 @@ Action addStream(CLI::App& program);
 Action addReceive(CLI::App& program);
 Action addShare(CLI::App& program);
 Action addBench(CLI::App& program);
+Action addRecord(CLI::App& program);
 Action addDoctor(CLI::App& program);
 
 }  // namespace stereo::app

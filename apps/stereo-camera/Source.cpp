@@ -15,6 +15,8 @@
 #include "DeviceWishes.hpp"
 #include "Failure.hpp"
 #include "MeasuredCamera.hpp"
+#include "Recording.hpp"
+#include "RecordingCamera.hpp"
 #include "ReplayCamera.hpp"
 #include "SimulatedCamera.hpp"
 
@@ -29,9 +31,12 @@ void requireReadable(const std::string& path, const char* what, ExitCode code) {
 }
 
 template <typename Camera, typename Argument>
-std::unique_ptr<Camera> makeCamera(RunRecord* record, const Argument& argument) {
-  if (record != nullptr) {
-    return std::make_unique<MeasuredCamera<Camera>>(*record, argument);
+std::unique_ptr<Camera> makeCamera(const Onlooker& onlooker, const Argument& argument) {
+  if (onlooker.record != nullptr) {
+    return std::make_unique<MeasuredCamera<Camera>>(*onlooker.record, argument);
+  }
+  if (onlooker.recorder != nullptr) {
+    return std::make_unique<RecordingCamera<Camera>>(*onlooker.recorder, argument);
   }
   return std::make_unique<Camera>(argument);
 }
@@ -77,6 +82,13 @@ OpenedCamera openVirtual(std::unique_ptr<sim::VirtualCamera> camera, const Sourc
   return opened(std::move(camera), options, description);
 }
 
+void loadCalibration(OpenedCamera& opened, const std::string& path) {
+  requireReadable(path, "calibration", ExitCode::calibration);
+  const bool complete = opened.camera->loadCalibParams(path);
+  checkCalibration(*opened.camera, path, complete);
+  opened.calibrated = true;
+}
+
 // Of random faults: they go on for this many frames, and then all is well. Half a minute of a camera at its full rate,
 // a fault every second.
 constexpr std::uint64_t randomFrames = 900;
@@ -105,7 +117,7 @@ sim::FaultScript faultsFrom(const std::string& text, const cv::Size& frameSize) 
   }
 }
 
-OpenedCamera openSimulated(const SourceOptions& options, RunRecord* record) {
+OpenedCamera openSimulated(const SourceOptions& options, const Onlooker& onlooker) {
   sim::SimulatedCamera::Options simulation;
   simulation.frameSize = parseSize(options.frameSize, "--size");
   simulation.rectFrameSize = parseSize(options.rectifiedSize, "--rectified");
@@ -118,26 +130,53 @@ OpenedCamera openSimulated(const SourceOptions& options, RunRecord* record) {
   if (!options.faults.empty()) {
     simulation.faults = faultsFrom(options.faults, simulation.frameSize);
   }
-  auto camera = makeCamera<sim::SimulatedCamera>(record, simulation);
+  auto camera = makeCamera<sim::SimulatedCamera>(onlooker, simulation);
   sim::SimulatedCapture& device = camera->capture();
   OpenedCamera simulated =
       openVirtual(std::move(camera), options, "simulated camera, seed " + std::to_string(options.seed));
   simulated.calibrated = true;
-  if (record != nullptr) {
+  if (onlooker.record != nullptr) {
     // Rendering takes a hundred times as long as a camera does; it is no part of what is measured.
     device.fillRing();
   }
   return simulated;
 }
 
-OpenedCamera openReplay(const SourceOptions& options, RunRecord* record) {
+// A recording's settings stand in for what the command line does not give.
+void takeRecordedSettings(sim::ReplayCamera& camera, const SourceOptions& options, const std::string& path) {
+  applySettings(camera, path);
+  if (options.given("--rectified")) {
+    camera.setRectFrameSize(parseSize(options.rectifiedSize, "--rectified"));
+  }
+  if (options.given("--depth-mode")) {
+    camera.setDepthMode(options.depthMode);
+  }
+  if (options.given("--matcher")) {
+    camera.setAlgorithm(options.matcher == "bm" ? 1 : 0);
+  }
+}
+
+OpenedCamera openReplay(SourceOptions options, const Onlooker& onlooker) {
   sim::ReplayCamera::Options replay;
   replay.path = options.replay;
   replay.rate = options.rate;
   replay.loop = !options.once;
   replay.rectFrameSize = parseSize(options.rectifiedSize, "--rectified");
+  replay.recordedTiming = !options.given("--rate");
   try {
-    return openVirtual(makeCamera<sim::ReplayCamera>(record, replay), options, "recording " + options.replay);
+    const bool isRecording = sim::Recording::isAt(options.replay);
+    const sim::Recording recording = isRecording ? sim::Recording::open(options.replay) : sim::Recording();
+    auto camera = makeCamera<sim::ReplayCamera>(onlooker, replay);
+    if (options.settings.empty() && !recording.settings.empty()) {
+      takeRecordedSettings(*camera, options, recording.settings.string());
+      options.depthMode = camera->depthMode();
+      options.matcher = camera->algorithm() == 1 ? "bm" : "sgm";
+    }
+    OpenedCamera replayed = openVirtual(std::move(camera), options, "recording " + options.replay);
+    if (options.calibration.empty() && !recording.calibration.empty()) {
+      loadCalibration(replayed, recording.calibration.string());
+    }
+    return replayed;
   } catch (const Failure&) {
     throw;
   } catch (const std::runtime_error& error) {
@@ -145,20 +184,20 @@ OpenedCamera openReplay(const SourceOptions& options, RunRecord* record) {
   }
 }
 
-OpenedCamera openDevice(const SourceOptions& options, RunRecord* record) {
+OpenedCamera openDevice(const SourceOptions& options, const Onlooker& onlooker) {
   std::unique_ptr<DeviceCamera> camera;
   std::string description;
   DeviceWishes wishes;
   if (options.settings.empty()) {
     wishes = {parseSize(options.frameSize, "--size"), std::trunc(options.rate), false};
-    camera = makeCamera<DeviceCamera>(record, options.device);
+    camera = makeCamera<DeviceCamera>(onlooker, options.device);
     camera->setRawFrameRate(static_cast<int>(options.rate));
     camera->chooseFrameSize(wishes.size);
     camera->setRectFrameSize(parseSize(options.rectifiedSize, "--rectified"));
     description = "video device " + std::to_string(options.device);
   } else {
     requireReadable(options.settings, "settings", ExitCode::source);
-    camera = makeCamera<DeviceCamera>(record, options.settings);
+    camera = makeCamera<DeviceCamera>(onlooker, options.settings);
     description = "video device " + std::to_string(camera->getDeviceNode()) + ", settings " + options.settings;
     if (camera->getRawFrameSize().empty()) {
       throw Failure(ExitCode::source, "the settings '" + options.settings + "' cannot be used: see the line above");
@@ -193,42 +232,42 @@ OpenedCamera openDevice(const SourceOptions& options, RunRecord* record) {
 
 }  // namespace
 
-void SourceOptions::addTo(CLI::App& command) {
-  auto* const simulated = command.add_flag("--simulate", simulate, "simulated camera in a room (the default)");
+void SourceOptions::addTo(CLI::App& added) {
+  command = &added;
+  auto* const simulated = added.add_flag("--simulate", simulate, "simulated camera in a room (the default)");
   auto* const played =
-      command.add_option("--replay", replay, "image, folder of images or video of side-by-side frames");
-  auto* const opened = command.add_option("--device", device, "video device N (/dev/videoN)")->check(CLI::Range(0, 99));
-  auto* const configured = command.add_option(
+      added.add_option("--replay", replay, "image, folder of images, video of side-by-side frames, or recording");
+  auto* const opened = added.add_option("--device", device, "video device N (/dev/videoN)")->check(CLI::Range(0, 99));
+  auto* const configured = added.add_option(
       "--settings", settings, "settings file, naming the device; with --simulate or --replay, settings for that");
   played->excludes(simulated);
   opened->excludes(simulated)->excludes(played)->excludes(configured);
-  command.add_option("--calibration", calibration, "calibration file (the simulated camera brings its own)");
-  command.add_option("--size", frameSize, "side-by-side frame, WxH pixels")->capture_default_str();
-  command.add_option("--rectified", rectifiedSize, "one rectified eye, WxH pixels")->capture_default_str();
-  command.add_option("--rate", rate, "frames per second")->check(CLI::Range(0.0, 1000.0))->capture_default_str();
-  command.add_option("--seed", seed, "seed of the simulated camera")->capture_default_str();
-  command.add_flag("--still", still, "simulated scene without motion");
-  command.add_option("--faults", faults, "what goes wrong with the simulated camera: a file, or seed:N to draw it")
+  added.add_option("--calibration", calibration, "calibration file (the simulated camera brings its own)");
+  added.add_option("--size", frameSize, "side-by-side frame, WxH pixels")->capture_default_str();
+  added.add_option("--rectified", rectifiedSize, "one rectified eye, WxH pixels")->capture_default_str();
+  added.add_option("--rate", rate, "frames per second; 0: as fast as they can be had")
+      ->check(CLI::Range(0.0, 1000.0))
+      ->capture_default_str();
+  added.add_option("--seed", seed, "seed of the simulated camera")->capture_default_str();
+  added.add_flag("--still", still, "simulated scene without motion");
+  added.add_option("--faults", faults, "what goes wrong with the simulated camera: a file, or seed:N to draw it")
       ->needs(simulated);
-  command.add_option("--depth-mode", depthMode, "depth from the longitude-latitude (1) or the perspective pair (2)")
+  added.add_option("--depth-mode", depthMode, "depth from the longitude-latitude (1) or the perspective pair (2)")
       ->check(CLI::Range(1, 2))
       ->capture_default_str();
-  command.add_option("--matcher", matcher, "semi-global (sgm) or block matching (bm)")
+  added.add_option("--matcher", matcher, "semi-global (sgm) or block matching (bm)")
       ->check(CLI::IsMember({"sgm", "bm"}))
       ->capture_default_str();
-  command.add_flag("--once", once, "play the recording once instead of over and over");
+  added.add_flag("--once", once, "play the recording once instead of over and over");
 }
 
-OpenedCamera openCamera(const SourceOptions& options, RunRecord* record) {
+OpenedCamera openCamera(const SourceOptions& options, const Onlooker& onlooker) {
   const bool isDevice = options.device >= 0 || (!options.settings.empty() && !options.simulate);
-  OpenedCamera opened = !options.replay.empty() ? openReplay(options, record)
-                        : isDevice              ? openDevice(options, record)
-                                                : openSimulated(options, record);
+  OpenedCamera opened = !options.replay.empty() ? openReplay(options, onlooker)
+                        : isDevice              ? openDevice(options, onlooker)
+                                                : openSimulated(options, onlooker);
   if (!options.calibration.empty()) {
-    requireReadable(options.calibration, "calibration", ExitCode::calibration);
-    const bool complete = opened.camera->loadCalibParams(options.calibration);
-    checkCalibration(*opened.camera, options.calibration, complete);
-    opened.calibrated = true;
+    loadCalibration(opened, options.calibration);
   }
   return opened;
 }

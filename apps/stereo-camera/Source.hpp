@@ -7,6 +7,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "Recorder.hpp"
 #include "RunRecord.hpp"
 #include "StereoCamera.hpp"
 
@@ -32,6 +33,10 @@ struct SourceOptions {
 
   /// Adds the options that every subcommand with a camera takes.
   void addTo(CLI::App& command);
+
+  /// The command that they were added to, which knows which of them were given; none: all count as given.
+  const CLI::App* command = nullptr;
+  bool given(const char* option) const { return command == nullptr || command->count(option) > 0; }
 };
 
 /// A camera that was opened and calibrated, not yet started.
@@ -48,10 +53,17 @@ struct OpenedCamera {
   double horizontalField = 0;  ///< degrees
 };
 
-/// Opens what the options name. Throws Failure with one line that says what is missing. With a record, which then
-/// outlives the camera, it is opened to be measured: as a `MeasuredCamera`, and a simulated one with its frames
-/// rendered.
-OpenedCamera openCamera(const SourceOptions& options, RunRecord* record = nullptr);
+/// Who looks on while a camera works, at most one of them, and then outlives it.
+struct Onlooker {
+  RunRecord* record = nullptr;   ///< it is measured: a `MeasuredCamera`, a simulated one with its frames rendered
+  Recorder* recorder = nullptr;  ///< its frames are recorded: a `RecordingCamera`
+};
+
+/// Opens what the options name. Throws Failure with one line that says what is missing.
+///
+/// A recording brings its calibration and settings: the one is loaded unless the options name another, the others stand
+/// in for all that was not given on the command line. It is played as it was recorded, or at the rate that was given.
+OpenedCamera openCamera(const SourceOptions& options, const Onlooker& onlooker = {});
 
 /// "1856x800" to a size. Throws Failure (usage) for anything else than two numbers from 1 to 32767.
 cv::Size parseSize(const std::string& text, const std::string& option);

@@ -19,6 +19,7 @@ int main(int argc, char** argv) {
   actions["stream"] = addStream(program);
   actions["receive"] = addReceive(program);
   actions["share"] = addShare(program);
+  actions["record"] = addRecord(program);
   actions["bench"] = addBench(program);
   actions["doctor"] = addDoctor(program);
   try {

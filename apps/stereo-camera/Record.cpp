@@ -1,0 +1,133 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <exception>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+
+#include "Commands.hpp"
+#include "Failure.hpp"
+#include "InEffect.hpp"
+#include "Products.hpp"
+#include "Recorder.hpp"
+#include "Recording.hpp"
+#include "RunTime.hpp"
+#include "Source.hpp"
+#include "Watch.hpp"
+
+namespace stereo::app {
+
+namespace {
+
+struct RecordOptions {
+  SourceOptions source;
+  std::string output = "recording";
+  std::string codec = "huffyuv";
+  double seconds = 0;
+  std::uint64_t frames = 0;
+  std::size_t queue = 32;
+  double patience = 10;
+};
+
+// A frame may take as long as it likes to be encoded; this is how often the end is looked for meanwhile.
+constexpr std::chrono::milliseconds lookAround{200};
+
+void tellOfDrops(const Recorder::Counts& counts, Recorder::Counts& told) {
+  if (counts.dropped > 0 && told.dropped == 0) {
+    std::cerr
+        << "stereo-camera: frames are dropped: they come faster than they can be written. A lower --rate, smaller "
+           "frames (--size 928x400), --codec huffyuv or a quicker disk helps; --queue bridges short delays"
+        << std::endl;
+  }
+  if (counts.unfit > 0 && told.unfit == 0) {
+    std::cerr << "stereo-camera: frames of another size or type than the first are left out" << std::endl;
+  }
+  told = counts;
+}
+
+void recordUntilDone(const RecordOptions& options, OpenedCamera& opened, Recorder& recorder) {
+  Watch watch(*opened.camera, std::chrono::milliseconds(static_cast<long>(1000 * options.patience)), opened.askedSize);
+  RunTime runTime(options.seconds);
+  Recorder::Counts told;
+  while (!runTime.over() && (options.frames == 0 || told.written < options.frames)) {
+    const Recorder::Counts before = told;
+    const bool wrote = recorder.awaitFrame(before, lookAround);
+    if (wrote) {
+      watch.run([] { return true; });
+      runTime.begin();
+    } else if (!opened.camera->isOpened()) {
+      watch.run([] { return false; });  // the watch has stopped the camera, and says why
+      break;
+    }
+    tellOfDrops(recorder.counts(), told);
+  }
+  watch.finish();
+}
+
+void record(const RecordOptions& options) {
+  makeFolder(options.output);
+  const std::filesystem::path folder(options.output);
+  Recorder recorder({.folder = folder,
+                     .codec = options.codec,
+                     .queue = options.queue,
+                     .rate = options.source.rate > 0 ? options.source.rate : 30.0,
+                     .most = options.frames});
+  OpenedCamera opened = openCamera(options.source, {.recorder = &recorder});
+  const auto* const camera = dynamic_cast<const TellsSettings*>(opened.camera.get());
+  const SettingsInEffect settings = camera->settingsInEffect();
+  writeSettings(folder / sim::Recording::settingsFile, settings);
+  const auto tellAbout = [&](const Recorder::Counts& counts) {
+    writeAbout(folder / sim::Recording::aboutFile, opened.description, options.codec, settings, counts);
+  };
+  tellAbout({});
+  if (opened.calibrated) {
+    // Now, since starting scales it.
+    opened.camera->saveCalibParams((folder / sim::Recording::calibrationFile).string());
+  }
+  startCapture(opened);
+  // Whatever ends it, what came until then is there to be replayed.
+  std::exception_ptr failure;
+  try {
+    recordUntilDone(options, opened, recorder);
+  } catch (const Failure&) {
+    failure = std::current_exception();
+  }
+  try {
+    recorder.finish();
+  } catch (const Failure&) {
+    failure = failure ? failure : std::current_exception();
+  }
+  const Recorder::Counts counts = recorder.counts();
+  tellAbout(counts);
+  const cv::Size size = recorder.frameSize();
+  std::cout << "recorded " << counts.written << " frames, " << size.width << " x " << size.height << ", to "
+            << options.output << "; dropped " << counts.dropped << ", left out as unfit " << counts.unfit << std::endl;
+  if (failure) {
+    std::rethrow_exception(failure);
+  }
+}
+
+}  // namespace
+
+Action addRecord(CLI::App& program) {
+  auto options = std::make_shared<RecordOptions>();
+  CLI::App* const command =
+      program.add_subcommand("record", "write raw frames with their stamps, lossless, to be replayed (--replay)");
+  options->source.addTo(*command);
+  command->add_option("-o,--output", options->output, "folder for the recording")->capture_default_str();
+  command->add_option("--codec", options->codec, "huffyuv (fast) or ffv1 (smaller files); both are lossless")
+      ->check(CLI::IsMember({"huffyuv", "ffv1"}))
+      ->capture_default_str();
+  command->add_option("--seconds", options->seconds, "how long; 0: until Ctrl-C")
+      ->check(CLI::Range(0.0, 1e6))
+      ->capture_default_str();
+  command->add_option("--frames", options->frames, "how many frames; 0: no limit")->capture_default_str();
+  command->add_option("--queue", options->queue, "frames that wait to be written at most; more are dropped")
+      ->check(CLI::Range(1, 10000))
+      ->capture_default_str();
+  command->add_option("--patience", options->patience, "seconds without a frame after which to give up")
+      ->check(CLI::Range(0.1, 3600.0))
+      ->capture_default_str();
+  return [options] { record(*options); };
+}
+
+}  // namespace stereo::app

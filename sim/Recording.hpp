@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace stereo::sim {
+
+/// A folder with raw frames as a device delivered them, and what was in effect meanwhile.
+///
+/// | file            | what |
+/// |-----------------|------|
+/// | frames.mkv      | the side-by-side frames, lossless, in a Matroska container |
+/// | stamps.csv      | a heading, then a line for each frame: its number from 0, its stamp in microseconds since the
+/// epoch | | calibration.yml | the calibration as it was before capture started; not there if there was none | |
+/// settings.yml    | the settings in effect, to be loaded like any others | | about.yml       | where the frames are
+/// from, codec, radius of the image circle, counts |
+///
+/// The stamps are those that the camera handed out with the frames. A recording that was cut off has fewer frames or
+/// stamps than the other; the shorter one counts.
+struct Recording {
+  static constexpr const char* framesFile = "frames.mkv";
+  static constexpr const char* stampsFile = "stamps.csv";
+  static constexpr const char* calibrationFile = "calibration.yml";
+  static constexpr const char* settingsFile = "settings.yml";
+  static constexpr const char* aboutFile = "about.yml";
+  static constexpr const char* stampsHeading = "frame,microseconds";
+
+  /// Whether the path is a folder that holds frames of a recording.
+  static bool isAt(const std::filesystem::path& path);
+
+  /// Reads all but the frames. Throws std::runtime_error, with a message of one line, if there is no recording or what
+  /// it says makes no sense: stamps that do not rise, numbers out of order, a radius that is no number.
+  static Recording open(const std::filesystem::path& folder);
+
+  std::filesystem::path frames;
+  std::vector<std::int64_t> stamps;   ///< microseconds since the epoch of the system's clock, rising
+  std::filesystem::path calibration;  ///< empty: none
+  std::filesystem::path settings;     ///< empty: none
+  int fisheyeRadius = -1;             ///< of the image circle, raw pixels; negative: not told
+};
+
+}  // namespace stereo::sim

@@ -1,0 +1,122 @@
+// SPDX-License-Identifier: Apache-2.0
+// Recording and replaying as the host program's user meets them.
+#include <filesystem>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <opencv2/core.hpp>
+#include <opencv2/core/persistence.hpp>
+#include <opencv2/imgcodecs.hpp>
+
+#include "Failure.hpp"
+#include "Program.hpp"
+#include "Recording.hpp"
+#include "support/TempDir.hpp"
+
+using stereo::app::ExitCode;
+using stereo::sim::Recording;
+using stereo::test::deadline;
+using stereo::test::Program;
+using stereo::test::readFile;
+using testing::HasSubstr;
+
+namespace {
+
+class RecordProgram : public testing::Test {
+protected:
+  std::string file(const std::string& name) const { return m_folder.path(name); }
+
+  // Runs it to its end; its exit code. What it printed is kept.
+  int run(const std::vector<std::string>& arguments) {
+    Program program(STEREO_CAMERA_PROGRAM, arguments);
+    const int code = program.wait(4 * deadline);
+    m_out = program.out();
+    m_err = program.err();
+    return code;
+  }
+
+  std::string m_out;
+  std::string m_err;
+  const stereo::test::TempDir m_folder;
+};
+
+}  // namespace
+
+TEST_F(RecordProgram, ReplayGivesTheSameBitsAsLive) {
+  const std::vector<std::string> source{"--still", "--size", "928x400", "--rectified", "300x260", "--depth-mode",
+                                        "1",       "--seed", "7",       "--patience",  "120"};
+  const auto with = [&](std::vector<std::string> head, const std::vector<std::string>& tail) {
+    head.insert(head.end(), tail.begin(), tail.end());
+    return head;
+  };
+  ASSERT_EQ(run(with(with({"snapshot"}, source), {"-o", file("live")})), 0) << m_err;
+  ASSERT_EQ(run(with(with({"record"}, source), {"--frames", "6", "--queue", "500", "-o", file("taken")})), 0) << m_err;
+  EXPECT_THAT(m_out, HasSubstr("recorded 6 frames, 928 x 400"));
+  EXPECT_THAT(m_out, HasSubstr("dropped 0"));
+  EXPECT_EQ(Recording::open(file("taken")).stamps.size(), 6U);
+  // Neither size nor depth mode nor calibration is told again.
+  for (const std::string rate : {"", "60"}) {
+    std::vector<std::string> replay{"snapshot", "--replay", file("taken"), "--patience", "120", "-o", file("again")};
+    if (!rate.empty()) {
+      replay.insert(replay.end(), {"--rate", rate});
+    }
+    ASSERT_EQ(run(replay), 0) << m_err;
+    for (const char* name : {"raw.png", "left.png", "right.png", "perspective-left.png", "lonlat-right.png",
+                             "disparity.tiff", "depth.tiff", "depth-colour.png", "cloud.ply", "cloud-coloured.ply"}) {
+      const std::string live = readFile(file(std::string("live/") + name));
+      EXPECT_GT(live.size(), 100U) << name;
+      EXPECT_EQ(live == readFile(file(std::string("again/") + name)), true) << name << " is another, rate " << rate;
+    }
+  }
+  // What the command line says counts, the recording's settings stand in for the rest.
+  ASSERT_EQ(run({"snapshot", "--replay", file("taken"), "--rectified", "200x180", "-o", file("other")}), 0) << m_err;
+  EXPECT_EQ(cv::imread(file("other/perspective-left.png")).size(), cv::Size(200, 180));
+  EXPECT_EQ(cv::imread(file("other/lonlat-left.png")).size(), cv::Size(200, 180));
+}
+
+TEST_F(RecordProgram, KeepsTheCalibrationAsItWasBeforeTheStart) {
+  ASSERT_EQ(run({"record", "--size", "928x400", "--frames", "2", "--patience", "120", "-o", file("small")}), 0)
+      << m_err;
+  ASSERT_EQ(run({"record", "--size", "1856x800", "--frames", "2", "--patience", "120", "-o", file("large")}), 0)
+      << m_err;
+  // Files tell it for frames 1856 pixels wide, whatever the width of these.
+  const auto intrinsic = [&](const std::string& folder) {
+    cv::Mat matrix;
+    cv::FileStorage(file(folder + "/calibration.yml"), cv::FileStorage::READ)["LeftIntrinsicMatrix"] >> matrix;
+    return matrix;
+  };
+  ASSERT_FALSE(intrinsic("small").empty());
+  EXPECT_EQ(cv::norm(intrinsic("small"), intrinsic("large"), cv::NORM_INF), 0.0);
+}
+
+TEST_F(RecordProgram, EndsInOrderWhenInterrupted) {
+  Program program(STEREO_CAMERA_PROGRAM, {"record", "--size", "928x400", "--patience", "120", "-o", file("taken")});
+  ASSERT_TRUE(stereo::test::await([&] { return Recording::isAt(file("taken")); }, 2 * deadline)) << program.err();
+  program.send(SIGINT);
+  EXPECT_EQ(program.wait(), 0) << program.err();
+  EXPECT_THAT(program.out(), HasSubstr("recorded "));
+  EXPECT_GE(Recording::open(file("taken")).stamps.size(), 1U);
+}
+
+TEST_F(RecordProgram, EndOfTheSourceKeepsWhatCame) {
+  ASSERT_EQ(run({"record", "--size", "928x400", "--frames", "4", "--patience", "120", "-o", file("first")}), 0)
+      << m_err;
+  // The recording of a recording, played once: the source ends, which is told, and all of it is there.
+  EXPECT_EQ(run({"record", "--replay", file("first"), "--once", "--patience", "3", "-o", file("second")}),
+            static_cast<int>(ExitCode::noFrames));
+  EXPECT_THAT(m_out, HasSubstr("recorded 4 frames"));
+  EXPECT_THAT(m_err, HasSubstr("no frame for 3000 ms"));
+  EXPECT_EQ(Recording::open(file("second")).stamps.size(), 4U);
+}
+
+TEST_F(RecordProgram, MistakesAreToldInOneLine) {
+  EXPECT_EQ(run({"record", "--codec", "h264", "-o", file("x")}), static_cast<int>(ExitCode::usage));
+  EXPECT_EQ(run({"record", "--size", "928x400", "-o", "/proc/none"}), static_cast<int>(ExitCode::output));
+  ASSERT_EQ(run({"record", "--size", "928x400", "--frames", "1", "--patience", "120", "-o", file("x")}), 0) << m_err;
+  EXPECT_EQ(run({"record", "--size", "928x400", "--frames", "1", "-o", file("x")}), static_cast<int>(ExitCode::output));
+  EXPECT_THAT(m_err, HasSubstr("there is a recording in"));
+  stereo::test::writeFile(file("x/stamps.csv"), "nonsense\n");
+  EXPECT_EQ(run({"snapshot", "--replay", file("x"), "-o", file("y")}), static_cast<int>(ExitCode::source));
+  EXPECT_THAT(m_err, HasSubstr("cannot read the stamps"));
+}
