@@ -5,18 +5,19 @@ include(CMakePackageConfigHelpers)
 set(stereo_camera_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/StereoCamera)
 
 install(TARGETS StereoCameraCommon EXPORT StereoCameraTargets
-  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-install(FILES include/StereoCamera.hpp log/SystemLog.hpp DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/stereo-camera)
-install(EXPORT StereoCameraTargets NAMESPACE StereoCamera:: DESTINATION ${stereo_camera_package_dir})
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development)
+install(FILES include/StereoCamera.hpp log/SystemLog.hpp DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/stereo-camera
+  COMPONENT development)
+install(EXPORT StereoCameraTargets NAMESPACE StereoCamera:: DESTINATION ${stereo_camera_package_dir}
+  COMPONENT development)
 
 configure_package_config_file(cmake/StereoCameraConfig.cmake.in StereoCameraConfig.cmake
   INSTALL_DESTINATION ${stereo_camera_package_dir})
 write_basic_package_version_file(StereoCameraConfigVersion.cmake COMPATIBILITY SameMinorVersion)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/StereoCameraConfig.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/StereoCameraConfigVersion.cmake
-  DESTINATION ${stereo_camera_package_dir})
+  DESTINATION ${stereo_camera_package_dir} COMPONENT development)
 
 # A static library leaves its own dependencies to whoever links it, a shared one does not.
 if(BUILD_SHARED_LIBS)
@@ -41,4 +42,7 @@ foreach(dir libdir includedir)
 endforeach()
 list(GET OpenCV_INCLUDE_DIRS 0 stereo_camera_opencv_include)
 configure_file(cmake/stereo-camera.pc.in stereo-camera.pc @ONLY)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/stereo-camera.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/stereo-camera.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+  COMPONENT development)
+
+include(cmake/Packages.cmake)

@@ -53,8 +53,8 @@ class StereoCamera {
 public:
   /// Two images that belong together and the time at which they were captured.
   struct TimeFrame {
-    cv::Mat first;
-    cv::Mat second;
+    cv::Mat first;   ///< Left eye, or the view that a disparity image came with.
+    cv::Mat second;  ///< Right eye, or the disparity image.
     /// Since the epoch of `std::chrono::system_clock`.
     std::chrono::microseconds timestamp{0};
   };
@@ -101,10 +101,10 @@ public:
   /// a report and nothing changed, for fewer than five matrices. Takes no lock: no worker may run.
   virtual bool setCalibParams(std::vector<cv::Mat> params, bool isRight);
 
-  virtual int getLogLevel() const;
-  virtual int getDeviceNode() const;
-  virtual int getPosNumber() const;
-  virtual int getSerialNumber() const;
+  virtual int getLogLevel() const;      ///< As set or loaded, 1 at first.
+  virtual int getDeviceNode() const;    ///< N of /dev/videoN.
+  virtual int getPosNumber() const;     ///< As set, or from the calibration file; 0 at first.
+  virtual int getSerialNumber() const;  ///< As set, or from the calibration file; 0 at first.
   /// Frames per second: as set, and once the capture worker runs the rate that its last pass took (from asking the
   /// device to handing over the frame).
   virtual float getRawFrameRate() const;
@@ -224,7 +224,7 @@ protected:
   cv::Mat m_lonLatMaps[2][2];   ///< Longitude-latitude maps, same indexing and type.
   cv::Mat m_reservedMats[2];    ///< Unused.
   SystemLog* m_log = nullptr;   ///< Owned; null where it could not be made or the settings failed to load.
-  std::string m_logName = "StereoCamera";
+  std::string m_logName = "StereoCamera";      ///< Stands in front of each record.
   std::mutex m_frameMutex;                     ///< Guards `m_rawFrame`.
   std::mutex m_disparityMutex;                 ///< Guards `m_disparityFrame`.
   std::condition_variable m_frameCond;         ///< A raw frame was published.

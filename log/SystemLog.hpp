@@ -13,6 +13,7 @@
 /// Safe to call from any number of threads, on one log or several. Nothing throws.
 class SystemLog {
 public:
+  /// A log at level 1 whose records carry `name`.
   explicit SystemLog(std::string name);
 
   /// 1 or more: everything is written; 0 or less: errors only.

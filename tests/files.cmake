@@ -34,6 +34,19 @@ if(STEREO_CAMERA_PKG_CONFIG)
   set_tests_properties(package.InstallAndUse PROPERTIES TIMEOUT 300 SKIP_REGULAR_EXPRESSION "skipped:")
 endif()
 
+# What programs were compiled and linked against, compared with what is recorded. Sanitizers have symbols of their own.
+find_program(STEREO_CAMERA_NM nm)
+if(STEREO_CAMERA_NM AND NOT STEREO_CAMERA_SANITIZE AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  add_executable(abi_layout package/abi/layout.cpp)
+  target_link_libraries(abi_layout PRIVATE StereoCamera::StereoCamera)
+  list(TRANSFORM OpenCV_INCLUDE_DIRS PREPEND -I OUTPUT_VARIABLE abi_includes)
+  set(abi_check ${CMAKE_CURRENT_SOURCE_DIR}/package/abi/check ${CMAKE_CXX_COMPILER} $<TARGET_FILE:abi_layout>
+                $<TARGET_FILE:StereoCameraCommon>)
+  add_test(NAME package.Abi COMMAND ${abi_check} ${abi_includes})
+  set_tests_properties(package.Abi PROPERTIES SKIP_REGULAR_EXPRESSION "skipped:")
+  add_custom_target(record_abi COMMAND ${abi_check} --record ${abi_includes} DEPENDS abi_layout VERBATIM)
+endif()
+
 # What an optimised build promises of its programs, looked for in what was linked.
 find_program(STEREO_CAMERA_READELF readelf)
 if(TARGET stereo-camera AND STEREO_CAMERA_READELF AND NOT STEREO_CAMERA_SANITIZE AND
