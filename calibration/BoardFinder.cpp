@@ -93,8 +93,7 @@ constexpr double quickWidth = 928.0;
 std::vector<cv::Point2d> findCorners(const cv::Mat& eyeImage, const Board& board, Effort effort) {
   const cv::Mat grey = greyOf(eyeImage);
   std::vector<cv::Point2f> corners;
-  constexpr int quickFlags =
-      cv::CALIB_CB_ADAPTIVE_THRESH | cv::CALIB_CB_NORMALIZE_IMAGE | cv::CALIB_CB_FAST_CHECK;
+  constexpr int quickFlags = cv::CALIB_CB_ADAPTIVE_THRESH | cv::CALIB_CB_NORMALIZE_IMAGE | cv::CALIB_CB_FAST_CHECK;
   const bool found = effort == Effort::quick
                          ? search(grey, board.corners, std::min(1.0, quickWidth / grey.cols), quickFlags, corners)
                          : searchThoroughly(grey, board.corners, corners);

@@ -80,8 +80,9 @@ public:
     const SolverResult result = solve(m_state.estimate, m_views, m_board, m_state.selection, options);
     m_state.converged = result.converged;
     if (!result.usable) {
-      throw CannotCalibrate("the solver found no way from the start to the corners; take more pictures, evenly over "
-                            "the field");
+      throw CannotCalibrate(
+          "the solver found no way from the start to the corners; take more pictures, evenly over "
+          "the field");
     }
     m_state.errors = errorsOf(m_state.estimate, m_views, m_board, m_state.selection);
   }
@@ -213,8 +214,9 @@ void requireEnough(const std::vector<View>& views, const std::vector<char>& kept
 void requireEyesInOrder(const Pose& rightFromLeft) {
   const cv::Vec3d position = inverse(rightFromLeft).translation;
   if (position[0] <= 0.5 * cv::norm(position)) {
-    throw CannotCalibrate("the right half's eye is not to the right of the left half's: are the halves exchanged, or is "
-                          "the camera turned?");
+    throw CannotCalibrate(
+        "the right half's eye is not to the right of the left half's: are the halves exchanged, or is "
+        "the camera turned?");
   }
 }
 
@@ -275,8 +277,9 @@ double Calibration::reach(int eye) const {
 Calibration calibrate(const std::vector<View>& views, const Board& board, const cv::Size& eyeSize,
                       const std::function<void(const std::string&)>& tell) {
   if (board.corners.width == board.corners.height) {
-    throw std::invalid_argument("a board with as many corners in a row as in a column looks the same turned by a "
-                                "quarter");
+    throw std::invalid_argument(
+        "a board with as many corners in a row as in a column looks the same turned by a "
+        "quarter");
   }
   Calibration state;
   state.views = views;

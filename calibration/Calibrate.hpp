@@ -42,7 +42,8 @@ struct Calibration {
   double reach(int eye) const;
 };
 
-/// Calibrates both eyes and the pair from boards seen by both or either. Each eye is started by itself from many guesses
+/// Calibrates both eyes and the pair from boards seen by both or either. Each eye is started by itself from many
+/// guesses
 /// (`startEye`), then all is improved together (`solve`); corners that lie far off and pictures that do not fit are
 /// taken out and all is improved again until nothing more is taken out. Pictures thrown out are tried once more with
 /// the result.

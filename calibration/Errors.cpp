@@ -83,8 +83,7 @@ Errors errorsOf(const Estimate& estimate, const std::vector<View>& views, const 
   errors.reprojection.resize(views.size());
   for (std::size_t view = 0; view < views.size(); ++view) {
     for (std::size_t eye = 0; eye < 2; ++eye) {
-      const Pose pose =
-          eye == 0 ? estimate.boards[view] : combined(estimate.rig.rightFromLeft, estimate.boards[view]);
+      const Pose pose = eye == 0 ? estimate.boards[view] : combined(estimate.rig.rightFromLeft, estimate.boards[view]);
       const cv::Matx33d R = rotationMatrix(pose.rotation);
       for (std::size_t k = 0; k < views[view].corners[eye].size(); ++k) {
         const auto pixel = estimate.rig.eyes[eye].project(R * board.point(k, estimate.sags) + pose.translation);
@@ -101,8 +100,8 @@ std::vector<double> distances(const Errors& errors, std::size_t view, const Sele
   std::vector<double> result;
   for (std::size_t eye = 0; eye < 2; ++eye) {
     for (std::size_t k = 0; k < errors.reprojection[view][eye].size(); ++k) {
-      const bool taken = selection == nullptr ||
-                         (k < (*selection)[view][eye].size() && (*selection)[view][eye][k] != 0);
+      const bool taken =
+          selection == nullptr || (k < (*selection)[view][eye].size() && (*selection)[view][eye][k] != 0);
       if (taken) {
         result.push_back(errors.reprojection[view][eye][k]);
       }

@@ -33,8 +33,8 @@ Spread spreadOf(const std::vector<double>& errors);
 /// One corner that both eyes found, after rectification.
 struct RowError {
   std::size_t view = 0;
-  double angle = 0;        ///< off the left eye's rectified axis, radians
-  double latitude = 0;     ///< left minus right, of the planes through the baseline, radians; exact over the whole field
+  double angle = 0;     ///< off the left eye's rectified axis, radians
+  double latitude = 0;  ///< left minus right, of the planes through the baseline, radians; exact over the whole field
   /// Left minus right row of the perspective view, pixels; nothing if either ray leaves the view.
   std::optional<double> rows;
 };

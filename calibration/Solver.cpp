@@ -54,7 +54,8 @@ class Work {
 public:
   Work(const Estimate& estimate, const SolverOptions& options)
       : m_loss(options.lossScale),
-        m_relative(toBlock(estimate.rig.rightFromLeft)), m_sags{estimate.sags[0], estimate.sags[1], estimate.sags[2]} {
+        m_relative(toBlock(estimate.rig.rightFromLeft)),
+        m_sags{estimate.sags[0], estimate.sags[1], estimate.sags[2]} {
     for (std::size_t eye = 0; eye < 2; ++eye) {
       m_eyes[eye] = toBlock(estimate.rig.eyes[eye]);
     }
@@ -91,8 +92,8 @@ public:
       m_problem->SetParameterLowerBound(eye.data(), xi, 0.0);
       m_problem->SetParameterUpperBound(eye.data(), xi, mostXi);
       if (options.fixedDistortion) {
-        m_problem->SetManifold(eye.data(), new ceres::SubsetManifold(kEyeParameters, {radial1, radial2, tangential1,
-                                                                                      tangential2}));
+        m_problem->SetManifold(eye.data(),
+                               new ceres::SubsetManifold(kEyeParameters, {radial1, radial2, tangential1, tangential2}));
       }
     }
     if (options.fixedCamera || options.flatBoard) {
@@ -143,8 +144,8 @@ private:
           &m_loss, lens, board, m_sags.data());
     } else {
       m_problem->AddResidualBlock(
-          new ceres::AutoDiffCostFunction<CornerResidual, 2, kEyeParameters, kPoseParameters, kPoseParameters, kSagParameters>(
-              new CornerResidual(corner)),
+          new ceres::AutoDiffCostFunction<CornerResidual, 2, kEyeParameters, kPoseParameters, kPoseParameters,
+                                          kSagParameters>(new CornerResidual(corner)),
           &m_loss, lens, m_relative.data(), board, m_sags.data());
     }
   }

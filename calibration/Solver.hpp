@@ -36,8 +36,8 @@ struct SolverResult {
 
 /// Improves both eyes, the motion between them and all boards together, so that the selected corners come out where
 /// they were found: least squares over all of them, with a robust loss. Distortion and sags are drawn towards zero, as
-/// weakly as a single corner would: where the corners leave them open, they stay small. Views without a selected corner stay as they
-/// are; an eye that no view sees stays, too. Single thread, and the same result every time.
+/// weakly as a single corner would: where the corners leave them open, they stay small. Views without a selected corner
+/// stay as they are; an eye that no view sees stays, too. Single thread, and the same result every time.
 SolverResult solve(Estimate& estimate, const std::vector<View>& views, const Board& board, const Selection& selection,
                    const SolverOptions& options);
 

@@ -213,9 +213,8 @@ std::optional<EyeStart> startEye(const std::vector<View>& views, int eye, const 
     improve(start, views, which, board, 1.0, false);
   }
   // A start that has lost boards is no match for one that explains them all.
-  const std::size_t most = placed(*std::max_element(starts.begin(), starts.end(), [](const auto& a, const auto& b) {
-    return placed(a) < placed(b);
-  }));
+  const std::size_t most = placed(*std::max_element(
+      starts.begin(), starts.end(), [](const auto& a, const auto& b) { return placed(a) < placed(b); }));
   std::erase_if(starts, [most](const EyeStart& start) { return 10 * placed(start) < 9 * most; });
   const EyeStart& best = *std::min_element(starts.begin(), starts.end(), better);
   if (placed(best) == 0 || !(best.rms < hopeless * eyeSize.width)) {

@@ -40,9 +40,7 @@ Pose combined(const Pose& a, const Pose& b) {
   return result;
 }
 
-Pose inverse(const Pose& pose) {
-  return {-pose.rotation, -(rotationMatrix(pose.rotation).t() * pose.translation)};
-}
+Pose inverse(const Pose& pose) { return {-pose.rotation, -(rotationMatrix(pose.rotation).t() * pose.translation)}; }
 
 cv::Vec3d moved(const Pose& pose, const cv::Vec3d& point) {
   return rotationMatrix(pose.rotation) * point + pose.translation;

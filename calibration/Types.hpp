@@ -12,7 +12,8 @@
 
 namespace stereo::calibration {
 
-/// A chessboard, told by its inner corners. The two counts differ, or the board would look the same turned by a quarter.
+/// A chessboard, told by its inner corners. The two counts differ, or the board would look the same turned by a
+/// quarter.
 ///
 /// Frame: x along a row, y along a column, z away from who looks at it; the first corner is the origin; millimetres. No
 /// board is flat. What bends most of them is told by three numbers, the sags, millimetres:

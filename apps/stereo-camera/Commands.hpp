@@ -19,5 +19,7 @@ Action addReceive(CLI::App& program);
 Action addShare(CLI::App& program);
 Action addBench(CLI::App& program);
 Action addDoctor(CLI::App& program);
+Action addCalibrate(CLI::App& program);
+Action addCheck(CLI::App& program);
 
 }  // namespace stereo::app

@@ -10,6 +10,7 @@
 #include <regex>
 #include <stdexcept>
 
+#include "BoardCamera.hpp"
 #include "CalibrationCheck.hpp"
 #include "DeviceCamera.hpp"
 #include "DeviceWishes.hpp"
@@ -130,6 +131,21 @@ OpenedCamera openSimulated(const SourceOptions& options, RunRecord* record) {
   return simulated;
 }
 
+// A camera before which a board is moved about; it has no calibration yet.
+OpenedCamera openBoards(const SourceOptions& options) {
+  sim::BoardCapture::Options boards;
+  boards.frameSize = parseSize(options.frameSize, "--size");
+  boards.rate = options.rate;
+  boards.corners = options.boardCorners;
+  boards.square = options.boardSquare;
+  boards.seed = options.seed;
+  if (!sim::isCameraFormat(boards.frameSize)) {
+    throw Failure(ExitCode::usage, "--size: the simulated camera delivers 1856x800 or 928x400");
+  }
+  return openVirtual(std::make_unique<sim::BoardCamera>(boards), options,
+                     "simulated camera and board, seed " + std::to_string(options.seed));
+}
+
 OpenedCamera openReplay(const SourceOptions& options, RunRecord* record) {
   sim::ReplayCamera::Options replay;
   replay.path = options.replay;
@@ -221,9 +237,10 @@ void SourceOptions::addTo(CLI::App& command) {
 
 OpenedCamera openCamera(const SourceOptions& options, RunRecord* record) {
   const bool isDevice = options.device >= 0 || (!options.settings.empty() && !options.simulate);
-  OpenedCamera opened = !options.replay.empty() ? openReplay(options, record)
-                        : isDevice              ? openDevice(options, record)
-                                                : openSimulated(options, record);
+  OpenedCamera opened = !options.replay.empty()        ? openReplay(options, record)
+                        : isDevice                     ? openDevice(options, record)
+                        : options.boardCorners.empty() ? openSimulated(options, record)
+                                                       : openBoards(options);
   if (!options.calibration.empty()) {
     requireReadable(options.calibration, "calibration", ExitCode::calibration);
     const bool complete = opened.camera->loadCalibParams(options.calibration);
