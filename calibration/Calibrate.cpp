@@ -69,6 +69,15 @@ EyeStart startOf(const std::vector<View>& views, int eye, const Board& board, co
   return *start;
 }
 
+// Root mean square of a picture's distances but for the tenth that is worst: a corner gone astray does not condemn a
+// picture.
+double pictureRms(const Errors& errors, std::size_t view) {
+  std::vector<double> all = distances(errors, view);
+  std::sort(all.begin(), all.end());
+  all.resize(all.size() - all.size() / 10);
+  return spreadOf(all).rms;
+}
+
 class Rounds {
 public:
   Rounds(const std::vector<View>& views, const Board& board, Calibration& state)
@@ -107,7 +116,7 @@ public:
       if (m_state.kept[view] == 0) {
         continue;
       }
-      if (spreadOf(distances(m_state.errors, view)).rms > worst) {
+      if (pictureRms(m_state.errors, view) > worst) {
         drop(view);
         changed = true;
         continue;
@@ -126,7 +135,7 @@ public:
         continue;
       }
       const Errors again = errorsOf(m_state.estimate, m_views, m_board, m_state.selection);
-      if (spreadOf(distances(again, view)).rms <= worst) {
+      if (pictureRms(again, view) <= worst) {
         m_state.kept[view] = 1;
         m_state.selection[view] = allCorners({m_views[view]})[0];
         changed = true;
@@ -140,7 +149,7 @@ private:
     std::vector<double> each;
     for (std::size_t view = 0; view < m_views.size(); ++view) {
       if (m_state.kept[view] != 0) {
-        each.push_back(spreadOf(distances(m_state.errors, view)).rms);
+        each.push_back(pictureRms(m_state.errors, view));
       }
     }
     return each.empty() ? 0.0 : std::max(pictureLimit * median(each), leastPictureLimit);

@@ -76,7 +76,7 @@ Judgement judge(const Calibration& calibration, const cv::Size& eyeSize) {
   }
   judgement.coverage = {coverage.share(0), coverage.share(1)};
 
-  if (calibration.rms() > mostRms) {
+  if (!(calibration.rmsUsed() <= mostRms)) {
     judgement.faults.push_back(
         text("corners lie %.2f px off (at most %.0f): are the pictures sharp, both eyes taken at "
              "the same moment, the board flat?",

@@ -32,6 +32,7 @@ constexpr double mostMedian = 0.6;
 constexpr double mostRingMedian = 1.0;
 constexpr std::size_t leastMatches = 60;
 constexpr std::size_t leastRingMatches = 25;
+constexpr double leastRingShare = 0.06;  // of all matches: one thing of the scene, matched wrongly, is no ring
 constexpr double mostTurn = 0.15;
 constexpr double mostYaw = 0.2;
 // No lens drifts so far that rows are this far off once the turn is made good: such a match is a mistake.
@@ -136,7 +137,9 @@ void findFaults(RowCheckResult& result) {
   }
   for (std::size_t ring = 0; ring < result.rings.size(); ++ring) {
     const RowCheckRing& each = result.rings[ring];
-    if (each.matches >= leastRingMatches && each.median > mostRingMedian) {
+    const bool counts = each.matches >= leastRingMatches &&
+                        static_cast<double>(each.matches) >= leastRingShare * static_cast<double>(result.matches);
+    if (counts && each.median > mostRingMedian) {
       result.faults.push_back(text("from %.0f degrees off the axis on, rows differ by %.2f px",
                                    static_cast<double>(ring) * kRingDegrees, each.median));
       break;

@@ -71,8 +71,15 @@ void writePage(const std::string& path, const std::string& page) {
 void calibrate(CalibrateOptions options) {
   const calibration::Board board = boardOf(options);
   const std::filesystem::path output(options.output);
+  const std::string syntax = output.extension().string();
+  if (syntax != ".yml" && syntax != ".yaml" && syntax != ".xml" && syntax != ".json") {
+    throw Failure(ExitCode::usage, "-o: '" + options.output + "' ends neither in .yml nor in .xml or .json");
+  }
   if (options.report.empty()) {
     options.report = std::filesystem::path(output).replace_extension(".html").string();
+  }
+  if (options.report == options.output) {
+    throw Failure(ExitCode::usage, "--report: the page would replace the calibration");
   }
   if (output.has_parent_path()) {
     makeFolder(output.parent_path());
@@ -82,8 +89,6 @@ void calibrate(CalibrateOptions options) {
   if (options.live.keep.empty()) {
     options.live.keep = std::filesystem::path(output).replace_extension("").string() + "-pictures";
   }
-  options.live.source.boardCorners = board.corners;
-  options.live.source.boardSquare = board.square / 1000;
 
   const BoardPictures pictures =
       options.folder.empty() ? takeBoards(options.live, board) : readBoards(options.folder, board);

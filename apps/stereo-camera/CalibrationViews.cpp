@@ -9,6 +9,8 @@
 #include <opencv2/imgproc.hpp>
 
 #include "BoardFinder.hpp"
+#include "BoardSource.hpp"
+#include "Calibrate.hpp"
 #include "Collector.hpp"
 #include "Failure.hpp"
 #include "Products.hpp"
@@ -123,7 +125,7 @@ BoardPictures takeBoards(const LiveOptions& options, const calibration::Board& b
   if (!options.keep.empty()) {
     makeFolder(options.keep);
   }
-  OpenedCamera opened = openCamera(options.source);
+  OpenedCamera opened = openBoardCamera(options.source, board);
   startCapture(opened);
   const std::chrono::milliseconds patience(static_cast<long>(1000 * options.patience));
   Watch watch(*opened.camera, patience, opened.askedSize);
@@ -139,7 +141,17 @@ BoardPictures takeBoards(const LiveOptions& options, const calibration::Board& b
   const bool isDevice = options.source.device >= 0 ||
                         (!options.source.settings.empty() && !options.source.simulate && options.source.replay.empty());
   while (frames.size() < wanted && !runTime.over()) {
-    cv::Mat frame = nextFrame(*opened.camera, watch);
+    cv::Mat frame;
+    try {
+      frame = nextFrame(*opened.camera, watch);
+    } catch (const Failure& failure) {
+      // A recording may be over.
+      if (failure.code() != ExitCode::noFrames || frames.size() < calibration::kLeastPictures) {
+        throw;
+      }
+      std::printf("%s: going on with what there is\n", failure.what());
+      break;
+    }
     if (collector == nullptr) {
       result.eyeSize = cv::Size(frame.cols / 2, frame.rows);
       collector = std::make_unique<Collector>(result.eyeSize, isDevice);

@@ -11,6 +11,7 @@
 #include <stdexcept>
 
 #include "BoardCamera.hpp"
+#include "BoardSource.hpp"
 #include "CalibrationCheck.hpp"
 #include "DeviceCamera.hpp"
 #include "DeviceWishes.hpp"
@@ -106,6 +107,10 @@ sim::FaultScript faultsFrom(const std::string& text, const cv::Size& frameSize) 
   }
 }
 
+bool isDevice(const SourceOptions& options) {
+  return options.device >= 0 || (!options.settings.empty() && !options.simulate);
+}
+
 OpenedCamera openSimulated(const SourceOptions& options, RunRecord* record) {
   sim::SimulatedCamera::Options simulation;
   simulation.frameSize = parseSize(options.frameSize, "--size");
@@ -129,21 +134,6 @@ OpenedCamera openSimulated(const SourceOptions& options, RunRecord* record) {
     device.fillRing();
   }
   return simulated;
-}
-
-// A camera before which a board is moved about; it has no calibration yet.
-OpenedCamera openBoards(const SourceOptions& options) {
-  sim::BoardCapture::Options boards;
-  boards.frameSize = parseSize(options.frameSize, "--size");
-  boards.rate = options.rate;
-  boards.corners = options.boardCorners;
-  boards.square = options.boardSquare;
-  boards.seed = options.seed;
-  if (!sim::isCameraFormat(boards.frameSize)) {
-    throw Failure(ExitCode::usage, "--size: the simulated camera delivers 1856x800 or 928x400");
-  }
-  return openVirtual(std::make_unique<sim::BoardCamera>(boards), options,
-                     "simulated camera and board, seed " + std::to_string(options.seed));
 }
 
 OpenedCamera openReplay(const SourceOptions& options, RunRecord* record) {
@@ -236,11 +226,9 @@ void SourceOptions::addTo(CLI::App& command) {
 }
 
 OpenedCamera openCamera(const SourceOptions& options, RunRecord* record) {
-  const bool isDevice = options.device >= 0 || (!options.settings.empty() && !options.simulate);
-  OpenedCamera opened = !options.replay.empty()        ? openReplay(options, record)
-                        : isDevice                     ? openDevice(options, record)
-                        : options.boardCorners.empty() ? openSimulated(options, record)
-                                                       : openBoards(options);
+  OpenedCamera opened = !options.replay.empty() ? openReplay(options, record)
+                        : isDevice(options)     ? openDevice(options, record)
+                                                : openSimulated(options, record);
   if (!options.calibration.empty()) {
     requireReadable(options.calibration, "calibration", ExitCode::calibration);
     const bool complete = opened.camera->loadCalibParams(options.calibration);
@@ -248,6 +236,23 @@ OpenedCamera openCamera(const SourceOptions& options, RunRecord* record) {
     opened.calibrated = true;
   }
   return opened;
+}
+
+OpenedCamera openBoardCamera(const SourceOptions& options, const calibration::Board& board) {
+  if (!options.replay.empty() || isDevice(options)) {
+    return openCamera(options);
+  }
+  sim::BoardCapture::Options boards;
+  boards.frameSize = parseSize(options.frameSize, "--size");
+  boards.rate = options.rate;
+  boards.corners = board.corners;
+  boards.square = board.square / 1000.0;
+  boards.seed = options.seed;
+  if (!sim::isCameraFormat(boards.frameSize)) {
+    throw Failure(ExitCode::usage, "--size: the simulated camera delivers 1856x800 or 928x400");
+  }
+  return openVirtual(std::make_unique<sim::BoardCamera>(boards), options,
+                     "simulated camera and board, seed " + std::to_string(options.seed));
 }
 
 cv::Size parseSize(const std::string& text, const std::string& option) {

@@ -29,10 +29,6 @@ struct SourceOptions {
   bool once = false;
   int depthMode = 2;
   std::string matcher = "sgm";
-  /// Inner corners of a chessboard that is shown to the simulated camera, in place of the room; none if empty. Not on
-  /// the command line.
-  cv::Size boardCorners;
-  double boardSquare = 0;  ///< metres
 
   /// Adds the options that every subcommand with a camera takes.
   void addTo(CLI::App& command);

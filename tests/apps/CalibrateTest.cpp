@@ -106,6 +106,7 @@ TEST(CalibrateProgram, RefusesWhatMakesNoSense) {
       {{"calibrate", folder.path("missing"), "--square", "30", "-o", output}, ExitCode::usage},
       {{"calibrate", folder.path("empty"), "--square", "30", "--board", "7x7", "-o", output}, ExitCode::usage},
       {{"calibrate", folder.path("empty"), "--square", "30", "--simulate", "-o", output}, ExitCode::usage},
+      {{"calibrate", folder.path("empty"), "--square", "30", "-o", folder.path("c.txt")}, ExitCode::usage},
       {{"calibrate", folder.path("empty"), "--square", "30", "-o", output}, ExitCode::source},
       {{"calibrate", folder.path("empty"), "--square", "30", "-o", "/proc/none/c.yml"}, ExitCode::output}};
   for (const auto& [arguments, code] : cases) {
