@@ -16,9 +16,10 @@ const cv::Size frameSize(928, 400);
 
 TEST(BoardFinder, FindsRenderedCornersToAFractionOfAPixelAndAlikeInBothEyes) {
   const sim::Rig rig(1);
-  const sim::BoardCapture boards(rig, {.frameSize = frameSize, .rate = 0, .places = 8});
+  const sim::BoardCapture boards(rig, {.frameSize = frameSize, .rate = 0, .places = 6});
   const Board board;
   int found = 0;
+  double all = 0;
   for (const sim::BoardPlace& place : boards.places()) {
     const View view = findBoard(boards.render(place), board, "", Effort::thorough);
     if (!view.seesBoth()) {
@@ -41,9 +42,13 @@ TEST(BoardFinder, FindsRenderedCornersToAFractionOfAPixelAndAlikeInBothEyes) {
       }
       best = std::min(best, squares);
     }
-    EXPECT_LT(std::sqrt(best / static_cast<double>(2 * board.count())), 0.2);
+    // Squares are some ten pixels wide here.
+    const double meanSquare = best / static_cast<double>(2 * board.count());
+    EXPECT_LT(std::sqrt(meanSquare), 0.4);
+    all += meanSquare;
   }
-  EXPECT_GE(found, 6);
+  EXPECT_GE(found, 5);
+  EXPECT_LT(std::sqrt(all / found), 0.2);
 }
 
 TEST(BoardFinder, FindsNothingInAnEmptyPictureAndRefusesOthers) {
