@@ -85,7 +85,7 @@ bool searchThoroughly(const cv::Mat& grey, const cv::Size& size, std::vector<cv:
          cv::findChessboardCornersSB(grey, size, corners, cv::CALIB_CB_NORMALIZE_IMAGE | cv::CALIB_CB_ACCURACY);
 }
 
-// Large pictures are looked through at about this width; corners are refined at full size.
+// Pictures are looked through at about this width, small ones enlarged; corners are refined at the size they have.
 constexpr double quickWidth = 928.0;
 
 }  // namespace
@@ -95,7 +95,7 @@ std::vector<cv::Point2d> findCorners(const cv::Mat& eyeImage, const Board& board
   std::vector<cv::Point2f> corners;
   constexpr int quickFlags = cv::CALIB_CB_ADAPTIVE_THRESH | cv::CALIB_CB_NORMALIZE_IMAGE | cv::CALIB_CB_FAST_CHECK;
   const bool found = effort == Effort::quick
-                         ? search(grey, board.corners, std::min(1.0, quickWidth / grey.cols), quickFlags, corners)
+                         ? search(grey, board.corners, std::min(2.0, quickWidth / grey.cols), quickFlags, corners)
                          : searchThoroughly(grey, board.corners, corners);
   if (!found || corners.size() != board.count() || !refine(grey, corners, board.corners)) {
     return {};
