@@ -20,5 +20,7 @@ Action addShare(CLI::App& program);
 Action addBench(CLI::App& program);
 Action addRecord(CLI::App& program);
 Action addDoctor(CLI::App& program);
+Action addCalibrate(CLI::App& program);
+Action addCheck(CLI::App& program);
 
 }  // namespace stereo::app

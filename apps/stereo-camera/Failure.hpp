@@ -14,7 +14,7 @@ enum class ExitCode : int {
   calibration = 4,  ///< calibration file unreadable, incomplete or malformed
   noFrames = 5,     ///< the source is there but delivers nothing
   output = 6,       ///< a result cannot be written
-  problems = 7      ///< `doctor` found some
+  problems = 7      ///< found by `doctor` or `check`, or `calibrate` makes nothing good of its pictures
 };
 
 /// Ends the program with one line that says what went wrong and, where there is one, the remedy.

@@ -8,6 +8,26 @@ namespace stereo::app {
 
 namespace {
 
+std::string number(double value) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.1f", value);
+  return text;
+}
+
+}  // namespace
+
+const char* const pageStyle = R"(
+body { font: 16px/1.5 system-ui, sans-serif; margin: 2rem auto; max-width: 72rem; padding: 0 1rem; color: #1a1a1a }
+h1 { margin-bottom: 0 } .source { color: #555; margin-top: 0 }
+table { border-collapse: collapse; margin: 1rem 0 }
+th, td { text-align: left; padding: .25rem 1rem .25rem 0; border-bottom: 1px solid #ddd }
+td.number, th.number { text-align: right }
+.pictures { display: flex; flex-wrap: wrap; gap: 1.5rem }
+figure { margin: 0; flex: 1 1 30rem } figure.wide { flex-basis: 100% }
+img { width: 100%; background: #000; display: block } figcaption b { display: block }
+.note { background: #fff4d6; padding: .5rem 1rem }
+)";
+
 std::string escaped(const std::string& text) {
   std::string result;
   for (const char c : text) {
@@ -31,30 +51,10 @@ std::string escaped(const std::string& text) {
   return result;
 }
 
-std::string number(double value) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%.1f", value);
-  return text;
-}
-
-constexpr const char* style = R"(
-body { font: 16px/1.5 system-ui, sans-serif; margin: 2rem auto; max-width: 72rem; padding: 0 1rem; color: #1a1a1a }
-h1 { margin-bottom: 0 } .source { color: #555; margin-top: 0 }
-table { border-collapse: collapse; margin: 1rem 0 }
-th, td { text-align: left; padding: .25rem 1rem .25rem 0; border-bottom: 1px solid #ddd }
-td.number, th.number { text-align: right }
-.pictures { display: flex; flex-wrap: wrap; gap: 1.5rem }
-figure { margin: 0; flex: 1 1 30rem } figure.wide { flex-basis: 100% }
-img { width: 100%; background: #000; display: block } figcaption b { display: block }
-.note { background: #fff4d6; padding: .5rem 1rem }
-)";
-
-}  // namespace
-
 std::string page(const Report& report, const std::vector<Picture>& pictures) {
   std::ostringstream html;
   html << "<!doctype html>\n<html lang=\"en\">\n<meta charset=\"utf-8\">\n"
-       << "<meta name=\"viewport\" content=\"width=device-width\">\n<title>Stereo camera</title>\n<style>" << style
+       << "<meta name=\"viewport\" content=\"width=device-width\">\n<title>Stereo camera</title>\n<style>" << pageStyle
        << "</style>\n<h1>What the camera sees</h1>\n<p class=\"source\">" << escaped(report.source) << "</p>\n";
   if (!report.note.empty()) {
     html << "<p class=\"note\">" << escaped(report.note) << "</p>\n";

@@ -30,6 +30,11 @@ struct Report {
 /// The page, complete in itself but for the pictures, which lie beside it.
 std::string page(const Report& report, const std::vector<Picture>& pictures);
 
+/// The page's style sheet, for other pages of the program.
+extern const char* const pageStyle;
+/// Text as it stands in HTML.
+std::string escaped(const std::string& text);
+
 /// The timings as a table of text.
 std::string table(const Report& report);
 

@@ -10,6 +10,8 @@
 #include <regex>
 #include <stdexcept>
 
+#include "BoardCamera.hpp"
+#include "BoardSource.hpp"
 #include "CalibrationCheck.hpp"
 #include "DeviceCamera.hpp"
 #include "DeviceWishes.hpp"
@@ -115,6 +117,10 @@ sim::FaultScript faultsFrom(const std::string& text, const cv::Size& frameSize) 
   } catch (const std::invalid_argument& error) {
     throw Failure(ExitCode::usage, "--faults: '" + text + "', " + error.what());
   }
+}
+
+bool isDevice(const SourceOptions& options) {
+  return options.device >= 0 || (!options.settings.empty() && !options.simulate);
 }
 
 OpenedCamera openSimulated(const SourceOptions& options, const Onlooker& onlooker) {
@@ -262,14 +268,30 @@ void SourceOptions::addTo(CLI::App& added) {
 }
 
 OpenedCamera openCamera(const SourceOptions& options, const Onlooker& onlooker) {
-  const bool isDevice = options.device >= 0 || (!options.settings.empty() && !options.simulate);
   OpenedCamera opened = !options.replay.empty() ? openReplay(options, onlooker)
-                        : isDevice              ? openDevice(options, onlooker)
+                        : isDevice(options)     ? openDevice(options, onlooker)
                                                 : openSimulated(options, onlooker);
   if (!options.calibration.empty()) {
     loadCalibration(opened, options.calibration);
   }
   return opened;
+}
+
+OpenedCamera openBoardCamera(const SourceOptions& options, const calibration::Board& board) {
+  if (!options.replay.empty() || isDevice(options)) {
+    return openCamera(options);
+  }
+  sim::BoardCapture::Options boards;
+  boards.frameSize = parseSize(options.frameSize, "--size");
+  boards.rate = options.rate;
+  boards.corners = board.corners;
+  boards.square = board.square / 1000.0;
+  boards.seed = options.seed;
+  if (!sim::isCameraFormat(boards.frameSize)) {
+    throw Failure(ExitCode::usage, "--size: the simulated camera delivers 1856x800 or 928x400");
+  }
+  return openVirtual(std::make_unique<sim::BoardCamera>(boards), options,
+                     "simulated camera and board, seed " + std::to_string(options.seed));
 }
 
 cv::Size parseSize(const std::string& text, const std::string& option) {

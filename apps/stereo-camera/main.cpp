@@ -11,7 +11,7 @@ int main(int argc, char** argv) {
   program.require_subcommand(1);
   program.footer(
       "Exit codes: 0 success, 1 unexpected error, 2 wrong arguments, 3 source cannot be opened,\n"
-      "4 calibration unusable, 5 no frames, 6 output cannot be written, 7 the doctor found problems.");
+      "4 calibration unusable, 5 no frames, 6 output cannot be written, 7 problems found.");
   std::map<std::string, Action> actions;
   actions["demo"] = addDemo(program);
   actions["snapshot"] = addSnapshot(program);
@@ -22,6 +22,8 @@ int main(int argc, char** argv) {
   actions["record"] = addRecord(program);
   actions["bench"] = addBench(program);
   actions["doctor"] = addDoctor(program);
+  actions["calibrate"] = addCalibrate(program);
+  actions["check"] = addCheck(program);
   try {
     program.parse(argc, argv);
     actions.at(program.get_subcommands().front()->get_name())();

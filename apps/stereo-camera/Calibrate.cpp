@@ -1,0 +1,175 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Calibrate.hpp"
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+
+#include "CalibrationFile.hpp"
+#include "CalibrationReport.hpp"
+#include "CalibrationViews.hpp"
+#include "Commands.hpp"
+#include "Failure.hpp"
+#include "Products.hpp"
+
+namespace stereo::app {
+
+namespace {
+
+struct CalibrateOptions {
+  LiveOptions live;
+  std::string folder;
+  std::string board = "8x6";
+  double square = 0;
+  std::string output = "calibration.yml";
+  std::string report;
+  bool replace = false;
+  int serialNumber = 0;
+  int posNumber = 0;
+};
+
+calibration::Board boardOf(const CalibrateOptions& options) {
+  calibration::Board board;
+  board.corners = parseSize(options.board, "--board");
+  board.square = options.square;
+  if (board.corners.width < 3 || board.corners.height < 3 || board.corners.width > 50 || board.corners.height > 50) {
+    throw Failure(ExitCode::usage, "--board: 3 to 50 inner corners each way, such as 8x6");
+  }
+  if (board.corners.width == board.corners.height) {
+    throw Failure(ExitCode::usage,
+                  "--board: as many corners each way look the same turned by a quarter; take a board "
+                  "such as 8x6");
+  }
+  return board;
+}
+
+// Before anything is taken: hours of holding a board should not end at a full or missing folder.
+void requireWritable(const std::string& path, bool replace) {
+  if (std::filesystem::exists(path) && !replace) {
+    throw Failure(ExitCode::output, "'" + path + "' is there already: give another -o, or --replace");
+  }
+  const bool existed = std::filesystem::exists(path);
+  const bool writable = std::ofstream(path, std::ios::app).good();
+  if (!existed) {
+    std::error_code ignored;
+    std::filesystem::remove(path, ignored);
+  }
+  if (!writable) {
+    throw Failure(ExitCode::output, "cannot write '" + path + "'");
+  }
+}
+
+void writePage(const std::string& path, const std::string& page) {
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  file << page;
+  if (!file.flush()) {
+    throw Failure(ExitCode::output, "cannot write '" + path + "'");
+  }
+}
+
+void calibrate(CalibrateOptions options) {
+  const calibration::Board board = boardOf(options);
+  const std::filesystem::path output(options.output);
+  const std::string syntax = output.extension().string();
+  if (syntax != ".yml" && syntax != ".yaml" && syntax != ".xml" && syntax != ".json") {
+    throw Failure(ExitCode::usage, "-o: '" + options.output + "' ends neither in .yml nor in .xml or .json");
+  }
+  if (options.report.empty()) {
+    options.report = std::filesystem::path(output).replace_extension(".html").string();
+  }
+  if (options.report == options.output) {
+    throw Failure(ExitCode::usage, "--report: the page would replace the calibration");
+  }
+  if (output.has_parent_path()) {
+    makeFolder(output.parent_path());
+  }
+  requireWritable(options.output, options.replace);
+  requireWritable(options.report, options.replace);
+  if (options.live.keep.empty()) {
+    options.live.keep = std::filesystem::path(output).replace_extension("").string() + "-pictures";
+  }
+
+  const BoardPictures pictures =
+      options.folder.empty() ? takeBoards(options.live, board) : readBoards(options.folder, board);
+  calibration::Calibration result;
+  try {
+    result = calibration::calibrate(pictures.views, board, pictures.eyeSize, [](const std::string& line) {
+      std::printf("%s\n", line.c_str());
+      std::fflush(stdout);
+    });
+  } catch (const calibration::CannotCalibrate& reason) {
+    throw Failure(ExitCode::problems, reason.what());
+  }
+  for (std::size_t view = 0; view < result.views.size(); ++view) {
+    if (result.kept[view] == 0) {
+      std::printf("thrown out: %s does not fit the others\n", result.views[view].name.c_str());
+    }
+  }
+  const calibration::Judgement judgement = calibration::judge(result, pictures.eyeSize);
+  const CalibrationStory story{result, judgement, board, pictures.eyeSize, pictures.source, pictures.picture};
+  for (const auto& [name, value] : calibrationFacts(story)) {
+    std::printf("%-24s %s\n", name.c_str(), value.c_str());
+  }
+  try {
+    calibration::saveCalibration(options.output, result.estimate.rig, 2 * pictures.eyeSize.width,
+                                 {options.serialNumber, options.posNumber, {464, 400}});
+  } catch (const std::runtime_error& error) {
+    throw Failure(ExitCode::output, error.what());
+  }
+  writePage(options.report, calibrationPage(story));
+  std::printf("written: %s, report: %s\n", options.output.c_str(), options.report.c_str());
+  for (const std::string& advice : judgement.advice) {
+    std::printf("advice   %s\n", advice.c_str());
+  }
+  for (const std::string& fault : judgement.faults) {
+    std::printf("PROBLEM  %s\n", fault.c_str());
+  }
+  std::fflush(stdout);
+  if (!judgement.faults.empty()) {
+    throw Failure(ExitCode::problems, "the calibration was written, but don't rely on it: see the lines above");
+  }
+}
+
+}  // namespace
+
+Action addCalibrate(CLI::App& program) {
+  auto options = std::make_shared<CalibrateOptions>();
+  CLI::App* const command =
+      program.add_subcommand("calibrate", "makes a calibration file from pictures of a chessboard");
+  SourceOptions& source = options->live.source;
+  source.addTo(*command);
+  auto* const folder = command
+                           ->add_option("folder", options->folder,
+                                        "folder of side-by-side pictures of the board; "
+                                        "without, pictures are taken from the source")
+                           ->check(CLI::ExistingDirectory);
+  for (const char* live : {"--simulate", "--replay", "--device", "--settings"}) {
+    folder->excludes(command->get_option(live));
+  }
+  command->add_option("--board", options->board, "inner corners of the board, along and across")->capture_default_str();
+  command->add_option("--square", options->square, "side of a square, millimetres")
+      ->required()
+      ->check(CLI::Range(0.5, 1000.0));
+  command->add_option("-o,--output", options->output, "calibration file to write (.yml, .xml or .json)")
+      ->capture_default_str();
+  command->add_option("--report", options->report, "page with errors and coverage (default: beside the output, .html)");
+  command->add_flag("--replace", options->replace, "replace files that are there already");
+  command->add_option("--serial", options->serialNumber, "serial number for the file")->capture_default_str();
+  command->add_option("--position", options->posNumber, "position of the camera on its machine, for the file")
+      ->check(CLI::Range(0, 999))
+      ->capture_default_str();
+  command->add_option("--pictures", options->live.pictures, "pictures to take from a source")
+      ->check(CLI::Range(5, 500))
+      ->capture_default_str();
+  command->add_option("--keep", options->live.keep, "folder for the pictures taken (default: OUTPUT-pictures)");
+  command->add_option("--idle", options->live.idle, "seconds without a new picture after which to go on")
+      ->check(CLI::Range(1.0, 36000.0))
+      ->capture_default_str();
+  command->add_option("--patience", options->live.patience, "seconds without a frame after which to give up")
+      ->check(CLI::Range(0.1, 3600.0))
+      ->capture_default_str();
+  return [options] { calibrate(*options); };
+}
+
+}  // namespace stereo::app

@@ -1,0 +1,194 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "CalibrationViews.hpp"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include "BoardFinder.hpp"
+#include "BoardSource.hpp"
+#include "Calibrate.hpp"
+#include "Collector.hpp"
+#include "Failure.hpp"
+#include "Products.hpp"
+#include "Watch.hpp"
+
+namespace stereo::app {
+
+namespace {
+
+namespace fs = std::filesystem;
+using calibration::Collector;
+using calibration::View;
+
+std::vector<fs::path> imagesOf(const fs::path& folder) {
+  std::vector<fs::path> images;
+  std::error_code failure;
+  for (const fs::directory_entry& entry : fs::directory_iterator(folder, failure)) {
+    if (entry.is_regular_file() && cv::haveImageReader(entry.path().string())) {
+      images.push_back(entry.path());
+    }
+  }
+  if (failure || images.empty()) {
+    throw Failure(ExitCode::source, "there is no image to be read in the folder '" + folder.string() + "'");
+  }
+  std::sort(images.begin(), images.end());
+  return images;
+}
+
+void tell(std::size_t number, std::size_t of, const std::string& name, const std::string& verdict) {
+  std::printf("[%zu/%zu] %s: %s\n", number, of, name.c_str(), verdict.c_str());
+  std::fflush(stdout);
+}
+
+std::string coverageText(const calibration::Coverage& coverage) {
+  char text[120];
+  std::snprintf(text, sizeof text, "covered: left %.0f %%, right %.0f %%", 100 * coverage.share(0),
+                100 * coverage.share(1));
+  const std::string where = coverage.emptiest();
+  return text + (where.empty() ? "" : "; next: " + where);
+}
+
+void keepPicture(const std::string& path, const cv::Mat& frame) {
+  bool written = false;
+  try {
+    written = cv::imwrite(path, frame);
+  } catch (const cv::Exception&) {
+    // reported below
+  }
+  if (!written) {
+    throw Failure(ExitCode::output, "cannot write '" + path + "'");
+  }
+}
+
+// The frame of both eyes side by side; empty if the camera has ended.
+cv::Mat nextFrame(StereoCamera& camera, Watch& watch) {
+  cv::Mat left;
+  cv::Mat right;
+  std::chrono::microseconds stamp{0};
+  if (!watch.run([&] { return camera.getStereoFrame(left, right, stamp); })) {
+    throw Failure(ExitCode::noFrames, "the camera delivers frames without pixels");
+  }
+  if (left.size() != right.size() || left.type() != CV_8UC3 || right.type() != CV_8UC3) {
+    throw Failure(ExitCode::noFrames, "the camera does not deliver two colour pictures of one size side by side");
+  }
+  cv::Mat frame;
+  cv::hconcat(left, right, frame);
+  return frame;
+}
+
+}  // namespace
+
+BoardPictures readBoards(const fs::path& folder, const calibration::Board& board) {
+  BoardPictures result;
+  const std::vector<fs::path> images = imagesOf(folder);
+  std::vector<fs::path> paths;
+  cv::Size size;
+  for (std::size_t k = 0; k < images.size(); ++k) {
+    const std::string name = images[k].filename().string();
+    const cv::Mat picture = cv::imread(images[k].string(), cv::IMREAD_GRAYSCALE);
+    if (picture.empty()) {
+      tell(k + 1, images.size(), name, "cannot be decoded; left out");
+      continue;
+    }
+    if (picture.cols % 2 != 0) {
+      throw Failure(ExitCode::problems, "'" + name + "' has an odd width: both eyes lie side by side, equally wide");
+    }
+    if (!size.empty() && picture.size() != size) {
+      throw Failure(ExitCode::problems, "'" + name +
+                                            "' has another size than the pictures before: one folder holds the "
+                                            "pictures of one camera at one size");
+    }
+    size = picture.size();
+    View view = calibration::findBoard(picture, board, name, calibration::Effort::thorough);
+    tell(k + 1, images.size(), name,
+         view.seesBoth() ? "board in both eyes"
+         : view.sees(0)  ? "board in the left eye only"
+         : view.sees(1)  ? "board in the right eye only"
+                         : "no whole board; left out");
+    if (view.sees(0) || view.sees(1)) {
+      result.views.push_back(std::move(view));
+      paths.push_back(images[k]);
+    }
+  }
+  result.eyeSize = cv::Size(size.width / 2, size.height);
+  result.source = "pictures of " + folder.string();
+  result.picture = [paths](std::size_t view) { return cv::imread(paths[view].string(), cv::IMREAD_COLOR); };
+  return result;
+}
+
+BoardPictures takeBoards(const LiveOptions& options, const calibration::Board& board) {
+  using Clock = std::chrono::steady_clock;
+  if (!options.keep.empty()) {
+    makeFolder(options.keep);
+  }
+  OpenedCamera opened = openBoardCamera(options.source, board);
+  startCapture(opened);
+  const std::chrono::milliseconds patience(static_cast<long>(1000 * options.patience));
+  Watch watch(*opened.camera, patience, opened.askedSize);
+  RunTime runTime(0);
+  runTime.begin();
+  BoardPictures result;
+  result.source = opened.description;
+  const auto wanted = static_cast<std::size_t>(options.pictures);
+  std::vector<cv::Mat> frames;
+  std::unique_ptr<Collector> collector;
+  Collector::Verdict told = Collector::Verdict::taken;
+  Clock::time_point last = Clock::now();
+  const bool isDevice = options.source.device >= 0 ||
+                        (!options.source.settings.empty() && !options.source.simulate && options.source.replay.empty());
+  while (frames.size() < wanted && !runTime.over()) {
+    cv::Mat frame;
+    try {
+      frame = nextFrame(*opened.camera, watch);
+    } catch (const Failure& failure) {
+      // A recording may be over.
+      if (failure.code() != ExitCode::noFrames || frames.size() < calibration::kLeastPictures) {
+        throw;
+      }
+      std::printf("%s: going on with what there is\n", failure.what());
+      break;
+    }
+    if (collector == nullptr) {
+      result.eyeSize = cv::Size(frame.cols / 2, frame.rows);
+      collector = std::make_unique<Collector>(result.eyeSize, isDevice);
+    }
+    if (frame.size() != cv::Size(2 * result.eyeSize.width, result.eyeSize.height)) {
+      throw Failure(ExitCode::problems, "the frames change their size; calibrate from one size at a time");
+    }
+    char name[32];
+    std::snprintf(name, sizeof name, "board-%03zu.png", frames.size() + 1);
+    const View view = calibration::findBoard(frame, board, name, calibration::Effort::quick);
+    watch.alive();
+    const Collector::Verdict verdict = collector->offer(view);
+    if (verdict == Collector::Verdict::taken) {
+      if (!options.keep.empty()) {
+        keepPicture((fs::path(options.keep) / name).string(), frame);
+      }
+      frames.push_back(frame);
+      tell(frames.size(), wanted, name, "taken; " + coverageText(collector->coverage()));
+      last = Clock::now();
+    } else {
+      if (verdict != told) {
+        // Once, not for every frame.
+        tell(frames.size(), wanted, "waiting", describe(verdict));
+      }
+      if (Clock::now() - last > std::chrono::duration<double>(options.idle)) {
+        std::printf("nothing new for %.0f seconds: going on with what there is\n", options.idle);
+        break;
+      }
+    }
+    told = verdict;
+  }
+  watch.finish();
+  if (collector != nullptr) {
+    result.views = collector->views();
+  }
+  result.picture = [frames](std::size_t view) { return frames[view]; };
+  return result;
+}
+
+}  // namespace stereo::app

@@ -1,0 +1,118 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <cstdio>
+#include <memory>
+
+#include "Commands.hpp"
+#include "Errors.hpp"
+#include "Failure.hpp"
+#include "Products.hpp"
+#include "RowCheck.hpp"
+#include "Source.hpp"
+#include "Watch.hpp"
+
+namespace stereo::app {
+
+namespace {
+
+struct CheckOptions {
+  SourceOptions source;
+  int frames = 5;
+  double patience = 10;
+};
+
+calibration::EyeCalibration eyeOf(StereoCamera& camera, bool isRight) {
+  std::vector<cv::Mat> params;
+  camera.getCalibParams(params, isRight);
+  // The capture worker has scaled the intrinsic matrix to the raw frame; a view of its own for each.
+  return {params[0].clone(), params[1].clone(), params[2].at<double>(0, 0), params[3].clone()};
+}
+
+void print(const calibration::RowCheckResult& result) {
+  std::printf("%-16s %8s %12s %14s\n", "off the axis", "matches", "median, px", "90 of 100, px");
+  for (std::size_t ring = 0; ring < result.rings.size(); ++ring) {
+    const calibration::RowCheckRing& each = result.rings[ring];
+    if (each.matches == 0) {
+      continue;
+    }
+    const double from = static_cast<double>(ring) * calibration::kRingDegrees;
+    std::printf("%3.0f to %3.0f deg   %8zu %12.2f %14.2f\n", from, from + calibration::kRingDegrees, each.matches,
+                each.median, each.p90);
+  }
+  std::printf("%-16s %8zu %12.2f %14.2f\n", "all", result.matches, result.median, result.p90);
+  if (result.enough) {
+    std::printf("right eye against the left: pitch %+.2f, yaw %+.2f, roll %+.2f degrees (+- %.2f, %.2f, %.2f)\n",
+                result.turn[0], result.turn[1], result.turn[2], result.turnDeviation[0], result.turnDeviation[1],
+                result.turnDeviation[2]);
+  }
+  std::fflush(stdout);
+}
+
+void check(const CheckOptions& options) {
+  OpenedCamera opened = openCamera(options.source);
+  if (!opened.calibrated) {
+    throw Failure(ExitCode::calibration, "there is nothing to check: give the calibration (--calibration FILE)");
+  }
+  StereoCamera& camera = *opened.camera;
+  startCapture(opened);
+  Watch watch(camera, std::chrono::milliseconds(static_cast<long>(1000 * options.patience)), opened.askedSize);
+  std::unique_ptr<calibration::RowCheck> rows;
+  cv::Size size;
+  for (int frame = 0; frame < options.frames; ++frame) {
+    cv::Mat left;
+    cv::Mat right;
+    std::chrono::microseconds stamp{0};
+    if (!watch.run([&] { return camera.getStereoFrame(left, right, stamp); })) {
+      throw Failure(ExitCode::noFrames, "the camera delivers frames without pixels");
+    }
+    if (left.size() != right.size() || left.type() != CV_8UC3 || right.type() != CV_8UC3) {
+      throw Failure(ExitCode::noFrames, "the camera does not deliver two colour pictures of one size side by side");
+    }
+    if (rows == nullptr) {
+      size = left.size();
+      rows = std::make_unique<calibration::RowCheck>(eyeOf(camera, false), eyeOf(camera, true), size);
+    }
+    if (left.size() != size) {
+      throw Failure(ExitCode::noFrames, "the frames change their size; check one size at a time");
+    }
+    const std::size_t found = rows->add(left, right);
+    watch.alive();
+    std::printf("frame %d of %d: %zu things seen by both eyes\n", frame + 1, options.frames, found);
+    std::fflush(stdout);
+  }
+  watch.finish();
+  const calibration::RowCheckResult result = rows->result();
+  print(result);
+  if (!result.enough) {
+    throw Failure(ExitCode::problems, "cannot tell: only " + std::to_string(result.matches) +
+                                          " things were seen by both eyes; show a brighter scene with more detail, "
+                                          "one metre away or more");
+  }
+  for (const std::string& fault : result.faults) {
+    std::printf("PROBLEM  %s\n", fault.c_str());
+  }
+  std::fflush(stdout);
+  if (!result.faults.empty()) {
+    throw Failure(ExitCode::problems,
+                  "the calibration does not fit this camera any more: calibrate anew "
+                  "(stereo-camera calibrate, docs/calibration.md)");
+  }
+  std::printf("ok       the calibration fits: rows differ by %.2f px in the middle of the matches\n", result.median);
+}
+
+}  // namespace
+
+Action addCheck(CLI::App& program) {
+  auto options = std::make_shared<CheckOptions>();
+  CLI::App* const command =
+      program.add_subcommand("check", "tells from any scene whether the calibration still fits the camera");
+  options->source.addTo(*command);
+  command->add_option("--frames", options->frames, "frames to look at")
+      ->check(CLI::Range(1, 1000))
+      ->capture_default_str();
+  command->add_option("--patience", options->patience, "seconds without a frame after which to give up")
+      ->check(CLI::Range(0.1, 3600.0))
+      ->capture_default_str();
+  return [options] { check(*options); };
+}
+
+}  // namespace stereo::app

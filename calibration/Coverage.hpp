@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <array>
+#include <string>
+#include <vector>
+
+#include <opencv2/core.hpp>
+
+#include "Types.hpp"
+
+namespace stereo::calibration {
+
+/// Where in the pictures corners were found: a grid of squares over the circle that an eye's picture holds (its
+/// diameter the eye's width), a square counting as covered once it has a corner.
+class Coverage {
+public:
+  explicit Coverage(const cv::Size& eyeSize);
+
+  void add(const View& view);
+  /// Share of the squares with a corner, 0 to 1.
+  double share(int eye) const;
+  /// Where the left eye lacks most: "middle", "left", "lower right", ...; empty once nothing much is missing.
+  std::string emptiest() const;
+
+private:
+  static constexpr int side = 9;
+  bool counts(int row, int col) const;
+
+  cv::Size m_eyeSize;
+  std::array<cv::Mat, 2> m_cells;  // CV_8UC1, side x side: 0 nothing yet
+};
+
+}  // namespace stereo::calibration

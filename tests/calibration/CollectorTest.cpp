@@ -1,0 +1,84 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Collector.hpp"
+
+#include <gtest/gtest.h>
+
+namespace stereo::calibration {
+namespace {
+
+const cv::Size eyeSize(900, 900);
+
+// A board as a grid of 50 pixels, its first corner at (x, y).
+View viewAt(double x, double y, bool left = true, bool right = true) {
+  View view;
+  for (std::size_t eye = 0; eye < 2; ++eye) {
+    for (int k = 0; (eye == 0 ? left : right) && k < 48; ++k) {
+      view.corners[eye].emplace_back(x + 50 * (k % 8), y + 50 * (k / 8));
+    }
+  }
+  return view;
+}
+
+TEST(Collector, TakesWhatIsNewAndTellsWhyNot) {
+  Collector collector(eyeSize, false);
+  EXPECT_EQ(collector.offer(viewAt(100, 100)), Collector::Verdict::taken);
+  EXPECT_EQ(collector.offer(viewAt(110, 105)), Collector::Verdict::known);
+  EXPECT_EQ(collector.offer(viewAt(200, 100, true, false)), Collector::Verdict::leftOnly);
+  EXPECT_EQ(collector.offer(viewAt(200, 100, false, true)), Collector::Verdict::rightOnly);
+  EXPECT_EQ(collector.offer(View()), Collector::Verdict::nowhere);
+  EXPECT_EQ(collector.offer(viewAt(300, 300)), Collector::Verdict::taken);
+  EXPECT_EQ(collector.views().size(), 2U);
+}
+
+TEST(Collector, KnowsABoardThatIsCountedFromTheOtherEnd) {
+  Collector collector(eyeSize, false);
+  View view = viewAt(100, 100);
+  EXPECT_EQ(collector.offer(view), Collector::Verdict::taken);
+  for (std::vector<cv::Point2d>& corners : view.corners) {
+    std::reverse(corners.begin(), corners.end());
+  }
+  EXPECT_EQ(collector.offer(view), Collector::Verdict::known);
+}
+
+TEST(Collector, WaitsUntilTheBoardIsHeldStill) {
+  Collector collector(eyeSize, true);
+  EXPECT_EQ(collector.offer(viewAt(100, 100)), Collector::Verdict::moving);
+  EXPECT_EQ(collector.offer(viewAt(120, 100)), Collector::Verdict::moving);
+  EXPECT_EQ(collector.offer(viewAt(121, 100)), Collector::Verdict::taken);
+}
+
+TEST(Coverage, CountsSquaresOfTheCircle) {
+  Coverage coverage(eyeSize);
+  EXPECT_EQ(coverage.share(0), 0);
+  EXPECT_NE(coverage.emptiest(), "");
+  View view;
+  for (int x = 5; x < 900; x += 10) {
+    for (int y = 5; y < 900; y += 10) {
+      view.corners[0].emplace_back(x, y);
+      if (x < 450) {
+        view.corners[1].emplace_back(x, y);
+      }
+    }
+  }
+  coverage.add(view);
+  EXPECT_EQ(coverage.share(0), 1);
+  EXPECT_NEAR(coverage.share(1), 0.5, 0.1);
+  EXPECT_EQ(coverage.emptiest(), "");
+}
+
+TEST(Coverage, TellsWhereMostIsMissing) {
+  Coverage coverage(eyeSize);
+  View view;
+  for (int x = 5; x < 900; x += 10) {
+    for (int y = 5; y < 900; y += 10) {
+      if (x < 600 || y < 300 || y >= 600) {
+        view.corners[0].emplace_back(x, y);
+      }
+    }
+  }
+  coverage.add(view);
+  EXPECT_EQ(coverage.emptiest(), "right");
+}
+
+}  // namespace
+}  // namespace stereo::calibration
