@@ -21,18 +21,19 @@ constexpr double mostXi = 6.0;
 // Sizes at which a prior costs as much as one corner that is a pixel off.
 constexpr double radialScale = 1.0;
 constexpr double tangentialScale = 0.05;
-constexpr double sagScale = 2.0;  // millimetres
+constexpr double skewScale = 1.0;  // pixels
+constexpr double sagScale = 2.0;   // millimetres
 
 EyeBlock toBlock(const sim::OmniModel& eye) {
   const double grown = 1.0 + eye.xi;
-  return {eye.xi, eye.fx / grown, eye.fy / grown, eye.cx, eye.cy, eye.k1, eye.k2, eye.p1, eye.p2};
+  return {eye.xi, eye.fx / grown, eye.fy / grown, eye.cx, eye.cy, eye.k1, eye.k2, eye.p1, eye.p2, eye.skew};
 }
 
 void fromBlock(const EyeBlock& block, sim::OmniModel& eye) {
   eye.xi = block[xi];
   eye.fx = block[growthX] * (1.0 + eye.xi);
   eye.fy = block[growthY] * (1.0 + eye.xi);
-  eye.skew = 0.0;
+  eye.skew = block[skew];
   eye.cx = block[centreX];
   eye.cy = block[centreY];
   eye.k1 = block[radial1];
@@ -93,7 +94,7 @@ public:
       m_problem->SetParameterUpperBound(eye.data(), xi, mostXi);
       if (options.fixedDistortion) {
         m_problem->SetManifold(eye.data(),
-                               new ceres::SubsetManifold(kEyeParameters, {radial1, radial2, tangential1, tangential2}));
+                               new ceres::SubsetManifold(kEyeParameters, {radial1, radial2, tangential1, tangential2, skew}));
       }
     }
     if (options.fixedCamera || options.flatBoard) {
@@ -105,9 +106,10 @@ public:
   }
 
   void addPriors() {
-    ceres::Matrix weights = ceres::Matrix::Zero(4, kEyeParameters);
+    ceres::Matrix weights = ceres::Matrix::Zero(5, kEyeParameters);
     weights(0, radial1) = weights(1, radial2) = 1.0 / radialScale;
     weights(2, tangential1) = weights(3, tangential2) = 1.0 / tangentialScale;
+    weights(4, skew) = 1.0 / skewScale;
     for (EyeBlock& eye : m_eyes) {
       if (m_problem->HasParameterBlock(eye.data())) {
         m_problem->AddResidualBlock(new ceres::NormalPrior(weights, ceres::Vector::Zero(kEyeParameters)), nullptr,

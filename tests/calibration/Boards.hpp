@@ -29,16 +29,14 @@ inline std::vector<cv::Vec3d> boardAt(const calibration::Board& board, const cv:
   return points;
 }
 
-/// Pixels of such points in one eye of the rig, by OpenCV's own projection. Without the rig's skew (up to 0.15 pixels),
-/// which a calibration keeps at 0: with it, rays are a few hundredths of a degree off whatever the noise.
+/// Pixels of such points in one eye of the rig, by OpenCV's own projection.
 inline std::vector<cv::Point2d> seenBy(const sim::Rig& rig, bool isRight, const std::vector<cv::Vec3d>& points) {
   const sim::Eye& eye = rig.eye(isRight);
   std::vector<cv::Vec3d> inEye;
   for (const cv::Vec3d& point : points) {
     inEye.push_back(eye.rotation.t() * (point - 1000.0 * eye.position));
   }
-  sim::OmniModel model = eye.model;
-  model.skew = 0.0;
+  const sim::OmniModel& model = eye.model;
   std::vector<cv::Point2d> pixels;
   cv::omnidir::projectPoints(inEye, pixels, cv::Vec3d(0, 0, 0), cv::Vec3d(0, 0, 0), cv::Mat(model.intrinsic()),
                              model.xi, cv::Mat(model.distortion()));
