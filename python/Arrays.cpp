@@ -115,6 +115,10 @@ py::array toArray(cv::Mat image) {
 
 py::array copyToArray(const cv::Mat& image) { return toArray(image.clone()); }
 
+py::array matrixToArray(const cv::Mat& matrix) {
+  return matrix.empty() ? py::array_t<double>({0, 0}) : copyToArray(matrix);
+}
+
 py::array toArray(std::vector<cv::Vec3f> points) {
   const auto count = static_cast<py::ssize_t>(points.size());
   const auto [owner, base] = keep(std::move(points));

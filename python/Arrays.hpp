@@ -19,6 +19,8 @@ namespace py = pybind11;
 py::array toArray(cv::Mat image);
 /// A deep copy, for images that the camera keeps.
 py::array copyToArray(const cv::Mat& image);
+/// A deep copy of a matrix of the calibration, float64 also where it is empty.
+py::array matrixToArray(const cv::Mat& matrix);
 /// N x 3, float32, over the cloud's own memory.
 py::array toArray(std::vector<cv::Vec3f> points);
 

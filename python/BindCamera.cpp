@@ -66,7 +66,7 @@ void bindLife(CameraClass& camera) {
                               [&] { return self.StereoCamera::startCapture(useTransmit, useShareMemory); });
           },
           py::arg("useTransmit") = false, py::arg("useShareMemory") = false,
-          R"(startCapture($self, useTransmit=False, useShareMemory=False)
+          R"(startCapture(self, useTransmit=False, useShareMemory=False)
 --
 
 Scales the intrinsic matrices to the raw frame, builds the maps (if there is a rectified size and a calibration) and
@@ -77,7 +77,7 @@ True. Raises Error for a malformed calibration. Where the segment cannot be had,
           [](StereoCamera& self) {
             return oneAtATime(self, "startStereoCompute", [&] { return self.StereoCamera::startStereoCompute(); });
           },
-          R"(startStereoCompute($self)
+          R"(startStereoCompute(self)
 --
 
 Starts the disparity worker. True; False while one is running already. It wants maps, which `startCapture` builds from
@@ -87,7 +87,7 @@ calibration and rectified size: without them it ends the process.)")
           [](StereoCamera& self) {
             return oneAtATime(self, "stopStereoCompute", [&] { return self.StereoCamera::stopStereoCompute(); });
           },
-          R"(stopStereoCompute($self)
+          R"(stopStereoCompute(self)
 --
 
 Ends the disparity worker and waits for it; reads that wait for a cloud return None. True. Any thread.)")
@@ -96,7 +96,7 @@ Ends the disparity worker and waits for it; reads that wait for a cloud return N
           [](StereoCamera& self) {
             return oneAtATime(self, "stopCapture", [&] { return self.StereoCamera::stopCapture(); });
           },
-          R"(stopCapture($self)
+          R"(stopCapture(self)
 --
 
 Ends the capture worker and waits for it; reads that wait return None. True. Any thread but a worker, so a timer may
@@ -104,46 +104,46 @@ call it to end a read. A device read that goes on for two seconds is made to fai
 `release`. Raises RuntimeError on one of the camera's workers.)")
       .def(
           "setVideoCapture", [](StereoCamera& self, const py::object& source) { installSource(self, source); },
-          py::arg("source"), R"(setVideoCapture($self, source)
+          py::arg("source"), R"(setVideoCapture(self, source)
 --
 
 Makes a `VideoCapture` of one's own the camera's device, in place of the one that it has, and opens the camera. The
 camera keeps a reference to it. Before `startCapture`; RuntimeError while the capture worker runs, TypeError for any other
 object.)")
-      .def("__enter__", [](const py::object& self) { return self; }, "__enter__($self)\n--\n\nThe camera.")
+      .def("__enter__", [](const py::object& self) { return self; }, "__enter__(self)\n--\n\nThe camera.")
       .def(
           "__exit__",
           [](const py::object& self, const py::args&) {
             self.attr("stopStereoCompute")();
             self.attr("stopCapture")();
           },
-          "__exit__($self, *args)\n--\n\nStops both workers.");
+          "__exit__(self, *args)\n--\n\nStops both workers.");
 }
 
 void bindFiles(CameraClass& camera) {
   camera
       .def("loadConfig", usesFile([](StereoCamera& c, const std::string& path) { return c.StereoCamera::loadConfig(path); }),
-           py::arg("path"), R"(loadConfig($self, path)
+           py::arg("path"), R"(loadConfig(self, path)
 --
 
 Reads the settings file (YAML, XML or JSON by extension). Values out of range are replaced with a message on standard
 error. False, with a message, if the file cannot be read or names no device.)")
       .def("loadCalibParams",
            usesFile([](StereoCamera& c, const std::string& path) { return c.StereoCamera::loadCalibParams(path); }),
-           py::arg("fileName"), R"(loadCalibParams($self, fileName)
+           py::arg("fileName"), R"(loadCalibParams(self, fileName)
 --
 
 Reads the calibration file (YAML, XML or JSON by extension). False if a value is missing or, with a message on standard
 error, if the file is malformed. Before `startCapture`.)")
       .def("saveConfig", usesFile([](StereoCamera& c, const std::string& path) { return c.StereoCamera::saveConfig(path); }),
-           py::arg("path"), R"(saveConfig($self, path)
+           py::arg("path"), R"(saveConfig(self, path)
 --
 
 Writes the settings, replacing the file. The "FrameRate" key gets the serial number; field of view, stream rate, stream
 mode and depth mode are not written. Whether the file could be opened is not told.)")
       .def("saveCalibParams",
            usesFile([](StereoCamera& c, const std::string& path) { return c.StereoCamera::saveCalibParams(path); }),
-           py::arg("fileName"), R"(saveCalibParams($self, fileName)
+           py::arg("fileName"), R"(saveCalibParams(self, fileName)
 --
 
 Writes the calibration as it stands (scaled by each `startCapture` that built maps), replacing the file. Whether the
@@ -155,7 +155,7 @@ file could be opened is not told.)")
             const Released released;
             return self.StereoCamera::setCalibParams(std::move(matrices), isRight);
           },
-          py::arg("params"), py::arg("isRight"), R"(setCalibParams($self, params, isRight)
+          py::arg("params"), py::arg("isRight"), R"(setCalibParams(self, params, isRight)
 --
 
 Sets one eye's calibration and the translation from five float64 arrays: intrinsic matrix (3, 3) for a raw frame 1856
@@ -169,11 +169,11 @@ five. TypeError or ValueError for other types and shapes. Before `startCapture`.
             self.StereoCamera::getCalibParams(matrices, isRight);
             py::list arrays;
             for (const cv::Mat& matrix : matrices) {
-              arrays.append(copyToArray(matrix));
+              arrays.append(matrixToArray(matrix));
             }
             return arrays;
           },
-          py::arg("isRight"), R"(getCalibParams($self, isRight)
+          py::arg("isRight"), R"(getCalibParams(self, isRight)
 --
 
 Copies of the six matrices (float64): intrinsic matrix (3, 3) in pixels, distortion (1, 4), xi (1, 1), rotation (3, 3),
@@ -185,58 +185,58 @@ void bindNumbers(CameraClass& camera) {
   camera
       .def(
           "isOpened", [](StereoCamera& self) { return self.StereoCamera::isOpened(); },
-          "isOpened($self)\n--\n\nWhether the device is open and the camera not yet stopped.")
+          "isOpened(self)\n--\n\nWhether the device is open and the camera not yet stopped.")
       .def("setLogLevel", setsNumber([](StereoCamera& c, int level) { return c.StereoCamera::setLogLevel(level); }),
-           py::arg("level"), R"(setLogLevel($self, level)
+           py::arg("level"), R"(setLogLevel(self, level)
 --
 
 Stores the level, which `getLogLevel` and `saveConfig` report; the live log keeps its own. False for a negative level.)")
       .def("setPosNumber", setsNumber([](StereoCamera& c, int n) { return c.StereoCamera::setPosNumber(n); }),
-           py::arg("posNumber"), R"(setPosNumber($self, posNumber)
+           py::arg("posNumber"), R"(setPosNumber(self, posNumber)
 --
 
 Position n of this camera on its machine: shared-memory key 9000 + n, stream port 9200 + n. True.)")
       .def("setSerialNumber", setsNumber([](StereoCamera& c, int n) { return c.StereoCamera::setSerialNumber(n); }),
-           py::arg("serialNumber"), "setSerialNumber($self, serialNumber)\n--\n\nSerial number of the camera. True.")
+           py::arg("serialNumber"), "setSerialNumber(self, serialNumber)\n--\n\nSerial number of the camera. True.")
       .def("setRawFrameRate", setsNumber([](StereoCamera& c, int rate) { return c.StereoCamera::setRawFrameRate(rate); }),
-           py::arg("framesPerSecond"), R"(setRawFrameRate($self, framesPerSecond)
+           py::arg("framesPerSecond"), R"(setRawFrameRate(self, framesPerSecond)
 --
 
 Raw frames per second, told to the device. False if there is none (the rate is stored all the same).)")
       .def("setRawFrameSize", setsSize([](StereoCamera& c, cv::Size s) { return c.StereoCamera::setRawFrameSize(s); }),
-           py::arg("size"), R"(setRawFrameSize($self, size)
+           py::arg("size"), R"(setRawFrameSize(self, size)
 --
 
 (width, height) of the side-by-side frame, (1856, 800) or (928, 400) pixels; any other is refused with a report. Sets
 device and radius of the image circle: without it all but one pixel of each eye is black. False if refused or without
 a device. Before `startCapture`.)")
       .def("setRectFrameSize", setsSize([](StereoCamera& c, cv::Size s) { return c.StereoCamera::setRectFrameSize(s); }),
-           py::arg("size"), R"(setRectFrameSize($self, size)
+           py::arg("size"), R"(setRectFrameSize(self, size)
 --
 
 (width, height) of one rectified eye in pixels; the maps follow at the next `startCapture`. False for a width of 0.)")
       .def(
           "getLogLevel", [](const StereoCamera& self) { return self.StereoCamera::getLogLevel(); },
-          "getLogLevel($self)\n--\n\nLevel of the log as stored.")
+          "getLogLevel(self)\n--\n\nLevel of the log as stored.")
       .def(
           "getDeviceNode", [](const StereoCamera& self) { return self.StereoCamera::getDeviceNode(); },
-          "getDeviceNode($self)\n--\n\nIndex of the video device.")
+          "getDeviceNode(self)\n--\n\nIndex of the video device.")
       .def(
           "getPosNumber", [](const StereoCamera& self) { return self.StereoCamera::getPosNumber(); },
-          "getPosNumber($self)\n--\n\nPosition of this camera on its machine.")
+          "getPosNumber(self)\n--\n\nPosition of this camera on its machine.")
       .def(
           "getSerialNumber", [](const StereoCamera& self) { return self.StereoCamera::getSerialNumber(); },
-          "getSerialNumber($self)\n--\n\nSerial number of the camera.")
+          "getSerialNumber(self)\n--\n\nSerial number of the camera.")
       .def(
           "getRawFrameRate", [](const StereoCamera& self) { return self.StereoCamera::getRawFrameRate(); },
-          R"(getRawFrameRate($self)
+          R"(getRawFrameRate(self)
 --
 
 Frames per second: as set, and once the capture worker runs the rate that its last pass took.)")
       .def(
           "getRawFrameSize",
           [](const StereoCamera& self) { return fromSize(self.StereoCamera::getRawFrameSize()); },
-          R"(getRawFrameSize($self)
+          R"(getRawFrameSize(self)
 --
 
 (width, height) in pixels; once the capture worker has warmed up, the size that the device really delivers.)");
@@ -260,11 +260,13 @@ a timer call `stopCapture`.
 
 Classes derived in Python may override every operation; the workers call `getPosNumber`, `getStereoFrame`,
 `getRectStereoFrame` and `getDepthFrame`. The members `m_...` are for them.)");
-  camera.def(makesCamera<>(), R"(__init__($self, deviceNode=0)
+  camera.def(makesCamera<>(), R"(__init__(self, *args, **kwargs)
 --
 
-Opens video device `deviceNode` as it stands. Given a path (str or os.PathLike) instead, loads that settings file and
-opens the device that it names; where the file cannot be loaded, the camera stays closed. `NO_DEVICE` opens none.)");
+(deviceNode=0): opens that video device as it stands. `NO_DEVICE` opens none.
+
+(settingsPath), str or os.PathLike: loads the settings file and opens the device that it names; where the file cannot be
+loaded, the camera stays closed.)");
   camera.def(makesCamera<int>(), py::arg("deviceNode"));
   camera.def(py::init(
                  [](const Path& path) -> StereoCamera* {

@@ -49,7 +49,7 @@ void refuseWhileRunning(const StereoCamera& camera, const char* name) {
 void defMatrix(CameraClass& camera, const char* name, cv::Mat StereoCamera::*member, int rows, int columns,
                const char* doc) {
   camera.def_property(
-      name, [member](const StereoCamera& self) { return copyToArray(self.*member); },
+      name, [member](const StereoCamera& self) { return matrixToArray(self.*member); },
       [=](StereoCamera& self, const py::object& value) {
         refuseWhileRunning(self, name);
         self.*member = wrapMatrix(value, name, rows, columns).image.clone();
@@ -194,11 +194,11 @@ void bindLog(py::module_& module) {
       .def(
           "runTimeInfo", [](Log& self, const std::string& text) { self.log.runTimeInfo("%s", text.c_str()); },
           py::arg("text"), py::call_guard<py::gil_scoped_release>(),
-          "runTimeInfo($self, text)\n--\n\nWrites a progress record; a line end is the caller's to give.")
+          "runTimeInfo(self, text)\n--\n\nWrites a progress record; a line end is the caller's to give.")
       .def(
           "runTimeError", [](Log& self, const std::string& text) { self.log.runTimeError("%s", text.c_str()); },
           py::arg("text"), py::call_guard<py::gil_scoped_release>(),
-          "runTimeError($self, text)\n--\n\nWrites an error record; a line end is the caller's to give.");
+          "runTimeError(self, text)\n--\n\nWrites an error record; a line end is the caller's to give.");
 }
 
 }  // namespace

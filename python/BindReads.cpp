@@ -92,17 +92,17 @@ py::object getPointCloud(StereoCamera& camera, bool colored) {
 
 void bindReads(CameraClass& camera) {
   camera
-      .def("getRawFrame", &getRawFrame, R"(getRawFrame($self)
+      .def("getRawFrame", &getRawFrame, R"(getRawFrame(self)
 --
 
 Next frame, both eyes joined side by side: RawFrame(frame, timestamp), rows x columns x 3, uint8, black outside the image
 circles. Waits for it. None if there is none (any more).)")
-      .def("getStereoFrame", &getStereoFrame, R"(getStereoFrame($self)
+      .def("getStereoFrame", &getStereoFrame, R"(getStereoFrame(self)
 --
 
 Next frame's eyes: StereoFrame(left, right, timestamp), each rows x columns x 3, uint8. Waits for it. None if there is
 none (any more). The disparity worker and the rectified reads call it: an override is their source.)")
-      .def("getRectStereoFrame", &getRectStereoFrame, py::arg("view") = false, R"(getRectStereoFrame($self, view=False)
+      .def("getRectStereoFrame", &getRectStereoFrame, py::arg("view") = false, R"(getRectStereoFrame(self, view=False)
 --
 
 Next frame's eyes, rectified, each rows x columns x 3, uint8, of the rectified size. Waits for it. None if there is
@@ -112,7 +112,7 @@ Without `view`, both in the perspective view: RectStereoFrame(left, right). With
 from (m_depthmode 1: longitude-latitude, 2: perspective) and the left eye in the perspective view:
 RectViewFrame(left, right, view, timestamp). The disparity worker calls it with view=True.)")
       .def("getDepthFrame", &getDepthFrame, py::arg("disparity") = py::none(), py::arg("color") = true,
-           R"(getDepthFrame($self, disparity=None, color=True)
+           R"(getDepthFrame(self, disparity=None, color=True)
 --
 
 Without a disparity, the next raw frame's depth as a picture: DepthFrame(depth, timestamp), rows x columns x 3, uint8,
@@ -123,7 +123,7 @@ With a disparity (rows x columns, float32, pixels of the rectified eye), its dep
 where the disparity is not above the near limit's number, 0 where the depth is out of limits. With m_depthmode 2 that
 is f * b / d, with focal length f in pixels and baseline b in metres; with 1, on longitude-latitude pictures,
 b * sin(pi * ((column - d) / W + o)) / sin(pi * d / W), o = (180 - m_lonLatFov) / 360. Does not wait.)")
-      .def("getPointCloud", &getPointCloud, py::arg("colored") = false, R"(getPointCloud($self, colored=False)
+      .def("getPointCloud", &getPointCloud, py::arg("colored") = false, R"(getPointCloud(self, colored=False)
 --
 
 Points of the next disparity: PointCloud(points, timestamp), N x 3, float32, metres in the left rectified camera's

@@ -215,7 +215,7 @@ private:
   static py::list listOf(const std::vector<cv::Mat>& matrices) {
     py::list list;
     for (const cv::Mat& matrix : matrices) {
-      list.append(copyToArray(matrix));
+      list.append(matrixToArray(matrix));
     }
     return list;
   }

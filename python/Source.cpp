@@ -131,7 +131,7 @@ void bindSource(py::module_& module) {
 
 Override `read`; the rest as needed. The camera holds a reference to the source, and calls it from its capture worker
 (`read`), from a stop (`release`) and from the thread that sets size and rate (`set`).)")
-      .def(py::init<>(), "__init__($self)\n--\n\nAn open source.")
+      .def(py::init<>(), "__init__(self)\n--\n\nAn open source.")
       .def(
           "read",
           [](const py::object& self) -> py::object {
@@ -139,7 +139,7 @@ Override `read`; the rest as needed. The camera holds a reference to the source,
                             (std::string(Py_TYPE(self.ptr())->tp_name) + " has no read()").c_str());
             throw py::error_already_set();
           },
-          R"(read($self)
+          R"(read(self)
 --
 
 The next frame: rows x columns x 3, uint8, BGR, both eyes side by side; it is copied. None: there is none just now.
@@ -149,16 +149,16 @@ exception, so it sets the pace: wait for the frame in here. Exceptions are repor
 as None. Once `release` was called it has to return, otherwise a stop waits for ever.)")
       .def(
           "set", [](PythonSource&, int, double) { return false; }, py::arg("propId"), py::arg("value"),
-          R"(set($self, propId, value)
+          R"(set(self, propId, value)
 --
 
 Asks for a property by OpenCV's number (3: width, 4: height of the whole frame in pixels, 5: frames per second). Whether
 it was taken, which the camera does not look at. By default nothing is.)")
       .def(
           "get", [](PythonSource&, int) { return 0.0; }, py::arg("propId"),
-          "get($self, propId)\n--\n\nA property by OpenCV's number; 0 by default.")
-      .def("isOpened", &PythonSource::isOpened, "isOpened($self)\n--\n\nWhether `release` was not called yet.")
-      .def("release", &PythonSource::release, R"(release($self)
+          "get(self, propId)\n--\n\nA property by OpenCV's number; 0 by default.")
+      .def("isOpened", &PythonSource::isOpened, "isOpened(self)\n--\n\nWhether `release` was not called yet.")
+      .def("release", &PythonSource::release, R"(release(self)
 --
 
 No more frames are wanted. Called from the thread that stops the camera, while another may be inside `read`: an override
