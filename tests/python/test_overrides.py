@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """Classes derived in Python: the C++ code calls them, and `super()` reaches it."""
 
-import sys
+import re
 import threading
 
 import numpy as np
@@ -83,7 +83,8 @@ def test_metric_depth_of_an_override_becomes_the_cloud():
         camera.setDepthMode(2)
         camera.startCapture()
         camera.startStereoCompute()
-        assert (camera.getPointCloud().points[:, 2] == np.float32(0.5)).all()
+        points = camera.getPointCloud(colored=True).points
+        assert len(points) > 1000 and (points[:, 2] == np.float32(0.5)).all()
 
 
 def test_the_segments_key_comes_from_an_override():
@@ -117,14 +118,6 @@ def test_several_levels_and_super_from_anywhere():
     with Top(**SMALL) as camera:
         camera.startCapture()
         assert camera.getRectStereoFrame(view=True).timestamp == 5
-
-
-def test_all_operations_can_be_overridden():
-    """Every operation of the class is asked for in Python where C++ calls it by its table."""
-    names = [name for name in vars(sc.StereoCamera) if name[0] != "_" and not name.startswith("m_")]
-    assert len(names) == 29  # 32 virtual operations less three more forms of the same name ... see the next lines
-    names.remove("setVideoCapture")
-    assert {"isOpened", "getRectStereoFrame", "getDepthFrame", "getPointCloud", "stopCapture"} < set(names)
 
 
 def test_an_exception_goes_to_the_caller_in_python(unraisable):
@@ -168,7 +161,7 @@ def test_failures_on_a_worker_are_reported_and_it_goes_on(unraisable, result, ki
         camera.fail = False
         assert camera.getPointCloud() is not None
     assert {told[0] for told in unraisable} == {kind}
-    assert pytest.raises(kind, match=text) and __import__("re").search(text, unraisable[0][1])
+    assert re.search(text, unraisable[0][1])
 
 
 def test_none_of_an_override_is_no_frame():
@@ -207,4 +200,3 @@ def test_a_worker_cannot_stop_itself(unraisable):
         await_that(lambda: unraisable)
         assert camera.getStereoFrame() is not None  # it was not stopped
     assert unraisable[0][0] is RuntimeError and "another thread" in unraisable[0][1]
-    assert sys.unraisablehook is not sys.__unraisablehook__
