@@ -44,14 +44,13 @@ std::pair<T*, py::capsule> keep(T object) {
   return {owner.release(), base};
 }
 
-std::string shapeOf(const py::array& array) {
-  return py::cast<std::string>(py::str(py::tuple(array.attr("shape"))));
-}
+std::string shapeOf(const py::array& array) { return py::cast<std::string>(py::str(py::tuple(array.attr("shape")))); }
 
 template <typename T>
 py::array requireType(py::handle object, const char* name, const char* type) {
   if (!py::isinstance<py::array>(object)) {
-    throw py::type_error(std::string(name) + " must be an array of " + type + ", not " + Py_TYPE(object.ptr())->tp_name);
+    throw py::type_error(std::string(name) + " must be an array of " + type + ", not " +
+                         Py_TYPE(object.ptr())->tp_name);
   }
   if (!py::isinstance<py::array_t<T>>(object)) {
     throw py::type_error(std::string(name) + " must be an array of " + type + ", not of " +
@@ -100,8 +99,7 @@ py::array requireImage(py::handle object, const char* name) {
 py::array toArray(cv::Mat image) {
   const py::dtype type = typeOf(image);
   std::vector<py::ssize_t> shape{image.rows, image.cols};
-  std::vector<py::ssize_t> strides{static_cast<py::ssize_t>(image.step[0]),
-                                   static_cast<py::ssize_t>(image.elemSize())};
+  std::vector<py::ssize_t> strides{static_cast<py::ssize_t>(image.step[0]), static_cast<py::ssize_t>(image.elemSize())};
   if (image.channels() > 1) {
     shape.push_back(image.channels());
     strides.push_back(static_cast<py::ssize_t>(image.elemSize1()));

@@ -3,8 +3,8 @@
 
 #include <vector>
 
-#include <opencv2/core.hpp>
 #include <pybind11/numpy.h>
+#include <opencv2/core.hpp>
 
 #include "StereoCamera.hpp"
 
@@ -14,8 +14,8 @@ namespace py = pybind11;
 
 // All of these are called with the interpreter lock held.
 
-/// The image's own pixels as an array of its rows, columns and (if more than one) channels: nothing is copied, the array
-/// owns a header of the image. For images that nobody else writes into.
+/// The image's own pixels as an array of its rows, columns and (if more than one) channels: nothing is copied, the
+/// array owns a header of the image. For images that nobody else writes into.
 py::array toArray(cv::Mat image);
 /// A deep copy, for images that the camera keeps.
 py::array copyToArray(const cv::Mat& image);

@@ -108,9 +108,10 @@ call it to end a read. A device read that goes on for two seconds is made to fai
 --
 
 Makes a `VideoCapture` of one's own the camera's device, in place of the one that it has, and opens the camera. The
-camera keeps a reference to it. Before `startCapture`; RuntimeError while the capture worker runs, TypeError for any other
-object.)")
-      .def("__enter__", [](const py::object& self) { return self; }, "__enter__(self)\n--\n\nThe camera.")
+camera keeps a reference to it. Before `startCapture`; RuntimeError while the capture worker runs, TypeError for any
+other object.)")
+      .def(
+          "__enter__", [](const py::object& self) { return self; }, "__enter__(self)\n--\n\nThe camera.")
       .def(
           "__exit__",
           [](const py::object& self, const py::args&) {
@@ -122,7 +123,8 @@ object.)")
 
 void bindFiles(CameraClass& camera) {
   camera
-      .def("loadConfig", usesFile([](StereoCamera& c, const std::string& path) { return c.StereoCamera::loadConfig(path); }),
+      .def("loadConfig",
+           usesFile([](StereoCamera& c, const std::string& path) { return c.StereoCamera::loadConfig(path); }),
            py::arg("path"), R"(loadConfig(self, path)
 --
 
@@ -135,7 +137,8 @@ error. False, with a message, if the file cannot be read or names no device.)")
 
 Reads the calibration file (YAML, XML or JSON by extension). False if a value is missing or, with a message on standard
 error, if the file is malformed. Before `startCapture`.)")
-      .def("saveConfig", usesFile([](StereoCamera& c, const std::string& path) { return c.StereoCamera::saveConfig(path); }),
+      .def("saveConfig",
+           usesFile([](StereoCamera& c, const std::string& path) { return c.StereoCamera::saveConfig(path); }),
            py::arg("path"), R"(saveConfig(self, path)
 --
 
@@ -159,8 +162,8 @@ file could be opened is not told.)")
 --
 
 Sets one eye's calibration and the translation from five float64 arrays: intrinsic matrix (3, 3) for a raw frame 1856
-pixels wide, distortion (4,) or (1, 4): k1, k2, p1, p2, xi (1, 1), rectifying rotation (3, 3), translation (3,) or (3, 1)
-in millimetres. They are copied; further ones are ignored. False, with a report and nothing changed, for fewer than
+pixels wide, distortion (4,) or (1, 4): k1, k2, p1, p2, xi (1, 1), rectifying rotation (3, 3), translation (3,) or (3,
+1) in millimetres. They are copied; further ones are ignored. False, with a report and nothing changed, for fewer than
 five. TypeError or ValueError for other types and shapes. Before `startCapture`.)")
       .def(
           "getCalibParams",
@@ -190,7 +193,8 @@ void bindNumbers(CameraClass& camera) {
            py::arg("level"), R"(setLogLevel(self, level)
 --
 
-Stores the level, which `getLogLevel` and `saveConfig` report; the live log keeps its own. False for a negative level.)")
+Stores the level, which `getLogLevel` and `saveConfig` report; the live log keeps its own. False for a negative
+level.)")
       .def("setPosNumber", setsNumber([](StereoCamera& c, int n) { return c.StereoCamera::setPosNumber(n); }),
            py::arg("posNumber"), R"(setPosNumber(self, posNumber)
 --
@@ -198,7 +202,8 @@ Stores the level, which `getLogLevel` and `saveConfig` report; the live log keep
 Position n of this camera on its machine: shared-memory key 9000 + n, stream port 9200 + n. True.)")
       .def("setSerialNumber", setsNumber([](StereoCamera& c, int n) { return c.StereoCamera::setSerialNumber(n); }),
            py::arg("serialNumber"), "setSerialNumber(self, serialNumber)\n--\n\nSerial number of the camera. True.")
-      .def("setRawFrameRate", setsNumber([](StereoCamera& c, int rate) { return c.StereoCamera::setRawFrameRate(rate); }),
+      .def("setRawFrameRate",
+           setsNumber([](StereoCamera& c, int rate) { return c.StereoCamera::setRawFrameRate(rate); }),
            py::arg("framesPerSecond"), R"(setRawFrameRate(self, framesPerSecond)
 --
 
@@ -210,8 +215,9 @@ Raw frames per second, told to the device. False if there is none (the rate is s
 (width, height) of the side-by-side frame, (1856, 800) or (928, 400) pixels; any other is refused with a report. Sets
 device and radius of the image circle: without it all but one pixel of each eye is black. False if refused or without
 a device. Before `startCapture`.)")
-      .def("setRectFrameSize", setsSize([](StereoCamera& c, cv::Size s) { return c.StereoCamera::setRectFrameSize(s); }),
-           py::arg("size"), R"(setRectFrameSize(self, size)
+      .def("setRectFrameSize",
+           setsSize([](StereoCamera& c, cv::Size s) { return c.StereoCamera::setRectFrameSize(s); }), py::arg("size"),
+           R"(setRectFrameSize(self, size)
 --
 
 (width, height) of one rectified eye in pixels; the maps follow at the next `startCapture`. False for a width of 0.)")
@@ -234,8 +240,7 @@ a device. Before `startCapture`.)")
 
 Frames per second: as set, and once the capture worker runs the rate that its last pass took.)")
       .def(
-          "getRawFrameSize",
-          [](const StereoCamera& self) { return fromSize(self.StereoCamera::getRawFrameSize()); },
+          "getRawFrameSize", [](const StereoCamera& self) { return fromSize(self.StereoCamera::getRawFrameSize()); },
           R"(getRawFrameSize(self)
 --
 
@@ -250,8 +255,8 @@ CameraClass bindCamera(py::module_& module) {
                                                                                 R"(A stereo fisheye camera.
 
 Life of a camera: construct, check `isOpened`, `loadCalibParams`, `setRawFrameSize`, `setRectFrameSize`, `startCapture`,
-`startStereoCompute` for depth, then read; `stopStereoCompute`, `stopCapture`. As a context manager it stops its workers at
-the end; one that is dropped while they run stops them too, which waits for them. A camera that was stopped cannot be
+`startStereoCompute` for depth, then read; `stopStereoCompute`, `stopCapture`. As a context manager it stops its workers
+at the end; one that is dropped while they run stops them too, which waits for them. A camera that was stopped cannot be
 started again.
 
 One thread configures and starts. Reads may come from any number of threads at once; each waits for the next result

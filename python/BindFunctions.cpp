@@ -47,9 +47,9 @@ void bindFunctions(py::module_& module) {
 
 Maps (columns, rows), float32, that turn one fisheye eye into another view: for each pixel of the view of `size` (width,
 height), where in the eye's image it comes from. By the unified omnidirectional model: a ray (x, y, z), put on the unit
-sphere, is projected as xu = x / (z + xi), yu = y / (z + xi), distorted by D (k1, k2, p1, p2) and turned into pixels by K.
-K, R, P: (3, 3), D: (1, 4), float64. `mode`: 0 plane lifted with `xi2`, 1 longitude-latitude, 2 perspective; any other
-gives NaN. TypeError, ValueError or Error for what does not suit.)");
+sphere, is projected as xu = x / (z + xi), yu = y / (z + xi), distorted by D (k1, k2, p1, p2) and turned into pixels by
+K. K, R, P: (3, 3), D: (1, 4), float64. `mode`: 0 plane lifted with `xi2`, 1 longitude-latitude, 2 perspective; any
+other gives NaN. TypeError, ValueError or Error for what does not suit.)");
   module.def(
       "MatRowMul",
       [](const py::object& m, double a, double b, double c, int row) {
@@ -86,7 +86,8 @@ columns / 2 + dRadiusX round (columns / 2 + dCenterX, rows / 2 + dCenterY), pixe
         return py::make_tuple(color[0], color[1], color[2]);
       },
       py::arg("lo"), py::arg("hi"), py::arg("v"),
-      "getclolor(lo, hi, v)\n--\n\n(blue, green, red), 0 to 255, of a value on the scale from `lo` (blue) to `hi` (red).");
+      "getclolor(lo, hi, v)\n--\n\n(blue, green, red), 0 to 255, of a value on the scale from `lo` (blue) to `hi` "
+      "(red).");
 }
 
 }  // namespace stereo::python

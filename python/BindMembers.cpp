@@ -36,7 +36,8 @@ void defNumber(CameraClass& camera, const char* name, std::atomic<T> StereoCamer
 void defSize(CameraClass& camera, const char* name, cv::Size StereoCamera::*member, const char* doc) {
   camera.def_property(
       name, [member](const StereoCamera& self) { return fromSize(relaxed(self.*member)); },
-      [member, name](StereoCamera& self, const py::object& size) { setRelaxed(self.*member, toSize(size, name)); }, doc);
+      [member, name](StereoCamera& self, const py::object& size) { setRelaxed(self.*member, toSize(size, name)); },
+      doc);
 }
 
 void refuseWhileRunning(const StereoCamera& camera, const char* name) {
@@ -133,8 +134,10 @@ void defDisparityFrame(CameraClass& camera) {
         setRelaxed(published.timestamp, frame.timestamp);
         (self.*(&Members::m_disparityCond)).notify_all();
       },
-      "Latest view (rows x columns x 3, uint8) and disparity (rows x columns, float32, pixels), a copy: TimeFrame(first, "
-      "second, timestamp), None while there is none. Setting it publishes it to the readers of clouds. m_disparityMutex "
+      "Latest view (rows x columns x 3, uint8) and disparity (rows x columns, float32, pixels), a copy: "
+      "TimeFrame(first, "
+      "second, timestamp), None while there is none. Setting it publishes it to the readers of clouds. "
+      "m_disparityMutex "
       "is taken inside: not to be touched in an override of getDepthFrame(disparity), which is called with it held.");
 }
 
@@ -183,9 +186,10 @@ void defMatrices(CameraClass& camera) {
             "Between the eyes, float64, millimetres; its norm is the baseline. A copy.");
   defMatrix(camera, "m_rectCameraMatrix", &Members::m_rectCameraMatrix, 3, 3,
             "Camera matrix of the perspective view, (3, 3) float64, pixels; a copy, empty before startCapture.");
-  defMaps(camera, "m_rectifyMaps", &Members::m_rectifyMaps,
-          "Perspective maps ((left columns, left rows), (right columns, right rows)), float32, pixels of the eye; copies, "
-          "None before startCapture. Not while another thread starts.");
+  defMaps(
+      camera, "m_rectifyMaps", &Members::m_rectifyMaps,
+      "Perspective maps ((left columns, left rows), (right columns, right rows)), float32, pixels of the eye; copies, "
+      "None before startCapture. Not while another thread starts.");
   defMaps(camera, "m_lonLatMaps", &Members::m_lonLatMaps, "Longitude-latitude maps, in the same form.");
 }
 
@@ -220,7 +224,8 @@ void bindMembers(py::module_& module, CameraClass& camera) {
       },
       py::keep_alive<0, 1>(), "The log; None where it could not be made or the settings failed to load.");
   camera.def_property_readonly(
-      "m_logName", [](const StereoCamera& self) { return self.*(&Members::m_logName); }, "What the log's records begin with.");
+      "m_logName", [](const StereoCamera& self) { return self.*(&Members::m_logName); },
+      "What the log's records begin with.");
   camera.def_property(
       "m_videoCapture", &sourceOf, [](StereoCamera& self, const py::object& source) { installSource(self, source); },
       "The frame source in Python, None if the device is another one. Setting it is setVideoCapture.");

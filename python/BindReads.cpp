@@ -95,8 +95,8 @@ void bindReads(CameraClass& camera) {
       .def("getRawFrame", &getRawFrame, R"(getRawFrame(self)
 --
 
-Next frame, both eyes joined side by side: RawFrame(frame, timestamp), rows x columns x 3, uint8, black outside the image
-circles. Waits for it. None if there is none (any more).)")
+Next frame, both eyes joined side by side: RawFrame(frame, timestamp), rows x columns x 3, uint8, black outside the
+image circles. Waits for it. None if there is none (any more).)")
       .def("getStereoFrame", &getStereoFrame, R"(getStereoFrame(self)
 --
 

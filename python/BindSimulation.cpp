@@ -98,8 +98,9 @@ void bindVirtualCamera(py::module_& module) {
   py::class_<VirtualCamera, StereoCamera, Overrides<VirtualCamera>, Owner<VirtualCamera>>(
       module, "VirtualCamera",
       "A camera whose frames come from a `VideoCapture` in Python, with setters for what a settings file would tell.")
-      .def(py::init([](const py::object& source, double rate) -> VirtualCamera* { return onSource<Handle>(source, rate); },
-                    [](const py::object& source, double rate) { return onSource<Overrides>(source, rate); }),
+      .def(py::init(
+               [](const py::object& source, double rate) -> VirtualCamera* { return onSource<Handle>(source, rate); },
+               [](const py::object& source, double rate) { return onSource<Overrides>(source, rate); }),
            py::arg("source"), py::arg("rate") = 0.0, R"(__init__(self, source, rate=0.0)
 --
 
@@ -108,17 +109,20 @@ from `VideoCapture`.)")
       .def("setDepthMode", &VirtualCamera::setDepthMode, py::arg("mode"), R"(setDepthMode(self, mode)
 --
 
-1: depth from the longitude-latitude pair, 2: from the perspective pair. Like all these setters, before `startCapture`.)")
+1: depth from the longitude-latitude pair, 2: from the perspective pair. Like all these setters, before
+`startCapture`.)")
       .def("setAlgorithm", &VirtualCamera::setAlgorithm, py::arg("algorithm"),
            "setAlgorithm(self, algorithm)\n--\n\n0: semi-global matching, 1: block matching, any other: none.")
       .def("setHorizontalField", &VirtualCamera::setHorizontalField, py::arg("degrees"),
-           "setHorizontalField(self, degrees)\n--\n\nHorizontal field of the perspective view, above 0, below 180 degrees.")
+           "setHorizontalField(self, degrees)\n--\n\nHorizontal field of the perspective view, above 0, below 180 "
+           "degrees.")
       .def("setLonLatField", &VirtualCamera::setLonLatField, py::arg("degrees"),
            "setLonLatField(self, degrees)\n--\n\nRange of the longitude-latitude view, degrees.")
       .def("setDepthLimits", &VirtualCamera::setDepthLimits, py::arg("nearest"), py::arg("farthest"),
            "setDepthLimits(self, nearest, farthest)\n--\n\nLimits of depth, metres.")
       .def("setCloudRadius", &VirtualCamera::setCloudRadius, py::arg("pixels"),
-           "setCloudRadius(self, pixels)\n--\n\nLargest distance from the principal point in the clouds, rectified pixels.")
+           "setCloudRadius(self, pixels)\n--\n\nLargest distance from the principal point in the clouds, rectified "
+           "pixels.")
       .def("setStream", &VirtualCamera::setStream, py::arg("mode"), py::arg("rate"), py::arg("lastOctet"),
            R"(setStream(self, mode, rate, lastOctet)
 --
@@ -164,7 +168,8 @@ void bindSimulation(py::module_& module) {
            py::arg("seed") = simulated.seed, py::arg("moving") = simulated.moving, py::arg("period") = simulated.period,
            py::arg("framesPerPeriod") = simulated.framesPerPeriod, py::arg("ring") = simulated.ring,
            py::arg("rectFrameSize") = fromSize(simulated.rectFrameSize), py::arg("faults") = "",
-           R"(__init__(self, *, frameSize=(1856, 800), rate=30.0, seed=1, moving=True, period=2.0, framesPerPeriod=16, ring=True, rectFrameSize=(464, 400), faults='')
+           R"(__init__(self, *, frameSize=(1856, 800), rate=30.0, seed=1, moving=True, period=2.0, )"
+           R"(framesPerPeriod=16, ring=True, rectFrameSize=(464, 400), faults='')
 --
 
 `frameSize`: (1856, 800) or (928, 400) pixels; `rate`: frames per second, 0 as fast as possible; `seed` draws rig and
@@ -178,8 +183,8 @@ scene; `moving`: False for a scene that stands still; its motion repeats after `
 True depth for each pixel of the left eye's 'perspective' or 'lonLat' view at a scene time in seconds: Truth(depth,
 distance, disparity, surface, occluded, seen).)")
       .def(
-          "fillRing", [](const SimulatedCamera& self) { self.capture().fillRing(); },
-          py::call_guard<Released>(), "fillRing(self)\n--\n\nRenders ahead the frames of a period.")
+          "fillRing", [](const SimulatedCamera& self) { self.capture().fillRing(); }, py::call_guard<Released>(),
+          "fillRing(self)\n--\n\nRenders ahead the frames of a period.")
       .def(
           "framesDelivered", [](const SimulatedCamera& self) { return self.capture().framesDelivered(); },
           "framesDelivered(self)\n--\n\nFrames handed out by the device so far.")

@@ -32,7 +32,8 @@ void retire(StereoCamera* camera) {
   camera->*(&Members::m_isOpened) = false;
   cv::VideoCapture* const device = camera->*(&Members::m_videoCapture);
   if (device != nullptr && typeid(*device) != typeid(cv::VideoCapture)) {
-    device->release();  // a source of one's own need not be waited for; one of OpenCV's must not be released under a read
+    device
+        ->release();  // a source of one's own need not be waited for; one of OpenCV's must not be released under a read
   }
   // Not by the virtual table: the Python object is gone.
   camera->StereoCamera::stopStereoCompute();

@@ -42,8 +42,9 @@ private:
   std::atomic<std::thread::id> m_owner{};
 };
 
-/// Runs a start or a stop without the interpreter lock, one at a time for each camera. Raises RuntimeError, with `name`,
-/// where waiting for its turn would never end: on one of the camera's workers, and within another start or stop.
+/// Runs a start or a stop without the interpreter lock, one at a time for each camera. Raises RuntimeError, with
+/// `name`, where waiting for its turn would never end: on one of the camera's workers, and within another start or
+/// stop.
 template <typename Call>
 auto oneAtATime(StereoCamera& camera, const char* name, const Call& call) {
   Companion& companion = Companion::of(camera);
@@ -82,8 +83,9 @@ class Handle : public Base, public Companion {
 public:
   /// As `Base`'s, protected ones included; cameras are not copied.
   template <typename... Arguments>
-    requires(!(std::is_base_of_v<StereoCamera, std::remove_cvref_t<Arguments>> || ...))
-  explicit Handle(Arguments&&... arguments) : Base(std::forward<Arguments>(arguments)...) {}
+  requires(!(std::is_base_of_v<StereoCamera, std::remove_cvref_t<Arguments>> ||
+             ...)) explicit Handle(Arguments&&... arguments)
+      : Base(std::forward<Arguments>(arguments)...) {}
 
   py::handle self() const override { return selfOf(static_cast<const Base*>(this), typeid(Base)); }
 };

@@ -8,8 +8,8 @@ namespace stereo::python {
 namespace {
 
 // Where this thread is between Python and the cameras' code.
-thread_local int callsFromPython = 0;                  // `Released` alive since Python was last entered
-thread_local bool onWorker = false;                    // Python was entered from a thread that it didn't call from
+thread_local int callsFromPython = 0;                       // `Released` alive since Python was last entered
+thread_local bool onWorker = false;                         // Python was entered from a thread that it didn't call from
 thread_local const StereoCamera* cameraOfThread = nullptr;  // whose worker, if that is known
 
 }  // namespace

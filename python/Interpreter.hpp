@@ -57,8 +57,8 @@ bool isWorkerThread();
 bool isWorkerOf(const StereoCamera* camera);
 
 /// Reports an exception that has no caller to go to, by `sys.unraisablehook`; `where` is named in the report. To be
-/// called in a handler of whatever Python and the conversions throw, with the interpreter lock held; rethrows what is no
-/// exception of theirs.
+/// called in a handler of whatever Python and the conversions throw, with the interpreter lock held; rethrows what is
+/// no exception of theirs.
 void reportUnraisable(py::handle where);
 
 }  // namespace stereo::python

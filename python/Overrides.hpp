@@ -17,184 +17,207 @@ namespace stereo::python {
 /// them. The interpreter lock is taken for that and not held during the C++ form.
 ///
 /// An exception of an override, or a result that is not of its form, goes to the Python code that called the camera on
-/// this thread. On a worker it is reported (`sys.unraisablehook`); operations that tell success by a bool tell none, the
-/// others do as if they weren't overridden.
+/// this thread. On a worker it is reported (`sys.unraisablehook`); operations that tell success by a bool tell none,
+/// the others do as if they weren't overridden.
 template <typename Base>
 class Overrides final : public Handle<Base> {
 public:
   using Handle<Base>::Handle;
 
   bool isOpened() override {
-    return ask("isOpened", [&] { return Base::isOpened(); }, [](auto call) { return truthOf(call()); });
+    return ask(
+        "isOpened", [&] { return Base::isOpened(); }, [](auto call) { return truthOf(call()); });
   }
   bool setLogLevel(int level) override {
-    return ask("setLogLevel", [&] { return Base::setLogLevel(level); }, [&](auto call) { return truthOf(call(level)); });
+    return ask(
+        "setLogLevel", [&] { return Base::setLogLevel(level); }, [&](auto call) { return truthOf(call(level)); });
   }
   bool setPosNumber(int posNumber) override {
-    return ask("setPosNumber", [&] { return Base::setPosNumber(posNumber); },
-               [&](auto call) { return truthOf(call(posNumber)); });
+    return ask(
+        "setPosNumber", [&] { return Base::setPosNumber(posNumber); },
+        [&](auto call) { return truthOf(call(posNumber)); });
   }
   bool setSerialNumber(int serialNumber) override {
-    return ask("setSerialNumber", [&] { return Base::setSerialNumber(serialNumber); },
-               [&](auto call) { return truthOf(call(serialNumber)); });
+    return ask(
+        "setSerialNumber", [&] { return Base::setSerialNumber(serialNumber); },
+        [&](auto call) { return truthOf(call(serialNumber)); });
   }
   bool setRawFrameRate(int framesPerSecond) override {
-    return ask("setRawFrameRate", [&] { return Base::setRawFrameRate(framesPerSecond); },
-               [&](auto call) { return truthOf(call(framesPerSecond)); });
+    return ask(
+        "setRawFrameRate", [&] { return Base::setRawFrameRate(framesPerSecond); },
+        [&](auto call) { return truthOf(call(framesPerSecond)); });
   }
   bool setRawFrameSize(cv::Size size) override {
-    return ask("setRawFrameSize", [&] { return Base::setRawFrameSize(size); },
-               [&](auto call) { return truthOf(call(fromSize(size))); });
+    return ask(
+        "setRawFrameSize", [&] { return Base::setRawFrameSize(size); },
+        [&](auto call) { return truthOf(call(fromSize(size))); });
   }
   bool setRectFrameSize(cv::Size size) override {
-    return ask("setRectFrameSize", [&] { return Base::setRectFrameSize(size); },
-               [&](auto call) { return truthOf(call(fromSize(size))); });
+    return ask(
+        "setRectFrameSize", [&] { return Base::setRectFrameSize(size); },
+        [&](auto call) { return truthOf(call(fromSize(size))); });
   }
   bool setCalibParams(std::vector<cv::Mat> params, bool isRight) override {
-    return ask("setCalibParams", [&] { return Base::setCalibParams(params, isRight); },
-               [&](auto call) { return truthOf(call(listOf(params), isRight)); });
+    return ask(
+        "setCalibParams", [&] { return Base::setCalibParams(params, isRight); },
+        [&](auto call) { return truthOf(call(listOf(params), isRight)); });
   }
   int getLogLevel() const override {
-    return ask("getLogLevel", [&] { return Base::getLogLevel(); }, [](auto call) { return number<int>(call()); });
+    return ask(
+        "getLogLevel", [&] { return Base::getLogLevel(); }, [](auto call) { return number<int>(call()); });
   }
   int getDeviceNode() const override {
-    return ask("getDeviceNode", [&] { return Base::getDeviceNode(); }, [](auto call) { return number<int>(call()); });
+    return ask(
+        "getDeviceNode", [&] { return Base::getDeviceNode(); }, [](auto call) { return number<int>(call()); });
   }
   int getPosNumber() const override {
-    return ask("getPosNumber", [&] { return Base::getPosNumber(); }, [](auto call) { return number<int>(call()); });
+    return ask(
+        "getPosNumber", [&] { return Base::getPosNumber(); }, [](auto call) { return number<int>(call()); });
   }
   int getSerialNumber() const override {
-    return ask("getSerialNumber", [&] { return Base::getSerialNumber(); },
-               [](auto call) { return number<int>(call()); });
+    return ask(
+        "getSerialNumber", [&] { return Base::getSerialNumber(); }, [](auto call) { return number<int>(call()); });
   }
   float getRawFrameRate() const override {
-    return ask("getRawFrameRate", [&] { return Base::getRawFrameRate(); },
-               [](auto call) { return number<float>(call()); });
+    return ask(
+        "getRawFrameRate", [&] { return Base::getRawFrameRate(); }, [](auto call) { return number<float>(call()); });
   }
   cv::Size getRawFrameSize() const override {
-    return ask("getRawFrameSize", [&] { return Base::getRawFrameSize(); },
-               [](auto call) { return toSize(call(), "getRawFrameSize"); });
+    return ask(
+        "getRawFrameSize", [&] { return Base::getRawFrameSize(); },
+        [](auto call) { return toSize(call(), "getRawFrameSize"); });
   }
 
   bool getRawFrame(cv::Mat& frame, Stamp& timestamp) override {
-    return ask("getRawFrame", [&] { return Base::getRawFrame(frame, timestamp); },
-               [&](auto call) {
-                 return unlessNone(call(), "getRawFrame", 2, [&](const py::sequence& values) {
-                   const Wrapped image = wrapImage(values[0], "the frame of getRawFrame");
-                   timestamp = toStamp(values[1], "getRawFrame");
-                   frame = image.image.clone();
-                 });
-               });
+    return ask(
+        "getRawFrame", [&] { return Base::getRawFrame(frame, timestamp); },
+        [&](auto call) {
+          return unlessNone(call(), "getRawFrame", 2, [&](const py::sequence& values) {
+            const Wrapped image = wrapImage(values[0], "the frame of getRawFrame");
+            timestamp = toStamp(values[1], "getRawFrame");
+            frame = image.image.clone();
+          });
+        });
   }
   bool getStereoFrame(cv::Mat& left, cv::Mat& right, Stamp& timestamp) override {
-    return ask("getStereoFrame", [&] { return Base::getStereoFrame(left, right, timestamp); },
-               [&](auto call) {
-                 return unlessNone(call(), "getStereoFrame", 3, [&](const py::sequence& values) {
-                   const Wrapped images[] = {wrapImage(values[0], "the left image of getStereoFrame"),
-                                             wrapImage(values[1], "the right image of getStereoFrame")};
-                   timestamp = toStamp(values[2], "getStereoFrame");
-                   left = images[0].image.clone();
-                   right = images[1].image.clone();
-                 });
-               });
+    return ask(
+        "getStereoFrame", [&] { return Base::getStereoFrame(left, right, timestamp); },
+        [&](auto call) {
+          return unlessNone(call(), "getStereoFrame", 3, [&](const py::sequence& values) {
+            const Wrapped images[] = {wrapImage(values[0], "the left image of getStereoFrame"),
+                                      wrapImage(values[1], "the right image of getStereoFrame")};
+            timestamp = toStamp(values[2], "getStereoFrame");
+            left = images[0].image.clone();
+            right = images[1].image.clone();
+          });
+        });
   }
   bool getRectStereoFrame(cv::Mat& left, cv::Mat& right) override {
-    return ask("getRectStereoFrame", [&] { return Base::getRectStereoFrame(left, right); },
-               [&](auto call) {
-                 return unlessNone(call(), "getRectStereoFrame", 2, [&](const py::sequence& values) {
-                   takePair(values, left, right);
-                 });
-               });
+    return ask(
+        "getRectStereoFrame", [&] { return Base::getRectStereoFrame(left, right); },
+        [&](auto call) {
+          return unlessNone(call(), "getRectStereoFrame", 2,
+                            [&](const py::sequence& values) { takePair(values, left, right); });
+        });
   }
   bool getRectStereoFrame(cv::Mat& left, cv::Mat& right, cv::Mat& view, Stamp& timestamp) override {
-    return ask("getRectStereoFrame", [&] { return Base::getRectStereoFrame(left, right, view, timestamp); },
-               [&](auto call) {
-                 return unlessNone(call(py::arg("view") = true), "getRectStereoFrame", 4,
-                                   [&](const py::sequence& values) {
-                                     const Wrapped third = wrapImage(values[2], "the view of getRectStereoFrame");
-                                     const Stamp stamp = toStamp(values[3], "getRectStereoFrame");
-                                     takePair(values, left, right);
-                                     view = third.image.clone();
-                                     timestamp = stamp;
-                                   });
-               });
+    return ask(
+        "getRectStereoFrame", [&] { return Base::getRectStereoFrame(left, right, view, timestamp); },
+        [&](auto call) {
+          return unlessNone(call(py::arg("view") = true), "getRectStereoFrame", 4, [&](const py::sequence& values) {
+            const Wrapped third = wrapImage(values[2], "the view of getRectStereoFrame");
+            const Stamp stamp = toStamp(values[3], "getRectStereoFrame");
+            takePair(values, left, right);
+            view = third.image.clone();
+            timestamp = stamp;
+          });
+        });
   }
   // The three-image form calls the one above, in Python as in C++.
   bool getRectStereoFrame(cv::Mat& left, cv::Mat& right, cv::Mat& view) override {
     return Base::getRectStereoFrame(left, right, view);
   }
   bool getDepthFrame(cv::Mat& depth, bool color, Stamp& timestamp) override {
-    return ask("getDepthFrame", [&] { return Base::getDepthFrame(depth, color, timestamp); },
-               [&](auto call) {
-                 return unlessNone(call(py::arg("color") = color), "getDepthFrame", 2,
-                                   [&](const py::sequence& values) {
-                                     const Wrapped image = wrapImage(values[0], "the picture of getDepthFrame");
-                                     timestamp = toStamp(values[1], "getDepthFrame");
-                                     depth = image.image.clone();
-                                   });
-               });
+    return ask(
+        "getDepthFrame", [&] { return Base::getDepthFrame(depth, color, timestamp); },
+        [&](auto call) {
+          return unlessNone(call(py::arg("color") = color), "getDepthFrame", 2, [&](const py::sequence& values) {
+            const Wrapped image = wrapImage(values[0], "the picture of getDepthFrame");
+            timestamp = toStamp(values[1], "getDepthFrame");
+            depth = image.image.clone();
+          });
+        });
   }
   void getDepthFrame(cv::Mat& disparity, cv::Mat& depth) override {
-    ask("getDepthFrame", [&] { Base::getDepthFrame(disparity, depth); },
+    ask(
+        "getDepthFrame", [&] { Base::getDepthFrame(disparity, depth); },
         [&](auto call) { depth = wrapDisparity(call(copyToArray(disparity)), "the depth").image.clone(); });
   }
   bool getPointCloud(std::vector<cv::Vec3f>& points, Stamp& timestamp) override {
-    return ask("getPointCloud", [&] { return Base::getPointCloud(points, timestamp); },
-               [&](auto call) {
-                 return unlessNone(call(), "getPointCloud", 2, [&](const py::sequence& values) {
-                   append(points, toPoints(values[0], "getPointCloud"));
-                   timestamp = toStamp(values[1], "getPointCloud");
-                 });
-               });
+    return ask(
+        "getPointCloud", [&] { return Base::getPointCloud(points, timestamp); },
+        [&](auto call) {
+          return unlessNone(call(), "getPointCloud", 2, [&](const py::sequence& values) {
+            append(points, toPoints(values[0], "getPointCloud"));
+            timestamp = toStamp(values[1], "getPointCloud");
+          });
+        });
   }
   bool getPointCloud(std::vector<PCL>& points, Stamp& timestamp) override {
-    return ask("getPointCloud", [&] { return Base::getPointCloud(points, timestamp); },
-               [&](auto call) {
-                 return unlessNone(call(py::arg("colored") = true), "getPointCloud", 3,
-                                   [&](const py::sequence& values) {
-                                     append(points, toPoints(values[0], values[1], "getPointCloud"));
-                                     timestamp = toStamp(values[2], "getPointCloud");
-                                   });
-               });
+    return ask(
+        "getPointCloud", [&] { return Base::getPointCloud(points, timestamp); },
+        [&](auto call) {
+          return unlessNone(call(py::arg("colored") = true), "getPointCloud", 3, [&](const py::sequence& values) {
+            append(points, toPoints(values[0], values[1], "getPointCloud"));
+            timestamp = toStamp(values[2], "getPointCloud");
+          });
+        });
   }
   bool getCalibParams(std::vector<cv::Mat>& params, bool isRight) override {
-    return ask("getCalibParams", [&] { return Base::getCalibParams(params, isRight); },
-               [&](auto call) {
-                 for (const py::handle& matrix : requireElements(call(isRight), "getCalibParams", 6)) {
-                   params.push_back(wrapMatrix(matrix, "a matrix of getCalibParams", 0, 0).image.clone());
-                 }
-                 return true;
-               });
+    return ask(
+        "getCalibParams", [&] { return Base::getCalibParams(params, isRight); },
+        [&](auto call) {
+          for (const py::handle& matrix : requireElements(call(isRight), "getCalibParams", 6)) {
+            params.push_back(wrapMatrix(matrix, "a matrix of getCalibParams", 0, 0).image.clone());
+          }
+          return true;
+        });
   }
 
   bool loadConfig(std::string path) override {
-    return ask("loadConfig", [&] { return Base::loadConfig(path); }, [&](auto call) { return truthOf(call(path)); });
+    return ask(
+        "loadConfig", [&] { return Base::loadConfig(path); }, [&](auto call) { return truthOf(call(path)); });
   }
   bool loadCalibParams(std::string fileName) override {
-    return ask("loadCalibParams", [&] { return Base::loadCalibParams(fileName); },
-               [&](auto call) { return truthOf(call(fileName)); });
+    return ask(
+        "loadCalibParams", [&] { return Base::loadCalibParams(fileName); },
+        [&](auto call) { return truthOf(call(fileName)); });
   }
   bool saveConfig(std::string path) override {
-    return ask("saveConfig", [&] { return Base::saveConfig(path); }, [&](auto call) { return truthOf(call(path)); });
+    return ask(
+        "saveConfig", [&] { return Base::saveConfig(path); }, [&](auto call) { return truthOf(call(path)); });
   }
   bool saveCalibParams(std::string fileName) override {
-    return ask("saveCalibParams", [&] { return Base::saveCalibParams(fileName); },
-               [&](auto call) { return truthOf(call(fileName)); });
+    return ask(
+        "saveCalibParams", [&] { return Base::saveCalibParams(fileName); },
+        [&](auto call) { return truthOf(call(fileName)); });
   }
   bool startCapture(bool useTransmit, bool useShareMemory) override {
-    return ask("startCapture", [&] { return Base::startCapture(useTransmit, useShareMemory); },
-               [&](auto call) { return truthOf(call(useTransmit, useShareMemory)); });
+    return ask(
+        "startCapture", [&] { return Base::startCapture(useTransmit, useShareMemory); },
+        [&](auto call) { return truthOf(call(useTransmit, useShareMemory)); });
   }
   bool startStereoCompute() override {
-    return ask("startStereoCompute", [&] { return Base::startStereoCompute(); },
-               [](auto call) { return truthOf(call()); });
+    return ask(
+        "startStereoCompute", [&] { return Base::startStereoCompute(); }, [](auto call) { return truthOf(call()); });
   }
   bool stopStereoCompute() override {
-    return ask("stopStereoCompute", [&] { return Base::stopStereoCompute(); },
-               [](auto call) { return truthOf(call()); });
+    return ask(
+        "stopStereoCompute", [&] { return Base::stopStereoCompute(); }, [](auto call) { return truthOf(call()); });
   }
   bool stopCapture() override {
-    return ask("stopCapture", [&] { return Base::stopCapture(); }, [](auto call) { return truthOf(call()); });
+    return ask(
+        "stopCapture", [&] { return Base::stopCapture(); }, [](auto call) { return truthOf(call()); });
   }
 
 private:

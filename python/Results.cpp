@@ -28,8 +28,8 @@ Types& types() {
 }
 
 py::object makeType(py::module_& module, const char* name, const char* fields, const char* doc) {
-  py::object type = py::module_::import("collections")
-                        .attr("namedtuple")(name, fields, py::arg("module") = module.attr("__name__"));
+  py::object type =
+      py::module_::import("collections").attr("namedtuple")(name, fields, py::arg("module") = module.attr("__name__"));
   type.attr("__doc__") = doc;
   module.attr(name) = type;
   return type;
@@ -62,20 +62,21 @@ void bindResults(py::module_& module) {
   types().rectStereoFrame =
       makeType(module, "RectStereoFrame", "left right",
                "Left and right eye in the perspective view (rows, columns, 3; uint8, BGR), of the rectified size.");
-  types().rectViewFrame =
-      makeType(module, "RectViewFrame", "left right view timestamp",
-               "The pair that depth is computed from and the left eye in the perspective view (rows, columns, 3; uint8, "
-               "BGR), and the time of capture in microseconds since the epoch.");
+  types().rectViewFrame = makeType(
+      module, "RectViewFrame", "left right view timestamp",
+      "The pair that depth is computed from and the left eye in the perspective view (rows, columns, 3; uint8, "
+      "BGR), and the time of capture in microseconds since the epoch.");
   types().depthFrame = makeType(module, "DepthFrame", "depth timestamp",
                                 "Depth as a picture (rows, columns, 3; uint8, BGR), near blue, far red, turned by 180 "
                                 "degrees, and the time of the newest raw frame in microseconds since the epoch.");
-  types().pointCloud = makeType(module, "PointCloud", "points timestamp",
-                                "Points (N, 3; float32): X, Y, Z in metres in the left rectified camera's frame, and the "
-                                "time of the newest raw frame in microseconds since the epoch.");
-  types().coloredPointCloud =
-      makeType(module, "ColoredPointCloud", "points colors timestamp",
-               "Points (N, 3; float32, metres), their colours (N, 3; uint8: blue, green, red) and the time of the newest "
-               "raw frame in microseconds since the epoch.");
+  types().pointCloud =
+      makeType(module, "PointCloud", "points timestamp",
+               "Points (N, 3; float32): X, Y, Z in metres in the left rectified camera's frame, and the "
+               "time of the newest raw frame in microseconds since the epoch.");
+  types().coloredPointCloud = makeType(
+      module, "ColoredPointCloud", "points colors timestamp",
+      "Points (N, 3; float32, metres), their colours (N, 3; uint8: blue, green, red) and the time of the newest "
+      "raw frame in microseconds since the epoch.");
   types().timeFrame = makeType(module, "TimeFrame", "first second timestamp",
                                "Two images that belong together and their time in microseconds since the epoch.");
   types().truth = makeType(

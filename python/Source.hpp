@@ -28,8 +28,8 @@ private:
   std::atomic<bool> m_open{true};
 };
 
-/// A camera's device that asks a Python object for its frames. Belongs to the camera, and holds a reference to the object
-/// as long as it lives. All operations may be called from any thread, without the interpreter lock.
+/// A camera's device that asks a Python object for its frames. Belongs to the camera, and holds a reference to the
+/// object as long as it lives. All operations may be called from any thread, without the interpreter lock.
 class SourceAdapter final : public cv::VideoCapture {
 public:
   /// Interpreter lock held. Raises TypeError for anything that is not derived from `VideoCapture`.
@@ -62,8 +62,8 @@ private:
   bool m_isReleased = false;
 };
 
-/// Makes the object the camera's device, which is opened then. Raises RuntimeError while a capture worker may read the old
-/// one.
+/// Makes the object the camera's device, which is opened then. Raises RuntimeError while a capture worker may read the
+/// old one.
 void installSource(StereoCamera& camera, const py::object& source);
 /// The Python object that is the camera's device; None if that is another one.
 py::object sourceOf(StereoCamera& camera);

@@ -154,7 +154,8 @@ def test_a_running_camera_may_be_dropped(derived):
             return super().getStereoFrame()
 
     for _ in range(3):
-        camera = (Derived if derived else sc.SimulatedCamera)(frameSize=RAW, rate=0, moving=False, rectFrameSize=(64, 48))
+        kind = Derived if derived else sc.SimulatedCamera
+        camera = kind(frameSize=RAW, rate=0, moving=False, rectFrameSize=(64, 48))
         camera.startCapture()
         camera.startStereoCompute()
         camera.getPointCloud()
