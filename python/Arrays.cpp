@@ -114,7 +114,7 @@ py::array toArray(cv::Mat image) {
 py::array copyToArray(const cv::Mat& image) { return toArray(image.clone()); }
 
 py::array matrixToArray(const cv::Mat& matrix) {
-  return matrix.empty() ? py::array_t<double>({0, 0}) : copyToArray(matrix);
+  return matrix.empty() ? py::array(py::dtype::of<double>(), std::vector<py::ssize_t>{0, 0}) : copyToArray(matrix);
 }
 
 py::array toArray(std::vector<cv::Vec3f> points) {
