@@ -23,7 +23,7 @@ PATIENCE = 60  # seconds without an answer after which the camera is stopped: a 
 
 
 def open_camera(options):
-    size = (464, 400)
+    size = (400, 400)  # square: see `upright`
     if options.replay:
         camera = sc.ReplayCamera(options.replay, rectFrameSize=size)
         if not camera.loadCalibParams(options.calibration):
@@ -52,6 +52,11 @@ def read(camera):
     return frame.left, depth.depth, cloud.points, cloud.colors
 
 
+def upright(points):
+    """In depth mode 2 clouds of square views have x and y changed (docs/accuracy.md)."""
+    return points[np.isfinite(points).all(axis=1)][:, [1, 0, 2]]
+
+
 def draw(left, depth, points, colors, path):
     figure, (eye, picture, top) = plt.subplots(1, 3, figsize=(15, 4.6), constrained_layout=True)
     eye.imshow(left[:, :, ::-1])
@@ -61,7 +66,8 @@ def draw(left, depth, points, colors, path):
     for axes in (eye, picture):
         axes.axis("off")
     kept = np.isfinite(points).all(axis=1)
-    top.scatter(points[kept, 0], points[kept, 2], c=colors[kept, ::-1] / 255, s=1)
+    cloud = upright(points)
+    top.scatter(cloud[:, 0], cloud[:, 2], c=colors[kept, ::-1] / 255, s=1)
     top.plot(0, 0, "k^")
     top.set(title="cloud from above", xlabel="x to the right, m", ylabel="z forward, m", aspect="equal")
     figure.savefig(path, dpi=80)

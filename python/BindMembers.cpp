@@ -197,11 +197,11 @@ void bindLog(py::module_& module) {
   py::class_<Log>(module, "SystemLog", "The log of a camera: progress on standard output, errors on standard error.")
       .def(
           "runTimeInfo", [](Log& self, const std::string& text) { self.log.runTimeInfo("%s", text.c_str()); },
-          py::arg("text"), py::call_guard<py::gil_scoped_release>(),
+          py::arg("text"), py::call_guard<Released>(),
           "runTimeInfo(self, text)\n--\n\nWrites a progress record; a line end is the caller's to give.")
       .def(
           "runTimeError", [](Log& self, const std::string& text) { self.log.runTimeError("%s", text.c_str()); },
-          py::arg("text"), py::call_guard<py::gil_scoped_release>(),
+          py::arg("text"), py::call_guard<Released>(),
           "runTimeError(self, text)\n--\n\nWrites an error record; a line end is the caller's to give.");
 }
 
@@ -213,16 +213,17 @@ void bindMembers(py::module_& module, CameraClass& camera) {
   defMatrices(camera);
   defRawFrame(camera);
   defDisparityFrame(camera);
-  camera.def_property_readonly(
-      "m_log",
-      [](StereoCamera& self) -> py::object {
-        SystemLog* const log = self.*(&Members::m_log);
-        if (log == nullptr) {
-          return py::none();
-        }
-        return py::cast(Log{*log});
-      },
-      py::keep_alive<0, 1>(), "The log; None where it could not be made or the settings failed to load.");
+  camera.def_property_readonly("m_log",
+                               py::cpp_function(
+                                   [](StereoCamera& self) -> py::object {
+                                     SystemLog* const log = self.*(&Members::m_log);
+                                     if (log == nullptr) {
+                                       return py::none();
+                                     }
+                                     return py::cast(Log{*log});
+                                   },
+                                   py::keep_alive<0, 1>()),
+                               "The log; None where it could not be made or the settings failed to load.");
   camera.def_property_readonly(
       "m_logName", [](const StereoCamera& self) { return self.*(&Members::m_logName); },
       "What the log's records begin with.");

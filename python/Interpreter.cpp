@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Interpreter.hpp"
 
+#include <cxxabi.h>
+#include <unistd.h>
+
 #include <utility>
 
 namespace stereo::python {
@@ -14,9 +17,20 @@ thread_local const StereoCamera* cameraOfThread = nullptr;  // whose worker, if 
 
 }  // namespace
 
-Released::Released() { ++callsFromPython; }
+Released::Released() : m_state(PyEval_SaveThread()) { ++callsFromPython; }
 
-Released::~Released() { --callsFromPython; }
+Released::~Released() {
+  try {
+    PyEval_RestoreThread(m_state);
+  } catch (const abi::__forced_unwind&) {
+    // A daemon thread that comes back when the interpreter is gone is ended right here, in the midst of our frames,
+    // whose objects can no longer be given up without the lock. It stays instead, until the process ends.
+    while (true) {
+      pause();
+    }
+  }
+  --callsFromPython;
+}
 
 bool Entered::isPossible() { return Py_IsInitialized() != 0 && _Py_IsFinalizing() == 0; }
 

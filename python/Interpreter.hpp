@@ -19,7 +19,7 @@ public:
   Released& operator=(const Released&) = delete;
 
 private:
-  py::gil_scoped_release m_release;
+  PyThreadState* m_state;
 };
 
 /// Into Python, from the camera's code: holds the interpreter lock while it lives. To be entered only if `isPossible`.
