@@ -1,0 +1,93 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <stdexcept>
+
+#include "Arrays.hpp"
+#include "Module.hpp"
+#include "StereoCamera.hpp"
+
+namespace stereo::python {
+
+namespace {
+
+py::tuple rectifyMap(const py::object& K, const py::object& D, const py::object& R, const py::object& P, double xi,
+                     double xi2, const py::object& size, int mode) {
+  const Wrapped matrices[] = {wrapMatrix(K, "K", 3, 3), wrapMatrix(D, "D", 1, 4), wrapMatrix(R, "R", 3, 3),
+                              wrapMatrix(P, "P", 3, 3)};
+  const cv::Size pixels = toSize(size, "size");
+  cv::Mat columns;
+  cv::Mat rows;
+  {
+    const Released released;
+    initRectifyMap(matrices[0].image, matrices[1].image, matrices[2].image, matrices[3].image, xi, xi2, pixels, mode,
+                   columns, rows);
+  }
+  return py::make_tuple(toArray(columns), toArray(rows));
+}
+
+int blackOutCircle(int radius, const py::object& first, const py::object& second) {
+  Wrapped images[] = {wrapWritableImage(first, "first"), wrapWritableImage(second, "second")};
+  const Released released;
+  return convertRawFisheyeImage(radius, images[0].image, images[1].image);
+}
+
+int blackOutEllipse(const py::object& first, const py::object& second, float dRadiusY, float dRadiusX, float dCenterX,
+                    float dCenterY) {
+  Wrapped images[] = {wrapWritableImage(first, "first"), wrapWritableImage(second, "second")};
+  const Released released;
+  return convertRawFisheyeImage(images[0].image, images[1].image, dRadiusY, dRadiusX, dCenterX, dCenterY);
+}
+
+}  // namespace
+
+void bindFunctions(py::module_& module) {
+  module.def("initRectifyMap", &rectifyMap, py::arg("K"), py::arg("D"), py::arg("R"), py::arg("P"), py::arg("xi"),
+             py::arg("xi2"), py::arg("size"), py::arg("mode"),
+             R"(initRectifyMap(K, D, R, P, xi, xi2, size, mode)
+--
+
+Maps (columns, rows), float32, that turn one fisheye eye into another view: for each pixel of the view of `size` (width,
+height), where in the eye's image it comes from. By the unified omnidirectional model: a ray (x, y, z), put on the unit
+sphere, is projected as xu = x / (z + xi), yu = y / (z + xi), distorted by D (k1, k2, p1, p2) and turned into pixels by
+K. K, R, P: (3, 3), D: (1, 4), float64. `mode`: 0 plane lifted with `xi2`, 1 longitude-latitude, 2 perspective; any
+other gives NaN. TypeError, ValueError or Error for what does not suit.)");
+  module.def(
+      "MatRowMul",
+      [](const py::object& m, double a, double b, double c, int row) {
+        return MatRowMul(wrapMatrix(m, "m", 1, 3).image, a, b, c, row);
+      },
+      py::arg("m"), py::arg("a"), py::arg("b"), py::arg("c"), py::arg("row"), R"(MatRowMul(m, a, b, c, row)
+--
+
+Product of row `row` of a float64 matrix with the column (a, b, c). Error if there is no such row.)");
+  module.def("convertRawFisheyeImage", &blackOutCircle, py::arg("radius"), py::arg("first"), py::arg("second"),
+             R"(convertRawFisheyeImage(*args, **kwargs)
+--
+
+Blacks out, in place, in two images (rows x columns x 3, uint8, writable and in one piece) what lies outside
+
+(radius, first, second): the circle of `radius` pixels round the middle of the first;
+
+(first, second, dRadiusY, dRadiusX, dCenterX, dCenterY): an ellipse with the half axes rows / 2 + dRadiusY and
+columns / 2 + dRadiusX round (columns / 2 + dCenterX, rows / 2 + dCenterY), pixels.
+
+0. Error if the second is smaller than the first.)");
+  module.def("convertRawFisheyeImage", &blackOutEllipse, py::arg("first"), py::arg("second"), py::arg("dRadiusY"),
+             py::arg("dRadiusX"), py::arg("dCenterX"), py::arg("dCenterY"));
+  module.def("getBlueSegVal", &getBlueSegVal, py::arg("lo"), py::arg("hi"), py::arg("v"),
+             "getBlueSegVal(lo, hi, v)\n--\n\nBlue, 0 to 255, of a value on the scale from `lo` to `hi`.");
+  module.def("getGreenSegVal", &getGreenSegVal, py::arg("lo"), py::arg("hi"), py::arg("v"),
+             "getGreenSegVal(lo, hi, v)\n--\n\nGreen, 0 to 255, of a value on the scale from `lo` to `hi`.");
+  module.def("getRedSegVal", &getRedSegVal, py::arg("lo"), py::arg("hi"), py::arg("v"),
+             "getRedSegVal(lo, hi, v)\n--\n\nRed, 0 to 255, of a value on the scale from `lo` to `hi`.");
+  module.def(
+      "getclolor",
+      [](float lo, float hi, float v) {
+        const cv::Vec3b color = getclolor(lo, hi, v);
+        return py::make_tuple(color[0], color[1], color[2]);
+      },
+      py::arg("lo"), py::arg("hi"), py::arg("v"),
+      "getclolor(lo, hi, v)\n--\n\n(blue, green, red), 0 to 255, of a value on the scale from `lo` (blue) to `hi` "
+      "(red).");
+}
+
+}  // namespace stereo::python

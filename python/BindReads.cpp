@@ -1,0 +1,134 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <utility>
+#include <vector>
+
+#include "Arrays.hpp"
+#include "Module.hpp"
+#include "Results.hpp"
+
+namespace stereo::python {
+
+namespace {
+
+py::object getRawFrame(StereoCamera& camera) {
+  cv::Mat frame;
+  Stamp timestamp{0};
+  {
+    const Released released;
+    if (!camera.StereoCamera::getRawFrame(frame, timestamp)) {
+      return py::none();
+    }
+  }
+  return rawFrame(std::move(frame), timestamp);
+}
+
+py::object getStereoFrame(StereoCamera& camera) {
+  cv::Mat left;
+  cv::Mat right;
+  Stamp timestamp{0};
+  {
+    const Released released;
+    if (!camera.StereoCamera::getStereoFrame(left, right, timestamp)) {
+      return py::none();
+    }
+  }
+  return stereoFrame(std::move(left), std::move(right), timestamp);
+}
+
+py::object getRectStereoFrame(StereoCamera& camera, bool withView) {
+  cv::Mat left;
+  cv::Mat right;
+  cv::Mat view;
+  Stamp timestamp{0};
+  {
+    const Released released;
+    const bool isRead = withView ? camera.StereoCamera::getRectStereoFrame(left, right, view, timestamp)
+                                 : camera.StereoCamera::getRectStereoFrame(left, right);
+    if (!isRead) {
+      return py::none();
+    }
+  }
+  return withView ? rectViewFrame(std::move(left), std::move(right), std::move(view), timestamp)
+                  : rectStereoFrame(std::move(left), std::move(right));
+}
+
+py::object getDepthFrame(StereoCamera& camera, const py::object& disparity, bool color) {
+  cv::Mat depth;
+  if (!disparity.is_none()) {
+    Wrapped wrapped = wrapDisparity(disparity, "the disparity");
+    {
+      const Released released;
+      camera.StereoCamera::getDepthFrame(wrapped.image, depth);
+    }
+    return toArray(std::move(depth));
+  }
+  Stamp timestamp{0};
+  {
+    const Released released;
+    if (!camera.StereoCamera::getDepthFrame(depth, color, timestamp)) {
+      return py::none();
+    }
+  }
+  return depthFrame(std::move(depth), timestamp);
+}
+
+template <typename Point>
+bool readCloud(StereoCamera& camera, std::vector<Point>& points, Stamp& timestamp) {
+  const Released released;
+  return camera.StereoCamera::getPointCloud(points, timestamp);
+}
+
+py::object getPointCloud(StereoCamera& camera, bool colored) {
+  Stamp timestamp{0};
+  if (colored) {
+    std::vector<PCL> points;
+    return readCloud(camera, points, timestamp) ? coloredPointCloud(std::move(points), timestamp) : py::none();
+  }
+  std::vector<cv::Vec3f> points;
+  return readCloud(camera, points, timestamp) ? pointCloud(std::move(points), timestamp) : py::none();
+}
+
+}  // namespace
+
+void bindReads(CameraClass& camera) {
+  camera
+      .def("getRawFrame", &getRawFrame, R"(getRawFrame(self)
+--
+
+Next frame, both eyes joined side by side: RawFrame(frame, timestamp), rows x columns x 3, uint8, black outside the
+image circles. Waits for it. None if there is none (any more).)")
+      .def("getStereoFrame", &getStereoFrame, R"(getStereoFrame(self)
+--
+
+Next frame's eyes: StereoFrame(left, right, timestamp), each rows x columns x 3, uint8. Waits for it. None if there is
+none (any more). The disparity worker and the rectified reads call it: an override is their source.)")
+      .def("getRectStereoFrame", &getRectStereoFrame, py::arg("view") = false, R"(getRectStereoFrame(self, view=False)
+--
+
+Next frame's eyes, rectified, each rows x columns x 3, uint8, of the rectified size. Waits for it. None if there is
+none (any more). Raises Error while there are no maps.
+
+Without `view`, both in the perspective view: RectStereoFrame(left, right). With it, the pair that depth is computed
+from (m_depthmode 1: longitude-latitude, 2: perspective) and the left eye in the perspective view:
+RectViewFrame(left, right, view, timestamp). The disparity worker calls it with view=True.)")
+      .def("getDepthFrame", &getDepthFrame, py::arg("disparity") = py::none(), py::arg("color") = true,
+           R"(getDepthFrame(self, disparity=None, color=True)
+--
+
+Without a disparity, the next raw frame's depth as a picture: DepthFrame(depth, timestamp), rows x columns x 3, uint8,
+turned by 180 degrees, near blue and far red, black where there is no depth within limits; `color` is ignored. Waits
+for the frame. None at once without a disparity worker, and while there is no disparity yet.
+
+With a disparity (rows x columns, float32, pixels of the rectified eye), its depth: rows x columns, float32, metres; -1
+where the disparity is not above the near limit's number, 0 where the depth is out of limits. With m_depthmode 2 that
+is f * b / d, with focal length f in pixels and baseline b in metres; with 1, on longitude-latitude pictures,
+b * sin(pi * ((column - d) / W + o)) / sin(pi * d / W), o = (180 - m_lonLatFov) / 360. Does not wait.)")
+      .def("getPointCloud", &getPointCloud, py::arg("colored") = false, R"(getPointCloud(self, colored=False)
+--
+
+Points of the next disparity: PointCloud(points, timestamp), N x 3, float32, metres in the left rectified camera's
+frame (x right, y down, z forward). With `colored`, ColoredPointCloud(points, colors, timestamp), the colours N x 3,
+uint8: blue, green, red. Waits for the disparity. None if there are no points (any more).)");
+}
+
+}  // namespace stereo::python

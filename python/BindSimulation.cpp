@@ -1,0 +1,220 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include <pybind11/stl/filesystem.h>
+
+#include "Arrays.hpp"
+#include "Module.hpp"
+#include "Overrides.hpp"
+#include "ReplayCamera.hpp"
+#include "Results.hpp"
+#include "SimulatedCamera.hpp"
+#include "Source.hpp"
+#include "VirtualCamera.hpp"
+
+namespace stereo::python {
+
+namespace {
+
+using sim::ReplayCamera;
+using sim::SimulatedCamera;
+using sim::VirtualCamera;
+
+// A virtual camera on a source in Python, of which its worker is told.
+template <template <typename> typename Kind>
+Kind<VirtualCamera>* onSource(const py::object& source, double rate) {
+  auto adapter = std::make_unique<SourceAdapter>(source);
+  SourceAdapter& attached = *adapter;
+  const Released released;
+  auto* const camera = new Kind<VirtualCamera>(std::unique_ptr<cv::VideoCapture>(std::move(adapter)), rate);
+  attached.attach(camera);
+  return camera;
+}
+
+// Keyword arguments to options.
+struct Keywords {
+  static SimulatedCamera::Options simulated(const py::object& frameSize, double rate, std::uint32_t seed, bool moving,
+                                            double period, int framesPerPeriod, bool ring,
+                                            const py::object& rectFrameSize, const std::string& faults) {
+    SimulatedCamera::Options options;
+    options.frameSize = toSize(frameSize, "frameSize");
+    options.rate = rate;
+    options.seed = seed;
+    options.moving = moving;
+    options.period = period;
+    options.framesPerPeriod = framesPerPeriod;
+    options.ring = ring;
+    options.rectFrameSize = toSize(rectFrameSize, "rectFrameSize");
+    options.faults = sim::parseFaults(faults);
+    return options;
+  }
+
+  static ReplayCamera::Options replay(const std::filesystem::path& path, double rate, bool loop, int fisheyeRadius,
+                                      const py::object& rectFrameSize) {
+    ReplayCamera::Options options;
+    options.path = path.string();
+    options.rate = rate;
+    options.loop = loop;
+    options.fisheyeRadius = fisheyeRadius;
+    options.rectFrameSize = toSize(rectFrameSize, "rectFrameSize");
+    return options;
+  }
+};
+
+// The two forms of a camera that takes options: as it is, and with overrides. `toOptions` makes them of the arguments.
+template <typename Camera, typename... Arguments, typename Options>
+auto madeFrom(Options (*toOptions)(Arguments...)) {
+  return py::init(
+      [toOptions](Arguments... arguments) -> Camera* {
+        const Options options = toOptions(arguments...);
+        const Released released;
+        return new Handle<Camera>(options);
+      },
+      [toOptions](Arguments... arguments) {
+        const Options options = toOptions(arguments...);
+        const Released released;
+        return new Overrides<Camera>(options);
+      });
+}
+
+py::object truthOf(const SimulatedCamera& camera, const std::string& view, double time) {
+  if (view != "perspective" && view != "lonLat") {
+    throw py::value_error("the view must be 'perspective' or 'lonLat', not '" + view + "'");
+  }
+  sim::Truth made;
+  {
+    const Released released;
+    made = camera.truth(view == "lonLat" ? camera.lonLatView() : camera.perspectiveView(), time);
+  }
+  return truth({made.depth, made.distance, made.disparity, made.surface, made.occluded, made.seen});
+}
+
+}  // namespace
+
+void bindVirtualCamera(py::module_& module) {
+  py::class_<VirtualCamera, StereoCamera, Overrides<VirtualCamera>, Owner<VirtualCamera>>(
+      module, "VirtualCamera",
+      "A camera whose frames come from a `VideoCapture` in Python, with setters for what a settings file would tell.")
+      .def(py::init(
+               [](const py::object& source, double rate) -> VirtualCamera* { return onSource<Handle>(source, rate); },
+               [](const py::object& source, double rate) { return onSource<Overrides>(source, rate); }),
+           py::arg("source"), py::arg("rate") = 0.0, R"(__init__(self, source, rate=0.0)
+--
+
+Opened, on that source, which is kept; at `rate` frames per second, 0: whatever comes. TypeError if it is not derived
+from `VideoCapture`.)")
+      .def("setDepthMode", &VirtualCamera::setDepthMode, py::arg("mode"), R"(setDepthMode(self, mode)
+--
+
+1: depth from the longitude-latitude pair, 2: from the perspective pair. Like all these setters, before
+`startCapture`.)")
+      .def("setAlgorithm", &VirtualCamera::setAlgorithm, py::arg("algorithm"),
+           "setAlgorithm(self, algorithm)\n--\n\n0: semi-global matching, 1: block matching, any other: none.")
+      .def("setHorizontalField", &VirtualCamera::setHorizontalField, py::arg("degrees"),
+           "setHorizontalField(self, degrees)\n--\n\nHorizontal field of the perspective view, above 0, below 180 "
+           "degrees.")
+      .def("setLonLatField", &VirtualCamera::setLonLatField, py::arg("degrees"),
+           "setLonLatField(self, degrees)\n--\n\nRange of the longitude-latitude view, degrees.")
+      .def("setDepthLimits", &VirtualCamera::setDepthLimits, py::arg("nearest"), py::arg("farthest"),
+           "setDepthLimits(self, nearest, farthest)\n--\n\nLimits of depth, metres.")
+      .def("setCloudRadius", &VirtualCamera::setCloudRadius, py::arg("pixels"),
+           "setCloudRadius(self, pixels)\n--\n\nLargest distance from the principal point in the clouds, rectified "
+           "pixels.")
+      .def("setStream", &VirtualCamera::setStream, py::arg("mode"), py::arg("rate"), py::arg("lastOctet"),
+           R"(setStream(self, mode, rate, lastOctet)
+--
+
+What the network stream shows (-1 nothing, 0 to 4), frames per second told to the encoder, receiver's last octet. It is
+opened only if `startCapture` is asked for it.)")
+      .def(
+          "latestDisparity",
+          [](VirtualCamera& self) {
+            StereoCamera::TimeFrame frame;
+            {
+              const Released released;
+              frame = self.latestDisparity();
+            }
+            return timeFrame(std::move(frame));
+          },
+          R"(latestDisparity(self)
+--
+
+Copies of the view (rows x columns x 3, uint8) and the latest disparity (rows x columns, float32, pixels):
+TimeFrame(first, second, timestamp). None before the first. Does not wait.)")
+      .def("depthMode", &VirtualCamera::depthMode, "depthMode(self)\n--\n\nAs set.")
+      .def("algorithm", &VirtualCamera::algorithm, "algorithm(self)\n--\n\nAs set.")
+      .def("horizontalField", &VirtualCamera::horizontalField, "horizontalField(self)\n--\n\nDegrees.")
+      .def("lonLatField", &VirtualCamera::lonLatField, "lonLatField(self)\n--\n\nDegrees.")
+      .def("nearLimit", &VirtualCamera::nearLimit, "nearLimit(self)\n--\n\nNear limit of depth, metres.")
+      .def("farLimit", &VirtualCamera::farLimit, "farLimit(self)\n--\n\nFar limit of depth, metres.")
+      .def("cloudRadius", &VirtualCamera::cloudRadius, "cloudRadius(self)\n--\n\nRectified pixels.")
+      .def(
+          "rectFrameSize", [](const VirtualCamera& self) { return fromSize(self.rectFrameSize()); },
+          "rectFrameSize(self)\n--\n\n(width, height) of one rectified eye, pixels.")
+      .def("fisheyeRadius", &VirtualCamera::fisheyeRadius,
+           "fisheyeRadius(self)\n--\n\nRadius of each eye's image circle, raw pixels.");
+}
+
+void bindSimulation(py::module_& module) {
+  const SimulatedCamera::Options simulated;
+  py::class_<SimulatedCamera, VirtualCamera, Overrides<SimulatedCamera>, Owner<SimulatedCamera>>(
+      module, "SimulatedCamera",
+      "A calibrated camera in a room of known geometry: ready for `startCapture` once constructed.")
+      .def(madeFrom<SimulatedCamera>(&Keywords::simulated), py::kw_only(),
+           py::arg("frameSize") = fromSize(simulated.frameSize), py::arg("rate") = simulated.rate,
+           py::arg("seed") = simulated.seed, py::arg("moving") = simulated.moving, py::arg("period") = simulated.period,
+           py::arg("framesPerPeriod") = simulated.framesPerPeriod, py::arg("ring") = simulated.ring,
+           py::arg("rectFrameSize") = fromSize(simulated.rectFrameSize), py::arg("faults") = "",
+           R"(__init__(self, *, frameSize=(1856, 800), rate=30.0, seed=1, moving=True, period=2.0, )"
+           R"(framesPerPeriod=16, ring=True, rectFrameSize=(464, 400), faults='')
+--
+
+`frameSize`: (1856, 800) or (928, 400) pixels; `rate`: frames per second, 0 as fast as possible; `seed` draws rig and
+scene; `moving`: False for a scene that stands still; its motion repeats after `period` seconds, which
+`framesPerPeriod` frames show; `ring`: keep these frames (4.5 MB each); `rectFrameSize`: one rectified eye, pixels;
+`faults`: a script of what goes wrong with the device. ValueError for options out of range.)")
+      .def("truth", &truthOf, py::arg("view") = "perspective", py::arg("time") = 0.0,
+           R"(truth(self, view='perspective', time=0.0)
+--
+
+True depth for each pixel of the left eye's 'perspective' or 'lonLat' view at a scene time in seconds: Truth(depth,
+distance, disparity, surface, occluded, seen).)")
+      .def(
+          "fillRing", [](const SimulatedCamera& self) { self.capture().fillRing(); }, py::call_guard<Released>(),
+          "fillRing(self)\n--\n\nRenders ahead the frames of a period.")
+      .def(
+          "framesDelivered", [](const SimulatedCamera& self) { return self.capture().framesDelivered(); },
+          "framesDelivered(self)\n--\n\nFrames handed out by the device so far.")
+      .def(
+          "framesMissed", [](const SimulatedCamera& self) { return self.capture().framesMissed(); },
+          "framesMissed(self)\n--\n\nFrames that were due and that nobody came for in time.");
+
+  const ReplayCamera::Options replay;
+  py::class_<ReplayCamera, VirtualCamera, Overrides<ReplayCamera>, Owner<ReplayCamera>>(
+      module, "ReplayCamera",
+      "A camera that plays a recording of side-by-side frames. Its calibration is to be loaded (`loadCalibParams`).")
+      .def(madeFrom<ReplayCamera>(&Keywords::replay), py::arg("path"), py::kw_only(), py::arg("rate") = replay.rate,
+           py::arg("loop") = replay.loop, py::arg("fisheyeRadius") = replay.fisheyeRadius,
+           py::arg("rectFrameSize") = fromSize(replay.rectFrameSize),
+           R"(__init__(self, path, *, rate=30.0, loop=True, fisheyeRadius=-1, rectFrameSize=(464, 400))
+--
+
+`path`: image, folder of images or video; `rate`: frames per second, 0 as fast as possible; `loop`: start over after the
+last frame; `fisheyeRadius`: of the image circle, raw pixels, negative to choose by the frame's size;
+`rectFrameSize`: one rectified eye, pixels. RuntimeError if there is no frame at the path, ValueError for a negative
+rate.)")
+      .def(
+          "finished", [](const ReplayCamera& self) { return self.capture().finished(); },
+          "finished(self)\n--\n\nWhether a recording that isn't looped has been played to its end.")
+      .def(
+          "framesDelivered", [](const ReplayCamera& self) { return self.capture().framesDelivered(); },
+          "framesDelivered(self)\n--\n\nFrames handed out by the device so far.")
+      .def(
+          "framesMissed", [](const ReplayCamera& self) { return self.capture().framesMissed(); },
+          "framesMissed(self)\n--\n\nFrames that were due and that nobody came for in time.");
+}
+
+}  // namespace stereo::python

@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Interpreter.hpp"
+
+#include <cxxabi.h>
+#include <unistd.h>
+
+#include <utility>
+
+namespace stereo::python {
+
+namespace {
+
+// Where this thread is between Python and the cameras' code.
+thread_local int callsFromPython = 0;                       // `Released` alive since Python was last entered
+thread_local bool onWorker = false;                         // Python was entered from a thread that it didn't call from
+thread_local const StereoCamera* cameraOfThread = nullptr;  // whose worker, if that is known
+
+}  // namespace
+
+Released::Released() : m_state(PyEval_SaveThread()) { ++callsFromPython; }
+
+Released::~Released() {
+  try {
+    PyEval_RestoreThread(m_state);
+  } catch (const abi::__forced_unwind&) {
+    // A daemon thread that comes back when the interpreter is gone is ended right here, in the midst of our frames,
+    // whose objects can no longer be given up without the lock. It stays instead, until the process ends.
+    while (true) {
+      pause();
+    }
+  }
+  --callsFromPython;
+}
+
+bool Entered::isPossible() { return Py_IsInitialized() != 0 && _Py_IsFinalizing() == 0; }
+
+Entered::Entered(const StereoCamera* camera)
+    : m_outerCalls(callsFromPython), m_place{callsFromPython, cameraOfThread, onWorker} {
+  if (m_outerCalls == 0) {
+    onWorker = true;
+    cameraOfThread = camera;
+  }
+  callsFromPython = 0;
+}
+
+Entered::~Entered() = default;
+
+Entered::Place::~Place() {
+  callsFromPython = calls;
+  cameraOfThread = worker;
+  onWorker = isWorker;
+}
+
+bool isWorkerThread() { return onWorker; }
+
+bool isWorkerOf(const StereoCamera* camera) { return onWorker && cameraOfThread == camera; }
+
+void reportUnraisable(py::handle where) {
+  try {
+    throw;
+  } catch (py::error_already_set& error) {
+    error.restore();
+  } catch (const py::builtin_exception& error) {
+    error.set_error();
+  }
+  PyErr_WriteUnraisable(where.ptr());
+}
+
+}  // namespace stereo::python

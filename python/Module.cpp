@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Module.hpp"
+
+#include <opencv2/core.hpp>
+
+#include "Results.hpp"
+#include "Source.hpp"
+#include "VirtualCamera.hpp"
+
+namespace py = pybind11;
+using namespace stereo::python;
+
+PYBIND11_MODULE(stereo_camera, module) {
+  // The first line of each documentation string is the signature, in the form that `inspect` and `help` know.
+  py::options options;
+  options.disable_function_signatures();
+
+  module.doc() = R"(Driver of a stereo fisheye camera whose two eyes arrive side by side in one video frame.
+
+Images are arrays of rows x columns x 3, uint8, blue-green-red; stamps are whole microseconds since the epoch
+(1970-01-01 UTC); sizes are (width, height) in pixels. Operations that have nothing to give return None. What they give
+belongs to the caller and outlives the camera.
+
+Every call releases the interpreter lock while it works or waits.)";
+
+  auto& error = py::register_exception<cv::Exception>(module, "Error", PyExc_RuntimeError);
+  error.attr("__doc__") = "OpenCV refused something: its text. (The C++ library throws cv::Exception.)";
+  module.attr("NO_DEVICE") = static_cast<int>(stereo::sim::VirtualCamera::kNoDevice);
+
+  bindResults(module);
+  bindSource(module);
+  CameraClass camera = bindCamera(module);
+  bindReads(camera);
+  bindMembers(module, camera);
+  bindVirtualCamera(module);
+  bindSimulation(module);
+  bindFunctions(module);
+
+  // Workers must not ask for the lock of an interpreter that is going away.
+  py::module_::import("atexit").attr("register")(py::cpp_function(&stopAllCameras, "Stops all cameras."));
+}

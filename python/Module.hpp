@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <memory>
+
+#include <pybind11/pybind11.h>
+
+#include "Camera.hpp"
+
+namespace stereo::python {
+
+/// How Python holds a camera; see `Retire`.
+template <typename Camera>
+using Owner = std::unique_ptr<Camera, Retire>;
+
+using CameraClass = py::class_<StereoCamera, Owner<StereoCamera>>;
+
+// The module's pieces, one file each.
+void bindFunctions(py::module_& module);
+void bindMembers(py::module_& module, CameraClass& camera);
+/// The class with its constructors, the setters, getters and files, and starting and stopping.
+CameraClass bindCamera(py::module_& module);
+void bindReads(CameraClass& camera);
+void bindVirtualCamera(py::module_& module);
+void bindSimulation(py::module_& module);
+
+}  // namespace stereo::python

@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <chrono>
+#include <vector>
+
+#include "Arrays.hpp"
+
+namespace stereo::python {
+
+// What the camera's outputs are in Python: named tuples of the module. Called with the interpreter lock held.
+
+/// Makes the named tuples, as attributes of the module.
+void bindResults(py::module_& module);
+
+using Stamp = std::chrono::microseconds;
+
+py::object rawFrame(cv::Mat frame, Stamp timestamp);
+py::object stereoFrame(cv::Mat left, cv::Mat right, Stamp timestamp);
+py::object rectStereoFrame(cv::Mat left, cv::Mat right);
+py::object rectViewFrame(cv::Mat left, cv::Mat right, cv::Mat view, Stamp timestamp);
+py::object depthFrame(cv::Mat depth, Stamp timestamp);
+py::object pointCloud(std::vector<cv::Vec3f> points, Stamp timestamp);
+py::object coloredPointCloud(std::vector<PCL> points, Stamp timestamp);
+/// None if there are no images. Takes over the frame's images.
+py::object timeFrame(StereoCamera::TimeFrame frame);
+/// Truth of a simulated scene, in the order of `stereo::sim::Truth`.
+py::object truth(const std::vector<cv::Mat>& images);
+
+// And back, from what an override returned: any sequence of so many elements, otherwise TypeError or ValueError.
+
+/// `what` names the operation in messages.
+py::sequence requireElements(py::handle result, const char* what, std::size_t count);
+Stamp toStamp(py::handle microseconds, const char* what);
+/// Points, N x 3 float32, and their colours, N x 3 uint8.
+std::vector<cv::Vec3f> toPoints(py::handle points, const char* what);
+std::vector<PCL> toPoints(py::handle points, py::handle colors, const char* what);
+
+}  // namespace stereo::python

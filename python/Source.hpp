@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+
+#include <opencv2/videoio.hpp>
+
+#include "Arrays.hpp"
+#include "Interpreter.hpp"
+
+namespace stereo::python {
+
+/// What a frame source in Python is derived from: bound as `VideoCapture`, with these defaults for what it leaves out.
+class PythonSource {
+public:
+  PythonSource() = default;
+  virtual ~PythonSource() = default;
+  PythonSource(const PythonSource&) = delete;
+  PythonSource& operator=(const PythonSource&) = delete;
+
+  bool isOpened() const { return m_open; }
+  void release() { m_open = false; }
+
+private:
+  std::atomic<bool> m_open{true};
+};
+
+/// A camera's device that asks a Python object for its frames. Belongs to the camera, and holds a reference to the
+/// object as long as it lives. All operations may be called from any thread, without the interpreter lock.
+class SourceAdapter final : public cv::VideoCapture {
+public:
+  /// Interpreter lock held. Raises TypeError for anything that is not derived from `VideoCapture`.
+  explicit SourceAdapter(py::object source);
+  ~SourceAdapter() override;
+  SourceAdapter(const SourceAdapter&) = delete;
+  SourceAdapter& operator=(const SourceAdapter&) = delete;
+
+  /// The camera whose worker reads; before any worker runs.
+  void attach(const StereoCamera* camera) { m_camera = camera; }
+  /// The Python object.
+  const py::object& source() const { return m_source; }
+
+  /// A frame of the object's `read`, copied. False, and the output emptied, for None, an exception (which is reported)
+  /// or anything that is no frame; after a moment then, so that a worker in a loop leaves other threads their turn.
+  bool read(cv::OutputArray image) override;
+  bool set(int propId, double value) override;
+  double get(int propId) const override;
+  bool isOpened() const override;
+  /// Ends the moment that a failed read takes, and tells the object, whose `read` has to return then.
+  void release() override;
+
+private:
+  bool readFrame(cv::OutputArray image);
+
+  const StereoCamera* m_camera = nullptr;
+  py::object m_source;
+  std::mutex m_mutex;  // a leaf, guards the flag
+  std::condition_variable m_released;
+  bool m_isReleased = false;
+};
+
+/// Makes the object the camera's device, which is opened then. Raises RuntimeError while a capture worker may read the
+/// old one.
+void installSource(StereoCamera& camera, const py::object& source);
+/// The Python object that is the camera's device; None if that is another one.
+py::object sourceOf(StereoCamera& camera);
+
+void bindSource(py::module_& module);
+
+}  // namespace stereo::python
