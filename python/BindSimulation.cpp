@@ -53,13 +53,14 @@ struct Keywords {
   }
 
   static ReplayCamera::Options replay(const std::filesystem::path& path, double rate, bool loop, int fisheyeRadius,
-                                      const py::object& rectFrameSize) {
+                                      const py::object& rectFrameSize, bool recordedTiming) {
     ReplayCamera::Options options;
     options.path = path.string();
     options.rate = rate;
     options.loop = loop;
     options.fisheyeRadius = fisheyeRadius;
     options.rectFrameSize = toSize(rectFrameSize, "rectFrameSize");
+    options.recordedTiming = recordedTiming;
     return options;
   }
 };
@@ -196,16 +197,28 @@ distance, disparity, surface, occluded, seen).)")
   py::class_<ReplayCamera, VirtualCamera, Overrides<ReplayCamera>, Owner<ReplayCamera>>(
       module, "ReplayCamera",
       "A camera that plays a recording of side-by-side frames. Its calibration is to be loaded (`loadCalibParams`).")
-      .def(madeFrom<ReplayCamera>(&Keywords::replay), py::arg("path"), py::kw_only(), py::arg("rate") = replay.rate,
-           py::arg("loop") = replay.loop, py::arg("fisheyeRadius") = replay.fisheyeRadius,
-           py::arg("rectFrameSize") = fromSize(replay.rectFrameSize),
-           R"(__init__(self, path, *, rate=30.0, loop=True, fisheyeRadius=-1, rectFrameSize=(464, 400))
+      .def(
+          madeFrom<ReplayCamera>(&Keywords::replay), py::arg("path"), py::kw_only(), py::arg("rate") = replay.rate,
+          py::arg("loop") = replay.loop, py::arg("fisheyeRadius") = replay.fisheyeRadius,
+          py::arg("rectFrameSize") = fromSize(replay.rectFrameSize), py::arg("recordedTiming") = replay.recordedTiming,
+          R"(__init__(self, path, *, rate=30.0, loop=True, fisheyeRadius=-1, rectFrameSize=(464, 400), recordedTiming=False)
 --
 
-`path`: image, folder of images or video; `rate`: frames per second, 0 as fast as possible; `loop`: start over after the
+`path`: image, folder of images, video or recording; `rate`: frames per second, 0 as fast as possible; `loop`: start over after the
 last frame; `fisheyeRadius`: of the image circle, raw pixels, negative to choose by the frame's size;
-`rectFrameSize`: one rectified eye, pixels. RuntimeError if there is no frame at the path, ValueError for a negative
-rate.)")
+`rectFrameSize`: one rectified eye, pixels; `recordedTiming`: play a recording as it came, whatever the rate.
+RuntimeError if there is no frame at the path, ValueError for a negative rate.)")
+      .def(
+          "recordedStamp",
+          [](const ReplayCamera& self) -> py::object {
+            const std::int64_t stamp = self.capture().recordedStamp();
+            return stamp < 0 ? py::object(py::none()) : py::int_(stamp);
+          },
+          R"(recordedStamp(self)
+--
+
+Stamp that the frame delivered last was recorded with, microseconds since 1970-01-01 UTC; None before the first frame,
+and where no stamps were recorded.)")
       .def(
           "finished", [](const ReplayCamera& self) { return self.capture().finished(); },
           "finished(self)\n--\n\nWhether a recording that isn't looped has been played to its end.")
