@@ -3,12 +3,13 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdarg>
-#include <cstdio>
 
 #include "Coverage.hpp"
+#include "Format.hpp"
 
 namespace stereo::calibration {
+
+using sim::formatted;
 
 namespace {
 
@@ -18,15 +19,6 @@ constexpr double mostRowMean = 0.5;
 constexpr std::size_t goodPictures = 15;
 constexpr double goodCoverage = 0.5;
 constexpr double goodReach = 70.0 * degree;
-
-[[gnu::format(printf, 1, 2)]] std::string text(const char* pattern, ...) {
-  char line[300];
-  va_list values;
-  va_start(values, pattern);
-  std::vsnprintf(line, sizeof line, pattern, values);
-  va_end(values);
-  return line;
-}
 
 void addReprojection(const Calibration& calibration, std::vector<std::vector<double>>& byRing) {
   for (std::size_t view = 0; view < calibration.views.size(); ++view) {
@@ -78,43 +70,43 @@ Judgement judge(const Calibration& calibration, const cv::Size& eyeSize) {
 
   if (!(calibration.rmsUsed() <= mostRms)) {
     judgement.faults.push_back(
-        text("corners lie %.2f px off (at most %.0f): are the pictures sharp, both eyes taken at "
-             "the same moment, the board flat?",
-             calibration.rms(), mostRms));
+        formatted("corners lie %.2f px off (at most %.0f): are the pictures sharp, both eyes taken at "
+                  "the same moment, the board flat?",
+                  calibration.rms(), mostRms));
   }
   const double rowMean = std::max(judgement.rows.mean, judgement.latitude.mean);
   if (rowMean > mostRowMean) {
     judgement.faults.push_back(
-        text("rectified rows differ by %.2f px on average (at most %.1f): do both eyes take "
-             "their pictures at the same moment?",
-             rowMean, mostRowMean));
+        formatted("rectified rows differ by %.2f px on average (at most %.1f): do both eyes take "
+                  "their pictures at the same moment?",
+                  rowMean, mostRowMean));
   }
   const std::size_t thrownOut = calibration.views.size() - calibration.picturesKept();
   if (3 * thrownOut > calibration.views.size()) {
     judgement.faults.push_back(
-        text("%zu of %zu pictures fit no camera: were they taken with one and the same camera and "
-             "board?",
-             thrownOut, calibration.views.size()));
+        formatted("%zu of %zu pictures fit no camera: were they taken with one and the same camera and "
+                  "board?",
+                  thrownOut, calibration.views.size()));
   }
   if (!calibration.converged) {
     judgement.faults.emplace_back("the solver did not come to rest: take more pictures, evenly over the field");
   }
   if (calibration.picturesKept() < goodPictures) {
     judgement.advice.push_back(
-        text("%zu pictures are few: 20 to 40 make the result firmer", calibration.picturesKept()));
+        formatted("%zu pictures are few: 20 to 40 make the result firmer", calibration.picturesKept()));
   }
   if (std::min(judgement.coverage[0], judgement.coverage[1]) < goodCoverage) {
     const std::string where = coverage.emptiest();
-    judgement.advice.push_back(text("corners cover %.0f %% of the left and %.0f %% of the right eye%s%s",
-                                    100 * judgement.coverage[0], 100 * judgement.coverage[1],
-                                    where.empty() ? "" : "; most is missing at the ", where.c_str()));
+    judgement.advice.push_back(formatted("corners cover %.0f %% of the left and %.0f %% of the right eye%s%s",
+                                         100 * judgement.coverage[0], 100 * judgement.coverage[1],
+                                         where.empty() ? "" : "; most is missing at the ", where.c_str()));
   }
   const double reach = std::min(calibration.reach(0), calibration.reach(1));
   if (reach < goodReach) {
     judgement.advice.push_back(
-        text("no corners beyond %.0f degrees off the axis: farther out the model is a guess; hold "
-             "the board nearer to the edge",
-             reach / degree));
+        formatted("no corners beyond %.0f degrees off the axis: farther out the model is a guess; hold "
+                  "the board nearer to the edge",
+                  reach / degree));
   }
   return judgement;
 }

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdarg>
 #include <cstdio>
 #include <iterator>
 
@@ -11,9 +10,12 @@
 #include <opencv2/video/tracking.hpp>
 
 #include "Errors.hpp"
+#include "Format.hpp"
 #include "StereoCamera.hpp"
 
 namespace stereo::calibration {
+
+using sim::formatted;
 
 namespace {
 
@@ -71,15 +73,6 @@ cv::Mat greyOf(const cv::Mat& image, const std::array<cv::Mat, 2>& maps) {
 
 double latitude(const cv::Vec3d& ray) { return std::atan2(ray[1], ray[2]); }
 
-[[gnu::format(printf, 1, 2)]] std::string text(const char* pattern, ...) {
-  char line[200];
-  va_list values;
-  va_start(values, pattern);
-  std::vsnprintf(line, sizeof line, pattern, values);
-  va_end(values);
-  return line;
-}
-
 // How a ray's latitude atan2(y, z) grows with a small turn w of the eye, which moves the ray r by w x r:
 //   -wx + (x y wy + x z wz) / (y^2 + z^2).
 cv::Vec3d latitudeSlope(const cv::Vec3d& r) {
@@ -133,15 +126,16 @@ void fitTurn(const std::vector<RayPair>& pairs, RowCheckResult& result) {
 
 void findFaults(RowCheckResult& result) {
   if (result.median > mostMedian) {
-    result.faults.push_back(text("rows differ by %.2f px in the middle (at most %.1f fit)", result.median, mostMedian));
+    result.faults.push_back(
+        formatted("rows differ by %.2f px in the middle (at most %.1f fit)", result.median, mostMedian));
   }
   for (std::size_t ring = 0; ring < result.rings.size(); ++ring) {
     const RowCheckRing& each = result.rings[ring];
     const bool counts = each.matches >= leastRingMatches &&
                         static_cast<double>(each.matches) >= leastRingShare * static_cast<double>(result.matches);
     if (counts && each.median > mostRingMedian) {
-      result.faults.push_back(text("from %.0f degrees off the axis on, rows differ by %.2f px",
-                                   static_cast<double>(ring) * kRingDegrees, each.median));
+      result.faults.push_back(formatted("from %.0f degrees off the axis on, rows differ by %.2f px",
+                                        static_cast<double>(ring) * kRingDegrees, each.median));
       break;
     }
   }
@@ -150,7 +144,7 @@ void findFaults(RowCheckResult& result) {
     const double size = std::abs(result.turn[k]);
     if (size > (k == 1 ? mostYaw : mostTurn) && size > 5.0 * result.turnDeviation[k]) {
       result.faults.push_back("the right eye looks turned by " +
-                              text("%.2f +- %.2f degrees", result.turn[k], result.turnDeviation[k]) + " about " +
+                              formatted("%.2f +- %.2f degrees", result.turn[k], result.turnDeviation[k]) + " about " +
                               axes[k]);
     }
   }

@@ -93,8 +93,8 @@ public:
       m_problem->SetParameterLowerBound(eye.data(), xi, 0.0);
       m_problem->SetParameterUpperBound(eye.data(), xi, mostXi);
       if (options.fixedDistortion) {
-        m_problem->SetManifold(eye.data(),
-                               new ceres::SubsetManifold(kEyeParameters, {radial1, radial2, tangential1, tangential2, skew}));
+        m_problem->SetManifold(
+            eye.data(), new ceres::SubsetManifold(kEyeParameters, {radial1, radial2, tangential1, tangential2, skew}));
       }
     }
     if (options.fixedCamera || options.flatBoard) {

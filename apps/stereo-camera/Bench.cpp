@@ -10,6 +10,7 @@
 #include "Commands.hpp"
 #include "Failure.hpp"
 #include "Figures.hpp"
+#include "Format.hpp"
 #include "Machine.hpp"
 #include "Products.hpp"
 #include "RunTime.hpp"
@@ -17,6 +18,8 @@
 #include "Watch.hpp"
 
 namespace stereo::app {
+
+using sim::formatted;
 
 namespace {
 

@@ -2,12 +2,14 @@
 #include "BenchReport.hpp"
 
 #include <cctype>
-#include <cstdarg>
-#include <cstdio>
 
 #include <opencv2/core/persistence.hpp>
 
+#include "Format.hpp"
+
 namespace stereo::app {
+
+using sim::formatted;
 
 namespace {
 
@@ -25,15 +27,6 @@ std::string keyOf(const std::string& name) {
 double perSecond(std::uint64_t count, double seconds) { return seconds > 0 ? static_cast<double>(count) / seconds : 0; }
 
 }  // namespace
-
-std::string formatted(const char* pattern, ...) {
-  char line[256];
-  va_list values;
-  va_start(values, pattern);
-  std::vsnprintf(line, sizeof line, pattern, values);  // NOLINT(clang-analyzer-valist.Uninitialized): it is, a line up
-  va_end(values);
-  return line;
-}
 
 std::string benchTable(const BenchReport& report) {
   std::string text;

@@ -25,9 +25,6 @@ struct BenchReport {
   std::string note;  ///< what the reader has to know beside; may be empty
 };
 
-/// As `printf` would write it.
-[[gnu::format(printf, 1, 2)]] std::string formatted(const char* pattern, ...);
-
 /// As a table of text.
 std::string benchTable(const BenchReport& report);
 /// As JSON. Names become keys, with '_' for all that is no letter or digit.

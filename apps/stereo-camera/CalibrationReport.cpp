@@ -3,32 +3,24 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdarg>
-#include <cstdio>
 #include <sstream>
 
 #include <glib.h>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "Format.hpp"
 #include "Page.hpp"
 #include "Rectification.hpp"
 #include "StereoCamera.hpp"
 
 namespace stereo::app {
 
+using sim::formatted;
+
 namespace {
 
 constexpr double degree = CV_PI / 180.0;
-
-[[gnu::format(printf, 1, 2)]] std::string text(const char* pattern, ...) {
-  char line[256];
-  va_list values;
-  va_start(values, pattern);
-  std::vsnprintf(line, sizeof line, pattern, values);
-  va_end(values);
-  return line;
-}
 
 // "data:image/jpeg;base64,...": a page that can be sent to somebody is one file.
 std::string embedded(const cv::Mat& image) {
@@ -79,8 +71,8 @@ void addSpread(std::ostringstream& html, const calibration::Spread& spread) {
     html << "<td></td><td></td><td></td>";
     return;
   }
-  html << "<td class=\"number\">" << spread.count << "</td><td class=\"number\">" << text("%.2f", spread.mean)
-       << "</td><td class=\"number\">" << text("%.2f", spread.most) << "</td>";
+  html << "<td class=\"number\">" << spread.count << "</td><td class=\"number\">" << formatted("%.2f", spread.mean)
+       << "</td><td class=\"number\">" << formatted("%.2f", spread.most) << "</td>";
 }
 
 void addRings(std::ostringstream& html, const calibration::Judgement& judgement) {
@@ -97,7 +89,7 @@ void addRings(std::ostringstream& html, const calibration::Judgement& judgement)
       continue;
     }
     const double from = static_cast<double>(ring) * calibration::kRingDegrees;
-    html << "<tr><td>" << text("%.0f to %.0f°", from, from + calibration::kRingDegrees) << "</td>";
+    html << "<tr><td>" << formatted("%.0f to %.0f°", from, from + calibration::kRingDegrees) << "</td>";
     addSpread(html, each.reprojection);
     addSpread(html, each.rows);
     addSpread(html, each.latitude);
@@ -125,7 +117,7 @@ void addPictures(std::ostringstream& html, const CalibrationStory& story) {
     html << "<tr><td>" << escaped(each.name) << "</td><td class=\"number\">" << each.corners[0].size()
          << "</td><td class=\"number\">" << each.corners[1].size() << "</td><td class=\"number\">"
          << each.corners[0].size() + each.corners[1].size() - used << "</td><td class=\"number\">"
-         << (std::isfinite(rms) ? text("%.2f", rms) : "") << "</td><td>"
+         << (std::isfinite(rms) ? formatted("%.2f", rms) : "") << "</td><td>"
          << (result.kept[view] != 0 ? "kept" : "thrown out: does not fit the others") << "</td></tr>\n";
   }
   html << "</table>\n";
@@ -150,26 +142,28 @@ std::vector<std::pair<std::string, std::string>> calibrationFacts(const Calibrat
   const calibration::Judgement& judgement = story.judgement;
   const cv::Vec3d& sags = result.estimate.sags;
   std::vector<std::pair<std::string, std::string>> facts = {
-      {"pictures", text("%zu kept of %zu with a board", result.picturesKept(), result.views.size())},
-      {"corners", text("%zu used of %zu found in them", result.cornersUsed(), result.cornersFound())},
+      {"pictures", formatted("%zu kept of %zu with a board", result.picturesKept(), result.views.size())},
+      {"corners", formatted("%zu used of %zu found in them", result.cornersUsed(), result.cornersFound())},
       {"distance to the model",
-       text("%.3f px rms over all corners found, %.3f px over those used", result.rms(), result.rmsUsed())},
-      {"rows, perspective view", text("%.3f px mean, %.2f px at most", judgement.rows.mean, judgement.rows.most)},
-      {"rows, whole field", text("%.3f px mean, %.2f px at most", judgement.latitude.mean, judgement.latitude.most)},
-      {"baseline", text("%.2f mm", result.baseline())},
+       formatted("%.3f px rms over all corners found, %.3f px over those used", result.rms(), result.rmsUsed())},
+      {"rows, perspective view", formatted("%.3f px mean, %.2f px at most", judgement.rows.mean, judgement.rows.most)},
+      {"rows, whole field",
+       formatted("%.3f px mean, %.2f px at most", judgement.latitude.mean, judgement.latitude.most)},
+      {"baseline", formatted("%.2f mm", result.baseline())},
       {"corners reach to",
-       text("%.0f degrees off the axis (left), %.0f (right)", result.reach(0) / degree, result.reach(1) / degree)},
-      {"covered",
-       text("%.0f %% of the left eye, %.0f %% of the right", 100 * judgement.coverage[0], 100 * judgement.coverage[1])},
-      {"board",
-       text("%d x %d corners, squares of %g mm, bent by %.1f, %.1f, %.1f mm (along, twist, across)",
-            story.board.corners.width, story.board.corners.height, story.board.square, sags[0], sags[1], sags[2])}};
+       formatted("%.0f degrees off the axis (left), %.0f (right)", result.reach(0) / degree, result.reach(1) / degree)},
+      {"covered", formatted("%.0f %% of the left eye, %.0f %% of the right", 100 * judgement.coverage[0],
+                            100 * judgement.coverage[1])},
+      {"board", formatted("%d x %d corners, squares of %g mm, bent by %.1f, %.1f, %.1f mm (along, twist, across)",
+                          story.board.corners.width, story.board.corners.height, story.board.square, sags[0], sags[1],
+                          sags[2])}};
   for (std::size_t eye = 0; eye < 2; ++eye) {
     const sim::OmniModel& m = result.estimate.rig.eyes[eye];
-    facts.emplace_back(eye == 0 ? "left eye" : "right eye",
-                       text("xi %.4f, focal length %.2f x %.2f px, centre (%.2f, %.2f) px, k1 %.5f, k2 %.5f, p1 %.5f, "
-                            "p2 %.5f",
-                            m.xi, m.fx, m.fy, m.cx, m.cy, m.k1, m.k2, m.p1, m.p2));
+    facts.emplace_back(
+        eye == 0 ? "left eye" : "right eye",
+        formatted("xi %.4f, focal length %.2f x %.2f px, centre (%.2f, %.2f) px, k1 %.5f, k2 %.5f, p1 %.5f, "
+                  "p2 %.5f",
+                  m.xi, m.fx, m.fy, m.cx, m.cy, m.k1, m.k2, m.p1, m.p2));
   }
   return facts;
 }
@@ -231,8 +225,8 @@ std::string calibrationPage(const CalibrationStory& story) {
     html << "<p class=\"fault\">" << escaped(fault) << "</p>\n";
   }
   if (story.judgement.faults.empty()) {
-    html << "<p class=\"good\">Good: corners lie " << text("%.2f", story.result.rms())
-         << " px from the model (rms), rectified rows agree to " << text("%.2f", story.judgement.rows.mean)
+    html << "<p class=\"good\">Good: corners lie " << formatted("%.2f", story.result.rms())
+         << " px from the model (rms), rectified rows agree to " << formatted("%.2f", story.judgement.rows.mean)
          << " px (mean).</p>\n";
   }
   for (const std::string& advice : story.judgement.advice) {

@@ -68,13 +68,7 @@ void keepPicture(const std::string& path, const cv::Mat& frame) {
 cv::Mat nextFrame(StereoCamera& camera, Watch& watch) {
   cv::Mat left;
   cv::Mat right;
-  std::chrono::microseconds stamp{0};
-  if (!watch.run([&] { return camera.getStereoFrame(left, right, stamp); })) {
-    throw Failure(ExitCode::noFrames, "the camera delivers frames without pixels");
-  }
-  if (left.size() != right.size() || left.type() != CV_8UC3 || right.type() != CV_8UC3) {
-    throw Failure(ExitCode::noFrames, "the camera does not deliver two colour pictures of one size side by side");
-  }
+  readEyes(camera, watch, left, right);
   cv::Mat frame;
   cv::hconcat(left, right, frame);
   return frame;

@@ -60,13 +60,7 @@ void check(const CheckOptions& options) {
   for (int frame = 0; frame < options.frames; ++frame) {
     cv::Mat left;
     cv::Mat right;
-    std::chrono::microseconds stamp{0};
-    if (!watch.run([&] { return camera.getStereoFrame(left, right, stamp); })) {
-      throw Failure(ExitCode::noFrames, "the camera delivers frames without pixels");
-    }
-    if (left.size() != right.size() || left.type() != CV_8UC3 || right.type() != CV_8UC3) {
-      throw Failure(ExitCode::noFrames, "the camera does not deliver two colour pictures of one size side by side");
-    }
+    readEyes(camera, watch, left, right);
     if (rows == nullptr) {
       size = left.size();
       rows = std::make_unique<calibration::RowCheck>(eyeOf(camera, false), eyeOf(camera, true), size);

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdarg>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -13,9 +12,12 @@
 
 #include "CalibrationCheck.hpp"
 #include "Failure.hpp"
+#include "Format.hpp"
 #include "VirtualCamera.hpp"
 
 namespace stereo::app {
+
+using sim::formatted;
 
 namespace {
 
@@ -24,15 +26,6 @@ class Loader : public StereoCamera {
 public:
   Loader() : StereoCamera(sim::VirtualCamera::kNoDevice) {}
 };
-
-[[gnu::format(printf, 1, 2)]] std::string format(const char* pattern, ...) {
-  char text[256];
-  va_list values;
-  va_start(values, pattern);
-  std::vsnprintf(text, sizeof text, pattern, values);
-  va_end(values);
-  return text;
-}
 
 bool isReadable(const std::string& path) { return !std::filesystem::is_directory(path) && std::ifstream(path).good(); }
 
@@ -60,9 +53,9 @@ void checkRange(Findings& findings, const Values& values, const char* name, doub
     return;
   }
   const double value = values.number(name);
-  const std::string what = format("settings: \"%s\" is %g", name, value);
+  const std::string what = formatted("settings: \"%s\" is %g", name, value);
   const bool well = value >= least && value <= most;
-  add(findings, what, well ? "" : format("give %g to %g; the camera takes %s instead", least, most, instead));
+  add(findings, what, well ? "" : formatted("give %g to %g; the camera takes %s instead", least, most, instead));
 }
 
 void checkNames(Findings& findings, const Values& values) {
@@ -82,7 +75,7 @@ void checkFrameSizes(Findings& findings, const Values& values) {
     const double width = values.number("FrameSize", 0);
     const double height = values.number("FrameSize", 1);
     const bool known = (width == 1856 && height == 800) || (width == 928 && height == 400);
-    add(findings, format("settings: \"FrameSize\" is %g x %g", width, height),
+    add(findings, formatted("settings: \"FrameSize\" is %g x %g", width, height),
         known ? "" : "the camera delivers 1856 x 800 or 928 x 400; without the image circle nothing is masked");
   }
   if (!values.has("RectifyFrameSize")) {
@@ -93,7 +86,7 @@ void checkFrameSizes(Findings& findings, const Values& values) {
   const double width = values.number("RectifyFrameSize", 0);
   const double height = values.number("RectifyFrameSize", 1);
   const bool well = width >= 1 && height >= 1 && width <= 4096 && height <= 4096;
-  add(findings, format("settings: \"RectifyFrameSize\" is %g x %g", width, height),
+  add(findings, formatted("settings: \"RectifyFrameSize\" is %g x %g", width, height),
       well ? "" : "give the width and height of one rectified eye, in pixels");
 }
 
@@ -105,21 +98,21 @@ void checkEye(Findings& findings, StereoCamera& camera, bool isRight) {
   const double fx = K.at<double>(0, 0);
   const double fy = K.at<double>(1, 1);
   const bool focal = fx > 100 && fx < 4000 && fy > 100 && fy < 4000 && std::abs(fx / fy - 1) < 0.1;
-  add(findings, format("calibration: %s eye's focal length %.1f x %.1f pixels", eye, fx, fy),
+  add(findings, formatted("calibration: %s eye's focal length %.1f x %.1f pixels", eye, fx, fy),
       focal ? "" : "it belongs to raw frames 1856 pixels wide, 100 to 4000 pixels, both nearly equal; calibrate anew");
   const double cx = K.at<double>(0, 2);
   const double cy = K.at<double>(1, 2);
   const bool centre = cx > 232 && cx < 696 && cy > 200 && cy < 600;
-  add(findings, format("calibration: %s eye's centre (%.1f, %.1f)", eye, cx, cy),
+  add(findings, formatted("calibration: %s eye's centre (%.1f, %.1f)", eye, cx, cy),
       centre ? ""
              : "it should lie in the middle half of an eye of 928 x 800; was the file made for another frame size?");
   const double xi = params[2].at<double>(0, 0);
-  add(findings, format("calibration: %s eye's xi %.4f", eye, xi),
+  add(findings, formatted("calibration: %s eye's xi %.4f", eye, xi),
       xi > 0 && xi < 4 ? "" : "a fisheye has a mirror parameter above 0 and below 4; calibrate anew");
   const cv::Mat& R = params[3];
   const double off = cv::norm(R * R.t() - cv::Mat::eye(3, 3, CV_64F), cv::NORM_INF);
   const bool rotation = off < 1e-4 && cv::determinant(R) > 0;
-  add(findings, format("calibration: %s eye's rotation is orthonormal to %.1g", eye, off),
+  add(findings, formatted("calibration: %s eye's rotation is orthonormal to %.1g", eye, off),
       rotation ? "" : "its rows must be unit vectors at right angles, right-handed; copy it with all its digits");
 }
 
@@ -162,7 +155,7 @@ Findings checkCalibrationFile(const std::string& path) {
   std::vector<cv::Mat> params;
   camera.getCalibParams(params, false);
   const double baseline = cv::norm(params[4], cv::NORM_L2);
-  add(findings, format("calibration: baseline %.2f mm", baseline),
+  add(findings, formatted("calibration: baseline %.2f mm", baseline),
       baseline >= 10 && baseline <= 500 ? "" : "the translation is in millimetres, 10 to 500 long");
   return findings;
 }

@@ -58,6 +58,16 @@ std::vector<Picture> readPictures(OpenedCamera& opened, Watch& watch) {
   return pictures;
 }
 
+void readEyes(StereoCamera& camera, Watch& watch, cv::Mat& left, cv::Mat& right) {
+  std::chrono::microseconds stamp{0};
+  if (!watch.run([&] { return camera.getStereoFrame(left, right, stamp); })) {
+    throw Failure(ExitCode::noFrames, "the camera delivers frames without pixels");
+  }
+  if (left.size() != right.size() || left.type() != CV_8UC3 || right.type() != CV_8UC3) {
+    throw Failure(ExitCode::noFrames, "the camera does not deliver two colour pictures of one size side by side");
+  }
+}
+
 void writePictures(const std::vector<Picture>& pictures, const std::filesystem::path& folder) {
   for (const Picture& picture : pictures) {
     const std::string path = (folder / picture.file).string();

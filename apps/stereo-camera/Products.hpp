@@ -24,6 +24,10 @@ struct Picture {
 /// Reads one of each product, each from a frame of its own. Throws Failure where nothing comes.
 std::vector<Picture> readPictures(OpenedCamera& opened, Watch& watch);
 
+/// Reads the next frame's eyes. Throws Failure (noFrames) where nothing comes, or no two pictures of one size in
+/// colour.
+void readEyes(StereoCamera& camera, Watch& watch, cv::Mat& left, cv::Mat& right);
+
 /// Writes the pictures. Throws Failure (output) if one cannot be written.
 void writePictures(const std::vector<Picture>& pictures, const std::filesystem::path& folder);
 

@@ -1,0 +1,21 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <array>
+#include <cstdarg>
+#include <cstdio>
+#include <string>
+
+namespace stereo::sim {
+
+/// What `printf` would print of the values, up to 511 characters.
+[[gnu::format(printf, 1, 2)]] inline std::string formatted(const char* pattern, ...) {
+  std::array<char, 512> line{};
+  va_list values;
+  va_start(values, pattern);
+  std::vsnprintf(line.data(), line.size(), pattern, values);
+  va_end(values);
+  return line.data();
+}
+
+}  // namespace stereo::sim
