@@ -5,6 +5,8 @@
 #include <memory>
 #include <thread>
 
+#include <CLI/CLI.hpp>
+
 #include "BenchReaders.hpp"
 #include "BenchReport.hpp"
 #include "Commands.hpp"

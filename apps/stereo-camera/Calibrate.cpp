@@ -6,6 +6,8 @@
 #include <fstream>
 #include <memory>
 
+#include <CLI/CLI.hpp>
+
 #include "CalibrationFile.hpp"
 #include "CalibrationReport.hpp"
 #include "CalibrationViews.hpp"

@@ -2,6 +2,8 @@
 #include <cstdio>
 #include <memory>
 
+#include <CLI/CLI.hpp>
+
 #include "Commands.hpp"
 #include "Errors.hpp"
 #include "Failure.hpp"

@@ -3,7 +3,10 @@
 
 #include <functional>
 
-#include <CLI/CLI.hpp>
+// The parser is included by those who use it: it takes long to compile.
+namespace CLI {
+class App;
+}  // namespace CLI
 
 namespace stereo::app {
 

@@ -4,6 +4,8 @@
 #include <iostream>
 #include <memory>
 
+#include <CLI/CLI.hpp>
+
 #include "Commands.hpp"
 #include "DepthProducts.hpp"
 #include "Failure.hpp"

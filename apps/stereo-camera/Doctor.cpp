@@ -2,6 +2,8 @@
 #include <cstdio>
 #include <memory>
 
+#include <CLI/CLI.hpp>
+
 #include "Commands.hpp"
 #include "DeviceChecks.hpp"
 #include "Failure.hpp"

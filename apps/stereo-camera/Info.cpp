@@ -4,6 +4,8 @@
 #include <memory>
 #include <vector>
 
+#include <CLI/CLI.hpp>
+
 #include "Commands.hpp"
 #include "Source.hpp"
 

@@ -8,6 +8,8 @@
 #include <opencv2/highgui.hpp>
 #include <opencv2/imgcodecs.hpp>
 
+#include <CLI/CLI.hpp>
+
 #include "Commands.hpp"
 #include "Failure.hpp"
 #include "NetworkImages.hpp"

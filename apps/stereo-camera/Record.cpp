@@ -4,6 +4,8 @@
 #include <iostream>
 #include <memory>
 
+#include <CLI/CLI.hpp>
+
 #include "Commands.hpp"
 #include "Failure.hpp"
 #include "InEffect.hpp"

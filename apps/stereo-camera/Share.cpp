@@ -5,6 +5,8 @@
 
 #include <sys/shm.h>
 
+#include <CLI/CLI.hpp>
+
 #include "Commands.hpp"
 #include "Failure.hpp"
 #include "Products.hpp"

@@ -2,6 +2,8 @@
 #include <iostream>
 #include <memory>
 
+#include <CLI/CLI.hpp>
+
 #include "Commands.hpp"
 #include "DepthProducts.hpp"
 #include "Products.hpp"

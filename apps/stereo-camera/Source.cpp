@@ -10,6 +10,8 @@
 #include <regex>
 #include <stdexcept>
 
+#include <CLI/CLI.hpp>
+
 #include "BoardCamera.hpp"
 #include "BoardSource.hpp"
 #include "CalibrationCheck.hpp"
@@ -237,6 +239,8 @@ OpenedCamera openDevice(const SourceOptions& options, const Onlooker& onlooker) 
 }
 
 }  // namespace
+
+bool SourceOptions::given(const char* option) const { return command == nullptr || command->count(option) > 0; }
 
 void SourceOptions::addTo(CLI::App& added) {
   command = &added;

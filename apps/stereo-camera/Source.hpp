@@ -5,11 +5,13 @@
 #include <memory>
 #include <string>
 
-#include <CLI/CLI.hpp>
-
 #include "Recorder.hpp"
 #include "RunRecord.hpp"
 #include "StereoCamera.hpp"
+
+namespace CLI {
+class App;
+}  // namespace CLI
 
 namespace stereo::app {
 
@@ -36,7 +38,7 @@ struct SourceOptions {
 
   /// The command that they were added to, which knows which of them were given; none: all count as given.
   const CLI::App* command = nullptr;
-  bool given(const char* option) const { return command == nullptr || command->count(option) > 0; }
+  bool given(const char* option) const;
 };
 
 /// A camera that was opened and calibrated, not yet started.

@@ -5,6 +5,8 @@
 
 #include <gst/gst.h>
 
+#include <CLI/CLI.hpp>
+
 #include "Commands.hpp"
 #include "Failure.hpp"
 #include "Products.hpp"

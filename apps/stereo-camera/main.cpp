@@ -2,6 +2,8 @@
 #include <iostream>
 #include <map>
 
+#include <CLI/CLI.hpp>
+
 #include "Commands.hpp"
 #include "Failure.hpp"
 

@@ -12,6 +12,6 @@ if(TARGET StereoCameraApp)
   stereo_camera_warnings(stream_program_tests)
   add_test(NAME stream_program
     COMMAND ${PROJECT_SOURCE_DIR}/scripts/in-own-network $<TARGET_FILE:stream_program_tests>)
-  set_tests_properties(stream_program PROPERTIES TIMEOUT 900 ENVIRONMENT
+  set_tests_properties(stream_program PROPERTIES TIMEOUT 900 COST 50 ENVIRONMENT
     "${stereo_camera_test_environment};GST_PLUGIN_PATH=${PROJECT_BINARY_DIR}/gstreamer/plugin;GST_REGISTRY_FORK=no")
 endif()
