@@ -9,7 +9,7 @@ if(TARGET StereoCameraApp)
     STEREO_CAMERA_PROGRAM="$<TARGET_FILE:stereo-camera>"
     SEGMENT_READER_PROGRAM="$<TARGET_FILE:stereo-camera-segment-reader>")
   add_dependencies(stream_program_tests stereo-camera stereo-camera-segment-reader gststereocamerastandin)
-  stereo_camera_warnings(stream_program_tests)
+  stereo_camera_glue_code(stream_program_tests)
   add_test(NAME stream_program
     COMMAND ${PROJECT_SOURCE_DIR}/scripts/in-own-network $<TARGET_FILE:stream_program_tests>)
   set_tests_properties(stream_program PROPERTIES TIMEOUT 900 COST 50 ENVIRONMENT
