@@ -95,6 +95,7 @@ if(STEREO_CAMERA_BUILD_APPS)
       "stereo camera's network stream works on PCs. Not for boards that have that encoder.")
 endif()
 if(STEREO_CAMERA_BUILD_PYTHON)
+  find_package(Python3 3.9 REQUIRED COMPONENTS Interpreter)  # the one that the module is for
   math(EXPR stereo_camera_next_python "${Python3_VERSION_MINOR} + 1")
   stereo_camera_package(COMPONENT python PACKAGE python3-stereo-camera SECTION python
     DEPENDS "python3 (>= ${Python3_VERSION_MAJOR}.${Python3_VERSION_MINOR}), python3 (<< ${Python3_VERSION_MAJOR}.${stereo_camera_next_python}), python3-numpy"

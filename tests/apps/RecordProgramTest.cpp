@@ -103,10 +103,10 @@ TEST_F(RecordProgram, EndOfTheSourceKeepsWhatCame) {
   ASSERT_EQ(run({"record", "--size", "928x400", "--frames", "4", "--patience", "120", "-o", file("first")}), 0)
       << m_err;
   // The recording of a recording, played once: the source ends, which is told, and all of it is there.
-  EXPECT_EQ(run({"record", "--replay", file("first"), "--once", "--patience", "3", "-o", file("second")}),
+  EXPECT_EQ(run({"record", "--replay", file("first"), "--once", "--patience", "30", "-o", file("second")}),
             static_cast<int>(ExitCode::noFrames));
   EXPECT_THAT(m_out, HasSubstr("recorded 4 frames"));
-  EXPECT_THAT(m_err, HasSubstr("no frame for 3000 ms"));
+  EXPECT_THAT(m_err, HasSubstr("no frame for 30000 ms"));
   EXPECT_EQ(Recording::open(file("second")).stamps.size(), 4U);
 }
 
