@@ -92,6 +92,9 @@ void makeFolder(const std::filesystem::path& folder) {
 }
 
 void startCapture(OpenedCamera& opened, bool useTransmit, bool useShareMemory) {
+  if (opened.prepare) {
+    opened.prepare();
+  }
   try {
     opened.camera->startCapture(useTransmit, useShareMemory);
   } catch (const cv::Exception& error) {

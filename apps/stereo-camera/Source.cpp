@@ -143,8 +143,9 @@ OpenedCamera openSimulated(const SourceOptions& options, const Onlooker& onlooke
   OpenedCamera simulated =
       openVirtual(std::move(camera), options, "simulated camera, seed " + std::to_string(options.seed));
   simulated.calibrated = true;
-  // Rendering takes a hundred times as long as a camera does, and longer than patience with one lasts on a slow machine.
-  device.fillRing();
+  // Rendering takes a hundred times as long as a camera does, and longer than patience with one lasts on a slow
+  // machine.
+  simulated.prepare = [&device] { device.fillRing(); };
   return simulated;
 }
 

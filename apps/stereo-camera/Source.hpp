@@ -47,6 +47,7 @@ struct OpenedCamera {
   std::function<void(int)> setDepthMode;                                ///< while no disparity worker runs
   std::function<void(int mode, double rate, int lastOctet)> setStream;  ///< before the start
   std::function<StereoCamera::TimeFrame()> latestDisparity;             ///< view and disparity, copies
+  std::function<void()> prepare;  ///< what takes time before the start; may be empty
   int depthMode = 2;
   std::string description;  ///< "simulated camera, seed 1"
   bool calibrated = false;
