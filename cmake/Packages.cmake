@@ -47,7 +47,7 @@ function(stereo_camera_package)
   set(CPACK_DEBIAN_${upper}_PACKAGE_SECTION ${arg_SECTION} PARENT_SCOPE)
   set(CPACK_DEBIAN_${upper}_PACKAGE_DEPENDS "${arg_DEPENDS}" PARENT_SCOPE)
   set(CPACK_DEBIAN_${upper}_PACKAGE_RECOMMENDS "${arg_RECOMMENDS}" PARENT_SCOPE)
-  string(JOIN " " description ${arg_DESCRIPTION})
+  string(JOIN "\n" description ${arg_DESCRIPTION})
   set(CPACK_DEBIAN_${upper}_DESCRIPTION "${arg_SUMMARY}\n${description}" PARENT_SCOPE)
   set(CPACK_COMPONENTS_ALL ${CPACK_COMPONENTS_ALL} ${arg_COMPONENT} PARENT_SCOPE)
 
@@ -67,8 +67,9 @@ if(BUILD_SHARED_LIBS)
   stereo_camera_package(COMPONENT runtime PACKAGE libstereocameracommon${stereo_camera_soversion} SECTION libs
     SUMMARY "driver library of a stereo fisheye camera"
     DESCRIPTION
-      "Raw and rectified eyes, depth and point clouds of a stereo fisheye camera whose two eyes arrive side by side in one"
-      "video frame; one eye can be shared with another process, and what is read can leave as H.264 over RTP.")
+      "Raw and rectified eyes, depth and point clouds of a stereo fisheye camera"
+      "whose two eyes arrive side by side in one video frame; one eye can be shared"
+      "with another process, and what is read can leave as H.264 over RTP.")
   # The loader's list of libraries is brought up to date when the package comes or goes.
   file(WRITE ${PROJECT_BINARY_DIR}/packages/triggers "activate-noawait ldconfig\n")
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/packages/triggers)
@@ -78,21 +79,29 @@ stereo_camera_package(COMPONENT development PACKAGE libstereocameracommon-dev SE
   DEPENDS "libopencv-dev"
   SUMMARY "driver library of a stereo fisheye camera (development files)"
   DESCRIPTION
-    "Headers, CMake package (find_package(StereoCamera)) and pkg-config file (stereo-camera) for programs that read a"
-    "stereo fisheye camera.")
+    "Headers, CMake package (find_package(StereoCamera)) and pkg-config file"
+    "(stereo-camera) for programs that read a stereo fisheye camera.")
 if(STEREO_CAMERA_BUILD_APPS)
+  if(STEREO_CAMERA_GZIP)
+    configure_file(${PROJECT_SOURCE_DIR}/docs/stereo-camera.1 ${PROJECT_BINARY_DIR}/packages/stereo-camera.1 COPYONLY)
+    execute_process(COMMAND ${STEREO_CAMERA_GZIP} -9 -n -f -k ${PROJECT_BINARY_DIR}/packages/stereo-camera.1
+      COMMAND_ERROR_IS_FATAL ANY)
+    install(FILES ${PROJECT_BINARY_DIR}/packages/stereo-camera.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
+      COMPONENT tools)
+  endif()
   stereo_camera_package(COMPONENT tools PACKAGE stereo-camera-tools SECTION video
     RECOMMENDS "gstreamer1.0-plugins-base, gstreamer1.0-plugins-good, gstreamer1.0-plugins-bad, gstreamer1.0-libav"
     SUMMARY "host program of a stereo fisheye camera"
     DESCRIPTION
-      "The program stereo-camera shows, measures, records, replays, calibrates and checks a stereo fisheye camera, real or"
-      "simulated.")
+      "The program stereo-camera shows, measures, records, replays, calibrates and"
+      "checks a stereo fisheye camera, real or simulated.")
   stereo_camera_package(COMPONENT gstreamer PACKAGE gstreamer1.0-stereo-camera SECTION video
     DEPENDS "gstreamer1.0-plugins-ugly"
     SUMMARY "software stand-in for the hardware encoder of a stereo camera's board"
     DESCRIPTION
-      "A GStreamer plugin that registers an H.264 encoder under the name of the board's hardware encoder, so that the"
-      "stereo camera's network stream works on PCs. Not for boards that have that encoder.")
+      "A GStreamer plugin that registers an H.264 encoder under the name of the"
+      "board's hardware encoder, so that the stereo camera's network stream works"
+      "on PCs. Not for boards that have that encoder.")
 endif()
 if(STEREO_CAMERA_BUILD_PYTHON)
   find_package(Python3 3.9 REQUIRED COMPONENTS Interpreter)  # the one that the module is for
@@ -102,7 +111,8 @@ if(STEREO_CAMERA_BUILD_PYTHON)
     RECOMMENDS "python3-matplotlib"
     SUMMARY "Python module of a stereo fisheye camera"
     DESCRIPTION
-      "The module stereo_camera reads a stereo fisheye camera, real, simulated or recorded, into NumPy arrays.")
+      "The module stereo_camera reads a stereo fisheye camera, real, simulated or"
+      "recorded, into NumPy arrays.")
 endif()
 
 include(CPack)

@@ -3,11 +3,14 @@
 
 #include <charconv>
 #include <fstream>
+#include <iterator>
 #include <stdexcept>
 #include <string_view>
 
 #include <opencv2/core.hpp>
 #include <opencv2/core/persistence.hpp>
+
+#include "core/DocumentGuard.hpp"
 
 namespace stereo::sim {
 
@@ -60,8 +63,13 @@ int readRadius(const fs::path& path) {
   if (!fs::exists(path)) {
     return -1;
   }
+  std::ifstream file(path);
+  const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
   try {
-    const cv::FileStorage storage(path.string(), cv::FileStorage::READ);
+    if (!core::safeToParse(text)) {
+      throw cv::Exception(cv::Error::StsParseError, "malformed", __func__, __FILE__, __LINE__);
+    }
+    const cv::FileStorage storage(text, cv::FileStorage::READ | cv::FileStorage::MEMORY);
     const cv::FileNode node = storage["FisheyeRadius"];
     if (node.empty()) {
       return -1;

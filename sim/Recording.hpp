@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <filesystem>
 #include <string>
@@ -10,13 +11,11 @@ namespace stereo::sim {
 
 /// A folder with raw frames as a device delivered them, and what was in effect meanwhile.
 ///
-/// | file            | what |
-/// |-----------------|------|
-/// | frames.mkv      | the side-by-side frames, lossless, in a Matroska container |
-/// | stamps.csv      | a heading, then a line for each frame: its number from 0, its stamp in microseconds since the
-/// epoch | | calibration.yml | the calibration as it was before capture started; not there if there was none | |
-/// settings.yml    | the settings in effect, to be loaded like any others | | about.yml       | where the frames are
-/// from, codec, radius of the image circle, counts |
+/// - `frames.mkv`: the side-by-side frames, lossless, in a Matroska container
+/// - `stamps.csv`: a heading, then a line for each frame: its number from 0, its stamp in microseconds since the epoch
+/// - `calibration.yml`: the calibration as it was before capture started; not there if there was none
+/// - `settings.yml`: the settings in effect, to be loaded like any others
+/// - `about.yml`: where the frames are from, codec, radius of the image circle, counts
 ///
 /// The stamps are those that the camera handed out with the frames. A recording that was cut off has fewer frames or
 /// stamps than the other; the shorter one counts.
@@ -26,6 +25,7 @@ struct Recording {
   static constexpr const char* calibrationFile = "calibration.yml";
   static constexpr const char* settingsFile = "settings.yml";
   static constexpr const char* aboutFile = "about.yml";
+  static constexpr std::array files{framesFile, stampsFile, calibrationFile, settingsFile, aboutFile};
   static constexpr const char* stampsHeading = "frame,microseconds";
 
   /// Whether the path is a folder that holds frames of a recording.

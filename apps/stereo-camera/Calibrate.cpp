@@ -138,7 +138,7 @@ void calibrate(CalibrateOptions options) {
 Action addCalibrate(CLI::App& program) {
   auto options = std::make_shared<CalibrateOptions>();
   CLI::App* const command =
-      program.add_subcommand("calibrate", "makes a calibration file from pictures of a chessboard");
+      program.add_subcommand("calibrate", "make a calibration file from pictures of a chessboard");
   SourceOptions& source = options->live.source;
   source.addTo(*command);
   auto* const folder = command

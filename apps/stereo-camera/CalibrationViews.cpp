@@ -132,6 +132,7 @@ BoardPictures takeBoards(const LiveOptions& options, const calibration::Board& b
   std::unique_ptr<Collector> collector;
   Collector::Verdict told = Collector::Verdict::taken;
   Clock::time_point last = Clock::now();
+  Clock::time_point toldAt;
   const bool isDevice = options.source.device >= 0 ||
                         (!options.source.settings.empty() && !options.source.simulate && options.source.replay.empty());
   while (frames.size() < wanted && !runTime.over()) {
@@ -165,17 +166,19 @@ BoardPictures takeBoards(const LiveOptions& options, const calibration::Board& b
       frames.push_back(frame);
       tell(frames.size(), wanted, name, "taken; " + coverageText(collector->coverage()));
       last = Clock::now();
+      told = verdict;
     } else {
-      if (verdict != told) {
-        // Once, not for every frame.
+      // Once, not for every frame; and no faster than it can be read, where a board at the edge comes and goes.
+      if (verdict != told && Clock::now() - toldAt >= std::chrono::seconds(1)) {
         tell(frames.size(), wanted, "waiting", describe(verdict));
+        told = verdict;
+        toldAt = Clock::now();
       }
       if (Clock::now() - last > std::chrono::duration<double>(options.idle)) {
         std::printf("nothing new for %.0f seconds: going on with what there is\n", options.idle);
         break;
       }
     }
-    told = verdict;
   }
   watch.finish();
   if (collector != nullptr) {

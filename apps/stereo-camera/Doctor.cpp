@@ -70,7 +70,7 @@ void doctor(const DoctorOptions& options) {
 Action addDoctor(CLI::App& program) {
   auto options = std::make_shared<DoctorOptions>();
   CLI::App* const command =
-      program.add_subcommand("doctor", "looks for what is wrong with device, files, shared memory and stream");
+      program.add_subcommand("doctor", "look for what is wrong with device, files, shared memory and stream");
   auto* const device = command->add_option("--device", options->device, "video device N (/dev/videoN)");
   device->check(CLI::Range(0, 99))->capture_default_str();
   command->add_flag("--no-device", options->noDevice, "leave the device out")->excludes(device);

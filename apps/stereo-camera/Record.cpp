@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <iostream>
 #include <memory>
+#include <utility>
 
 #include <CLI/CLI.hpp>
 
@@ -32,6 +33,36 @@ struct RecordOptions {
 
 // A frame may take as long as it likes to be encoded; this is how often the end is looked for meanwhile.
 constexpr std::chrono::milliseconds lookAround{200};
+
+// Makes the folder, and takes back what a recording without any frame would leave in it.
+class Folder {
+public:
+  explicit Folder(std::filesystem::path path) : m_path(std::move(path)), m_made(!std::filesystem::exists(m_path)) {
+    makeFolder(m_path);
+  }
+  // Last of all: whoever writes into it is gone.
+  ~Folder() {
+    std::error_code ignored;
+    if (m_begun && !sim::Recording::isAt(m_path)) {
+      for (const char* name : sim::Recording::files) {
+        std::filesystem::remove(m_path / name, ignored);
+      }
+    }
+    if (m_made) {
+      std::filesystem::remove(m_path, ignored);  // only if nothing else is in it
+    }
+  }
+  Folder(const Folder&) = delete;
+  Folder& operator=(const Folder&) = delete;
+
+  // From here on files of a recording in it are ours.
+  void begin() { m_begun = true; }
+
+private:
+  const std::filesystem::path m_path;
+  const bool m_made;
+  bool m_begun = false;
+};
 
 void tellOfDrops(const Recorder::Counts& counts, Recorder::Counts& told) {
   if (counts.dropped > 0 && told.dropped == 0) {
@@ -66,13 +97,14 @@ void recordUntilDone(const RecordOptions& options, OpenedCamera& opened, Recorde
 }
 
 void record(const RecordOptions& options) {
-  makeFolder(options.output);
   const std::filesystem::path folder(options.output);
+  Folder made(folder);
   Recorder recorder({.folder = folder,
                      .codec = options.codec,
                      .queue = options.queue,
                      .rate = options.source.rate > 0 ? options.source.rate : 30.0,
                      .most = options.frames});
+  made.begin();
   OpenedCamera opened = openCamera(options.source, {.recorder = &recorder});
   const auto* const camera = dynamic_cast<const TellsSettings*>(opened.camera.get());
   const SettingsInEffect settings = camera->settingsInEffect();

@@ -26,9 +26,11 @@ int fourccOf(const std::string& codec) {
 }  // namespace
 
 Recorder::Recorder(Options options) : m_options(std::move(options)) {
-  if (Recording::isAt(m_options.folder)) {
-    throw Failure(ExitCode::output, "there is a recording in " + m_options.folder.string() +
-                                        " already: choose another folder (--output), or remove it");
+  for (const char* name : Recording::files) {
+    if (fs::exists(m_options.folder / name)) {
+      throw Failure(ExitCode::output, "there is a recording in " + m_options.folder.string() + " already (" + name +
+                                          "): choose another folder (--output), or remove it");
+    }
   }
   const fs::path stamps = m_options.folder / Recording::stampsFile;
   m_stamps.open(stamps, std::ios::trunc);
@@ -44,6 +46,10 @@ Recorder::~Recorder() {
     finish();
   } catch (const std::exception&) {
     // Who wanted to know has called it before.
+  }
+  if (!Recording::isAt(m_options.folder)) {
+    std::error_code ignored;
+    fs::remove(m_options.folder / Recording::stampsFile, ignored);
   }
 }
 

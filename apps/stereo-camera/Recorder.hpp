@@ -27,7 +27,7 @@ namespace stereo::app {
 class Recorder {
 public:
   struct Options {
-    std::filesystem::path folder;      ///< exists; must not hold a recording
+    std::filesystem::path folder;      ///< exists; must not hold a file of a recording
     std::string codec = "huffyuv";     ///< "huffyuv" or "ffv1", both lossless
     std::size_t queue = 32;            ///< frames that wait for the disk at most, above 0
     double rate = 30.0;                ///< frames per second, told to players; above 0
@@ -42,9 +42,10 @@ public:
     std::uint64_t unfit = 0;    ///< of another size or type than the first
   };
 
-  /// Throws Failure (output) if the folder holds a recording or cannot be written into.
+  /// Throws Failure (output) if the folder holds a file of a recording or cannot be written into.
   explicit Recorder(Options options);
-  /// Ends as `finish` does, but says nothing of what could not be written.
+  /// Ends as `finish` does, but says nothing of what could not be written. Where no frame came, its file of stamps
+  /// goes.
   ~Recorder();
   Recorder(const Recorder&) = delete;
   Recorder& operator=(const Recorder&) = delete;

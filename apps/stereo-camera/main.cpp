@@ -11,6 +11,7 @@ int main(int argc, char** argv) {
   using namespace stereo::app;
   CLI::App program("Host program of the stereo fisheye camera", "stereo-camera");
   program.require_subcommand(1);
+  program.set_version_flag("--version", "stereo-camera " STEREO_CAMERA_VERSION, "Print the version and exit");
   program.footer(
       "Exit codes: 0 success, 1 unexpected error, 2 wrong arguments, 3 source cannot be opened,\n"
       "4 calibration unusable, 5 no frames, 6 output cannot be written, 7 problems found.");

@@ -2,6 +2,7 @@
 // The host program as its user meets it: a command line, an exit code, lines and files.
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 
 #include <sys/wait.h>
 
@@ -66,6 +67,21 @@ private:
 };
 
 }  // namespace
+
+TEST_F(HostProgram, ManualPageHasEveryCommand) {
+  const std::string page = readFile(STEREO_CAMERA_MANUAL_PAGE);
+  std::istringstream help(run("--help").out);
+  std::string line;
+  while (std::getline(help, line) && line != "Subcommands:") {
+  }
+  int commands = 0;
+  for (std::string name; std::getline(help, line) && line.rfind("  ", 0) == 0; ++commands) {
+    std::istringstream(line) >> name;
+    EXPECT_THAT(page, HasSubstr("\n.B " + name + "\n"));
+  }
+  EXPECT_GE(commands, 11);
+  EXPECT_THAT(run("--version").out, testing::MatchesRegex("stereo-camera [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+}
 
 TEST_F(HostProgram, DemoWritesEveryPictureAndAPageThatShowsThem) {
   const Outcome outcome = run("demo --size 928x400 --seconds 0.5 --patience 120 -o '" + file("demo") + "'");

@@ -120,3 +120,32 @@ TEST_F(RecordProgram, MistakesAreToldInOneLine) {
   EXPECT_EQ(run({"snapshot", "--replay", file("x"), "-o", file("y")}), static_cast<int>(ExitCode::source));
   EXPECT_THAT(m_err, HasSubstr("cannot read the stamps"));
 }
+
+TEST_F(RecordProgram, NothingIsLeftWhereNothingCame) {
+  // No such recording; then a source that opens and gives no frame in time.
+  const std::string nowhere = file("nowhere");
+  EXPECT_EQ(run({"record", "--replay", file("none"), "-o", nowhere}), static_cast<int>(ExitCode::source));
+  EXPECT_FALSE(std::filesystem::exists(nowhere));
+  stereo::test::writeFile(file("gone.txt"), "unplug 0 ever\n");
+  const std::string silent = file("silent");
+  EXPECT_EQ(run({"record", "--simulate", "--size", "928x400", "--faults", file("gone.txt"), "--patience", "0.2", "-o",
+                 silent}),
+            static_cast<int>(ExitCode::noFrames))
+      << m_err;
+  EXPECT_FALSE(std::filesystem::exists(silent));
+}
+
+TEST_F(RecordProgram, ForeignFilesInTheFolderStay) {
+  const std::string folder = file("mine");
+  std::filesystem::create_directory(folder);
+  stereo::test::writeFile(folder + "/settings.yml", "mine\n");
+  EXPECT_EQ(run({"record", "--size", "928x400", "--frames", "1", "-o", folder}), static_cast<int>(ExitCode::output));
+  EXPECT_THAT(m_err, HasSubstr("settings.yml"));
+  EXPECT_EQ(readFile(folder + "/settings.yml"), "mine\n");
+  EXPECT_FALSE(std::filesystem::exists(folder + "/stamps.csv"));
+  // What is no file of a recording is in nobody's way, and stays too.
+  std::filesystem::rename(folder + "/settings.yml", folder + "/notes.txt");
+  EXPECT_EQ(run({"record", "--replay", file("none"), "-o", folder}), static_cast<int>(ExitCode::source));
+  EXPECT_EQ(readFile(folder + "/notes.txt"), "mine\n");
+  EXPECT_FALSE(std::filesystem::exists(folder + "/stamps.csv"));
+}
