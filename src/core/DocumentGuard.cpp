@@ -147,6 +147,7 @@ bool hasCleanStreams(std::string_view text) {
   bool isFirst = true;
   bool isInside = false;
   bool isSequence = false;
+  bool wantsRoot = false;  // behind the dashes or a tag: whatever comes is the root, a directive or more dashes too
   bool hasLine = lines.next();
   std::size_t indent = 0;  // of the stream's root, if inside
   while (hasLine) {
@@ -160,16 +161,17 @@ bool hasCleanStreams(std::string_view text) {
       if (lines.indent() < indent || endsSequence || lines.startsWith("...")) {
         return false;
       }
-    } else if (lines.startsWith("---")) {
-      if (lines.skip(3)) {
-        continue;  // the root begins on this line
-      }
     } else if (lines.startsWith("...")) {
       if (lines.skip(3)) {
         return false;
       }
-      isFirst = false;
-    } else if (lines.rest()[0] == '-' && !isFirst) {
+      isFirst = wantsRoot = false;
+    } else if (!wantsRoot && lines.startsWith("---")) {
+      wantsRoot = true;
+      if (lines.skip(3)) {
+        continue;  // the root begins on this line
+      }
+    } else if (!wantsRoot && lines.rest()[0] == '-' && !isFirst) {
       return false;
     } else if (lines.rest()[0] == '[' || lines.rest()[0] == '{') {
       if (!skipFlow(lines)) {
@@ -178,14 +180,16 @@ bool hasCleanStreams(std::string_view text) {
       // Nothing but dots may follow, or nothing.
       indent = static_cast<std::size_t>(-1);
       isInside = true;
-      isSequence = false;
+      isSequence = wantsRoot = false;
     } else if (lines.rest()[0] == '!') {
       if (lines.rest().find_first_of(" \t") != std::string_view::npos) {
         return false;  // the root's tag, with the root behind it
       }
-    } else if (lines.rest()[0] != '%') {
+      wantsRoot = true;
+    } else if (wantsRoot || lines.rest()[0] != '%') {
       isInside = true;
       isSequence = lines.rest()[0] == '-';
+      wantsRoot = false;
       indent = lines.indent();
     }
     hasLine = lines.next();

@@ -85,6 +85,7 @@ TEST(SafeToParse, LetsSeveralStreamsThrough) {
   EXPECT_TRUE(safeToParse(head + "A: 5\n...\n\n# more\n%YAML:1.0\n--- # now\n   B: 5\n   C:\n     - -5\n...\n"));
   EXPECT_TRUE(safeToParse(head + "- 5\n- -5\n...\n"));
   EXPECT_TRUE(safeToParse("A: -5\n"));
+  EXPECT_TRUE(safeToParse(head + "%A: 5\n%B: 5\n...\n%YAML:1.0\n---\nC: 5\n"));
   EXPECT_TRUE(safeToParse(head + "   A: 5\n# whose place is no matter\n\n   B: -5\n"));
 }
 
@@ -101,11 +102,29 @@ TEST(SafeToParse, LetsCollectionsInBracketsThrough) {
 // The parser would look at a dash for ever that it takes for the start of a stream.
 TEST(SafeToParse, RefusesStreamsThatBeginOrEndInNoKnownWay) {
   const std::string head = "%YAML:1.0\n---\n";
-  for (const char* const text :
-       {"A: 5\n...\n- 5\n", "A: 5\n...\n# \n - 5\n", "A: 5\n...- 5\n", "A: 5\n... - 5\n", "...\n- 5\n", "...- 5\n",
-        "   A: 5\nxx - 5\n", "   A: 5\n%YA-5\n", "   A: 5\n---\n- 5\n", "  - 5\nxxx- 5\n", "- 5\nxxx- 5\n",
-        "{ A: 5 }\nxxx- 5\n", "{ A: 5 } xxx- 5\n", "{ A: x{y }\nxx- 5 }\n", "{ A: it's }\nxx- 5 ', B: 5 }\n",
-        "{ A: '\\', B: 5 }", "{ A: 5 # }\n }\n", "!!map { A: 5 }\nxxx- 5\n", "--- { A: 5 }\nxxx- 5\n"}) {
+  for (const char* const text : {"A: 5\n...\n- 5\n",
+                                 "A: 5\n...\n# \n - 5\n",
+                                 "A: 5\n...- 5\n",
+                                 "A: 5\n... - 5\n",
+                                 "...\n- 5\n",
+                                 "...- 5\n",
+                                 "   A: 5\nxx - 5\n",
+                                 "   A: 5\n%YA-5\n",
+                                 "   A: 5\n---\n- 5\n",
+                                 "  - 5\nxxx- 5\n",
+                                 "- 5\nxxx- 5\n",
+                                 "{ A: 5 }\nxxx- 5\n",
+                                 "{ A: 5 } xxx- 5\n",
+                                 "{ A: x{y }\nxx- 5 }\n",
+                                 "{ A: it's }\nxx- 5 ', B: 5 }\n",
+                                 "{ A: '\\', B: 5 }",
+                                 "{ A: 5 # }\n }\n",
+                                 "!!map { A: 5 }\nxxx- 5\n",
+                                 "--- { A: 5 }\nxxx- 5\n",
+                                 "  %A: 5\nxxx- 5\n",
+                                 "%A: 5\n...\n- 5\n",
+                                 "!!map\n  %A: 5\nxxx- 5\n",
+                                 "  ---\nA: 5\nxx- 5\n"}) {
     EXPECT_FALSE(safeToParse(head + text)) << text;
   }
 }
