@@ -8,7 +8,8 @@ set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME stereo-camera)
 set(CPACK_PACKAGE_VENDOR "The stereo camera's developers")
 set(CPACK_PACKAGE_CONTACT "The stereo camera's developers <stereo-camera@example.org>")
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
+# Set, it would stand above each package's own first line.
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
 set(CPACK_STRIP_FILES ON)
 # What a umask of the builder's would make of folders.
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE
@@ -68,7 +69,7 @@ if(BUILD_SHARED_LIBS)
     SUMMARY "driver library of a stereo fisheye camera"
     DESCRIPTION
       "Raw and rectified eyes, depth and point clouds of a stereo fisheye camera"
-      "whose two eyes arrive side by side in one video frame; one eye can be shared"
+      "whose two eyes arrive side by side in one video frame. One eye can be shared"
       "with another process, and what is read can leave as H.264 over RTP.")
   # The loader's list of libraries is brought up to date when the package comes or goes.
   file(WRITE ${PROJECT_BINARY_DIR}/packages/triggers "activate-noawait ldconfig\n")
