@@ -178,7 +178,7 @@ void bench(const BenchOptions& options) {
   startCapture(opened);
   const std::chrono::milliseconds patience(static_cast<long>(1000 * options.patience));
   Watch watch(camera, patience, opened.askedSize);
-  camera.startStereoCompute();
+  watch.startStereoCompute();
   Readers readers(camera, watch);
   Pulse pulse(camera, watch, record);
   std::cout << "waiting for one of each product from " << opened.description << " ..." << std::endl;

@@ -42,7 +42,7 @@ void write(const std::filesystem::path& path, const cv::Mat& image) {
 
 DepthProducts readDepth(OpenedCamera& opened, Watch& watch, std::chrono::milliseconds patience) {
   StereoCamera& camera = *opened.camera;
-  camera.startStereoCompute();
+  watch.startStereoCompute();
   DepthProducts products;
   std::chrono::microseconds stamp{0};
   // Frames may come while no disparity is published yet; reads then say so at once.

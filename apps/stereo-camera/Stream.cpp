@@ -87,7 +87,7 @@ void stream(const StreamOptions& options) {
   const std::chrono::milliseconds patience(static_cast<long>(1000 * options.patience));
   Watch watch(camera, patience, opened.askedSize);
   if (options.mode == depthStream) {
-    camera.startStereoCompute();
+    watch.startStereoCompute();
   }
   cv::Mat a;
   cv::Mat b;

@@ -37,6 +37,12 @@ void Watch::alive() {
   m_last = Clock::now();
 }
 
+void Watch::startStereoCompute() {
+  const std::lock_guard lock(m_disparityMutex);
+  checkAfterRead();  // after a stop it would be started for nothing
+  m_camera.startStereoCompute();
+}
+
 void Watch::checkAfterRead() {
   if (m_expired) {
     throw Failure(ExitCode::noFrames, "no frame for " + std::to_string(m_patience.count()) +
@@ -95,7 +101,10 @@ void Watch::loop() {
     m_phase = Phase::done;
     lock.unlock();
     auto stopped = std::async(std::launch::async, [this] {
-      m_camera.stopStereoCompute();
+      {
+        const std::lock_guard disparity(m_disparityMutex);
+        m_camera.stopStereoCompute();
+      }
       m_camera.stopCapture();
     });
     if (stopped.wait_for(stopGrace) != std::future_status::ready) {

@@ -33,6 +33,10 @@ public:
   /// A read has returned.
   void alive();
 
+  /// Starts the camera's disparity worker, which only this may do while it watches: its own stop may come meanwhile.
+  /// Throws Failure (noFrames) if it has come.
+  void startStereoCompute();
+
   /// Calls `read`, which returns whether it got anything, and throws Failure (noFrames) if it did not because nothing
   /// comes any more.
   template <typename Read>
@@ -64,6 +68,7 @@ private:
   Phase m_phase = Phase::watching;  // guarded by m_mutex
   Clock::time_point m_last;         // guarded by m_mutex
   std::atomic<bool> m_expired{false};
+  std::mutex m_disparityMutex;  // start and stop of the camera's disparity worker
   std::thread m_thread;
 };
 

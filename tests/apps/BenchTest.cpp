@@ -74,9 +74,10 @@ TEST(Bench, MeasuresEveryProductOfTheSimulatedCamera) {
   const int published = device["published"];
   EXPECT_EQ(published, read) << "the worker publishes all that it reads";
   EXPECT_GE(lost, 0);
-  // The source's beat starts anew after a late read: of almost two periods it counts one. The worker may be late at the
-  // run's end, too, and a loaded machine makes it later.
-  EXPECT_LE(read + lost, 30 * seconds + 4);
+  // The source's beat starts anew after a late read: of almost two periods it counts one. A read may be late at the
+  // run's start, whose losses then count although part of them was before, and at its end; a loaded machine makes it
+  // later.
+  EXPECT_LE(read + lost, 30 * seconds + 30);
   EXPECT_GE(read + 2 * lost, 30 * seconds - 30);
   EXPECT_EQ(static_cast<std::string>(device["lost_how"]), "counted by the source");
 
