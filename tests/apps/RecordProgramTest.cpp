@@ -76,9 +76,11 @@ TEST_F(RecordProgram, ReplayGivesTheSameBitsAsLive) {
 }
 
 TEST_F(RecordProgram, KeepsTheCalibrationAsItWasBeforeTheStart) {
-  ASSERT_EQ(run({"record", "--size", "928x400", "--frames", "2", "--patience", "120", "-o", file("small")}), 0)
+  ASSERT_EQ(run({"record", "--still", "--size", "928x400", "--frames", "2", "--patience", "120", "-o", file("small")}),
+            0)
       << m_err;
-  ASSERT_EQ(run({"record", "--size", "1856x800", "--frames", "2", "--patience", "120", "-o", file("large")}), 0)
+  ASSERT_EQ(run({"record", "--still", "--size", "1856x800", "--frames", "2", "--patience", "120", "-o", file("large")}),
+            0)
       << m_err;
   // Files tell it for frames 1856 pixels wide, whatever the width of these.
   const auto intrinsic = [&](const std::string& folder) {
@@ -91,7 +93,8 @@ TEST_F(RecordProgram, KeepsTheCalibrationAsItWasBeforeTheStart) {
 }
 
 TEST_F(RecordProgram, EndsInOrderWhenInterrupted) {
-  Program program(STEREO_CAMERA_PROGRAM, {"record", "--size", "928x400", "--patience", "120", "-o", file("taken")});
+  Program program(STEREO_CAMERA_PROGRAM,
+                  {"record", "--still", "--size", "928x400", "--patience", "120", "-o", file("taken")});
   ASSERT_TRUE(stereo::test::await([&] { return Recording::isAt(file("taken")); }, 2 * deadline)) << program.err();
   program.send(SIGINT);
   EXPECT_EQ(program.wait(), 0) << program.err();
@@ -100,7 +103,8 @@ TEST_F(RecordProgram, EndsInOrderWhenInterrupted) {
 }
 
 TEST_F(RecordProgram, EndOfTheSourceKeepsWhatCame) {
-  ASSERT_EQ(run({"record", "--size", "928x400", "--frames", "4", "--patience", "120", "-o", file("first")}), 0)
+  ASSERT_EQ(run({"record", "--still", "--size", "928x400", "--frames", "4", "--patience", "120", "-o", file("first")}),
+            0)
       << m_err;
   // The recording of a recording, played once: the source ends, which is told, and all of it is there.
   EXPECT_EQ(run({"record", "--replay", file("first"), "--once", "--patience", "30", "-o", file("second")}),
@@ -112,9 +116,11 @@ TEST_F(RecordProgram, EndOfTheSourceKeepsWhatCame) {
 
 TEST_F(RecordProgram, MistakesAreToldInOneLine) {
   EXPECT_EQ(run({"record", "--codec", "h264", "-o", file("x")}), static_cast<int>(ExitCode::usage));
-  EXPECT_EQ(run({"record", "--size", "928x400", "-o", "/proc/none"}), static_cast<int>(ExitCode::output));
-  ASSERT_EQ(run({"record", "--size", "928x400", "--frames", "1", "--patience", "120", "-o", file("x")}), 0) << m_err;
-  EXPECT_EQ(run({"record", "--size", "928x400", "--frames", "1", "-o", file("x")}), static_cast<int>(ExitCode::output));
+  EXPECT_EQ(run({"record", "--still", "--size", "928x400", "-o", "/proc/none"}), static_cast<int>(ExitCode::output));
+  ASSERT_EQ(run({"record", "--still", "--size", "928x400", "--frames", "1", "--patience", "120", "-o", file("x")}), 0)
+      << m_err;
+  EXPECT_EQ(run({"record", "--still", "--size", "928x400", "--frames", "1", "-o", file("x")}),
+            static_cast<int>(ExitCode::output));
   EXPECT_THAT(m_err, HasSubstr("there is a recording in"));
   stereo::test::writeFile(file("x/stamps.csv"), "nonsense\n");
   EXPECT_EQ(run({"snapshot", "--replay", file("x"), "-o", file("y")}), static_cast<int>(ExitCode::source));
@@ -128,8 +134,8 @@ TEST_F(RecordProgram, NothingIsLeftWhereNothingCame) {
   EXPECT_FALSE(std::filesystem::exists(nowhere));
   stereo::test::writeFile(file("gone.txt"), "unplug 0 ever\n");
   const std::string silent = file("silent");
-  EXPECT_EQ(run({"record", "--simulate", "--size", "928x400", "--faults", file("gone.txt"), "--patience", "0.2", "-o",
-                 silent}),
+  EXPECT_EQ(run({"record", "--simulate", "--still", "--size", "928x400", "--faults", file("gone.txt"), "--patience",
+                 "0.2", "-o", silent}),
             static_cast<int>(ExitCode::noFrames))
       << m_err;
   EXPECT_FALSE(std::filesystem::exists(silent));
@@ -139,7 +145,8 @@ TEST_F(RecordProgram, ForeignFilesInTheFolderStay) {
   const std::string folder = file("mine");
   std::filesystem::create_directory(folder);
   stereo::test::writeFile(folder + "/settings.yml", "mine\n");
-  EXPECT_EQ(run({"record", "--size", "928x400", "--frames", "1", "-o", folder}), static_cast<int>(ExitCode::output));
+  EXPECT_EQ(run({"record", "--still", "--size", "928x400", "--frames", "1", "-o", folder}),
+            static_cast<int>(ExitCode::output));
   EXPECT_THAT(m_err, HasSubstr("settings.yml"));
   EXPECT_EQ(readFile(folder + "/settings.yml"), "mine\n");
   EXPECT_FALSE(std::filesystem::exists(folder + "/stamps.csv"));
