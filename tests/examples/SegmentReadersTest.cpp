@@ -1,5 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <atomic>
+#include <chrono>
+#include <cstdint>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <sys/shm.h>
@@ -12,14 +16,15 @@
 
 #include "SimulatedCamera.hpp"
 #include "apps/Program.hpp"
+#include "support/Await.hpp"
 #include "support/TempDir.hpp"
 #include "support/TestCamera.hpp"
 
 using stereo::sim::SimulatedCamera;
+using stereo::test::await;
 using stereo::test::Program;
 using stereo::test::sameBits;
 using stereo::test::TempDir;
-using stereo::test::TestCamera;
 using testing::HasSubstr;
 
 namespace {
@@ -32,6 +37,30 @@ int ownPosition() {
   static int next = 0;
   return static_cast<int>(getpid()) * 64 + next++;
 }
+
+// A segment as a camera makes it, mapped and removed with this.
+class OwnSegment {
+public:
+  OwnSegment(int key, cv::Size size)
+      : m_id(shmget(key, static_cast<std::size_t>(size.area()) * 3 + 4, IPC_CREAT | 0600)),
+        m_address(shmat(m_id, nullptr, 0)) {}
+  ~OwnSegment() {
+    shmdt(m_address);
+    shmctl(m_id, IPC_RMID, nullptr);
+  }
+  OwnSegment(const OwnSegment&) = delete;
+  OwnSegment& operator=(const OwnSegment&) = delete;
+  std::atomic_ref<std::int32_t> status() const {
+    return std::atomic_ref<std::int32_t>(*static_cast<std::int32_t*>(m_address));
+  }
+  std::atomic_ref<std::uint8_t> pixel(std::size_t offset) const {
+    return std::atomic_ref<std::uint8_t>(static_cast<std::uint8_t*>(m_address)[4 + offset]);
+  }
+
+private:
+  int m_id;
+  void* m_address;
+};
 
 struct Reader {
   const char* name;
@@ -89,32 +118,54 @@ TEST_P(SegmentReaders, TakeTheLeftEyeOfTheSimulatedCamera) {
   std::chrono::microseconds stamp{0};
   ASSERT_TRUE(camera.getStereoFrame(left, right, stamp));
   EXPECT_EQ(reader.wait(), 0) << reader.err();
-  for (int i = 0; i < count; ++i) {
+  // The first may be half of nothing where this process is held up in the middle of its copy: no reader can tell.
+  for (int i = 1; i < count; ++i) {
     EXPECT_TRUE(sameBits(taken(i), left)) << i;
     EXPECT_FALSE(sameBits(taken(i), right)) << i;
   }
 }
 
-// Every frame is of one colour, the number of its read: a torn image holds two, and one that was not handed back comes
-// again.
-TEST_P(SegmentReaders, TakeWholeImagesAndHandEachBack) {
-  TestCamera camera([](int read) { return cv::Mat(frameSize, CV_8UC3, cv::Scalar(read & 255, read >> 8 & 255, 1)); });
-  camera.setRawFrameSize(frameSize);
-  camera.m_fisheyeRadius = 100000;
-  camera.setPosNumber(ownPosition());
-  camera.startCapture(false, true);
-  constexpr int count = 8;
-  Program reader = reading(camera.getPosNumber(), count);
-  EXPECT_EQ(reader.wait(), 0) << reader.err();
-  cv::Vec3b last;
+// The test plays a camera whose copying takes long: it goes on changing marked pixels for a while and then leaves them
+// alone. A reader may take only what rests, and each image once.
+TEST_P(SegmentReaders, TakeWhatRestsAndHandEachBack) {
+  using Clock = std::chrono::steady_clock;
+  constexpr auto copying = std::chrono::milliseconds(16);    // several of a reader's pauses
+  constexpr auto longestGap = std::chrono::milliseconds(4);  // below a reader's pause between two looks
+  constexpr int count = 30;
+  const int position = ownPosition();
+  OwnSegment segment(position + 9000, eyeSize);
+  Program reader = reading(position, count);
+  bool steady[count] = {};
   for (int i = 0; i < count; ++i) {
-    const cv::Mat image = taken(i);
-    ASSERT_EQ(image.size(), eyeSize) << i;
-    const auto colour = image.at<cv::Vec3b>(0, 0);
-    EXPECT_TRUE(sameBits(image, cv::Mat(eyeSize, CV_8UC3, cv::Scalar(colour)))) << i;
-    EXPECT_EQ(colour[2], 1) << i;
-    EXPECT_NE(colour, last) << i;
-    last = colour;
+    ASSERT_TRUE(await([&] { return segment.status() == 0; })) << "image " << i << " is not handed back";
+    segment.status() = 2;
+    const auto begin = Clock::now();
+    auto last = begin;
+    steady[i] = true;
+    for (unsigned change = 1; last - begin < copying; ++change) {
+      std::this_thread::sleep_for(
+          std::chrono::microseconds(300));  // who sleeps is woken in time on a busy machine, too
+      segment.pixel(0) = static_cast<std::uint8_t>(100 + change % 100);
+      const auto now = Clock::now();
+      steady[i] = steady[i] && now - last < longestGap;  // held up for longer, the image seemed to rest
+      last = now;
+    }
+    segment.pixel(0) = static_cast<std::uint8_t>(i);
+    steady[i] = steady[i] && Clock::now() - last < longestGap;
+  }
+  EXPECT_EQ(reader.wait(), 0) << reader.err();
+  int judged = 0;
+  for (int i = 0; i < count; ++i) {
+    cv::Mat expected(eyeSize, CV_8UC3, cv::Scalar::all(0));
+    expected.at<cv::Vec3b>(0, 0)[0] = static_cast<std::uint8_t>(i);
+    if (steady[i]) {
+      EXPECT_TRUE(sameBits(taken(i), expected)) << i;
+      ++judged;
+    }
+  }
+
+  if (judged == 0) {
+    GTEST_SKIP() << "this machine is so busy that nothing goes on for " << copying.count() << " ms at a time";
   }
 }
 
