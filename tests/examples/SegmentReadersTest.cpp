@@ -29,8 +29,8 @@ using testing::HasSubstr;
 
 namespace {
 
-const cv::Size frameSize(928, 400);
-const cv::Size eyeSize(464, 400);
+cv::Size frameSize() { return {928, 400}; }
+cv::Size eyeSize() { return {464, 400}; }
 
 // A position that no other test process uses: keys are shared by the whole machine.
 int ownPosition() {
@@ -89,7 +89,7 @@ protected:
 
   // A reader of `count` images at a position, writing into the test's folder.
   Program reading(int position, int count) const {
-    return started({std::to_string(position + 9000), std::to_string(eyeSize.width), std::to_string(eyeSize.height),
+    return started({std::to_string(position + 9000), std::to_string(eyeSize().width), std::to_string(eyeSize().height),
                     std::to_string(count), m_folder.path("left-")});
   }
 
@@ -104,7 +104,7 @@ protected:
 
 TEST_P(SegmentReaders, TakeTheLeftEyeOfTheSimulatedCamera) {
   SimulatedCamera::Options options;
-  options.frameSize = frameSize;
+  options.frameSize = frameSize();
   options.moving = false;
   options.framesPerPeriod = 1;
   SimulatedCamera camera(options);
@@ -133,7 +133,7 @@ TEST_P(SegmentReaders, TakeWhatRestsAndHandEachBack) {
   constexpr auto longestGap = std::chrono::milliseconds(4);  // below a reader's pause between two looks
   constexpr int count = 30;
   const int position = ownPosition();
-  OwnSegment segment(position + 9000, eyeSize);
+  OwnSegment segment(position + 9000, eyeSize());
   Program reader = reading(position, count);
   bool steady[count] = {};
   for (int i = 0; i < count; ++i) {
@@ -156,7 +156,7 @@ TEST_P(SegmentReaders, TakeWhatRestsAndHandEachBack) {
   EXPECT_EQ(reader.wait(), 0) << reader.err();
   int judged = 0;
   for (int i = 0; i < count; ++i) {
-    cv::Mat expected(eyeSize, CV_8UC3, cv::Scalar::all(0));
+    cv::Mat expected(eyeSize(), CV_8UC3, cv::Scalar::all(0));
     expected.at<cv::Vec3b>(0, 0)[0] = static_cast<std::uint8_t>(i);
     if (steady[i]) {
       EXPECT_TRUE(sameBits(taken(i), expected)) << i;
