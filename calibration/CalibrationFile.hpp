@@ -14,7 +14,7 @@ struct Label {
   cv::Size rectFrameSize{464, 400};
 };
 
-/// Writes the thirteen keys that the camera loads (docs/using.md), by way of the camera's own writer: intrinsic
+/// Writes the thirteen keys that the camera loads (docs/keys.md), by way of the camera's own writer: intrinsic
 /// matrices scaled from pictures `frameWidth` pixels wide (both eyes) to 1856, the translation in millimetres, the
 /// rotations from `rectify`. Replaces the file; YAML, XML or JSON by its extension. Throws std::runtime_error if it
 /// cannot be written, or does not load again as it was.

@@ -4,7 +4,8 @@ function(stereo_camera_warnings target)
   if(STEREO_CAMERA_BUILD_FUZZERS)
     return()  # another compiler with another mind; the ordinary builds see to warnings
   endif()
-  target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wformat=2 -Wnon-virtual-dtor)
+  target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wformat=2
+    $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>)
 endfunction()
 
 # For what only puts the library's work together (command lines, bindings, tests): the optimiser's time on such sources,

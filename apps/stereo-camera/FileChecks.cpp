@@ -123,7 +123,7 @@ Findings checkSettingsFile(const std::string& path) {
   Loader camera;
   if (!isReadable(path) || !camera.loadConfig(path)) {
     add(findings, "settings: '" + path + "' does not load",
-        "see docs/using.md for the form; \"DeviceNode\" must be there");
+        "see docs/keys.md for the form; \"DeviceNode\" must be there");
     return findings;
   }
   add(findings, "settings: '" + path + "' loads");

@@ -101,6 +101,9 @@ def prepare(folder, build):
 def run(block, build, folder, environment):
     file = block.named_file()
     if file:
+        if (folder / file).is_symlink():
+            print(f"{block.where}: {file} is the project's own, a page does not replace it")
+            return False
         (folder / file).write_text(block.text, encoding="utf-8")
         return True
     if block.note.startswith("not run:") or block.language not in RUN:
