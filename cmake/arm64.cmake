@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
-# Toolchain: Debian's cross compiler for 64-bit Arm, a root with a board's libraries (tests/arm/sysroot makes one), and an
-# emulator that runs what was built. STEREO_CAMERA_ARM_ROOT names the root.
+# Toolchain: Debian's cross compiler for 64-bit Arm, a root with a board's libraries (tests/arm/sysroot makes one), and
+# an emulator that runs what was built. STEREO_CAMERA_ARM_ROOT names the root.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)
 set(CMAKE_LIBRARY_ARCHITECTURE aarch64-linux-gnu)
@@ -18,5 +18,6 @@ set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 # pkg-config reads its own environment, at configuration only.
 set(ENV{PKG_CONFIG_SYSROOT_DIR} ${STEREO_CAMERA_ARM_ROOT})
-set(ENV{PKG_CONFIG_LIBDIR} ${STEREO_CAMERA_ARM_ROOT}/usr/lib/aarch64-linux-gnu/pkgconfig:${STEREO_CAMERA_ARM_ROOT}/usr/share/pkgconfig)
+set(ENV{PKG_CONFIG_LIBDIR}
+    ${STEREO_CAMERA_ARM_ROOT}/usr/lib/aarch64-linux-gnu/pkgconfig:${STEREO_CAMERA_ARM_ROOT}/usr/share/pkgconfig)
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64;-L;${STEREO_CAMERA_ARM_ROOT})
