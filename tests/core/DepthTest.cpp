@@ -189,7 +189,7 @@ TEST(BaselineMetres, IsTheNormInMetresRoundedOnce) {
   EXPECT_EQ(stereo::core::baselineMetres(cv::Mat()), 0.0F);
 }
 
-// Within a unit in the last place on processors for which OpenCV is compiled with fused multiply-add.
+// Within a few units in the last place on processors for which OpenCV is compiled with fused multiply-add.
 TEST(BaselineMillimetres, IsOpenCVsNorm) {
   cv::RNG random(21);
   for (int k = 0; k < 20000; ++k) {
@@ -200,7 +200,7 @@ TEST(BaselineMillimetres, IsOpenCVsNorm) {
 #if defined(__x86_64__)
     ASSERT_EQ(millimetres, norm);
 #else
-    ASSERT_LE(std::abs(millimetres - norm), std::nextafter(norm, inf) - norm);
+    ASSERT_LE(std::abs(millimetres - norm), 4 * (std::nextafter(norm, inf) - norm));
 #endif
   }
   EXPECT_EQ(stereo::core::baselineMillimetres(cv::Mat()), 0.0);
