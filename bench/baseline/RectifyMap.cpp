@@ -7,6 +7,35 @@
 
 namespace stereo::baseline {
 
+cv::Mat inverse(const cv::Mat& m) {
+  const auto at = [&](int r, int c) { return m.at<double>(r % 3, c % 3); };
+  // Cofactor of the element (r, c), its sign included by going round.
+  const auto cofactor = [&](int r, int c) {
+    return at(r + 1, c + 1) * at(r + 2, c + 2) - at(r + 1, c + 2) * at(r + 2, c + 1);
+  };
+  cv::Mat inverted = cv::Mat::zeros(3, 3, CV_64FC1);
+  const double det = (at(0, 0) * cofactor(0, 0) + at(0, 1) * cofactor(0, 1)) + at(0, 2) * cofactor(0, 2);
+  if (det == 0.0) {
+    return inverted;
+  }
+  for (int r = 0; r < 3; ++r) {
+    for (int c = 0; c < 3; ++c) {
+      inverted.at<double>(r, c) = cofactor(c, r) * (1.0 / det);
+    }
+  }
+  return inverted;
+}
+
+cv::Mat product(const cv::Mat& a, const cv::Mat& b) {
+  cv::Mat all(3, 3, CV_64FC1);
+  for (int r = 0; r < 3; ++r) {
+    for (int c = 0; c < 3; ++c) {
+      all.at<double>(r, c) = MatRowMul(a, b.at<double>(0, c), b.at<double>(1, c), b.at<double>(2, c), r);
+    }
+  }
+  return all;
+}
+
 bool initRectifyMap(cv::Mat K, cv::Mat D, cv::Mat R, cv::Mat P, double xi, double xi2, cv::Size size, int mode,
                     cv::Mat& map1, cv::Mat& map2) {
   map1.create(size, CV_32FC1);
@@ -20,9 +49,9 @@ bool initRectifyMap(cv::Mat K, cv::Mat D, cv::Mat R, cv::Mat P, double xi, doubl
   const double k2 = D.at<double>(0, 1);
   const double p1 = D.at<double>(0, 2);
   const double p2 = D.at<double>(0, 3);
-  const cv::Mat iP = P.inv();
-  const cv::Mat iR = R.inv();
-  const cv::Mat iKR = cv::Mat(P * R).inv();
+  const cv::Mat iP = inverse(P);
+  const cv::Mat iR = inverse(R);
+  const cv::Mat iKR = inverse(product(P, R));
   for (int i = 0; i < size.height; ++i) {
     for (int j = 0; j < size.width; ++j) {
       double x = 0;

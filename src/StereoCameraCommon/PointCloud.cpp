@@ -8,6 +8,7 @@
 #include "StereoCameraCommon/Internals.hpp"
 #include "StereoCameraCommon/Relaxed.hpp"
 #include "core/Cloud.hpp"
+#include "core/Depth.hpp"
 #include "core/Numbers.hpp"
 #include "system/ImageMemory.hpp"
 
@@ -43,7 +44,7 @@ stereo::core::CloudModel StereoCamera::cloudModel() const {
     model.cx = camera.at<double>(0, 2);
     model.cy = camera.at<double>(1, 2);
   }
-  model.baselineMillimetres = m_translation.empty() ? 0.0 : cv::norm(m_translation, cv::NORM_L2);
+  model.baselineMillimetres = stereo::core::baselineMillimetres(m_translation);
   model.xi = m_leftXi.empty() ? 0.0 : stereo::core::scalarOf(m_leftXi);
   model.threshold = relaxed(m_threshold);
   return model;

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cmath>
 #include <cstddef>
 #include <cstring>
 #include <mutex>
@@ -82,8 +83,26 @@ void storeReversed(const std::uint32_t* colours, int count, cv::Vec3b* out) {
 
 }  // namespace
 
+double baselineMillimetres(const cv::Mat& translation) {
+  if (translation.empty()) {
+    return 0.0;
+  }
+  if (translation.type() != CV_64FC1 || translation.dims != 2 || translation.total() != 3) {
+    return cv::norm(translation, cv::NORM_L2);
+  }
+  // As OpenCV sums it where it is not compiled with fused multiply-add, which on 64-bit Arm it is.
+  double squared = 0.0;
+  for (int row = 0; row < translation.rows; ++row) {
+    for (int column = 0; column < translation.cols; ++column) {
+      const double component = translation.at<double>(row, column);
+      squared += component * component;
+    }
+  }
+  return std::sqrt(squared);
+}
+
 float baselineMetres(const cv::Mat& translation) {
-  return translation.empty() ? 0.0F : static_cast<float>(0.001 * cv::norm(translation, cv::NORM_L2));
+  return static_cast<float>(0.001 * baselineMillimetres(translation));
 }
 
 void metricDepth(const cv::Mat& disparity, const DepthModel& model, cv::Mat& metric) {

@@ -22,6 +22,10 @@ struct DepthRange {
   float max;
 };
 
+/// Length of the translation (CV_64FC1 of three elements, millimetres), b = sqrt((x^2 + y^2) + z^2); the norm of what
+/// has another shape or type, 0 for an empty matrix.
+double baselineMillimetres(const cv::Mat& translation);
+
 /// Baseline in metres from the translation in millimetres, b = 0.001 |t|; 0 for an empty matrix.
 float baselineMetres(const cv::Mat& translation);
 

@@ -25,6 +25,30 @@ TEST(Baseline, RowProduct) {
   EXPECT_EQ(baseline::MatRowMul(m, 10, 100, 1000, 1), 6540);
 }
 
+// To the bit where OpenCV is compiled without fused multiply-add.
+TEST(Baseline, InverseAndProductAreOpenCVs) {
+  cv::RNG random(31);
+  for (int k = 0; k < 5000; ++k) {
+    cv::Mat a(3, 3, CV_64FC1);
+    cv::Mat b(3, 3, CV_64FC1);
+    random.fill(a, cv::RNG::UNIFORM, -2, 2);
+    random.fill(b, cv::RNG::UNIFORM, -500, 500);
+    const cv::Mat product = a * b;
+    // A matrix that is nearly singular loses as many digits.
+    const double digits = cv::norm(b) * cv::norm(b.inv());
+    const double apart = cv::norm(baseline::inverse(b), b.inv(), cv::NORM_INF);
+#if defined(__x86_64__)
+    ASSERT_EQ(apart, 0.0);
+    ASSERT_EQ(cv::norm(baseline::product(a, b), product, cv::NORM_INF), 0.0);
+#else
+    ASSERT_LE(apart, 1e-15 * digits * cv::norm(b.inv()));
+    ASSERT_LE(cv::norm(baseline::product(a, b), product, cv::NORM_INF), 1e-12);
+#endif
+    ASSERT_LT(cv::norm(baseline::inverse(b) * b, cv::Mat::eye(3, 3, CV_64F), cv::NORM_INF), 1e-13 * digits);
+  }
+  EXPECT_EQ(cv::countNonZero(baseline::inverse(cv::Mat::ones(3, 3, CV_64FC1))), 0);
+}
+
 TEST(Baseline, MapOfAnEyeOntoItselfIsTheIdentity) {
   const cv::Mat K = (cv::Mat_<double>(3, 3) << 64, 0, 8, 0, 64, 4, 0, 0, 1);
   cv::Mat columns;
