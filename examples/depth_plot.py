@@ -23,7 +23,7 @@ PATIENCE = 60  # seconds without an answer after which the camera is stopped: a 
 
 
 def open_camera(options):
-    size = (400, 400)  # square: see `upright`
+    size = (400, 400)
     if options.replay:
         camera = sc.ReplayCamera(options.replay, rectFrameSize=size)
         if not camera.loadCalibParams(options.calibration):
@@ -36,25 +36,32 @@ def open_camera(options):
 
 
 def read(camera):
-    """Left eye, coloured depth and cloud (points, colours)."""
+    """Left eye, coloured depth and a cloud (points in metres, colours)."""
     camera.startCapture()
     camera.startStereoCompute()
     watch = threading.Timer(PATIENCE, camera.stopCapture)
     watch.start()
     try:
-        cloud = camera.getPointCloud(colored=True)
         depth = camera.getDepthFrame()
         frame = camera.getStereoFrame()
     finally:
         watch.cancel()
-    if cloud is None or depth is None or frame is None:
+    if depth is None or frame is None:
         sys.exit("the camera gave no depth")
-    return frame.left, depth.depth, cloud.points, cloud.colors
+    return frame.left, depth.depth, *cloud_of(camera)
 
 
-def upright(points):
-    """In depth mode 2 clouds of square views have x and y changed (docs/accuracy.md)."""
-    return points[np.isfinite(points).all(axis=1)][:, [1, 0, 2]]
+def cloud_of(camera):
+    """The cloud of the latest disparity, every pixel of it where the scene has it.
+
+    `getPointCloud` is faster and thinner, but exchanges rows and columns in depth mode 2 (docs/frames.md).
+    """
+    view, disparity, _ = camera.m_disparityFrame
+    depth = camera.getDepthFrame(disparity)  # metres
+    f, cx, cy = camera.m_rectCameraMatrix[[0, 0, 1], [0, 2, 2]]
+    rows, columns = np.nonzero(depth > 0)
+    z = depth[rows, columns]
+    return np.stack([(columns - cx) / f * z, (rows - cy) / f * z, z], axis=1), view[rows, columns]
 
 
 def draw(left, depth, points, colors, path):
@@ -65,9 +72,7 @@ def draw(left, depth, points, colors, path):
     picture.set_title("depth, near blue, far red")
     for axes in (eye, picture):
         axes.axis("off")
-    kept = np.isfinite(points).all(axis=1)
-    cloud = upright(points)
-    top.scatter(cloud[:, 0], cloud[:, 2], c=colors[kept, ::-1] / 255, s=1)
+    top.scatter(points[:, 0], points[:, 2], c=colors[:, ::-1] / 255, s=1)
     top.plot(0, 0, "k^")
     top.set(title="cloud from above", xlabel="x to the right, m", ylabel="z forward, m", aspect="equal")
     figure.savefig(path, dpi=80)

@@ -150,10 +150,10 @@ public:
   /// next frame; any thread. True if all three outputs are non-empty. Throws as above.
   virtual bool getRectStereoFrame(cv::Mat& left, cv::Mat& right, cv::Mat& view, std::chrono::microseconds& timestamp);
 
-  /// Reads the settings file (YAML, XML or JSON by extension). Values out of range are replaced with a message on
-  /// standard error. False, with a message, if the file cannot be read or names no device.
+  /// Reads the settings file (YAML, XML or JSON, told by its content). Values out of range are replaced with a message
+  /// on standard error. False, with a message, if the file cannot be read or names no device.
   virtual bool loadConfig(std::string path);
-  /// Reads the calibration file (YAML, XML or JSON by extension). False if a value is missing (what is there is
+  /// Reads the calibration file (YAML, XML or JSON, told by its content). False if a value is missing (what is there is
   /// taken) or, with a message on standard error, if the file is malformed.
   virtual bool loadCalibParams(std::string fileName);
   /// Writes the settings, replacing the file, and has the system write its buffers to disk. The "FrameRate" key
@@ -177,8 +177,8 @@ public:
   virtual bool stopStereoCompute();
   /// Ends the capture worker, after its device read, and waits for it; readers still waiting for a frame are
   /// released with false. A read that goes on for two seconds, since the device has stalled, is made to fail, and the
-  /// worker reads no more: OpenCV's own video devices are told in their back end's way, a derived cv::VideoCapture by its
-  /// `release`, which it must take during a read. True. The host's thread.
+  /// worker reads no more: OpenCV's own video devices are told in their back end's way, a derived cv::VideoCapture by
+  /// its `release`, which it must take during a read. True. The host's thread.
   virtual bool stopCapture();
 
 protected:

@@ -15,8 +15,9 @@
 /// What the camera needs beside its members.
 ///
 /// The mutexes here are leaves: held for a few assignments (or, where said, one call into the device or the stream),
-/// never while waiting, sleeping or calling through the virtual table, and never two of them at once. They may be taken
-/// while one of the class's own two mutexes is held, never the other way round.
+/// never while waiting, sleeping or calling through the virtual table, and never two of them at once (inside
+/// `DeviceReads` one is held through a read and another taken for a moment under it). They may be taken while one of
+/// the class's own two mutexes is held, never the other way round.
 struct StereoCamera::Internals {
   /// Reads of the device, one at a time: a worker superseded by a second start still reads until the stop.
   stereo::DeviceReads deviceReads;
