@@ -42,6 +42,7 @@ def read(camera):
     watch = threading.Timer(PATIENCE, camera.stopCapture)
     watch.start()
     try:
+        camera.getPointCloud()  # waits for a disparity, which coloured depth does not
         depth = camera.getDepthFrame()
         frame = camera.getStereoFrame()
     finally:
