@@ -9,6 +9,7 @@ if(NOT IS_DIRECTORY "${STEREO_CAMERA_ARM_ROOT}/usr/lib/aarch64-linux-gnu")
   message(FATAL_ERROR "STEREO_CAMERA_ARM_ROOT must name a root of Debian for arm64; it is '${STEREO_CAMERA_ARM_ROOT}'")
 endif()
 
+set(CMAKE_C_COMPILER aarch64-linux-gnu-gcc)
 set(CMAKE_CXX_COMPILER aarch64-linux-gnu-g++)
 set(CMAKE_SYSROOT ${STEREO_CAMERA_ARM_ROOT})
 set(CMAKE_FIND_ROOT_PATH ${STEREO_CAMERA_ARM_ROOT})

@@ -132,6 +132,9 @@ void record(const RecordOptions& options) {
   }
   const Recorder::Counts counts = recorder.counts();
   tellAbout(counts);
+  if (counts.written == 0 && !failure) {
+    throw Failure(ExitCode::noFrames, "ended before a frame came; nothing was recorded");
+  }
   const cv::Size size = recorder.frameSize();
   std::cout << "recorded " << counts.written << " frames, " << size.width << " x " << size.height << ", to "
             << options.output << "; dropped " << counts.dropped << ", left out as unfit " << counts.unfit << std::endl;

@@ -26,16 +26,23 @@ int fourccOf(const std::string& codec) {
 }  // namespace
 
 Recorder::Recorder(Options options) : m_options(std::move(options)) {
+  if (Recording::isAt(m_options.folder)) {
+    throw Failure(ExitCode::output, "there is a recording in " + m_options.folder.string() +
+                                        " already: choose another folder (--output), or remove it");
+  }
   for (const char* name : Recording::files) {
-    if (fs::exists(m_options.folder / name)) {
-      throw Failure(ExitCode::output, "there is a recording in " + m_options.folder.string() + " already (" + name +
-                                          "): choose another folder (--output), or remove it");
+    std::error_code ignored;
+    if (fs::exists(m_options.folder / name, ignored)) {
+      throw Failure(ExitCode::output, "there is a " + std::string(name) + " in " + m_options.folder.string() +
+                                          " that a recording would replace: choose another folder (--output)");
     }
   }
   const fs::path stamps = m_options.folder / Recording::stampsFile;
   m_stamps.open(stamps, std::ios::trunc);
   m_stamps << Recording::stampsHeading << std::endl;
   if (!m_stamps) {
+    std::error_code ignored;
+    fs::remove(stamps, ignored);
     throw cannotWrite(stamps, "is the folder there, and may you write into it?");
   }
   m_thread = std::thread([this] { loop(); });

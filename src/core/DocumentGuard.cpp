@@ -148,6 +148,7 @@ bool hasCleanStreams(std::string_view text) {
   bool isInside = false;
   bool isSequence = false;
   bool wantsRoot = false;  // behind the dashes or a tag: whatever comes is the root, a directive or more dashes too
+  bool hasTag = false;     // behind a tag: what looks like another is the root
   bool hasLine = lines.next();
   std::size_t indent = 0;  // of the stream's root, if inside
   while (hasLine) {
@@ -155,7 +156,7 @@ bool hasCleanStreams(std::string_view text) {
       if (lines.skip(3)) {
         return false;
       }
-      isInside = isFirst = false;
+      isInside = isFirst = hasTag = false;
     } else if (isInside) {
       const bool endsSequence = isSequence && lines.indent() == indent && lines.rest()[0] != '-';
       if (lines.indent() < indent || endsSequence || lines.startsWith("...")) {
@@ -165,7 +166,7 @@ bool hasCleanStreams(std::string_view text) {
       if (lines.skip(3)) {
         return false;
       }
-      isFirst = wantsRoot = false;
+      isFirst = wantsRoot = hasTag = false;
     } else if (!wantsRoot && lines.startsWith("---")) {
       wantsRoot = true;
       if (lines.skip(3)) {
@@ -181,11 +182,11 @@ bool hasCleanStreams(std::string_view text) {
       indent = static_cast<std::size_t>(-1);
       isInside = true;
       isSequence = wantsRoot = false;
-    } else if (lines.rest()[0] == '!') {
+    } else if (!hasTag && lines.rest()[0] == '!') {
       if (lines.rest().find_first_of(" \t") != std::string_view::npos) {
         return false;  // the root's tag, with the root behind it
       }
-      wantsRoot = true;
+      wantsRoot = hasTag = true;
     } else if (wantsRoot || lines.rest()[0] != '%') {
       isInside = true;
       isSequence = lines.rest()[0] == '-';

@@ -85,6 +85,7 @@ TEST(SafeToParse, LetsSeveralStreamsThrough) {
   EXPECT_TRUE(safeToParse(head + "A: 5\n...\n\n# more\n%YAML:1.0\n--- # now\n   B: 5\n   C:\n     - -5\n...\n"));
   EXPECT_TRUE(safeToParse(head + "- 5\n- -5\n...\n"));
   EXPECT_TRUE(safeToParse("A: -5\n"));
+  EXPECT_TRUE(safeToParse(head + "!!map\nA: 5\nB: 5\n...\n---\n!!map\nC: 5\n"));
   EXPECT_TRUE(safeToParse(head + "%A: 5\n%B: 5\n...\n%YAML:1.0\n---\nC: 5\n"));
   EXPECT_TRUE(safeToParse(head + "   A: 5\n# whose place is no matter\n\n   B: -5\n"));
 }
@@ -124,7 +125,10 @@ TEST(SafeToParse, RefusesStreamsThatBeginOrEndInNoKnownWay) {
                                  "  %A: 5\nxxx- 5\n",
                                  "%A: 5\n...\n- 5\n",
                                  "!!map\n  %A: 5\nxxx- 5\n",
-                                 "  ---\nA: 5\nxx- 5\n"}) {
+                                 "  ---\nA: 5\nxx- 5\n",
+                                 "!!map\n   !a:5\nxxx- 5\n",
+                                 "!b\n   !a:[5]\nxxx- 5\n",
+                                 "A: 5\n...\n--- !a\n   !b:5\nxxx- 5\n"}) {
     EXPECT_FALSE(safeToParse(head + text)) << text;
   }
 }
