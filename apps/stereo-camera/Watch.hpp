@@ -68,7 +68,7 @@ private:
   Phase m_phase = Phase::watching;  // guarded by m_mutex
   Clock::time_point m_last;         // guarded by m_mutex
   std::atomic<bool> m_expired{false};
-  std::mutex m_disparityMutex;  // start and stop of the camera's disparity worker
+  std::mutex m_disparityMutex;  // start by the host's thread, stop by the watch's
   std::thread m_thread;
 };
 

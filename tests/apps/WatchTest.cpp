@@ -38,6 +38,19 @@ TEST(Watch, EndsAReadThatNothingComesFor) {
   EXPECT_EQ(camera.m_captureThread, nullptr);
 }
 
+TEST(Watch, StartsNoDisparityWorkerAfterItsStop) {
+  TestCamera camera([](int) { return cv::Mat(); });
+  camera.startCapture(false, false);
+  Watch watch(camera, 200ms);
+  watch.startStereoCompute();
+  EXPECT_NE(camera.m_computeThread, nullptr);
+  cv::Mat read;
+  std::chrono::microseconds stamp{0};
+  EXPECT_THROW(watch.run([&] { return camera.getRawFrame(read, stamp); }), Failure);
+  EXPECT_THROW(watch.startStereoCompute(), Failure);
+  EXPECT_EQ(camera.m_computeThread, nullptr);
+}
+
 TEST(Watch, EndsAReadWhenFramesStopComing) {
   Gate gate;
   TestCamera camera([&](int read) { return read < 40 || gate.pass() ? frame : cv::Mat(); });
