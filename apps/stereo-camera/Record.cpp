@@ -37,7 +37,9 @@ constexpr std::chrono::milliseconds lookAround{200};
 // Makes the folder, and takes back what a recording without any frame would leave in it.
 class Folder {
 public:
-  explicit Folder(std::filesystem::path path) : m_path(std::move(path)), m_made(!std::filesystem::exists(m_path)) {
+  explicit Folder(std::filesystem::path path) : m_path(std::move(path)) {
+    std::error_code ignored;  // what cannot be looked at cannot be made either, which is told
+    m_made = !std::filesystem::exists(m_path, ignored);
     makeFolder(m_path);
   }
   // Last of all: whoever writes into it is gone.
@@ -60,7 +62,7 @@ public:
 
 private:
   const std::filesystem::path m_path;
-  const bool m_made;
+  bool m_made = false;
   bool m_begun = false;
 };
 

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -43,7 +45,11 @@ class OwnSegment {
 public:
   OwnSegment(int key, cv::Size size)
       : m_id(shmget(key, static_cast<std::size_t>(size.area()) * 3 + 4, IPC_CREAT | 0600)),
-        m_address(shmat(m_id, nullptr, 0)) {}
+        m_address(shmat(m_id, nullptr, 0)) {
+    if (m_address == reinterpret_cast<void*>(-1)) {
+      throw std::system_error(errno, std::generic_category(), "no segment could be had");
+    }
+  }
   ~OwnSegment() {
     shmdt(m_address);
     shmctl(m_id, IPC_RMID, nullptr);
