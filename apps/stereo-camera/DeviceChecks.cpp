@@ -28,7 +28,9 @@ namespace stereo::app {
 
 namespace {
 
-constexpr std::chrono::seconds patience{20};  // with a back end that may block for ever; slow boards take five
+constexpr std::chrono::seconds patience{20};       // with a back end that may block for ever; slow boards take five
+constexpr std::chrono::seconds startPatience{60};  // with a process that loads its libraries, from a slow card perhaps
+const std::string began = "began\n";               // the probe's first words: from here on the device has its time
 
 class Descriptor {
 public:
@@ -68,7 +70,8 @@ void checkOffers(Findings& findings, int device, cv::Size size, double rate) {
   }
 }
 
-// Output of this program as another process, asked to probe; empty where it said nothing in time.
+// Output of this program as another process, asked to probe, as far as it came in time: its first words, then an answer
+// unless the device keeps it waiting.
 std::string probeElsewhere(int node, const std::string& backEnd, cv::Size size, double rate) {
   int ends[2] = {-1, -1};
   if (pipe2(ends, O_CLOEXEC) != 0) {
@@ -97,7 +100,8 @@ std::string probeElsewhere(int node, const std::string& backEnd, cv::Size size, 
     return "fails no process can be had";
   }
   std::string output;
-  const auto end = std::chrono::steady_clock::now() + patience;
+  bool isProbing = false;
+  auto end = std::chrono::steady_clock::now() + startPatience;
   char piece[256];
   for (;;) {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
@@ -107,9 +111,16 @@ std::string probeElsewhere(int node, const std::string& backEnd, cv::Size size, 
     }
     const ssize_t count = read(reading, piece, sizeof piece);
     if (count <= 0) {
+      if (output == began) {
+        output += "fails its process ended without an answer\n";
+      }
       break;
     }
     output.append(piece, static_cast<std::size_t>(count));
+    if (!isProbing && output.rfind(began, 0) == 0) {
+      isProbing = true;
+      end = std::chrono::steady_clock::now() + patience;
+    }
   }
   kill(child, SIGKILL);
   waitpid(child, nullptr, 0);
@@ -133,6 +144,9 @@ void checkBackEnd(Findings& findings, int node, const std::string& backEnd, cv::
   if (reason != std::string::npos) {
     add(findings, head + said.substr(reason + 6, said.find('\n', reason) - reason - 6),
         "see the device's offers above; another program may hold it (fuser -v /dev/video" + std::to_string(node) + ")");
+  } else if (said.empty()) {
+    add(findings, head + "nothing: another process of this program does not start",
+        "try again when the machine has less to do, and see that /proc is there");
   } else {
     add(findings, head + "no frame within " + std::to_string(patience.count()) + " s",
         "the device has stalled: unplug it, or reload its driver");
@@ -179,6 +193,7 @@ Findings checkDevice(int node, cv::Size size, double rate) {
 }
 
 void probeBackEnd(int node, const std::string& backEnd, cv::Size size, double rate) {
+  std::cout << began << std::flush;
   cv::VideoCapture capture(node, backEnd == "gstreamer" ? cv::CAP_GSTREAMER : cv::CAP_V4L2);
   if (!capture.isOpened()) {
     std::cout << "fails it does not open" << std::endl;

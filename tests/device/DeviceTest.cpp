@@ -3,8 +3,6 @@
 #include <chrono>
 #include <cstdio>
 
-#include <sys/shm.h>
-
 #include <gtest/gtest.h>
 
 #include "device/Guest.hpp"
@@ -34,26 +32,30 @@ void awaitOrder(StereoCamera& camera, const Pattern& pattern) {
   }
 }
 
-/// Takes `count` pairs: both eyes must show the same number, a higher one each time, and carry a later stamp.
+/// Takes `count` pairs: both eyes must show the same number, a higher one each time, and carry a later stamp. Pairs
+/// whose number cannot be read are passed over, up to one for each of the ring's buffers: the loopback module guards
+/// none, so one that the feeder fills meanwhile may be read.
 void expectNumberedFrames(StereoCamera& camera, cv::Size size, int count) {
   const Pattern pattern(size);
   awaitOrder(camera, pattern);
+  constexpr int mostTorn = 16;
   int last = -1;
   int missed = 0;
   int torn = 0;
   microseconds lastStamp{0};
-  for (int i = 0; i < count; ++i) {
+  for (int whole = 0; whole < count;) {
     cv::Mat left;
     cv::Mat right;
     microseconds stamp{};
     ASSERT_TRUE(camera.getStereoFrame(left, right, stamp));
     const int number = pattern.read(left, false);
-    if (number < 0 && left.size() == cv::Size(size.width / 2, size.height) && torn < 2) {
-      // The loopback module guards no buffer: one that the feeder fills meanwhile may be read.
-      ++torn;
+    ASSERT_EQ(left.size(), cv::Size(size.width / 2, size.height));
+    ASSERT_EQ(left.type(), CV_8UC3);
+    if (number < 0) {
+      ASSERT_LT(torn++, mostTorn) << "no number in " << torn << " pairs, and in " << whole << " there was one";
       continue;
     }
-    ASSERT_GE(number, 0) << left.size() << " type " << left.type();
+    ++whole;
     EXPECT_EQ(pattern.read(right, true), number);
     EXPECT_EQ(pattern.read(left, true), number ^ 0xFFFF) << "the eyes must differ";
     EXPECT_GT(number, last);
@@ -67,11 +69,6 @@ void expectNumberedFrames(StereoCamera& camera, cv::Size size, int count) {
   EXPECT_EQ(camera.getRawFrameSize(), size);
   std::printf("%d frames of %d x %d, %d missed between them, %d torn\n", count, size.width, size.height, missed, torn);
 }
-
-// For each product. The first coloured cloud takes 10 to 30 s under emulation: HighGUI wakes up.
-constexpr std::chrono::seconds limit(90);
-// What cannot be read, or is no newer, for longer than any copy takes was torn or old before it was offered.
-constexpr std::chrono::seconds beingCopied(1);
 
 class DeviceSizes : public testing::TestWithParam<cv::Size> {};
 
@@ -199,8 +196,9 @@ TEST(Device, GivesEveryProduct) {
     };
     // The three-argument read is coloured whatever is asked for.
     cv::Mat colored;
-    ASSERT_TRUE(await(
-        [&] { return camera.getDepthFrame(colored, true, stamp) && cv::countNonZero(colored.reshape(1)) > 0; }, limit));
+    ASSERT_TRUE(
+        await([&] { return camera.getDepthFrame(colored, true, stamp) && cv::countNonZero(colored.reshape(1)) > 0; },
+              productLimit));
     EXPECT_EQ(colored.size(), size);
     EXPECT_EQ(colored.type(), CV_8UC3);
     EXPECT_GT(stamp.count(), 0);
@@ -213,62 +211,17 @@ TEST(Device, GivesEveryProduct) {
     const int near = cv::countNonZero(depth > 0);
     EXPECT_GT(near, 1000);
     std::vector<cv::Vec3f> points;
-    ASSERT_TRUE(await([&] { return camera.getPointCloud(points, stamp) && !points.empty(); }, limit));
+    ASSERT_TRUE(await([&] { return camera.getPointCloud(points, stamp) && !points.empty(); }, productLimit));
     say("cloud");
     std::vector<PCL> coloredPoints;
-    ASSERT_TRUE(await([&] { return camera.getPointCloud(coloredPoints, stamp) && !coloredPoints.empty(); }, limit));
+    ASSERT_TRUE(
+        await([&] { return camera.getPointCloud(coloredPoints, stamp) && !coloredPoints.empty(); }, productLimit));
     say("coloured cloud");
     std::printf("depth mode %d: %d pixels with depth, %zu points, %zu coloured\n", mode, near, points.size(),
                 coloredPoints.size());
     EXPECT_TRUE(camera.stopStereoCompute());
     EXPECT_TRUE(camera.stopCapture());
   }
-}
-
-TEST(Device, SharesTheLeftEyeUnderTheKeyOfItsPosition) {
-  const Feeder feeder(fullSize, 5);
-  GuestCamera camera(loopbackDevice);
-  ASSERT_TRUE(camera.setRawFrameSize(fullSize));
-  camera.setPosNumber(7);
-  ASSERT_TRUE(camera.startCapture(false, true));
-  int id = -1;
-  ASSERT_TRUE(await([&] { return (id = shmget(9007, 0, 0)) != -1; }));
-  auto* const segment = static_cast<std::uint8_t*>(shmat(id, nullptr, 0));
-  volatile auto* const word = reinterpret_cast<std::int32_t*>(segment);
-  const cv::Mat image(800, 928, CV_8UC3, segment + 4);
-  const Pattern pattern(fullSize);
-  int last = -1;
-  int torn = 0;
-  for (int i = 0; i < 5; ++i) {
-    // The word comes before the pixels: the image is whole once its number can be read and is a new one. The loopback
-    // module guards no buffer, so under load an image may come torn, and at first what its ring still holds, in any
-    // order. Either is handed back for the next.
-    int number = -1;
-    std::chrono::steady_clock::time_point offered{};  // the clock's zero: nothing is
-    ASSERT_TRUE(await(
-        [&] {
-          if (*word != 2) {
-            return false;
-          }
-          const auto now = std::chrono::steady_clock::now();
-          offered = offered == std::chrono::steady_clock::time_point{} ? now : offered;
-          number = pattern.read(image, false);
-          if (number <= last && now - offered > beingCopied) {
-            torn += number < 0 ? 1 : 0;
-            offered = {};
-            *word = 0;
-          }
-          return number > last;
-        },
-        limit))
-        << "image " << i << " after " << last << ": word " << *word << ", mean " << cv::mean(image);
-    last = number;
-    *word = 0;
-  }
-  EXPECT_LE(torn, 3);
-  EXPECT_TRUE(camera.stopCapture());
-  EXPECT_EQ(shmdt(segment), 0);
-  EXPECT_EQ(shmget(9007, 0, 0), -1) << "removed at the end";
 }
 
 // A feeder that stalls and goes on: the same capture goes on too, whichever back end waits.

@@ -16,6 +16,8 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <gtest/gtest.h>
+
 #include "StereoCamera.hpp"
 #include "apps/Program.hpp"
 #include "device/Pattern.hpp"
@@ -29,6 +31,9 @@ constexpr int kernelDevice = 1;
 
 inline const cv::Size fullSize(1856, 800);
 inline const cv::Size halfSize(928, 400);
+
+/// For each product. The first coloured cloud takes 10 to 30 s under emulation: HighGUI wakes up.
+constexpr std::chrono::seconds productLimit(90);
 
 /// Plays the camera on the loopback device while it lives.
 class Feeder {
@@ -63,19 +68,28 @@ private:
 /// The kernel's camera is there, or not, as long as this says so; it is there again at the end.
 class Plug {
 public:
-  ~Plug() { plugIn(); }
+  ~Plug() {
+    if (!plugIn()) {
+      ADD_FAILURE() << "the kernel's camera does not come back";
+    }
+  }
   static bool isIn() { return access("/dev/video1", R_OK) == 0; }
   static bool pull() {
     tell("unbind");
     return await([] { return !isIn(); }, std::chrono::seconds(10));
   }
   static bool plugIn() {
-    if (!isIn()) {
-      // It may be there under another number, if somebody still held this one when it came back.
-      tell("unbind");
-      tell("bind");
-    }
-    return await(isIn, std::chrono::seconds(10));
+    // It comes back under another number where somebody still holds this one: a back end that is closing, for a while.
+    return await(
+        [] {
+          if (isIn()) {
+            return true;
+          }
+          tell("unbind");
+          tell("bind");
+          return await(isIn, std::chrono::seconds(1));
+        },
+        std::chrono::seconds(30));
   }
 
   /// The kernel's camera loses all its frames, or none again.
@@ -176,6 +190,8 @@ public:
   using StereoCamera::m_depthmode;
   using StereoCamera::m_fisheyeRadius;
   using StereoCamera::m_maxDepth;
+  using StereoCamera::m_transmode;
+  using StereoCamera::m_transrate;
 
 private:
   bool isOpenDevice() const { return m_watched != nullptr && m_watched->isOpened(); }
