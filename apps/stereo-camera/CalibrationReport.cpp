@@ -27,7 +27,7 @@ std::string embedded(const cv::Mat& image) {
   std::vector<unsigned char> bytes;
   cv::imencode(".jpg", image, bytes, {cv::IMWRITE_JPEG_QUALITY, 88});
   gchar* const encoded = g_base64_encode(bytes.data(), bytes.size());
-  const std::string result = std::string("data:image/jpeg;base64,") + encoded;
+  std::string result = std::string("data:image/jpeg;base64,") + encoded;
   g_free(encoded);
   return result;
 }

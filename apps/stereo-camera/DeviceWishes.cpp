@@ -70,7 +70,7 @@ std::string wishesUnmet(const DeviceCamera& camera, const DeviceWishes& wishes, 
     const std::string reason = notOffered(offersOfNode(camera.nodeNumber(), wishes.size), wishes);
     throw Failure(ExitCode::source, "the device closed when it was asked for " + asked(wishes) + "; " +
                                         (reason.empty() ? "ask for a size and rate that it has" : reason) +
-                                        ", or let V4L2 choose the nearest (OPENCV_VIDEOIO_PRIORITY_GSTREAMER=0)");
+                                        ", or let V4L2 choose the nearest (OPENCV_VIDEOIO_PRIORITY_V4L2=999)");
   }
   if (backEnd == "V4L2") {
     const cv::Size size(static_cast<int>(device->get(cv::CAP_PROP_FRAME_WIDTH)),

@@ -16,7 +16,6 @@ using stereo::test::await;
 using stereo::test::calibrate;
 using stereo::test::sameBits;
 using stereo::test::TestCamera;
-using stereo::test::twoColours;
 
 namespace {
 

@@ -96,6 +96,6 @@ TEST(DeviceWishes, AClosedDeviceIsAFailureWithTheRemedy) {
   } catch (const stereo::app::Failure& failure) {
     EXPECT_EQ(failure.code(), stereo::app::ExitCode::source);
     EXPECT_THAT(failure.what(), AllOf(HasSubstr("closed when it was asked for 1856 x 800 at 30 frames a second"),
-                                      HasSubstr("OPENCV_VIDEOIO_PRIORITY_GSTREAMER=0")));
+                                      HasSubstr("OPENCV_VIDEOIO_PRIORITY_V4L2=999")));
   }
 }

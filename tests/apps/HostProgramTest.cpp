@@ -36,6 +36,7 @@ protected:
     const std::string command = std::string(asksForDevice ? "ASAN_OPTIONS=detect_leaks=0 " : "") + "'" +
                                 STEREO_CAMERA_PROGRAM + "' " + arguments + " >'" + file("out") + "' 2>'" + file("err") +
                                 "' </dev/null";
+    // NOLINTNEXTLINE(cert-env33-c): the command is this test's own
     const int status = std::system(command.c_str());
     EXPECT_TRUE(WIFEXITED(status)) << command;
     return {WEXITSTATUS(status), readFile(file("out")), readFile(file("err"))};

@@ -70,7 +70,7 @@ void expectNumberedFrames(StereoCamera& camera, cv::Size size, int count) {
   std::printf("%d frames of %d x %d, %d missed between them, %d torn\n", count, size.width, size.height, missed, torn);
 }
 
-class DeviceSizes : public testing::TestWithParam<cv::Size> {};
+class DeviceSizes : public Device, public testing::WithParamInterface<cv::Size> {};
 
 }  // namespace
 
@@ -118,7 +118,7 @@ INSTANTIATE_TEST_SUITE_P(Formats, DeviceSizes, testing::Values(fullSize, halfSiz
 
 // The device says which size there is, whatever is asked for: the frames tell, and the camera follows them. GStreamer's
 // pipeline does not survive the question.
-TEST(Device, DeliversTheSizeThatItHasWhenAskedForAnother) {
+TEST_F(Device, DeliversTheSizeThatItHasWhenAskedForAnother) {
   if (expectedBackEnd() == "GSTREAMER") {
     GTEST_SKIP() << "reads wait without end once a size was asked for that the device does not have";
   }
@@ -138,7 +138,7 @@ TEST(Device, DeliversTheSizeThatItHasWhenAskedForAnother) {
   EXPECT_EQ(camera.getRawFrameSize(), cv::Size(2 * left.cols, left.rows));
 }
 
-TEST(Device, RawFrameHoldsBothEyesSideBySide) {
+TEST_F(Device, RawFrameHoldsBothEyesSideBySide) {
   const Feeder feeder(halfSize, 5);
   GuestCamera camera(loopbackDevice);
   ASSERT_TRUE(camera.setRawFrameSize(halfSize));
@@ -154,14 +154,14 @@ TEST(Device, RawFrameHoldsBothEyesSideBySide) {
   EXPECT_EQ(raw.at<cv::Vec3b>(0, 0), cv::Vec3b(0, 0, 0)) << "outside the image circle";
 }
 
-TEST(Device, AbsentDeviceStaysClosed) {
+TEST_F(Device, AbsentDeviceStaysClosed) {
   GuestCamera camera(42);
   EXPECT_FALSE(camera.isOpened());
 }
 
 // Every product from frames that came through a device. The same calibration for both eyes: the pattern's shift between
 // the eyes is then a disparity.
-TEST(Device, GivesEveryProduct) {
+TEST_F(Device, GivesEveryProduct) {
   const Feeder feeder(fullSize, 5);
   for (const int mode : {1, 2}) {
     SCOPED_TRACE(mode);
@@ -225,7 +225,7 @@ TEST(Device, GivesEveryProduct) {
 }
 
 // A feeder that stalls and goes on: the same capture goes on too, whichever back end waits.
-TEST(Device, GoesOnWhenFramesComeAgain) {
+TEST_F(Device, GoesOnWhenFramesComeAgain) {
   const Feeder feeder(halfSize, 5);
   GuestCamera camera(loopbackDevice);
   ASSERT_TRUE(camera.setRawFrameSize(halfSize));

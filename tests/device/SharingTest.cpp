@@ -75,7 +75,7 @@ private:
 
 }  // namespace
 
-TEST(Device, SharesTheLeftEyeUnderTheKeyOfItsPosition) {
+TEST_F(Device, SharesTheLeftEyeUnderTheKeyOfItsPosition) {
   const Feeder feeder(fullSize, 5);
   GuestCamera camera(loopbackDevice);
   ASSERT_TRUE(camera.setRawFrameSize(fullSize));
@@ -93,7 +93,7 @@ TEST(Device, SharesTheLeftEyeUnderTheKeyOfItsPosition) {
 }
 
 // What a client reads of both eyes is what arrives, while another process's share goes on.
-TEST(Device, SharesAndStreamsBesideItsReaders) {
+TEST_F(Device, SharesAndStreamsBesideItsReaders) {
   ASSERT_TRUE(inOwnNetwork()) << "run this through scripts/in-own-network";
   constexpr int position = 8;
   constexpr int bothEyes = 1;

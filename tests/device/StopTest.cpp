@@ -57,9 +57,11 @@ void takeFrames(StereoCamera& camera, int count) {
   }
 }
 
+class Stop : public Device {};
+
 }  // namespace
 
-TEST(Stop, EndsSoonWhileFramesCome) {
+TEST_F(Stop, EndsSoonWhileFramesCome) {
   const Feeder feeder(halfSize, 5);
   GuestCamera camera(loopbackDevice);
   ASSERT_TRUE(camera.setRawFrameSize(halfSize));
@@ -68,7 +70,7 @@ TEST(Stop, EndsSoonWhileFramesCome) {
   EXPECT_LT(timeToStop(camera, "frames come", [] {}), duration<double>(bound).count());
 }
 
-TEST(Stop, EndsSoonWhenTheFeederStalls) {
+TEST_F(Stop, EndsSoonWhenTheFeederStalls) {
   const Feeder feeder(halfSize, 5);
   GuestCamera camera(loopbackDevice);
   ASSERT_TRUE(camera.setRawFrameSize(halfSize));
@@ -79,7 +81,7 @@ TEST(Stop, EndsSoonWhenTheFeederStalls) {
   EXPECT_LT(timeToStop(camera, "stalled", [&] { feeder.resume(); }), duration<double>(loopbackBound()).count());
 }
 
-TEST(Stop, EndsSoonWhenTheFeederIsGone) {
+TEST_F(Stop, EndsSoonWhenTheFeederIsGone) {
   std::optional<Feeder> feeder(std::in_place, halfSize, 5);
   GuestCamera camera(loopbackDevice);
   ASSERT_TRUE(camera.setRawFrameSize(halfSize));
@@ -91,7 +93,7 @@ TEST(Stop, EndsSoonWhenTheFeederIsGone) {
             duration<double>(loopbackBound()).count());
 }
 
-TEST(Stop, EndsSoonWhenTheDeviceNeverDeliveredAnything) {
+TEST_F(Stop, EndsSoonWhenTheDeviceNeverDeliveredAnything) {
   std::optional<Feeder> feeder(std::in_place, halfSize, 5, std::vector<std::string>{"--stall", "2"});
   GuestCamera camera(loopbackDevice);
   camera.setRawFrameSize(halfSize);
@@ -106,7 +108,8 @@ TEST(Stop, EndsSoonWhenTheDeviceNeverDeliveredAnything) {
   EXPECT_LT(timeToStop(camera, "stalled before the start", feedAgain), duration<double>(loopbackBound()).count());
 }
 
-TEST(Stop, EndsSoonWhenTheKernelsCameraStalls) {
+TEST_F(Stop, EndsSoonWhenTheKernelsCameraStalls) {
+  opensKernelDevice(3);
   ASSERT_TRUE(Plug::plugIn());
   ASSERT_TRUE(Plug::loseFrames(false));
   for (const int framesBefore : {3, 0}) {
@@ -130,7 +133,8 @@ TEST(Stop, EndsSoonWhenTheKernelsCameraStalls) {
   takeFrames(camera, 2);
 }
 
-TEST(Stop, EndsSoonWhenTheDeviceIsUnplugged) {
+TEST_F(Stop, EndsSoonWhenTheDeviceIsUnplugged) {
+  opensKernelDevice(1);
   const Plug plug;
   ASSERT_TRUE(Plug::isIn());
   GuestCamera camera(kernelDevice);

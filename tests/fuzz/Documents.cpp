@@ -272,6 +272,7 @@ std::size_t mutateDocument(std::uint8_t* data, std::size_t size, std::size_t mos
     change(text, random, names);
   }
   text.resize(std::min(text.size(), mostBytes));
+  // NOLINTNEXTLINE(bugprone-not-null-terminated-result): bytes and their count, no text that ends with a zero
   std::memcpy(data, text.data(), text.size());
   return text.size();
 }

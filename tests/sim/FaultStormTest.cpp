@@ -306,7 +306,8 @@ TEST_P(FaultStorm, EveryReadIsWholeAndEveryStopEnds) {
     for (int runner = 0; runner < livesAtOnce; ++runner) {
       runners.emplace_back([&] {
         for (int i = begun++; i < count; i = begun++) {
-          const auto seed = static_cast<std::uint64_t>(GetParam() * count + i);
+          const auto seed = static_cast<std::uint64_t>(GetParam()) * static_cast<std::uint64_t>(count) +
+                            static_cast<std::uint64_t>(i);
           Result result = live(seed);
           const std::lock_guard lock(mutex);
           results[seed] = std::move(result);

@@ -119,7 +119,7 @@ std::optional<std::string> takeFrom(const Shared& shared, const std::function<bo
   }
   ++shared.counters().attached;
   Taker taker(shared, isWanted, id, fullSize, static_cast<std::uint8_t*>(address));
-  const std::optional<std::string> fault = taker.run();
+  std::optional<std::string> fault = taker.run();
   shmdt(address);
   return fault;
 }
@@ -131,7 +131,8 @@ void takeImages(const Shared& shared, int key, const std::function<bool()>& isWa
     const int id = shmget(key, 0, 0);
     const std::optional<std::string> fault = id == -1 ? std::nullopt : takeFrom(shared, isWanted, id);
     if (fault) {
-      std::snprintf(shared.counters().failure.data(), shared.counters().failure.size(), "%s", fault->c_str());
+      auto& failure = shared.counters().failure;
+      static_cast<void>(std::snprintf(failure.data(), failure.size(), "%s", fault->c_str()));
       return;
     }
     std::this_thread::sleep_for(poll);
