@@ -33,7 +33,8 @@ double nearestNeighbour(const std::vector<cv::Point2f>& corners, std::size_t k, 
   for (const cv::Point& step : {cv::Point(1, 0), cv::Point(-1, 0), cv::Point(0, 1), cv::Point(0, -1)}) {
     const cv::Point other(col + step.x, row + step.y);
     if (other.x >= 0 && other.y >= 0 && other.x < size.width && other.y < size.height) {
-      const auto index = static_cast<std::size_t>(other.y * size.width + other.x);
+      const auto index =
+          static_cast<std::size_t>(other.y) * static_cast<std::size_t>(size.width) + static_cast<std::size_t>(other.x);
       nearest = std::min(nearest, cv::norm(corners[index] - corners[k]));
     }
   }

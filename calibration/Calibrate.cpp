@@ -64,7 +64,8 @@ EyeStart startOf(const std::vector<View>& views, int eye, const Board& board, co
                           " eye's corners: are --board and the pictures right, and is the board flat?");
   }
   char line[120];
-  std::snprintf(line, sizeof line, "%s eye by itself: %.2f px in the middle picture", name, start->rms);
+  static_cast<void>(
+      std::snprintf(line, sizeof line, "%s eye by itself: %.2f px in the middle picture", name, start->rms));
   tell(line);
   return *start;
 }
@@ -330,8 +331,8 @@ Calibration calibrate(const std::vector<View>& views, const Board& board, const 
     requireEnough(views, state.kept, " and fit the others");
     char line[120];
     rounds.improve(std::max(3.0 * rounds.sigma(), 0.1));
-    std::snprintf(line, sizeof line, "both eyes: %zu pictures, %zu corners, %.3f px", state.picturesKept(),
-                  state.cornersUsed(), state.rmsUsed());
+    static_cast<void>(std::snprintf(line, sizeof line, "both eyes: %zu pictures, %zu corners, %.3f px",
+                                    state.picturesKept(), state.cornersUsed(), state.rmsUsed()));
     tell(line);
     if (!changed) {
       if (tookBack || !rounds.takeBack()) {

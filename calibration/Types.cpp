@@ -8,15 +8,17 @@
 namespace stereo::calibration {
 
 cv::Vec3d Board::point(std::size_t index) const {
-  const int i = static_cast<int>(index);
-  return {(i % corners.width) * square, (i / corners.width) * square, 0.0};
+  const int column = static_cast<int>(index) % corners.width;
+  const int row = static_cast<int>(index) / corners.width;
+  return {column * square, row * square, 0.0};
 }
 
 cv::Vec3d Board::bend(std::size_t index) const {
-  const int i = static_cast<int>(index);
+  const int column = static_cast<int>(index) % corners.width;
+  const int row = static_cast<int>(index) / corners.width;
   const double half = 0.5 * std::max({corners.width - 1, corners.height - 1, 1});
-  const double u = (i % corners.width - 0.5 * (corners.width - 1)) / half;
-  const double v = (i / corners.width - 0.5 * (corners.height - 1)) / half;
+  const double u = (column - 0.5 * (corners.width - 1)) / half;
+  const double v = (row - 0.5 * (corners.height - 1)) / half;
   return {u * u, u * v, v * v};
 }
 

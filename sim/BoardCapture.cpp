@@ -72,7 +72,9 @@ double pixelShade(const Sample& sample) {
   }
   double sum = 0.0;
   for (int n = 0; n < kSamples * kSamples; ++n) {
-    sum += sample((n % kSamples + 0.5) / kSamples - 0.5, (n / kSamples + 0.5) / kSamples - 0.5);
+    const int row = n / kSamples;
+    const int column = n % kSamples;
+    sum += sample((column + 0.5) / kSamples - 0.5, (row + 0.5) / kSamples - 0.5);
   }
   return sum / (kSamples * kSamples);
 }

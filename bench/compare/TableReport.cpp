@@ -20,13 +20,13 @@ const Row head = {"unit",     "scalar",   "library",  "p90",       "peer",     "
 
 std::string fixed(double value, int digits) {
   char text[32];
-  std::snprintf(text, sizeof(text), "%.*f", digits, value);
+  static_cast<void>(std::snprintf(text, sizeof(text), "%.*f", digits, value));
   return text;
 }
 
 std::string shortest(double value) {
   char text[32];
-  std::snprintf(text, sizeof(text), "%g", value);
+  static_cast<void>(std::snprintf(text, sizeof(text), "%g", value));
   return text;
 }
 

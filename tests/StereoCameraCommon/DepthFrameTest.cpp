@@ -17,7 +17,6 @@ using stereo::test::metricDepth;
 using stereo::test::paintDepth;
 using stereo::test::RectifiedFrame;
 using stereo::test::sameBits;
-using stereo::test::TestCamera;
 
 namespace {
 

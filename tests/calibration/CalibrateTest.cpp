@@ -32,8 +32,8 @@ RayPairs raysOf(const Calibration& calibration, const sim::Rig& rig, double most
   RayPairs pairs;
   for (const bool isRight : {false, true}) {
     const std::size_t eye = isRight ? 1 : 0;
-    for (double off = 0; off <= most; off += 5) {
-      for (double about = 0; about < 360; about += 20) {
+    for (int off = 0; off <= most; off += 5) {
+      for (int about = 0; about < 360; about += 20) {
         const cv::Vec3d ray(std::sin(off * degree) * std::cos(about * degree),
                             std::sin(off * degree) * std::sin(about * degree), std::cos(off * degree));
         const cv::Vec3d common = rig.eye(isRight).rotation * ray;

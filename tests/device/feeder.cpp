@@ -44,13 +44,13 @@ Options parse(int argc, char** argv) {
     throw std::runtime_error("wants DEVICE WIDTHxHEIGHT RATE [--stall N] [--stop N]");
   }
   options.device = argv[1];
-  options.rate = std::atof(argv[3]);
+  options.rate = std::strtod(argv[3], nullptr);
   for (int i = 4; i + 1 < argc; i += 2) {
     const std::string name = argv[i];
     if (name != "--stall" && name != "--stop") {
       throw std::runtime_error("does not know " + name);
     }
-    (name == "--stall" ? options.stall : options.stop) = std::atol(argv[i + 1]);
+    (name == "--stall" ? options.stall : options.stop) = std::strtol(argv[i + 1], nullptr, 10);
   }
   if (options.rate <= 0 || options.size.empty()) {
     throw std::runtime_error("wants a size and a rate above 0");
@@ -190,7 +190,7 @@ int main(int argc, char** argv) {
     feed(parse(argc, argv));
     return 0;
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "device_feeder: %s\n", error.what());
+    static_cast<void>(std::fprintf(stderr, "device_feeder: %s\n", error.what()));
     return 1;
   }
 }

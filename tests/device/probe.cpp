@@ -101,12 +101,12 @@ void reads(int api, int index, double seconds) {
 
 int main(int argc, char** argv) {
   if (argc != 3 && argc != 5) {
-    std::fprintf(stderr, "device_probe: wants BACK_END DEVICE [--reads SECONDS]\n");
+    static_cast<void>(std::fprintf(stderr, "device_probe: wants BACK_END DEVICE [--reads SECONDS]\n"));
     return 2;
   }
   const int api = apiOf(argv[1]);
-  const int index = std::atoi(argv[2]);
+  const int index = static_cast<int>(std::strtol(argv[2], nullptr, 10));
   std::printf("%s, /dev/video%d\n", argv[1], index);
-  argc == 5 ? reads(api, index, std::atof(argv[4])) : sizesAndRates(api, index);
+  argc == 5 ? reads(api, index, std::strtod(argv[4], nullptr)) : sizesAndRates(api, index);
   return 0;
 }

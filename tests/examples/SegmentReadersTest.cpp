@@ -46,7 +46,7 @@ public:
   OwnSegment(int key, cv::Size size)
       : m_id(shmget(key, static_cast<std::size_t>(size.area()) * 3 + 4, IPC_CREAT | 0600)),
         m_address(shmat(m_id, nullptr, 0)) {
-    if (m_address == reinterpret_cast<void*>(-1)) {
+    if (m_address == reinterpret_cast<void*>(-1)) {  // NOLINT(performance-no-int-to-ptr): the system's failure value
       throw std::system_error(errno, std::generic_category(), "no segment could be had");
     }
   }

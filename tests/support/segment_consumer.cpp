@@ -30,9 +30,9 @@ int main(int argc, char** argv) {
   if (argc != 4) {
     return fail("wants KEY BYTES IMAGES");
   }
-  const key_t key = std::atoi(argv[1]);
+  const auto key = static_cast<key_t>(std::strtol(argv[1], nullptr, 10));
   const std::size_t bytes = std::strtoul(argv[2], nullptr, 10);
-  const int images = std::atoi(argv[3]);
+  const long images = std::strtol(argv[3], nullptr, 10);
   const auto end = std::chrono::steady_clock::now() + patience;
   const auto expired = [&] { return std::chrono::steady_clock::now() > end; };
   int id = -1;
