@@ -64,6 +64,7 @@ EyeStart startOf(const std::vector<View>& views, int eye, const Board& board, co
                           " eye's corners: are --board and the pictures right, and is the board flat?");
   }
   char line[120];
+  // Cut to the line where a name is longer.
   static_cast<void>(
       std::snprintf(line, sizeof line, "%s eye by itself: %.2f px in the middle picture", name, start->rms));
   tell(line);

@@ -14,7 +14,7 @@ namespace stereo::sim {
   std::array<char, 512> line{};
   va_list values;
   va_start(values, pattern);
-  // Cut where it is longer; empty where the pattern is none, since the line is zeroed.
+  // Cut where it is longer; empty where it cannot be formatted, since the line is zeroed.
   static_cast<void>(std::vsnprintf(line.data(), line.size(), pattern, values));
   va_end(values);
   return line.data();

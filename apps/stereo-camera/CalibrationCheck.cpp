@@ -35,9 +35,8 @@ void checkCalibration(StereoCamera& camera, const std::string& file, bool comple
       const std::string key = (isRight ? "Right" : "Left") + std::string(perEye[k].key);
       if (params[k].empty()) {
         append(missing, key);
-      } else if (params[k].type() != CV_64FC1 || params[k].rows != perEye[k].rows || params[k].cols < perEye[k].cols) {
-        append(malformed, key);
-      } else if (!cv::checkRange(params[k])) {
+      } else if (params[k].type() != CV_64FC1 || params[k].rows != perEye[k].rows || params[k].cols < perEye[k].cols ||
+                 !cv::checkRange(params[k])) {
         append(malformed, key);
       }
     }

@@ -46,8 +46,8 @@ void tell(std::size_t number, std::size_t of, const std::string& name, const std
 
 std::string coverageText(const calibration::Coverage& coverage) {
   char text[120];
-  static_cast<void>(std::snprintf(text, sizeof text, "covered: left %.0f %%, right %.0f %%", 100 * coverage.share(0),
-                                  100 * coverage.share(1)));
+  std::snprintf(text, sizeof text, "covered: left %.0f %%, right %.0f %%", 100 * coverage.share(0),
+                100 * coverage.share(1));
   const std::string where = coverage.emptiest();
   return text + (where.empty() ? "" : "; next: " + where);
 }
@@ -155,7 +155,7 @@ BoardPictures takeBoards(const LiveOptions& options, const calibration::Board& b
       throw Failure(ExitCode::problems, "the frames change their size; calibrate from one size at a time");
     }
     char name[32];
-    static_cast<void>(std::snprintf(name, sizeof name, "board-%03zu.png", frames.size() + 1));
+    std::snprintf(name, sizeof name, "board-%03zu.png", frames.size() + 1);
     const View view = calibration::findBoard(frame, board, name, calibration::Effort::quick);
     watch.alive();
     const Collector::Verdict verdict = collector->offer(view);

@@ -77,7 +77,7 @@ cv::Mat renderCloud(const std::vector<PCL>& cloud, double degrees, cv::Size size
   const double middle = median(depths);
   const double angle = degrees * CV_PI / 180;
   const double f = 0.9 * std::min(size.width, size.height);
-  cv::Mat nearest(size, CV_32FC1, cv::Scalar(std::numeric_limits<float>::infinity()));
+  cv::Mat nearest(size, CV_32FC1, cv::Scalar(std::numeric_limits<double>::infinity()));
   constexpr int dot = 1;  // pixels round the centre
   for (const PCL& point : cloud) {
     const double x = point.point[0];

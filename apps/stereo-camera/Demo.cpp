@@ -51,7 +51,7 @@ std::string text(cv::Size size) { return std::to_string(size.width) + " x " + st
 
 std::string text(double value, const char* unit) {
   char line[64];
-  static_cast<void>(std::snprintf(line, sizeof line, "%.1f %s", value, unit));
+  std::snprintf(line, sizeof line, "%.1f %s", value, unit);
   return line;
 }
 

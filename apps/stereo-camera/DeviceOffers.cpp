@@ -124,7 +124,7 @@ std::string textOf(cv::Size size) { return std::to_string(size.width) + " x " + 
 
 std::string textOf(double number) {
   char digits[32];
-  static_cast<void>(std::snprintf(digits, sizeof digits, "%g", number));
+  std::snprintf(digits, sizeof digits, "%g", number);
   return digits;
 }
 

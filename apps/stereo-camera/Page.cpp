@@ -10,7 +10,7 @@ namespace {
 
 std::string number(double value) {
   char text[32];
-  static_cast<void>(std::snprintf(text, sizeof text, "%.1f", value));
+  std::snprintf(text, sizeof text, "%.1f", value);
   return text;
 }
 
@@ -95,15 +95,14 @@ std::string table(const Report& report) {
   std::ostringstream text;
   char line[160];
   for (const auto& [name, value] : report.facts) {
-    static_cast<void>(std::snprintf(line, sizeof line, "  %-24s %s\n", name.c_str(), value.c_str()));
+    std::snprintf(line, sizeof line, "  %-24s %s\n", name.c_str(), value.c_str());
     text << line;
   }
-  static_cast<void>(std::snprintf(line, sizeof line, "  %-44s %6s %9s %10s %8s\n", "read", "reads", "a second",
-                                  "median ms", "90 % ms"));
+  std::snprintf(line, sizeof line, "  %-44s %6s %9s %10s %8s\n", "read", "reads", "a second", "median ms", "90 % ms");
   text << line;
   for (const Timing& timing : report.timings) {
-    static_cast<void>(std::snprintf(line, sizeof line, "  %-44s %6d %9.1f %10.1f %8.1f\n", timing.name.c_str(),
-                                    timing.reads, timing.perSecond, timing.medianMs, timing.p90Ms));
+    std::snprintf(line, sizeof line, "  %-44s %6d %9.1f %10.1f %8.1f\n", timing.name.c_str(), timing.reads,
+                  timing.perSecond, timing.medianMs, timing.p90Ms);
     text << line;
   }
   return text.str();

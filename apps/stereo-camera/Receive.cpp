@@ -62,7 +62,7 @@ private:
 
 void save(const cv::Mat& image, const std::filesystem::path& folder, int number) {
   char name[32];
-  static_cast<void>(std::snprintf(name, sizeof name, "image-%05d.png", number));
+  std::snprintf(name, sizeof name, "image-%05d.png", number);
   const std::string path = (folder / name).string();
   bool written = false;
   try {

@@ -43,11 +43,10 @@ void checkSegment(cv::Size frame, int key) {
   const int id = shmget(key, 0, 0);
   if (id != -1 && shmctl(id, IPC_STAT, &about) == 0 && about.shm_segsz < segmentBytes(frame)) {
     char line[160];
-    static_cast<void>(
-        std::snprintf(line, sizeof line,
-                      "a smaller segment holds the key %d: another camera's at this position, or one left behind "
-                      "(ipcrm -M %d removes it)",
-                      key, key));
+    std::snprintf(line, sizeof line,
+                  "a smaller segment holds the key %d: another camera's at this position, or one left behind "
+                  "(ipcrm -M %d removes it)",
+                  key, key);
     throw Failure(ExitCode::output, line);
   }
 }

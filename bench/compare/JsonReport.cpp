@@ -27,7 +27,7 @@ std::string number(double value) {
     return "null";
   }
   char text[32];
-  static_cast<void>(std::snprintf(text, sizeof(text), "%.6g", value));
+  std::snprintf(text, sizeof(text), "%.6g", value);
   return text;
 }
 

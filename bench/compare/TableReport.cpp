@@ -20,13 +20,13 @@ const Row head = {"unit",     "scalar",   "library",  "p90",       "peer",     "
 
 std::string fixed(double value, int digits) {
   char text[32];
-  static_cast<void>(std::snprintf(text, sizeof(text), "%.*f", digits, value));
+  std::snprintf(text, sizeof(text), "%.*f", digits, value);
   return text;
 }
 
 std::string shortest(double value) {
   char text[32];
-  static_cast<void>(std::snprintf(text, sizeof(text), "%g", value));
+  std::snprintf(text, sizeof(text), "%g", value);
   return text;
 }
 

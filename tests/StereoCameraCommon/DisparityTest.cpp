@@ -96,7 +96,7 @@ TEST(StartStereoCompute, NothingIsReportedBeforeThePauseIsOver) {
   tm local{};
   localtime_r(&now.tv_sec, &local);
   const std::size_t length = std::strftime(before, sizeof before, "%Y-%m-%d %H:%M:%S", &local);
-  static_cast<void>(std::snprintf(before + length, sizeof before - length, ".%06ld", static_cast<long>(now.tv_usec)));
+  std::snprintf(before + length, sizeof before - length, ".%06ld", static_cast<long>(now.tv_usec));
   camera.startStereoCompute();
   camera.stopStereoCompute();
   EXPECT_GE(stampOf(out.text()), std::string(before));

@@ -138,7 +138,7 @@ TEST(DeviceCheck, NamesADeviceThatIsNotThere) {
   expectProblem(stereo::app::checkDevice(98, {1856, 800}, 30), "no /dev/video98");
 }
 
-// The device's time is counted from the first line, so that line comes whatever the device does.
+// The device's time is counted from the first line.
 TEST(DeviceCheck, TheProbeSaysThatItHasBegunAndThenWhatItFound) {
   for (const std::string backEnd : {"gstreamer", "v4l2"}) {
     // OpenCV's back ends for devices leak by themselves.

@@ -40,6 +40,7 @@ struct Options {
 
 Options parse(int argc, char** argv) {
   Options options;
+  // NOLINTNEXTLINE(cert-err34-c): started by tests and scripts, with sizes of their own
   if (argc < 4 || std::sscanf(argv[2], "%dx%d", &options.size.width, &options.size.height) != 2) {
     throw std::runtime_error("wants DEVICE WIDTHxHEIGHT RATE [--stall N] [--stop N]");
   }
@@ -190,7 +191,7 @@ int main(int argc, char** argv) {
     feed(parse(argc, argv));
     return 0;
   } catch (const std::exception& error) {
-    static_cast<void>(std::fprintf(stderr, "device_feeder: %s\n", error.what()));
+    std::fprintf(stderr, "device_feeder: %s\n", error.what());
     return 1;
   }
 }

@@ -101,7 +101,7 @@ void reads(int api, int index, double seconds) {
 
 int main(int argc, char** argv) {
   if (argc != 3 && argc != 5) {
-    static_cast<void>(std::fprintf(stderr, "device_probe: wants BACK_END DEVICE [--reads SECONDS]\n"));
+    std::fprintf(stderr, "device_probe: wants BACK_END DEVICE [--reads SECONDS]\n");
     return 2;
   }
   const int api = apiOf(argv[1]);

@@ -11,14 +11,14 @@ namespace stereo::fuzz {
 
 void require(bool holds, const char* what) {
   if (!holds) {
-    static_cast<void>(std::fprintf(stderr, "not as promised: %s\n", what));
+    std::fprintf(stderr, "not as promised: %s\n", what);
     std::abort();
   }
 }
 
 void requireSame(const char* what, const char* difference) {
   if (*difference != '\0') {
-    static_cast<void>(std::fprintf(stderr, "not the same: %s: %s\n", what, difference));
+    std::fprintf(stderr, "not the same: %s: %s\n", what, difference);
     std::abort();
   }
 }

@@ -62,7 +62,7 @@ void onSignal(int number) {
 }
 
 void tryOne(const Bytes& bytes, const std::string& name) {
-  static_cast<void>(std::snprintf(currentName, sizeof currentName, "%s", name.c_str()));
+  std::snprintf(currentName, sizeof currentName, "%s", name.c_str());
   // In memory of just that size, so that a read past the end can be seen.
   const Bytes exact(bytes.begin(), bytes.end());
   current = &exact;
@@ -84,7 +84,7 @@ std::vector<Seed> seedsAt(const std::filesystem::path& path) {
   for (const auto& file : files) {
     std::ifstream stream(file, std::ios::binary);
     if (!stream) {
-      static_cast<void>(std::fprintf(stderr, "cannot read %s\n", file.c_str()));
+      std::fprintf(stderr, "cannot read %s\n", file.c_str());
       std::exit(2);
     }
     seeds.push_back({file.string(), Bytes(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>())});
@@ -144,7 +144,7 @@ int main(int argc, char** argv) {
     seeds.insert(seeds.end(), found.begin(), found.end());
   }
   if (seeds.empty()) {
-    static_cast<void>(std::fprintf(stderr, "nothing to try\n"));
+    std::fprintf(stderr, "nothing to try\n");
     return 2;
   }
   for (const int number : {SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTERM}) {

@@ -347,6 +347,7 @@ namespace {
 [[noreturn, maybe_unused]] void reportTooMuch() {
   std::size_t pages = 0;
   if (std::FILE* const statm = std::fopen("/proc/self/statm", "r")) {
+    // NOLINTNEXTLINE(cert-err34-c): the kernel's own line
     pages = std::fscanf(statm, "%zu", &pages) == 1 ? pages : 0;
     std::fclose(statm);
   }

@@ -135,7 +135,7 @@ TEST_P(DepthAccuracy, OfThePinholeFormula) {
   for (const auto& [ring, errors] : rings) {
     if (errors.relative.size() > 500) {
       char name[40];
-      static_cast<void>(std::snprintf(name, sizeof name, "%d to %d degrees off axis", 10 * ring, 10 * ring + 10));
+      std::snprintf(name, sizeof name, "%d to %d degrees off axis", 10 * ring, 10 * ring + 10);
       errors.print(name);
     }
   }

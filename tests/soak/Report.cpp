@@ -35,7 +35,7 @@ Report::Report(const std::string& libraryOutput) : m_output(fdopen(fcntl(STDOUT_
 Report::~Report() { std::fclose(m_output); }
 
 void Report::line(const std::string& text) {
-  static_cast<void>(std::fprintf(m_output, "%s\n", text.c_str()));
+  std::fprintf(m_output, "%s\n", text.c_str());
   std::fflush(m_output);
 }
 

@@ -132,7 +132,7 @@ void takeImages(const Shared& shared, int key, const std::function<bool()>& isWa
     const std::optional<std::string> fault = id == -1 ? std::nullopt : takeFrom(shared, isWanted, id);
     if (fault) {
       auto& failure = shared.counters().failure;
-      static_cast<void>(std::snprintf(failure.data(), failure.size(), "%s", fault->c_str()));
+      std::snprintf(failure.data(), failure.size(), "%s", fault->c_str());
       return;
     }
     std::this_thread::sleep_for(poll);
