@@ -43,6 +43,7 @@ Pose commonMotion(const std::vector<Pose>& motions) {
   double least = std::numeric_limits<double>::infinity();
   for (const Pose& motion : motions) {
     std::vector<double> toOthers;
+    toOthers.reserve(motions.size());
     for (const Pose& other : motions) {
       toOthers.push_back(distance(motion, other));
     }

@@ -86,7 +86,7 @@ Wrapped wrap(const py::array& array, int type) {
 }
 
 py::array requireImage(py::handle object, const char* name) {
-  const py::array array = requireType<std::uint8_t>(object, name, "uint8");
+  py::array array = requireType<std::uint8_t>(object, name, "uint8");
   if (array.ndim() != 3 || array.shape(2) != 3 || array.size() == 0) {
     refuseShape(array, name, "(rows, columns, 3)");
   }

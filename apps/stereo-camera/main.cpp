@@ -7,6 +7,8 @@
 #include "Commands.hpp"
 #include "Failure.hpp"
 
+// Outside of what is caught there is only the making of the options, which fails where there is no memory.
+// NOLINTNEXTLINE(bugprone-exception-escape)
 int main(int argc, char** argv) {
   using namespace stereo::app;
   CLI::App program("Host program of the stereo fisheye camera", "stereo-camera");

@@ -41,10 +41,12 @@ std::uint64_t allocations() { return counter.load(std::memory_order_relaxed); }
 
 extern "C" {
 
+// NOLINTBEGIN(bugprone-reserved-identifier): the C library's own names of what is replaced here
 void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t number, std::size_t size);
 void* __libc_realloc(void* old, std::size_t size);
 void* __libc_memalign(std::size_t alignment, std::size_t size);
+// NOLINTEND(bugprone-reserved-identifier)
 
 void* malloc(std::size_t size) noexcept {
   count();

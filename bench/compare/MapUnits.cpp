@@ -101,7 +101,7 @@ Unit allFour(const char* name, cv::Size size, bool intoKept, const Wanted& wante
   unit.peerName = "omnidir::initUndistortRectifyMap x 4";
   unit.difference = [cases] {
     for (const Case& one : *cases) {
-      const std::string difference = one.difference();
+      std::string difference = one.difference();
       if (!difference.empty()) {
         return difference;
       }
