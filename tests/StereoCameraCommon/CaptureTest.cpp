@@ -21,7 +21,6 @@ using stereo::test::sameBits;
 using stereo::test::ScriptedCapture;
 using stereo::test::someCalibration;
 using stereo::test::TestCamera;
-using stereo::test::twoColours;
 using testing::ElementsAre;
 
 namespace {

@@ -15,7 +15,6 @@
 using std::chrono::microseconds;
 using stereo::test::await;
 using stereo::test::FedCamera;
-using stereo::test::Gate;
 using stereo::test::OutputCapture;
 using stereo::test::recordTexts;
 using stereo::test::RectifiedFrame;

@@ -9,10 +9,12 @@
 using namespace stereo::test;
 
 // Where a sanitizer's allocator is asked for more than there is, it is to answer as the system's does.
+// NOLINTBEGIN(bugprone-reserved-identifier): the sanitizers' own names
 extern "C" const char* __asan_default_options();
 extern "C" const char* __asan_default_options() { return "allocator_may_return_null=1:max_allocation_size_mb=4096"; }
 extern "C" const char* __tsan_default_options();
 extern "C" const char* __tsan_default_options() { return "allocator_may_return_null=1:max_allocation_size_mb=4096"; }
+// NOLINTEND(bugprone-reserved-identifier)
 
 namespace {
 

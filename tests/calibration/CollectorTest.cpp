@@ -13,7 +13,8 @@ View viewAt(double x, double y, bool left = true, bool right = true) {
   View view;
   for (std::size_t eye = 0; eye < 2; ++eye) {
     for (int k = 0; (eye == 0 ? left : right) && k < 48; ++k) {
-      view.corners[eye].emplace_back(x + 50 * (k % 8), y + 50 * (k / 8));
+      const int row = k / 8;
+      view.corners[eye].emplace_back(x + 50 * (k % 8), y + 50 * row);
     }
   }
   return view;
