@@ -22,7 +22,7 @@
 
 extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size, std::size_t mostBytes,
                                                unsigned int seed) __attribute__((weak));
-// Of the sanitizers, where there is one.
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the sanitizers' own name, where there is one
 extern "C" void __sanitizer_set_death_callback(void (*callback)()) __attribute__((weak));
 
 namespace {

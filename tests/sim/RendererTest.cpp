@@ -87,7 +87,7 @@ TEST(Renderer, FieldIsLitAndTheRestNearlyBlack) {
     int insideCount = 0;
     for (int row = 0; row < 400; ++row) {
       for (int col = 0; col < 464; ++col) {
-        const cv::Vec3b pixel = eye.at<cv::Vec3b>(row, col);
+        const cv::Vec3b& pixel = eye.at<cv::Vec3b>(row, col);
         const double radius = std::hypot(col - m.cx, row - m.cy);
         if (radius > 235.0) {
           ASSERT_LE(std::max({pixel[0], pixel[1], pixel[2]}), 12) << col << " " << row;
