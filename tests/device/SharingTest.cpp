@@ -25,6 +25,7 @@ public:
   Consumer(int key, cv::Size frame) : m_pattern(frame) {
     int id = -1;
     void* address = await([&] { return (id = shmget(key, 0, 0)) != -1; }) ? shmat(id, nullptr, 0) : nullptr;
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): the system's own failure value
     if (address == nullptr || address == reinterpret_cast<void*>(-1)) {
       throw std::runtime_error("no segment under key " + std::to_string(key));
     }

@@ -159,7 +159,8 @@ cv::Mat Input::matrix(int rows, int cols, const double* usual) {
   // One byte for a matrix of usual numbers, so that an input may go wrong in one place alone.
   const bool isUsual = kind % 4 == 0;
   for (std::size_t k = 0; k < count; ++k) {
-    const double near = k < static_cast<std::size_t>(rows * cols) && kind < 224 ? usual[k] : 1.0;
+    const double near =
+        k < static_cast<std::size_t>(rows) * static_cast<std::size_t>(cols) && kind < 224 ? usual[k] : 1.0;
     storeNumber(matrix, k, isUsual ? near : number(near));
   }
   return matrix;
