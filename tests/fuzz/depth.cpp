@@ -21,8 +21,8 @@
 namespace {
 thread_local bool isTrying = false;
 }
+// NOLINTNEXTLINE(cert-dcl58-cpp): a function of the standard library's own is what is replaced
 namespace std {
-// NOLINTNEXTLINE(cert-dcl58-cpp): the standard library's own function is what is replaced
 void condition_variable::wait(unique_lock<mutex>& lock) {
   if (!isTrying) {
     pthread_cond_wait(native_handle(), lock.mutex()->native_handle());

@@ -111,7 +111,10 @@ double squareSide(const Result& result, const std::vector<cv::Point2f>& corners)
                         (corner.y - P.at<double>(1, 2)) / P.at<double>(1, 1) * z, z);
   }
   std::vector<double> sides;
-  const auto at = [&](int row, int col) { return points[static_cast<std::size_t>(row * kCorners.width + col)]; };
+  const auto at = [&](int row, int col) {
+    return points[static_cast<std::size_t>(row) * static_cast<std::size_t>(kCorners.width) +
+                  static_cast<std::size_t>(col)];
+  };
   for (int row = 0; row < kCorners.height; ++row) {
     for (int col = 0; col < kCorners.width; ++col) {
       if (col + 1 < kCorners.width) {
