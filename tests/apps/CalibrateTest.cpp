@@ -28,7 +28,7 @@ struct Outcome {
 
 Outcome run(const std::vector<std::string>& arguments) {
   Program program(STEREO_CAMERA_PROGRAM, arguments);
-  const int code = program.wait(std::chrono::minutes(5));
+  const int code = program.wait(std::chrono::minutes(9));
   return {code, program.out(), program.err()};
 }
 
@@ -38,7 +38,7 @@ TEST(CalibrateProgram, CalibratesTheSimulatedCameraAndCheckAgrees) {
   const stereo::test::TempDir folder;
   const std::string file = folder.path("calibration.yml");
   const Outcome made = run({"calibrate", "--simulate", "--size", "928x400", "--rate", "0", "--square", "39",
-                            "--pictures", "10", "--patience", "120", "-o", file});
+                            "--pictures", "10", "--patience", "300", "-o", file});
   ASSERT_EQ(made.code, 0) << made.out << made.err;
   EXPECT_THAT(made.out, HasSubstr("[10/10] board-010.png: taken; covered: left"));
   EXPECT_TRUE(std::filesystem::exists(folder.path("calibration-pictures/board-010.png")));
