@@ -77,7 +77,7 @@ void checkBackEnd(Findings& findings, int node, const std::string& backEnd, cv::
       break;
     case ProbeAnswer::How::endedWithout:
       add(findings, head + "nothing: the process that asked it ended without an answer",
-          "OpenCV or the driver ended it: ask again with OPENCV_LOG_LEVEL=DEBUG, or use the other back end");
+          "see what it says: stereo-camera doctor --device " + std::to_string(node) + " --probe " + backEnd);
       break;
     case ProbeAnswer::How::neverBegan:
       add(findings, head + "nothing: another process of this program does not start",
