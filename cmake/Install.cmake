@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-# Headers, library, CMake package (find_package(StereoCamera)) and pkg-config file (stereo-camera).
+# Headers, libraries, CMake package (find_package(StereoCamera)) and pkg-config file (stereo-camera).
 include(CMakePackageConfigHelpers)
 
 set(stereo_camera_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/StereoCamera)
@@ -11,6 +11,11 @@ install(FILES include/StereoCamera.hpp log/SystemLog.hpp DESTINATION ${CMAKE_INS
   COMPONENT development)
 install(EXPORT StereoCameraTargets NAMESPACE StereoCamera:: DESTINATION ${stereo_camera_package_dir}
   COMPONENT development)
+
+if(TARGET StereoCameraSim)
+  install(EXPORT StereoCameraSourcesTargets NAMESPACE StereoCamera:: DESTINATION ${stereo_camera_package_dir}
+    COMPONENT development)
+endif()
 
 configure_package_config_file(cmake/StereoCameraConfig.cmake.in StereoCameraConfig.cmake
   INSTALL_DESTINATION ${stereo_camera_package_dir})

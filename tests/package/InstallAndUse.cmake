@@ -42,6 +42,10 @@ if(NOT found STREQUAL "StereoCamera_DIR:PATH=${prefix}/${LIBDIR}/cmake/StereoCam
 endif()
 run("Building" ${CMAKE_COMMAND} --build ${WORK_DIR}/cmake --config ${CONFIG})
 expect_it_works("Program of the CMake package" ${WORK_DIR}/bin/consumer)
+run("Program of the sources' component" ${WORK_DIR}/bin/sources_consumer)
+if(NOT output MATCHES "sources work\n")
+  message(FATAL_ERROR "Program of the sources' component: unexpected output\n${output}")
+endif()
 
 set(ENV{PKG_CONFIG_PATH} ${prefix}/${LIBDIR}/pkgconfig)
 run("Asking pkg-config" ${PKG_CONFIG} --cflags --libs stereo-camera)
