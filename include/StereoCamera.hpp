@@ -14,10 +14,13 @@
 #include <opencv2/videoio.hpp>
 
 class SystemLog;
-namespace stereo::core {
+namespace stereo {
+class DeviceReads;
+namespace core {
 struct CloudModel;
 struct DepthModel;
-}  // namespace stereo::core
+}  // namespace core
+}  // namespace stereo
 
 /// One point of a coloured cloud.
 struct PCL {
@@ -37,8 +40,9 @@ struct PCL {
 /// Threads. One host thread constructs, configures, starts, stops and destroys. Reads (`get…Frame`,
 /// `getPointCloud`) may be called from any number of threads at once. Each read but the two-image `getDepthFrame`
 /// waits for the *next* result published after the call began, without a time-out: where no worker publishes, it
-/// blocks until the matching stop operation is called, and then returns false with its outputs untouched. Reads of
-/// frames that begin after `stopCapture` return false at once.
+/// blocks until the matching stop operation is called, and then returns false with its outputs untouched. Reads that
+/// begin after a `stopCapture` that ended a worker return false at once, unless a derived class publishes by itself or
+/// feeds the disparity worker.
 ///
 /// Results are handed out as deep copies; a caller's matrix is written into only if it is the sole owner of its
 /// pixels, otherwise it gets a buffer of its own. Images are 8-bit BGR unless said otherwise.
@@ -141,9 +145,9 @@ public:
   /// As the four-argument form, without the stamp.
   virtual bool getRectStereoFrame(cv::Mat& left, cv::Mat& right, cv::Mat& view);
   /// Next frame's eyes in the perspective view, each of the rectified size, black where the eye saw nothing. Blocks
-  /// for the next frame; any thread. Feeds the stream in modes 2 and 3. True if both outputs are non-empty (even
-  /// when no frame could be had and the caller's images, left as they came, were filled already). Throws cv::Exception
-  /// while there are no maps (no complete calibration or no rectified size at `startCapture`).
+  /// for the next frame; any thread. Feeds the stream in modes 2 and 3. True if both outputs are non-empty, even where
+  /// an override of `getStereoFrame` failed and left them as they came; false if a stop ended the read. Throws
+  /// cv::Exception while there are no maps (no complete calibration or no rectified size at `startCapture`).
   virtual bool getRectStereoFrame(cv::Mat& left, cv::Mat& right);
   /// Next frame's eyes in the view that depth is computed from (depth mode 1: longitude-latitude, 2: perspective;
   /// any other leaves `left` and `right` as they came), and the left eye in the perspective view. Blocks for the
@@ -172,13 +176,15 @@ public:
   virtual bool startCapture(bool useTransmit, bool useShareMemory);
   /// Starts the disparity worker. True; false while one is running already. The host's thread.
   virtual bool startStereoCompute();
-  /// Ends the disparity worker and waits for it; readers still waiting for a cloud are released with false. True.
-  /// The host's thread.
+  /// Ends the disparity worker and waits for it to finish its cycle, the frame that it waits for included; only where
+  /// none can come (the capture is stopped, or none came for two seconds) is that wait ended. Readers still waiting for
+  /// a cloud are released with false. True. The host's thread; also from what runs inside a coloured cloud.
   virtual bool stopStereoCompute();
   /// Ends the capture worker, after its device read, and waits for it; readers still waiting for a frame are
   /// released with false. A read that goes on for two seconds, since the device has stalled, is made to fail, and the
   /// worker reads no more: OpenCV's own video devices are told in their back end's way, a derived cv::VideoCapture by
-  /// its `release`, which it must take during a read. True. The host's thread.
+  /// its `release`, once, which it must take during a read. A read of OpenCV's that nothing ends is left to itself,
+  /// with its thread and device. True. The host's thread; also from what runs inside a coloured cloud.
   virtual bool stopCapture();
 
 protected:
@@ -242,15 +248,24 @@ private:
   bool createLog();
   void dropLog();
   bool createDevice();
+  void noteDevice();
   void buildMaps(float frameScale);
-  void captureWorker(float frameScale);
+  void captureWorker(float frameScale, stereo::DeviceReads& reads);
   void interruptRead(int attempt);
+  void abandonCapture();
   void openStream();
   void writeStream(const cv::Mat& image);
   void disparityWorker();
+  void awaitDisparityWorker();
+  bool noFrameCanCome() const;
   bool waitForFrame(std::unique_lock<std::mutex>& frameLock);
+  bool waitAsReader(std::unique_lock<std::mutex>& frameLock);
+  bool waitAsDisparityWorker(std::unique_lock<std::mutex>& frameLock);
+  std::unique_lock<std::mutex> waitForDisparity();
+  std::unique_lock<std::mutex> lockDisparityUnlessHeld();
+  void releaseFrameReaders(bool captureEnded);
   void releaseDisparityReaders();
-  bool waitForDisparity(std::unique_lock<std::mutex>& disparityLock);
+  void releaseDisparityReadersOfCapture();
   stereo::core::DepthModel depthModel() const;
   stereo::core::CloudModel cloudModel() const;
   cv::Mat rectCameraMatrix() const;

@@ -16,6 +16,9 @@ stereo_camera_test(NAME file_tests SOURCES
 stereo_camera_test(NAME allocation_failure_tests SOURCES StereoCameraCommon/AllocationFailureTest.cpp)
 stereo_camera_test(NAME device_opening_tests SOURCES StereoCameraCommon/DeviceOpeningTest.cpp)
 
+# Replaces a function of the C library.
+stereo_camera_test(NAME abandoned_read_tests SOURCES StereoCameraCommon/AbandonedReadTest.cpp)
+
 # What users get: the installed library, found through CMake and through pkg-config.
 find_program(STEREO_CAMERA_PKG_CONFIG pkg-config)
 if(STEREO_CAMERA_PKG_CONFIG)

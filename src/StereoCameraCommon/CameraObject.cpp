@@ -88,6 +88,7 @@ void StereoCamera::dropLog() {
 
 bool StereoCamera::createDevice() {
   m_videoCapture = new (std::nothrow) cv::VideoCapture(m_deviceNode, cv::CAP_ANY);
+  noteDevice();
   return m_videoCapture != nullptr;
 }
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <cstdlib>
+#include <memory>
 #include <typeinfo>
 #include <utility>
 
@@ -66,6 +67,19 @@ std::chrono::microseconds systemTime() {
   return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::system_clock::now().time_since_epoch());
 }
 
+// After how many attempts to end it a read is left to itself. Not one of a derived class on nothing of OpenCV's, which
+// is to end when it is told to.
+int mostAttempts(stereo::sys::BackEnd backEnd) {
+  switch (backEnd) {
+    case stereo::sys::BackEnd::gstreamer:
+      return 10;  // about a second: a pipeline that never came to run, on a driver that does not wake who waits
+    case stereo::sys::BackEnd::kernel:
+      return 150;  // fifteen; OpenCV's own limit is ten
+    default:
+      return stereo::DeviceReads::never;
+  }
+}
+
 }  // namespace
 
 bool StereoCamera::startCapture(bool useTransmit, bool useShareMemory) {
@@ -83,29 +97,31 @@ bool StereoCamera::startCapture(bool useTransmit, bool useShareMemory) {
     buildMaps(frameScale);
   }
   reportInfo(m_log, "Initialize parameters OK!\n");
-  if (m_videoCapture != nullptr) {
-    m_internals->backEnd = stereo::sys::backEndOf(*m_videoCapture);  // now, while nobody reads or reopens it
+  if (m_captureThread == nullptr) {
+    noteDevice();  // while nobody reads it
   }
   if (m_isOpened) {
-    m_internals->deviceReads.resume();
-    {
-      const std::lock_guard lock(m_frameMutex);
-      m_internals->captureStopped = false;
-    }
-    const std::lock_guard lock(m_disparityMutex);
-    m_internals->disparityReadersReleased = false;
+    m_internals->deviceReads->resume();
+    const std::lock_guard lock(m_frameMutex);
+    m_internals->captureStopped = false;
+    m_internals->disparityStarved = false;
   }
   // Reserved first, so that nothing can throw between the new worker's start and the old one's being put away.
   m_internals->supersededWorkers.reserve(m_internals->supersededWorkers.size() + 1);
-  m_internals->deviceReads.workerStarts();
+  const auto reads = m_internals->deviceReads;
+  reads->workerStarts();
   std::thread* worker = nullptr;
   try {
-    worker = new std::thread([this, frameScale] {
-      captureWorker(frameScale);
-      m_internals->deviceReads.workerEnds();
+    worker = new std::thread([this, frameScale, reads] {
+      try {
+        captureWorker(frameScale, *reads);
+      } catch (const stereo::DeviceReads::Abandoned&) {
+        return;  // the camera may be gone
+      }
+      reads->workerEnds();
     });
   } catch (...) {
-    m_internals->deviceReads.workerEnds();  // no thread could be had
+    reads->workerEnds();  // no thread could be had
     throw;
   }
   if (m_captureThread != nullptr) {
@@ -152,20 +168,22 @@ void StereoCamera::buildMaps(float frameScale) {
   }
 }
 
-void StereoCamera::captureWorker(float frameScale) {
-  const auto readFrame = [this] {
+void StereoCamera::captureWorker(float frameScale, stereo::DeviceReads& reads) {
+  const auto readFrame = [this, &reads] {
     // Empty at every read: a device that fails without touching its argument must not replay the last frame.
     cv::Mat frame = stereo::sys::recycledImage();
     if (m_videoCapture != nullptr) {
-      m_internals->deviceReads.run([&] { m_videoCapture->read(frame); });
+      reads.run([&] { m_videoCapture->read(frame); });
     }
     return frame;
   };
 
-  stereo::sys::SharedFrame segment;
+  const auto segment = std::make_shared<stereo::sys::SharedFrame>();
   if (m_useShareMemory) {
-    openSegment(segment, frameScale, stereo::core::wrappingSum(getPosNumber(), firstKey), relaxed(m_rawFrameSize),
+    openSegment(*segment, frameScale, stereo::core::wrappingSum(getPosNumber(), firstKey), relaxed(m_rawFrameSize),
                 m_log);
+    const std::lock_guard lock(m_internals->segmentMutex);
+    m_internals->segments.push_back(segment);
   }
   for (int i = 0; i < warmUpReads; ++i) {
     const cv::Mat frame = readFrame();
@@ -195,7 +213,7 @@ void StereoCamera::captureWorker(float frameScale) {
     }
     if (m_useShareMemory) {
       const std::lock_guard lock(m_internals->segmentMutex);
-      segment.offer(first, static_cast<std::size_t>(frame.rows) * static_cast<std::size_t>(frame.cols >> 1) * 3);
+      segment->offer(first, static_cast<std::size_t>(frame.rows) * static_cast<std::size_t>(frame.cols >> 1) * 3);
     }
     const auto duration = static_cast<float>(static_cast<double>(cv::getTickCount()) - start);
     m_frameRate = static_cast<float>(cv::getTickFrequency() / duration);
@@ -203,14 +221,37 @@ void StereoCamera::captureWorker(float frameScale) {
     const std::lock_guard lock(m_frameMutex);
     stereo::core::publishCopy(first, m_rawFrame.first);
     stereo::core::publishCopy(second, m_rawFrame.second);
-    setRelaxed(m_rawFrame.timestamp, systemTime());
+    const std::chrono::microseconds stamp = systemTime();
+    setRelaxed(m_rawFrame.timestamp, stamp);
+    m_internals->ownStamp = stamp;
     ++m_internals->publishedFrames;
     m_frameCond.notify_all();
     usleep(publicationPause);  // inside the lock: readers of this frame get it before the next can replace it
   }
   reportInfo(m_log, "Exit capture frame worker ...\n");
   if (m_useShareMemory) {
-    closeSegment(segment, m_log);
+    closeSegment(*segment, m_log);
+    const std::lock_guard lock(m_internals->segmentMutex);
+    std::erase(m_internals->segments, segment);
+  }
+}
+
+// What a stop will have to know of the device. OpenCV is asked only of a device that it has open; a GStreamer pipeline
+// that broke down since it was opened keeps what was noted then.
+void StereoCamera::noteDevice() {
+  Internals& shared = *m_internals;
+  if (m_videoCapture == nullptr) {
+    shared.openedDevice = nullptr;
+    return;
+  }
+  const stereo::sys::BackEnd backEnd = stereo::sys::backEndOf(*m_videoCapture);
+  if (m_videoCapture != shared.openedDevice) {
+    // Made by the constructor, or put in its place by a derived class since.
+    shared.openedDevice = m_videoCapture;
+    shared.backEnd = backEnd;
+    shared.openedNode = relaxed(m_deviceNode);
+  } else if (backEnd != stereo::sys::BackEnd::foreign || typeid(*m_videoCapture) != typeid(cv::VideoCapture)) {
+    shared.backEnd = backEnd;
   }
 }
 
@@ -221,61 +262,71 @@ void StereoCamera::interruptRead(int attempt) {
   if (m_videoCapture == nullptr) {
     return;
   }
-  constexpr int pipelineAttempts = 10;  // about a second
-  constexpr int kernelAttempts = 150;   // fifteen; OpenCV's own limit is ten
   switch (m_internals->backEnd) {
     case stereo::sys::BackEnd::gstreamer:
       if (attempt == 0) {
         stereo::sys::stopPipeline(*m_videoCapture);
-      } else if (attempt < pipelineAttempts) {
-        stereo::sys::stopStreaming(relaxed(m_deviceNode));
-      } else if (attempt == pipelineAttempts) {
-        // A pipeline that never came to run, on a driver that does not wake who waits. The release ends the read, at
-        // the price named above; the alternative is a stop that never returns.
-        m_videoCapture->release();
+      } else {
+        stereo::sys::stopStreaming(m_internals->openedNode);
       }
       break;
     case stereo::sys::BackEnd::kernel:
       // A driver that does not wake who waits leaves the read to its own time limit.
-      stereo::sys::stopStreaming(relaxed(m_deviceNode));
-      if (attempt == kernelAttempts && typeid(*m_videoCapture) != typeid(cv::VideoCapture)) {
-        m_videoCapture->release();  // waits for something of its own, beside the device
-      }
+      stereo::sys::stopStreaming(m_internals->openedNode);
       break;
     case stereo::sys::BackEnd::otherOfOpenCv:
       break;  // files and network streams, with time limits of their own
     case stereo::sys::BackEnd::foreign:
       // A derived class, which must take this while it reads.
-      m_videoCapture->release();
+      if (attempt == 0) {
+        m_videoCapture->release();
+      }
       break;
   }
 }
 
 bool StereoCamera::stopCapture() {
   m_isOpened = false;
-  if (m_captureThread != nullptr) {
-    m_internals->deviceReads.awaitWorkers([this](int attempt) { interruptRead(attempt); });
-    m_captureThread->join();
-    for (std::thread& worker : m_internals->supersededWorkers) {
-      worker.join();
+  const bool hadWorker = m_captureThread != nullptr;
+  if (hadWorker) {
+    Internals& shared = *m_internals;
+    if (shared.deviceReads->awaitWorkers([this](int attempt) { interruptRead(attempt); },
+                                         mostAttempts(shared.backEnd))) {
+      m_captureThread->join();
+      for (std::thread& worker : shared.supersededWorkers) {
+        worker.join();
+      }
+    } else {
+      abandonCapture();
     }
-    m_internals->supersededWorkers.clear();
+    shared.supersededWorkers.clear();
     delete m_captureThread;
     m_captureThread = nullptr;
     reportInfo(m_log, "Stop get frame done.\n");
   }
-  // Nothing will be published any more: send home who waits for a frame, or for a disparity made from one.
-  {
-    const std::lock_guard lock(m_frameMutex);
-    m_internals->captureStopped = true;
-    ++m_internals->frameWakeups;
-    m_frameCond.notify_all();
-  }
-  {
-    const std::lock_guard lock(m_disparityMutex);
-    m_internals->disparityReadersReleased = true;
-    ++m_internals->disparityReleases;
-    m_disparityCond.notify_all();
-  }
+  releaseFrameReaders(hadWorker);
+  releaseDisparityReadersOfCapture();
   return true;
+}
+
+// Leaves a read that does not end to itself, and its thread and device with it: nothing is freed under it, and should
+// it return one day, the thread ends and the device goes. The camera gets a device that is closed.
+void StereoCamera::abandonCapture() {
+  Internals& shared = *m_internals;
+  auto closed = std::make_unique<cv::VideoCapture>();
+  shared.deviceReads->keep(std::shared_ptr<cv::VideoCapture>(m_videoCapture));
+  m_videoCapture = closed.release();
+  shared.openedDevice = nullptr;
+  shared.deviceReads = std::make_shared<stereo::DeviceReads>();
+  m_captureThread->detach();
+  for (std::thread& worker : shared.supersededWorkers) {
+    worker.detach();
+  }
+  // What the worker would have done at its end.
+  reportInfo(m_log, "Exit capture frame worker ...\n");
+  const std::lock_guard lock(shared.segmentMutex);
+  for (const auto& segment : shared.segments) {
+    closeSegment(*segment, m_log);
+  }
+  shared.segments.clear();
 }

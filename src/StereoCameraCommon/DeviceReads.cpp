@@ -2,6 +2,7 @@
 #include "StereoCameraCommon/DeviceReads.hpp"
 
 #include <algorithm>
+#include <utility>
 
 namespace stereo {
 
@@ -34,7 +35,7 @@ void DeviceReads::resume() {
   m_givenUp = false;
 }
 
-void DeviceReads::awaitWorkers(const std::function<void(int)>& interrupt) {
+bool DeviceReads::awaitWorkers(const std::function<void(int)>& interrupt, int mostAttempts) {
   std::unique_lock lock(m_mutex);
   const Clock::time_point asked = Clock::now();
   Clock::time_point lastAttempt;
@@ -48,11 +49,45 @@ void DeviceReads::awaitWorkers(const std::function<void(int)>& interrupt) {
       m_ended.wait_until(lock, due);
       continue;
     }
+    if (attempts == mostAttempts) {
+      if (m_queued == m_workers - 1) {
+        m_abandoned = true;
+        return false;
+      }
+      lastAttempt = now;  // another worker is busy elsewhere, and soon waits for its turn
+      continue;
+    }
     m_givenUp = true;
     lock.unlock();
     interrupt(attempts++);
     lock.lock();
     lastAttempt = Clock::now();
+  }
+  return true;
+}
+
+void DeviceReads::keep(std::shared_ptr<void> something) {
+  const std::lock_guard lock(m_mutex);
+  m_kept = std::move(something);
+}
+
+void DeviceReads::queue() {
+  const std::lock_guard lock(m_mutex);
+  ++m_queued;
+}
+
+void DeviceReads::leaveQueue() {
+  const std::lock_guard lock(m_mutex);
+  --m_queued;
+  if (m_abandoned) {
+    throw Abandoned();
+  }
+}
+
+void DeviceReads::throwIfAbandoned() {
+  const std::lock_guard lock(m_mutex);
+  if (m_abandoned) {
+    throw Abandoned();
   }
 }
 

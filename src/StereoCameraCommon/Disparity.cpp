@@ -7,7 +7,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "StereoCamera.hpp"
-#include "StereoCameraCommon/DisparityThread.hpp"
+#include "StereoCameraCommon/CallingThread.hpp"
 #include "StereoCameraCommon/Internals.hpp"
 #include "StereoCameraCommon/Relaxed.hpp"
 #include "StereoCameraCommon/Report.hpp"
@@ -18,8 +18,6 @@ using stereo::reportInfo;
 using stereo::setRelaxed;
 using stereo::sys::recycledCopy;
 using stereo::sys::recycledImage;
-
-thread_local const StereoCamera* stereo::disparityWorkerOfThisThread = nullptr;
 
 namespace {
 
@@ -58,13 +56,19 @@ bool StereoCamera::startStereoCompute() {
   usleep(startPause);
   reportInfo(m_log, "Start stereo computing ...\n");
   {
-    const std::lock_guard lock(m_disparityMutex);
-    m_internals->disparityReadersReleased = false;
+    const std::lock_guard lock(m_frameMutex);
+    m_internals->disparityReadEnded = false;
   }
+  m_internals->disparityStarved = false;
   m_isComputing = true;
+  m_internals->disparityReads.workerStarts();
   try {
-    m_computeThread = new std::thread([this] { disparityWorker(); });
+    m_computeThread = new std::thread([this] {
+      disparityWorker();
+      m_internals->disparityReads.workerEnds();
+    });
   } catch (...) {
+    m_internals->disparityReads.workerEnds();
     m_isComputing = false;  // no thread could be had, so nothing is running
     throw;
   }
@@ -115,6 +119,7 @@ void StereoCamera::disparityWorker() {
     }
     setRelaxed(m_disparityFrame.timestamp, timestamp);
     ++m_internals->publishedDisparities;
+    m_internals->ownDisparityStamp = timestamp;
     m_disparityCond.notify_all();
     usleep(publicationPause);  // inside the lock: woken readers get this result before the next can replace it
   }
@@ -130,12 +135,14 @@ bool StereoCamera::stopStereoCompute() {
     return true;
   }
   {
-    // The worker may wait for a frame that never comes. Other readers look again and go on waiting.
-    const std::lock_guard lock(m_frameMutex);
-    ++m_internals->frameWakeups;
-    m_frameCond.notify_all();
+    // Called from inside a cloud, this thread has the lock that the worker may need for its last publication.
+    std::unique_lock<std::mutex>* const held = stereo::DisparityHold::of(this);
+    const stereo::Unlocked unlocked(held);
+    if (stereo::disparityWorkerOfThisThread != this) {
+      awaitDisparityWorker();
+    }
+    m_computeThread->join();
   }
-  m_computeThread->join();
   delete m_computeThread;
   m_computeThread = nullptr;
   reportInfo(m_log, "Stop stereo compute done.\n");
@@ -143,8 +150,23 @@ bool StereoCamera::stopStereoCompute() {
   return true;
 }
 
-void StereoCamera::releaseDisparityReaders() {
-  const std::lock_guard lock(m_disparityMutex);
-  ++m_internals->disparityReleases;
-  m_disparityCond.notify_all();
+// Until the worker has finished its cycle. A read in progress gets its frame; it is ended only where none can come, or
+// none has come for two seconds.
+void StereoCamera::awaitDisparityWorker() {
+  Internals& shared = *m_internals;
+  {
+    const std::lock_guard lock(m_frameMutex);
+    if (noFrameCanCome()) {
+      ++shared.frameWakeups;
+      m_frameCond.notify_all();
+    }
+  }
+  shared.disparityReads.awaitWorkers([this, &shared](int attempt) {
+    if (attempt == 0) {
+      const std::lock_guard lock(m_frameMutex);
+      shared.disparityReadEnded = true;
+      ++shared.frameWakeups;
+      m_frameCond.notify_all();
+    }
+  });
 }

@@ -2,7 +2,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "StereoCamera.hpp"
-#include "StereoCameraCommon/DisparityThread.hpp"
+#include "StereoCameraCommon/CallingThread.hpp"
 #include "StereoCameraCommon/Internals.hpp"
 #include "StereoCameraCommon/Relaxed.hpp"
 #include "core/SoleOwner.hpp"
@@ -29,29 +29,6 @@ void rectify(const cv::Mat& eye, const MapPair& maps, cv::Mat& view) {
 }
 
 }  // namespace
-
-// Waits, `m_frameMutex` being held by `frameLock`, for the next frame that is published after this call began: once,
-// without a time-out, whatever notifies `m_frameCond`. False if a stop operation ended the wait instead: `stopCapture`
-// for readers, `stopStereoCompute` for the disparity worker (which must end with its own stop, not with the capture's).
-bool StereoCamera::waitForFrame(std::unique_lock<std::mutex>& frameLock) {
-  Internals& shared = *m_internals;
-  const bool isWorker = stereo::disparityWorkerOfThisThread == this;
-  const std::uint64_t published = shared.publishedFrames;
-  const std::chrono::microseconds stamp = m_rawFrame.timestamp;
-  std::uint64_t wakeups = 0;
-  do {
-    if (isWorker ? !m_isComputing : shared.captureStopped) {
-      return false;
-    }
-    wakeups = shared.frameWakeups;
-    m_frameCond.wait(frameLock);
-    // A frame that came together with a stop still counts. The stamp tells of frames that a derived class published.
-    if (shared.publishedFrames != published || m_rawFrame.timestamp != stamp) {
-      return true;
-    }
-  } while (shared.frameWakeups != wakeups);
-  return true;
-}
 
 bool StereoCamera::getRawFrame(cv::Mat& frame, std::chrono::microseconds& timestamp) {
   TimeFrame local;
@@ -94,6 +71,7 @@ bool StereoCamera::getRectStereoFrame(cv::Mat& left, cv::Mat& right) {
   cv::Mat leftEye = recycledImage();
   cv::Mat rightEye = recycledImage();
   std::chrono::microseconds timestamp{0};
+  const stereo::RectifiedRead read(this);
   if (getStereoFrame(leftEye, rightEye, timestamp)) {
     MapPair maps[2];
     {
@@ -113,6 +91,8 @@ bool StereoCamera::getRectStereoFrame(cv::Mat& left, cv::Mat& right) {
         writeStream(joined);
       }
     }
+  } else if (read.wasEndedByStop()) {
+    return false;  // a host that reuses its images would be told true for ever, with the last frame
   }
   return !left.empty() && !right.empty();
 }
@@ -121,6 +101,7 @@ bool StereoCamera::getRectStereoFrame(cv::Mat& left, cv::Mat& right, cv::Mat& vi
                                       std::chrono::microseconds& timestamp) {
   cv::Mat leftEye = recycledImage();
   cv::Mat rightEye = recycledImage();
+  const stereo::RectifiedRead read(this);
   if (getStereoFrame(leftEye, rightEye, timestamp)) {
     const int depthMode = relaxed(m_depthmode);
     MapPair viewMaps;
@@ -137,6 +118,8 @@ bool StereoCamera::getRectStereoFrame(cv::Mat& left, cv::Mat& right, cv::Mat& vi
       rectify(leftEye, maps[0], left);
       rectify(rightEye, maps[1], right);
     }
+  } else if (read.wasEndedByStop()) {
+    return false;
   }
   return !left.empty() && !right.empty() && !view.empty();
 }

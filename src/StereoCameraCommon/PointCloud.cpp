@@ -5,6 +5,7 @@
 #include <opencv2/highgui.hpp>
 
 #include "StereoCamera.hpp"
+#include "StereoCameraCommon/CallingThread.hpp"
 #include "StereoCameraCommon/Internals.hpp"
 #include "StereoCameraCommon/Relaxed.hpp"
 #include "core/Cloud.hpp"
@@ -19,19 +20,6 @@ using stereo::core::CloudPoint;
 using stereo::core::SampledCloud;
 using stereo::sys::recycledCopy;
 using stereo::sys::recycledImage;
-
-// Waits, `m_disparityMutex` being held by `disparityLock`, for the next disparity: once, without a time-out, whatever
-// notifies `m_disparityCond`. False if a stop operation ended the wait instead.
-bool StereoCamera::waitForDisparity(std::unique_lock<std::mutex>& disparityLock) {
-  const Internals& shared = *m_internals;
-  if (shared.disparityReadersReleased) {
-    return false;
-  }
-  const std::uint64_t published = shared.publishedDisparities;
-  const std::uint64_t releases = shared.disparityReleases;
-  m_disparityCond.wait(disparityLock);
-  return shared.publishedDisparities != published || shared.disparityReleases == releases;
-}
 
 stereo::core::CloudModel StereoCamera::cloudModel() const {
   stereo::core::CloudModel model;
@@ -54,8 +42,8 @@ bool StereoCamera::getPointCloud(std::vector<cv::Vec3f>& points, std::chrono::mi
   CloudImages images;
   images.depth = recycledImage();
   {
-    std::unique_lock lock(m_disparityMutex);
-    if (!waitForDisparity(lock)) {
+    std::unique_lock lock = waitForDisparity();
+    if (!lock) {
       return false;
     }
     // Of the view nothing but its size is looked at.
@@ -75,13 +63,15 @@ bool StereoCamera::getPointCloud(std::vector<PCL>& points, std::chrono::microsec
   CloudImages images;
   images.depth = recycledImage();
   {
-    std::unique_lock lock(m_disparityMutex);
-    if (!waitForDisparity(lock)) {
+    std::unique_lock lock = waitForDisparity();
+    if (!lock) {
       return false;
     }
     images.view = recycledCopy(m_disparityFrame.first);
     images.disparity = recycledCopy(m_disparityFrame.second);
-    // The lock stays held: the worker cannot publish while the depth is made and HighGUI sees to its events.
+    // The lock stays held: the worker cannot publish while the depth is made and HighGUI sees to its events. What runs
+    // meanwhile may stop the camera.
+    const stereo::DisparityHold hold(this, lock);
     getDepthFrame(images.disparity, images.depth);
     cv::waitKey(5);
     timestamp = relaxed(m_rawFrame.timestamp);

@@ -29,18 +29,17 @@ bool streamOff(int descriptor) {
 }  // namespace
 
 BackEnd backEndOf(const cv::VideoCapture& device) {
-  try {
-    const cv::String name = device.getBackendName();
-    if (name == "GSTREAMER") {
-      return BackEnd::gstreamer;
-    }
-    if (name == "V4L2") {
-      return BackEnd::kernel;
-    }
-    return typeid(device) == typeid(cv::VideoCapture) ? BackEnd::otherOfOpenCv : BackEnd::foreign;
-  } catch (const cv::Exception&) {
-    return BackEnd::foreign;  // OpenCV has nothing open there
+  // Asked of the base class, whatever a derived one makes of it: -1 where OpenCV has nothing open. (Asking for the back
+  // end's name raises an error there.)
+  const auto backEnd = static_cast<int>(device.cv::VideoCapture::get(cv::CAP_PROP_BACKEND));
+  if (backEnd == cv::CAP_GSTREAMER) {
+    return BackEnd::gstreamer;
   }
+  if (backEnd == cv::CAP_V4L2) {
+    return BackEnd::kernel;
+  }
+  const bool isPlain = typeid(device) == typeid(cv::VideoCapture);
+  return backEnd > 0 && isPlain ? BackEnd::otherOfOpenCv : BackEnd::foreign;
 }
 
 void stopPipeline(cv::VideoCapture& device) {

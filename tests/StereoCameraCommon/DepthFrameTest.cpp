@@ -129,8 +129,16 @@ TEST_F(DepthFrame, ColourIsReleasedByStopCaptureWithOutputsUntouched) {
   start();
   cv::Mat depth;
   microseconds stamp{sentinel};
-  std::thread reader([&] { EXPECT_FALSE(camera.getDepthFrame(depth, true, stamp)); });
-  camera.stopCapture();
+  std::atomic<bool> returned{false};
+  std::thread reader([&] {
+    EXPECT_FALSE(camera.getDepthFrame(depth, true, stamp));
+    returned = true;
+  });
+  // The stop reaches a reader that waits; this one may not have come that far at the first.
+  EXPECT_TRUE(await([&] {
+    camera.stopCapture();
+    return returned.load();
+  }));
   reader.join();
   EXPECT_TRUE(depth.empty());
   EXPECT_EQ(stamp.count(), sentinel);

@@ -280,7 +280,10 @@ TEST(StopStereoCompute, LeavesReadersOfFramesWaiting) {
   });
   camera.stopStereoCompute();
   EXPECT_FALSE(await([&] { return returned.load(); }, std::chrono::milliseconds(100)));
-  camera.stopCapture();
+  EXPECT_TRUE(await([&] {
+    camera.stopCapture();
+    return returned.load();
+  }));
   reader.join();
 }
 

@@ -299,6 +299,7 @@ TEST_F(PublishedByHand, StopCaptureReleasesWaitingReadersWithTheirOutputsUntouch
     cv::Mat images[4];
     microseconds stamp{sentinel};
     if (early) {
+      stopped.startCapture(false, false);
       stopped.stopCapture();
     }
     std::vector<std::thread> readers;
@@ -317,7 +318,11 @@ TEST_F(PublishedByHand, StopCaptureReleasesWaitingReadersWithTheirOutputsUntouch
       EXPECT_FALSE(stopped.getRectStereoFrame(images[3], right));
       ++returned;
     });
-    stopped.stopCapture();
+    // The stop reaches those that wait; a reader may not have come that far at the first.
+    EXPECT_TRUE(await([&] {
+      stopped.stopCapture();
+      return returned == 3;
+    }));
     for (std::thread& reader : readers) {
       reader.join();
     }
@@ -339,6 +344,9 @@ TEST_F(PublishedByHand, AReaderWaitsAsLongAsNobodyPublishes) {
   });
   // Nothing to wait for here but time itself: the point is that it passes without a return.
   EXPECT_FALSE(await([&] { return done.load(); }, std::chrono::milliseconds(150)));
-  camera.stopCapture();
+  EXPECT_TRUE(await([&] {
+    camera.stopCapture();
+    return done.load();
+  }));
   reader.join();
 }

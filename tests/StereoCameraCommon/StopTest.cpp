@@ -40,7 +40,7 @@ public:
     ++m_reads;
     if (m_left-- <= 0) {
       m_stalled = true;
-      m_changed.wait(lock, [this] { return m_released || m_let; });
+      m_changed.wait(lock, [this] { return (m_released && endsOnRelease) || m_let; });
       m_stalled = false;
       if (m_released) {
         image.release();
@@ -79,6 +79,7 @@ public:
     const std::lock_guard lock(m_mutex);
     return m_reads;
   }
+  std::atomic<bool> endsOnRelease{true};
 
 private:
   const cv::Mat m_frame = twoColours({64, 32}, {1, 2, 3}, {4, 5, 6});
@@ -155,6 +156,22 @@ TEST_F(StopWhileStalled, WithASupersededWorker) {
   EXPECT_GE(device->releases(), 1);
 }
 
+// A source that takes its time to end is not told again.
+TEST_F(StopWhileStalled, IsReleasedOnce) {
+  start(15);
+  device->endsOnRelease = false;
+  std::atomic<bool> stopped{false};
+  std::thread stopper([&] {
+    EXPECT_TRUE(camera.stopCapture());
+    stopped = true;
+  });
+  ASSERT_TRUE(await([this] { return device->releases() > 0; }));
+  EXPECT_FALSE(await([&] { return stopped || device->releases() > 1; }, 10 * DeviceReads::laterGrace));
+  device->letGo();
+  stopper.join();
+  EXPECT_EQ(device->releases(), 1);
+}
+
 TEST_F(StopWhileStalled, ReadersAndTheDisparityWorkerAreReleased) {
   camera.m_algorithm = 2;
   start(15);
@@ -184,6 +201,25 @@ TEST(BackEnd, IsOpenCVsOwnOrAnother) {
                                   cv::CAP_GSTREAMER);
   ASSERT_TRUE(pipeline.isOpened());
   EXPECT_EQ(stereo::sys::backEndOf(pipeline), BackEnd::gstreamer);
+}
+
+// A host may look at every error that OpenCV raises, caught or not.
+TEST(BackEnd, IsAskedForWithoutErrors) {
+  static std::atomic<int> errors{0};
+  errors = 0;
+  const auto former =
+      cv::redirectError([](int, const char*, const char*, const char*, int, void*) { return ++errors; });
+  {
+    TestCamera closed;
+    closed.startCapture(false, false);
+    closed.stopCapture();
+    TestCamera derived([](int) { return twoColours({64, 32}, {1, 2, 3}, {4, 5, 6}); });
+    derived.startCapture(false, false);
+    derived.startCapture(false, false);
+    derived.stopCapture();
+  }
+  cv::redirectError(former);
+  EXPECT_EQ(errors, 0);
 }
 
 // A live pipeline that has nothing to give, as a device has that stalled.

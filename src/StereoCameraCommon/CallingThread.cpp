@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "StereoCameraCommon/CallingThread.hpp"
+
+#include <utility>
+
+namespace stereo {
+
+namespace {
+
+thread_local RectifiedRead* innermostRead = nullptr;
+thread_local DisparityHold* innermostHold = nullptr;
+
+}  // namespace
+
+thread_local const StereoCamera* disparityWorkerOfThisThread = nullptr;
+
+RectifiedRead::RectifiedRead(const StereoCamera* camera)
+    : m_camera(camera), m_outer(std::exchange(innermostRead, this)) {}
+
+RectifiedRead::~RectifiedRead() { innermostRead = m_outer; }
+
+void RectifiedRead::note(const StereoCamera* camera, bool endedByStop) {
+  for (RectifiedRead* read = innermostRead; read != nullptr; read = read->m_outer) {
+    if (read->m_camera == camera) {
+      read->m_endedByStop = endedByStop;
+      return;
+    }
+  }
+}
+
+DisparityHold::DisparityHold(const StereoCamera* camera, std::unique_lock<std::mutex>& lock)
+    : m_camera(camera), m_lock(lock), m_outer(std::exchange(innermostHold, this)) {}
+
+DisparityHold::~DisparityHold() { innermostHold = m_outer; }
+
+std::unique_lock<std::mutex>* DisparityHold::of(const StereoCamera* camera) {
+  for (DisparityHold* hold = innermostHold; hold != nullptr; hold = hold->m_outer) {
+    if (hold->m_camera == camera) {
+      return &hold->m_lock;
+    }
+  }
+  return nullptr;
+}
+
+}  // namespace stereo

@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the calling thread is in the middle of with a camera: its disparity worker, a rectified read, a cloud's lock.
+#pragma once
+
+#include <mutex>
+
+class StereoCamera;
+
+namespace stereo {
+
+/// The camera whose disparity worker the calling thread is, null on any other thread. That worker's reads of frames
+/// end with its own stop operation instead of with the capture's.
+extern thread_local const StereoCamera* disparityWorkerOfThisThread;
+
+/// A rectified read on the calling thread, from before it asks for the raw eyes. An override may stand between the two
+/// and have its own reasons to fail; this tells whether a stop operation ended the wait.
+class RectifiedRead {
+public:
+  explicit RectifiedRead(const StereoCamera* camera);
+  ~RectifiedRead();
+  RectifiedRead(const RectifiedRead&) = delete;
+  RectifiedRead& operator=(const RectifiedRead&) = delete;
+
+  bool wasEndedByStop() const { return m_endedByStop; }
+
+  /// How the latest wait for a frame of `camera` on the calling thread ended; for its innermost read, if any.
+  static void note(const StereoCamera* camera, bool endedByStop);
+
+private:
+  const StereoCamera* const m_camera;
+  RectifiedRead* const m_outer;
+  bool m_endedByStop = false;
+};
+
+/// The calling thread's lock on a camera's `m_disparityMutex`, while it runs what others have written: an override, or
+/// what a window calls back. A stop operation called from there must not wait for that lock.
+class DisparityHold {
+public:
+  DisparityHold(const StereoCamera* camera, std::unique_lock<std::mutex>& lock);
+  ~DisparityHold();
+  DisparityHold(const DisparityHold&) = delete;
+  DisparityHold& operator=(const DisparityHold&) = delete;
+
+  /// The calling thread's lock on the camera's mutex; null where it holds none.
+  static std::unique_lock<std::mutex>* of(const StereoCamera* camera);
+
+private:
+  const StereoCamera* const m_camera;
+  std::unique_lock<std::mutex>& m_lock;
+  DisparityHold* const m_outer;
+};
+
+/// Lets go of a lock for as long as this lives; of none if null.
+class Unlocked {
+public:
+  explicit Unlocked(std::unique_lock<std::mutex>* lock) : m_lock(lock) {
+    if (m_lock != nullptr) {
+      m_lock->unlock();
+    }
+  }
+  ~Unlocked() {
+    if (m_lock != nullptr) {
+      m_lock->lock();
+    }
+  }
+  Unlocked(const Unlocked&) = delete;
+  Unlocked& operator=(const Unlocked&) = delete;
+
+private:
+  std::unique_lock<std::mutex>* const m_lock;
+};
+
+}  // namespace stereo

@@ -1,0 +1,234 @@
+// SPDX-License-Identifier: Apache-2.0
+// How reads wait for the next result, and what ends a wait for which none can come.
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <optional>
+
+#include "ReadLimit.hpp"
+#include "StereoCamera.hpp"
+#include "StereoCameraCommon/CallingThread.hpp"
+#include "StereoCameraCommon/Internals.hpp"
+#include "StereoCameraCommon/Relaxed.hpp"
+
+using stereo::DisparityHold;
+using stereo::relaxed;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// For readers that wait while the capture worker is stopped: how long they go on waiting for results that may come from
+// elsewhere, from a derived class that publishes by itself or feeds the disparity worker.
+constexpr std::chrono::seconds graceForOthers{2};
+
+// How often a wait with a limit of its own asks whether it may go on.
+constexpr std::chrono::milliseconds limitStep{50};
+
+// Waits once: without a time-out, or from a stop of the capture worker on until its grace is over, or as long as the
+// calling thread has set itself.
+class Patience {
+public:
+  /// False if the wait was in vain and is not to be gone on with. The lock may have been given back for a moment:
+  /// `isThere` then tells whether what is waited for came meanwhile.
+  template <typename IsThere>
+  bool wait(std::condition_variable& condition, std::unique_lock<std::mutex>& lock, bool captureHasStopped,
+            const IsThere& isThere) {
+    if (captureHasStopped && !m_end) {
+      m_end = Clock::now() + graceForOthers;
+    }
+    if (m_limit == nullptr && !m_end) {
+      condition.wait(lock);
+      return true;
+    }
+    for (;;) {
+      if (m_limit != nullptr && !askLimit(lock)) {
+        return false;
+      }
+      if (isThere()) {
+        return true;
+      }
+      const Clock::time_point now = Clock::now();
+      if (m_end && now >= *m_end) {
+        return false;
+      }
+      const Clock::time_point step =
+          m_limit == nullptr ? *m_end : std::min(now + limitStep, m_end.value_or(now + limitStep));
+      if (condition.wait_until(lock, step) == std::cv_status::no_timeout) {
+        return true;
+      }
+    }
+  }
+
+private:
+  // What is asked may want locks of its own, such as an interpreter's.
+  bool askLimit(std::unique_lock<std::mutex>& lock) {
+    lock.unlock();
+    const bool may = m_limit->mayGoOn();
+    lock.lock();
+    return may;
+  }
+
+  ReadLimit* const m_limit = ReadLimit::current();
+  std::optional<Clock::time_point> m_end;
+};
+
+// A frame or a disparity that the worker of the base class did not publish: one with another stamp, or any image where
+// that worker published none.
+bool publishedElsewhere(const StereoCamera::TimeFrame& latest, std::uint64_t ownPublications,
+                        std::chrono::microseconds ownStamp) {
+  return relaxed(latest.timestamp) != ownStamp || (ownPublications == 0 && !latest.first.empty());
+}
+
+}  // namespace
+
+// Whether the frames' only source has ended. `m_frameMutex` is held.
+bool StereoCamera::noFrameCanCome() const {
+  const Internals& shared = *m_internals;
+  return shared.captureStopped && !publishedElsewhere(m_rawFrame, shared.publishedFrames, shared.ownStamp);
+}
+
+// Waits, `m_frameMutex` being held by `frameLock`, for the next frame that is published after this call began: once,
+// without a time-out, whatever notifies `m_frameCond`. False if a stop operation ended the wait instead.
+bool StereoCamera::waitForFrame(std::unique_lock<std::mutex>& frameLock) {
+  const bool isWorker = stereo::disparityWorkerOfThisThread == this;
+  const bool came = isWorker ? waitAsDisparityWorker(frameLock) : waitAsReader(frameLock);
+  stereo::RectifiedRead::note(this, !came);
+  return came;
+}
+
+// Ended by `stopCapture`.
+bool StereoCamera::waitAsReader(std::unique_lock<std::mutex>& frameLock) {
+  const Internals& shared = *m_internals;
+  if (noFrameCanCome()) {
+    return false;
+  }
+  const auto isReleased = [&shared, releases = shared.frameReleases] { return shared.frameReleases != releases; };
+  // A frame that came together with a stop still counts. The stamp tells of frames that a derived class published.
+  const auto hasCome = [this, published = shared.publishedFrames, stamp = m_rawFrame.timestamp] {
+    return m_internals->publishedFrames != published || m_rawFrame.timestamp != stamp;
+  };
+  const std::uint64_t stops = shared.captureStops;
+  Patience patience;
+  std::uint64_t wakeups = 0;
+  do {
+    wakeups = shared.frameWakeups;
+    const bool isPatient = patience.wait(m_frameCond, frameLock, shared.captureStops != stops,
+                                         [&] { return hasCome() || shared.frameWakeups != wakeups; });
+    if (hasCome()) {
+      return true;
+    }
+    if (isReleased() || !isPatient) {
+      return false;
+    }
+  } while (shared.frameWakeups != wakeups);
+  return true;
+}
+
+// Ended by `stopStereoCompute`, and only where no frame comes: the cycle in progress is to be finished.
+bool StereoCamera::waitAsDisparityWorker(std::unique_lock<std::mutex>& frameLock) {
+  Internals& shared = *m_internals;
+  const stereo::DeviceReads::Inside inside(shared.disparityReads);
+  const std::uint64_t published = shared.publishedFrames;
+  const std::chrono::microseconds stamp = m_rawFrame.timestamp;
+  for (;;) {
+    if (shared.publishedFrames != published || m_rawFrame.timestamp != stamp) {
+      shared.disparityStarved = false;
+      return true;
+    }
+    if (shared.disparityReadEnded || (noFrameCanCome() && !m_isComputing)) {
+      return false;
+    }
+    if (noFrameCanCome() && !shared.disparityStarved.exchange(true)) {
+      // Neither will there be disparities. The two mutexes are never held together.
+      frameLock.unlock();
+      releaseDisparityReaders();
+      frameLock.lock();
+      continue;
+    }
+    const std::uint64_t wakeups = shared.frameWakeups;
+    m_frameCond.wait(frameLock);
+    if (shared.frameWakeups == wakeups) {
+      shared.disparityStarved = false;
+      return true;
+    }
+  }
+}
+
+// Waits for the next disparity: once, without a time-out, whatever notifies `m_disparityCond`. `m_disparityMutex` is
+// held by the lock returned; a lock that holds nothing says that a stop operation ended the wait.
+std::unique_lock<std::mutex> StereoCamera::waitForDisparity() {
+  Internals& shared = *m_internals;
+  bool captureGone = false;
+  if (shared.captureStopped) {
+    const std::lock_guard lock(m_frameMutex);
+    captureGone = noFrameCanCome();
+  }
+  std::unique_lock lock(m_disparityMutex);
+  const bool isFed = m_isComputing && !shared.disparityStarved;
+  if (captureGone && !isFed &&
+      !publishedElsewhere(m_disparityFrame, shared.publishedDisparities, shared.ownDisparityStamp)) {
+    return {};
+  }
+  const std::uint64_t published = shared.publishedDisparities;
+  const std::uint64_t releases = shared.disparityReleases;
+  const std::uint64_t stops = shared.disparityStops;
+  Patience patience;
+  std::uint64_t stopsBefore = 0;
+  do {
+    stopsBefore = shared.disparityStops;
+    const bool isPatient = patience.wait(m_disparityCond, lock, shared.disparityStops != stops, [&] {
+      return shared.publishedDisparities != published || shared.disparityReleases != releases ||
+             shared.disparityStops != stopsBefore;
+    });
+    if (shared.publishedDisparities != published) {
+      return lock;
+    }
+    if (shared.disparityReleases != releases || !isPatient) {
+      return {};
+    }
+  } while (shared.disparityStops != stopsBefore);
+  return lock;
+}
+
+// Who waits for a frame when `stopCapture` has ended the worker, if there was one. Also wakes a disparity worker that
+// waits, for it to see that.
+void StereoCamera::releaseFrameReaders(bool captureEnded) {
+  Internals& shared = *m_internals;
+  const std::lock_guard lock(m_frameMutex);
+  if (captureEnded) {
+    shared.captureStopped = true;
+  }
+  if (publishedElsewhere(m_rawFrame, shared.publishedFrames, shared.ownStamp)) {
+    ++shared.captureStops;
+  } else {
+    ++shared.frameReleases;
+  }
+  ++shared.frameWakeups;
+  m_frameCond.notify_all();
+}
+
+std::unique_lock<std::mutex> StereoCamera::lockDisparityUnlessHeld() {
+  return DisparityHold::of(this) == nullptr ? std::unique_lock(m_disparityMutex) : std::unique_lock<std::mutex>();
+}
+
+// Who waits for a disparity: none can come.
+void StereoCamera::releaseDisparityReaders() {
+  const auto lock = lockDisparityUnlessHeld();
+  ++m_internals->disparityReleases;
+  m_disparityCond.notify_all();
+}
+
+// Who waits for a disparity when `stopCapture` is done. A disparity worker may be fed by an override; one that is not
+// says so when it misses its next frame.
+void StereoCamera::releaseDisparityReadersOfCapture() {
+  Internals& shared = *m_internals;
+  const auto lock = lockDisparityUnlessHeld();
+  const bool isFed = m_isComputing && !shared.disparityStarved;
+  if (isFed || publishedElsewhere(m_disparityFrame, shared.publishedDisparities, shared.ownDisparityStamp)) {
+    ++shared.disparityStops;
+  } else {
+    ++shared.disparityReleases;
+  }
+  m_disparityCond.notify_all();
+}

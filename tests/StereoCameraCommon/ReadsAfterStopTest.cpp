@@ -1,0 +1,269 @@
+// SPDX-License-Identifier: Apache-2.0
+// What reads return once the capture worker was stopped, and where frames come from elsewhere.
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "support/Await.hpp"
+#include "support/FedCamera.hpp"
+
+using std::chrono::microseconds;
+using stereo::test::await;
+using stereo::test::FedCamera;
+using stereo::test::Gate;
+using stereo::test::RectifiedFrame;
+using stereo::test::TestCamera;
+using stereo::test::twoColours;
+
+namespace {
+
+const cv::Size frameSize(64, 32);
+const cv::Size rectifiedSize(16, 12);
+
+cv::Mat aFrame() { return twoColours(frameSize, {1, 2, 3}, {4, 5, 6}); }
+
+// Outputs that hold something before they are read into.
+struct Filled {
+  cv::Mat left = cv::Mat(2, 3, CV_8UC3, cv::Scalar::all(11));
+  cv::Mat right = cv::Mat(2, 3, CV_8UC3, cv::Scalar::all(12));
+  cv::Mat view = cv::Mat(2, 3, CV_8UC3, cv::Scalar::all(13));
+  microseconds stamp{14};
+
+  bool isUntouched() const {
+    const auto holds = [](const cv::Mat& image, int value) {
+      return image.size() == cv::Size(3, 2) && cv::countNonZero(image.reshape(1) != value) == 0;
+    };
+    return holds(left, 11) && holds(right, 12) && holds(view, 13) && stamp.count() == 14;
+  }
+};
+
+void prepare(TestCamera& camera) {
+  stereo::test::calibrate(camera);
+  camera.m_fisheyeRadius = 1000;
+  camera.m_rawFrameSize = frameSize;
+  camera.m_rectFrameSize = rectifiedSize;
+}
+
+// Hands frames to the readers itself, from a thread of its own, once it is told to.
+class OwnPublisher : public TestCamera {
+public:
+  ~OwnPublisher() override { endPublishing(); }
+
+  void publish() {
+    const std::lock_guard lock(m_frameMutex);
+    m_rawFrame.first = cv::Mat(4, 4, CV_8UC3, cv::Scalar::all(++m_number & 0x7F));
+    m_rawFrame.second = m_rawFrame.first.clone();
+    m_rawFrame.timestamp = microseconds(m_number);
+    m_frameCond.notify_all();
+  }
+  void beginPublishing() {
+    publish();
+    m_publisher = std::thread([this] {
+      while (!m_ends) {
+        publish();
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));  // the pace
+      }
+    });
+  }
+  void endPublishing() {
+    m_ends = true;
+    if (m_publisher.joinable()) {
+      m_publisher.join();
+    }
+  }
+
+private:
+  std::atomic<bool> m_ends{false};
+  std::atomic<int> m_number{0};
+  std::thread m_publisher;
+};
+
+}  // namespace
+
+TEST(ReadsAfterStop, FailAtOnceWithFilledOutputs) {
+  TestCamera camera([](int) { return aFrame(); });
+  prepare(camera);
+  camera.startCapture(false, false);
+  Filled read;
+  ASSERT_TRUE(camera.getRectStereoFrame(read.left, read.right, read.view, read.stamp));
+  camera.stopCapture();
+  const Filled filled;
+  Filled out;
+  EXPECT_FALSE(camera.getRectStereoFrame(out.left, out.right));
+  EXPECT_FALSE(camera.getRectStereoFrame(out.left, out.right, out.view));
+  EXPECT_FALSE(camera.getRectStereoFrame(out.left, out.right, out.view, out.stamp));
+  EXPECT_FALSE(camera.getStereoFrame(out.left, out.right, out.stamp));
+  EXPECT_FALSE(camera.getRawFrame(out.left, out.stamp));
+  EXPECT_TRUE(out.isUntouched());
+}
+
+TEST(ReadsAfterStop, WaitingRectifiedReadersAreReleasedWithFalse) {
+  TestCamera camera([](int) { return cv::Mat(); });
+  prepare(camera);
+  camera.startCapture(false, false);
+  Filled two;
+  Filled four;
+  std::thread first([&] { EXPECT_FALSE(camera.getRectStereoFrame(two.left, two.right)); });
+  std::thread second([&] { EXPECT_FALSE(camera.getRectStereoFrame(four.left, four.right, four.view, four.stamp)); });
+  camera.stopCapture();
+  first.join();
+  second.join();
+  EXPECT_TRUE(two.isUntouched());
+  EXPECT_TRUE(four.isUntouched());
+}
+
+// The read's own failure is told by its outputs, as it is without a stop.
+TEST(ReadsAfterStop, OfAnOverrideThatFailsCountTheirOutputs) {
+  struct Failing : TestCamera {
+    Failing() : TestCamera([](int) { return aFrame(); }) {}
+    bool getStereoFrame(cv::Mat& left, cv::Mat& right, microseconds& timestamp) override {
+      return asksBase && TestCamera::getStereoFrame(left, right, timestamp) && false;
+    }
+    bool asksBase = false;
+  };
+  Failing camera;
+  prepare(camera);
+  camera.startCapture(false, false);
+  for (const bool stopped : {false, true}) {
+    if (stopped) {
+      camera.stopCapture();
+    }
+    Filled out;
+    EXPECT_TRUE(camera.getRectStereoFrame(out.left, out.right));
+    EXPECT_TRUE(camera.getRectStereoFrame(out.left, out.right, out.view, out.stamp));
+    EXPECT_TRUE(out.isUntouched());
+  }
+  camera.asksBase = true;  // and there, the stop ends it
+  Filled out;
+  EXPECT_FALSE(camera.getRectStereoFrame(out.left, out.right));
+  EXPECT_FALSE(camera.getRectStereoFrame(out.left, out.right, out.view, out.stamp));
+}
+
+// With a worker of the base class that never delivers, and without any.
+TEST(ReadsAfterStop, GoOnWhereADerivedClassPublishes) {
+  for (const bool worker : {false, true}) {
+    OwnPublisher camera;
+    camera.beginPublishing();
+    if (worker) {
+      camera.startCapture(false, false);
+    }
+    std::atomic<int> reads{0};
+    std::atomic<int> failures{0};
+    std::atomic<bool> ends{false};
+    std::thread reader([&] {
+      while (!ends) {
+        cv::Mat left;
+        cv::Mat right;
+        microseconds stamp{0};
+        failures += camera.getStereoFrame(left, right, stamp) ? 0 : 1;
+        ++reads;
+      }
+    });
+    EXPECT_TRUE(await([&] { return reads > 10; }));
+    camera.stopCapture();
+    const int before = reads;
+    EXPECT_TRUE(await([&] { return reads > before + 10; }));
+    ends = true;
+    reader.join();
+    EXPECT_EQ(failures, 0);
+  }
+}
+
+// A stop that found no worker says nothing of what a derived class may publish later.
+TEST(ReadsAfterStop, WaitWhereNoWorkerWasStopped) {
+  OwnPublisher camera;
+  camera.stopCapture();
+  std::atomic<bool> done{false};
+  std::thread reader([&] {
+    cv::Mat frame;
+    microseconds stamp{0};
+    EXPECT_TRUE(camera.getRawFrame(frame, stamp));
+    done = true;
+  });
+  EXPECT_TRUE(await([&] {
+    camera.publish();
+    return done.load();
+  }));
+  reader.join();
+}
+
+TEST(ReadsAfterStop, AReaderIsReleasedWhenADerivedClassFallsSilent) {
+  OwnPublisher camera;
+  camera.publish();
+  std::atomic<bool> done{false};
+  std::thread reader([&] {
+    cv::Mat frame;
+    microseconds stamp{0};
+    EXPECT_FALSE(camera.getRawFrame(frame, stamp));
+    done = true;
+  });
+  // The reader may not yet wait at the first of them.
+  EXPECT_TRUE(await([&] {
+    camera.stopCapture();
+    return done.load();
+  }));
+  reader.join();
+}
+
+// Clouds of a camera without a matcher return whether they were given points: only a stop makes them fail.
+TEST(CloudsAfterStop, GoOnWhereAnOverrideFeedsTheDisparityWorker) {
+  FedCamera camera([](int call, RectifiedFrame& frame) {
+    frame = stereo::test::shiftedPair({32, 16}, 2, call);
+    return true;
+  });
+  camera.install(new stereo::test::ScriptedCapture([](int) { return aFrame(); }));
+  camera.m_algorithm = 2;
+  camera.startCapture(false, false);
+  camera.startStereoCompute();
+  std::atomic<int> reads{0};
+  std::atomic<int> failures{0};
+  std::atomic<bool> ends{false};
+  std::thread reader([&] {
+    while (!ends) {
+      std::vector<cv::Vec3f> points(1);
+      microseconds stamp{0};
+      failures += camera.getPointCloud(points, stamp) ? 0 : 1;
+      ++reads;
+    }
+  });
+  EXPECT_TRUE(await([&] { return reads > 3; }));
+  camera.stopCapture();
+  const int before = reads;
+  EXPECT_TRUE(await([&] { return reads > before + 3; }));
+  EXPECT_EQ(failures, 0);
+  ends = true;
+  camera.stopStereoCompute();
+  reader.join();
+}
+
+// The disparity worker still runs, but waits for frames that cannot come.
+TEST(CloudsAfterStop, FailWhereTheDisparityWorkerHasNoFrames) {
+  TestCamera camera([](int) { return aFrame(); });
+  prepare(camera);
+  camera.m_algorithm = 2;
+  camera.startCapture(false, false);
+  camera.startStereoCompute();
+  std::vector<cv::Vec3f> points(1);
+  microseconds stamp{0};
+  EXPECT_TRUE(camera.getPointCloud(points, stamp));
+  std::thread reader([&] {
+    std::vector<cv::Vec3f> others(1);
+    microseconds other{0};
+    while (camera.getPointCloud(others, other)) {
+    }
+  });
+  camera.stopCapture();
+  reader.join();
+  EXPECT_TRUE(camera.m_isComputing);
+  while (camera.getPointCloud(points, stamp)) {  // one that was in the making may still come
+  }
+  EXPECT_FALSE(camera.getPointCloud(points, stamp));
+  std::vector<PCL> coloured(1);
+  EXPECT_FALSE(camera.getPointCloud(coloured, stamp));
+  cv::Mat depth;
+  EXPECT_FALSE(camera.getDepthFrame(depth, true, stamp));
+  camera.stopStereoCompute();
+  EXPECT_FALSE(camera.getPointCloud(points, stamp));
+}
