@@ -58,3 +58,6 @@ if(TARGET stereo-camera AND STEREO_CAMERA_READELF AND NOT STEREO_CAMERA_SANITIZE
     "-DFILES=$<TARGET_FILE:stereo-camera>;$<TARGET_FILE:gststereocamerastandin>;$<TARGET_FILE:file_tests>"
     -P ${CMAKE_CURRENT_SOURCE_DIR}/package/Hardened.cmake)
 endif()
+
+# The README's first command, without installing or building anything.
+add_test(NAME scripts.Demo COMMAND ${PROJECT_SOURCE_DIR}/tests/scripts/demo)
