@@ -4,20 +4,26 @@
 
     examples/depth_plot.py --simulate --output depth.png
     examples/depth_plot.py --replay recording.mp4 --calibration calibration.yml
+
+Needs Matplotlib and NumPy (Debian: python3-matplotlib) and the module stereo_camera (Debian: python3-stereo-camera, or
+PYTHONPATH=build/release/python in a source tree). No camera.
 """
 
 import argparse
 import sys
 import threading
 
-import matplotlib
+try:
+    import matplotlib
 
-matplotlib.use("Agg")  # files only, no display
+    matplotlib.use("Agg")  # files only, no display
 
-import matplotlib.pyplot as plt
-import numpy as np
+    import matplotlib.pyplot as plt
+    import numpy as np
 
-import stereo_camera as sc
+    import stereo_camera as sc
+except ImportError as missing:
+    sys.exit(f"depth_plot.py: {missing}; it needs python3-matplotlib and the module stereo_camera (docs/python.md)")
 
 PATIENCE = 60  # seconds without an answer after which the camera is stopped: a read has no time-out
 

@@ -5,6 +5,8 @@
 //   segment_reader KEY WIDTH HEIGHT COUNT PREFIX
 //
 // For instance, next to `stereo-camera share`: segment_reader 9000 928 800 5 left-
+//
+// Needs a C compiler, and a camera that shares its left eye.
 #define _XOPEN_SOURCE 700
 #include <errno.h>
 #include <stdatomic.h>

@@ -8,6 +8,8 @@
 //
 //   segment_reader 9000 928 800 5 left-
 //
+// Needs OpenCV (Debian: libopencv-dev) and a camera that shares its left eye. No part of the library.
+//
 // The segment begins with a status word, followed by the pixels (blue, green, red) row by row without gaps. The camera
 // finds the word at 0, stores 2 and then copies an image; the reader takes the image and stores 0, which asks for
 // the next one. There can be one reader only: two would free the segment under each other's hands.

@@ -8,8 +8,9 @@ KEY is 9000 + position of the camera, WIDTH x HEIGHT the size of one eye in pixe
 
     examples/segment_reader.py 9000 928 800 5 left-
 
-Needs NumPy and no part of the library. `Segment` is for programs of one's own, too. What each step is for,
-examples/segment_reader.cpp tells.
+Needs NumPy (Debian: python3-numpy) and a camera that shares its left eye, such as `stereo-camera share --simulate`. No
+part of the library. `Segment` is for programs of one's own, too. What each step is for, examples/segment_reader.cpp
+tells.
 """
 
 import ctypes
@@ -18,7 +19,10 @@ import os
 import sys
 import time
 
-import numpy as np
+try:
+    import numpy as np
+except ImportError as missing:
+    sys.exit(f"segment_reader.py: {missing}; it needs python3-numpy")
 
 UNUSED, WRITTEN = 0, 2
 PATIENCE = 10.0  # seconds, for the camera to start and for each image
