@@ -71,6 +71,9 @@ void writePage(const std::string& path, const std::string& page) {
 }
 
 void calibrate(CalibrateOptions options) {
+  if (options.folder.empty()) {
+    options.live.source.requireNamed("a FOLDER of pictures, ");
+  }
   const calibration::Board board = boardOf(options);
   const std::filesystem::path output(options.output);
   const std::string syntax = output.extension().string();

@@ -87,7 +87,6 @@ std::vector<Timing> measureReads(OpenedCamera& opened, Watch& watch, double seco
 void demo(const DemoOptions& options) {
   makeFolder(options.output);
   OpenedCamera opened = openCamera(options.source);
-  std::cout << "source: " << opened.description << std::endl;
   startCapture(opened);
   const std::chrono::milliseconds patience(static_cast<long>(1000 * options.patience));
   Watch watch(*opened.camera, patience, opened.askedSize);

@@ -99,6 +99,7 @@ void recordUntilDone(const RecordOptions& options, OpenedCamera& opened, Recorde
 }
 
 void record(const RecordOptions& options) {
+  options.source.requireNamed();  // hours of the wrong camera would be found out too late
   const std::filesystem::path folder(options.output);
   Folder made(folder);
   Recorder recorder({.folder = folder,

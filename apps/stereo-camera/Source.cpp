@@ -15,6 +15,7 @@
 #include "BoardCamera.hpp"
 #include "BoardSource.hpp"
 #include "CalibrationCheck.hpp"
+#include "Console.hpp"
 #include "DeviceCamera.hpp"
 #include "DeviceWishes.hpp"
 #include "Failure.hpp"
@@ -125,7 +126,15 @@ bool isDevice(const SourceOptions& options) {
   return options.device >= 0 || (!options.settings.empty() && !options.simulate);
 }
 
+// The first line of every command with a camera, so that a forgotten option shows before any result.
+void tellSource(const SourceOptions& options, const std::string& description) {
+  progress() << "source: " << description << (options.named() ? "" : " (no --device, --settings or --replay was given)")
+             << std::endl;
+}
+
 OpenedCamera openSimulated(const SourceOptions& options, const Onlooker& onlooker) {
+  const std::string description = "simulated camera, seed " + std::to_string(options.seed);
+  tellSource(options, description);
   sim::SimulatedCamera::Options simulation;
   simulation.frameSize = parseSize(options.frameSize, "--size");
   simulation.rectFrameSize = parseSize(options.rectifiedSize, "--rectified");
@@ -140,8 +149,7 @@ OpenedCamera openSimulated(const SourceOptions& options, const Onlooker& onlooke
   }
   auto camera = makeCamera<sim::SimulatedCamera>(onlooker, simulation);
   sim::SimulatedCapture& device = camera->capture();
-  OpenedCamera simulated =
-      openVirtual(std::move(camera), options, "simulated camera, seed " + std::to_string(options.seed));
+  OpenedCamera simulated = openVirtual(std::move(camera), options, description);
   simulated.calibrated = true;
   // Rendering takes a hundred times as long as a camera does, and longer than patience with one lasts on a slow
   // machine.
@@ -164,6 +172,8 @@ void takeRecordedSettings(sim::ReplayCamera& camera, const SourceOptions& option
 }
 
 OpenedCamera openReplay(SourceOptions options, const Onlooker& onlooker) {
+  const std::string description = "recording " + options.replay;
+  tellSource(options, description);
   sim::ReplayCamera::Options replay;
   replay.path = options.replay;
   replay.rate = options.rate;
@@ -179,7 +189,7 @@ OpenedCamera openReplay(SourceOptions options, const Onlooker& onlooker) {
       options.depthMode = camera->depthMode();
       options.matcher = camera->algorithm() == 1 ? "bm" : "sgm";
     }
-    OpenedCamera replayed = openVirtual(std::move(camera), options, "recording " + options.replay);
+    OpenedCamera replayed = openVirtual(std::move(camera), options, description);
     if (options.calibration.empty() && !recording.calibration.empty()) {
       loadCalibration(replayed, recording.calibration.string());
     }
@@ -197,15 +207,17 @@ OpenedCamera openDevice(const SourceOptions& options, const Onlooker& onlooker) 
   DeviceWishes wishes;
   if (options.settings.empty()) {
     wishes = {parseSize(options.frameSize, "--size"), std::trunc(options.rate), false};
+    description = "video device " + std::to_string(options.device);
+    tellSource(options, description);
     camera = makeCamera<DeviceCamera>(onlooker, options.device);
     camera->setRawFrameRate(static_cast<int>(options.rate));
     camera->chooseFrameSize(wishes.size);
     camera->setRectFrameSize(parseSize(options.rectifiedSize, "--rectified"));
-    description = "video device " + std::to_string(options.device);
   } else {
     requireReadable(options.settings, "settings", ExitCode::source);
     camera = makeCamera<DeviceCamera>(onlooker, options.settings);
     description = "video device " + std::to_string(camera->getDeviceNode()) + ", settings " + options.settings;
+    tellSource(options, description);
     if (camera->getRawFrameSize().empty()) {
       throw Failure(ExitCode::source, "the settings '" + options.settings + "' cannot be used: see the line above");
     }
@@ -240,6 +252,15 @@ OpenedCamera openDevice(const SourceOptions& options, const Onlooker& onlooker) 
 }  // namespace
 
 bool SourceOptions::given(const char* option) const { return command == nullptr || command->count(option) > 0; }
+
+bool SourceOptions::named() const { return simulate || !replay.empty() || device >= 0 || !settings.empty(); }
+
+void SourceOptions::requireNamed(const std::string& others) const {
+  if (!named()) {
+    throw Failure(ExitCode::usage,
+                  "name a source: " + others + "--device N, --settings FILE, --replay PATH or --simulate");
+  }
+}
 
 void SourceOptions::addTo(CLI::App& added) {
   command = &added;
@@ -284,6 +305,8 @@ OpenedCamera openBoardCamera(const SourceOptions& options, const calibration::Bo
   if (!options.replay.empty() || isDevice(options)) {
     return openCamera(options);
   }
+  const std::string description = "simulated camera and board, seed " + std::to_string(options.seed);
+  tellSource(options, description);
   sim::BoardCapture::Options boards;
   boards.frameSize = parseSize(options.frameSize, "--size");
   boards.rate = options.rate;
@@ -293,8 +316,7 @@ OpenedCamera openBoardCamera(const SourceOptions& options, const calibration::Bo
   if (!sim::isCameraFormat(boards.frameSize)) {
     throw Failure(ExitCode::usage, "--size: the simulated camera delivers 1856x800 or 928x400");
   }
-  return openVirtual(std::make_unique<sim::BoardCamera>(boards), options,
-                     "simulated camera and board, seed " + std::to_string(options.seed));
+  return openVirtual(std::make_unique<sim::BoardCamera>(boards), options, description);
 }
 
 cv::Size parseSize(const std::string& text, const std::string& option) {

@@ -36,6 +36,11 @@ struct SourceOptions {
   /// Adds the options that every subcommand with a camera takes.
   void addTo(CLI::App& command);
 
+  /// Whether the command line names a source; the simulated camera stands in otherwise.
+  bool named() const;
+  /// Throws Failure (usage) with the choices unless a source is named. `others`: what the command takes beside them.
+  void requireNamed(const std::string& others = "") const;
+
   /// The command that they were added to, which knows which of them were given; none: all count as given.
   const CLI::App* command = nullptr;
   bool given(const char* option) const;
@@ -62,7 +67,8 @@ struct Onlooker {
   Recorder* recorder = nullptr;  ///< its frames are recorded: a `RecordingCamera`
 };
 
-/// Opens what the options name. Throws Failure with one line that says what is missing.
+/// Opens what the options name, and says first on standard error what that is, "source: simulated camera, seed 1".
+/// Throws Failure with one line that says what is missing.
 ///
 /// A recording brings its calibration and settings: the one is loaded unless the options name another, the others stand
 /// in for all that was not given on the command line. It is played as it was recorded, or at the rate that was given.

@@ -44,8 +44,8 @@ protected:
 }  // namespace
 
 TEST_F(RecordProgram, ReplayGivesTheSameBitsAsLive) {
-  const std::vector<std::string> source{"--still", "--size", "928x400", "--rectified", "300x260", "--depth-mode",
-                                        "1",       "--seed", "7",       "--patience",  "120"};
+  const std::vector<std::string> source{"--simulate",   "--still", "--size", "928x400", "--rectified", "300x260",
+                                        "--depth-mode", "1",       "--seed", "7",       "--patience",  "120"};
   const auto with = [&](std::vector<std::string> head, const std::vector<std::string>& tail) {
     head.insert(head.end(), tail.begin(), tail.end());
     return head;
@@ -76,10 +76,12 @@ TEST_F(RecordProgram, ReplayGivesTheSameBitsAsLive) {
 }
 
 TEST_F(RecordProgram, KeepsTheCalibrationAsItWasBeforeTheStart) {
-  ASSERT_EQ(run({"record", "--still", "--size", "928x400", "--frames", "2", "--patience", "120", "-o", file("small")}),
+  ASSERT_EQ(run({"record", "--simulate", "--still", "--size", "928x400", "--frames", "2", "--patience", "120", "-o",
+                 file("small")}),
             0)
       << m_err;
-  ASSERT_EQ(run({"record", "--still", "--size", "1856x800", "--frames", "2", "--patience", "120", "-o", file("large")}),
+  ASSERT_EQ(run({"record", "--simulate", "--still", "--size", "1856x800", "--frames", "2", "--patience", "120", "-o",
+                 file("large")}),
             0)
       << m_err;
   // Files tell it for frames 1856 pixels wide, whatever the width of these.
@@ -94,7 +96,7 @@ TEST_F(RecordProgram, KeepsTheCalibrationAsItWasBeforeTheStart) {
 
 TEST_F(RecordProgram, EndsInOrderWhenInterrupted) {
   Program program(STEREO_CAMERA_PROGRAM,
-                  {"record", "--still", "--size", "928x400", "--patience", "120", "-o", file("taken")});
+                  {"record", "--simulate", "--still", "--size", "928x400", "--patience", "120", "-o", file("taken")});
   ASSERT_TRUE(stereo::test::await([&] { return Recording::isAt(file("taken")); }, 2 * deadline)) << program.err();
   program.send(SIGINT);
   EXPECT_EQ(program.wait(), 0) << program.err();
@@ -103,7 +105,8 @@ TEST_F(RecordProgram, EndsInOrderWhenInterrupted) {
 }
 
 TEST_F(RecordProgram, EndOfTheSourceKeepsWhatCame) {
-  ASSERT_EQ(run({"record", "--still", "--size", "928x400", "--frames", "4", "--patience", "120", "-o", file("first")}),
+  ASSERT_EQ(run({"record", "--simulate", "--still", "--size", "928x400", "--frames", "4", "--patience", "120", "-o",
+                 file("first")}),
             0)
       << m_err;
   // The recording of a recording, played once: the source ends, which is told, and all of it is there.
@@ -115,11 +118,14 @@ TEST_F(RecordProgram, EndOfTheSourceKeepsWhatCame) {
 }
 
 TEST_F(RecordProgram, MistakesAreToldInOneLine) {
-  EXPECT_EQ(run({"record", "--codec", "h264", "-o", file("x")}), static_cast<int>(ExitCode::usage));
-  EXPECT_EQ(run({"record", "--still", "--size", "928x400", "-o", "/proc/none"}), static_cast<int>(ExitCode::output));
-  ASSERT_EQ(run({"record", "--still", "--size", "928x400", "--frames", "1", "--patience", "120", "-o", file("x")}), 0)
+  EXPECT_EQ(run({"record", "--simulate", "--codec", "h264", "-o", file("x")}), static_cast<int>(ExitCode::usage));
+  EXPECT_EQ(run({"record", "--simulate", "--still", "--size", "928x400", "-o", "/proc/none"}),
+            static_cast<int>(ExitCode::output));
+  ASSERT_EQ(run({"record", "--simulate", "--still", "--size", "928x400", "--frames", "1", "--patience", "120", "-o",
+                 file("x")}),
+            0)
       << m_err;
-  EXPECT_EQ(run({"record", "--still", "--size", "928x400", "--frames", "1", "-o", file("x")}),
+  EXPECT_EQ(run({"record", "--simulate", "--still", "--size", "928x400", "--frames", "1", "-o", file("x")}),
             static_cast<int>(ExitCode::output));
   EXPECT_THAT(m_err, HasSubstr("there is a recording in"));
   stereo::test::writeFile(file("x/stamps.csv"), "nonsense\n");
@@ -145,7 +151,7 @@ TEST_F(RecordProgram, ForeignFilesInTheFolderStay) {
   const std::string folder = file("mine");
   std::filesystem::create_directory(folder);
   stereo::test::writeFile(folder + "/settings.yml", "mine\n");
-  EXPECT_EQ(run({"record", "--still", "--size", "928x400", "--frames", "1", "-o", folder}),
+  EXPECT_EQ(run({"record", "--simulate", "--still", "--size", "928x400", "--frames", "1", "-o", folder}),
             static_cast<int>(ExitCode::output));
   EXPECT_THAT(m_err, HasSubstr("settings.yml"));
   EXPECT_EQ(readFile(folder + "/settings.yml"), "mine\n");

@@ -14,7 +14,8 @@ def recording(tmp_path):
     folder = tmp_path / "recording"
     program = os.environ["STEREO_CAMERA_PROGRAM"]
     subprocess.run(
-        [program, "record", "--still", "--size", "928x400", "--frames", "5", "--patience", "120", "-o", str(folder)],
+        [program, "record", "--simulate", "--still", "--size", "928x400", "--frames", "5", "--patience", "120"]
+        + ["-o", str(folder)],
         check=True,
         stdin=subprocess.DEVNULL,
         timeout=300,
