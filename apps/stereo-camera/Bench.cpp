@@ -10,6 +10,7 @@
 #include "BenchReaders.hpp"
 #include "BenchReport.hpp"
 #include "Commands.hpp"
+#include "Ended.hpp"
 #include "Failure.hpp"
 #include "Figures.hpp"
 #include "Format.hpp"
@@ -53,13 +54,13 @@ public:
   Pulse(StereoCamera& camera, Watch& watch, const RunRecord& record)
       : m_camera(camera), m_watch(watch), m_record(record) {}
 
-  /// Whether a frame came since it was felt last.
+  /// Whether a frame came since it was felt last. Throws Ended when the source is over.
   bool feel() {
     const std::uint64_t frames = m_record.framesRead;
     const bool beats = frames != m_frames;
     if (beats || !m_camera.isOpened()) {
       m_frames = frames;
-      m_watch.run([] { return true; });
+      m_watch.run([&] { return beats; });
     }
     return beats;
   }
@@ -163,6 +164,47 @@ std::ofstream openOutput(const std::string& path) {
   return file;
 }
 
+/// A run, until its time or its source is over.
+struct Run {
+  RunTime& time;
+  Pulse pulse;
+  const Readers& readers;
+  const RunRecord& record;
+  Moment start;
+  bool measuring = false;
+  bool tooShort = false;  ///< it had a source that ended before it measured
+
+  /// Until each reader has read something. Throws Failure (noFrames) if that takes longer than the patience.
+  void awaitProducts(std::chrono::milliseconds patience) {
+    auto begun = Watch::Clock::now();
+    const Reader* waiting = nullptr;
+    while ((waiting = readers.waiting()) != nullptr && !time.over() && !readers.failed()) {
+      const bool framesCome = pulse.feel();
+      if (!readers.pair.hasRead()) {
+        begun = Watch::Clock::now();  // a slow source takes its time for the frames that the worker throws away first
+        start = Moment(record);
+      } else if (framesCome && Watch::Clock::now() - begun > patience) {
+        throw Failure(ExitCode::noFrames,
+                      "frames come, but no " + waiting->name() + " within " + std::to_string(patience.count()) + " ms");
+      }
+      std::this_thread::sleep_for(lookAround);
+    }
+    measuring = waiting == nullptr;
+  }
+
+  void measure(double seconds) {
+    if (measuring) {
+      start = Moment(record);
+      time.begin();
+      std::cout << "measuring for " << seconds << " s, Ctrl-C ends it earlier ..." << std::endl;
+    }
+    while (!time.over() && !readers.failed() && record.framesRead < mostFrames) {
+      pulse.feel();
+      std::this_thread::sleep_for(lookAround);
+    }
+  }
+};
+
 void bench(const BenchOptions& options) {
   std::ofstream json = openOutput(options.json);
   RunRecord record;
@@ -176,42 +218,31 @@ void bench(const BenchOptions& options) {
 
   RunTime time(options.seconds);
   startCapture(opened);
-  const std::chrono::milliseconds patience(static_cast<long>(1000 * options.patience));
-  Watch watch(camera, patience, opened.askedSize);
+  Watch watch(opened, options.patience);
   watch.startStereoCompute();
   Readers readers(camera, watch);
-  Pulse pulse(camera, watch, record);
+  Run run{time, Pulse(camera, watch, record), readers, record, Moment(record)};
   std::cout << "waiting for one of each product from " << opened.description << " ..." << std::endl;
-  auto begun = Watch::Clock::now();
-  const Reader* waiting = nullptr;
-  while ((waiting = readers.waiting()) != nullptr && !time.over() && !readers.failed()) {
-    const bool framesCome = pulse.feel();
+  try {
+    run.awaitProducts(watch.patience());
+    run.measure(options.seconds);
+  } catch (const Ended&) {
     if (!readers.pair.hasRead()) {
-      begun = Watch::Clock::now();  // a slow source takes its time for the frames that the worker throws away first
-    } else if (framesCome && Watch::Clock::now() - begun > patience) {
-      throw Failure(ExitCode::noFrames,
-                    "frames come, but no " + waiting->name() + " within " + std::to_string(patience.count()) + " ms");
+      throw;
     }
-    std::this_thread::sleep_for(lookAround);
-  }
-  const bool measuring = waiting == nullptr;
-  const Moment start(record);
-  if (measuring) {
-    time.begin();
-    std::cout << "measuring for " << options.seconds << " s, Ctrl-C ends it earlier ..." << std::endl;
-  }
-  while (!time.over() && !readers.failed() && record.framesRead < mostFrames) {
-    pulse.feel();
-    std::this_thread::sleep_for(lookAround);
+    run.tooShort = !run.measuring;
   }
   const Moment end(record);
   readers.end();
   readers.check();
-  if (!measuring) {
+  if (!run.measuring && !run.tooShort) {
     std::cout << "ended before there was anything to measure" << std::endl;
     return;
   }
-  const BenchReport report = reportOn(opened, options, record, readers, start, end, deviceRate);
+  BenchReport report = reportOn(opened, options, record, readers, run.start, end, deviceRate);
+  if (run.tooShort) {
+    report.note = "the recording was over before there was one of each product: measured from its first frame";
+  }
   std::cout << "\n" << benchTable(report) << std::flush;
   if (!options.json.empty()) {
     json << benchJson(report);

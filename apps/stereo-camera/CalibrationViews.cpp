@@ -12,6 +12,7 @@
 #include "BoardSource.hpp"
 #include "Calibrate.hpp"
 #include "Collector.hpp"
+#include "Ended.hpp"
 #include "Failure.hpp"
 #include "Products.hpp"
 #include "Watch.hpp"
@@ -121,8 +122,7 @@ BoardPictures takeBoards(const LiveOptions& options, const calibration::Board& b
   }
   OpenedCamera opened = openBoardCamera(options.source, board);
   startCapture(opened);
-  const std::chrono::milliseconds patience(static_cast<long>(1000 * options.patience));
-  Watch watch(*opened.camera, patience, opened.askedSize);
+  Watch watch(opened, options.patience);
   RunTime runTime(0);
   runTime.begin();
   BoardPictures result;
@@ -139,8 +139,9 @@ BoardPictures takeBoards(const LiveOptions& options, const calibration::Board& b
     cv::Mat frame;
     try {
       frame = nextFrame(*opened.camera, watch);
+    } catch (const Ended&) {
+      break;
     } catch (const Failure& failure) {
-      // A recording may be over.
       if (failure.code() != ExitCode::noFrames || frames.size() < calibration::kLeastPictures) {
         throw;
       }

@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 
 #include "Commands.hpp"
+#include "Ended.hpp"
 #include "Errors.hpp"
 #include "Failure.hpp"
 #include "Products.hpp"
@@ -56,13 +57,20 @@ void check(const CheckOptions& options) {
   }
   StereoCamera& camera = *opened.camera;
   startCapture(opened);
-  Watch watch(camera, std::chrono::milliseconds(static_cast<long>(1000 * options.patience)), opened.askedSize);
+  Watch watch(opened, options.patience);
   std::unique_ptr<calibration::RowCheck> rows;
   cv::Size size;
   for (int frame = 0; frame < options.frames; ++frame) {
     cv::Mat left;
     cv::Mat right;
-    readEyes(camera, watch, left, right);
+    try {
+      readEyes(camera, watch, left, right);
+    } catch (const Ended&) {
+      if (rows == nullptr) {
+        throw;
+      }
+      break;
+    }
     if (rows == nullptr) {
       size = left.size();
       rows = std::make_unique<calibration::RowCheck>(eyeOf(camera, false), eyeOf(camera, true), size);

@@ -3,11 +3,13 @@
 #include <fstream>
 #include <iostream>
 #include <memory>
+#include <optional>
 
 #include <CLI/CLI.hpp>
 
 #include "Commands.hpp"
 #include "DepthProducts.hpp"
+#include "Ended.hpp"
 #include "Failure.hpp"
 #include "Page.hpp"
 #include "Products.hpp"
@@ -55,51 +57,57 @@ std::string text(double value, const char* unit) {
   return line;
 }
 
-std::vector<Timing> measureReads(OpenedCamera& opened, Watch& watch, double seconds) {
+// Appends to the timings as it goes.
+void measureReads(OpenedCamera& opened, Watch& watch, double seconds, std::vector<Timing>& timings) {
   StereoCamera& camera = *opened.camera;
   const double share = seconds / (opened.calibrated ? 7 : 2);
   cv::Mat a;
   cv::Mat b;
   cv::Mat c;
   std::chrono::microseconds stamp{0};
-  std::vector<Timing> timings;
-  timings.push_back(measure("getRawFrame", share, watch, [&] { return camera.getRawFrame(a, stamp); }));
-  timings.push_back(measure("getStereoFrame", share, watch, [&] { return camera.getStereoFrame(a, b, stamp); }));
-  if (opened.calibrated) {
-    timings.push_back(
-        measure("getRectStereoFrame (perspective)", share, watch, [&] { return camera.getRectStereoFrame(a, b); }));
-    timings.push_back(measure("getRectStereoFrame (depth pair, view)", share, watch,
-                              [&] { return camera.getRectStereoFrame(a, b, c, stamp); }));
-    timings.push_back(
-        measure("getDepthFrame (colour)", share, watch, [&] { return camera.getDepthFrame(a, true, stamp); }));
-    timings.push_back(measure("getPointCloud (plain)", share, watch, [&] {
-      std::vector<cv::Vec3f> cloud;
-      return camera.getPointCloud(cloud, stamp);
-    }));
-    timings.push_back(measure("getPointCloud (coloured)", share, watch, [&] {
-      std::vector<PCL> cloud;
-      return camera.getPointCloud(cloud, stamp);
-    }));
+  const auto add = [&](const char* name, const auto& read) { timings.push_back(measure(name, share, watch, read)); };
+  add("getRawFrame", [&] { return camera.getRawFrame(a, stamp); });
+  add("getStereoFrame", [&] { return camera.getStereoFrame(a, b, stamp); });
+  if (!opened.calibrated) {
+    return;
   }
-  return timings;
+  add("getRectStereoFrame (perspective)", [&] { return camera.getRectStereoFrame(a, b); });
+  add("getRectStereoFrame (depth pair, view)", [&] { return camera.getRectStereoFrame(a, b, c, stamp); });
+  add("getDepthFrame (colour)", [&] { return camera.getDepthFrame(a, true, stamp); });
+  add("getPointCloud (plain)", [&] {
+    std::vector<cv::Vec3f> cloud;
+    return camera.getPointCloud(cloud, stamp);
+  });
+  add("getPointCloud (coloured)", [&] {
+    std::vector<PCL> cloud;
+    return camera.getPointCloud(cloud, stamp);
+  });
 }
 
 void demo(const DemoOptions& options) {
   makeFolder(options.output);
   OpenedCamera opened = openCamera(options.source);
   startCapture(opened);
-  const std::chrono::milliseconds patience(static_cast<long>(1000 * options.patience));
-  Watch watch(*opened.camera, patience, opened.askedSize);
+  Watch watch(opened, options.patience);
   std::cout << "waiting for the first frame ..." << std::endl;
-  std::vector<Picture> pictures = readPictures(opened, watch);
-  DepthProducts depth;
-  if (opened.calibrated) {
-    std::cout << "waiting for depth ..." << std::endl;
-    depth = readDepth(opened, watch, patience);
-  }
+  std::vector<Picture> pictures;
+  std::optional<DepthProducts> depth;
   Report report;
   report.source = opened.description;
-  report.timings = measureReads(opened, watch, options.seconds);
+  try {
+    readPictures(opened, watch, pictures);
+    if (opened.calibrated) {
+      std::cout << "waiting for depth ..." << std::endl;
+      depth = readDepth(opened, watch);
+    }
+    measureReads(opened, watch, options.seconds, report.timings);
+  } catch (const Ended&) {
+    if (pictures.empty()) {
+      throw;
+    }
+    report.note = "The recording was over before all was read; without --once it starts over. ";
+  }
+  watch.finish();
   const double rate = opened.camera->getRawFrameRate();
   report.facts = {{"raw frame", text(opened.camera->getRawFrameSize())},
                   {"worker's pass time", text(1000 / rate, "ms")},
@@ -109,17 +117,17 @@ void demo(const DemoOptions& options) {
     report.facts.emplace_back("perspective field", text(opened.horizontalField, "degrees"));
     report.facts.emplace_back(
         "depth from", opened.depthMode == 1 ? "the longitude-latitude pair (relative metres)" : "the perspective pair");
-    report.facts.emplace_back("points", std::to_string(depth.plain.size()) + " plain, " +
-                                            std::to_string(depth.coloured.size()) + " coloured");
-    report.files = depthFiles();
   } else {
-    report.note = "No rectified pictures and no depth: they need a calibration (--calibration FILE).";
+    report.note += "No rectified pictures and no depth: they need a calibration (--calibration FILE).";
+  }
+  if (!report.note.empty()) {
     std::cout << report.note << std::endl;
   }
-  watch.finish();
-
-  if (opened.calibrated) {
-    const std::vector<Picture> more = writeDepth(depth, options.output);
+  if (depth) {
+    report.facts.emplace_back("points", std::to_string(depth->plain.size()) + " plain, " +
+                                            std::to_string(depth->coloured.size()) + " coloured");
+    report.files = depthFiles();
+    const std::vector<Picture> more = writeDepth(*depth, options.output);
     pictures.insert(pictures.end(), more.begin(), more.end());
   }
   writePictures(pictures, options.output);

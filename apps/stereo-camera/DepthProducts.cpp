@@ -40,16 +40,17 @@ void write(const std::filesystem::path& path, const cv::Mat& image) {
 
 }  // namespace
 
-DepthProducts readDepth(OpenedCamera& opened, Watch& watch, std::chrono::milliseconds patience) {
+DepthProducts readDepth(OpenedCamera& opened, Watch& watch) {
   StereoCamera& camera = *opened.camera;
   watch.startStereoCompute();
   DepthProducts products;
   std::chrono::microseconds stamp{0};
   // Frames may come while no disparity is published yet; reads then say so at once.
-  const auto end = Watch::Clock::now() + patience;
+  const auto end = Watch::Clock::now() + watch.patience();
   while (!watch.run([&] { return camera.getDepthFrame(products.colour, true, stamp); })) {
     if (Watch::Clock::now() > end) {
-      throw Failure(ExitCode::noFrames, "frames come, but no disparity within " + std::to_string(patience.count()) +
+      throw Failure(ExitCode::noFrames, "frames come, but no disparity within " +
+                                            std::to_string(watch.patience().count()) +
                                             " ms; a smaller --rectified size is faster");
     }
   }

@@ -20,7 +20,7 @@ struct DepthProducts {
 };
 
 /// Starts the disparity worker and reads one of each; the worker goes on running. Throws Failure where nothing comes.
-DepthProducts readDepth(OpenedCamera& opened, Watch& watch, std::chrono::milliseconds patience);
+DepthProducts readDepth(OpenedCamera& opened, Watch& watch);
 
 /// Writes disparity.tiff, depth.png (16 bits, millimetres), depth.tiff (float, metres), cloud.ply and
 /// cloud-coloured.ply; returns the pictures to show, which still have to be written. Throws Failure (output).

@@ -16,9 +16,8 @@ namespace {
 
 }  // namespace
 
-std::vector<Picture> readPictures(OpenedCamera& opened, Watch& watch) {
+void readPictures(OpenedCamera& opened, Watch& watch, std::vector<Picture>& pictures) {
   StereoCamera& camera = *opened.camera;
-  std::vector<Picture> pictures;
   const auto add = [&pictures](const char* file, const char* title, const char* caption, const cv::Mat& image) {
     pictures.push_back({file, title, caption, image});
   };
@@ -37,7 +36,7 @@ std::vector<Picture> readPictures(OpenedCamera& opened, Watch& watch) {
   add("left.png", "Left eye", "As the lens sees it.", left.clone());
   add("right.png", "Right eye", "As the lens sees it.", right.clone());
   if (!opened.calibrated) {
-    return pictures;
+    return;
   }
   left.release();
   right.release();
@@ -55,7 +54,6 @@ std::vector<Picture> readPictures(OpenedCamera& opened, Watch& watch) {
       left.clone());
   add("lonlat-right.png", "Longitude-latitude, right", "The same rows, shifted by the disparity.", right.clone());
   opened.setDepthMode(opened.depthMode);
-  return pictures;
 }
 
 void readEyes(StereoCamera& camera, Watch& watch, cv::Mat& left, cv::Mat& right) {

@@ -21,8 +21,9 @@ struct Picture {
   cv::Mat image;
 };
 
-/// Reads one of each product, each from a frame of its own. Throws Failure where nothing comes.
-std::vector<Picture> readPictures(OpenedCamera& opened, Watch& watch);
+/// Reads one of each product, each from a frame of its own, and appends it to the pictures. Throws Failure where
+/// nothing comes, Ended where the source is over before all have come.
+void readPictures(OpenedCamera& opened, Watch& watch, std::vector<Picture>& pictures);
 
 /// Reads the next frame's eyes. Throws Failure (noFrames) where nothing comes, or no two pictures of one size in
 /// colour.

@@ -8,6 +8,7 @@
 #include <CLI/CLI.hpp>
 
 #include "Commands.hpp"
+#include "Ended.hpp"
 #include "Failure.hpp"
 #include "InEffect.hpp"
 #include "Products.hpp"
@@ -80,7 +81,7 @@ void tellOfDrops(const Recorder::Counts& counts, Recorder::Counts& told) {
 }
 
 void recordUntilDone(const RecordOptions& options, OpenedCamera& opened, Recorder& recorder) {
-  Watch watch(*opened.camera, std::chrono::milliseconds(static_cast<long>(1000 * options.patience)), opened.askedSize);
+  Watch watch(opened, options.patience);
   RunTime runTime(options.seconds);
   Recorder::Counts told;
   while (!runTime.over() && (options.frames == 0 || told.written < options.frames)) {
@@ -125,6 +126,8 @@ void record(const RecordOptions& options) {
   std::exception_ptr failure;
   try {
     recordUntilDone(options, opened, recorder);
+  } catch (const Ended&) {
+    // What came is all that there is.
   } catch (const Failure&) {
     failure = std::current_exception();
   }

@@ -8,6 +8,7 @@
 #include <CLI/CLI.hpp>
 
 #include "Commands.hpp"
+#include "Ended.hpp"
 #include "Failure.hpp"
 #include "Products.hpp"
 #include "RunTime.hpp"
@@ -60,25 +61,30 @@ void share(const ShareOptions& options) {
 
   RunTime time(options.seconds);
   startCapture(opened, false, true);
-  Watch watch(camera, std::chrono::milliseconds(static_cast<long>(1000 * options.patience)), opened.askedSize);
+  Watch watch(opened, options.patience);
   cv::Mat left;
   cv::Mat right;
   std::chrono::microseconds stamp{0};
   int frames = 0;
   // The camera offers images by itself; the reads are here to notice when no more frames come.
-  while (!time.over()) {
-    watch.run([&] { return camera.getStereoFrame(left, right, stamp); });
-    if (frames++ > 0) {
-      continue;
+  try {
+    while (!time.over()) {
+      if (!watch.run([&] { return camera.getStereoFrame(left, right, stamp); }) || frames++ > 0) {
+        continue;
+      }
+      time.begin();
+      const cv::Size delivered = camera.getRawFrameSize();
+      if (delivered != frame) {
+        throw Failure(ExitCode::source, "the device delivers frames of " + text(delivered) + " pixels instead of " +
+                                            text(frame) + ", for which the shared memory was made");
+      }
+      std::cout << "sharing the left eye of " << opened.description << ": key " << key << ", images of "
+                << text(left.size()) << " pixels, segment of " << segmentBytes(frame) << " bytes" << std::endl;
     }
-    time.begin();
-    const cv::Size delivered = camera.getRawFrameSize();
-    if (delivered != frame) {
-      throw Failure(ExitCode::source, "the device delivers frames of " + text(delivered) + " pixels instead of " +
-                                          text(frame) + ", for which the shared memory was made");
+  } catch (const Ended&) {
+    if (frames == 0) {
+      throw;
     }
-    std::cout << "sharing the left eye of " << opened.description << ": key " << key << ", images of "
-              << text(left.size()) << " pixels, segment of " << segmentBytes(frame) << " bytes" << std::endl;
   }
   watch.finish();
   std::cout << "shared for " << frames << " frames" << std::endl;

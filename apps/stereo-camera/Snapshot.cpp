@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <iostream>
 #include <memory>
+#include <optional>
 
 #include <CLI/CLI.hpp>
 
 #include "Commands.hpp"
 #include "DepthProducts.hpp"
+#include "Ended.hpp"
 #include "Products.hpp"
 #include "Source.hpp"
 #include "Watch.hpp"
@@ -24,21 +26,31 @@ void snapshot(const SnapshotOptions& options) {
   makeFolder(options.output);
   OpenedCamera opened = openCamera(options.source);
   startCapture(opened);
-  const std::chrono::milliseconds patience(static_cast<long>(1000 * options.patience));
-  Watch watch(*opened.camera, patience, opened.askedSize);
-  std::vector<Picture> pictures = readPictures(opened, watch);
-  if (opened.calibrated) {
-    const DepthProducts depth = readDepth(opened, watch, patience);
-    watch.finish();
-    const std::vector<Picture> more = writeDepth(depth, options.output);
-    pictures.insert(pictures.end(), more.begin(), more.end());
+  Watch watch(opened, options.patience);
+  std::vector<Picture> pictures;
+  std::optional<DepthProducts> depth;
+  try {
+    readPictures(opened, watch, pictures);
+    if (opened.calibrated) {
+      depth = readDepth(opened, watch);
+    }
+  } catch (const Ended&) {
+    if (pictures.empty()) {
+      throw;
+    }
+    std::cerr << "stereo-camera: the recording was over before all pictures were read: without --once it starts over"
+              << std::endl;
   }
   watch.finish();
+  if (depth) {
+    const std::vector<Picture> more = writeDepth(*depth, options.output);
+    pictures.insert(pictures.end(), more.begin(), more.end());
+  }
   writePictures(pictures, options.output);
   for (const Picture& picture : pictures) {
     std::cout << (std::filesystem::path(options.output) / picture.file).string() << std::endl;
   }
-  for (const auto& [name, content] : opened.calibrated ? depthFiles() : decltype(depthFiles()){}) {
+  for (const auto& [name, content] : depth ? depthFiles() : decltype(depthFiles()){}) {
     std::cout << (std::filesystem::path(options.output) / name).string() << std::endl;
   }
   if (!opened.calibrated) {

@@ -184,12 +184,16 @@ OpenedCamera openReplay(SourceOptions options, const Onlooker& onlooker) {
     const bool isRecording = sim::Recording::isAt(options.replay);
     const sim::Recording recording = isRecording ? sim::Recording::open(options.replay) : sim::Recording();
     auto camera = makeCamera<sim::ReplayCamera>(onlooker, replay);
+    const sim::ReplayCapture& device = camera->capture();
     if (options.settings.empty() && !recording.settings.empty()) {
       takeRecordedSettings(*camera, options, recording.settings.string());
       options.depthMode = camera->depthMode();
       options.matcher = camera->algorithm() == 1 ? "bm" : "sgm";
     }
     OpenedCamera replayed = openVirtual(std::move(camera), options, description);
+    if (options.once) {
+      replayed.isOver = [&device] { return device.finished(); };
+    }
     if (options.calibration.empty() && !recording.calibration.empty()) {
       loadCalibration(replayed, recording.calibration.string());
     }

@@ -53,6 +53,7 @@ struct OpenedCamera {
   std::function<void(int mode, double rate, int lastOctet)> setStream;  ///< before the start
   std::function<StereoCamera::TimeFrame()> latestDisparity;             ///< view and disparity, copies
   std::function<void()> prepare;  ///< what takes time before the start; may be empty
+  std::function<bool()> isOver;   ///< whether the last frame was delivered, any thread; empty: there is no last one
   int depthMode = 2;
   std::string description;  ///< "simulated camera, seed 1"
   bool calibrated = false;

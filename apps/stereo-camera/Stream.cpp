@@ -8,6 +8,7 @@
 #include <CLI/CLI.hpp>
 
 #include "Commands.hpp"
+#include "Ended.hpp"
 #include "Failure.hpp"
 #include "Products.hpp"
 #include "RunTime.hpp"
@@ -84,8 +85,7 @@ void stream(const StreamOptions& options) {
 
   RunTime time(options.seconds);
   startCapture(opened, true);
-  const std::chrono::milliseconds patience(static_cast<long>(1000 * options.patience));
-  Watch watch(camera, patience, opened.askedSize);
+  Watch watch(opened, options.patience);
   if (options.mode == depthStream) {
     watch.startStereoCompute();
   }
@@ -93,15 +93,21 @@ void stream(const StreamOptions& options) {
   cv::Mat b;
   int images = 0;
   auto last = Watch::Clock::now();
-  while (!time.over()) {
-    // Frames may come while nothing can be made of them, for instance while there is no disparity yet.
-    if (watch.run([&] { return readOnce(camera, options.mode, a, b); })) {
-      time.begin();
-      ++images;
-      last = Watch::Clock::now();
-    } else if (Watch::Clock::now() - last > patience) {
-      throw Failure(ExitCode::noFrames,
-                    "frames come, but no picture for the stream within " + std::to_string(patience.count()) + " ms");
+  try {
+    while (!time.over()) {
+      // Frames may come while nothing can be made of them, for instance while there is no disparity yet.
+      if (watch.run([&] { return readOnce(camera, options.mode, a, b); })) {
+        time.begin();
+        ++images;
+        last = Watch::Clock::now();
+      } else if (Watch::Clock::now() - last > watch.patience()) {
+        throw Failure(ExitCode::noFrames, "frames come, but no picture for the stream within " +
+                                              std::to_string(watch.patience().count()) + " ms");
+      }
+    }
+  } catch (const Ended&) {
+    if (images == 0) {
+      throw;
     }
   }
   const double seconds = time.elapsed();

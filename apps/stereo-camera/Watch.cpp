@@ -1,12 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Watch.hpp"
 
+#include <algorithm>
 #include <cstdlib>
 #include <future>
 #include <iostream>
+#include <utility>
 
 #include "DeviceOffers.hpp"
+#include "Ended.hpp"
 #include "Failure.hpp"
+#include "Source.hpp"
 
 namespace stereo::app {
 
@@ -14,6 +18,7 @@ namespace {
 
 // A stop takes thirteen seconds at most, on a device whose driver and back end do nothing to end a read.
 constexpr std::chrono::seconds stopGrace{20};
+constexpr std::chrono::milliseconds lookAround{20};  // how often the source's end is looked for
 
 [[noreturn]] void abandon() {
   std::cerr << "stereo-camera: the device does not end its read; giving up on it" << std::endl;
@@ -22,10 +27,17 @@ constexpr std::chrono::seconds stopGrace{20};
 
 }  // namespace
 
-Watch::Watch(StereoCamera& camera, std::chrono::milliseconds patience, cv::Size askedSize)
-    : m_camera(camera), m_patience(patience), m_askedSize(askedSize), m_last(Clock::now()), m_thread([this] {
-        loop();
-      }) {}
+Watch::Watch(OpenedCamera& opened, double patience)
+    : Watch(*opened.camera, std::chrono::milliseconds(static_cast<long>(1000 * patience)), opened.askedSize,
+            opened.isOver) {}
+
+Watch::Watch(StereoCamera& camera, std::chrono::milliseconds patience, cv::Size askedSize, std::function<bool()> isOver)
+    : m_camera(camera),
+      m_patience(patience),
+      m_askedSize(askedSize),
+      m_isOver(std::move(isOver)),
+      m_last(Clock::now()),
+      m_thread([this] { loop(); }) {}
 
 Watch::~Watch() {
   finish();
@@ -39,17 +51,25 @@ void Watch::alive() {
 
 void Watch::startStereoCompute() {
   const std::lock_guard lock(m_disparityMutex);
-  checkAfterRead();  // after a stop it would be started for nothing
+  checkAfterRead(false);  // after a stop it would be started for nothing
   m_camera.startStereoCompute();
 }
 
-void Watch::checkAfterRead() {
-  if (m_expired) {
-    throw Failure(ExitCode::noFrames, "no frame for " + std::to_string(m_patience.count()) +
-                                          " ms: is the camera plugged in, and does another program hold it? " +
-                                          "(stereo-camera doctor tells)");
+void Watch::checkAfterRead(bool got) {
+  switch (m_reason.load()) {
+    case Reason::none:
+      alive();
+      break;
+    case Reason::noFrames:
+      throw Failure(ExitCode::noFrames, "no frame for " + std::to_string(m_patience.count()) +
+                                            " ms: is the camera plugged in, and does another program hold it? " +
+                                            "(stereo-camera doctor tells)");
+    case Reason::over:
+      if (!got) {  // the last frame counts
+        throw Ended();
+      }
+      break;
   }
-  alive();
 }
 
 void Watch::checkFrameSize() {
@@ -67,51 +87,64 @@ void Watch::checkFrameSize() {
 }
 
 void Watch::finish() {
-  {
-    const std::lock_guard lock(m_mutex);
-    if (m_phase != Phase::watching) {
-      return;
-    }
+  std::unique_lock lock(m_mutex);
+  if (m_phase == Phase::watching) {
     m_phase = Phase::stopping;
     m_last = Clock::now();
-  }
-  m_changed.notify_all();
-  m_camera.stopStereoCompute();
-  m_camera.stopCapture();
-  {
-    const std::lock_guard lock(m_mutex);
+    lock.unlock();
+    m_changed.notify_all();
+    m_camera.stopStereoCompute();
+    m_camera.stopCapture();
+    lock.lock();
     m_phase = Phase::done;
+    m_changed.notify_all();
   }
-  m_changed.notify_all();
+  m_changed.wait(lock, [this] { return m_phase == Phase::done; });
+}
+
+// The lock is held.
+Watch::Reason Watch::reasonToStop() const {
+  if (m_isOver && m_isOver()) {
+    return Reason::over;
+  }
+  return Clock::now() < m_last + m_patience ? Reason::none : Reason::noFrames;
 }
 
 void Watch::loop() {
   std::unique_lock lock(m_mutex);
-  while (m_phase != Phase::done) {
-    const auto end = m_last + (m_phase == Phase::watching ? m_patience : std::chrono::milliseconds(stopGrace));
-    if (Clock::now() < end) {
-      m_changed.wait_until(lock, end);
-      continue;
+  while (m_phase == Phase::watching) {
+    const Reason reason = reasonToStop();
+    if (reason != Reason::none) {
+      m_reason = reason;
+      stopCamera(lock);
+      return;
     }
-    if (m_phase == Phase::stopping) {
-      abandon();
-    }
-    // The host's thread sits in a read; the stop has to come from here, and may itself not return.
-    m_expired = true;
-    m_phase = Phase::done;
-    lock.unlock();
-    auto stopped = std::async(std::launch::async, [this] {
-      {
-        const std::lock_guard disparity(m_disparityMutex);
-        m_camera.stopStereoCompute();
-      }
-      m_camera.stopCapture();
-    });
-    if (stopped.wait_for(stopGrace) != std::future_status::ready) {
-      abandon();
-    }
-    return;
+    const auto end = m_last + m_patience;
+    m_changed.wait_until(lock, m_isOver ? std::min(end, Clock::now() + lookAround) : end);
   }
+  // The host's thread is stopping it.
+  if (!m_changed.wait_until(lock, m_last + stopGrace, [this] { return m_phase == Phase::done; })) {
+    abandon();
+  }
+}
+
+// From the watch's thread, since the host's sits in a read. The stop may itself not return.
+void Watch::stopCamera(std::unique_lock<std::mutex>& lock) {
+  m_phase = Phase::stopping;
+  lock.unlock();
+  auto stopped = std::async(std::launch::async, [this] {
+    {
+      const std::lock_guard disparity(m_disparityMutex);
+      m_camera.stopStereoCompute();
+    }
+    m_camera.stopCapture();
+  });
+  if (stopped.wait_for(stopGrace) != std::future_status::ready) {
+    abandon();
+  }
+  lock.lock();
+  m_phase = Phase::done;
+  m_changed.notify_all();
 }
 
 }  // namespace stereo::app

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <thread>
 
@@ -11,63 +12,74 @@
 
 namespace stereo::app {
 
+struct OpenedCamera;
+
 /// Keeps the program from waiting for ever on a camera that delivers nothing: reads have no time-out of their own.
 ///
-/// When `alive` was not called for as long as the patience lasts, the watch says so, stops the camera, and with that
-/// sends home whoever is blocked in a read. Where even that does not end, because a driver never returns from its read,
-/// the watch ends the process with ExitCode::noFrames.
+/// The watch stops the camera, and with that releases whoever is blocked in a read, when `alive` was not called for as
+/// long as the patience lasts, or when the source is over. Where even the stop does not end, because a driver never
+/// returns from its read, the watch ends the process with ExitCode::noFrames.
 ///
 /// Made and used by the host's thread after `startCapture`; has a thread of its own.
 class Watch {
 public:
   using Clock = std::chrono::steady_clock;
 
+  /// `patience` in seconds. The camera is started, and outlives the watch.
+  Watch(OpenedCamera& opened, double patience);
   /// With `askedSize` the first read that succeeds says on standard error, in one line, if the frames have another
-  /// size.
-  Watch(StereoCamera& camera, std::chrono::milliseconds patience, cv::Size askedSize = {});
+  /// size. `isOver` tells whether the source has delivered its last frame; any thread calls it.
+  Watch(StereoCamera& camera, std::chrono::milliseconds patience, cv::Size askedSize = {},
+        std::function<bool()> isOver = {});
   /// Stops the camera, if `finish` has not.
   ~Watch();
   Watch(const Watch&) = delete;
   Watch& operator=(const Watch&) = delete;
 
+  std::chrono::milliseconds patience() const { return m_patience; }
+
   /// A read has returned.
   void alive();
 
   /// Starts the camera's disparity worker, which only this may do while it watches: its own stop may come meanwhile.
-  /// Throws Failure (noFrames) if it has come.
+  /// Throws what `run` throws if it has come.
   void startStereoCompute();
 
-  /// Calls `read`, which returns whether it got anything, and throws Failure (noFrames) if it did not because nothing
-  /// comes any more.
+  /// Calls `read`, which returns whether it got anything. If it did not because the camera was stopped, throws Failure
+  /// (noFrames) where nothing comes any more and Ended where the source is over.
   template <typename Read>
   bool run(Read read) {
     const bool got = read();
-    checkAfterRead();
+    checkAfterRead(got);
     if (got) {
       checkFrameSize();
     }
     return got;
   }
 
-  /// Stops the camera. Under guard as well: a stop waits for the device's read.
+  /// Stops the camera. Under guard as well: a stop waits for the device's read. Back when it is stopped.
   void finish();
 
 private:
   enum class Phase { watching, stopping, done };
+  enum class Reason { none, noFrames, over };
 
-  void checkAfterRead();
+  Reason reasonToStop() const;
+  void checkAfterRead(bool got);
   void checkFrameSize();
   void loop();
+  void stopCamera(std::unique_lock<std::mutex>& lock);
 
   StereoCamera& m_camera;
   const std::chrono::milliseconds m_patience;
   const cv::Size m_askedSize;
+  const std::function<bool()> m_isOver;
   std::once_flag m_sizeChecked;
   std::mutex m_mutex;
   std::condition_variable m_changed;
   Phase m_phase = Phase::watching;  // guarded by m_mutex
   Clock::time_point m_last;         // guarded by m_mutex
-  std::atomic<bool> m_expired{false};
+  std::atomic<Reason> m_reason{Reason::none};
   std::mutex m_disparityMutex;  // start by the host's thread, stop by the watch's
   std::thread m_thread;
 };

@@ -141,7 +141,9 @@ TEST(Bench, RecordingsNeedACalibrationAndMustGoOn) {
   EXPECT_EQ(without.wait(limit), static_cast<int>(ExitCode::calibration));
   EXPECT_THAT(without.err(), HasSubstr("--calibration"));
 
-  Program ceasing(STEREO_CAMERA_PROGRAM, bench(calibrated, {"--replay", folder.path("noise.png"), "--once"}));
+  folder.write("gone", "unplug 30 ever\n");
+  Program ceasing(STEREO_CAMERA_PROGRAM, bench({"--patience", "1", "--seconds", "100000"},
+                                               {"--simulate", "--still", "--faults", folder.path("gone")}));
   EXPECT_EQ(ceasing.wait(limit), static_cast<int>(ExitCode::noFrames));
   EXPECT_THAT(ceasing.err(), HasSubstr("no frame for 1000 ms"));
 

@@ -298,9 +298,10 @@ TEST_F(HostProgram, CalibrationsThatCannotBeUsed) {
 }
 
 TEST_F(HostProgram, EndsWithAMessageWhenFramesStop) {
-  const std::string picture = writePicture("frame.png", {120, 40});
-  expectFailure("snapshot --replay '" + picture + "' --once --patience 0.5 -o '" + file("d") + "'", ExitCode::noFrames,
-                "no frame for 500 ms");
+  std::ofstream(file("gone")) << "unplug 0 ever\n";
+  expectFailure("snapshot --simulate --still --size 928x400 --faults '" + file("gone") + "' --patience 0.5 -o '" +
+                    file("d") + "'",
+                ExitCode::noFrames, "no frame for 500 ms");
   const std::string narrow = writePicture("narrow.png", {1, 40});
   expectFailure("snapshot --patience 120 --replay '" + narrow + "' -o '" + file("d") + "'", ExitCode::noFrames,
                 "without pixels");

@@ -109,11 +109,9 @@ TEST_F(RecordProgram, EndOfTheSourceKeepsWhatCame) {
                  file("first")}),
             0)
       << m_err;
-  // The recording of a recording, played once: the source ends, which is told, and all of it is there.
-  EXPECT_EQ(run({"record", "--replay", file("first"), "--once", "--patience", "30", "-o", file("second")}),
-            static_cast<int>(ExitCode::noFrames));
+  // The recording of a recording, played once: all of it is there.
+  EXPECT_EQ(run({"record", "--replay", file("first"), "--once", "-o", file("second")}), 0) << m_err;
   EXPECT_THAT(m_out, HasSubstr("recorded 4 frames"));
-  EXPECT_THAT(m_err, HasSubstr("no frame for 30000 ms"));
   EXPECT_EQ(Recording::open(file("second")).stamps.size(), 4U);
 }
 

@@ -234,11 +234,24 @@ TEST_F(StreamProgram, WrongArguments) {
 }
 
 TEST_F(StreamProgram, EndsWithAMessageWhenFramesStop) {
-  const std::string picture = writePicture("frame.png", {928, 400});
+  stereo::test::writeFile(file("gone"), "unplug 15 ever\n");
   for (const Arguments& command :
        {Arguments{"stream", "--mode", "1"}, Arguments{"share", "--calibration", writeCalibration(ownPosition())}}) {
-    expectFailure(command + Arguments{"--replay", picture, "--once", "--patience", "1"}, ExitCode::noFrames,
-                  "no frame for 1000 ms");
+    expectFailure(command + stillCamera + Arguments{"--simulate", "--faults", file("gone"), "--patience", "1"},
+                  ExitCode::noFrames, "no frame for 1000 ms");
+  }
+}
+
+TEST_F(StreamProgram, EndsWithTheRecording) {
+  std::filesystem::create_directory(file("pictures"));
+  for (const char* const name : {"pictures/1.png", "pictures/2.png", "pictures/3.png"}) {
+    writePicture(name, {928, 400});
+  }
+  for (const Arguments& command :
+       {Arguments{"stream", "--mode", "1"}, Arguments{"share", "--calibration", writeCalibration(ownPosition())}}) {
+    Program program(STEREO_CAMERA_PROGRAM, command + Arguments{"--replay", file("pictures"), "--once"});
+    EXPECT_EQ(program.wait(), 0) << program.err();
+    EXPECT_THAT(program.out(), testing::ContainsRegex("(streamed|shared for) [1-3] (images|frames)"));
   }
 }
 
