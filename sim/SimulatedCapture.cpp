@@ -33,10 +33,15 @@ double SimulatedCapture::sceneTime(std::uint64_t index) const {
   return static_cast<double>(index % frames) / static_cast<double>(frames) * m_scene->options().period;
 }
 
-void SimulatedCapture::fillRing() {
+void SimulatedCapture::fillRing(const std::function<void(std::size_t done, std::size_t all)>& tell) {
   for (std::size_t i = 0; i < m_ring.size(); ++i) {
-    const auto lock = lockSource();
-    frame(i);
+    {
+      const auto lock = lockSource();
+      frame(i);
+    }
+    if (tell) {
+      tell(i + 1, m_ring.size());
+    }
   }
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -36,8 +37,9 @@ public:
   /// Scene time of frame `index`, seconds.
   double sceneTime(std::uint64_t index) const;
 
-  /// Renders what the ring still lacks, so that the first period runs at full rate too. Any thread; others wait.
-  void fillRing();
+  /// Renders what the ring still lacks, so that the first period runs at full rate too. `tell` is called after each
+  /// frame with how many of how many are there; what it throws ends the rendering. Any thread; others wait.
+  void fillRing(const std::function<void(std::size_t done, std::size_t all)>& tell = {});
 
 protected:
   cv::Mat next() override;

@@ -17,6 +17,7 @@
 #include "Machine.hpp"
 #include "Products.hpp"
 #include "RunTime.hpp"
+#include "Signals.hpp"
 #include "Source.hpp"
 #include "Watch.hpp"
 
@@ -226,8 +227,8 @@ void bench(const BenchOptions& options) {
   try {
     run.awaitProducts(watch.patience());
     run.measure(options.seconds);
-  } catch (const Ended&) {
-    if (!readers.pair.hasRead()) {
+  } catch (const Ended& ended) {
+    if (!readers.pair.hasRead() || (ended.signal() != 0 && !run.measuring)) {
       throw;
     }
     run.tooShort = !run.measuring;
@@ -236,8 +237,7 @@ void bench(const BenchOptions& options) {
   readers.end();
   readers.check();
   if (!run.measuring && !run.tooShort) {
-    std::cout << "ended before there was anything to measure" << std::endl;
-    return;
+    checkSignals();
   }
   BenchReport report = reportOn(opened, options, record, readers, run.start, end, deviceRate);
   if (run.tooShort) {

@@ -3,7 +3,6 @@
 
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 
 #include <CLI/CLI.hpp>
@@ -13,7 +12,8 @@
 #include "CalibrationViews.hpp"
 #include "Commands.hpp"
 #include "Failure.hpp"
-#include "Products.hpp"
+#include "Output.hpp"
+#include "Signals.hpp"
 
 namespace stereo::app {
 
@@ -46,28 +46,10 @@ calibration::Board boardOf(const CalibrateOptions& options) {
   return board;
 }
 
-// Before anything is taken: hours of holding a board should not end at a full or missing folder.
-void requireWritable(const std::string& path, bool replace) {
-  if (std::filesystem::exists(path) && !replace) {
-    throw Failure(ExitCode::output, "'" + path + "' is there already: give another -o, or --replace");
-  }
-  const bool existed = std::filesystem::exists(path);
-  const bool writable = std::ofstream(path, std::ios::app).good();
-  if (!existed) {
-    std::error_code ignored;
-    std::filesystem::remove(path, ignored);
-  }
-  if (!writable) {
-    throw Failure(ExitCode::output, "cannot write '" + path + "'");
-  }
-}
-
-void writePage(const std::string& path, const std::string& page) {
-  std::ofstream file(path, std::ios::binary | std::ios::trunc);
-  file << page;
-  if (!file.flush()) {
-    throw Failure(ExitCode::output, "cannot write '" + path + "'");
-  }
+// The file's folder, made ready before anything is taken: hours of holding a board should not end at a full or missing
+// one.
+std::unique_ptr<OutputFolder> placeFor(const std::filesystem::path& file, bool replace) {
+  return std::make_unique<OutputFolder>(file.parent_path(), replace, std::vector{file.filename().string()});
 }
 
 void calibrate(CalibrateOptions options) {
@@ -86,11 +68,9 @@ void calibrate(CalibrateOptions options) {
   if (options.report == options.output) {
     throw Failure(ExitCode::usage, "--report: the page would replace the calibration");
   }
-  if (output.has_parent_path()) {
-    makeFolder(output.parent_path());
-  }
-  requireWritable(options.output, options.replace);
-  requireWritable(options.report, options.replace);
+  const std::filesystem::path report(options.report);
+  const auto outputPlace = placeFor(output, options.replace);
+  const auto reportPlace = placeFor(report, options.replace);
   if (options.live.keep.empty()) {
     options.live.keep = std::filesystem::path(output).replace_extension("").string() + "-pictures";
   }
@@ -100,6 +80,7 @@ void calibrate(CalibrateOptions options) {
   calibration::Calibration result;
   try {
     result = calibration::calibrate(pictures.views, board, pictures.eyeSize, [](const std::string& line) {
+      checkSignals();
       std::printf("%s\n", line.c_str());
       std::fflush(stdout);
     });
@@ -117,12 +98,14 @@ void calibrate(CalibrateOptions options) {
     std::printf("%-24s %s\n", name.c_str(), value.c_str());
   }
   try {
-    calibration::saveCalibration(options.output, result.estimate.rig, 2 * pictures.eyeSize.width,
-                                 {options.serialNumber, options.posNumber, {464, 400}});
+    calibration::saveCalibration((outputPlace->draft() / output.filename()).string(), result.estimate.rig,
+                                 2 * pictures.eyeSize.width, {options.serialNumber, options.posNumber, {464, 400}});
   } catch (const std::runtime_error& error) {
     throw Failure(ExitCode::output, error.what());
   }
-  writePage(options.report, calibrationPage(story));
+  writeFile(reportPlace->draft() / report.filename(), calibrationPage(story));
+  outputPlace->commit();
+  reportPlace->commit();
   std::printf("written: %s, report: %s\n", options.output.c_str(), options.report.c_str());
   for (const std::string& advice : judgement.advice) {
     std::printf("advice   %s\n", advice.c_str());

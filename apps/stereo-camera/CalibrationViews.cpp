@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 
 #include <opencv2/imgcodecs.hpp>
@@ -14,7 +15,9 @@
 #include "Collector.hpp"
 #include "Ended.hpp"
 #include "Failure.hpp"
+#include "Output.hpp"
 #include "Products.hpp"
+#include "Signals.hpp"
 #include "Watch.hpp"
 
 namespace stereo::app {
@@ -53,18 +56,6 @@ std::string coverageText(const calibration::Coverage& coverage) {
   return text + (where.empty() ? "" : "; next: " + where);
 }
 
-void keepPicture(const std::string& path, const cv::Mat& frame) {
-  bool written = false;
-  try {
-    written = cv::imwrite(path, frame);
-  } catch (const cv::Exception&) {
-    // reported below
-  }
-  if (!written) {
-    throw Failure(ExitCode::output, "cannot write '" + path + "'");
-  }
-}
-
 // The frame of both eyes side by side; empty if the camera has ended.
 cv::Mat nextFrame(StereoCamera& camera, Watch& watch) {
   cv::Mat left;
@@ -83,6 +74,7 @@ BoardPictures readBoards(const fs::path& folder, const calibration::Board& board
   std::vector<fs::path> paths;
   cv::Size size;
   for (std::size_t k = 0; k < images.size(); ++k) {
+    checkSignals();
     const std::string name = images[k].filename().string();
     const cv::Mat picture = cv::imread(images[k].string(), cv::IMREAD_GRAYSCALE);
     if (picture.empty()) {
@@ -162,7 +154,7 @@ BoardPictures takeBoards(const LiveOptions& options, const calibration::Board& b
     const Collector::Verdict verdict = collector->offer(view);
     if (verdict == Collector::Verdict::taken) {
       if (!options.keep.empty()) {
-        keepPicture((fs::path(options.keep) / name).string(), frame);
+        writeImage(fs::path(options.keep) / name, frame);
       }
       frames.push_back(frame);
       tell(frames.size(), wanted, name, "taken; " + coverageText(collector->coverage()));
@@ -182,6 +174,10 @@ BoardPictures takeBoards(const LiveOptions& options, const calibration::Board& b
     }
   }
   watch.finish();
+  if (signalReceived() == SIGINT && !frames.empty()) {
+    forgiveSignal();  // whoever presses Ctrl-C has held the board long enough
+  }
+  checkSignals();
   if (collector != nullptr) {
     result.views = collector->views();
   }

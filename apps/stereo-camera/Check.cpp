@@ -65,8 +65,8 @@ void check(const CheckOptions& options) {
     cv::Mat right;
     try {
       readEyes(camera, watch, left, right);
-    } catch (const Ended&) {
-      if (rows == nullptr) {
+    } catch (const Ended& ended) {
+      if (ended.signal() != 0 || rows == nullptr) {
         throw;
       }
       break;

@@ -5,10 +5,9 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
-#include <fstream>
 #include <limits>
 
-#include "Failure.hpp"
+#include "Output.hpp"
 
 namespace stereo::app {
 
@@ -24,15 +23,9 @@ void append(std::string& bytes, const cv::Vec3f& point) {
 
 void write(const std::filesystem::path& path, std::size_t points, const char* extraProperties,
            const std::string& body) {
-  std::ofstream file(path, std::ios::binary);
-  file << "ply\nformat binary_little_endian 1.0\nelement vertex " << points
-       << "\nproperty float x\nproperty float y\nproperty float z\n"
-       << extraProperties << "end_header\n"
-       << body;
-  file.close();
-  if (!file) {
-    throw Failure(ExitCode::output, "cannot write '" + path.string() + "'");
-  }
+  writeFile(path, "ply\nformat binary_little_endian 1.0\nelement vertex " + std::to_string(points) +
+                      "\nproperty float x\nproperty float y\nproperty float z\n" + extraProperties + "end_header\n" +
+                      body);
 }
 
 float median(std::vector<float> values) {

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
-#include <fstream>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -11,6 +10,7 @@
 #include "DepthProducts.hpp"
 #include "Ended.hpp"
 #include "Failure.hpp"
+#include "Output.hpp"
 #include "Page.hpp"
 #include "Products.hpp"
 #include "Source.hpp"
@@ -85,7 +85,7 @@ void measureReads(OpenedCamera& opened, Watch& watch, double seconds, std::vecto
 }
 
 void demo(const DemoOptions& options) {
-  makeFolder(options.output);
+  OutputFolder folder(options.output, true, {});
   OpenedCamera opened = openCamera(options.source);
   startCapture(opened);
   Watch watch(opened, options.patience);
@@ -101,8 +101,8 @@ void demo(const DemoOptions& options) {
       depth = readDepth(opened, watch);
     }
     measureReads(opened, watch, options.seconds, report.timings);
-  } catch (const Ended&) {
-    if (pictures.empty()) {
+  } catch (const Ended& ended) {
+    if (ended.signal() != 0 || pictures.empty()) {
       throw;
     }
     report.note = "The recording was over before all was read; without --once it starts over. ";
@@ -127,17 +127,13 @@ void demo(const DemoOptions& options) {
     report.facts.emplace_back("points", std::to_string(depth->plain.size()) + " plain, " +
                                             std::to_string(depth->coloured.size()) + " coloured");
     report.files = depthFiles();
-    const std::vector<Picture> more = writeDepth(*depth, options.output);
+    const std::vector<Picture> more = writeDepth(*depth, folder.draft());
     pictures.insert(pictures.end(), more.begin(), more.end());
   }
-  writePictures(pictures, options.output);
+  writePictures(pictures, folder.draft());
+  writeFile(folder.draft() / "index.html", page(report, pictures));
+  folder.commit();
   const std::filesystem::path index = std::filesystem::path(options.output) / "index.html";
-  std::ofstream file(index);
-  file << page(report, pictures);
-  file.close();
-  if (!file) {
-    throw Failure(ExitCode::output, "cannot write '" + index.string() + "'");
-  }
   std::cout << table(report) << "wrote " << pictures.size() << " pictures; open "
             << std::filesystem::absolute(index).lexically_normal().string() << std::endl;
 }

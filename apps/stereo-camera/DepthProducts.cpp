@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "DepthProducts.hpp"
 
-#include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
 #include "CloudFiles.hpp"
 #include "Failure.hpp"
+#include "Output.hpp"
 
 namespace stereo::app {
 
@@ -24,18 +24,6 @@ cv::Mat greyDisparity(const cv::Mat& disparity) {
   cv::Mat grey;
   disparity.convertTo(grey, CV_8UC1, 255.0 / disparityRange);
   return grey;
-}
-
-void write(const std::filesystem::path& path, const cv::Mat& image) {
-  bool written = false;
-  try {
-    written = cv::imwrite(path.string(), image);
-  } catch (const cv::Exception&) {
-    // reported below
-  }
-  if (!written) {
-    throw Failure(ExitCode::output, "cannot write '" + path.string() + "'");
-  }
 }
 
 }  // namespace
@@ -62,8 +50,8 @@ DepthProducts readDepth(OpenedCamera& opened, Watch& watch) {
 }
 
 std::vector<Picture> writeDepth(const DepthProducts& products, const std::filesystem::path& folder) {
-  write(folder / "disparity.tiff", products.disparity);
-  write(folder / "depth.tiff", products.metric);
+  writeImage(folder / "disparity.tiff", products.disparity);
+  writeImage(folder / "depth.tiff", products.metric);
   writePly(folder / "cloud.ply", products.plain);
   writePly(folder / "cloud-coloured.ply", products.coloured);
   const cv::Size cloudSize(480, 400);

@@ -18,6 +18,7 @@
 #include "Descriptor.hpp"
 #include "DeviceOffers.hpp"
 #include "ProbeProcess.hpp"
+#include "Signals.hpp"
 
 namespace stereo::app {
 
@@ -120,6 +121,7 @@ Findings checkDevice(int node, cv::Size size, double rate) {
   }
   checkOffers(findings, device, size, rate);
   for (const char* const backEnd : {"gstreamer", "v4l2"}) {
+    checkSignals();
     checkBackEnd(findings, node, backEnd, size, rate);
   }
   return findings;

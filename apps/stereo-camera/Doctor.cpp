@@ -8,6 +8,7 @@
 #include "DeviceChecks.hpp"
 #include "Failure.hpp"
 #include "FileChecks.hpp"
+#include "Signals.hpp"
 #include "Source.hpp"
 #include "SystemChecks.hpp"
 
@@ -30,6 +31,7 @@ struct DoctorOptions {
 
 // Returns how many things are wrong.
 int print(const Findings& findings) {
+  checkSignals();
   int wrong = 0;
   for (const Finding& finding : findings) {
     std::printf("%s  %s%s%s\n", finding.isWell() ? "ok     " : "PROBLEM", finding.what.c_str(),

@@ -5,29 +5,23 @@
 
 #include <opencv2/core/persistence.hpp>
 
-#include "Failure.hpp"
+#include "Output.hpp"
 
 namespace stereo::app {
 
 namespace {
 
-void writeFile(const std::filesystem::path& path, const std::function<void(cv::FileStorage&)>& write) {
-  try {
-    cv::FileStorage storage(path.string(), cv::FileStorage::WRITE);
-    if (storage.isOpened()) {
-      write(storage);
-      return;
-    }
-  } catch (const cv::Exception&) {
-    // Told below.
-  }
-  throw Failure(ExitCode::output, "cannot write " + path.string());
+void writeDocument(const std::filesystem::path& path, const std::function<void(cv::FileStorage&)>& write) {
+  // In memory, since OpenCV does not notice a full disk.
+  cv::FileStorage storage(path.filename().string(), cv::FileStorage::WRITE | cv::FileStorage::MEMORY);
+  write(storage);
+  writeFile(path, storage.releaseAndGetString());
 }
 
 }  // namespace
 
 void writeSettings(const std::filesystem::path& path, const SettingsInEffect& settings) {
-  writeFile(path, [&](cv::FileStorage& storage) {
+  writeDocument(path, [&](cv::FileStorage& storage) {
     const auto number = [&](const char* key, double value) {
       storage << key << cv::Mat(cv::Mat_<double>(1, 1, value));
     };
@@ -51,7 +45,7 @@ void writeSettings(const std::filesystem::path& path, const SettingsInEffect& se
 
 void writeAbout(const std::filesystem::path& path, const std::string& description, const std::string& codec,
                 const SettingsInEffect& settings, const Recorder::Counts& counts) {
-  writeFile(path, [&](cv::FileStorage& storage) {
+  writeDocument(path, [&](cv::FileStorage& storage) {
     storage << "Source" << description << "Codec" << codec << "FisheyeRadius" << settings.fisheyeRadius;
     // Doubles: the storage knows no longer integers than an int.
     storage << "FramesWritten" << static_cast<double>(counts.written) << "FramesDropped"

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Products.hpp"
 
-#include <opencv2/imgcodecs.hpp>
-
 #include "Failure.hpp"
+#include "Output.hpp"
+#include "Signals.hpp"
 
 namespace stereo::app {
 
@@ -68,24 +68,7 @@ void readEyes(StereoCamera& camera, Watch& watch, cv::Mat& left, cv::Mat& right)
 
 void writePictures(const std::vector<Picture>& pictures, const std::filesystem::path& folder) {
   for (const Picture& picture : pictures) {
-    const std::string path = (folder / picture.file).string();
-    bool written = false;
-    try {
-      written = cv::imwrite(path, picture.image);
-    } catch (const cv::Exception&) {
-      // reported below
-    }
-    if (!written) {
-      throw Failure(ExitCode::output, "cannot write '" + path + "'");
-    }
-  }
-}
-
-void makeFolder(const std::filesystem::path& folder) {
-  std::error_code failure;
-  std::filesystem::create_directories(folder, failure);
-  if (!std::filesystem::is_directory(folder)) {
-    throw Failure(ExitCode::output, "cannot make the folder '" + folder.string() + "'");
+    writeImage(folder / picture.file, picture.image);
   }
 }
 
@@ -93,6 +76,7 @@ void startCapture(OpenedCamera& opened, bool useTransmit, bool useShareMemory) {
   if (opened.prepare) {
     opened.prepare();
   }
+  checkSignals();
   try {
     opened.camera->startCapture(useTransmit, useShareMemory);
   } catch (const cv::Exception& error) {

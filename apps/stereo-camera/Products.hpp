@@ -32,9 +32,6 @@ void readEyes(StereoCamera& camera, Watch& watch, cv::Mat& left, cv::Mat& right)
 /// Writes the pictures. Throws Failure (output) if one cannot be written.
 void writePictures(const std::vector<Picture>& pictures, const std::filesystem::path& folder);
 
-/// Makes the folder. Throws Failure (output) if it cannot be had.
-void makeFolder(const std::filesystem::path& folder);
-
 /// Starts capture, by default without stream and shared memory; turns what the calibration or a size makes fail into a
 /// Failure.
 void startCapture(OpenedCamera& opened, bool useTransmit = false, bool useShareMemory = false);

@@ -13,7 +13,7 @@
 #include "Commands.hpp"
 #include "Failure.hpp"
 #include "NetworkImages.hpp"
-#include "Products.hpp"
+#include "Output.hpp"
 #include "RunTime.hpp"
 
 namespace stereo::app {
@@ -63,16 +63,7 @@ private:
 void save(const cv::Mat& image, const std::filesystem::path& folder, int number) {
   char name[32];
   std::snprintf(name, sizeof name, "image-%05d.png", number);
-  const std::string path = (folder / name).string();
-  bool written = false;
-  try {
-    written = cv::imwrite(path, image, {cv::IMWRITE_PNG_COMPRESSION, fastCompression});
-  } catch (const cv::Exception&) {
-    // reported below
-  }
-  if (!written) {
-    throw Failure(ExitCode::output, "cannot write '" + path + "'");
-  }
+  writeImage(folder / name, image, {cv::IMWRITE_PNG_COMPRESSION, fastCompression});
 }
 
 void receive(const ReceiveOptions& options) {

@@ -11,10 +11,12 @@
 #include "Ended.hpp"
 #include "Failure.hpp"
 #include "InEffect.hpp"
+#include "Output.hpp"
 #include "Products.hpp"
 #include "Recorder.hpp"
 #include "Recording.hpp"
 #include "RunTime.hpp"
+#include "Signals.hpp"
 #include "Source.hpp"
 #include "Watch.hpp"
 
@@ -139,6 +141,7 @@ void record(const RecordOptions& options) {
   const Recorder::Counts counts = recorder.counts();
   tellAbout(counts);
   if (counts.written == 0 && !failure) {
+    checkSignals();
     throw Failure(ExitCode::noFrames, "ended before a frame came; nothing was recorded");
   }
   const cv::Size size = recorder.frameSize();

@@ -12,6 +12,7 @@
 #include "Failure.hpp"
 #include "Products.hpp"
 #include "RunTime.hpp"
+#include "Signals.hpp"
 #include "Source.hpp"
 #include "Watch.hpp"
 
@@ -85,6 +86,9 @@ void share(const ShareOptions& options) {
     if (frames == 0) {
       throw;
     }
+  }
+  if (frames == 0) {
+    checkSignals();
   }
   watch.finish();
   std::cout << "shared for " << frames << " frames" << std::endl;

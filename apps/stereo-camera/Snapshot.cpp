@@ -8,6 +8,7 @@
 #include "Commands.hpp"
 #include "DepthProducts.hpp"
 #include "Ended.hpp"
+#include "Output.hpp"
 #include "Products.hpp"
 #include "Source.hpp"
 #include "Watch.hpp"
@@ -23,7 +24,7 @@ struct SnapshotOptions {
 };
 
 void snapshot(const SnapshotOptions& options) {
-  makeFolder(options.output);
+  OutputFolder folder(options.output, true, {});
   OpenedCamera opened = openCamera(options.source);
   startCapture(opened);
   Watch watch(opened, options.patience);
@@ -34,8 +35,8 @@ void snapshot(const SnapshotOptions& options) {
     if (opened.calibrated) {
       depth = readDepth(opened, watch);
     }
-  } catch (const Ended&) {
-    if (pictures.empty()) {
+  } catch (const Ended& ended) {
+    if (ended.signal() != 0 || pictures.empty()) {
       throw;
     }
     std::cerr << "stereo-camera: the recording was over before all pictures were read: without --once it starts over"
@@ -43,10 +44,11 @@ void snapshot(const SnapshotOptions& options) {
   }
   watch.finish();
   if (depth) {
-    const std::vector<Picture> more = writeDepth(*depth, options.output);
+    const std::vector<Picture> more = writeDepth(*depth, folder.draft());
     pictures.insert(pictures.end(), more.begin(), more.end());
   }
-  writePictures(pictures, options.output);
+  writePictures(pictures, folder.draft());
+  folder.commit();
   for (const Picture& picture : pictures) {
     std::cout << (std::filesystem::path(options.output) / picture.file).string() << std::endl;
   }

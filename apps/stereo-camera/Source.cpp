@@ -23,6 +23,7 @@
 #include "Recording.hpp"
 #include "RecordingCamera.hpp"
 #include "ReplayCamera.hpp"
+#include "Signals.hpp"
 #include "SimulatedCamera.hpp"
 
 namespace stereo::app {
@@ -153,7 +154,7 @@ OpenedCamera openSimulated(const SourceOptions& options, const Onlooker& onlooke
   simulated.calibrated = true;
   // Rendering takes a hundred times as long as a camera does, and longer than patience with one lasts on a slow
   // machine.
-  simulated.prepare = [&device] { device.fillRing(); };
+  simulated.prepare = [&device] { device.fillRing([](std::size_t, std::size_t) { checkSignals(); }); };
   return simulated;
 }
 

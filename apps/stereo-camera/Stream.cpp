@@ -12,6 +12,7 @@
 #include "Failure.hpp"
 #include "Products.hpp"
 #include "RunTime.hpp"
+#include "Signals.hpp"
 #include "Source.hpp"
 #include "Watch.hpp"
 
@@ -109,6 +110,9 @@ void stream(const StreamOptions& options) {
     if (images == 0) {
       throw;
     }
+  }
+  if (images == 0) {
+    checkSignals();
   }
   const double seconds = time.elapsed();
   watch.finish();

@@ -10,6 +10,7 @@
 #include "DeviceOffers.hpp"
 #include "Ended.hpp"
 #include "Failure.hpp"
+#include "Signals.hpp"
 #include "Source.hpp"
 
 namespace stereo::app {
@@ -18,7 +19,7 @@ namespace {
 
 // A stop takes thirteen seconds at most, on a device whose driver and back end do nothing to end a read.
 constexpr std::chrono::seconds stopGrace{20};
-constexpr std::chrono::milliseconds lookAround{20};  // how often the source's end is looked for
+constexpr std::chrono::milliseconds lookAround{20};  // how often signals and the source's end are looked for
 
 [[noreturn]] void abandon() {
   std::cerr << "stereo-camera: the device does not end its read; giving up on it" << std::endl;
@@ -69,6 +70,11 @@ void Watch::checkAfterRead(bool got) {
         throw Ended();
       }
       break;
+    case Reason::signal:
+      if (!got) {
+        checkSignals();
+      }
+      break;
   }
 }
 
@@ -104,6 +110,9 @@ void Watch::finish() {
 
 // The lock is held.
 Watch::Reason Watch::reasonToStop() const {
+  if (signalReceived() != 0) {
+    return Reason::signal;
+  }
   if (m_isOver && m_isOver()) {
     return Reason::over;
   }
@@ -120,7 +129,7 @@ void Watch::loop() {
       return;
     }
     const auto end = m_last + m_patience;
-    m_changed.wait_until(lock, m_isOver ? std::min(end, Clock::now() + lookAround) : end);
+    m_changed.wait_until(lock, std::min(end, Clock::now() + lookAround));
   }
   // The host's thread is stopping it.
   if (!m_changed.wait_until(lock, m_last + stopGrace, [this] { return m_phase == Phase::done; })) {

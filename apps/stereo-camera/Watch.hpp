@@ -17,8 +17,8 @@ struct OpenedCamera;
 /// Keeps the program from waiting for ever on a camera that delivers nothing: reads have no time-out of their own.
 ///
 /// The watch stops the camera, and with that releases whoever is blocked in a read, when `alive` was not called for as
-/// long as the patience lasts, or when the source is over. Where even the stop does not end, because a driver never
-/// returns from its read, the watch ends the process with ExitCode::noFrames.
+/// long as the patience lasts, when the source is over, and when a signal asks for the program's end. Where even the
+/// stop does not end, because a driver never returns from its read, the watch ends the process with ExitCode::noFrames.
 ///
 /// Made and used by the host's thread after `startCapture`; has a thread of its own.
 class Watch {
@@ -46,7 +46,7 @@ public:
   void startStereoCompute();
 
   /// Calls `read`, which returns whether it got anything. If it did not because the camera was stopped, throws Failure
-  /// (noFrames) where nothing comes any more and Ended where the source is over.
+  /// (noFrames) where nothing comes any more and Ended where the source is over or a signal came.
   template <typename Read>
   bool run(Read read) {
     const bool got = read();
@@ -62,7 +62,7 @@ public:
 
 private:
   enum class Phase { watching, stopping, done };
-  enum class Reason { none, noFrames, over };
+  enum class Reason { none, noFrames, over, signal };
 
   Reason reasonToStop() const;
   void checkAfterRead(bool got);

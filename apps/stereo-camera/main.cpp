@@ -6,6 +6,7 @@
 
 #include "Commands.hpp"
 #include "Failure.hpp"
+#include "Signals.hpp"
 
 // Outside of what is caught there is only the making of the options, which fails where there is no memory.
 // NOLINTNEXTLINE(bugprone-exception-escape)
@@ -16,7 +17,8 @@ int main(int argc, char** argv) {
   program.set_version_flag("--version", "stereo-camera " STEREO_CAMERA_VERSION, "Print the version and exit");
   program.footer(
       "Exit codes: 0 success, 1 unexpected error, 2 wrong arguments, 3 source cannot be opened,\n"
-      "4 calibration unusable, 5 no frames, 6 output cannot be written, 7 problems found.");
+      "4 calibration unusable, 5 no frames, 6 output cannot be written, 7 problems found,\n"
+      "128 + N ended by signal N before there was a result.");
   std::map<std::string, Action> actions;
   actions["demo"] = addDemo(program);
   actions["snapshot"] = addSnapshot(program);
@@ -31,6 +33,7 @@ int main(int argc, char** argv) {
   actions["check"] = addCheck(program);
   try {
     program.parse(argc, argv);
+    takeOverSignals();
     actions.at(program.get_subcommands().front()->get_name())();
     return 0;
   } catch (const CLI::ParseError& error) {

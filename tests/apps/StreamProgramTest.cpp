@@ -278,6 +278,17 @@ TEST_F(StreamProgram, ShareGivesTheLeftEyeToAnotherProcess) {
   EXPECT_FALSE(segmentExists(position));
 }
 
+TEST_F(StreamProgram, ShareTakesItsSegmentAwayWhateverSignalEndsIt) {
+  for (const int signal : {SIGINT, SIGHUP, SIGPIPE}) {
+    const int position = ownPosition();
+    Program share(STEREO_CAMERA_PROGRAM, Arguments{"share", "--calibration", writeCalibration(position)} + stillCamera);
+    ASSERT_TRUE(await([&] { return share.out().find("sharing") != std::string::npos; })) << share.err();
+    EXPECT_TRUE(segmentExists(position));
+    expectStops(share, signal);
+    EXPECT_FALSE(segmentExists(position)) << signal;
+  }
+}
+
 TEST_F(StreamProgram, ShareRefusesWhatWouldEndItsProcess) {
   expectFailure({"share", "--replay", writePicture("frame.png", {640, 240})}, ExitCode::usage, "these are 640 x 240");
   const int position = ownPosition();
