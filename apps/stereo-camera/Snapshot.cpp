@@ -19,12 +19,20 @@ namespace {
 
 struct SnapshotOptions {
   SourceOptions source;
-  std::string output = ".";
+  std::string output = "snapshot";
+  bool replace = false;
   double patience = 10;
 };
 
+// All that it may write. Looked for before the camera is opened.
+const std::vector<std::string> names = {
+    "raw.png",         "left.png",         "right.png",      "perspective-left.png", "perspective-right.png",
+    "lonlat-left.png", "lonlat-right.png", "disparity.tiff", "disparity.png",        "depth.tiff",
+    "depth.png",       "depth-colour.png", "cloud.ply",      "cloud-coloured.ply",   "cloud-left.png",
+    "cloud-right.png"};
+
 void snapshot(const SnapshotOptions& options) {
-  OutputFolder folder(options.output, true, {});
+  OutputFolder folder(options.output, options.replace, names);
   OpenedCamera opened = openCamera(options.source);
   startCapture(opened);
   Watch watch(opened, options.patience);
@@ -67,6 +75,7 @@ Action addSnapshot(CLI::App& program) {
   CLI::App* const command = program.add_subcommand("snapshot", "read one of each picture to files");
   options->source.addTo(*command);
   command->add_option("-o,--output", options->output, "folder for the pictures")->capture_default_str();
+  command->add_flag("--replace", options->replace, "replace files that are there already");
   command->add_option("--patience", options->patience, "seconds without a frame after which to give up")
       ->check(CLI::Range(0.1, 3600.0))
       ->capture_default_str();

@@ -307,9 +307,47 @@ TEST_F(HostProgram, EndsWithAMessageWhenFramesStop) {
                 "without pixels");
 }
 
+TEST_F(HostProgram, SnapshotReplacesNothingUnasked) {
+  const std::string shot = "snapshot --size 928x400 --still --patience 120 -o '";
+  ASSERT_EQ(run(shot + file("shot") + "'").code, 0);
+  // Each of its files is in its way by itself, before any time is lost.
+  int files = 0;
+  std::filesystem::create_directory(file("one"));
+  for (const auto& entry : std::filesystem::directory_iterator(file("shot"))) {
+    const std::string name = entry.path().filename().string();
+    std::ofstream(file("one/" + name)) << "mine";
+    expectFailure(shot + file("one") + "'", ExitCode::output,
+                  name + "' is there already: give another -o, or --replace");
+    EXPECT_EQ(readFile(file("one/" + name)), "mine");
+    std::filesystem::remove(file("one/" + name));
+    ++files;
+  }
+  EXPECT_GE(files, 16);
+  EXPECT_TRUE(std::filesystem::is_empty(file("one")));
+  std::ofstream(file("one/raw.png")) << "mine";
+  std::ofstream(file("one/notes.txt")) << "mine";
+  EXPECT_EQ(run(shot + file("one") + "' --replace").code, 0);
+  EXPECT_EQ(readFile(file("one/raw.png")), readFile(file("shot/raw.png")));
+  EXPECT_EQ(readFile(file("one/notes.txt")), "mine");
+}
+
+TEST_F(HostProgram, SnapshotHasAFolderOfItsOwn) {
+  const std::string picture = writePicture("frame.png", {120, 40});
+  const std::filesystem::path here = std::filesystem::current_path();
+  std::filesystem::create_directory(file("here"));
+  std::filesystem::current_path(file("here"));
+  const Outcome outcome = run("snapshot --patience 120 --replay '" + picture + "'");
+  std::filesystem::current_path(here);
+  EXPECT_EQ(outcome.code, 0) << outcome.err;
+  EXPECT_THAT(outcome.out, HasSubstr("snapshot/raw.png\n"));
+  EXPECT_TRUE(std::filesystem::exists(file("here/snapshot/raw.png")));
+  EXPECT_FALSE(std::filesystem::exists(file("here/raw.png")));
+}
+
 TEST_F(HostProgram, OutputThatCannotBeWritten) {
   std::ofstream(file("taken")) << "a file, not a folder";
   expectFailure("snapshot --size 928x400 --patience 120 -o '" + file("taken") + "'", ExitCode::output, "taken");
   std::filesystem::create_directories(file("full/raw.png"));
-  expectFailure("snapshot --size 928x400 --patience 120 -o '" + file("full") + "'", ExitCode::output, "raw.png");
+  expectFailure("snapshot --size 928x400 --still --patience 120 --replace -o '" + file("full") + "'", ExitCode::output,
+                "raw.png");
 }

@@ -57,7 +57,8 @@ TEST_F(RecordProgram, ReplayGivesTheSameBitsAsLive) {
   EXPECT_EQ(Recording::open(file("taken")).stamps.size(), 6U);
   // Neither size nor depth mode nor calibration is told again.
   for (const std::string rate : {"", "60"}) {
-    std::vector<std::string> replay{"snapshot", "--replay", file("taken"), "--patience", "120", "-o", file("again")};
+    std::vector<std::string> replay{"snapshot", "--replay",  file("taken"), "--patience",
+                                    "120",      "--replace", "-o",          file("again")};
     if (!rate.empty()) {
       replay.insert(replay.end(), {"--rate", rate});
     }
