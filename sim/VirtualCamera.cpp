@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "VirtualCamera.hpp"
 
+#include <utility>
+
+#include "SystemLog.hpp"
+
 namespace stereo::sim {
 
 VirtualCamera::VirtualCamera(std::unique_ptr<cv::VideoCapture> source, double rate) : StereoCamera(kNoDevice) {
@@ -11,6 +15,14 @@ VirtualCamera::VirtualCamera(std::unique_ptr<cv::VideoCapture> source, double ra
     m_frameRate = static_cast<float>(rate);
   }
   m_isOpened = true;
+}
+
+bool VirtualCamera::loadConfig(std::string path) {
+  const bool loaded = StereoCamera::loadConfig(std::move(path));
+  if (loaded && m_log != nullptr) {
+    m_log->setLogLevel(m_logLevel);
+  }
+  return loaded;
 }
 
 void VirtualCamera::setDepthLimits(float nearest, float farthest) {

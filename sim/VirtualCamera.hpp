@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 
 #include <opencv2/core.hpp>
 #include <opencv2/videoio.hpp>
@@ -18,6 +19,9 @@ class VirtualCamera : public StereoCamera {
 public:
   /// An index whose back end doesn't exist, so that the base class finds no device and OpenCV has nothing to report.
   static constexpr int kNoDevice = 9900;
+
+  /// As the base class, but the log takes the file's level at once: it was made before there were settings.
+  bool loadConfig(std::string path) override;
 
   // Setters: the host's thread, before `startCapture`.
 

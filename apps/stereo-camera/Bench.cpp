@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
-#include <fstream>
-#include <iostream>
 #include <memory>
 #include <thread>
 
@@ -10,6 +8,7 @@
 #include "BenchReaders.hpp"
 #include "BenchReport.hpp"
 #include "Commands.hpp"
+#include "Console.hpp"
 #include "Ended.hpp"
 #include "Failure.hpp"
 #include "Figures.hpp"
@@ -31,7 +30,7 @@ struct BenchOptions {
   SourceOptions source;
   double seconds = 60;
   double patience = 10;
-  std::string json;
+  JsonOption json;
 };
 
 // A run ends when its notes are almost full: figures of a part would be taken for those of the whole.
@@ -153,18 +152,6 @@ BenchReport reportOn(const OpenedCamera& opened, const BenchOptions& options, co
   return report;
 }
 
-// Opened ahead of the run, so that a mistake in the name doesn't cost its time.
-std::ofstream openOutput(const std::string& path) {
-  std::ofstream file;
-  if (!path.empty()) {
-    file.open(path);
-    if (!file) {
-      throw Failure(ExitCode::output, "cannot write '" + path + "'");
-    }
-  }
-  return file;
-}
-
 /// A run, until its time or its source is over.
 struct Run {
   RunTime& time;
@@ -197,7 +184,7 @@ struct Run {
     if (measuring) {
       start = Moment(record);
       time.begin();
-      std::cout << "measuring for " << seconds << " s, Ctrl-C ends it earlier ..." << std::endl;
+      progress() << "measuring for " << seconds << " s, Ctrl-C ends it earlier ..." << std::endl;
     }
     while (!time.over() && !readers.failed() && record.framesRead < mostFrames) {
       pulse.feel();
@@ -207,7 +194,7 @@ struct Run {
 };
 
 void bench(const BenchOptions& options) {
-  std::ofstream json = openOutput(options.json);
+  options.json.check();
   RunRecord record;
   OpenedCamera opened = openCamera(options.source, {.record = &record});
   if (!opened.calibrated) {
@@ -223,7 +210,7 @@ void bench(const BenchOptions& options) {
   watch.startStereoCompute();
   Readers readers(camera, watch);
   Run run{time, Pulse(camera, watch, record), readers, record, Moment(record)};
-  std::cout << "waiting for one of each product from " << opened.description << " ..." << std::endl;
+  progress() << "waiting for one of each product from " << opened.description << " ..." << std::endl;
   try {
     run.awaitProducts(watch.patience());
     run.measure(options.seconds);
@@ -243,14 +230,10 @@ void bench(const BenchOptions& options) {
   if (run.tooShort) {
     report.note = "the recording was over before there was one of each product: measured from its first frame";
   }
-  std::cout << "\n" << benchTable(report) << std::flush;
-  if (!options.json.empty()) {
-    json << benchJson(report);
-    json.close();
-    if (!json) {
-      throw Failure(ExitCode::output, "cannot write '" + options.json + "'");
-    }
+  if (!options.json.replacesText()) {
+    results() << benchTable(report) << std::flush;
   }
+  options.json.write(benchJson(report));
   // Who ends a run early need not have got everything.
   const bool complete = report.seconds >= options.seconds;
   for (const Figures& each : report.products) {
@@ -272,7 +255,7 @@ Action addBench(CLI::App& program) {
   command->add_option("--seconds", options->seconds, "time to measure")
       ->check(CLI::Range(0.1, 1e6))
       ->capture_default_str();
-  command->add_option("--json", options->json, "file that gets the figures as JSON");
+  options->json.addTo(*command);
   command->add_option("--patience", options->patience, "seconds without a frame after which to give up")
       ->check(CLI::Range(0.1, 3600.0))
       ->capture_default_str();

@@ -1,10 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "BenchReport.hpp"
 
-#include <cctype>
-
-#include <opencv2/core/persistence.hpp>
-
 #include "Format.hpp"
 
 namespace stereo::app {
@@ -12,17 +8,6 @@ namespace stereo::app {
 using sim::formatted;
 
 namespace {
-
-std::string keyOf(const std::string& name) {
-  std::string key;
-  for (const char c : name) {
-    const bool plain = std::isalnum(static_cast<unsigned char>(c)) != 0;
-    if (plain || (!key.empty() && key.back() != '_')) {
-      key += plain ? c : '_';
-    }
-  }
-  return key;
-}
 
 double perSecond(std::uint64_t count, double seconds) { return seconds > 0 ? static_cast<double>(count) / seconds : 0; }
 
@@ -62,37 +47,26 @@ std::string benchTable(const BenchReport& report) {
   return report.note.empty() ? text : text + report.note + "\n";
 }
 
-std::string benchJson(const BenchReport& report) {
-  cv::FileStorage json("bench.json", cv::FileStorage::WRITE | cv::FileStorage::MEMORY | cv::FileStorage::FORMAT_JSON);
-  json << "facts"
-       << "{";
+Json benchJson(const BenchReport& report) {
+  Json json;
+  json.object("facts");
   for (const auto& [name, value] : report.facts) {
-    json << keyOf(name) << value;
+    json.add(jsonKey(name), value);
   }
-  json << "}"
-       << "seconds" << report.seconds;
-  json << "device"
-       << "{"
-       << "read" << static_cast<int>(report.framesRead) << "read_per_second"
-       << perSecond(report.framesRead, report.seconds) << "lost" << static_cast<int>(report.framesLost) << "lost_how"
-       << report.lostHow << "published" << static_cast<int>(report.framesPublished) << "waiting_percent"
-       << 100 * report.waiting << "}";
-  json << "products"
-       << "{";
+  json.end().add("seconds", report.seconds).object("device").add("read", report.framesRead);
+  json.add("read_per_second", perSecond(report.framesRead, report.seconds)).add("lost", report.framesLost);
+  json.add("lost_how", report.lostHow).add("published", report.framesPublished);
+  json.add("waiting_percent", 100 * report.waiting).end().object("products");
   for (const Figures& each : report.products) {
-    json << keyOf(each.name) << "{"
-         << "count" << static_cast<int>(each.count) << "per_second" << each.perSecond << "p50_ms" << each.p50
-         << "p90_ms" << each.p90 << "p99_ms" << each.p99 << "max_ms" << each.max << "}";
+    json.object(jsonKey(each.name)).add("count", each.count).add("per_second", each.perSecond);
+    json.add("p50_ms", each.p50).add("p90_ms", each.p90).add("p99_ms", each.p99).add("max_ms", each.max).end();
   }
-  json << "}"
-       << "processor_percent"
-       << "{";
+  json.end().object("processor_percent");
   for (const auto& [name, percent] : report.processor) {
-    json << keyOf(name) << percent;
+    json.add(jsonKey(name), percent);
   }
-  json << "}"
-       << "peak_resident_megabytes" << report.peakMegabytes << "note" << report.note;
-  return json.releaseAndGetString();
+  json.end().add("peak_resident_megabytes", report.peakMegabytes).add("note", report.note);
+  return json;
 }
 
 }  // namespace stereo::app

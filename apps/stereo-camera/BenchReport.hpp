@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Figures.hpp"
+#include "Json.hpp"
 
 namespace stereo::app {
 
@@ -28,6 +29,6 @@ struct BenchReport {
 /// As a table of text.
 std::string benchTable(const BenchReport& report);
 /// As JSON. Names become keys, with '_' for all that is no letter or digit.
-std::string benchJson(const BenchReport& report);
+Json benchJson(const BenchReport& report);
 
 }  // namespace stereo::app

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Calibrate.hpp"
 
-#include <cstdio>
 #include <filesystem>
 #include <memory>
 
@@ -11,7 +10,10 @@
 #include "CalibrationReport.hpp"
 #include "CalibrationViews.hpp"
 #include "Commands.hpp"
+#include "Console.hpp"
 #include "Failure.hpp"
+#include "Format.hpp"
+#include "Json.hpp"
 #include "Output.hpp"
 #include "Signals.hpp"
 
@@ -29,6 +31,7 @@ struct CalibrateOptions {
   bool replace = false;
   int serialNumber = 0;
   int posNumber = 0;
+  JsonOption json;
 };
 
 calibration::Board boardOf(const CalibrateOptions& options) {
@@ -71,6 +74,7 @@ void calibrate(CalibrateOptions options) {
   const std::filesystem::path report(options.report);
   const auto outputPlace = placeFor(output, options.replace);
   const auto reportPlace = placeFor(report, options.replace);
+  options.json.check();
   if (options.live.keep.empty()) {
     options.live.keep = std::filesystem::path(output).replace_extension("").string() + "-pictures";
   }
@@ -81,21 +85,21 @@ void calibrate(CalibrateOptions options) {
   try {
     result = calibration::calibrate(pictures.views, board, pictures.eyeSize, [](const std::string& line) {
       checkSignals();
-      std::printf("%s\n", line.c_str());
-      std::fflush(stdout);
+      progress() << line << std::endl;
     });
   } catch (const calibration::CannotCalibrate& reason) {
     throw Failure(ExitCode::problems, reason.what());
   }
+  std::string text;
   for (std::size_t view = 0; view < result.views.size(); ++view) {
     if (result.kept[view] == 0) {
-      std::printf("thrown out: %s does not fit the others\n", result.views[view].name.c_str());
+      text += "thrown out: " + result.views[view].name + " does not fit the others\n";
     }
   }
   const calibration::Judgement judgement = calibration::judge(result, pictures.eyeSize);
   const CalibrationStory story{result, judgement, board, pictures.eyeSize, pictures.source, pictures.picture};
   for (const auto& [name, value] : calibrationFacts(story)) {
-    std::printf("%-24s %s\n", name.c_str(), value.c_str());
+    text += sim::formatted("%-24s ", name.c_str()) + value + "\n";
   }
   try {
     calibration::saveCalibration((outputPlace->draft() / output.filename()).string(), result.estimate.rig,
@@ -106,14 +110,17 @@ void calibrate(CalibrateOptions options) {
   writeFile(reportPlace->draft() / report.filename(), calibrationPage(story));
   outputPlace->commit();
   reportPlace->commit();
-  std::printf("written: %s, report: %s\n", options.output.c_str(), options.report.c_str());
+  text += "written: " + options.output + ", report: " + options.report + "\n";
   for (const std::string& advice : judgement.advice) {
-    std::printf("advice   %s\n", advice.c_str());
+    text += "advice   " + advice + "\n";
   }
   for (const std::string& fault : judgement.faults) {
-    std::printf("PROBLEM  %s\n", fault.c_str());
+    text += "PROBLEM  " + fault + "\n";
   }
-  std::fflush(stdout);
+  if (!options.json.replacesText()) {
+    results() << text << std::flush;
+  }
+  options.json.write(calibrationFigures(story).add("calibration", options.output).add("report", options.report));
   if (!judgement.faults.empty()) {
     throw Failure(ExitCode::problems, "the calibration was written, but don't rely on it: see the lines above");
   }
@@ -157,6 +164,7 @@ Action addCalibrate(CLI::App& program) {
   command->add_option("--patience", options->live.patience, "seconds without a frame after which to give up")
       ->check(CLI::Range(0.1, 3600.0))
       ->capture_default_str();
+  options->json.addTo(*command);
   return [options] { calibrate(*options); };
 }
 

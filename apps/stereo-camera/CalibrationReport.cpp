@@ -168,6 +168,46 @@ std::vector<std::pair<std::string, std::string>> calibrationFacts(const Calibrat
   return facts;
 }
 
+Json calibrationFigures(const CalibrationStory& story) {
+  const calibration::Calibration& result = story.result;
+  const calibration::Judgement& judgement = story.judgement;
+  Json json;
+  const auto texts = [&](const char* name, const std::vector<std::string>& values) {
+    json.list(name);
+    for (const std::string& value : values) {
+      json.add("", value);
+    }
+    json.end();
+  };
+  const auto rows = [&](const char* name, const calibration::Spread& spread) {
+    json.object(name).add("mean_px", spread.mean).add("most_px", spread.most).end();
+  };
+  json.add("source", story.source).add("good", judgement.faults.empty());
+  texts("problems", judgement.faults);
+  texts("advice", judgement.advice);
+  json.object("pictures").add("kept", std::uint64_t{result.picturesKept()});
+  json.add("with_board", std::uint64_t{result.views.size()}).list("thrown_out");
+  for (std::size_t view = 0; view < result.views.size(); ++view) {
+    if (result.kept[view] == 0) {
+      json.add("", result.views[view].name);
+    }
+  }
+  json.end().end().object("corners").add("used", std::uint64_t{result.cornersUsed()});
+  json.add("found", std::uint64_t{result.cornersFound()}).add("rms_px", result.rms());
+  json.add("rms_used_px", result.rmsUsed()).end();
+  rows("rows_perspective", judgement.rows);
+  rows("rows_whole_field", judgement.latitude);
+  json.add("baseline_mm", result.baseline());
+  for (std::size_t eye = 0; eye < 2; ++eye) {
+    const sim::OmniModel& m = result.estimate.rig.eyes[eye];
+    json.object(eye == 0 ? "left_eye" : "right_eye");
+    json.add("reach_degrees", result.reach(eye) / degree).add("covered_percent", 100 * judgement.coverage[eye]);
+    json.add("xi", m.xi).add("fx", m.fx).add("fy", m.fy).add("cx", m.cx).add("cy", m.cy);
+    json.add("k1", m.k1).add("k2", m.k2).add("p1", m.p1).add("p2", m.p2).end();
+  }
+  return json;
+}
+
 cv::Mat coveragePicture(const CalibrationStory& story) {
   const cv::Size& size = story.eyeSize;
   cv::Mat picture(size.height, 2 * size.width, CV_8UC3, cv::Scalar::all(24));

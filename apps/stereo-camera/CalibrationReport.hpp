@@ -9,6 +9,7 @@
 #include <opencv2/core.hpp>
 
 #include "Calibrate.hpp"
+#include "Json.hpp"
 #include "Judgement.hpp"
 
 namespace stereo::app {
@@ -25,6 +26,9 @@ struct CalibrationStory {
 
 /// Facts of a calibration, name and value, for the terminal and the page.
 std::vector<std::pair<std::string, std::string>> calibrationFacts(const CalibrationStory& story);
+
+/// The figures of the same, with what is good and bad about it.
+Json calibrationFigures(const CalibrationStory& story);
 
 /// The page, complete in itself: its pictures are part of it.
 std::string calibrationPage(const CalibrationStory& story);

@@ -13,6 +13,7 @@
 #include "BoardSource.hpp"
 #include "Calibrate.hpp"
 #include "Collector.hpp"
+#include "Console.hpp"
 #include "Ended.hpp"
 #include "Failure.hpp"
 #include "Output.hpp"
@@ -44,8 +45,7 @@ std::vector<fs::path> imagesOf(const fs::path& folder) {
 }
 
 void tell(std::size_t number, std::size_t of, const std::string& name, const std::string& verdict) {
-  std::printf("[%zu/%zu] %s: %s\n", number, of, name.c_str(), verdict.c_str());
-  std::fflush(stdout);
+  progress() << "[" << number << "/" << of << "] " << name << ": " << verdict << std::endl;
 }
 
 std::string coverageText(const calibration::Coverage& coverage) {
@@ -137,7 +137,7 @@ BoardPictures takeBoards(const LiveOptions& options, const calibration::Board& b
       if (failure.code() != ExitCode::noFrames || frames.size() < calibration::kLeastPictures) {
         throw;
       }
-      std::printf("%s: going on with what there is\n", failure.what());
+      progress() << failure.what() << ": going on with what there is" << std::endl;
       break;
     }
     if (collector == nullptr) {
@@ -168,7 +168,7 @@ BoardPictures takeBoards(const LiveOptions& options, const calibration::Board& b
         toldAt = Clock::now();
       }
       if (Clock::now() - last > std::chrono::duration<double>(options.idle)) {
-        std::printf("nothing new for %.0f seconds: going on with what there is\n", options.idle);
+        progress() << "nothing new for " << options.idle << " seconds: going on with what there is" << std::endl;
         break;
       }
     }

@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <cstdio>
 #include <memory>
 
 #include <CLI/CLI.hpp>
 
 #include "Commands.hpp"
+#include "Console.hpp"
 #include "Ended.hpp"
 #include "Errors.hpp"
 #include "Failure.hpp"
+#include "Format.hpp"
+#include "Json.hpp"
 #include "Products.hpp"
 #include "RowCheck.hpp"
 #include "Source.hpp"
@@ -15,12 +17,15 @@
 
 namespace stereo::app {
 
+using sim::formatted;
+
 namespace {
 
 struct CheckOptions {
   SourceOptions source;
   int frames = 5;
   double patience = 10;
+  JsonOption json;
 };
 
 calibration::EyeCalibration eyeOf(StereoCamera& camera, bool isRight) {
@@ -30,27 +35,60 @@ calibration::EyeCalibration eyeOf(StereoCamera& camera, bool isRight) {
   return {params[0].clone(), params[1].clone(), params[2].at<double>(0, 0), params[3].clone()};
 }
 
-void print(const calibration::RowCheckResult& result) {
-  std::printf("%-16s %8s %12s %14s\n", "off the axis", "matches", "median, px", "90 of 100, px");
+std::string table(const calibration::RowCheckResult& result) {
+  std::string text = formatted("%-16s %8s %12s %14s\n", "off the axis", "matches", "median, px", "90 of 100, px");
   for (std::size_t ring = 0; ring < result.rings.size(); ++ring) {
     const calibration::RowCheckRing& each = result.rings[ring];
     if (each.matches == 0) {
       continue;
     }
     const double from = static_cast<double>(ring) * calibration::kRingDegrees;
-    std::printf("%3.0f to %3.0f deg   %8zu %12.2f %14.2f\n", from, from + calibration::kRingDegrees, each.matches,
-                each.median, each.p90);
+    text += formatted("%3.0f to %3.0f deg   %8zu %12.2f %14.2f\n", from, from + calibration::kRingDegrees, each.matches,
+                      each.median, each.p90);
   }
-  std::printf("%-16s %8zu %12.2f %14.2f\n", "all", result.matches, result.median, result.p90);
+  text += formatted("%-16s %8zu %12.2f %14.2f\n", "all", result.matches, result.median, result.p90);
   if (result.enough) {
-    std::printf("right eye against the left: pitch %+.2f, yaw %+.2f, roll %+.2f degrees (+- %.2f, %.2f, %.2f)\n",
-                result.turn[0], result.turn[1], result.turn[2], result.turnDeviation[0], result.turnDeviation[1],
-                result.turnDeviation[2]);
+    text += formatted("right eye against the left: pitch %+.2f, yaw %+.2f, roll %+.2f degrees (+- %.2f, %.2f, %.2f)\n",
+                      result.turn[0], result.turn[1], result.turn[2], result.turnDeviation[0], result.turnDeviation[1],
+                      result.turnDeviation[2]);
   }
-  std::fflush(stdout);
+  return text;
+}
+
+Json figures(const calibration::RowCheckResult& result, const std::string& source) {
+  Json json;
+  const auto rows = [&](const auto& part) {
+    json.add("matches", std::uint64_t{part.matches}).add("median_px", part.median).add("p90_px", part.p90);
+  };
+  json.add("source", source).add("enough", result.enough).add("fits", result.enough && result.faults.empty());
+  rows(result);
+  json.list("rings");
+  for (std::size_t ring = 0; ring < result.rings.size(); ++ring) {
+    const double from = static_cast<double>(ring) * calibration::kRingDegrees;
+    if (result.rings[ring].matches > 0) {
+      json.object().add("from_degrees", from).add("to_degrees", from + calibration::kRingDegrees);
+      rows(result.rings[ring]);
+      json.end();
+    }
+  }
+  json.end();
+  if (result.enough) {
+    const char* const names[] = {"pitch", "yaw", "roll"};
+    json.object("turn_degrees");
+    for (int axis = 0; axis < 3; ++axis) {
+      json.object(names[axis]).add("value", result.turn[axis]).add("deviation", result.turnDeviation[axis]).end();
+    }
+    json.end();
+  }
+  json.list("problems");
+  for (const std::string& fault : result.faults) {
+    json.add("", fault);
+  }
+  return json;
 }
 
 void check(const CheckOptions& options) {
+  options.json.check();
   OpenedCamera opened = openCamera(options.source);
   if (!opened.calibrated) {
     throw Failure(ExitCode::calibration, "there is nothing to check: give the calibration (--calibration FILE)");
@@ -80,27 +118,33 @@ void check(const CheckOptions& options) {
     }
     const std::size_t found = rows->add(left, right);
     watch.alive();
-    std::printf("frame %d of %d: %zu things seen by both eyes\n", frame + 1, options.frames, found);
-    std::fflush(stdout);
+    progress() << "frame " << frame + 1 << " of " << options.frames << ": " << found << " things seen by both eyes"
+               << std::endl;
   }
   watch.finish();
   const calibration::RowCheckResult result = rows->result();
-  print(result);
+  std::string text = table(result);
+  for (const std::string& fault : result.faults) {
+    text += "PROBLEM  " + fault + "\n";
+  }
+  if (result.enough && result.faults.empty()) {
+    text += formatted("ok       the calibration fits: rows differ by %.2f px in the middle of the matches\n",
+                      result.median);
+  }
+  if (!options.json.replacesText()) {
+    results() << text << std::flush;
+  }
+  options.json.write(figures(result, opened.description));
   if (!result.enough) {
     throw Failure(ExitCode::problems, "cannot tell: only " + std::to_string(result.matches) +
                                           " things were seen by both eyes; show a brighter scene with more detail, "
                                           "one metre away or more");
   }
-  for (const std::string& fault : result.faults) {
-    std::printf("PROBLEM  %s\n", fault.c_str());
-  }
-  std::fflush(stdout);
   if (!result.faults.empty()) {
     throw Failure(ExitCode::problems,
                   "the calibration does not fit this camera any more: calibrate anew "
                   "(stereo-camera calibrate, docs/calibration.md)");
   }
-  std::printf("ok       the calibration fits: rows differ by %.2f px in the middle of the matches\n", result.median);
 }
 
 }  // namespace
@@ -116,6 +160,7 @@ Action addCheck(CLI::App& program) {
   command->add_option("--patience", options->patience, "seconds without a frame after which to give up")
       ->check(CLI::Range(0.1, 3600.0))
       ->capture_default_str();
+  options->json.addTo(*command);
   return [options] { check(*options); };
 }
 

@@ -5,9 +5,25 @@
 
 namespace stereo::app {
 
-// What the program says, and where. Any thread.
+// What the program says, and where: results on standard output and nothing else, what happens meanwhile on standard
+// error. Written by the host's thread; anything may be asked for on any thread.
 
-/// What happens meanwhile: source, progress. Standard error.
+/// Keeps standard output for results: descriptor 1, to which the library's log and its stream write, leads to standard
+/// error from here on. Once, before anything is written.
+void takeOverStandardOutput();
+
+/// What was asked for. Buffered until it is flushed; a write that fails throws Failure (output). Standard output itself
+/// where that was not taken over.
+std::ostream& results();
+
+/// What happens meanwhile: source, progress. Standard error, or nothing.
 std::ostream& progress();
+
+/// No log and no progress from here on; errors and results stay.
+void beQuiet();
+
+/// Keeps OpenCV, GStreamer and FFmpeg from writing warnings above an error that the program tells in its own words. What the
+/// environment says of it (OPENCV_LOG_LEVEL, OPENCV_FFMPEG_LOGLEVEL) counts instead. Before OpenCV is used.
+void silenceLibraries();
 
 }  // namespace stereo::app

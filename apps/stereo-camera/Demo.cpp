@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
-#include <iostream>
 #include <memory>
 #include <optional>
 
 #include <CLI/CLI.hpp>
 
 #include "Commands.hpp"
+#include "Console.hpp"
 #include "DepthProducts.hpp"
 #include "Ended.hpp"
 #include "Failure.hpp"
@@ -34,7 +34,7 @@ double since(Watch::Clock::time_point start) {
 // Reads over and over for a time, and tells how fast.
 template <typename Read>
 Timing measure(const std::string& name, double seconds, Watch& watch, Read read) {
-  std::cout << "measuring " << name << " ..." << std::endl;
+  progress() << "measuring " << name << " ..." << std::endl;
   std::vector<double> durations;
   const auto start = Watch::Clock::now();
   do {
@@ -89,7 +89,7 @@ void demo(const DemoOptions& options) {
   OpenedCamera opened = openCamera(options.source);
   startCapture(opened);
   Watch watch(opened, options.patience);
-  std::cout << "waiting for the first frame ..." << std::endl;
+  progress() << "waiting for the first frame ..." << std::endl;
   std::vector<Picture> pictures;
   std::optional<DepthProducts> depth;
   Report report;
@@ -97,7 +97,7 @@ void demo(const DemoOptions& options) {
   try {
     readPictures(opened, watch, pictures);
     if (opened.calibrated) {
-      std::cout << "waiting for depth ..." << std::endl;
+      progress() << "waiting for depth ..." << std::endl;
       depth = readDepth(opened, watch);
     }
     measureReads(opened, watch, options.seconds, report.timings);
@@ -121,7 +121,7 @@ void demo(const DemoOptions& options) {
     report.note += "No rectified pictures and no depth: they need a calibration (--calibration FILE).";
   }
   if (!report.note.empty()) {
-    std::cout << report.note << std::endl;
+    progress() << report.note << std::endl;
   }
   if (depth) {
     report.facts.emplace_back("points", std::to_string(depth->plain.size()) + " plain, " +
@@ -134,7 +134,7 @@ void demo(const DemoOptions& options) {
   writeFile(folder.draft() / "index.html", page(report, pictures));
   folder.commit();
   const std::filesystem::path index = std::filesystem::path(options.output) / "index.html";
-  std::cout << table(report) << "wrote " << pictures.size() << " pictures; open "
+  results() << table(report) << "wrote " << pictures.size() << " pictures; open "
             << std::filesystem::absolute(index).lexically_normal().string() << std::endl;
 }
 

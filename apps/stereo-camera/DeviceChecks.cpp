@@ -11,10 +11,10 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
-#include <iostream>
 
 #include <opencv2/videoio.hpp>
 
+#include "Console.hpp"
 #include "Descriptor.hpp"
 #include "DeviceOffers.hpp"
 #include "ProbeProcess.hpp"
@@ -128,10 +128,10 @@ Findings checkDevice(int node, cv::Size size, double rate) {
 }
 
 void probeBackEnd(int node, const std::string& backEnd, cv::Size size, double rate) {
-  std::cout << probeBegan << std::endl;
+  results() << probeBegan << std::endl;
   cv::VideoCapture capture(node, backEnd == "gstreamer" ? cv::CAP_GSTREAMER : cv::CAP_V4L2);
   if (!capture.isOpened()) {
-    std::cout << "fails it does not open" << std::endl;
+    results() << "fails it does not open" << std::endl;
     return;
   }
   // As the camera asks; what came of it only a frame tells.
@@ -139,15 +139,15 @@ void probeBackEnd(int node, const std::string& backEnd, cv::Size size, double ra
   capture.set(cv::CAP_PROP_FRAME_HEIGHT, size.height);
   capture.set(cv::CAP_PROP_FPS, rate);
   if (!capture.isOpened()) {
-    std::cout << "fails it closes when it is asked for " << textOf(size) << " at " << textOf(rate) << std::endl;
+    results() << "fails it closes when it is asked for " << textOf(size) << " at " << textOf(rate) << std::endl;
     return;
   }
   cv::Mat frame;
   if (!capture.read(frame) || frame.empty()) {
-    std::cout << "fails it delivers no frame" << std::endl;
+    results() << "fails it delivers no frame" << std::endl;
     return;
   }
-  std::cout << "frame " << frame.cols << "x" << frame.rows << " " << capture.get(cv::CAP_PROP_FPS) << std::endl;
+  results() << "frame " << frame.cols << "x" << frame.rows << " " << capture.get(cv::CAP_PROP_FPS) << std::endl;
 }
 
 }  // namespace stereo::app

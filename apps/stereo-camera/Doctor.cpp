@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <cstdio>
 #include <memory>
 
 #include <CLI/CLI.hpp>
 
 #include "Commands.hpp"
+#include "Console.hpp"
 #include "DeviceChecks.hpp"
 #include "Failure.hpp"
 #include "FileChecks.hpp"
+#include "Json.hpp"
 #include "Signals.hpp"
 #include "Source.hpp"
 #include "SystemChecks.hpp"
@@ -26,21 +27,43 @@ struct DoctorOptions {
   int lastOctet = 15;
   bool stream = false;
   bool noDevice = false;
+  JsonOption json;
   std::string probe;  // a back end: this process is the one that tries it
 };
 
-// Returns how many things are wrong.
-int print(const Findings& findings) {
-  checkSignals();
-  int wrong = 0;
-  for (const Finding& finding : findings) {
-    std::printf("%s  %s%s%s\n", finding.isWell() ? "ok     " : "PROBLEM", finding.what.c_str(),
-                finding.isWell() ? "" : ": ", finding.remedy.c_str());
-    wrong += finding.isWell() ? 0 : 1;
+// Findings as they come, for people and as JSON.
+class Report {
+public:
+  explicit Report(const JsonOption& json) : m_option(json) {
+    m_option.check();
+    m_json.list("findings");
   }
-  std::fflush(stdout);
-  return wrong;
-}
+
+  void add(const Findings& findings) {
+    checkSignals();
+    for (const Finding& finding : findings) {
+      m_json.object().add("ok", finding.isWell()).add("what", finding.what).add("remedy", finding.remedy).end();
+      m_wrong += finding.isWell() ? 0 : 1;
+      if (!m_option.replacesText()) {
+        results() << (finding.isWell() ? "ok       " : "PROBLEM  ") << finding.what
+                  << (finding.isWell() ? "" : ": " + finding.remedy) << std::endl;
+      }
+    }
+  }
+
+  // Throws Failure (problems) if there are any.
+  void finish() {
+    m_option.write(m_json.end().add("problems", m_wrong));
+    if (m_wrong > 0) {
+      throw Failure(ExitCode::problems, std::to_string(m_wrong) + (m_wrong == 1 ? " problem" : " problems"));
+    }
+  }
+
+private:
+  const JsonOption& m_option;
+  Json m_json;
+  int m_wrong = 0;
+};
 
 void doctor(const DoctorOptions& options) {
   const cv::Size size = parseSize(options.size, "--size");
@@ -48,23 +71,21 @@ void doctor(const DoctorOptions& options) {
     probeBackEnd(options.device, options.probe, size, options.rate);
     return;
   }
-  int wrong = 0;
+  Report report(options.json);
   if (!options.noDevice) {
-    wrong += print(checkDevice(options.device, size, options.rate));
+    report.add(checkDevice(options.device, size, options.rate));
   }
   if (!options.settings.empty()) {
-    wrong += print(checkSettingsFile(options.settings));
+    report.add(checkSettingsFile(options.settings));
   }
   if (!options.calibration.empty()) {
-    wrong += print(checkCalibrationFile(options.calibration));
+    report.add(checkCalibrationFile(options.calibration));
   }
-  wrong += print(checkSharedMemory(options.position));
+  report.add(checkSharedMemory(options.position));
   if (options.stream) {
-    wrong += print(checkStream(options.lastOctet, options.position));
+    report.add(checkStream(options.lastOctet, options.position));
   }
-  if (wrong > 0) {
-    throw Failure(ExitCode::problems, std::to_string(wrong) + (wrong == 1 ? " problem" : " problems"));
-  }
+  report.finish();
 }
 
 }  // namespace
@@ -89,6 +110,7 @@ Action addDoctor(CLI::App& program) {
   command->add_option("--last-octet", options->lastOctet, "last octet of the stream's receiver")
       ->check(CLI::Range(1, 254))
       ->capture_default_str();
+  options->json.addTo(*command);
   command->add_option("--probe", options->probe)->check(CLI::IsMember({"gstreamer", "v4l2"}))->group("");
   return [options] { doctor(*options); };
 }

@@ -1,15 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <cmath>
-#include <cstdio>
 #include <memory>
 #include <vector>
 
 #include <CLI/CLI.hpp>
 
 #include "Commands.hpp"
+#include "Console.hpp"
+#include "Format.hpp"
+#include "Json.hpp"
 #include "Source.hpp"
 
 namespace stereo::app {
+
+using sim::formatted;
 
 namespace {
 
@@ -19,48 +23,84 @@ double rotationAngle(const cv::Mat& R) {
   return std::acos(std::min(1.0, std::max(-1.0, cosine))) * 180 / CV_PI;
 }
 
-void describeEye(StereoCamera& camera, bool isRight) {
+struct InfoOptions {
+  SourceOptions source;
+  JsonOption json;
+};
+
+std::string fact(const char* name, const std::string& value) { return formatted("%-22s ", name) + value + "\n"; }
+
+std::string describeEye(StereoCamera& camera, bool isRight, Json& json) {
   std::vector<cv::Mat> params;
   camera.getCalibParams(params, isRight);
   const cv::Mat& K = params[0];
   const cv::Mat& D = params[1];
-  std::printf("%-22s xi %.4f, focal length %.1f x %.1f px, centre (%.1f, %.1f) px, skew %.3f\n",
-              isRight ? "right eye" : "left eye", params[2].at<double>(0, 0), K.at<double>(0, 0), K.at<double>(1, 1),
-              K.at<double>(0, 2), K.at<double>(1, 2), K.at<double>(0, 1));
-  std::printf("%-22s k1 %.5f, k2 %.5f, p1 %.5f, p2 %.5f; turned by %.2f degrees\n", "", D.at<double>(0, 0),
-              D.at<double>(0, 1), D.at<double>(0, 2), D.at<double>(0, 3), rotationAngle(params[3]));
+  const double xi = params[2].at<double>(0, 0);
+  const double turn = rotationAngle(params[3]);
+  json.object(isRight ? "right_eye" : "left_eye").add("xi", xi);
+  json.list("focal_length_px").add("", K.at<double>(0, 0)).add("", K.at<double>(1, 1)).end();
+  json.list("centre_px").add("", K.at<double>(0, 2)).add("", K.at<double>(1, 2)).end();
+  json.add("skew", K.at<double>(0, 1)).list("distortion");
+  for (int k = 0; k < 4; ++k) {
+    json.add("", D.at<double>(0, k));
+  }
+  json.end().add("turn_degrees", turn).end();
+  return fact(isRight ? "right eye" : "left eye",
+              formatted("xi %.4f, focal length %.1f x %.1f px, centre (%.1f, %.1f) px, skew %.3f", xi,
+                        K.at<double>(0, 0), K.at<double>(1, 1), K.at<double>(0, 2), K.at<double>(1, 2),
+                        K.at<double>(0, 1))) +
+         fact("", formatted("k1 %.5f, k2 %.5f, p1 %.5f, p2 %.5f; turned by %.2f degrees", D.at<double>(0, 0),
+                            D.at<double>(0, 1), D.at<double>(0, 2), D.at<double>(0, 3), turn));
 }
 
-void info(const SourceOptions& options) {
-  OpenedCamera opened = openCamera(options);
+void info(const InfoOptions& options) {
+  options.json.check();
+  OpenedCamera opened = openCamera(options.source);
   StereoCamera& camera = *opened.camera;
   const cv::Size raw = camera.getRawFrameSize();
-  std::printf("%-22s %s\n", "source", opened.description.c_str());
-  std::printf("%-22s %d, position %d, serial number %d\n", "device", camera.getDeviceNode(), camera.getPosNumber(),
-              camera.getSerialNumber());
-  std::printf("%-22s %d x %d pixels at %.1f frames a second\n", "raw frame", raw.width, raw.height,
-              static_cast<double>(camera.getRawFrameRate()));
-  std::printf("%-22s %d x %d pixels, perspective field %.1f degrees\n", "rectified eye", opened.rectifiedSize.width,
-              opened.rectifiedSize.height, opened.horizontalField);
-  std::printf("%-22s key %d\n", "shared memory", camera.getPosNumber() + 9000);
-  if (!opened.calibrated) {
-    std::printf("%-22s none (--calibration FILE)\n", "calibration");
-    return;
+  const auto rate = static_cast<double>(camera.getRawFrameRate());
+  const int position = camera.getPosNumber();
+  const int key = position + 9000;
+  Json json;
+  json.add("source", opened.description).add("device", camera.getDeviceNode()).add("position", position);
+  json.add("serial_number", camera.getSerialNumber());
+  json.object("raw_frame").add("width", raw.width).add("height", raw.height).add("rate", rate).end();
+  json.object("rectified_eye").add("width", opened.rectifiedSize.width).add("height", opened.rectifiedSize.height);
+  json.add("perspective_field_degrees", opened.horizontalField).end().add("shared_memory_key", key);
+  json.add("calibrated", opened.calibrated);
+  std::string text =
+      fact("source", opened.description) +
+      fact("device",
+           formatted("%d, position %d, serial number %d", camera.getDeviceNode(), position, camera.getSerialNumber())) +
+      fact("raw frame", formatted("%d x %d pixels at %.1f frames a second", raw.width, raw.height, rate)) +
+      fact("rectified eye", formatted("%d x %d pixels, perspective field %.1f degrees", opened.rectifiedSize.width,
+                                      opened.rectifiedSize.height, opened.horizontalField)) +
+      fact("shared memory", "key " + std::to_string(key));
+  if (opened.calibrated) {
+    std::vector<cv::Mat> params;
+    camera.getCalibParams(params, false);
+    const double baseline = cv::norm(params[4], cv::NORM_L2);
+    text += fact("calibration", "for a raw frame 1856 pixels wide");
+    text += describeEye(camera, false, json);
+    text += describeEye(camera, true, json);
+    text += fact("baseline", formatted("%.2f mm", baseline));
+    json.add("baseline_mm", baseline);
+  } else {
+    text += fact("calibration", "none (--calibration FILE)");
   }
-  std::printf("%-22s for a raw frame 1856 pixels wide\n", "calibration");
-  describeEye(camera, false);
-  describeEye(camera, true);
-  std::vector<cv::Mat> params;
-  camera.getCalibParams(params, false);
-  std::printf("%-22s %.2f mm\n", "baseline", cv::norm(params[4], cv::NORM_L2));
+  if (!options.json.replacesText()) {
+    results() << text;
+  }
+  options.json.write(json);
 }
 
 }  // namespace
 
 Action addInfo(CLI::App& program) {
-  auto options = std::make_shared<SourceOptions>();
+  auto options = std::make_shared<InfoOptions>();
   CLI::App* const command = program.add_subcommand("info", "device, sizes, rate and calibration in short");
-  options->addTo(*command);
+  options->source.addTo(*command);
+  options->json.addTo(*command);
   return [options] { info(*options); };
 }
 

@@ -2,7 +2,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <iostream>
 #include <memory>
 
 #include <opencv2/highgui.hpp>
@@ -11,6 +10,7 @@
 #include <CLI/CLI.hpp>
 
 #include "Commands.hpp"
+#include "Console.hpp"
 #include "Failure.hpp"
 #include "NetworkImages.hpp"
 #include "Output.hpp"
@@ -76,7 +76,7 @@ void receive(const ReceiveOptions& options) {
   }
   const RunTime time(0);
   NetworkImages stream(options.port);
-  std::cout << "listening on port " << options.port << std::endl;
+  progress() << "listening on port " << options.port << std::endl;
   const std::chrono::milliseconds patience(static_cast<long>(1000 * options.patience));
   auto last = Clock::now();
   int received = 0;
@@ -91,7 +91,7 @@ void receive(const ReceiveOptions& options) {
     ++received;
     if (image.size() != size) {
       size = image.size();
-      std::cout << "images of " << size.width << " x " << size.height << " pixels" << std::endl;
+      progress() << "images of " << size.width << " x " << size.height << " pixels" << std::endl;
     }
     if (!options.save.empty()) {
       save(image, options.save, received);
@@ -104,10 +104,10 @@ void receive(const ReceiveOptions& options) {
     throw Failure(ExitCode::noFrames, "no image came on port " + std::to_string(options.port) +
                                           ": does the camera stream, to this address and port?");
   }
-  std::cout << "received " << received << " images, the last of " << size.width << " x " << size.height << " pixels"
+  results() << "received " << received << " images, the last of " << size.width << " x " << size.height << " pixels"
             << std::endl;
   if (stream.dropped() > 0) {
-    std::cout << stream.dropped() << " images were left out, since they came faster than they could be "
+    results() << stream.dropped() << " images were left out, since they came faster than they could be "
               << (options.save.empty() ? "shown" : "saved") << std::endl;
   }
 }

@@ -8,6 +8,7 @@
 #include <CLI/CLI.hpp>
 
 #include "Commands.hpp"
+#include "Console.hpp"
 #include "Ended.hpp"
 #include "Failure.hpp"
 #include "InEffect.hpp"
@@ -145,7 +146,7 @@ void record(const RecordOptions& options) {
     throw Failure(ExitCode::noFrames, "ended before a frame came; nothing was recorded");
   }
   const cv::Size size = recorder.frameSize();
-  std::cout << "recorded " << counts.written << " frames, " << size.width << " x " << size.height << ", to "
+  results() << "recorded " << counts.written << " frames, " << size.width << " x " << size.height << ", to "
             << options.output << "; dropped " << counts.dropped << ", left out as unfit " << counts.unfit << std::endl;
   if (failure) {
     std::rethrow_exception(failure);

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <cstdio>
-#include <iostream>
 #include <memory>
 
 #include <sys/shm.h>
@@ -8,6 +7,7 @@
 #include <CLI/CLI.hpp>
 
 #include "Commands.hpp"
+#include "Console.hpp"
 #include "Ended.hpp"
 #include "Failure.hpp"
 #include "Products.hpp"
@@ -79,7 +79,7 @@ void share(const ShareOptions& options) {
         throw Failure(ExitCode::source, "the device delivers frames of " + text(delivered) + " pixels instead of " +
                                             text(frame) + ", for which the shared memory was made");
       }
-      std::cout << "sharing the left eye of " << opened.description << ": key " << key << ", images of "
+      results() << "sharing the left eye of " << opened.description << ": key " << key << ", images of "
                 << text(left.size()) << " pixels, segment of " << segmentBytes(frame) << " bytes" << std::endl;
     }
   } catch (const Ended&) {
@@ -91,7 +91,7 @@ void share(const ShareOptions& options) {
     checkSignals();
   }
   watch.finish();
-  std::cout << "shared for " << frames << " frames" << std::endl;
+  results() << "shared for " << frames << " frames" << std::endl;
 }
 
 }  // namespace

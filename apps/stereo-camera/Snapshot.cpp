@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 
 #include "Commands.hpp"
+#include "Console.hpp"
 #include "DepthProducts.hpp"
 #include "Ended.hpp"
 #include "Output.hpp"
@@ -58,13 +59,13 @@ void snapshot(const SnapshotOptions& options) {
   writePictures(pictures, folder.draft());
   folder.commit();
   for (const Picture& picture : pictures) {
-    std::cout << (std::filesystem::path(options.output) / picture.file).string() << std::endl;
+    results() << (std::filesystem::path(options.output) / picture.file).string() << std::endl;
   }
   for (const auto& [name, content] : depth ? depthFiles() : decltype(depthFiles()){}) {
-    std::cout << (std::filesystem::path(options.output) / name).string() << std::endl;
+    results() << (std::filesystem::path(options.output) / name).string() << std::endl;
   }
   if (!opened.calibrated) {
-    std::cout << "no rectified pictures and no depth: they need a calibration (--calibration FILE)" << std::endl;
+    progress() << "no rectified pictures and no depth: they need a calibration (--calibration FILE)" << std::endl;
   }
 }
 

@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <cstdio>
 #include <iostream>
 #include <memory>
 
@@ -8,8 +7,10 @@
 #include <CLI/CLI.hpp>
 
 #include "Commands.hpp"
+#include "Console.hpp"
 #include "Ended.hpp"
 #include "Failure.hpp"
+#include "Format.hpp"
 #include "Products.hpp"
 #include "RunTime.hpp"
 #include "Signals.hpp"
@@ -48,7 +49,7 @@ bool encoderThere() {
 }
 
 void tellReceiver(const StreamOptions& options, int port) {
-  std::cout << "streaming mode " << options.mode << " to " << STEREO_CAMERA_STREAM_NETWORK << options.receiverOctet
+  results() << "streaming mode " << options.mode << " to " << STEREO_CAMERA_STREAM_NETWORK << options.receiverOctet
             << ", port " << port << "; there, either of these receives it:\n"
             << "  stereo-camera receive --port " << port << " --show\n"
             << "  gst-launch-1.0 udpsrc port=" << port
@@ -117,8 +118,9 @@ void stream(const StreamOptions& options) {
   const double seconds = time.elapsed();
   watch.finish();
   // The first image marks the start, so that one interval less than images has passed.
-  std::printf("%s %d images in %.1f s, %.1f a second\n", canSend ? "streamed" : "read, but could not stream,", images,
-              seconds, images > 1 ? (images - 1) / seconds : 0.0);
+  results() << sim::formatted("%s %d images in %.1f s, %.1f a second\n",
+                              canSend ? "streamed" : "read, but could not stream,", images, seconds,
+                              images > 1 ? (images - 1) / seconds : 0.0);
 }
 
 }  // namespace

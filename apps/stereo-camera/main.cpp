@@ -5,13 +5,25 @@
 #include <CLI/CLI.hpp>
 
 #include "Commands.hpp"
+#include "Console.hpp"
 #include "Failure.hpp"
 #include "Signals.hpp"
 
-// Outside of what is caught there is only the making of the options, which fails where there is no memory.
-// NOLINTNEXTLINE(bugprone-exception-escape)
-int main(int argc, char** argv) {
-  using namespace stereo::app;
+namespace {
+
+using namespace stereo::app;
+
+struct OutputOptions {
+  bool quiet = false;
+  bool verbose = false;
+
+  void addTo(CLI::App& command) {
+    auto* const silence = command.add_flag("--quiet", quiet, "no log and no progress; errors stay");
+    command.add_flag("--verbose", verbose, "warnings of OpenCV, GStreamer and FFmpeg, too")->excludes(silence);
+  }
+};
+
+int run(int argc, char** argv) {
   CLI::App program("Host program of the stereo fisheye camera", "stereo-camera");
   program.require_subcommand(1);
   program.set_version_flag("--version", "stereo-camera " STEREO_CAMERA_VERSION, "Print the version and exit");
@@ -31,13 +43,37 @@ int main(int argc, char** argv) {
   actions["doctor"] = addDoctor(program);
   actions["calibrate"] = addCalibrate(program);
   actions["check"] = addCheck(program);
+  OutputOptions output;
+  for (CLI::App* const command : program.get_subcommands({})) {
+    output.addTo(*command);
+  }
   try {
     program.parse(argc, argv);
-    takeOverSignals();
-    actions.at(program.get_subcommands().front()->get_name())();
-    return 0;
   } catch (const CLI::ParseError& error) {
-    return program.exit(error) == 0 ? 0 : static_cast<int>(ExitCode::usage);
+    const int code = program.exit(error, results(), std::cerr);
+    results().flush();
+    return code == 0 ? 0 : static_cast<int>(ExitCode::usage);
+  }
+  if (output.quiet) {
+    beQuiet();
+  }
+  if (!output.verbose) {
+    silenceLibraries();
+  }
+  actions.at(program.get_subcommands().front()->get_name())();
+  results().flush();
+  return 0;
+}
+
+}  // namespace
+
+// Outside of what is caught there is only what fails where there is no memory.
+// NOLINTNEXTLINE(bugprone-exception-escape)
+int main(int argc, char** argv) {
+  takeOverStandardOutput();
+  takeOverSignals();
+  try {
+    return run(argc, argv);
   } catch (const Failure& failure) {
     std::cerr << "stereo-camera: " << failure.what() << std::endl;
     return static_cast<int>(failure.code());

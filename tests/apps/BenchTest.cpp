@@ -102,11 +102,11 @@ TEST(Bench, MeasuresEveryProductOfTheSimulatedCamera) {
 
 TEST(Bench, EndsInOrderWhenInterrupted) {
   Program program(STEREO_CAMERA_PROGRAM, bench({"--seconds", "100000"}));
-  ASSERT_TRUE(await([&] { return program.out().find("measuring for") != std::string::npos; }, limit)) << program.err();
+  ASSERT_TRUE(await([&] { return program.err().find("measuring for") != std::string::npos; }, limit)) << program.err();
   program.send(SIGINT);
   EXPECT_EQ(program.wait(limit), 0) << program.err();
   EXPECT_THAT(program.out(), HasSubstr("peak resident memory"));
-  EXPECT_THAT(program.out(), HasSubstr("Stop get frame done."));
+  EXPECT_THAT(program.err(), HasSubstr("Stop get frame done."));
 }
 
 TEST(Bench, WrongArguments) {

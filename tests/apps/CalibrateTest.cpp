@@ -40,7 +40,7 @@ TEST(CalibrateProgram, CalibratesTheSimulatedCameraAndCheckAgrees) {
   const Outcome made = run({"calibrate", "--simulate", "--size", "928x400", "--rate", "0", "--square", "39",
                             "--pictures", "10", "--patience", "300", "-o", file});
   ASSERT_EQ(made.code, 0) << made.out << made.err;
-  EXPECT_THAT(made.out, HasSubstr("[10/10] board-010.png: taken; covered: left"));
+  EXPECT_THAT(made.err, HasSubstr("[10/10] board-010.png: taken; covered: left"));
   EXPECT_TRUE(std::filesystem::exists(folder.path("calibration-pictures/board-010.png")));
   const std::string page = readFile(folder.path("calibration.html"));
   EXPECT_THAT(page, HasSubstr("data:image/jpeg;base64,"));
@@ -64,10 +64,15 @@ TEST(CalibrateProgram, CalibratesTheSimulatedCameraAndCheckAgrees) {
   EXPECT_EQ(refused.code, static_cast<int>(ExitCode::output));
   EXPECT_THAT(refused.err, HasSubstr("--replace"));
   std::vector<std::string> replacing = again;
-  replacing.emplace_back("--replace");
+  replacing.insert(replacing.end(), {"--replace", "--json", folder.path("figures.json")});
   const Outcome replaced = run(replacing);
   EXPECT_EQ(replaced.code, 0) << replaced.out << replaced.err;
-  EXPECT_THAT(replaced.out, HasSubstr("[10/10] board-010.png: board in both eyes"));
+  EXPECT_THAT(replaced.err, HasSubstr("[10/10] board-010.png: board in both eyes"));
+  const cv::FileStorage figures(folder.path("figures.json"), cv::FileStorage::READ);
+  EXPECT_EQ(static_cast<int>(figures["good"]), 1);
+  EXPECT_EQ(static_cast<int>(figures["pictures"]["kept"]), 10);
+  EXPECT_NEAR(static_cast<double>(figures["baseline_mm"]), baseline, 0.1);
+  EXPECT_EQ(static_cast<std::string>(figures["calibration"]), file);
   EXPECT_NEAR(cv::norm(cv::FileStorage(file, cv::FileStorage::READ)["Translation"].mat()), baseline, 0.1);
 }
 
@@ -117,7 +122,7 @@ TEST(CalibrateProgram, RefusesWhatMakesNoSense) {
   cv::imwrite(folder.path("empty/grey.png"), cv::Mat(100, 200, CV_8UC1, cv::Scalar(90)));
   const Outcome none = run({"calibrate", folder.path("empty"), "--square", "30", "-o", output});
   EXPECT_EQ(none.code, static_cast<int>(ExitCode::problems));
-  EXPECT_THAT(none.out, HasSubstr("[1/1] grey.png: no whole board; left out"));
+  EXPECT_THAT(none.err, HasSubstr("[1/1] grey.png: no whole board; left out"));
   EXPECT_THAT(none.err, HasSubstr("only 0 pictures"));
   EXPECT_FALSE(std::filesystem::exists(output));
 

@@ -154,7 +154,7 @@ TEST_F(Ending, BySignalOfChecksAndCalibrations) {
   }
   interrupt({"calibrate", file("boards"), "--square", "30", "-o", file("made/c.yml")}, "[1/1000]", SIGTERM,
             afterSignal + SIGTERM);
-  EXPECT_THAT(m_out, Not(HasSubstr("[1000/1000]")));
+  EXPECT_THAT(m_err, Not(HasSubstr("[1000/1000]")));
   EXPECT_FALSE(std::filesystem::exists(file("made")));
 }
 

@@ -181,7 +181,7 @@ TEST_F(HostProgram, SnapshotOfARecordingWithoutCalibrationSaysWhatIsMissing) {
   EXPECT_EQ(cv::norm(cv::imread(file("out.d/raw.png")), cv::imread(picture), cv::NORM_INF), 0);
   EXPECT_TRUE(std::filesystem::exists(file("out.d/left.png")));
   EXPECT_FALSE(std::filesystem::exists(file("out.d/perspective-left.png")));
-  EXPECT_THAT(outcome.out, HasSubstr("they need a calibration"));
+  EXPECT_THAT(outcome.err, HasSubstr("they need a calibration"));
 }
 
 TEST_F(HostProgram, InfoTellsSourceSizesAndCalibration) {

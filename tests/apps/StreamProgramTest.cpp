@@ -100,7 +100,7 @@ protected:
   // A receiver that listens already.
   static std::unique_ptr<Program> startReceiver(const Arguments& arguments) {
     auto receiver = std::make_unique<Program>(STEREO_CAMERA_PROGRAM, Arguments{"receive"} + arguments);
-    EXPECT_TRUE(await([&] { return receiver->out().find("listening") != std::string::npos; })) << receiver->err();
+    EXPECT_TRUE(await([&] { return receiver->err().find("listening") != std::string::npos; })) << receiver->err();
     return receiver;
   }
 
@@ -129,6 +129,8 @@ TEST_P(StreamProgramMode, ArrivesAsTheCameraSeesIt) {
   expectStops(stream, SIGINT);
   EXPECT_THAT(stream.out(), HasSubstr("to 192.168.10.15, port 9200"));
   EXPECT_THAT(stream.out(), HasSubstr("\nstreamed "));
+  EXPECT_THAT(stream.out(), testing::Not(HasSubstr("appsrc")));  // the library's word on it
+  EXPECT_THAT(stream.err(), HasSubstr("appsrc"));
 
   const bool isOneEye = mode == 0 || mode == 2;
   const cv::Size size(isOneEye ? eyeSize.width : 2 * eyeSize.width, eyeSize.height);
