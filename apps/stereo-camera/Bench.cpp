@@ -251,7 +251,7 @@ Action addBench(CLI::App& program) {
   options->source.matcher = "bm";
   CLI::App* const command =
       program.add_subcommand("bench", "measure a sustained run: all workers, and three readers at once");
-  options->source.addTo(*command);
+  options->source.addTo(*command, {.rectified = true, .depth = true, .matcher = true});
   command->add_option("--seconds", options->seconds, "time to measure")
       ->check(CLI::Range(0.1, 1e6))
       ->capture_default_str();

@@ -133,7 +133,7 @@ Action addCalibrate(CLI::App& program) {
   CLI::App* const command =
       program.add_subcommand("calibrate", "make a calibration file from pictures of a chessboard");
   SourceOptions& source = options->live.source;
-  source.addTo(*command);
+  source.addTo(*command, {.scene = false, .calibration = false});
   auto* const folder = command
                            ->add_option("folder", options->folder,
                                         "folder of side-by-side pictures of the board; "
@@ -142,13 +142,17 @@ Action addCalibrate(CLI::App& program) {
   for (const char* live : {"--simulate", "--replay", "--device", "--settings"}) {
     folder->excludes(command->get_option(live));
   }
-  command->add_option("--board", options->board, "inner corners of the board, along and across")->capture_default_str();
+  command->add_option("--board", options->board, "inner corners of the board, along and across")
+      ->type_name("WxH")
+      ->capture_default_str();
   command->add_option("--square", options->square, "side of a square, millimetres")
       ->required()
       ->check(CLI::Range(0.5, 1000.0));
   command->add_option("-o,--output", options->output, "calibration file to write (.yml, .xml or .json)")
+      ->type_name("FILE")
       ->capture_default_str();
-  command->add_option("--report", options->report, "page with errors and coverage (default: beside the output, .html)");
+  command->add_option("--report", options->report, "page with errors and coverage (default: beside the output, .html)")
+      ->type_name("FILE");
   command->add_flag("--replace", options->replace, "replace files that are there already");
   command->add_option("--serial", options->serialNumber, "serial number for the file")->capture_default_str();
   command->add_option("--position", options->posNumber, "position of the camera on its machine, for the file")
@@ -157,7 +161,8 @@ Action addCalibrate(CLI::App& program) {
   command->add_option("--pictures", options->live.pictures, "pictures to take from a source")
       ->check(CLI::Range(5, 500))
       ->capture_default_str();
-  command->add_option("--keep", options->live.keep, "folder for the pictures taken (default: OUTPUT-pictures)");
+  command->add_option("--keep", options->live.keep, "folder for the pictures taken (default: OUTPUT-pictures)")
+      ->type_name("FOLDER");
   command->add_option("--idle", options->live.idle, "seconds without a new picture after which to go on")
       ->check(CLI::Range(1.0, 36000.0))
       ->capture_default_str();

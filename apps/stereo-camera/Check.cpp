@@ -153,7 +153,7 @@ Action addCheck(CLI::App& program) {
   auto options = std::make_shared<CheckOptions>();
   CLI::App* const command =
       program.add_subcommand("check", "tell from any scene whether the calibration still fits the camera");
-  options->source.addTo(*command);
+  options->source.addTo(*command, {});
   command->add_option("--frames", options->frames, "frames to look at")
       ->check(CLI::Range(1, 1000))
       ->capture_default_str();

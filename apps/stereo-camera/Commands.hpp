@@ -25,5 +25,7 @@ Action addRecord(CLI::App& program);
 Action addDoctor(CLI::App& program);
 Action addCalibrate(CLI::App& program);
 Action addCheck(CLI::App& program);
+// The last: it tells of all that were added before it.
+Action addCompletion(CLI::App& program);
 
 }  // namespace stereo::app

@@ -45,19 +45,23 @@ private:
 };
 
 std::ostream* resultStream = &std::cout;
+int resultDescriptor = STDOUT_FILENO;
 std::ostream* progressStream = &std::cerr;
 
 }  // namespace
 
 void takeOverStandardOutput() {
   // Both live as long as the process: other threads may write until its very end.
-  auto* const buffer = new ResultBuffer(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+  resultDescriptor = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  auto* const buffer = new ResultBuffer(resultDescriptor);
   resultStream = new std::ostream(buffer);
   resultStream->exceptions(std::ios::badbit);  // so that what the buffer throws gets through
   dup2(STDERR_FILENO, STDOUT_FILENO);
 }
 
 std::ostream& results() { return *resultStream; }
+
+int resultsDescriptor() { return resultDescriptor; }
 
 std::ostream& progress() { return *progressStream; }
 

@@ -16,14 +16,17 @@ void takeOverStandardOutput();
 /// where that was not taken over.
 std::ostream& results();
 
+/// The descriptor of the same.
+int resultsDescriptor();
+
 /// What happens meanwhile: source, progress. Standard error, or nothing.
 std::ostream& progress();
 
 /// No log and no progress from here on; errors and results stay.
 void beQuiet();
 
-/// Keeps OpenCV, GStreamer and FFmpeg from writing warnings above an error that the program tells in its own words. What the
-/// environment says of it (OPENCV_LOG_LEVEL, OPENCV_FFMPEG_LOGLEVEL) counts instead. Before OpenCV is used.
+/// Keeps OpenCV, GStreamer and FFmpeg from writing warnings above an error that the program tells in its own words.
+/// What the environment says of it (OPENCV_LOG_LEVEL, OPENCV_FFMPEG_LOGLEVEL) counts instead. Before OpenCV is used.
 void silenceLibraries();
 
 }  // namespace stereo::app

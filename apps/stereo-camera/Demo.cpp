@@ -144,8 +144,10 @@ Action addDemo(CLI::App& program) {
   auto options = std::make_shared<DemoOptions>();
   CLI::App* const command =
       program.add_subcommand("demo", "run the camera for a moment and make a page of all that it gives");
-  options->source.addTo(*command);
-  command->add_option("-o,--output", options->output, "folder for pictures and page")->capture_default_str();
+  options->source.addTo(*command, {.rectified = true, .depth = true, .matcher = true});
+  command->add_option("-o,--output", options->output, "folder for pictures and page")
+      ->type_name("FOLDER")
+      ->capture_default_str();
   command->add_option("--seconds", options->seconds, "time to measure")
       ->check(CLI::Range(0.1, 3600.0))
       ->capture_default_str();

@@ -24,7 +24,7 @@ struct DoctorOptions {
   std::string size = "1856x800";
   double rate = 30;
   int position = 0;
-  int lastOctet = 15;
+  int receiver = 15;
   bool stream = false;
   bool noDevice = false;
   JsonOption json;
@@ -83,7 +83,7 @@ void doctor(const DoctorOptions& options) {
   }
   report.add(checkSharedMemory(options.position));
   if (options.stream) {
-    report.add(checkStream(options.lastOctet, options.position));
+    report.add(checkStream(options.receiver, options.position));
   }
   report.finish();
 }
@@ -94,12 +94,11 @@ Action addDoctor(CLI::App& program) {
   auto options = std::make_shared<DoctorOptions>();
   CLI::App* const command =
       program.add_subcommand("doctor", "look for what is wrong with device, files, shared memory and stream");
-  auto* const device = command->add_option("--device", options->device, "video device N (/dev/videoN)");
-  device->check(CLI::Range(0, 99))->capture_default_str();
+  auto* const device = addDeviceOption(*command, options->device)->default_str("0");
   command->add_flag("--no-device", options->noDevice, "leave the device out")->excludes(device);
-  command->add_option("--settings", options->settings, "settings file to look at");
-  command->add_option("--calibration", options->calibration, "calibration file to look at");
-  command->add_option("--size", options->size, "side-by-side frame, WxH pixels")->capture_default_str();
+  command->add_option("--settings", options->settings, "settings file to look at")->type_name("FILE");
+  command->add_option("--calibration", options->calibration, "calibration file to look at")->type_name("FILE");
+  command->add_option("--size", options->size, "side-by-side frame, pixels")->type_name("WxH")->capture_default_str();
   command->add_option("--rate", options->rate, "frames per second")
       ->check(CLI::Range(1.0, 1000.0))
       ->capture_default_str();
@@ -107,7 +106,9 @@ Action addDoctor(CLI::App& program) {
       ->check(CLI::Range(0, 999))
       ->capture_default_str();
   command->add_flag("--stream", options->stream, "look at what the network stream needs, too");
-  command->add_option("--last-octet", options->lastOctet, "last octet of the stream's receiver")
+  command
+      ->add_option("--receiver", options->receiver,
+                   "last octet of the stream's receiver's address " STEREO_CAMERA_STREAM_NETWORK "N")
       ->check(CLI::Range(1, 254))
       ->capture_default_str();
   options->json.addTo(*command);

@@ -99,7 +99,7 @@ void info(const InfoOptions& options) {
 Action addInfo(CLI::App& program) {
   auto options = std::make_shared<InfoOptions>();
   CLI::App* const command = program.add_subcommand("info", "device, sizes, rate and calibration in short");
-  options->source.addTo(*command);
+  options->source.addTo(*command, {.plays = false, .scene = false, .rectified = true});
   options->json.addTo(*command);
   return [options] { info(*options); };
 }

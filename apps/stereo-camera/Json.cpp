@@ -109,7 +109,8 @@ std::string jsonKey(std::string_view name) {
 }
 
 void JsonOption::addTo(CLI::App& command) {
-  command.add_option("--json", m_path, "file for the figures as JSON; - is standard output, in place of the text");
+  command.add_option("--json", m_path, "file for the figures as JSON; - is standard output, in place of the text")
+      ->type_name("FILE");
 }
 
 void JsonOption::check() const {

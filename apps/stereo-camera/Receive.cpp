@@ -120,7 +120,7 @@ Action addReceive(CLI::App& program) {
   command->add_option("--port", options->port, "UDP port: 9200 + position of the camera")
       ->check(CLI::Range(1, 65535))
       ->capture_default_str();
-  command->add_option("--save", options->save, "folder for the images, as numbered PNG files");
+  command->add_option("--save", options->save, "folder for the images, as numbered PNG files")->type_name("FOLDER");
   command->add_flag("--show", options->show, "show the images in a window (q or Escape ends)");
   command->add_option("--count", options->count, "images after which to end, 0: when no more come, or at Ctrl-C")
       ->check(CLI::NonNegativeNumber)

@@ -159,8 +159,10 @@ Action addRecord(CLI::App& program) {
   auto options = std::make_shared<RecordOptions>();
   CLI::App* const command =
       program.add_subcommand("record", "write raw frames with their stamps, lossless, to be replayed (--replay)");
-  options->source.addTo(*command);
-  command->add_option("-o,--output", options->output, "folder for the recording")->capture_default_str();
+  options->source.addTo(*command, {.rectified = true, .depth = true, .matcher = true, .position = true});
+  command->add_option("-o,--output", options->output, "folder for the recording")
+      ->type_name("FOLDER")
+      ->capture_default_str();
   command->add_option("--codec", options->codec, "huffyuv (fast) or ffv1 (smaller files); both are lossless")
       ->check(CLI::IsMember({"huffyuv", "ffv1"}))
       ->capture_default_str();

@@ -99,7 +99,7 @@ void share(const ShareOptions& options) {
 Action addShare(CLI::App& program) {
   auto options = std::make_shared<ShareOptions>();
   CLI::App* const command = program.add_subcommand("share", "offer the left eye to another process in shared memory");
-  options->source.addTo(*command);
+  options->source.addTo(*command, {.position = true});
   command->add_option("--seconds", options->seconds, "time to share, 0: until Ctrl-C")
       ->check(CLI::Range(0.0, 1e6))
       ->capture_default_str();

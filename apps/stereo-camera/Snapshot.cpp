@@ -74,8 +74,10 @@ void snapshot(const SnapshotOptions& options) {
 Action addSnapshot(CLI::App& program) {
   auto options = std::make_shared<SnapshotOptions>();
   CLI::App* const command = program.add_subcommand("snapshot", "read one of each picture to files");
-  options->source.addTo(*command);
-  command->add_option("-o,--output", options->output, "folder for the pictures")->capture_default_str();
+  options->source.addTo(*command, {.rectified = true, .depth = true, .matcher = true});
+  command->add_option("-o,--output", options->output, "folder for the pictures")
+      ->type_name("FOLDER")
+      ->capture_default_str();
   command->add_flag("--replace", options->replace, "replace files that are there already");
   command->add_option("--patience", options->patience, "seconds without a frame after which to give up")
       ->check(CLI::Range(0.1, 3600.0))

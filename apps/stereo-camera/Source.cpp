@@ -16,6 +16,7 @@
 #include "CalibrationCheck.hpp"
 #include "Console.hpp"
 #include "DeviceCamera.hpp"
+#include "DeviceName.hpp"
 #include "DeviceWishes.hpp"
 #include "Failure.hpp"
 #include "MeasuredCamera.hpp"
@@ -255,7 +256,9 @@ OpenedCamera openDevice(const SourceOptions& options, const Onlooker& onlooker) 
 
 }  // namespace
 
-bool SourceOptions::given(const char* option) const { return command == nullptr || command->count(option) > 0; }
+bool SourceOptions::given(const char* option) const {
+  return command == nullptr || (command->get_option_no_throw(option) != nullptr && command->count(option) > 0);
+}
 
 bool SourceOptions::named() const { return simulate || !replay.empty() || device >= 0 || !settings.empty(); }
 
@@ -266,33 +269,67 @@ void SourceOptions::requireNamed(const std::string& others) const {
   }
 }
 
-void SourceOptions::addTo(CLI::App& added) {
+void SourceOptions::addTo(CLI::App& added, const SourceUse& use) {
   command = &added;
-  auto* const simulated = added.add_flag("--simulate", simulate, "simulated camera in a room (the default)");
+  auto* const simulated = added.add_flag("--simulate", simulate, "simulated camera in a room");
   auto* const played =
-      added.add_option("--replay", replay, "image, folder of images, video of side-by-side frames, or recording");
-  auto* const opened = added.add_option("--device", device, "video device N (/dev/videoN)")->check(CLI::Range(0, 99));
-  auto* const configured = added.add_option(
-      "--settings", settings, "settings file, naming the device; with --simulate or --replay, settings for that");
+      added.add_option("--replay", replay, "image, folder of images, video of side-by-side frames, or recording")
+          ->type_name("PATH");
+  auto* const opened = addDeviceOption(added, device);
+  auto* const configured =
+      added
+          .add_option("--settings", settings,
+                      "settings file, naming the device; with --simulate or --replay, settings for that")
+          ->type_name("FILE");
   played->excludes(simulated);
   opened->excludes(simulated)->excludes(played)->excludes(configured);
-  added.add_option("--calibration", calibration, "calibration file (the simulated camera brings its own)");
-  added.add_option("--size", frameSize, "side-by-side frame, WxH pixels")->capture_default_str();
-  added.add_option("--rectified", rectifiedSize, "one rectified eye, WxH pixels")->capture_default_str();
+  if (use.calibration) {
+    added.add_option("--calibration", calibration, "calibration file (the simulated camera brings its own)")
+        ->type_name("FILE");
+  }
+  added.add_option("--size", frameSize, "side-by-side frame, pixels")->type_name("WxH")->capture_default_str();
+  if (use.rectified) {
+    added.add_option("--rectified", rectifiedSize, "one rectified eye, pixels")
+        ->type_name("WxH")
+        ->capture_default_str();
+  }
   added.add_option("--rate", rate, "frames per second; 0: as fast as they can be had")
       ->check(CLI::Range(0.0, 1000.0))
       ->capture_default_str();
+  if (use.depth) {
+    added.add_option("--depth-mode", depthMode, "depth from the longitude-latitude (1) or the perspective pair (2)")
+        ->check(CLI::Range(1, 2))
+        ->capture_default_str();
+  }
+  if (use.matcher) {
+    added.add_option("--matcher", matcher, "semi-global (sgm) or block matching (bm)")
+        ->check(CLI::IsMember({"sgm", "bm"}))
+        ->capture_default_str();
+  }
+  if (use.position) {
+    added.add_option("--position", position, "position of the camera on its machine (default: the calibration's)")
+        ->check(CLI::Range(0, 999));
+  }
   added.add_option("--seed", seed, "seed of the simulated camera")->capture_default_str();
-  added.add_flag("--still", still, "simulated scene without motion");
-  added.add_option("--faults", faults, "what goes wrong with the simulated camera: a file, or seed:N to draw it")
-      ->needs(simulated);
-  added.add_option("--depth-mode", depthMode, "depth from the longitude-latitude (1) or the perspective pair (2)")
-      ->check(CLI::Range(1, 2))
-      ->capture_default_str();
-  added.add_option("--matcher", matcher, "semi-global (sgm) or block matching (bm)")
-      ->check(CLI::IsMember({"sgm", "bm"}))
-      ->capture_default_str();
-  added.add_flag("--once", once, "play the recording once instead of over and over");
+  if (use.scene) {
+    added.add_flag("--still", still, "simulated scene without motion");
+    added.add_option("--faults", faults, "what goes wrong with the simulated camera: a file, or seed:N to draw it")
+        ->type_name("FILE")
+        ->excludes(opened)
+        ->excludes(played)
+        ->each([this](const std::string&) { simulate = true; });
+  }
+  if (use.plays) {
+    added.add_flag("--once", once, "play the recording once instead of over and over");
+  }
+}
+
+CLI::Option* addDeviceOption(CLI::App& added, int& device) {
+  return added
+      .add_option_function<std::string>(
+          "--device", [&device](const std::string& name) { device = deviceNode(name); },
+          "video device: N or /dev/videoN, or a path below /dev/v4l")
+      ->type_name("DEVICE");
 }
 
 OpenedCamera openCamera(const SourceOptions& options, const Onlooker& onlooker) {
@@ -301,6 +338,9 @@ OpenedCamera openCamera(const SourceOptions& options, const Onlooker& onlooker) 
                                                 : openSimulated(options, onlooker);
   if (!options.calibration.empty()) {
     loadCalibration(opened, options.calibration);
+  }
+  if (options.position >= 0) {
+    opened.camera->setPosNumber(options.position);
   }
   return opened;
 }

@@ -11,9 +11,22 @@
 
 namespace CLI {
 class App;
+class Option;
 }  // namespace CLI
 
 namespace stereo::app {
+
+/// Which options a command has a use for, beside those that name the source. A command without one of them goes by its
+/// default.
+struct SourceUse {
+  bool plays = true;        ///< frames are read: --once
+  bool scene = true;        ///< of the simulated camera: --still, --faults
+  bool calibration = true;  ///< --calibration
+  bool rectified = false;   ///< --rectified
+  bool depth = false;       ///< --depth-mode
+  bool matcher = false;     ///< --matcher
+  bool position = false;    ///< --position
+};
 
 /// Where frames come from and how they are rectified, as the command line tells. One of simulate (the default), replay,
 /// device and settings; settings may also go with simulate and replay, and then only adjust them.
@@ -28,13 +41,14 @@ struct SourceOptions {
   double rate = 30;
   unsigned seed = 1;
   bool still = false;
-  std::string faults;  // a script's file or "seed:N"; with simulate only
+  std::string faults;  // a script's file or "seed:N"; implies simulate
   bool once = false;
   int depthMode = 2;
   std::string matcher = "sgm";
+  int position = -1;  // negative: as the calibration says
 
-  /// Adds the options that every subcommand with a camera takes.
-  void addTo(CLI::App& command);
+  /// Adds the options that the subcommand has a use for.
+  void addTo(CLI::App& command, const SourceUse& use);
 
   /// Whether the command line names a source; the simulated camera stands in otherwise.
   bool named() const;
@@ -74,6 +88,9 @@ struct Onlooker {
 /// A recording brings its calibration and settings: the one is loaded unless the options name another, the others stand
 /// in for all that was not given on the command line. It is played as it was recorded, or at the rate that was given.
 OpenedCamera openCamera(const SourceOptions& options, const Onlooker& onlooker = {});
+
+/// Adds --device, whose number it leaves in `device`.
+CLI::Option* addDeviceOption(CLI::App& command, int& device);
 
 /// "1856x800" to a size. Throws Failure (usage) for anything else than two numbers from 1 to 32767.
 cv::Size parseSize(const std::string& text, const std::string& option);

@@ -30,7 +30,7 @@ constexpr int firstRectifiedMode = 2;
 struct StreamOptions {
   SourceOptions source;
   int mode = 0;
-  int receiverOctet = 15;
+  int receiver = 15;
   double seconds = 0;
   double patience = 10;
 };
@@ -49,7 +49,7 @@ bool encoderThere() {
 }
 
 void tellReceiver(const StreamOptions& options, int port) {
-  results() << "streaming mode " << options.mode << " to " << STEREO_CAMERA_STREAM_NETWORK << options.receiverOctet
+  results() << "streaming mode " << options.mode << " to " << STEREO_CAMERA_STREAM_NETWORK << options.receiver
             << ", port " << port << "; there, either of these receives it:\n"
             << "  stereo-camera receive --port " << port << " --show\n"
             << "  gst-launch-1.0 udpsrc port=" << port
@@ -72,7 +72,7 @@ void stream(const StreamOptions& options) {
     throw Failure(ExitCode::calibration, "stream mode " + std::to_string(options.mode) +
                                              " shows rectified pictures: it needs a calibration (--calibration FILE)");
   }
-  opened.setStream(options.mode, options.source.rate > 0 ? options.source.rate : defaultRate, options.receiverOctet);
+  opened.setStream(options.mode, options.source.rate > 0 ? options.source.rate : defaultRate, options.receiver);
   if (options.mode == depthStream) {
     opened.setDepthMode(perspectivePair);
   }
@@ -128,14 +128,14 @@ void stream(const StreamOptions& options) {
 Action addStream(CLI::App& program) {
   auto options = std::make_shared<StreamOptions>();
   CLI::App* const command = program.add_subcommand("stream", "send what the camera sees over the network, as H.264");
-  options->source.addTo(*command);
+  options->source.addTo(*command, {.rectified = true, .matcher = true, .position = true});
   command
       ->add_option("--mode", options->mode,
                    "0 right eye, 1 both eyes, 2 rectified right eye, 3 both rectified eyes, 4 view and depth")
       ->required()
       ->check(CLI::Range(0, 4));
   command
-      ->add_option("--receiver-octet", options->receiverOctet,
+      ->add_option("--receiver", options->receiver,
                    "last octet of the receiver's address " STEREO_CAMERA_STREAM_NETWORK "N")
       ->check(CLI::Range(1, 254))
       ->capture_default_str();

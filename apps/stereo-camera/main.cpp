@@ -7,6 +7,7 @@
 #include "Commands.hpp"
 #include "Console.hpp"
 #include "Failure.hpp"
+#include "Help.hpp"
 #include "Signals.hpp"
 
 namespace {
@@ -27,9 +28,10 @@ int run(int argc, char** argv) {
   CLI::App program("Host program of the stereo fisheye camera", "stereo-camera");
   program.require_subcommand(1);
   program.set_version_flag("--version", "stereo-camera " STEREO_CAMERA_VERSION, "Print the version and exit");
+  program.formatter(std::make_shared<HelpFormatter>(terminalWidth()));
   program.footer(
-      "Exit codes: 0 success, 1 unexpected error, 2 wrong arguments, 3 source cannot be opened,\n"
-      "4 calibration unusable, 5 no frames, 6 output cannot be written, 7 problems found,\n"
+      "Exit codes: 0 success, 1 unexpected error, 2 wrong arguments, 3 source cannot be opened, "
+      "4 calibration unusable, 5 no frames, 6 output cannot be written, 7 problems found, "
       "128 + N ended by signal N before there was a result.");
   std::map<std::string, Action> actions;
   actions["demo"] = addDemo(program);
@@ -43,6 +45,7 @@ int run(int argc, char** argv) {
   actions["doctor"] = addDoctor(program);
   actions["calibrate"] = addCalibrate(program);
   actions["check"] = addCheck(program);
+  actions["completion"] = addCompletion(program);
   OutputOptions output;
   for (CLI::App* const command : program.get_subcommands({})) {
     output.addTo(*command);
@@ -50,9 +53,12 @@ int run(int argc, char** argv) {
   try {
     program.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    const int code = program.exit(error, results(), std::cerr);
+    if (error.get_exit_code() != 0) {
+      throw Failure(ExitCode::usage, usageMessage(program, argc, argv, error));
+    }
+    program.exit(error, results());  // help, or the version
     results().flush();
-    return code == 0 ? 0 : static_cast<int>(ExitCode::usage);
+    return 0;
   }
   if (output.quiet) {
     beQuiet();

@@ -95,6 +95,16 @@ TEST_F(RecordProgram, KeepsTheCalibrationAsItWasBeforeTheStart) {
   EXPECT_EQ(cv::norm(intrinsic("small"), intrinsic("large"), cv::NORM_INF), 0.0);
 }
 
+TEST_F(RecordProgram, TakesThePositionThatIsGiven) {
+  ASSERT_EQ(run({"record", "--simulate", "--still", "--size", "928x400", "--frames", "1", "--patience", "120",
+                 "--position", "12", "-o", file("taken")}),
+            0)
+      << m_err;
+  ASSERT_EQ(run({"info", "--replay", file("taken")}), 0) << m_err;
+  EXPECT_THAT(m_out, HasSubstr("position 12,"));
+  EXPECT_THAT(m_out, HasSubstr("key 9012"));
+}
+
 TEST_F(RecordProgram, EndsInOrderWhenInterrupted) {
   Program program(STEREO_CAMERA_PROGRAM,
                   {"record", "--simulate", "--still", "--size", "928x400", "--patience", "120", "-o", file("taken")});

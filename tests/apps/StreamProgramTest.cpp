@@ -33,7 +33,7 @@ namespace {
 using Arguments = std::vector<std::string>;
 
 const cv::Size eyeSize(464, 400);
-const Arguments stillCamera{"--size", "928x400", "--rectified", "464x400", "--still"};
+const Arguments stillCamera{"--size", "928x400", "--still"};  // rectified eyes of 464 x 400
 
 Arguments operator+(Arguments first, const Arguments& second) {
   first.insert(first.end(), second.begin(), second.end());
@@ -157,8 +157,9 @@ INSTANTIATE_TEST_SUITE_P(Modes, StreamProgramMode, testing::Values(0, 1, 2, 3, 4
 TEST_F(StreamProgram, GoesToThePortOfTheCamerasPosition) {
   const auto receiver = startReceiver({"--port", "9203", "--count", "1", "--patience", "100"});
   const auto other = startReceiver({"--patience", "100"});
-  Program stream(STEREO_CAMERA_PROGRAM,
-                 Arguments{"stream", "--mode", "1", "--calibration", writeCalibration(3)} + stillCamera);
+  Program stream(
+      STEREO_CAMERA_PROGRAM,
+      Arguments{"stream", "--mode", "1", "--calibration", writeCalibration(5), "--position", "3"} + stillCamera);
   EXPECT_EQ(receiver->wait(), 0) << receiver->err() << stream.err();
   expectStops(stream, SIGTERM);
   EXPECT_THAT(stream.out(), HasSubstr("port 9203;"));
@@ -228,7 +229,7 @@ TEST_F(StreamProgram, WrongArguments) {
     expectFailure({"stream", "--mode", mode, "--replay", picture}, ExitCode::calibration, "it needs a calibration");
   }
   for (const Arguments& arguments : {Arguments{"stream"}, Arguments{"stream", "--mode", "5"},
-                                     Arguments{"stream", "--mode", "1", "--receiver-octet", "255"},
+                                     Arguments{"stream", "--mode", "1", "--receiver", "255"},
                                      Arguments{"receive", "--port", "0"}, Arguments{"share", "--seconds", "-1"}}) {
     Program program(STEREO_CAMERA_PROGRAM, arguments);
     EXPECT_EQ(program.wait(), static_cast<int>(ExitCode::usage)) << testing::PrintToString(arguments);
