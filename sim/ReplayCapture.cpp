@@ -94,6 +94,7 @@ ReplayCapture::ReplayCapture(const Options& options, std::vector<std::int64_t> s
     throw std::runtime_error("cannot read " + m_path + ": " + error.code().message());
   }
   m_decoded.resize(m_images.size());
+  m_spoilt.resize(m_images.size());
   // The first frame is read here and kept back: its size has to be known, and a stream cannot be asked twice.
   if (!m_images.empty()) {
     m_first = nextImage();
@@ -158,9 +159,14 @@ cv::Mat ReplayCapture::nextImage() {
       }
       m_index = 0;
     }
-    cv::Mat frame = image(m_index++);
+    const std::size_t index = m_index++;
+    cv::Mat frame = image(index);
     if (!frame.empty()) {
       return frame;
+    }
+    if (m_spoilt[index] == 0) {
+      m_spoilt[index] = 1;
+      ++m_skipped;
     }
   }
   return {};
@@ -170,9 +176,14 @@ cv::Mat ReplayCapture::nextOfVideo() {
   cv::Mat frame;
   // Of a recording, what has no stamp is not played.
   const bool atEnd = !m_stamps.empty() && m_videoFrames == m_stamps.size();
-  if ((atEnd || !m_video.read(frame)) && m_loop && openVideo()) {
+  if (atEnd || !m_video.read(frame)) {
+    if (m_videoFrames < m_stamps.size()) {
+      m_skipped = std::max<std::uint64_t>(m_skipped, m_stamps.size() - m_videoFrames);
+    }
     // Opened anew rather than rewound, which not every container can do.
-    m_video.read(frame);
+    if (m_loop && openVideo()) {
+      m_video.read(frame);
+    }
   }
   ++m_videoFrames;
   return asBgr(frame);

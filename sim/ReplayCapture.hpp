@@ -46,6 +46,9 @@ public:
   /// Stamp that the frame delivered last was recorded with, microseconds since the epoch; negative before the first
   /// frame, and where no stamps were recorded. Any thread.
   std::int64_t recordedStamp() const { return m_recordedStamp.load(); }
+  /// Images that could not be decoded, or frames that a recording's stamps promise and its video lacks, as far as they
+  /// were come upon. Any thread.
+  std::uint64_t skipped() const { return m_skipped.load(); }
   bool set(int propId, double value) override;
 
 protected:
@@ -77,7 +80,9 @@ private:
   cv::Mat m_first;  // the first frame, until it was delivered for the last time ahead of the recording
   int m_leadIn;     // how often it still is
   cv::Size m_firstFrameSize;
-  cv::Size m_frameSize;  // of the newest frame
+  cv::Size m_frameSize;        // of the newest frame
+  std::vector<char> m_spoilt;  // beside `m_images`: could not be decoded
+  std::atomic<std::uint64_t> m_skipped{0};
   std::atomic<bool> m_finished{false};
   std::atomic<std::int64_t> m_recordedStamp{-1};
 };

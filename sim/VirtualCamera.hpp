@@ -40,6 +40,8 @@ public:
 
   /// What the network stream shows (-1 nothing, 0 to 4), the rate told to the encoder and the receiver's last octet.
   void setStream(int mode, double rate, int lastOctet);
+  /// Whether the stream that was asked for could be opened. Once a first frame was read: the worker opens it before.
+  bool streamOpened() const { return m_videoWriter.isOpened(); }
 
   /// The latest disparity (CV_32FC1, pixels; empty before the first one) with the view that came with it; copies. Any
   /// thread, except one that holds the disparity's mutex.

@@ -65,6 +65,27 @@ int resultsDescriptor() { return resultDescriptor; }
 
 std::ostream& progress() { return *progressStream; }
 
+ProgressLine::~ProgressLine() {
+  if (m_open) {
+    progress() << std::endl;
+  }
+}
+
+void ProgressLine::show(const std::string& text) {
+  const auto now = std::chrono::steady_clock::now();
+  if (now < m_next) {
+    return;
+  }
+  const bool isTerminal = isatty(STDERR_FILENO) != 0;
+  m_next = now + std::chrono::milliseconds(isTerminal ? 200 : 10'000);
+  if (isTerminal) {
+    progress() << '\r' << text << "\033[K" << std::flush;
+    m_open = true;
+  } else {
+    progress() << text << std::endl;
+  }
+}
+
 void beQuiet() {
   static std::ostream nowhere(nullptr);
   progressStream = &nowhere;

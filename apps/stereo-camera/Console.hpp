@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <chrono>
 #include <ostream>
+#include <string>
 
 namespace stereo::app {
 
@@ -21,6 +23,24 @@ int resultsDescriptor();
 
 /// What happens meanwhile: source, progress. Standard error, or nothing.
 std::ostream& progress();
+
+/// How far something has come that takes its time: one line on a terminal, brought up to date in place; elsewhere a
+/// line at once and then one every ten seconds. Nothing after `beQuiet`.
+class ProgressLine {
+public:
+  ProgressLine() = default;
+  /// Leaves the line as it is, and the cursor below it.
+  ~ProgressLine();
+  ProgressLine(const ProgressLine&) = delete;
+  ProgressLine& operator=(const ProgressLine&) = delete;
+
+  /// May be called as often as there is news; says no more than can be read.
+  void show(const std::string& text);
+
+private:
+  std::chrono::steady_clock::time_point m_next;  // not before this
+  bool m_open = false;                           // the cursor stands behind the line
+};
 
 /// No log and no progress from here on; errors and results stay.
 void beQuiet();

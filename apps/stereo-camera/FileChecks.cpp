@@ -29,6 +29,11 @@ public:
 
 bool isReadable(const std::string& path) { return !std::filesystem::is_directory(path) && std::ifstream(path).good(); }
 
+bool isMissing(const std::string& path) {
+  std::error_code failure;
+  return !std::filesystem::exists(path, failure) && !failure;
+}
+
 // Values of a file that the camera has loaded, so that it is known to be one that parsers survive.
 class Values {
 public:
@@ -120,6 +125,10 @@ void checkEye(Findings& findings, StereoCamera& camera, bool isRight) {
 
 Findings checkSettingsFile(const std::string& path) {
   Findings findings;
+  if (isMissing(path)) {
+    add(findings, "settings: no such file '" + path + "'", "give the one that is there: see ls");
+    return findings;
+  }
   Loader camera;
   if (!isReadable(path) || !camera.loadConfig(path)) {
     add(findings, "settings: '" + path + "' does not load",
@@ -142,6 +151,10 @@ Findings checkSettingsFile(const std::string& path) {
 
 Findings checkCalibrationFile(const std::string& path) {
   Findings findings;
+  if (isMissing(path)) {
+    add(findings, "calibration: no such file '" + path + "'", "give the one that is there: see ls");
+    return findings;
+  }
   Loader camera;
   try {
     checkCalibration(camera, path, isReadable(path) && camera.loadCalibParams(path));

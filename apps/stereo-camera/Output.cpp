@@ -30,8 +30,7 @@ Failure cannotWrite(const fs::path& path, const std::string& reason) {
 fs::path missingPart(fs::path folder) {
   std::error_code failure;
   fs::path missing;
-  for (folder = fs::absolute(folder, failure).lexically_normal(); !folder.empty() && !fs::exists(folder, failure);
-       folder = folder.parent_path()) {
+  for (; !folder.empty() && !fs::exists(folder, failure); folder = folder.parent_path()) {
     missing = folder;
   }
   return missing;
@@ -76,13 +75,27 @@ void makeFolder(const fs::path& folder) {
   }
 }
 
+MadeFolder::MadeFolder(const fs::path& folder)
+    : m_folder(fs::absolute(folder).lexically_normal()), m_topmost(missingPart(m_folder)) {
+  makeFolder(folder);
+}
+
+MadeFolder::~MadeFolder() {
+  std::error_code ignored;
+  if (!m_topmost.empty()) {
+    for (fs::path folder = m_folder;
+         folder.native().size() >= m_topmost.native().size() && fs::remove(folder, ignored);  // only if it is empty
+         folder = folder.parent_path()) {
+    }
+  }
+}
+
 OutputFolder::OutputFolder(fs::path folder, bool replace, const std::vector<std::string>& names)
     : m_folder(folder.empty() ? "." : std::move(folder)), m_replace(replace) {
   for (const std::string& name : names) {
     requireFree(m_folder / name);
   }
-  m_made = missingPart(m_folder);
-  makeFolder(m_folder);
+  m_made = std::make_unique<MadeFolder>(m_folder);
   std::string draft = (m_folder / ".unfinished-XXXXXX").string();
   if (mkdtemp(draft.data()) == nullptr) {
     throw cannotWrite(m_folder, std::strerror(errno));
@@ -93,12 +106,6 @@ OutputFolder::OutputFolder(fs::path folder, bool replace, const std::vector<std:
 OutputFolder::~OutputFolder() {
   std::error_code ignored;
   fs::remove_all(m_draft, ignored);
-  if (!m_made.empty()) {
-    for (fs::path folder = fs::absolute(m_folder, ignored).lexically_normal();
-         folder.native().size() >= m_made.native().size() && fs::remove(folder, ignored);  // only if it is empty
-         folder = folder.parent_path()) {
-    }
-  }
 }
 
 void OutputFolder::requireFree(const fs::path& path) const {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -20,6 +21,20 @@ void writeImage(const std::filesystem::path& path, const cv::Mat& image, const s
 
 /// Makes the folder, if it is not there.
 void makeFolder(const std::filesystem::path& folder);
+
+/// A folder that is there while this lives: made where it was not, with those that it lies in, and taken away at the
+/// end if nothing is in it.
+class MadeFolder {
+public:
+  explicit MadeFolder(const std::filesystem::path& folder);
+  ~MadeFolder();
+  MadeFolder(const MadeFolder&) = delete;
+  MadeFolder& operator=(const MadeFolder&) = delete;
+
+private:
+  const std::filesystem::path m_folder;   // absolute
+  const std::filesystem::path m_topmost;  // of those that were made; empty: all were there
+};
 
 /// Files of one folder that are there once all of them are complete: they are written beside their places and moved
 /// there at the end. Whatever ends the program in order before leaves nothing behind, not even a folder that was made.
@@ -41,7 +56,7 @@ private:
 
   const std::filesystem::path m_folder;
   const bool m_replace;
-  std::filesystem::path m_made;  // the topmost folder that was not there; empty: all were
+  std::unique_ptr<MadeFolder> m_made;
   std::filesystem::path m_draft;
 };
 

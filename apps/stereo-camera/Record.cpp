@@ -11,6 +11,7 @@
 #include "Console.hpp"
 #include "Ended.hpp"
 #include "Failure.hpp"
+#include "Format.hpp"
 #include "InEffect.hpp"
 #include "Output.hpp"
 #include "Products.hpp"
@@ -32,6 +33,7 @@ struct RecordOptions {
   double seconds = 0;
   std::uint64_t frames = 0;
   std::size_t queue = 32;
+  std::uint64_t keepFree = 256;  // megabytes
   double patience = 10;
 };
 
@@ -41,21 +43,14 @@ constexpr std::chrono::milliseconds lookAround{200};
 // Makes the folder, and takes back what a recording without any frame would leave in it.
 class Folder {
 public:
-  explicit Folder(std::filesystem::path path) : m_path(std::move(path)) {
-    std::error_code ignored;  // what cannot be looked at cannot be made either, which is told
-    m_made = !std::filesystem::exists(m_path, ignored);
-    makeFolder(m_path);
-  }
+  explicit Folder(std::filesystem::path path) : m_path(std::move(path)), m_made(m_path) {}
   // Last of all: whoever writes into it is gone.
   ~Folder() {
     std::error_code ignored;
-    if (m_begun && !sim::Recording::isAt(m_path)) {
+    if (m_begun && (m_nothingCame || !sim::Recording::isAt(m_path))) {
       for (const char* name : sim::Recording::files) {
         std::filesystem::remove(m_path / name, ignored);
       }
-    }
-    if (m_made) {
-      std::filesystem::remove(m_path, ignored);  // only if nothing else is in it
     }
   }
   Folder(const Folder&) = delete;
@@ -63,11 +58,14 @@ public:
 
   // From here on files of a recording in it are ours.
   void begin() { m_begun = true; }
+  // Its video, if there is one, has no frame.
+  void nothingCame() { m_nothingCame = true; }
 
 private:
   const std::filesystem::path m_path;
-  bool m_made = false;
+  const MadeFolder m_made;
   bool m_begun = false;
+  bool m_nothingCame = false;
 };
 
 void tellOfDrops(const Recorder::Counts& counts, Recorder::Counts& told) {
@@ -87,6 +85,8 @@ void recordUntilDone(const RecordOptions& options, OpenedCamera& opened, Recorde
   Watch watch(opened, options.patience);
   RunTime runTime(options.seconds);
   Recorder::Counts told;
+  ProgressLine line;
+  const char* const howToEnd = options.seconds > 0 || options.frames > 0 ? "" : "; Ctrl-C ends it";
   while (!runTime.over() && (options.frames == 0 || told.written < options.frames)) {
     const Recorder::Counts before = told;
     const bool wrote = recorder.awaitFrame(before, lookAround);
@@ -98,6 +98,11 @@ void recordUntilDone(const RecordOptions& options, OpenedCamera& opened, Recorde
       break;
     }
     tellOfDrops(recorder.counts(), told);
+    if (told.written > 0) {
+      line.show(sim::formatted(
+          "recording: %llu frames, %llu dropped, %.1f MB%s", static_cast<unsigned long long>(told.written),
+          static_cast<unsigned long long>(told.dropped), static_cast<double>(recorder.bytes()) / 1e6, howToEnd));
+    }
   }
   watch.finish();
 }
@@ -110,7 +115,8 @@ void record(const RecordOptions& options) {
                      .codec = options.codec,
                      .queue = options.queue,
                      .rate = options.source.rate > 0 ? options.source.rate : 30.0,
-                     .most = options.frames});
+                     .most = options.frames,
+                     .spare = options.keepFree * 1'000'000});
   made.begin();
   OpenedCamera opened = openCamera(options.source, {.recorder = &recorder});
   const auto* const camera = dynamic_cast<const TellsSettings*>(opened.camera.get());
@@ -140,12 +146,18 @@ void record(const RecordOptions& options) {
     failure = failure ? failure : std::current_exception();
   }
   const Recorder::Counts counts = recorder.counts();
+  if (counts.written == 0) {
+    made.nothingCame();
+  }
   tellAbout(counts);
   if (counts.written == 0 && !failure) {
     checkSignals();
     throw Failure(ExitCode::noFrames, "ended before a frame came; nothing was recorded");
   }
   const cv::Size size = recorder.frameSize();
+  if (counts.written == 0) {
+    std::rethrow_exception(failure);
+  }
   results() << "recorded " << counts.written << " frames, " << size.width << " x " << size.height << ", to "
             << options.output << "; dropped " << counts.dropped << ", left out as unfit " << counts.unfit << std::endl;
   if (failure) {
@@ -172,6 +184,9 @@ Action addRecord(CLI::App& program) {
   command->add_option("--frames", options->frames, "how many frames; 0: no limit")->capture_default_str();
   command->add_option("--queue", options->queue, "frames that wait to be written at most; more are dropped")
       ->check(CLI::Range(1, 10000))
+      ->capture_default_str();
+  command->add_option("--keep-free", options->keepFree, "megabytes to leave free on the disk")
+      ->check(CLI::Range(0, 1'000'000'000))
       ->capture_default_str();
   command->add_option("--patience", options->patience, "seconds without a frame after which to give up")
       ->check(CLI::Range(0.1, 3600.0))

@@ -37,6 +37,7 @@ Recorder::Recorder(Options options) : m_options(std::move(options)) {
                                           " that a recording would replace: choose another folder (--output)");
     }
   }
+  requireRoom();
   const fs::path stamps = m_options.folder / Recording::stampsFile;
   m_stamps.open(stamps, std::ios::trunc);
   m_stamps << Recording::stampsHeading << std::endl;
@@ -142,6 +143,23 @@ void Recorder::finish() {
   }
 }
 
+std::uintmax_t Recorder::bytes() const {
+  std::error_code failure;
+  const std::uintmax_t size = fs::file_size(m_options.folder / Recording::framesFile, failure);
+  return failure ? 0 : size;
+}
+
+// OpenCV's writer does not tell of a full disk, so it is not let come to that.
+void Recorder::requireRoom() const {
+  std::error_code failure;
+  const fs::space_info space = fs::space(m_options.folder, failure);
+  if (!failure && space.available < m_options.spare) {
+    throw cannotWrite(m_options.folder, "the disk is full: " + std::to_string(space.available / 1'000'000) +
+                                            " MB are free, and " + std::to_string(m_options.spare / 1'000'000) +
+                                            " MB are kept free (--keep-free)");
+  }
+}
+
 void Recorder::loop() {
   std::unique_lock lock(m_mutex);
   try {
@@ -185,14 +203,9 @@ void Recorder::open(const cv::Mat& frame) {
 
 void Recorder::write(const Entry& entry) {
   const auto& [frame, stamp] = entry;
+  requireRoom();
   if (!m_video.isOpened()) {
     open(frame);
-  }
-  // OpenCV's writer does not tell of a full disk, so it is not let come to that.
-  std::error_code failure;
-  const fs::space_info space = fs::space(m_options.folder, failure);
-  if (!failure && space.available < m_options.spare) {
-    throw cannotWrite(m_options.folder, "the disk is full");
   }
   m_video.write(frame);
   // A whole line at once, after its frame: a recording that is cut off has no stamp without a frame.

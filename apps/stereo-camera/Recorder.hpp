@@ -27,12 +27,12 @@ namespace stereo::app {
 class Recorder {
 public:
   struct Options {
-    std::filesystem::path folder;      ///< exists; must not hold a file of a recording
-    std::string codec = "huffyuv";     ///< "huffyuv" or "ffv1", both lossless
-    std::size_t queue = 32;            ///< frames that wait for the disk at most, above 0
-    double rate = 30.0;                ///< frames per second, told to players; above 0
-    std::uint64_t most = 0;            ///< frames after which nothing more is taken; 0: no limit
-    std::uintmax_t spare = 1U << 28U;  ///< bytes that are left free on the disk
+    std::filesystem::path folder;        ///< exists; must not hold a file of a recording
+    std::string codec = "huffyuv";       ///< "huffyuv" or "ffv1", both lossless
+    std::size_t queue = 32;              ///< frames that wait for the disk at most, above 0
+    double rate = 30.0;                  ///< frames per second, told to players; above 0
+    std::uint64_t most = 0;              ///< frames after which nothing more is taken; 0: no limit
+    std::uintmax_t spare = 256'000'000;  ///< bytes that are left free on the disk
   };
 
   /// What became of the frames that were published.
@@ -42,7 +42,7 @@ public:
     std::uint64_t unfit = 0;    ///< of another size or type than the first
   };
 
-  /// Throws Failure (output) if the folder holds a file of a recording or cannot be written into.
+  /// Throws Failure (output) if the folder holds a file of a recording, cannot be written into or has no room.
   explicit Recorder(Options options);
   /// Ends as `finish` does, but says nothing of what could not be written. Where no frame came, its file of stamps
   /// goes.
@@ -65,6 +65,8 @@ public:
   Counts counts() const;
   /// Number and size of the frames written, and what else is to be told of them.
   cv::Size frameSize() const;
+  /// Of the frames written so far, as far as they have reached the file.
+  std::uintmax_t bytes() const;
   /// Writes what still waits and closes the files. No frame may come any more. Throws Failure (output) if something
   /// could not be written: what was until then is there to be replayed. Once.
   void finish();
@@ -74,6 +76,7 @@ private:
 
   void loop();
   void write(const Entry& entry);
+  void requireRoom() const;
   void open(const cv::Mat& frame);
   void close();
 

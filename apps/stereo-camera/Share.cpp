@@ -1,8 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <cstdio>
 #include <memory>
-
-#include <sys/shm.h>
 
 #include <CLI/CLI.hpp>
 
@@ -14,6 +11,7 @@
 #include "RunTime.hpp"
 #include "Signals.hpp"
 #include "Source.hpp"
+#include "SystemChecks.hpp"
 #include "Watch.hpp"
 
 namespace stereo::app {
@@ -37,19 +35,19 @@ std::size_t segmentBytes(cv::Size frame) {
 }
 
 // What would make the camera end the whole process, told as other failures are.
-void checkSegment(cv::Size frame, int key) {
+void checkSegment(cv::Size frame, int position) {
   if (frame.width != 1856 && frame.width != 928) {
     throw Failure(ExitCode::usage, "shared memory takes raw frames 1856 or 928 pixels wide; these are " + text(frame));
   }
-  shmid_ds about{};
-  const int id = shmget(key, 0, 0);
-  if (id != -1 && shmctl(id, IPC_STAT, &about) == 0 && about.shm_segsz < segmentBytes(frame)) {
-    char line[160];
-    std::snprintf(line, sizeof line,
-                  "a smaller segment holds the key %d: another camera's at this position, or one left behind "
-                  "(ipcrm -M %d removes it)",
-                  key, key);
-    throw Failure(ExitCode::output, line);
+  const SegmentHolder holder = segmentHolder(position);
+  const std::string key = std::to_string(holder.key);
+  if (holder.isOurs && holder.users > 0 && holder.isAlive) {
+    throw Failure(ExitCode::output, "the key " + key + " is in use: " + holder.maker +
+                                        " shares at this position; stop it, or give another --position");
+  }
+  if (holder.isOurs && holder.bytes < segmentBytes(frame)) {
+    throw Failure(ExitCode::output,
+                  "a smaller segment holds the key " + key + ": one left behind (ipcrm -M " + key + " removes it)");
   }
 }
 
@@ -58,7 +56,7 @@ void share(const ShareOptions& options) {
   StereoCamera& camera = *opened.camera;
   const cv::Size frame = camera.getRawFrameSize();
   const int key = camera.getPosNumber() + firstKey;
-  checkSegment(frame, key);
+  checkSegment(frame, camera.getPosNumber());
 
   RunTime time(options.seconds);
   startCapture(opened, false, true);

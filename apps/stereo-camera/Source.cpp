@@ -31,6 +31,10 @@ namespace stereo::app {
 namespace {
 
 void requireReadable(const std::string& path, const char* what, ExitCode code) {
+  std::error_code failure;
+  if (!std::filesystem::exists(path, failure) && !failure) {
+    throw Failure(code, std::string("the ") + what + ": no such file '" + path + "'");
+  }
   if (std::filesystem::is_directory(path) || !std::ifstream(path)) {
     throw Failure(code, std::string("cannot read the ") + what + " '" + path + "'");
   }
@@ -70,6 +74,7 @@ OpenedCamera opened(std::unique_ptr<Camera> camera, const SourceOptions& options
   OpenedCamera result;
   result.setDepthMode = [raw](int mode) { raw->setDepthMode(mode); };
   result.setStream = [raw](int mode, double rate, int lastOctet) { raw->setStream(mode, rate, lastOctet); };
+  result.streamOpened = [raw] { return raw->streamOpened(); };
   result.latestDisparity = [raw] { return raw->latestDisparity(); };
   result.depthMode = options.depthMode;
   result.description = description;
@@ -154,7 +159,15 @@ OpenedCamera openSimulated(const SourceOptions& options, const Onlooker& onlooke
   simulated.calibrated = true;
   // Rendering takes a hundred times as long as a camera does, and longer than patience with one lasts on a slow
   // machine.
-  simulated.prepare = [&device] { device.fillRing([](std::size_t, std::size_t) { checkSignals(); }); };
+  simulated.prepare = [&device] {
+    ProgressLine line;
+    device.fillRing([&line](std::size_t done, std::size_t all) {
+      checkSignals();
+      if (all > 1) {
+        line.show("rendered " + std::to_string(done) + " of " + std::to_string(all) + " frames");
+      }
+    });
+  };
   return simulated;
 }
 
@@ -192,6 +205,7 @@ OpenedCamera openReplay(SourceOptions options, const Onlooker& onlooker) {
       options.matcher = camera->algorithm() == 1 ? "bm" : "sgm";
     }
     OpenedCamera replayed = openVirtual(std::move(camera), options, description);
+    replayed.skipped = [&device] { return device.skipped(); };
     if (options.once) {
       replayed.isOver = [&device] { return device.finished(); };
     }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -65,9 +66,11 @@ struct OpenedCamera {
   std::unique_ptr<StereoCamera> camera;
   std::function<void(int)> setDepthMode;                                ///< while no disparity worker runs
   std::function<void(int mode, double rate, int lastOctet)> setStream;  ///< before the start
+  std::function<bool()> streamOpened;                                   ///< once a first frame was read
   std::function<StereoCamera::TimeFrame()> latestDisparity;             ///< view and disparity, copies
   std::function<void()> prepare;  ///< what takes time before the start; may be empty
   std::function<bool()> isOver;   ///< whether the last frame was delivered, any thread; empty: there is no last one
+  std::function<std::uint64_t()> skipped;  ///< frames that could not be decoded so far, any thread; may be empty
   int depthMode = 2;
   std::string description;  ///< "simulated camera, seed 1"
   bool calibrated = false;

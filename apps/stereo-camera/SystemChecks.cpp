@@ -6,6 +6,9 @@
 #include <netinet/in.h>
 #include <sys/shm.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
 #include <fstream>
 
 #include <gst/gst.h>
@@ -19,6 +22,9 @@ constexpr int firstPort = 9200;  // its stream
 
 // What a process calls itself, or its number where it is gone.
 std::string nameOf(pid_t process) {
+  if (process == 0) {
+    return "a process outside this container";
+  }
   std::ifstream file("/proc/" + std::to_string(process) + "/comm");
   std::string name;
   std::getline(file, name);
@@ -48,8 +54,8 @@ std::string addressIn(const std::string& network) {
   return found;
 }
 
-bool hasElement(const char* name) {
-  GstElementFactory* const factory = gst_element_factory_find(name);
+bool hasElement(const std::string& name) {
+  GstElementFactory* const factory = gst_element_factory_find(name.c_str());
   if (factory == nullptr) {
     return false;
   }
@@ -59,40 +65,60 @@ bool hasElement(const char* name) {
 
 }  // namespace
 
+SegmentHolder segmentHolder(int position) {
+  SegmentHolder holder;
+  holder.key = firstKey + position;
+  const int id = shmget(holder.key, 0, 0);
+  holder.exists = id != -1 || errno != ENOENT;
+  shmid_ds about{};
+  holder.isOurs = id != -1 && shmctl(id, IPC_STAT, &about) == 0;
+  if (holder.isOurs) {
+    holder.bytes = about.shm_segsz;
+    holder.users = about.shm_nattch;
+    holder.maker = nameOf(about.shm_cpid);
+    holder.isAlive = kill(about.shm_cpid, 0) == 0 || errno == EPERM;
+  }
+  return holder;
+}
+
 Findings checkSharedMemory(int position) {
   Findings findings;
-  const int key = firstKey + position;
-  const std::string what = "shared memory: key " + std::to_string(key);
-  const int id = shmget(key, 0, 0);
-  if (id == -1) {
-    const bool free = errno == ENOENT;
-    add(findings, what + (free ? " is free" : " is there, but not for you"),
-        free ? "" : "run as the user who made it, or have him remove it: ipcrm -M " + std::to_string(key));
-    return findings;
+  const SegmentHolder holder = segmentHolder(position);
+  const std::string key = std::to_string(holder.key);
+  const std::string what = "shared memory: key " + key;
+  if (!holder.exists) {
+    add(findings, what + " is free");
+  } else if (!holder.isOurs) {
+    add(findings, what + " is there, but not for you",
+        "run as the user who made it, or have him remove it: ipcrm -M " + key);
+  } else {
+    add(findings,
+        what + " is held: made by " + holder.maker + ", " + std::to_string(holder.bytes) + " bytes, attached " +
+            std::to_string(holder.users) + " times",
+        holder.users == 0 ? "nobody uses it any more: ipcrm -M " + key
+                          : "stop that camera first, or give this one another position");
   }
-  shmid_ds about{};
-  if (shmctl(id, IPC_STAT, &about) != 0) {
-    add(findings, what + " cannot be looked at", "run as the user who made it");
-    return findings;
-  }
-  add(findings,
-      what + " is held: made by " + nameOf(about.shm_cpid) + ", " + std::to_string(about.shm_segsz) +
-          " bytes, attached " + std::to_string(about.shm_nattch) + " times",
-      about.shm_nattch == 0 ? "nobody uses it any more: ipcrm -M " + std::to_string(key)
-                            : "stop that camera first, or give this one another position");
   return findings;
+}
+
+std::vector<std::string> missingStreamElements() {
+  std::vector<std::string> missing = {"appsrc", "videoconvert", "omxh264enc", "rtph264pay", "udpsink"};
+  if (gst_init_check(nullptr, nullptr, nullptr) != 0) {
+    missing.erase(std::remove_if(missing.begin(), missing.end(), hasElement), missing.end());
+  }
+  return missing;
+}
+
+std::string streamRemedy(const std::string& element) {
+  return element == "omxh264enc"
+             ? "install the board's encoder, or on a PC name the folder of the stand-in in GST_PLUGIN_PATH"
+             : "install gstreamer1.0-plugins-base and gstreamer1.0-plugins-good";
 }
 
 Findings checkStream(int lastOctet, int position) {
   Findings findings;
-  gst_init(nullptr, nullptr);
-  for (const char* const element : {"appsrc", "videoconvert", "omxh264enc", "rtph264pay", "udpsink"}) {
-    if (!hasElement(element)) {
-      add(findings, std::string("stream: no GStreamer element ") + element,
-          std::string(element) == "omxh264enc"
-              ? "install the board's encoder, or on a PC name the folder of the stand-in in GST_PLUGIN_PATH"
-              : "install gstreamer1.0-plugins-base and gstreamer1.0-plugins-good");
-    }
+  for (const std::string& element : missingStreamElements()) {
+    add(findings, "stream: no GStreamer element " + element, streamRemedy(element));
   }
   if (findings.empty()) {
     add(findings, "stream: encoder and the other GStreamer elements are there");

@@ -30,7 +30,9 @@ constexpr std::chrono::milliseconds lookAround{20};  // how often signals and th
 
 Watch::Watch(OpenedCamera& opened, double patience)
     : Watch(*opened.camera, std::chrono::milliseconds(static_cast<long>(1000 * patience)), opened.askedSize,
-            opened.isOver) {}
+            opened.isOver) {
+  m_skipped = opened.skipped;
+}
 
 Watch::Watch(StereoCamera& camera, std::chrono::milliseconds patience, cv::Size askedSize, std::function<bool()> isOver)
     : m_camera(camera),
@@ -106,6 +108,10 @@ void Watch::finish() {
     m_changed.notify_all();
   }
   m_changed.wait(lock, [this] { return m_phase == Phase::done; });
+  if (const auto skipped = std::exchange(m_skipped, nullptr); skipped && skipped() > 0) {
+    std::cerr << "stereo-camera: the recording is damaged: " << skipped()
+              << " of its frames could not be decoded and were left out" << std::endl;
+  }
 }
 
 // The lock is held.

@@ -25,7 +25,8 @@ class Watch {
 public:
   using Clock = std::chrono::steady_clock;
 
-  /// `patience` in seconds. The camera is started, and outlives the watch.
+  /// `patience` in seconds. The camera is started, and outlives the watch, which says at the end how many frames its
+  /// source had to leave out.
   Watch(OpenedCamera& opened, double patience);
   /// With `askedSize` the first read that succeeds says on standard error, in one line, if the frames have another
   /// size. `isOver` tells whether the source has delivered its last frame; any thread calls it.
@@ -74,6 +75,7 @@ private:
   const std::chrono::milliseconds m_patience;
   const cv::Size m_askedSize;
   const std::function<bool()> m_isOver;
+  std::function<std::uint64_t()> m_skipped;  // until it was told
   std::once_flag m_sizeChecked;
   std::mutex m_mutex;
   std::condition_variable m_changed;

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the host program writes where: results on standard output, the rest on standard error.
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <sstream>
@@ -82,6 +83,18 @@ TEST_F(Console, QuietLeavesErrorsAlone) {
   EXPECT_EQ(run({"info", "--quiet", "--replay", file("none")}), static_cast<int>(ExitCode::source));
   EXPECT_THAT(m_err, StartsWith("stereo-camera: there is no file"));
   EXPECT_EQ(run({"info", "--quiet", "--verbose"}), static_cast<int>(ExitCode::usage));
+}
+
+TEST_F(Console, ProgressIsALineNowAndThen) {
+  const std::string demo = "demo --simulate --size 928x400 --seconds 0.1 --patience 120 -o '" + file("demo") + "'";
+  EXPECT_EQ(shell("\"$0\" " + demo), 0);
+  EXPECT_THAT(m_err, HasSubstr("\nrendered 1 of 16 frames\n"));
+  // On a terminal it is brought up to date in place.
+  const std::string record = "record --simulate --still --size 928x400 --seconds 1.5 -o " + file("taken");
+  EXPECT_EQ(shell("exec script -qec \"'$0' " + record + "\" /dev/null >&2"), 0);
+  EXPECT_THAT(m_err, testing::ContainsRegex("\r"
+                                            "recording: [0-9]+ frames, [0-9]+ dropped, [0-9.]+ MB"));
+  EXPECT_GT(std::count(m_err.begin(), m_err.end(), '\033'), 1);
 }
 
 TEST_F(Console, SettingsQuietenTheLogOfEveryCamera) {

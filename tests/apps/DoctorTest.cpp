@@ -76,7 +76,7 @@ TEST_F(Files, AGoodCalibrationHasNoProblem) {
 }
 
 TEST_F(Files, EachFaultOfACalibrationIsNamed) {
-  expectProblem(checkCalibrationFile(m_folder.path("none.yml")), "missing: LeftIntrinsicMatrix");
+  expectProblem(checkCalibrationFile(m_folder.path("none.yml")), "no such file");
   expectProblem(checkCalibrationFile(calibration("RightXi", [](cv::Mat& xi) { xi.release(); })), "RightXi");
   expectProblem(checkCalibrationFile(calibration("LeftRotation", [](cv::Mat& R) { R = R.row(0).clone(); })),
                 "malformed");
@@ -104,7 +104,7 @@ TEST_F(Files, GoodSettingsHaveNoProblem) {
 TEST_F(Files, EachFaultOfSettingsIsNamed) {
   const Document::value_type node{"DeviceNode", row({0})};
   const Document::value_type rectified{"RectifyFrameSize", row({464, 400})};
-  expectProblem(checkSettingsFile(m_folder.path("none.yml")), "does not load");
+  expectProblem(checkSettingsFile(m_folder.path("none.yml")), "no such file");
   expectProblem(checkSettingsFile(m_folder.write("broken.yml", "%YAML:1.0\n---\nDeviceNode: [[[[")), "does not load");
   expectProblem(checkSettingsFile(settings({rectified})), "does not load");
   expectProblem(checkSettingsFile(settings({node})), "no \"RectifyFrameSize\"");

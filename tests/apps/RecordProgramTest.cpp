@@ -20,6 +20,7 @@ using stereo::test::deadline;
 using stereo::test::Program;
 using stereo::test::readFile;
 using testing::HasSubstr;
+using testing::Not;
 
 namespace {
 
@@ -112,6 +113,8 @@ TEST_F(RecordProgram, EndsInOrderWhenInterrupted) {
   program.send(SIGINT);
   EXPECT_EQ(program.wait(), 0) << program.err();
   EXPECT_THAT(program.out(), HasSubstr("recorded "));
+  EXPECT_THAT(program.err(), HasSubstr("recording: "));
+  EXPECT_THAT(program.err(), HasSubstr(" MB; Ctrl-C ends it\n"));
   EXPECT_GE(Recording::open(file("taken")).stamps.size(), 1U);
 }
 
@@ -170,4 +173,36 @@ TEST_F(RecordProgram, ForeignFilesInTheFolderStay) {
   EXPECT_EQ(run({"record", "--replay", file("none"), "-o", folder}), static_cast<int>(ExitCode::source));
   EXPECT_EQ(readFile(folder + "/notes.txt"), "mine\n");
   EXPECT_FALSE(std::filesystem::exists(folder + "/stamps.csv"));
+}
+
+TEST_F(RecordProgram, RoomThatIsToStayFreeIsNotTaken) {
+  const std::string folder = file("full/of/it");
+  EXPECT_EQ(run({"record", "--simulate", "--still", "--size", "928x400", "--frames", "1", "--keep-free", "1000000000",
+                 "-o", folder}),
+            static_cast<int>(ExitCode::output));
+  EXPECT_THAT(m_err, HasSubstr(" MB are free, and 1000000000 MB are kept free (--keep-free)"));
+  EXPECT_FALSE(std::filesystem::exists(file("full")));
+}
+
+TEST_F(RecordProgram, DamageIsTold) {
+  ASSERT_EQ(run({"record", "--simulate", "--still", "--size", "928x400", "--frames", "12", "--queue", "100",
+                 "--patience", "120", "-o", file("whole")}),
+            0)
+      << m_err;
+  EXPECT_EQ(run({"record", "--replay", file("whole"), "--once", "-o", file("copy")}), 0) << m_err;
+  EXPECT_THAT(m_err, Not(HasSubstr("damaged")));
+  const std::string frames = file("whole/frames.mkv");
+  std::filesystem::resize_file(frames, std::filesystem::file_size(frames) / 2);
+  EXPECT_EQ(run({"record", "--replay", file("whole"), "--once", "-o", file("half")}), 0) << m_err;
+  const std::size_t left = Recording::open(file("half")).stamps.size();
+  EXPECT_LT(left, 12U);
+  EXPECT_THAT(m_err, HasSubstr("damaged: " + std::to_string(12 - left) + " of its frames could not be decoded"));
+  // Of images, too, and each counts once.
+  std::filesystem::create_directory(file("images"));
+  for (const char* const name : {"images/1.png", "images/3.png"}) {
+    ASSERT_TRUE(cv::imwrite(file(name), cv::Mat(40, 120, CV_8UC3, cv::Scalar::all(99))));
+  }
+  stereo::test::writeFile(file("images/2.png"), stereo::test::readFile(file("images/1.png")).substr(0, 60));
+  EXPECT_EQ(run({"record", "--replay", file("images"), "--frames", "9", "-o", file("round")}), 0) << m_err;
+  EXPECT_THAT(m_err, HasSubstr("damaged: 1 of its frames could not be decoded"));
 }
