@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <sstream>
 
 #include <glib.h>
@@ -66,44 +67,52 @@ void drawRings(cv::Mat& eyeImage, const sim::OmniModel& eye) {
   }
 }
 
-void addSpread(std::ostringstream& html, const calibration::Spread& spread) {
-  if (spread.count == 0) {
-    html << "<td></td><td></td><td></td>";
-    return;
-  }
-  html << "<td class=\"number\">" << spread.count << "</td><td class=\"number\">" << formatted("%.2f", spread.mean)
-       << "</td><td class=\"number\">" << formatted("%.2f", spread.most) << "</td>";
+// Three rows: how many corners, their mean and their greatest error, ring by ring.
+void addSpreads(std::ostringstream& html, const std::string& title,
+                const std::vector<const calibration::Spread*>& spreads) {
+  html << "<tr><th class=\"group\" colspan=\"" << spreads.size() + 1 << "\">" << title << "</th></tr>\n";
+  const auto row = [&](const char* name, const std::function<std::string(const calibration::Spread&)>& text) {
+    html << "<tr><td>" << name << "</td>";
+    for (const calibration::Spread* spread : spreads) {
+      html << "<td class=\"number\">" << (spread->count == 0 ? "" : text(*spread)) << "</td>";
+    }
+    html << "</tr>\n";
+  };
+  row("corners", [](const calibration::Spread& spread) { return std::to_string(spread.count); });
+  row("mean", [](const calibration::Spread& spread) { return formatted("%.2f", spread.mean); });
+  row("most", [](const calibration::Spread& spread) { return formatted("%.2f", spread.most); });
 }
 
+// A column a ring: few enough for a telephone's width.
 void addRings(std::ostringstream& html, const calibration::Judgement& judgement) {
-  html << "<h2>Errors by angle off the axis</h2>\n<table>\n<tr><th></th><th colspan=\"3\">corners against model, px of "
-          "the picture</th><th colspan=\"3\">rows, perspective view, px</th><th colspan=\"3\">rows, whole field, "
-          "px</th></tr>\n<tr><th>ring</th>";
-  for (int k = 0; k < 3; ++k) {
-    html << "<th class=\"number\">corners</th><th class=\"number\">mean</th><th class=\"number\">most</th>";
-  }
-  html << "</tr>\n";
+  std::vector<const calibration::Spread*> reprojection;
+  std::vector<const calibration::Spread*> rows;
+  std::vector<const calibration::Spread*> latitude;
+  html << "<h2>Errors by angle off the axis</h2>\n<div class=\"scroll\"><table>\n<tr><th></th>";
   for (std::size_t ring = 0; ring < judgement.rings.size(); ++ring) {
     const calibration::RingErrors& each = judgement.rings[ring];
     if (each.reprojection.count == 0 && each.latitude.count == 0) {
       continue;
     }
     const double from = static_cast<double>(ring) * calibration::kRingDegrees;
-    html << "<tr><td>" << formatted("%.0f to %.0f°", from, from + calibration::kRingDegrees) << "</td>";
-    addSpread(html, each.reprojection);
-    addSpread(html, each.rows);
-    addSpread(html, each.latitude);
-    html << "</tr>\n";
+    html << "<th class=\"number\">" << formatted("%.0f–%.0f°", from, from + calibration::kRingDegrees) << "</th>";
+    reprojection.push_back(&each.reprojection);
+    rows.push_back(&each.rows);
+    latitude.push_back(&each.latitude);
   }
+  html << "</tr>\n";
+  addSpreads(html, "corners against model, px of the picture", reprojection);
+  addSpreads(html, "rows, perspective view, px", rows);
+  addSpreads(html, "rows, whole field, px", latitude);
   html
-      << "</table>\n<p>Rows are compared after rectification, corner by corner, without the boards' poses. The "
-         "perspective "
-         "view is the camera's default, 464 × 400 pixels over 90 degrees. Over the whole field a row is an angle about "
-         "the line between the eyes, told in pixels of that view's middle (a quarter of a degree each).</p>\n";
+      << "</table></div>\n<p>Rows are compared after rectification, corner by corner, without the boards' poses. The "
+         "perspective view is the camera's default, 464 × 400 pixels over 90 degrees. Over the whole field a row is an "
+         "angle about the line between the eyes, in pixels of that view's middle (a quarter of a degree each).</p>\n";
 }
 
 void addPictures(std::ostringstream& html, const CalibrationStory& story) {
-  html << "<h2>Pictures</h2>\n<table>\n<tr><th>picture</th><th class=\"number\">left corners</th><th "
+  html << "<h2>Pictures</h2>\n<div class=\"scroll\"><table>\n<tr><th>picture</th><th class=\"number\">left "
+          "corners</th><th "
           "class=\"number\">right "
           "corners</th><th class=\"number\">thrown out</th><th class=\"number\">rms, px</th><th>verdict</th></tr>\n";
   const calibration::Calibration& result = story.result;
@@ -120,7 +129,7 @@ void addPictures(std::ostringstream& html, const CalibrationStory& story) {
          << (std::isfinite(rms) ? formatted("%.2f", rms) : "") << "</td><td>"
          << (result.kept[view] != 0 ? "kept" : "thrown out: does not fit the others") << "</td></tr>\n";
   }
-  html << "</table>\n";
+  html << "</table></div>\n";
 }
 
 // The kept picture of both eyes that fits worst and the one that fits best; the same if there is but one.
@@ -256,11 +265,12 @@ cv::Mat rectifiedPicture(const CalibrationStory& story, std::size_t view) {
 
 std::string calibrationPage(const CalibrationStory& story) {
   std::ostringstream html;
-  html << "<!doctype html>\n<html lang=\"en\">\n<meta charset=\"utf-8\">\n"
-       << "<meta name=\"viewport\" content=\"width=device-width\">\n<title>Calibration</title>\n<style>" << pageStyle
-       << ".fault { background: #ffe1dc; padding: .5rem 1rem } .good { background: #e2f5e2; padding: .5rem 1rem }\n"
-       << "figure { margin-bottom: 1.5rem } th[colspan] { border-bottom: none }</style>\n<h1>Calibration</h1>\n"
-       << "<p class=\"source\">" << escaped(story.source) << "</p>\n";
+  html
+      << "<!doctype html>\n<html lang=\"en\">\n<meta charset=\"utf-8\">\n"
+      << "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n<title>Calibration</title>\n<style>"
+      << pageStyle
+      << "figure { margin-bottom: 1.5rem } th.group { padding-top: .75rem }</style>\n<h1>Calibration</h1>\n"
+      << "<p class=\"source\">" << escaped(story.source) << "</p>\n";
   for (const std::string& fault : story.judgement.faults) {
     html << "<p class=\"fault\">" << escaped(fault) << "</p>\n";
   }
@@ -272,11 +282,11 @@ std::string calibrationPage(const CalibrationStory& story) {
   for (const std::string& advice : story.judgement.advice) {
     html << "<p class=\"note\">" << escaped(advice) << "</p>\n";
   }
-  html << "<table>\n";
+  html << "<div class=\"scroll\"><table>\n";
   for (const auto& [name, value] : calibrationFacts(story)) {
     html << "<tr><th>" << escaped(name) << "</th><td>" << escaped(value) << "</td></tr>\n";
   }
-  html << "</table>\n";
+  html << "</table></div>\n";
   addFigure(html, coveragePicture(story), "Coverage",
             "All corners, left eye and right eye. Green fits, yellow is half a pixel off, red a pixel or more; open "
             "circles were thrown out. Rings every 30 degrees off the axis. Where there are no corners the model is a "

@@ -12,9 +12,10 @@ namespace stereo::app {
 
 /// Everything that comes from one disparity, or from the ones right after it.
 struct DepthProducts {
-  cv::Mat disparity;  ///< CV_32FC1, pixels; negative where there is no match
-  cv::Mat metric;     ///< CV_32FC1, metres; 0 out of limits, -1 without a match
-  cv::Mat colour;     ///< CV_8UC3, turned by 180 degrees
+  cv::Mat disparity;                      ///< CV_32FC1, pixels; negative where there is no match
+  cv::Mat metric;                         ///< CV_32FC1, metres; 0 out of limits, -1 without a match
+  cv::Mat colour;                         ///< CV_8UC3, turned by 180 degrees
+  std::optional<ColorScale> colourScale;  ///< none where a busy machine made the picture from another disparity
   std::vector<cv::Vec3f> plain;
   std::vector<PCL> coloured;
 };

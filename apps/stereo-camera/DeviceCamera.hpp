@@ -33,6 +33,8 @@ public:
   /// The latest disparity (CV_32FC1, pixels) with the view that came with it; copies.
   TimeFrame latestDisparity();
   double horizontalField() const { return m_hFov; }
+  float nearLimit() const { return m_minDepth; }
+  float farLimit() const { return m_maxDepth; }
   cv::Size rectFrameSize() const { return m_rectFrameSize; }
 };
 

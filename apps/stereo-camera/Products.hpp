@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,12 +14,20 @@
 
 namespace stereo::app {
 
+/// What the colors of a picture mean, from the least value to the most.
+struct ColorScale {
+  double least = 0;               ///< metres
+  double most = 0;                ///< metres
+  std::vector<cv::Vec3b> colors;  ///< blue, green, red at equal steps of the value
+};
+
 /// One picture that was read and where it was written.
 struct Picture {
   std::string file;     ///< name within the output folder
   std::string title;    ///< "Raw frame"
   std::string caption;  ///< what one sees
   cv::Mat image;
+  std::optional<ColorScale> scale = {};  ///< of colored depth
 };
 
 /// Reads one of each product, each from a frame of its own, and appends it to the pictures. Throws Failure where

@@ -80,6 +80,7 @@ OpenedCamera opened(std::unique_ptr<Camera> camera, const SourceOptions& options
   result.description = description;
   result.rectifiedSize = raw->rectFrameSize();
   result.horizontalField = raw->horizontalField();
+  result.depthLimits = {raw->nearLimit(), raw->farLimit()};
   result.camera = std::move(camera);
   return result;
 }

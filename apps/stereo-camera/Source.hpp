@@ -77,6 +77,7 @@ struct OpenedCamera {
   cv::Size askedSize;  ///< frame size a device seemed to take, to be compared with its frames; may be empty
   cv::Size rectifiedSize;
   double horizontalField = 0;  ///< degrees
+  cv::Vec2f depthLimits;       ///< nearest and farthest depth that the camera tells, metres
 };
 
 /// Who looks on while a camera works, at most one of them, and then outlives it.
