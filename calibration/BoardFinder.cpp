@@ -3,7 +3,9 @@
 
 #include <algorithm>
 #include <limits>
+#include <map>
 #include <stdexcept>
+#include <utility>
 
 #include <opencv2/calib3d.hpp>
 #include <opencv2/imgproc.hpp>
@@ -130,6 +132,34 @@ View findBoard(const cv::Mat& picture, const Board& board, const std::string& na
     std::reverse(right.begin(), right.end());
   }
   return view;
+}
+
+cv::Size boardSize(const cv::Mat& eyeImage) {
+  // From a small board on, the finder goes on as far as the pattern does. Anything smaller is found where there is
+  // none.
+  const cv::Size least(4, 4);
+  std::vector<cv::Point2f> corners;
+  cv::Mat found;
+  if (!cv::findChessboardCornersSB(greyOf(eyeImage), least, corners, cv::CALIB_CB_NORMALIZE_IMAGE | cv::CALIB_CB_LARGER,
+                                   found)) {
+    return {};
+  }
+  return {std::max(found.cols, found.rows), std::min(found.cols, found.rows)};
+}
+
+cv::Size boardSizeIn(const std::vector<cv::Mat>& pictures, int leastEyes) {
+  std::map<std::pair<int, int>, int> votes;
+  for (const cv::Mat& picture : pictures) {
+    for (int eye = 0; eye < 2; ++eye) {
+      const cv::Size size = boardSize(picture.colRange(eye * picture.cols / 2, (eye + 1) * (picture.cols / 2)));
+      if (!size.empty()) {
+        ++votes[{size.width, size.height}];
+      }
+    }
+  }
+  const auto most =
+      std::max_element(votes.begin(), votes.end(), [](const auto& a, const auto& b) { return a.second < b.second; });
+  return most == votes.end() || most->second < leastEyes ? cv::Size() : cv::Size(most->first.first, most->first.second);
 }
 
 }  // namespace stereo::calibration

@@ -24,4 +24,12 @@ std::vector<cv::Point2d> findCorners(const cv::Mat& eyeImage, const Board& board
 /// in both. Throws std::invalid_argument for a picture of another type or an odd width.
 View findBoard(const cv::Mat& picture, const Board& board, const std::string& name, Effort effort);
 
+/// Inner corners of whatever chessboard is in an eye's image (CV_8UC1 or CV_8UC3), the greater number first; at least
+/// 4 x 4. Empty where none is found. Right for most pictures, not for all: ask several.
+cv::Size boardSize(const cv::Mat& eyeImage);
+
+/// The size that most of some side-by-side pictures show, each eye asked for itself; empty where fewer than
+/// `leastEyes` eyes agree.
+cv::Size boardSizeIn(const std::vector<cv::Mat>& pictures, int leastEyes);
+
 }  // namespace stereo::calibration

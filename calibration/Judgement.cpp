@@ -16,6 +16,8 @@ namespace {
 constexpr double degree = CV_PI / 180.0;
 constexpr double mostRms = 1.0;
 constexpr double mostRowMean = 0.5;
+constexpr double leastBaseline = 20.0;  // millimetres
+constexpr double mostBaseline = 500.0;
 constexpr std::size_t goodPictures = 15;
 constexpr double goodCoverage = 0.5;
 constexpr double goodReach = 70.0 * degree;
@@ -80,6 +82,10 @@ Judgement judge(const Calibration& calibration, const cv::Size& eyeSize) {
         formatted("rectified rows differ by %.2f px on average (at most %.1f): do both eyes take "
                   "their pictures at the same moment?",
                   rowMean, mostRowMean));
+  }
+  if (!(calibration.baseline() >= leastBaseline && calibration.baseline() <= mostBaseline)) {
+    judgement.faults.push_back(
+        formatted("the eyes are %.1f mm apart: is --square in millimetres?", calibration.baseline()));
   }
   const std::size_t thrownOut = calibration.views.size() - calibration.picturesKept();
   if (3 * thrownOut > calibration.views.size()) {

@@ -66,6 +66,52 @@ cv::Mat nextFrame(StereoCamera& camera, Watch& watch) {
   return frame;
 }
 
+// Looks for a board of another size where none of the size asked for was seen in the first pictures. Throws Failure
+// with the size that would fit, if there is one.
+class WrongBoard {
+public:
+  explicit WrongBoard(const calibration::Board& board) : m_board(board) {}
+
+  /// Whether a whole board was seen in the next picture.
+  void offer(const cv::Mat& picture, bool isSeen) {
+    m_isSeen = m_isSeen || isSeen;
+    if (m_isSeen || m_isTold) {
+      m_pictures.clear();
+      return;
+    }
+    m_pictures.push_back(picture.clone());
+    if (m_pictures.size() == first) {
+      judge();
+    }
+  }
+  /// After the last picture.
+  void judge() {
+    if (m_isSeen || m_isTold || m_pictures.empty()) {
+      return;
+    }
+    const cv::Size other = calibration::boardSizeIn(m_pictures, 2);
+    const std::string start = "no board of " + text(m_board.corners) + " in the first " +
+                              std::to_string(m_pictures.size()) + (m_pictures.size() == 1 ? " picture" : " pictures") +
+                              ": wrong --board? It counts inner corners";
+    if (!other.empty() && other != m_board.corners &&
+        other != cv::Size(m_board.corners.height, m_board.corners.width)) {
+      throw Failure(ExitCode::problems, start + "; " + text(other) + " would fit");
+    }
+    progress() << start << std::endl;
+    m_isTold = true;
+    m_pictures.clear();
+  }
+
+private:
+  static constexpr std::size_t first = 10;
+  static std::string text(cv::Size size) { return std::to_string(size.width) + "x" + std::to_string(size.height); }
+
+  const calibration::Board& m_board;
+  std::vector<cv::Mat> m_pictures;
+  bool m_isSeen = false;
+  bool m_isTold = false;
+};
+
 }  // namespace
 
 BoardPictures readBoards(const fs::path& folder, const calibration::Board& board) {
@@ -73,6 +119,7 @@ BoardPictures readBoards(const fs::path& folder, const calibration::Board& board
   const std::vector<fs::path> images = imagesOf(folder);
   std::vector<fs::path> paths;
   cv::Size size;
+  WrongBoard wrongBoard(board);
   for (std::size_t k = 0; k < images.size(); ++k) {
     checkSignals();
     const std::string name = images[k].filename().string();
@@ -96,11 +143,13 @@ BoardPictures readBoards(const fs::path& folder, const calibration::Board& board
          : view.sees(0)  ? "board in the left eye only"
          : view.sees(1)  ? "board in the right eye only"
                          : "no whole board; left out");
+    wrongBoard.offer(picture, view.sees(0) || view.sees(1));
     if (view.sees(0) || view.sees(1)) {
       result.views.push_back(std::move(view));
       paths.push_back(images[k]);
     }
   }
+  wrongBoard.judge();
   result.eyeSize = cv::Size(size.width / 2, size.height);
   result.source = "pictures of " + folder.string();
   result.picture = [paths](std::size_t view) { return cv::imread(paths[view].string(), cv::IMREAD_COLOR); };
@@ -122,6 +171,7 @@ BoardPictures takeBoards(const LiveOptions& options, const calibration::Board& b
   const auto wanted = static_cast<std::size_t>(options.pictures);
   std::vector<cv::Mat> frames;
   std::unique_ptr<Collector> collector;
+  WrongBoard wrongBoard(board);
   Collector::Verdict told = Collector::Verdict::taken;
   Clock::time_point last = Clock::now();
   Clock::time_point toldAt;
@@ -150,6 +200,7 @@ BoardPictures takeBoards(const LiveOptions& options, const calibration::Board& b
     char name[32];
     std::snprintf(name, sizeof name, "board-%03zu.png", frames.size() + 1);
     const View view = calibration::findBoard(frame, board, name, calibration::Effort::quick);
+    wrongBoard.offer(frame, view.sees(0) || view.sees(1));
     watch.alive();
     const Collector::Verdict verdict = collector->offer(view);
     if (verdict == Collector::Verdict::taken) {

@@ -1,8 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <functional>
 #include <memory>
+#include <set>
+#include <string_view>
 
 #include <CLI/CLI.hpp>
 
+#include "BoardFinder.hpp"
 #include "Commands.hpp"
 #include "Console.hpp"
 #include "Ended.hpp"
@@ -33,6 +37,13 @@ calibration::EyeCalibration eyeOf(StereoCamera& camera, bool isRight) {
   camera.getCalibParams(params, isRight);
   // The capture worker has scaled the intrinsic matrix to the raw frame; a view of its own for each.
   return {params[0].clone(), params[1].clone(), params[2].at<double>(0, 0), params[3].clone()};
+}
+
+// What a picture holds, told from others'.
+std::size_t fingerprint(const cv::Mat& image) {
+  const cv::Mat pixels = image.isContinuous() ? image : image.clone();
+  return std::hash<std::string_view>()(
+      {reinterpret_cast<const char*>(pixels.data), pixels.total() * pixels.elemSize()});
 }
 
 std::string table(const calibration::RowCheckResult& result) {
@@ -98,6 +109,9 @@ void check(const CheckOptions& options) {
   Watch watch(opened, options.patience);
   std::unique_ptr<calibration::RowCheck> rows;
   cv::Size size;
+  std::set<std::size_t> seen;
+  std::vector<cv::Mat> pictures;  // the first few, both eyes
+  constexpr std::size_t mostPictures = 5;
   for (int frame = 0; frame < options.frames; ++frame) {
     cv::Mat left;
     cv::Mat right;
@@ -116,13 +130,28 @@ void check(const CheckOptions& options) {
     if (left.size() != size) {
       throw Failure(ExitCode::noFrames, "the frames change their size; check one size at a time");
     }
+    if (!seen.insert(fingerprint(left)).second) {
+      progress() << "frame " << frame + 1 << " of " << options.frames << ": seen already; it counts once" << std::endl;
+      continue;
+    }
     const std::size_t found = rows->add(left, right);
     watch.alive();
+    if (pictures.size() < mostPictures) {
+      pictures.emplace_back();
+      cv::hconcat(left, right, pictures.back());
+    }
     progress() << "frame " << frame + 1 << " of " << options.frames << ": " << found << " things seen by both eyes"
                << std::endl;
   }
   watch.finish();
-  const calibration::RowCheckResult result = rows->result();
+  calibration::RowCheckResult result = rows->result();
+  // A chessboard's corners all look alike, and are taken for one another.
+  const cv::Size board =
+      result.faults.empty() ? cv::Size() : calibration::boardSizeIn(pictures, static_cast<int>(pictures.size()));
+  if (!board.empty()) {
+    result.faults.clear();
+    result.enough = false;
+  }
   std::string text = table(result);
   for (const std::string& fault : result.faults) {
     text += "PROBLEM  " + fault + "\n";
@@ -135,6 +164,11 @@ void check(const CheckOptions& options) {
     results() << text << std::flush;
   }
   options.json.write(figures(result, opened.description));
+  if (!board.empty()) {
+    throw Failure(ExitCode::problems, "cannot tell: the pictures show a chessboard (" + std::to_string(board.width) +
+                                          "x" + std::to_string(board.height) +
+                                          " corners), whose repeating pattern misleads this check; show another scene");
+  }
   if (!result.enough) {
     throw Failure(ExitCode::problems, "cannot tell: only " + std::to_string(result.matches) +
                                           " things were seen by both eyes; show a brighter scene with more detail, "

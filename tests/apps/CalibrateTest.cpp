@@ -129,3 +129,76 @@ TEST(CalibrateProgram, RefusesWhatMakesNoSense) {
   const Outcome nothingToCheck = run({"check", "--replay", folder.path("empty/grey.png")});
   EXPECT_EQ(nothingToCheck.code, static_cast<int>(ExitCode::calibration)) << nothingToCheck.err;
 }
+
+namespace {
+
+// Side-by-side pictures of a board of 6 x 5 inner corners, flat, in front of both eyes.
+void writeBoards(const stereo::test::TempDir& folder, int count) {
+  constexpr int square = 24;
+  cv::Mat board(6 * square + 2 * square, 7 * square + 2 * square, CV_8UC1, cv::Scalar(255));
+  for (int row = 0; row < 6; ++row) {
+    for (int col = row % 2; col < 7; col += 2) {
+      board(cv::Rect((col + 1) * square, (row + 1) * square, square, square)).setTo(0);
+    }
+  }
+  for (int n = 0; n < count; ++n) {
+    cv::Mat picture(400, 928, CV_8UC1, cv::Scalar(128));
+    for (int eye = 0; eye < 2; ++eye) {
+      board.copyTo(picture(cv::Rect(eye * 464 + 90 + 5 * n - 10 * eye, 80 + 3 * n, board.cols, board.rows)));
+    }
+    cv::imwrite(folder.path("board-" + std::to_string(n) + ".png"), picture);
+  }
+}
+
+}  // namespace
+
+TEST(CalibrateProgram, TellsTheSizeThatWouldFitWhereNoBoardIsFound) {
+  const stereo::test::TempDir pictures;
+  const stereo::test::TempDir output;
+  writeBoards(pictures, 12);
+  // Whoever counts squares instead of the corners between them.
+  const Outcome wrong =
+      run({"calibrate", pictures.path(""), "--board", "7x6", "--square", "20", "-o", output.path("calibration.yml")});
+  EXPECT_EQ(wrong.code, static_cast<int>(ExitCode::problems));
+  EXPECT_THAT(wrong.err, HasSubstr("no board of 7x6 in the first 10 pictures: wrong --board? It counts inner corners; "
+                                   "6x5 would fit\n"));
+  EXPECT_THAT(wrong.err, HasSubstr("[10/12]"));
+  EXPECT_THAT(wrong.err, Not(HasSubstr("[11/12]")));
+  EXPECT_FALSE(std::filesystem::exists(output.path("calibration.yml")));
+}
+
+TEST(CalibrateProgram, TellsOfAWrongBoardBeforeTheTenthOfFewPictures) {
+  const stereo::test::TempDir pictures;
+  const stereo::test::TempDir output;
+  writeBoards(pictures, 3);
+  const Outcome wrong =
+      run({"calibrate", pictures.path(""), "--board", "7x6", "--square", "20", "-o", output.path("calibration.yml")});
+  EXPECT_EQ(wrong.code, static_cast<int>(ExitCode::problems));
+  EXPECT_THAT(wrong.err, HasSubstr("in the first 3 pictures: wrong --board? It counts inner corners; 6x5 would fit\n"));
+}
+
+TEST(CheckProgram, CountsAStillPictureOnce) {
+  const Outcome once =
+      run({"check", "--simulate", "--still", "--size", "928x400", "--frames", "1", "--patience", "120"});
+  const Outcome often =
+      run({"check", "--simulate", "--still", "--size", "928x400", "--frames", "4", "--patience", "120"});
+  EXPECT_EQ(once.code, 0) << once.err;
+  EXPECT_EQ(often.code, 0) << often.err;
+  EXPECT_EQ(once.out, often.out);
+  EXPECT_THAT(often.err, HasSubstr("frame 4 of 4: seen already; it counts once"));
+}
+
+TEST(CheckProgram, SaysThatABoardMisleadsIt) {
+  const std::string boards = std::string(STEREO_CAMERA_TEST_DATA) + "/boards";
+  if (!std::filesystem::exists(boards)) {
+    GTEST_SKIP() << "no recorded pictures of a board in " << boards;
+  }
+  const Outcome misled = run({"check", "--replay", boards + "/pair-01.png", "--calibration",
+                              boards + "/calibration.yml", "--frames", "1", "--patience", "120"});
+  EXPECT_EQ(misled.code, static_cast<int>(ExitCode::problems));
+  EXPECT_THAT(misled.err,
+              HasSubstr("cannot tell: the pictures show a chessboard (8x6 corners), whose repeating pattern "
+                        "misleads this check; show another scene\n"));
+  EXPECT_THAT(misled.out, Not(HasSubstr("PROBLEM")));
+  EXPECT_THAT(misled.err, Not(HasSubstr("does not fit")));
+}

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -49,6 +50,19 @@ TEST(BoardFinder, FindsRenderedCornersToAFractionOfAPixelAndAlikeInBothEyes) {
   }
   EXPECT_GE(found, 5);
   EXPECT_LT(std::sqrt(all / found), 0.2);
+}
+
+TEST(BoardFinder, TellsTheSizeOfWhateverBoardIsThere) {
+  const sim::Rig rig(2);
+  const sim::BoardCapture boards(rig, {.frameSize = frameSize, .rate = 0, .corners = {7, 5}, .places = 6});
+  std::vector<cv::Mat> pictures;
+  for (const sim::BoardPlace& place : boards.places()) {
+    pictures.push_back(boards.render(place));
+  }
+  EXPECT_EQ(boardSizeIn(pictures, 3), cv::Size(7, 5));
+  EXPECT_EQ(boardSizeIn(pictures, 13), cv::Size()) << "more than there are eyes";
+  EXPECT_EQ(boardSizeIn({}, 1), cv::Size());
+  EXPECT_EQ(boardSize(cv::Mat(100, 200, CV_8UC3, cv::Scalar::all(90))), cv::Size());
 }
 
 TEST(BoardFinder, FindsNothingInAnEmptyPictureAndRefusesOthers) {

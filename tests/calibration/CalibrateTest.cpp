@@ -128,6 +128,14 @@ TEST(Calibrate, OutliersAreThrownOut) {
   }
   EXPECT_LT(greatestAngle(raysOf(found, rig, 85)), 0.05);
   EXPECT_THAT(judge(found, eyeSize).faults, testing::IsEmpty());
+
+  // The same with squares told in centimetres, in half inches, and in tenths.
+  for (const double unit : {0.1, 1 / 12.7, 10.0}) {
+    Calibration mistaken = found;
+    mistaken.estimate.rig.rightFromLeft.translation *= unit;
+    EXPECT_THAT(judge(mistaken, eyeSize).faults,
+                testing::ElementsAre(testing::HasSubstr("is --square in millimetres?")));
+  }
 }
 
 TEST(Calibrate, ExchangedHalvesAreToldOf) {
