@@ -57,13 +57,55 @@ auto makesCamera() {
       });
 }
 
+// Whether a class derived in Python has a rectified read of its own, which then feeds the disparity worker.
+bool feedsItself(const py::object& self) {
+  return !py::type::of(self).attr("getRectStereoFrame").is(py::type::of<StereoCamera>().attr("getRectStereoFrame"));
+}
+
+// Why there are no maps, and `startCapture` would build none; empty if it would. Without them the disparity worker's
+// first frame ends the process.
+std::string missingForMaps(const StereoCamera& camera) {
+  using Matrix = cv::Mat StereoCamera::*;
+  for (const Matrix matrix :
+       {Matrix(&Members::m_translation), Matrix(&Members::m_leftXi), Matrix(&Members::m_leftRotation),
+        Matrix(&Members::m_leftDistortion), Matrix(&Members::m_leftIntrinsic), Matrix(&Members::m_rightXi),
+        Matrix(&Members::m_rightRotation), Matrix(&Members::m_rightIntrinsic), Matrix(&Members::m_rightDistortion)}) {
+    if ((camera.*matrix).empty()) {
+      return "there is no calibration: call loadCalibParams or setCalibParams before startCapture";
+    }
+  }
+  const cv::Size size = camera.*(&Members::m_rectFrameSize);
+  return size.empty() ? "there is no rectified size: call setRectFrameSize before startCapture" : "";
+}
+
+bool hasMaps(const StereoCamera& camera) { return !(camera.*(&Members::m_rectifyMaps))[0][0].empty(); }
+
+// Raises RuntimeError where the disparity worker would end the process for want of maps.
+void requireMaps(const py::object& self, bool captureIsToStart) {
+  const auto& camera = self.cast<const StereoCamera&>();
+  if (hasMaps(camera) || feedsItself(self)) {
+    return;
+  }
+  std::string missing = missingForMaps(camera);
+  if (missing.empty() && !captureIsToStart && camera.*(&Members::m_captureThread) != nullptr) {
+    missing = "startCapture ran without calibration and rectified size: call it again";
+  }
+  if (!missing.empty()) {
+    throw std::runtime_error(missing);
+  }
+}
+
 void bindLife(CameraClass& camera) {
   camera
       .def(
           "startCapture",
-          [](StereoCamera& self, bool useTransmit, bool useShareMemory) {
-            return oneAtATime(self, "startCapture",
-                              [&] { return self.StereoCamera::startCapture(useTransmit, useShareMemory); });
+          [](const py::object& self, bool useTransmit, bool useShareMemory) {
+            auto& it = self.cast<StereoCamera&>();
+            if (it.*(&Members::m_isComputing)) {
+              requireMaps(self, true);
+            }
+            return oneAtATime(it, "startCapture",
+                              [&] { return it.StereoCamera::startCapture(useTransmit, useShareMemory); });
           },
           py::arg("useTransmit") = false, py::arg("useShareMemory") = false,
           R"(startCapture(self, useTransmit=False, useShareMemory=False)
@@ -71,17 +113,20 @@ void bindLife(CameraClass& camera) {
 
 Scales the intrinsic matrices to the raw frame, builds the maps (if there is a rectified size and a calibration) and
 starts the capture worker. `useTransmit` asks for the network stream, `useShareMemory` for the shared-memory segment.
-True. Raises Error for a malformed calibration. Where the segment cannot be had, the worker ends the process.)")
+True. Raises Error for a malformed calibration, RuntimeError for a missing one while the disparity worker runs. Where the
+segment cannot be had, the worker ends the process.)")
       .def(
           "startStereoCompute",
-          [](StereoCamera& self) {
-            return oneAtATime(self, "startStereoCompute", [&] { return self.StereoCamera::startStereoCompute(); });
+          [](const py::object& self) {
+            auto& it = self.cast<StereoCamera&>();
+            requireMaps(self, false);
+            return oneAtATime(it, "startStereoCompute", [&] { return it.StereoCamera::startStereoCompute(); });
           },
           R"(startStereoCompute(self)
 --
 
 Starts the disparity worker. True; False while one is running already. It wants maps, which `startCapture` builds from
-calibration and rectified size: without them it ends the process.)")
+calibration and rectified size. RuntimeError where these are missing, unless `getRectStereoFrame` is overridden.)")
       .def(
           "stopStereoCompute",
           [](StereoCamera& self) {

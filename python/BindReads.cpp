@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "Arrays.hpp"
+#include "LimitedRead.hpp"
 #include "Module.hpp"
 #include "Results.hpp"
 
@@ -10,49 +11,42 @@ namespace stereo::python {
 
 namespace {
 
-py::object getRawFrame(StereoCamera& camera) {
+py::object getRawFrame(StereoCamera& camera, const py::object& timeout) {
   cv::Mat frame;
   Stamp timestamp{0};
-  {
-    const Released released;
-    if (!camera.StereoCamera::getRawFrame(frame, timestamp)) {
-      return py::none();
-    }
-  }
-  return rawFrame(std::move(frame), timestamp);
+  LimitedRead read(camera, Awaited::frame, timeout);
+  return read.run([&] { return camera.StereoCamera::getRawFrame(frame, timestamp); })
+             ? rawFrame(std::move(frame), timestamp)
+             : py::none();
 }
 
-py::object getStereoFrame(StereoCamera& camera) {
+py::object getStereoFrame(StereoCamera& camera, const py::object& timeout) {
   cv::Mat left;
   cv::Mat right;
   Stamp timestamp{0};
-  {
-    const Released released;
-    if (!camera.StereoCamera::getStereoFrame(left, right, timestamp)) {
-      return py::none();
-    }
-  }
-  return stereoFrame(std::move(left), std::move(right), timestamp);
+  LimitedRead read(camera, Awaited::frame, timeout);
+  return read.run([&] { return camera.StereoCamera::getStereoFrame(left, right, timestamp); })
+             ? stereoFrame(std::move(left), std::move(right), timestamp)
+             : py::none();
 }
 
-py::object getRectStereoFrame(StereoCamera& camera, bool withView) {
+py::object getRectStereoFrame(StereoCamera& camera, bool withView, const py::object& timeout) {
   cv::Mat left;
   cv::Mat right;
   cv::Mat view;
   Stamp timestamp{0};
-  {
-    const Released released;
-    const bool isRead = withView ? camera.StereoCamera::getRectStereoFrame(left, right, view, timestamp)
-                                 : camera.StereoCamera::getRectStereoFrame(left, right);
-    if (!isRead) {
-      return py::none();
-    }
+  LimitedRead read(camera, Awaited::frame, timeout);
+  if (!read.run([&] {
+        return withView ? camera.StereoCamera::getRectStereoFrame(left, right, view, timestamp)
+                        : camera.StereoCamera::getRectStereoFrame(left, right);
+      })) {
+    return py::none();
   }
   return withView ? rectViewFrame(std::move(left), std::move(right), std::move(view), timestamp)
                   : rectStereoFrame(std::move(left), std::move(right));
 }
 
-py::object getDepthFrame(StereoCamera& camera, const py::object& disparity, bool color) {
+py::object getDepthFrame(StereoCamera& camera, const py::object& disparity, bool color, const py::object& timeout) {
   cv::Mat depth;
   if (!disparity.is_none()) {
     Wrapped wrapped = wrapDisparity(disparity, "the disparity");
@@ -63,46 +57,47 @@ py::object getDepthFrame(StereoCamera& camera, const py::object& disparity, bool
     return toArray(std::move(depth));
   }
   Stamp timestamp{0};
-  {
-    const Released released;
-    if (!camera.StereoCamera::getDepthFrame(depth, color, timestamp)) {
-      return py::none();
-    }
-  }
-  return depthFrame(std::move(depth), timestamp);
+  LimitedRead read(camera, Awaited::frame, timeout);
+  return read.run([&] { return camera.StereoCamera::getDepthFrame(depth, color, timestamp); })
+             ? depthFrame(std::move(depth), timestamp)
+             : py::none();
 }
 
-template <typename Point>
-bool readCloud(StereoCamera& camera, std::vector<Point>& points, Stamp& timestamp) {
-  const Released released;
-  return camera.StereoCamera::getPointCloud(points, timestamp);
-}
-
-py::object getPointCloud(StereoCamera& camera, bool colored) {
+py::object getPointCloud(StereoCamera& camera, bool colored, const py::object& timeout) {
   Stamp timestamp{0};
+  LimitedRead read(camera, Awaited::disparity, timeout);
   if (colored) {
     std::vector<PCL> points;
-    return readCloud(camera, points, timestamp) ? coloredPointCloud(std::move(points), timestamp) : py::none();
+    return read.run([&] { return camera.StereoCamera::getPointCloud(points, timestamp); })
+               ? coloredPointCloud(std::move(points), timestamp)
+               : py::none();
   }
   std::vector<cv::Vec3f> points;
-  return readCloud(camera, points, timestamp) ? pointCloud(std::move(points), timestamp) : py::none();
+  return read.run([&] { return camera.StereoCamera::getPointCloud(points, timestamp); })
+             ? pointCloud(std::move(points), timestamp)
+             : py::none();
 }
 
 }  // namespace
 
 void bindReads(CameraClass& camera) {
   camera
-      .def("getRawFrame", &getRawFrame, R"(getRawFrame(self)
+      .def("getRawFrame", &getRawFrame, py::arg("timeout") = py::none(), R"(getRawFrame(self, timeout=None)
 --
 
 Next frame, both eyes joined side by side: RawFrame(frame, timestamp), rows x columns x 3, uint8, black outside the
-image circles. Waits for it. None if there is none (any more).)")
-      .def("getStereoFrame", &getStereoFrame, R"(getStereoFrame(self)
+image circles. Waits for it. None if there is none (any more).
+
+As with every read that waits: TimeoutError if nothing came within `timeout` seconds; signals end it, so Ctrl-C does.
+Without a timeout, RuntimeError at once where nobody can answer: the camera is not open, or was not started, and frames
+were not published by setting m_rawFrame (clouds: no disparity worker, and m_disparityFrame).)")
+      .def("getStereoFrame", &getStereoFrame, py::arg("timeout") = py::none(), R"(getStereoFrame(self, timeout=None)
 --
 
 Next frame's eyes: StereoFrame(left, right, timestamp), each rows x columns x 3, uint8. Waits for it. None if there is
 none (any more). The disparity worker and the rectified reads call it: an override is their source.)")
-      .def("getRectStereoFrame", &getRectStereoFrame, py::arg("view") = false, R"(getRectStereoFrame(self, view=False)
+      .def("getRectStereoFrame", &getRectStereoFrame, py::arg("view") = false, py::arg("timeout") = py::none(),
+           R"(getRectStereoFrame(self, view=False, timeout=None)
 --
 
 Next frame's eyes, rectified, each rows x columns x 3, uint8, of the rectified size. Waits for it. None if there is
@@ -112,7 +107,8 @@ Without `view`, both in the perspective view: RectStereoFrame(left, right). With
 from (m_depthmode 1: longitude-latitude, 2: perspective) and the left eye in the perspective view:
 RectViewFrame(left, right, view, timestamp). The disparity worker calls it with view=True.)")
       .def("getDepthFrame", &getDepthFrame, py::arg("disparity") = py::none(), py::arg("color") = true,
-           R"(getDepthFrame(self, disparity=None, color=True)
+           py::arg("timeout") = py::none(),
+           R"(getDepthFrame(self, disparity=None, color=True, timeout=None)
 --
 
 Without a disparity, the next raw frame's depth as a picture: DepthFrame(depth, timestamp), rows x columns x 3, uint8,
@@ -122,8 +118,10 @@ for the frame. None at once without a disparity worker, and while there is no di
 With a disparity (rows x columns, float32, pixels of the rectified eye), its depth: rows x columns, float32, metres; -1
 where the disparity is not above the near limit's number, 0 where the depth is out of limits. With m_depthmode 2 that
 is f * b / d, with focal length f in pixels and baseline b in metres; with 1, on longitude-latitude pictures,
-b * sin(pi * ((column - d) / W + o)) / sin(pi * d / W), o = (180 - m_lonLatFov) / 360. Does not wait.)")
-      .def("getPointCloud", &getPointCloud, py::arg("colored") = false, R"(getPointCloud(self, colored=False)
+b * sin(pi * ((column - d) / W + o)) / sin(pi * d / W), o = (180 - m_lonLatFov) / 360. Does not wait, whatever the
+timeout.)")
+      .def("getPointCloud", &getPointCloud, py::arg("colored") = false, py::arg("timeout") = py::none(),
+           R"(getPointCloud(self, colored=False, timeout=None)
 --
 
 Points of the next disparity: PointCloud(points, timestamp), N x 3, float32, metres in the left rectified camera's

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <cmath>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -81,6 +82,12 @@ auto madeFrom(Options (*toOptions)(Arguments...)) {
       });
 }
 
+void require(bool isFine, const char* what) {
+  if (!isFine) {
+    throw py::value_error(what);
+  }
+}
+
 py::object truthOf(const SimulatedCamera& camera, const std::string& view, double time) {
   if (view != "perspective" && view != "lonLat") {
     throw py::value_error("the view must be 'perspective' or 'lonLat', not '" + view + "'");
@@ -107,25 +114,64 @@ void bindVirtualCamera(py::module_& module) {
 
 Opened, on that source, which is kept; at `rate` frames per second, 0: whatever comes. TypeError if it is not derived
 from `VideoCapture`.)")
-      .def("setDepthMode", &VirtualCamera::setDepthMode, py::arg("mode"), R"(setDepthMode(self, mode)
+      .def(
+          "setDepthMode",
+          [](VirtualCamera& self, int mode) {
+            require(mode == 1 || mode == 2, "the depth mode must be 1 or 2");
+            self.setDepthMode(mode);
+          },
+          py::arg("mode"), R"(setDepthMode(self, mode)
 --
 
 1: depth from the longitude-latitude pair, 2: from the perspective pair. Like all these setters, before
 `startCapture`.)")
       .def("setAlgorithm", &VirtualCamera::setAlgorithm, py::arg("algorithm"),
            "setAlgorithm(self, algorithm)\n--\n\n0: semi-global matching, 1: block matching, any other: none.")
-      .def("setHorizontalField", &VirtualCamera::setHorizontalField, py::arg("degrees"),
-           "setHorizontalField(self, degrees)\n--\n\nHorizontal field of the perspective view, above 0, below 180 "
-           "degrees.")
-      .def("setLonLatField", &VirtualCamera::setLonLatField, py::arg("degrees"),
-           "setLonLatField(self, degrees)\n--\n\nRange of the longitude-latitude view, degrees.")
-      .def("setDepthLimits", &VirtualCamera::setDepthLimits, py::arg("nearest"), py::arg("farthest"),
-           "setDepthLimits(self, nearest, farthest)\n--\n\nLimits of depth, metres.")
-      .def("setCloudRadius", &VirtualCamera::setCloudRadius, py::arg("pixels"),
-           "setCloudRadius(self, pixels)\n--\n\nLargest distance from the principal point in the clouds, rectified "
-           "pixels.")
-      .def("setStream", &VirtualCamera::setStream, py::arg("mode"), py::arg("rate"), py::arg("lastOctet"),
-           R"(setStream(self, mode, rate, lastOctet)
+      .def(
+          "setHorizontalField",
+          [](VirtualCamera& self, double degrees) {
+            require(degrees > 0 && degrees < 180, "the horizontal field must be above 0 and below 180 degrees");
+            self.setHorizontalField(degrees);
+          },
+          py::arg("degrees"),
+          "setHorizontalField(self, degrees)\n--\n\nHorizontal field of the perspective view, above 0, below 180 "
+          "degrees.")
+      .def(
+          "setLonLatField",
+          [](VirtualCamera& self, double degrees) {
+            require(degrees > 0 && degrees <= 360,
+                    "the longitude-latitude range must be above 0 and at most 360 degrees");
+            self.setLonLatField(degrees);
+          },
+          py::arg("degrees"), "setLonLatField(self, degrees)\n--\n\nRange of the longitude-latitude view, degrees.")
+      .def(
+          "setDepthLimits",
+          [](VirtualCamera& self, float nearest, float farthest) {
+            require(nearest >= 0 && nearest < farthest && std::isfinite(farthest),
+                    "depth limits must be numbers of metres, 0 <= nearest < farthest");
+            self.setDepthLimits(nearest, farthest);
+          },
+          py::arg("nearest"), py::arg("farthest"),
+          "setDepthLimits(self, nearest, farthest)\n--\n\nLimits of depth, metres.")
+      .def(
+          "setCloudRadius",
+          [](VirtualCamera& self, int pixels) {
+            require(pixels >= 0, "the cloud's radius must be a number of pixels from 0 on");
+            self.setCloudRadius(pixels);
+          },
+          py::arg("pixels"),
+          "setCloudRadius(self, pixels)\n--\n\nLargest distance from the principal point in the clouds, rectified "
+          "pixels.")
+      .def(
+          "setStream",
+          [](VirtualCamera& self, int mode, double rate, int lastOctet) {
+            require(mode >= -1 && mode <= 4, "the stream mode must be from -1 to 4");
+            require(rate >= 0 && std::isfinite(rate), "the stream's rate must be a number from 0 on");
+            require(lastOctet >= 0 && lastOctet <= 255, "the last octet must be from 0 to 255");
+            self.setStream(mode, rate, lastOctet);
+          },
+          py::arg("mode"), py::arg("rate"), py::arg("lastOctet"),
+          R"(setStream(self, mode, rate, lastOctet)
 --
 
 What the network stream shows (-1 nothing, 0 to 4), frames per second told to the encoder, receiver's last octet. It is

@@ -24,6 +24,13 @@ public:
   /// The companion of a camera that Python made: all that Python can get hold of.
   static Companion& of(StereoCamera& camera);
 
+  /// Whether a start or a stop is under way.
+  bool isStartingOrStopping() const { return m_owner != std::thread::id(); }
+
+  // Whether Python has set `m_rawFrame` or `m_disparityFrame`, which publishes them.
+  std::atomic<bool> publishesFrames{false};
+  std::atomic<bool> publishesDisparities{false};
+
   /// The camera's Python object, null if there is none (any more), or it is just going away. Interpreter lock held.
   virtual py::handle self() const = 0;
 

@@ -15,21 +15,40 @@ thread_local int callsFromPython = 0;                       // `Released` alive 
 thread_local bool onWorker = false;                         // Python was entered from a thread that it didn't call from
 thread_local const StereoCamera* cameraOfThread = nullptr;  // whose worker, if that is known
 
+// Takes the interpreter lock. A daemon thread that comes back when the interpreter is gone is ended right there, in the
+// midst of our frames, whose objects can no longer be given up without the lock. It stays instead, until the process
+// ends.
+template <typename Take>
+void orStay(const Take& take) {
+  try {
+    take();
+  } catch (const abi::__forced_unwind&) {
+    while (true) {
+      pause();
+    }
+  }
+}
+
 }  // namespace
 
 Released::Released() : m_state(PyEval_SaveThread()) { ++callsFromPython; }
 
 Released::~Released() {
-  try {
-    PyEval_RestoreThread(m_state);
-  } catch (const abi::__forced_unwind&) {
-    // A daemon thread that comes back when the interpreter is gone is ended right here, in the midst of our frames,
-    // whose objects can no longer be given up without the lock. It stays instead, until the process ends.
-    while (true) {
-      pause();
-    }
-  }
+  orStay([this] { PyEval_RestoreThread(m_state); });
   --callsFromPython;
+}
+
+bool runSignalHandlers() {
+  if (!Entered::isPossible()) {
+    return true;
+  }
+  bool isFine = true;
+  orStay([&] {
+    const PyGILState_STATE state = PyGILState_Ensure();
+    isFine = PyErr_CheckSignals() == 0;
+    PyGILState_Release(state);
+  });
+  return isFine;
 }
 
 bool Entered::isPossible() { return Py_IsInitialized() != 0 && _Py_IsFinalizing() == 0; }

@@ -51,6 +51,10 @@ private:
   py::gil_scoped_acquire m_acquire;
 };
 
+/// Runs the handlers of signals that came for the interpreter, on its main thread; on any other there are none. From
+/// inside a `Released`. False if one raised: the exception is set on this thread, for when the lock is taken again.
+bool runSignalHandlers();
+
 /// Whether the calling thread is a worker of any camera that has called Python.
 bool isWorkerThread();
 /// Whether it is a worker of this camera.

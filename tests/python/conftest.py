@@ -71,6 +71,14 @@ def camera_on(source, kind=sc.VirtualCamera):
     return camera
 
 
+def calibrate(camera):
+    """Gives the camera a calibration, which the disparity worker wants; any will do."""
+    matrix = np.array([[500.0, 0, 464], [0, 500, 400], [0, 0, 1]])
+    for is_right in (False, True):
+        camera.setCalibParams([matrix, np.zeros((1, 4)), np.ones((1, 1)), np.eye(3), np.array([[-60.0], [0], [0]])], is_right)
+    return camera
+
+
 @pytest.fixture
 def simulated():
     """A small simulated camera whose scene stands still, as fast as possible; not started."""

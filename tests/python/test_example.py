@@ -29,3 +29,12 @@ def test_a_missing_recording_is_told_in_a_line(tmp_path):
     command = [sys.executable, str(EXAMPLE), "--replay", "/does/not/exist", "--calibration", "/does/not/exist"]
     done = subprocess.run(command, cwd=tmp_path, timeout=540, capture_output=True, text=True)
     assert done.returncode != 0 and "/does/not/exist" in done.stderr and "Traceback" not in done.stderr
+
+
+@pytest.mark.parametrize("name, needs", [("depth_plot.py", "python3-matplotlib"), ("segment_reader.py", "python3-numpy")])
+def test_what_is_missing_is_told_in_a_line(name, needs, tmp_path):
+    # Without the folders that packages are installed in, and without the module's.
+    command = [sys.executable, "-I", "-S", str(EXAMPLE.parent / name)]
+    done = subprocess.run(command, cwd=tmp_path, timeout=120, capture_output=True, text=True)
+    assert done.returncode == 1 and done.stdout == ""
+    assert done.stderr.count("\n") == 1 and needs in done.stderr and "Traceback" not in done.stderr

@@ -10,7 +10,7 @@ import time
 import weakref
 
 import pytest
-from conftest import RAW, Pictures, await_that, camera_on
+from conftest import RAW, Pictures, await_that, calibrate, camera_on
 
 import stereo_camera as sc
 
@@ -74,7 +74,7 @@ def test_other_threads_go_on_while_a_read_waits():
 
 def test_a_stop_sends_waiting_readers_home_with_none():
     source = Gated()
-    camera = camera_on(source)
+    camera = calibrate(camera_on(source))
     camera.startCapture()
     camera.startStereoCompute()
     readers = [Thread(lambda read=read: read(camera)) for read in READS for _ in range(2)]

@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: Apache-2.0
+// Reads that Python can end: by a signal, after a time, or at once where nobody can answer.
+#pragma once
+
+#include <chrono>
+#include <optional>
+
+#include "Interpreter.hpp"
+#include "ReadLimit.hpp"
+#include "StereoCamera.hpp"
+
+namespace stereo::python {
+
+/// What a read waits for.
+enum class Awaited { frame, disparity };
+
+/// One read of a camera on the calling thread, which holds the interpreter lock before and after.
+class LimitedRead {
+public:
+  /// `timeout` in seconds, None for none. Raises TypeError for anything but a number, ValueError for one below 0.
+  LimitedRead(StereoCamera& camera, Awaited awaited, const py::object& timeout);
+
+  /// Runs `read` without the interpreter lock; its answer. Raises what a signal's handler raised, TimeoutError, and
+  /// RuntimeError for a read without a time-out that nobody can ever answer.
+  template <typename Read>
+  bool run(const Read& read) {
+    bool answer = false;
+    {
+      const Released released;
+      const ReadLimit limit([this, outer = ReadLimit::current()] { return mayGoOn(outer); });
+      answer = read();
+    }
+    raiseWhatEndedIt();
+    return answer;
+  }
+
+private:
+  using Clock = std::chrono::steady_clock;
+
+  bool mayGoOn(ReadLimit* outer);
+  const char* whyNobodyAnswers();
+  void raiseWhatEndedIt() const;
+
+  StereoCamera& m_camera;
+  const Awaited m_awaited;
+  std::optional<Clock::time_point> m_end;
+  bool m_isFirst = true;
+  bool m_isLate = false;
+  bool m_hasRaised = false;
+  const char* m_nobody = nullptr;
+};
+
+}  // namespace stereo::python
