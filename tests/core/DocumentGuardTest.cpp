@@ -23,37 +23,75 @@ std::string stairs(int steps) {
   for (int i = 0; i < steps; ++i) {
     text += std::string(static_cast<std::size_t>(i), ' ') + "a:\n";
   }
-  return text;
+  return text + std::string(static_cast<std::size_t>(steps), ' ') + "5\n";
 }
 
 }  // namespace
 
 TEST(SafeToParse, LetsOrdinaryDocumentsThrough) {
-  EXPECT_TRUE(safeToParse(""));
-  EXPECT_TRUE(safeToParse("no document at all"));
   EXPECT_TRUE(safeToParse("%YAML:1.0\n---\nA: !!opencv-matrix\n   rows: 1\n   cols: 1\n   dt: d\n   data: [ 1. ]\n"));
   EXPECT_TRUE(safeToParse("{\n  \"A\": { \"rows\": 1, \"data\": [ 1.0, 2.0 ] }\n}\n"));
   EXPECT_TRUE(
       safeToParse("<?xml version=\"1.0\"?>\n<opencv_storage>\n<A type_id=\"opencv-matrix\">\n  <rows>1</rows>\n"
-                  "  <!-- a > b <c -->\n  <data>\n    1.</data></A>\n<empty/>\n</opencv_storage>\n"));
+                  "  <!-- a > b <c -->\n  <data>\n    1.</data></A>\n<empty></empty>\n</opencv_storage>\n"));
+}
+
+TEST(SafeToParse, RefusesWhatNoParserTakes) {
+  for (const char* const text : {"", "\n", "no document at all", "%YAM", "\xEF\xBB\xBF{}", " {}", "[]"}) {
+    EXPECT_FALSE(safeToParse(text)) << text;
+  }
 }
 
 TEST(SafeToParse, RefusesNestingBeyondTheLimit) {
-  for (const std::string open : {"[", "{", "[ {"}) {
-    const int levels = open.size() == 1 ? 1 : 2;
-    EXPECT_TRUE(safeToParse("%YAML:1.0\n---\nA: " + times((deepestNesting - 10) / levels, open)));
-    EXPECT_FALSE(safeToParse("%YAML:1.0\n---\nA: " + times(deepestNesting, open)));
-    EXPECT_FALSE(safeToParse("{ \"A\": " + times(deepestNesting, open)));
-  }
+  const auto yaml = [](int levels) { return "%YAML:1.0\n---\nA: " + times(levels, "[") + times(levels, "]") + "\n"; };
+  EXPECT_TRUE(safeToParse(yaml(deepestNesting - 1)));  // the root is one, too
+  EXPECT_FALSE(safeToParse(yaml(deepestNesting)));
+  const auto json = [](int levels) { return "{\"A\":" + times(levels, "[") + times(levels, "]") + "}"; };
+  EXPECT_TRUE(safeToParse(json(deepestNesting - 1)));
+  EXPECT_FALSE(safeToParse(json(deepestNesting)));
   EXPECT_TRUE(safeToParse("{ \"A\": [" + times(10000, "[], {}, ") + "] }"));
-  EXPECT_TRUE(safeToParse(stairs(deepestNesting - 10)));
-  EXPECT_FALSE(safeToParse(stairs(deepestNesting + 10)));
-  EXPECT_FALSE(safeToParse("%YAML:1.0\n---\nA:\n  " + times(deepestNesting, "- ")));
-  const std::string head = "<?xml version=\"1.0\"?>\n<opencv_storage>";
-  const std::string tail = "</opencv_storage>\n";
-  EXPECT_TRUE(safeToParse(head + times(deepestNesting - 1, "<a>") + tail));
-  EXPECT_FALSE(safeToParse(head + times(deepestNesting, "<a>") + tail));
-  EXPECT_TRUE(safeToParse(head + times(1000, "<a></a><b/>") + tail));
+  EXPECT_TRUE(safeToParse(stairs(deepestNesting)));
+  EXPECT_FALSE(safeToParse(stairs(deepestNesting + 1)));
+  const std::string dashes = "%YAML:1.0\n---\nA:\n  ";
+  EXPECT_TRUE(safeToParse(dashes + times(deepestNesting - 1, "- ") + "5\n"));
+  EXPECT_FALSE(safeToParse(dashes + times(deepestNesting, "- ") + "5\n"));
+  const auto xml = [](int levels) {
+    return "<?xml version=\"1.0\"?>\n<opencv_storage>" + times(levels, "<a>") + times(levels, "</a>") +
+           "</opencv_storage>\n";
+  };
+  EXPECT_TRUE(safeToParse(xml(deepestNesting - 1)));
+  EXPECT_FALSE(safeToParse(xml(deepestNesting)));
+}
+
+// Of comments and strings, whatever is in them.
+TEST(SafeToParse, CountsNoBracketsThatAreText) {
+  const std::string odd = times(200, "[{");
+  EXPECT_TRUE(safeToParse("%YAML:1.0\n---\n# " + odd + "\nA: \"" + odd + "\"\nB: '" + odd + "'\nC: x" + odd + "\n"));
+  EXPECT_TRUE(safeToParse("{ // " + odd + "\n/* " + odd + "*/ \"A\": \"" + odd + "\" }"));
+  EXPECT_TRUE(safeToParse("<?xml version=\"1.0\"?>\n<opencv_storage><!-- " + times(200, "<a>") +
+                          " --><A>1</A></opencv_storage>\n"));
+  std::string comments = "%YAML:1.0\n---\nA: 5\n";
+  for (std::size_t indent = 0; indent < 200; ++indent) {
+    comments += std::string(indent, ' ') + "# deeper\n";
+  }
+  EXPECT_TRUE(safeToParse(comments));
+}
+
+TEST(SafeToParse, LetsOddButLegalTextsThrough) {
+  const std::string yaml = "%YAML:1.0\n---\n";
+  for (const char* const text : {"# binary, : {: ,: [ {\nA: 5\n", "A: \"binary, : {: ,: [ {\"\n",
+                                 "A: 'it''s, : binary'\n", "A: x!binary\n", "A: \"!binary \\\" # \"\n"}) {
+    EXPECT_TRUE(safeToParse(yaml + text)) << text;
+  }
+  for (const char* const text :
+       {"{ \"A\": \"type_id=\\\"binary\\\" , : {:\" }", "{ /* , : */ \"{:\" : 5 // }\n}", "{ \"A\": \"x$base64$\" }"}) {
+    EXPECT_TRUE(safeToParse(text)) << text;
+  }
+  const std::string xml = "<?xml version=\"1.0\"?>\n<opencv_storage>\n<!-- \"binary\" --><A>\"!binary\"</A>\n";
+  for (const char* const end : {"</opencv_storage>", "</opencv_storage >", "</opencv_storage\n>\n",
+                                "</opencv_storage>\n<!-- </a> -->\n", "</opencv_storage> <!-- cut off"}) {
+    EXPECT_TRUE(safeToParse(xml + end)) << end;
+  }
 }
 
 TEST(SafeToParse, RefusesXmlThatDoesNotEndWithItsRoot) {
@@ -61,8 +99,9 @@ TEST(SafeToParse, RefusesXmlThatDoesNotEndWithItsRoot) {
       "<?xml version=\"1.0\"?>\n<opencv_storage>\n<A type_id=\"opencv-matrix\">1</A>\n</opencv_storage>";
   EXPECT_TRUE(safeToParse(whole));
   EXPECT_TRUE(safeToParse(whole + " \r\n"));
+  const std::size_t header = whole.find('\n');  // which the parser takes for a document by itself
   for (std::size_t length = 5; length < whole.size(); ++length) {
-    EXPECT_FALSE(safeToParse(whole.substr(0, length))) << length;
+    EXPECT_EQ(safeToParse(whole.substr(0, length)), length == header) << length;
   }
   EXPECT_FALSE(safeToParse("<?xml version=\"1.0\"?>\n<opencv_storage>\n<a b=\">\" type_id="));
   EXPECT_FALSE(safeToParse("<?xml version=\"1.0\" encoding=\">\" b="));
@@ -84,7 +123,7 @@ TEST(SafeToParse, LetsSeveralStreamsThrough) {
   EXPECT_TRUE(safeToParse(head + "A: 5\n...\n---\nB: 5\n"));
   EXPECT_TRUE(safeToParse(head + "A: 5\n...\n\n# more\n%YAML:1.0\n--- # now\n   B: 5\n   C:\n     - -5\n...\n"));
   EXPECT_TRUE(safeToParse(head + "- 5\n- -5\n...\n"));
-  EXPECT_TRUE(safeToParse("A: -5\n"));
+  EXPECT_TRUE(safeToParse("%YAML:1.0\nA: -5\n"));
   EXPECT_TRUE(safeToParse(head + "!!map\nA: 5\nB: 5\n...\n---\n!!map\nC: 5\n"));
   EXPECT_TRUE(safeToParse(head + "%A: 5\n%B: 5\n...\n%YAML:1.0\n---\nC: 5\n"));
   EXPECT_TRUE(safeToParse(head + "   A: 5\n# whose place is no matter\n\n   B: -5\n"));
@@ -97,6 +136,9 @@ TEST(SafeToParse, LetsCollectionsInBracketsThrough) {
         safeToParse(head + "{ A: !!opencv-matrix { rows: 1, cols: 2,\n dt: \"d\", data: [ -1., -.5 ] } }" + end))
         << end;
     EXPECT_TRUE(safeToParse(head + "[ -5, [ 6, '}' ], {} ]" + end)) << end;
+    EXPECT_TRUE(safeToParse(head + "{ A: '\\', B: \"\\\"}\" }" + end)) << end;
+    EXPECT_TRUE(safeToParse(head + "{ A: 5 # }\n }" + end)) << end;
+    EXPECT_TRUE(safeToParse(head + "!!map { A: 5 }" + end)) << end;
   }
 }
 
@@ -118,8 +160,6 @@ TEST(SafeToParse, RefusesStreamsThatBeginOrEndInNoKnownWay) {
                                  "{ A: 5 } xxx- 5\n",
                                  "{ A: x{y }\nxx- 5 }\n",
                                  "{ A: it's }\nxx- 5 ', B: 5 }\n",
-                                 "{ A: '\\', B: 5 }",
-                                 "{ A: 5 # }\n }\n",
                                  "!!map { A: 5 }\nxxx- 5\n",
                                  "--- { A: 5 }\nxxx- 5\n",
                                  "  %A: 5\nxxx- 5\n",
@@ -156,7 +196,7 @@ TEST(SafeToParse, RefusesBase64WithoutTypes) {
               c.isSafe)
         << c.text;
     EXPECT_EQ(safeToParse("<?xml version=\"1.0\"?>\n<opencv_storage><A><data type_id=\"binary\">\n  " + c.text + data +
-                          "</data></A></opencv_storage>\n"),
+                          "\n</data></A></opencv_storage>\n"),
               c.isSafe)
         << c.text;
   }
