@@ -27,10 +27,10 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/StereoCameraConfig.cmake
 # A static library leaves its own dependencies to whoever links it, a shared one does not.
 if(BUILD_SHARED_LIBS)
   set(stereo_camera_pc_libs "-lStereoCameraCommon -lopencv_core -lopencv_videoio")
-  set(stereo_camera_pc_private "-lopencv_imgproc -lopencv_calib3d -lopencv_highgui -pthread")
+  set(stereo_camera_pc_private "-lopencv_imgproc -lopencv_calib3d -lopencv_highgui -lz -pthread")
 else()
   set(stereo_camera_pc_libs "-lStereoCameraCommon -lopencv_videoio -lopencv_highgui -lopencv_calib3d \
--lopencv_imgproc -lopencv_core -pthread")
+-lopencv_imgproc -lopencv_core -lz -pthread")
   set(stereo_camera_pc_private "")
 endif()
 # Told from where the file lies, so that it is right wherever `cmake --install --prefix` puts it.

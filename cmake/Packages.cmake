@@ -77,7 +77,7 @@ if(BUILD_SHARED_LIBS)
   set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS runtime)
 endif()
 stereo_camera_package(COMPONENT development PACKAGE libstereocameracommon-dev SECTION libdevel
-  DEPENDS "libopencv-dev"
+  DEPENDS "libopencv-dev, zlib1g-dev"
   SUMMARY "driver library of a stereo fisheye camera (development files)"
   DESCRIPTION
     "Headers, CMake package (find_package(StereoCamera)) and pkg-config file"

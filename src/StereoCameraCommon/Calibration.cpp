@@ -11,7 +11,7 @@
 
 bool StereoCamera::loadCalibParams(std::string fileName) {
   try {
-    const std::unique_ptr<cv::FileStorage> reader = stereo::openForReading(fileName);
+    const std::unique_ptr<cv::FileStorage> reader = stereo::openForReading(fileName, stereo::EmptyFile::malformed);
     if (reader == nullptr) {
       std::cerr << "Read File: " << fileName << " Error!" << std::endl;
       return false;

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <cmath>
 #include <cstdlib>
-#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <new>
@@ -63,23 +62,13 @@ Settings readSettings(const cv::FileStorage& storage) {
   return read;
 }
 
-// A file of no bytes is a file without keys; the storage layer would call it malformed.
-bool isEmptyFile(const std::string& path) {
-  std::error_code failure;
-  return std::filesystem::is_regular_file(path, failure) && std::filesystem::file_size(path, failure) == 0 && !failure;
-}
-
 }  // namespace
 
 bool StereoCamera::loadConfig(std::string path) {
   Settings read;
   std::unique_ptr<cv::FileStorage> reader;
   try {
-    if (isEmptyFile(path)) {
-      reader.reset(new (std::nothrow) cv::FileStorage());
-    } else {
-      reader = stereo::openForReading(path);
-    }
+    reader = stereo::openForReading(path, stereo::EmptyFile::hasNoKeys);
     if (reader == nullptr) {
       std::cerr << "Read File: " << path << " Error!" << std::endl;
       return false;

@@ -2,12 +2,12 @@
 #include "StereoCameraCommon/Storage.hpp"
 
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <new>
 
+#include <opencv2/core/utils/logger.hpp>
+
 #include "core/DocumentGuard.hpp"
+#include "system/DocumentFile.hpp"
 
 namespace stereo {
 
@@ -17,16 +17,34 @@ constexpr std::size_t mostDimensions = 32;  // of an OpenCV matrix
 
 }  // namespace
 
-std::unique_ptr<cv::FileStorage> openForReading(const std::string& path) {
-  std::error_code failure;
-  if (std::filesystem::is_regular_file(path, failure)) {
-    std::ifstream file(path, std::ios::binary);
-    const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-    if (!core::safeToParse(text)) {
-      CV_Error(cv::Error::StsParseError, "the document is nested too deeply, ends inside a tag or lacks a name");
-    }
+std::unique_ptr<cv::FileStorage> openForReading(const std::string& path, EmptyFile empty) {
+  std::unique_ptr<cv::FileStorage> storage(new (std::nothrow) cv::FileStorage());
+  if (storage == nullptr) {
+    return nullptr;
   }
-  return std::unique_ptr<cv::FileStorage>(new (std::nothrow) cv::FileStorage(path, cv::FileStorage::READ, ""));
+  // The storage layer sees no name in a text of several lines.
+  if (path.empty() || path.rfind('?') == 0 || path.find('\n') != std::string::npos) {
+    CV_Error(cv::Error::StsNullPtr, "NULL or empty filename");
+  }
+  using State = sys::DocumentFile::State;
+  sys::DocumentFile file = sys::readDocumentFile(path);
+  if (file.state == State::missing) {
+    CV_LOG_ERROR(nullptr, "Can't open file: '" << path << "' in read mode");
+    return storage;
+  }
+  if (file.state == State::whole && file.text.empty() && empty == EmptyFile::hasNoKeys) {
+    return storage;
+  }
+  if (file.state == State::damaged || !core::safeToParse(file.text)) {
+    CV_Error(cv::Error::StsParseError, "the document is malformed");
+  }
+  // The parser gets the very bytes that were looked at. Unlike a file, memory ends for it with the last line, not
+  // behind the last line's end.
+  if (file.text.ends_with('\n')) {
+    file.text += '\n';
+  }
+  storage->open(file.text, cv::FileStorage::READ | cv::FileStorage::MEMORY, "");
+  return storage;
 }
 
 cv::Mat readMatrix(const cv::FileStorage& storage, const char* key) {

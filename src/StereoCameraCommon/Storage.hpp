@@ -11,9 +11,12 @@
 
 namespace stereo {
 
-/// A reader on the file; one without keys if there is no such file, null if there is no memory for it. Throws
-/// cv::Exception for a malformed document, among them those that OpenCV's parsers would not survive.
-std::unique_ptr<cv::FileStorage> openForReading(const std::string& path);
+/// What a file of no bytes, unpacked, counts as. The storage layer would call it malformed.
+enum class EmptyFile { malformed, hasNoKeys };
+
+/// A reader on the file, compressed or not; one without keys if there is no such file, null if there is no memory for
+/// it. Throws cv::Exception for a malformed document, among them those that OpenCV's parsers would not survive.
+std::unique_ptr<cv::FileStorage> openForReading(const std::string& path, EmptyFile empty);
 /// The matrix under a key, empty if there is none. Throws cv::Exception for anything but a matrix.
 cv::Mat readMatrix(const cv::FileStorage& storage, const char* key);
 
