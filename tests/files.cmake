@@ -8,12 +8,14 @@ stereo_camera_test(NAME log_tests SOURCES log/SystemLogTest.cpp)
 
 stereo_camera_test(NAME file_tests SOURCES
   StereoCameraCommon/CalibrationTest.cpp
+  StereoCameraCommon/CompressedFilesTest.cpp
   StereoCameraCommon/DocumentOracleTest.cpp
   StereoCameraCommon/HostileFilesTest.cpp
   StereoCameraCommon/HostileValuesTest.cpp
   StereoCameraCommon/RandomDocuments.cpp
   StereoCameraCommon/SettingsTest.cpp
-  support/StorageOracle.cpp)
+  support/StorageOracle.cpp
+  LIBRARIES ZLIB::ZLIB)
 
 # Programs of their own: these replace allocation functions, or functions of OpenCV.
 stereo_camera_test(NAME allocation_failure_tests SOURCES StereoCameraCommon/AllocationFailureTest.cpp)

@@ -38,6 +38,14 @@ void describe(const cv::FileNode& node, std::string& text) {
   text += '.';
 }
 
+std::string escaped(const std::string& text) {
+  std::string line;
+  for (const char c : text) {
+    line += c == '\n' ? "\\n" : c == '\\' ? "\\\\" : std::string(1, c);
+  }
+  return line;
+}
+
 Reading readFrom(const std::string& path, const Open& open) {
   try {
     const std::unique_ptr<cv::FileStorage> storage = open(path);
@@ -67,7 +75,7 @@ Reading readFrom(const std::string& path, const Open& open) {
     try {
       writeFile(path, documents[k]);
       const Reading reading = readFrom(path, open);
-      const std::string line = std::to_string(static_cast<int>(reading.fate)) + reading.values + '\0';
+      const std::string line = std::to_string(static_cast<int>(reading.fate)) + escaped(reading.values) + '\n';
       for (std::size_t sent = 0; sent < line.size();) {
         const ssize_t count = write(results, line.data() + sent, line.size() - sent);
         if (count <= 0) {
@@ -112,7 +120,7 @@ std::vector<Reading> readInChildren(const std::vector<std::string>& documents, c
     if (child < 0 || waitpid(child, &status, 0) != child) {
       throw std::runtime_error("no child");
     }
-    for (std::size_t from = 0, end = 0; (end = sent.find('\0', from)) != std::string::npos; from = end + 1) {
+    for (std::size_t from = 0, end = 0; (end = sent.find('\n', from)) != std::string::npos; from = end + 1) {
       readings.push_back({static_cast<Fate>(sent[from] - '0'), sent.substr(from + 1, end - from - 1)});
     }
     if (readings.size() < documents.size()) {
