@@ -19,6 +19,7 @@
 #include <unistd.h>
 
 #include "fuzz/Target.hpp"
+#include "support/Gzip.hpp"
 
 namespace {
 
@@ -81,11 +82,21 @@ const std::string& folder() {
 
 Document::Document(const std::string& name) : m_path(folder() + "/" + name) {}
 
-void Document::write(const std::uint8_t* data, std::size_t size) const {
-  const int file = open(m_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+std::string Document::write(const std::uint8_t* data, std::size_t size) const {
+  const std::uint8_t kind = size == 0 ? 0 : data[0];
+  const bool isCompressed = kind == 'z' || kind == 'g';
+  const std::string path = m_path + (isCompressed ? ".gz" : "");
+  const std::string bytes(reinterpret_cast<const char*>(data) + (isCompressed ? 1 : 0), size - (isCompressed ? 1 : 0));
+  if (kind == 'z') {
+    test::writeCompressed(path, bytes);
+    return path;
+  }
+  const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
   require(file >= 0, "the document can be made");
-  require(::write(file, data, size) == static_cast<ssize_t>(size), "the document can be written");
+  require(::write(file, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()),
+          "the document can be written");
   close(file);
+  return path;
 }
 
 std::string Document::read() const {
@@ -217,7 +228,7 @@ bool isOfNumber(char c) { return (c >= '0' && c <= '9') || c == '.' || c == '-' 
 bool isOfWord(char c) { return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == '-' || c == '!'; }
 
 void change(std::string& text, Random& random, const std::vector<std::string_view>& names) {
-  switch (random() % 9) {
+  switch (random() % 40 == 0 ? 9 : random() % 9) {
     case 0:
     case 1: {
       const Stretch number = someRun(random, text, isOfNumber);
@@ -254,8 +265,11 @@ void change(std::string& text, Random& random, const std::vector<std::string_vie
       text.erase(from, 1 + below(random, 8));
       break;
     }
-    default:
+    case 8:
       text.resize(text.size() - below(random, std::min<std::size_t>(text.size(), 64)));
+      break;
+    default:  // compressed, or no longer
+      text[0] == 'z' ? text.erase(0, 1) : text.insert(0, 1, 'z');
   }
 }
 

@@ -21,8 +21,9 @@ public:
   explicit Document(const std::string& name);
 
   const std::string& path() const { return m_path; }
-  /// Replaces what is in it.
-  void write(const std::uint8_t* data, std::size_t size) const;
+  /// Makes an input a file, and returns its path. What is behind a first byte 'z' is compressed, what is behind a 'g'
+  /// is taken for a compressed file's bytes; a file of another name, ending with ".gz", gets either.
+  std::string write(const std::uint8_t* data, std::size_t size) const;
   std::string read() const;
 
 private:

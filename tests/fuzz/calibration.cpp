@@ -116,12 +116,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   static TestCamera next;
   require(prepared, "OpenCV is prepared");
 
-  document.write(data, size);
+  const std::string path = document.write(data, size);
   setKnownValues(camera);
   bool loaded = false;
   {
     const Messages messages;
-    loaded = camera.loadCalibParams(document.path());
+    loaded = camera.loadCalibParams(path);
     if (loaded) {
       require(messages.text().empty(), "nothing is said about a file that loads");
       for (int k = 0; k < matrixCount; ++k) {
