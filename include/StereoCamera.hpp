@@ -154,15 +154,16 @@ public:
   /// next frame; any thread. True if all three outputs are non-empty. Throws as above.
   virtual bool getRectStereoFrame(cv::Mat& left, cv::Mat& right, cv::Mat& view, std::chrono::microseconds& timestamp);
 
-  /// Reads the settings file (YAML, XML or JSON, told by its content). Values out of range are replaced with a message
-  /// on standard error. False, with a message, if the file cannot be read or names no device.
+  /// Reads the settings file (YAML, XML or JSON, told by its content; compressed, if it is named ".gz"). Values out of
+  /// range are replaced with a message on standard error. False, with a message, if the file cannot be read or names no
+  /// device.
   virtual bool loadConfig(std::string path);
-  /// Reads the calibration file (YAML, XML or JSON, told by its content). False if a value is missing (what is there is
-  /// taken) or, with a message on standard error, if the file is malformed.
+  /// Reads the calibration file, of the same kinds. False if a value is missing (what is there is taken) or, with a
+  /// message on standard error, if the file is malformed.
   virtual bool loadCalibParams(std::string fileName);
-  /// Writes the settings, replacing the file, and has the system write its buffers to disk. The "FrameRate" key
-  /// gets the serial number; field of view, stream rate, stream mode and depth mode are not written. Whether the
-  /// file could be opened is not told.
+  /// Writes the settings, replacing the file (compressed, if it is named ".gz"), and has the system write its buffers to
+  /// disk. The "FrameRate" key gets the serial number; field of view, stream rate, stream mode and depth mode are not
+  /// written. Whether the file could be opened is not told.
   virtual bool saveConfig(std::string path);
   /// Writes the calibration as it stands (scaled by each `startCapture` that built maps), replacing the file, and has
   /// the system write its buffers to disk. Whether the file could be opened is not told.

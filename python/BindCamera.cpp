@@ -173,15 +173,15 @@ void bindFiles(CameraClass& camera) {
            py::arg("path"), R"(loadConfig(self, path)
 --
 
-Reads the settings file (YAML, XML or JSON by extension). Values out of range are replaced with a message on standard
-error. False, with a message, if the file cannot be read or names no device.)")
+Reads the settings file (YAML, XML or JSON, told by its content; compressed, if it is named ".gz"). Values out of range
+are replaced with a message on standard error. False, with a message, if the file cannot be read or names no device.)")
       .def("loadCalibParams",
            usesFile([](StereoCamera& c, const std::string& path) { return c.StereoCamera::loadCalibParams(path); }),
            py::arg("fileName"), R"(loadCalibParams(self, fileName)
 --
 
-Reads the calibration file (YAML, XML or JSON by extension). False if a value is missing or, with a message on standard
-error, if the file is malformed. Before `startCapture`.)")
+Reads the calibration file, of the same kinds. False if a value is missing or, with a message on standard error, if the
+file is malformed. Before `startCapture`.)")
       .def("saveConfig",
            usesFile([](StereoCamera& c, const std::string& path) { return c.StereoCamera::saveConfig(path); }),
            py::arg("path"), R"(saveConfig(self, path)
