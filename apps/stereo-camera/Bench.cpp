@@ -81,7 +81,7 @@ std::vector<std::pair<std::string, std::string>> factsOf(const OpenedCamera& ope
           {"asked rate", rate > 0 ? formatted("%.1f frames a second", rate) : "as fast as it goes"},
           {"raw frame", text(opened.camera->getRawFrameSize())},
           {"rectified eye", text(opened.rectifiedSize)},
-          {"matcher", options.source.matcher == "bm" ? "block matching" : "semi-global"},
+          {"matcher", opened.matcher == "bm" ? "block matching" : "semi-global"},
           {"depth from", opened.depthMode == 1 ? "the longitude-latitude pair" : "the perspective pair"}};
 }
 

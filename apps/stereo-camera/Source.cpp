@@ -77,6 +77,7 @@ OpenedCamera opened(std::unique_ptr<Camera> camera, const SourceOptions& options
   result.streamOpened = [raw] { return raw->streamOpened(); };
   result.latestDisparity = [raw] { return raw->latestDisparity(); };
   result.depthMode = options.depthMode;
+  result.matcher = options.matcher;
   result.description = description;
   result.rectifiedSize = raw->rectFrameSize();
   result.horizontalField = raw->horizontalField();

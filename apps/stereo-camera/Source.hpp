@@ -72,6 +72,7 @@ struct OpenedCamera {
   std::function<bool()> isOver;   ///< whether the last frame was delivered, any thread; empty: there is no last one
   std::function<std::uint64_t()> skipped;  ///< frames that could not be decoded so far, any thread; may be empty
   int depthMode = 2;
+  std::string matcher;      ///< "sgm" or "bm"
   std::string description;  ///< "simulated camera, seed 1"
   bool calibrated = false;
   cv::Size askedSize;  ///< frame size a device seemed to take, to be compared with its frames; may be empty

@@ -90,6 +90,7 @@ TEST_F(Ending, OfARecordingGivesBenchItsFigures) {
   ASSERT_TRUE(json.isOpened());
   EXPECT_GT(static_cast<int>(json["device"]["read"]), 0);
   EXPECT_LT(static_cast<double>(json["seconds"]), 100);
+  EXPECT_EQ(static_cast<std::string>(json["facts"]["matcher"]), "semi-global") << "as it was recorded";
 }
 
 TEST_F(Ending, OfARecordingEndsTheOthersNormally) {
