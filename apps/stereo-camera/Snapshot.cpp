@@ -26,11 +26,23 @@ struct SnapshotOptions {
 };
 
 // All that it may write. Looked for before the camera is opened.
-const std::vector<std::string> names = {
-    "raw.png",         "left.png",         "right.png",      "perspective-left.png", "perspective-right.png",
-    "lonlat-left.png", "lonlat-right.png", "disparity.tiff", "disparity.png",        "depth.tiff",
-    "depth.png",       "depth-colour.png", "cloud.ply",      "cloud-coloured.ply",   "cloud-left.png",
-    "cloud-right.png"};
+const std::vector<std::string> names = {"raw.png",
+                                        "left.png",
+                                        "right.png",
+                                        "perspective-left.png",
+                                        "perspective-right.png",
+                                        "lonlat-left.png",
+                                        "lonlat-right.png",
+                                        "disparity.tiff",
+                                        "disparity.png",
+                                        "depth.tiff",
+                                        "depth.png",
+                                        "depth-colour.png",
+                                        "depth-metric.png",
+                                        "cloud.ply",
+                                        "cloud-coloured.ply",
+                                        "cloud-left.png",
+                                        "cloud-right.png"};
 
 void snapshot(const SnapshotOptions& options) {
   OutputFolder folder(options.output, options.replace, names);
