@@ -158,7 +158,9 @@ std::string zshOption(const CLI::Option& option) {
   }
   std::string text;
   for (const std::string& name : namesOf(option)) {
-    text += "        " + zshQuoted(name + "[" + zshText(option.get_description()) + "]" + value) + "\n";
+    std::string specification = name;
+    specification.append("[").append(zshText(option.get_description())).append("]").append(value);
+    text.append("        ").append(zshQuoted(specification)).append("\n");
   }
   return text;
 }

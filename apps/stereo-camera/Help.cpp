@@ -181,7 +181,8 @@ std::string usageMessage(const CLI::App& program, int argc, const char* const* a
     const std::string option = word->substr(0, word->find('='));
     if (option.rfind("--", 0) == 0 && option != "--" &&
         std::find(options.begin(), options.end(), option) == options.end()) {
-      return name + " has no option '" + option + "'" + suggestion(option, options) + where;
+      std::string message = name;
+      return message.append(" has no option '").append(option).append("'").append(suggestion(option, options)) + where;
     }
   }
   return error.what() + where;

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <array>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -26,26 +27,26 @@ struct SnapshotOptions {
 };
 
 // All that it may write. Looked for before the camera is opened.
-const std::vector<std::string> names = {"raw.png",
-                                        "left.png",
-                                        "right.png",
-                                        "perspective-left.png",
-                                        "perspective-right.png",
-                                        "lonlat-left.png",
-                                        "lonlat-right.png",
-                                        "disparity.tiff",
-                                        "disparity.png",
-                                        "depth.tiff",
-                                        "depth.png",
-                                        "depth-colour.png",
-                                        "depth-metric.png",
-                                        "cloud.ply",
-                                        "cloud-coloured.ply",
-                                        "cloud-left.png",
-                                        "cloud-right.png"};
+constexpr std::array names = {"raw.png",
+                              "left.png",
+                              "right.png",
+                              "perspective-left.png",
+                              "perspective-right.png",
+                              "lonlat-left.png",
+                              "lonlat-right.png",
+                              "disparity.tiff",
+                              "disparity.png",
+                              "depth.tiff",
+                              "depth.png",
+                              "depth-colour.png",
+                              "depth-metric.png",
+                              "cloud.ply",
+                              "cloud-coloured.ply",
+                              "cloud-left.png",
+                              "cloud-right.png"};
 
 void snapshot(const SnapshotOptions& options) {
-  OutputFolder folder(options.output, options.replace, names);
+  OutputFolder folder(options.output, options.replace, {names.begin(), names.end()});
   OpenedCamera opened = openCamera(options.source);
   startCapture(opened);
   Watch watch(opened, options.patience);
