@@ -130,7 +130,7 @@ std::string forBash(const CLI::App& program) {
 
 std::string zshQuoted(const std::string& text) { return "'" + replaced(text, "'", "'\\''") + "'"; }
 
-// What stands between brackets or colons in zsh's specifications.
+// What stands between brackets or colons in zsh's lists of options.
 std::string zshText(std::string text) {
   for (const char* const special : {"\\", "[", "]", ":"}) {
     text = replaced(std::move(text), special, std::string("\\") + special);
@@ -158,9 +158,9 @@ std::string zshOption(const CLI::Option& option) {
   }
   std::string text;
   for (const std::string& name : namesOf(option)) {
-    std::string specification = name;
-    specification.append("[").append(zshText(option.get_description())).append("]").append(value);
-    text.append("        ").append(zshQuoted(specification)).append("\n");
+    std::string entry = name;
+    entry.append("[").append(zshText(option.get_description())).append("]").append(value);
+    text.append("        ").append(zshQuoted(entry)).append("\n");
   }
   return text;
 }
