@@ -7,12 +7,12 @@
 
 /// Limits the waits of the calling thread: a `StereoCamera`'s reads wait without a time-out, whatever happens to their
 /// host. While one of these lives, a read of any camera on this thread that has to wait ends once its limit is reached.
-/// It returns false then, with its outputs untouched, filled or not. Reads that get their result are as ever.
+/// It returns false then, with its outputs untouched, filled or not. Reads that get their result are not affected.
 ///
 ///     ReadLimit limit(std::chrono::seconds(2));
 ///     if (!camera.getRawFrame(frame, stamp) && limit.wasReached()) { ... }
 ///
-/// Limits nest: the innermost counts. The workers wait on threads of their own, and so as ever.
+/// Limits nest: the innermost counts. The workers have threads of their own and are not limited.
 class ReadLimit {
 public:
   /// Reached so long after this moment.

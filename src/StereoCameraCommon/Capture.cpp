@@ -172,8 +172,9 @@ void StereoCamera::captureWorker(float frameScale, stereo::DeviceReads& reads) {
   const auto readFrame = [this, &reads] {
     // Empty at every read: a device that fails without touching its argument must not replay the last frame.
     cv::Mat frame = stereo::sys::recycledImage();
-    if (m_videoCapture != nullptr) {
-      reads.run([&] { m_videoCapture->read(frame); });
+    // Looked up before the read: one that is left to itself must not touch the camera.
+    if (cv::VideoCapture* const device = m_videoCapture; device != nullptr) {
+      reads.run([&frame, device] { device->read(frame); });
     }
     return frame;
   };

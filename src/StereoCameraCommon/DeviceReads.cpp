@@ -24,7 +24,7 @@ void DeviceReads::workerStarts() {
 }
 
 void DeviceReads::workerEnds() {
-  // Notified under the lock: whoever waits may destroy this as soon as he has it.
+  // Notified under the lock: whoever waits may destroy this as soon as it has the lock.
   const std::lock_guard lock(m_mutex);
   --m_workers;
   m_ended.notify_all();

@@ -5,15 +5,22 @@
 
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 thread_local ReadLimit* innermost = nullptr;
+
+// A time too long for the clock ends with it.
+Clock::time_point after(Clock::duration time) {
+  const Clock::time_point now = Clock::now();
+  return time > Clock::time_point::max() - now ? Clock::time_point::max() : now + time;
+}
 
 }  // namespace
 
 ReadLimit::ReadLimit(std::function<bool()> mayGoOn)
     : m_mayGoOn(std::move(mayGoOn)), m_outer(std::exchange(innermost, this)) {}
 
-ReadLimit::ReadLimit(std::chrono::steady_clock::duration time)
-    : ReadLimit([end = std::chrono::steady_clock::now() + time] { return std::chrono::steady_clock::now() < end; }) {}
+ReadLimit::ReadLimit(Clock::duration time) : ReadLimit([end = after(time)] { return Clock::now() < end; }) {}
 
 ReadLimit::~ReadLimit() { innermost = m_outer; }
 

@@ -29,7 +29,7 @@ constexpr std::chrono::milliseconds limitStep{50};
 // calling thread has set itself.
 class Patience {
 public:
-  /// False if the wait was in vain and is not to be gone on with. The lock may have been given back for a moment:
+  /// False if the wait has to be given up. The lock may have been given back for a moment:
   /// `isThere` then tells whether what is waited for came meanwhile.
   template <typename IsThere>
   bool wait(std::condition_variable& condition, std::unique_lock<std::mutex>& lock, bool captureHasStopped,
@@ -159,18 +159,29 @@ bool StereoCamera::waitAsDisparityWorker(std::unique_lock<std::mutex>& frameLock
 // held by the lock returned; a lock that holds nothing says that a stop operation ended the wait.
 std::unique_lock<std::mutex> StereoCamera::waitForDisparity() {
   Internals& shared = *m_internals;
+  std::unique_lock<std::mutex> lock;
   bool captureGone = false;
-  if (shared.captureStopped) {
-    const std::lock_guard lock(m_frameMutex);
-    captureGone = noFrameCanCome();
-  }
-  std::unique_lock lock(m_disparityMutex);
+  bool sawStopped = false;
+  do {
+    if (lock.owns_lock()) {
+      lock.unlock();  // a stop came between the two locks, and has notified already
+    }
+    sawStopped = shared.captureStopped;
+    if (sawStopped) {
+      const std::lock_guard frames(m_frameMutex);
+      captureGone = noFrameCanCome();
+    }
+    lock = std::unique_lock(m_disparityMutex);
+  } while (shared.captureStopped != sawStopped);
   const bool isFed = m_isComputing && !shared.disparityStarved;
   if (captureGone && !isFed &&
       !publishedElsewhere(m_disparityFrame, shared.publishedDisparities, shared.ownDisparityStamp)) {
     return {};
   }
-  const std::uint64_t published = shared.publishedDisparities;
+  // The stamp tells of disparities that a derived class published while a limited wait had given the lock back.
+  const auto hasCome = [this, published = shared.publishedDisparities, stamp = relaxed(m_disparityFrame.timestamp)] {
+    return m_internals->publishedDisparities != published || relaxed(m_disparityFrame.timestamp) != stamp;
+  };
   const std::uint64_t releases = shared.disparityReleases;
   const std::uint64_t stops = shared.disparityStops;
   Patience patience;
@@ -178,10 +189,9 @@ std::unique_lock<std::mutex> StereoCamera::waitForDisparity() {
   do {
     stopsBefore = shared.disparityStops;
     const bool isPatient = patience.wait(m_disparityCond, lock, shared.disparityStops != stops, [&] {
-      return shared.publishedDisparities != published || shared.disparityReleases != releases ||
-             shared.disparityStops != stopsBefore;
+      return hasCome() || shared.disparityReleases != releases || shared.disparityStops != stopsBefore;
     });
-    if (shared.publishedDisparities != published) {
+    if (hasCome()) {
       return lock;
     }
     if (shared.disparityReleases != releases || !isPatient) {
@@ -191,8 +201,8 @@ std::unique_lock<std::mutex> StereoCamera::waitForDisparity() {
   return lock;
 }
 
-// Who waits for a frame when `stopCapture` has ended the worker, if there was one. Also wakes a disparity worker that
-// waits, for it to see that.
+// Releases readers of frames when `stopCapture` has ended the worker, if there was one. Also wakes a disparity worker
+// that waits, for it to see that.
 void StereoCamera::releaseFrameReaders(bool captureEnded) {
   Internals& shared = *m_internals;
   const std::lock_guard lock(m_frameMutex);
@@ -212,15 +222,15 @@ std::unique_lock<std::mutex> StereoCamera::lockDisparityUnlessHeld() {
   return DisparityHold::of(this) == nullptr ? std::unique_lock(m_disparityMutex) : std::unique_lock<std::mutex>();
 }
 
-// Who waits for a disparity: none can come.
+// Releases readers of disparities: none can come.
 void StereoCamera::releaseDisparityReaders() {
   const auto lock = lockDisparityUnlessHeld();
   ++m_internals->disparityReleases;
   m_disparityCond.notify_all();
 }
 
-// Who waits for a disparity when `stopCapture` is done. A disparity worker may be fed by an override; one that is not
-// says so when it misses its next frame.
+// Releases readers of disparities when `stopCapture` is done. A disparity worker may be fed by an override; one that is
+// not says so when it misses its next frame.
 void StereoCamera::releaseDisparityReadersOfCapture() {
   Internals& shared = *m_internals;
   const auto lock = lockDisparityUnlessHeld();

@@ -120,6 +120,34 @@ TEST(ReadLimit, GetsAFrameThatCameWhileItAsked) {
   EXPECT_EQ(stamp.count(), 1);
 }
 
+TEST(ReadLimit, GetsADisparityThatCameWhileItAsked) {
+  FedCamera camera([](int, RectifiedFrame&) { return false; });
+  int asked = 0;
+  ReadLimit limit([&] {
+    if (asked++ == 0) {
+      const std::lock_guard lock(camera.m_disparityMutex);
+      camera.m_disparityFrame.timestamp = microseconds(9);
+      camera.m_disparityCond.notify_all();
+    }
+    return asked < 100;
+  });
+  std::vector<cv::Vec3f> points(1);
+  microseconds stamp{0};
+  EXPECT_TRUE(camera.getPointCloud(points, stamp));
+  EXPECT_EQ(asked, 1);
+  EXPECT_FALSE(limit.wasReached());
+}
+
+TEST(ReadLimit, OfTheLongestTimeIsNone) {
+  std::atomic<int> number{0};
+  TestCamera camera([&](int) { return stereo::test::twoColours({64, 32}, cv::Scalar::all(number), {4, 5, 6}); });
+  camera.startCapture(false, false);
+  ReadLimit limit(steady_clock::duration::max());
+  cv::Mat frame;
+  microseconds stamp{0};
+  EXPECT_TRUE(camera.getRawFrame(frame, stamp));
+}
+
 TEST(ReadLimit, TheInnermostCounts) {
   TestCamera camera;
   ReadLimit outer(stereo::test::deadline);

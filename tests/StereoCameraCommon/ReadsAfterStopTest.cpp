@@ -267,3 +267,39 @@ TEST(CloudsAfterStop, FailWhereTheDisparityWorkerHasNoFrames) {
   camera.stopStereoCompute();
   EXPECT_FALSE(camera.getPointCloud(points, stamp));
 }
+
+// However the stop falls in with a read that is just about to wait, while other readers hold the mutex.
+TEST(CloudsAfterStop, NoReaderIsLeftWaiting) {
+  for (int round = 0; round < 20; ++round) {
+    TestCamera camera([](int) { return aFrame(); });
+    prepare(camera);
+    camera.m_algorithm = 2;
+    camera.startCapture(false, false);
+    camera.startStereoCompute();
+    std::atomic<int> reads{0};
+    std::atomic<int> ended{0};
+    std::vector<std::thread> readers;
+    for (int thread = 0; thread < 3; ++thread) {
+      readers.emplace_back([&] {
+        std::vector<PCL> points(1);
+        microseconds stamp{0};
+        while (camera.getPointCloud(points, stamp)) {
+          ++reads;
+        }
+        ++ended;
+      });
+    }
+    EXPECT_TRUE(await([&] { return reads > 2; }));
+    camera.stopStereoCompute();
+    camera.stopCapture();
+    const bool allEnded = await([&] { return ended == 3; });
+    EXPECT_TRUE(allEnded);
+    camera.stopStereoCompute();  // in case
+    for (std::thread& reader : readers) {
+      reader.join();
+    }
+    if (!allEnded) {
+      break;
+    }
+  }
+}
