@@ -166,13 +166,14 @@ TEST_F(Console, JsonStandsBesideTheTextInAFile) {
 }
 
 TEST_F(Console, OthersWarningsAreNotShownUnasked) {
+  // OpenCV's decoders leak by themselves, partly from modules that are gone again by the end.
+  const std::vector<std::string> environment = {"OPENCV_LOG_LEVEL", "ASAN_OPTIONS=detect_leaks=0"};
   stereo::test::writeFile(file("noise.mkv"), "this is no video");
   const std::string own = "source: recording " + file("noise.mkv") +
                           "\nstereo-camera: cannot decode an image or video from " + file("noise.mkv") + "\n";
-  EXPECT_EQ(run({"info", "--replay", file("noise.mkv")}, {"OPENCV_LOG_LEVEL"}), static_cast<int>(ExitCode::source));
+  EXPECT_EQ(run({"info", "--replay", file("noise.mkv")}, environment), static_cast<int>(ExitCode::source));
   EXPECT_EQ(m_err, own);
-  EXPECT_EQ(run({"info", "--verbose", "--replay", file("noise.mkv")}, {"OPENCV_LOG_LEVEL"}),
-            static_cast<int>(ExitCode::source));
+  EXPECT_EQ(run({"info", "--verbose", "--replay", file("noise.mkv")}, environment), static_cast<int>(ExitCode::source));
   EXPECT_GT(m_err.size(), own.size());
 }
 

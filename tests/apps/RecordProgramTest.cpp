@@ -109,7 +109,10 @@ TEST_F(RecordProgram, TakesThePositionThatIsGiven) {
 TEST_F(RecordProgram, EndsInOrderWhenInterrupted) {
   Program program(STEREO_CAMERA_PROGRAM,
                   {"record", "--simulate", "--still", "--size", "928x400", "--patience", "120", "-o", file("taken")});
-  ASSERT_TRUE(stereo::test::await([&] { return Recording::isAt(file("taken")); }, 2 * deadline)) << program.err();
+  const auto hasBegun = [&] {
+    return Recording::isAt(file("taken")) && program.err().find("Ctrl-C ends it\n") != std::string::npos;
+  };
+  ASSERT_TRUE(stereo::test::await(hasBegun, 2 * deadline)) << program.err();
   program.send(SIGINT);
   EXPECT_EQ(program.wait(), 0) << program.err();
   EXPECT_THAT(program.out(), HasSubstr("recorded "));
