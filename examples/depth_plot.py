@@ -11,7 +11,6 @@ PYTHONPATH=build/release/python in a source tree). No camera.
 
 import argparse
 import sys
-import threading
 
 try:
     import matplotlib
@@ -25,7 +24,7 @@ try:
 except ImportError as missing:
     sys.exit(f"depth_plot.py: {missing}; it needs python3-matplotlib and the module stereo_camera (docs/python.md)")
 
-PATIENCE = 60  # seconds without an answer after which the camera is stopped: a read has no time-out
+PATIENCE = 60  # seconds that a read may wait
 
 
 def open_camera(options):
@@ -45,14 +44,9 @@ def read(camera):
     """Left eye, coloured depth and a cloud (points in metres, colours)."""
     camera.startCapture()
     camera.startStereoCompute()
-    watch = threading.Timer(PATIENCE, camera.stopCapture)
-    watch.start()
-    try:
-        camera.getPointCloud()  # waits for a disparity, which coloured depth does not
-        depth = camera.getDepthFrame()
-        frame = camera.getStereoFrame()
-    finally:
-        watch.cancel()
+    camera.getPointCloud(timeout=PATIENCE)  # waits for a disparity, which coloured depth does not
+    depth = camera.getDepthFrame(timeout=PATIENCE)
+    frame = camera.getStereoFrame(timeout=PATIENCE)
     if depth is None or frame is None:
         sys.exit("the camera gave no depth")
     return frame.left, depth.depth, *cloud_of(camera)
@@ -98,7 +92,7 @@ def main():
     try:
         with open_camera(options) as camera:
             products = read(camera)
-    except (RuntimeError, ValueError) as error:
+    except (RuntimeError, TimeoutError, ValueError) as error:
         sys.exit(str(error))
     draw(*products, options.output)
     print(options.output)

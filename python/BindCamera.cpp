@@ -80,10 +80,10 @@ std::string missingForMaps(const StereoCamera& camera) {
 
 bool hasMaps(const StereoCamera& camera) { return !(camera.*(&Members::m_rectifyMaps))[0][0].empty(); }
 
-// Raises RuntimeError where the disparity worker would end the process for want of maps.
-void requireMaps(const py::object& self, bool captureIsToStart) {
-  const auto& camera = self.cast<const StereoCamera&>();
-  if (hasMaps(camera) || feedsItself(self)) {
+// Raises RuntimeError where the disparity worker would end the process for want of maps. Within a start, so that no
+// other changes them.
+void requireMaps(const StereoCamera& camera, bool captureIsToStart) {
+  if (hasMaps(camera)) {
     return;
   }
   std::string missing = missingForMaps(camera);
@@ -101,11 +101,13 @@ void bindLife(CameraClass& camera) {
           "startCapture",
           [](const py::object& self, bool useTransmit, bool useShareMemory) {
             auto& it = self.cast<StereoCamera&>();
-            if (it.*(&Members::m_isComputing)) {
-              requireMaps(self, true);
-            }
-            return oneAtATime(it, "startCapture",
-                              [&] { return it.StereoCamera::startCapture(useTransmit, useShareMemory); });
+            const bool needsMaps = !feedsItself(self);
+            return oneAtATime(it, "startCapture", [&] {
+              if (needsMaps && it.*(&Members::m_isComputing)) {
+                requireMaps(it, true);
+              }
+              return it.StereoCamera::startCapture(useTransmit, useShareMemory);
+            });
           },
           py::arg("useTransmit") = false, py::arg("useShareMemory") = false,
           R"(startCapture(self, useTransmit=False, useShareMemory=False)
@@ -119,8 +121,13 @@ segment cannot be had, the worker ends the process.)")
           "startStereoCompute",
           [](const py::object& self) {
             auto& it = self.cast<StereoCamera&>();
-            requireMaps(self, false);
-            return oneAtATime(it, "startStereoCompute", [&] { return it.StereoCamera::startStereoCompute(); });
+            const bool needsMaps = !feedsItself(self);
+            return oneAtATime(it, "startStereoCompute", [&] {
+              if (needsMaps) {
+                requireMaps(it, false);
+              }
+              return it.StereoCamera::startStereoCompute();
+            });
           },
           R"(startStereoCompute(self)
 --
@@ -305,8 +312,8 @@ at the end; one that is dropped while they run stops them too, which waits for t
 started again.
 
 One thread configures and starts. Reads may come from any number of threads at once; each waits for the next result
-and returns None once the camera is stopped. A read cannot be interrupted, not by Ctrl-C either: have another thread or
-a timer call `stopCapture`.
+and returns None once the camera is stopped. Ctrl-C and other signals end a read, and
+`timeout` limits it.
 
 Classes derived in Python may override every operation; the workers call `getPosNumber`, `getStereoFrame`,
 `getRectStereoFrame` and `getDepthFrame`. The members `m_...` are for them.)");

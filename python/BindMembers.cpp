@@ -138,7 +138,8 @@ void defDisparityFrame(CameraClass& camera) {
       },
       "Latest view (rows x columns x 3, uint8) and disparity (rows x columns, float32, pixels), a copy: "
       "TimeFrame(first, "
-      "second, timestamp), None while there is none. Setting it publishes it to the readers of clouds. "
+      "second, timestamp), None while there is none. Setting it publishes it to the readers of clouds, if the stamp is "
+      "another one than before. "
       "m_disparityMutex "
       "is taken inside: not to be touched in an override of getDepthFrame(disparity), which is called with it held.");
 }

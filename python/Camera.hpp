@@ -27,6 +27,8 @@ public:
   /// Whether a start or a stop is under way.
   bool isStartingOrStopping() const { return m_owner != std::thread::id(); }
 
+  /// How many starts and stops have come to their end.
+  std::atomic<unsigned> stops{0};
   // Whether Python has set `m_rawFrame` or `m_disparityFrame`, which publishes them.
   std::atomic<bool> publishesFrames{false};
   std::atomic<bool> publishesDisparities{false};
@@ -64,9 +66,12 @@ auto oneAtATime(StereoCamera& camera, const char* name, const Call& call) {
   const std::lock_guard turn(companion.m_mutex);
   companion.m_owner = caller;
   struct Done {
-    ~Done() { owner = std::thread::id(); }
-    std::atomic<std::thread::id>& owner;
-  } const done{companion.m_owner};
+    ~Done() {
+      ++companion.stops;
+      companion.m_owner = std::thread::id();
+    }
+    Companion& companion;
+  } const done{companion};
   return call();
 }
 

@@ -38,7 +38,29 @@ Released::~Released() {
   --callsFromPython;
 }
 
-bool runSignalHandlers() {
+PendingError::~PendingError() {
+  Py_XDECREF(m_type);
+  Py_XDECREF(m_value);
+  Py_XDECREF(m_trace);
+}
+
+void PendingError::take() {
+  if (m_type == nullptr) {
+    PyErr_Fetch(&m_type, &m_value, &m_trace);
+  } else {
+    PyErr_Clear();
+  }
+}
+
+bool PendingError::restore() {
+  if (m_type == nullptr) {
+    return false;
+  }
+  PyErr_Restore(std::exchange(m_type, nullptr), std::exchange(m_value, nullptr), std::exchange(m_trace, nullptr));
+  return true;
+}
+
+bool runSignalHandlers(PendingError& error) {
   if (!Entered::isPossible()) {
     return true;
   }
@@ -46,6 +68,9 @@ bool runSignalHandlers() {
   orStay([&] {
     const PyGILState_STATE state = PyGILState_Ensure();
     isFine = PyErr_CheckSignals() == 0;
+    if (!isFine) {
+      error.take();
+    }
     PyGILState_Release(state);
   });
   return isFine;

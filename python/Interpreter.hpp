@@ -51,9 +51,29 @@ private:
   py::gil_scoped_acquire m_acquire;
 };
 
+/// An exception that waits for its thread to be back in Python: set meanwhile, it would be in the way of whatever
+/// enters Python first. Given up with the interpreter lock held.
+class PendingError {
+public:
+  PendingError() = default;
+  ~PendingError();
+  PendingError(const PendingError&) = delete;
+  PendingError& operator=(const PendingError&) = delete;
+
+  /// Takes the exception that is set, if there is none yet. Interpreter lock held.
+  void take();
+  /// Sets it again; false if there is none. Interpreter lock held.
+  bool restore();
+
+private:
+  PyObject* m_type = nullptr;
+  PyObject* m_value = nullptr;
+  PyObject* m_trace = nullptr;
+};
+
 /// Runs the handlers of signals that came for the interpreter, on its main thread; on any other there are none. From
-/// inside a `Released`. False if one raised: the exception is set on this thread, for when the lock is taken again.
-bool runSignalHandlers();
+/// inside a `Released`. False if one raised, now or before: `error` has the exception.
+bool runSignalHandlers(PendingError& error);
 
 /// Whether the calling thread is a worker of any camera that has called Python.
 bool isWorkerThread();

@@ -16,7 +16,7 @@ constexpr double mostSeconds = 1e9;
 }  // namespace
 
 LimitedRead::LimitedRead(StereoCamera& camera, Awaited awaited, const py::object& timeout)
-    : m_camera(camera), m_awaited(awaited) {
+    : m_camera(camera), m_awaited(awaited), m_stopsBefore(Companion::of(camera).stops) {
   if (timeout.is_none()) {
     return;
   }
@@ -37,11 +37,13 @@ bool LimitedRead::mayGoOn(ReadLimit* outer) {
     m_nobody = whyNobodyAnswers();
   }
   m_isFirst = false;
-  m_hasRaised = !runSignalHandlers();
+  if (!runSignalHandlers(m_error)) {
+    return false;
+  }
   m_isLate = m_end && Clock::now() >= *m_end;
   // An override that reads while it is read itself has the time that its caller has.
   const bool outerMay = outer == nullptr || outer->mayGoOn();
-  return m_nobody == nullptr && !m_hasRaised && !m_isLate && outerMay;
+  return m_nobody == nullptr && !m_isLate && outerMay;
 }
 
 // Null where somebody may.
@@ -67,11 +69,14 @@ const char* LimitedRead::whyNobodyAnswers() {
              : nullptr;
 }
 
-void LimitedRead::raiseWhatEndedIt() const {
-  if (m_hasRaised) {
+void LimitedRead::raiseWhatEndedIt(bool answer) {
+  if (m_error.restore()) {
     throw py::error_already_set();
   }
-  if (m_nobody != nullptr) {
+  if (answer) {
+    return;  // what is waited for came after all, while it was asked
+  }
+  if (m_nobody != nullptr && Companion::of(m_camera).stops == m_stopsBefore) {
     throw std::runtime_error(m_nobody);
   }
   if (m_isLate) {

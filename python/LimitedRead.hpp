@@ -30,7 +30,7 @@ public:
       const ReadLimit limit([this, outer = ReadLimit::current()] { return mayGoOn(outer); });
       answer = read();
     }
-    raiseWhatEndedIt();
+    raiseWhatEndedIt(answer);
     return answer;
   }
 
@@ -39,15 +39,16 @@ private:
 
   bool mayGoOn(ReadLimit* outer);
   const char* whyNobodyAnswers();
-  void raiseWhatEndedIt() const;
+  void raiseWhatEndedIt(bool answer);
 
   StereoCamera& m_camera;
   const Awaited m_awaited;
   std::optional<Clock::time_point> m_end;
   bool m_isFirst = true;
   bool m_isLate = false;
-  bool m_hasRaised = false;
+  unsigned m_stopsBefore;
   const char* m_nobody = nullptr;
+  PendingError m_error;  // what a signal's handler raised
 };
 
 }  // namespace stereo::python

@@ -7,6 +7,7 @@ in. Without, the build lies in build/python-<version>, and is gone on with next 
 
 import base64
 import hashlib
+import os
 import pathlib
 import re
 import subprocess
@@ -38,14 +39,15 @@ def compile_module(settings):
     """The module's file, up to date."""
     folder = (settings or {}).get("build-dir")
     build = pathlib.Path(folder).resolve() if folder else ROOT / "build" / f"python-{sysconfig.get_python_version()}"
-    if not (build / "CMakeCache.txt").exists():
+    if not folder:  # again each time: the Python of an earlier one may be gone
         off = [f"-DSTEREO_CAMERA_BUILD_{part}=OFF" for part in ("TESTS", "APPS", "BENCHMARKS")]
         subprocess.run(
             ["cmake", "-S", ROOT, "-B", build, "-DCMAKE_BUILD_TYPE=Release", "-DSTEREO_CAMERA_BUILD_PYTHON=ON",
              f"-DPython3_EXECUTABLE={sys.executable}", *off],
             check=True,
         )
-    subprocess.run(["cmake", "--build", build, "--target", "stereo_camera_python", "--parallel"], check=True)
+    subprocess.run(["cmake", "--build", build, "--target", "stereo_camera_python",
+                    "--parallel", str(os.cpu_count() or 1)], check=True)
     module = build / "python" / (NAME + sysconfig.get_config_var("EXT_SUFFIX"))
     if not module.exists():
         raise SystemExit(f"{build} builds the module for another Python than {sys.executable}")
