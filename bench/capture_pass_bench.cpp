@@ -3,9 +3,9 @@
 // alone.
 #include <benchmark/benchmark.h>
 
-#include "baseline/CapturePass.hpp"
-#include "support/Inputs.hpp"
-#include "support/LibraryPasses.hpp"
+#include "bench/baseline/CapturePass.hpp"
+#include "bench/support/Inputs.hpp"
+#include "bench/support/LibraryPasses.hpp"
 
 namespace {
 

@@ -4,9 +4,9 @@
 #include <benchmark/benchmark.h>
 #include <opencv2/calib3d.hpp>
 
-#include "baseline/Cloud.hpp"
-#include "support/Inputs.hpp"
-#include "support/LibraryPasses.hpp"
+#include "bench/baseline/Cloud.hpp"
+#include "bench/support/Inputs.hpp"
+#include "bench/support/LibraryPasses.hpp"
 
 namespace {
 

@@ -3,9 +3,9 @@
 #include <benchmark/benchmark.h>
 #include <opencv2/calib3d.hpp>
 
-#include "baseline/Depth.hpp"
-#include "support/Inputs.hpp"
-#include "support/LibraryPasses.hpp"
+#include "bench/baseline/Depth.hpp"
+#include "bench/support/Inputs.hpp"
+#include "bench/support/LibraryPasses.hpp"
 
 namespace {
 

@@ -4,8 +4,8 @@
 #include <benchmark/benchmark.h>
 
 #include "StereoCamera.hpp"
-#include "baseline/FisheyeMask.hpp"
-#include "support/Inputs.hpp"
+#include "bench/baseline/FisheyeMask.hpp"
+#include "bench/support/Inputs.hpp"
 
 namespace {
 

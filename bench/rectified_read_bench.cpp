@@ -4,8 +4,8 @@
 #include <opencv2/imgproc.hpp>
 
 #include "StereoCamera.hpp"
-#include "support/Inputs.hpp"
-#include "support/LibraryPasses.hpp"
+#include "bench/support/Inputs.hpp"
+#include "bench/support/LibraryPasses.hpp"
 
 namespace {
 

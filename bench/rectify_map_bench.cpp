@@ -4,8 +4,8 @@
 #include <opencv2/ccalib/omnidir.hpp>
 
 #include "StereoCamera.hpp"
-#include "baseline/RectifyMap.hpp"
-#include "support/Inputs.hpp"
+#include "bench/baseline/RectifyMap.hpp"
+#include "bench/support/Inputs.hpp"
 
 namespace {
 

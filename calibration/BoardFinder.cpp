@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "BoardFinder.hpp"
+#include "calibration/BoardFinder.hpp"
 
 #include <algorithm>
 #include <limits>

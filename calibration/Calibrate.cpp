@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Calibrate.hpp"
+#include "calibration/Calibrate.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -7,8 +7,8 @@
 #include <limits>
 #include <optional>
 
-#include "Rectification.hpp"
-#include "Start.hpp"
+#include "calibration/Rectification.hpp"
+#include "calibration/Start.hpp"
 
 namespace stereo::calibration {
 

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "Errors.hpp"
-#include "Solver.hpp"
-#include "Types.hpp"
+#include "calibration/Errors.hpp"
+#include "calibration/Solver.hpp"
+#include "calibration/Types.hpp"
 
 namespace stereo::calibration {
 

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "CalibrationFile.hpp"
+#include "calibration/CalibrationFile.hpp"
 
 #include <stdexcept>
 #include <vector>
 
-#include "Rectification.hpp"
-#include "Rig.hpp"
 #include "StereoCamera.hpp"
-#include "VirtualCamera.hpp"
+#include "calibration/Rectification.hpp"
+#include "sim/Rig.hpp"
+#include "sim/VirtualCamera.hpp"
 
 namespace stereo::calibration {
 

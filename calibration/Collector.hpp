@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "Coverage.hpp"
-#include "Types.hpp"
+#include "calibration/Coverage.hpp"
+#include "calibration/Types.hpp"
 
 namespace stereo::calibration {
 

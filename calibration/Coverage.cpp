@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Coverage.hpp"
+#include "calibration/Coverage.hpp"
 
 #include <cmath>
 

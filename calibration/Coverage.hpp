@@ -7,7 +7,7 @@
 
 #include <opencv2/core.hpp>
 
-#include "Types.hpp"
+#include "calibration/Types.hpp"
 
 namespace stereo::calibration {
 

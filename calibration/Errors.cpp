@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Errors.hpp"
+#include "calibration/Errors.hpp"
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
 
-#include "Rectification.hpp"
+#include "calibration/Rectification.hpp"
 
 namespace stereo::calibration {
 

@@ -4,8 +4,8 @@
 #include <optional>
 #include <vector>
 
-#include "Solver.hpp"
-#include "Types.hpp"
+#include "calibration/Solver.hpp"
+#include "calibration/Types.hpp"
 
 namespace stereo::calibration {
 

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Judgement.hpp"
+#include "calibration/Judgement.hpp"
 
 #include <algorithm>
 #include <cmath>
 
-#include "Coverage.hpp"
-#include "Format.hpp"
+#include "calibration/Coverage.hpp"
+#include "sim/Format.hpp"
 
 namespace stereo::calibration {
 

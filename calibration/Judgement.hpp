@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "Calibrate.hpp"
+#include "calibration/Calibrate.hpp"
 
 namespace stereo::calibration {
 

@@ -3,7 +3,7 @@
 
 #include <array>
 
-#include "Types.hpp"
+#include "calibration/Types.hpp"
 
 namespace stereo::calibration {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "RowCheck.hpp"
+#include "calibration/RowCheck.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -9,9 +9,9 @@
 #include <opencv2/imgproc.hpp>
 #include <opencv2/video/tracking.hpp>
 
-#include "Errors.hpp"
-#include "Format.hpp"
 #include "StereoCamera.hpp"
+#include "calibration/Errors.hpp"
+#include "sim/Format.hpp"
 
 namespace stereo::calibration {
 

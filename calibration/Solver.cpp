@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Solver.hpp"
+#include "calibration/Solver.hpp"
 
 #include <algorithm>
 #include <array>
@@ -8,7 +8,7 @@
 #include <ceres/ceres.h>
 #include <ceres/normal_prior.h>
 
-#include "Residuals.hpp"
+#include "calibration/Residuals.hpp"
 
 namespace stereo::calibration {
 

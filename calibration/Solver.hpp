@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "Types.hpp"
+#include "calibration/Types.hpp"
 
 namespace stereo::calibration {
 

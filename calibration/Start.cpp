@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Start.hpp"
+#include "calibration/Start.hpp"
 
 #include <algorithm>
 #include <cmath>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Types.hpp"
+#include "calibration/Types.hpp"
 
 #include <algorithm>
 

@@ -8,7 +8,7 @@
 
 #include <opencv2/core.hpp>
 
-#include "OmniModel.hpp"
+#include "sim/OmniModel.hpp"
 
 namespace stereo::calibration {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Arrays.hpp"
+#include "python/Arrays.hpp"
 
 #include <cstddef>
 #include <cstdint>

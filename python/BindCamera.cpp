@@ -4,11 +4,11 @@
 
 #include <pybind11/stl/filesystem.h>
 
-#include "Arrays.hpp"
-#include "Members.hpp"
-#include "Module.hpp"
-#include "Overrides.hpp"
-#include "Source.hpp"
+#include "python/Arrays.hpp"
+#include "python/Members.hpp"
+#include "python/Module.hpp"
+#include "python/Overrides.hpp"
+#include "python/Source.hpp"
 
 namespace stereo::python {
 

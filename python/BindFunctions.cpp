@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <stdexcept>
 
-#include "Arrays.hpp"
-#include "Module.hpp"
 #include "StereoCamera.hpp"
+#include "python/Arrays.hpp"
+#include "python/Module.hpp"
 
 namespace stereo::python {
 

@@ -2,13 +2,13 @@
 #include <string>
 #include <utility>
 
-#include "Arrays.hpp"
-#include "Members.hpp"
-#include "Module.hpp"
-#include "Results.hpp"
-#include "Source.hpp"
-#include "StereoCameraCommon/Relaxed.hpp"
 #include "SystemLog.hpp"
+#include "python/Arrays.hpp"
+#include "python/Members.hpp"
+#include "python/Module.hpp"
+#include "python/Results.hpp"
+#include "python/Source.hpp"
+#include "src/StereoCameraCommon/Relaxed.hpp"
 
 namespace stereo::python {
 

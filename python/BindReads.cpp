@@ -2,10 +2,10 @@
 #include <utility>
 #include <vector>
 
-#include "Arrays.hpp"
-#include "LimitedRead.hpp"
-#include "Module.hpp"
-#include "Results.hpp"
+#include "python/Arrays.hpp"
+#include "python/LimitedRead.hpp"
+#include "python/Module.hpp"
+#include "python/Results.hpp"
 
 namespace stereo::python {
 

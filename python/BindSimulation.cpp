@@ -7,14 +7,14 @@
 
 #include <pybind11/stl/filesystem.h>
 
-#include "Arrays.hpp"
-#include "Module.hpp"
-#include "Overrides.hpp"
-#include "ReplayCamera.hpp"
-#include "Results.hpp"
-#include "SimulatedCamera.hpp"
-#include "Source.hpp"
-#include "VirtualCamera.hpp"
+#include "python/Arrays.hpp"
+#include "python/Module.hpp"
+#include "python/Overrides.hpp"
+#include "python/Results.hpp"
+#include "python/Source.hpp"
+#include "sim/ReplayCamera.hpp"
+#include "sim/SimulatedCamera.hpp"
+#include "sim/VirtualCamera.hpp"
 
 namespace stereo::python {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Camera.hpp"
+#include "python/Camera.hpp"
 
 #include <condition_variable>
 #include <iostream>
@@ -9,7 +9,7 @@
 
 #include <opencv2/videoio.hpp>
 
-#include "Members.hpp"
+#include "python/Members.hpp"
 
 namespace stereo::python {
 

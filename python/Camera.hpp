@@ -10,8 +10,8 @@
 #include <typeinfo>
 #include <utility>
 
-#include "Interpreter.hpp"
 #include "StereoCamera.hpp"
+#include "python/Interpreter.hpp"
 
 namespace stereo::python {
 

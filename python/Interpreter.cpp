@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Interpreter.hpp"
+#include "python/Interpreter.hpp"
 
 #include <cxxabi.h>
 #include <unistd.h>

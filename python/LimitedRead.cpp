@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "LimitedRead.hpp"
+#include "python/LimitedRead.hpp"
 
 #include <algorithm>
 
-#include "Camera.hpp"
-#include "Members.hpp"
+#include "python/Camera.hpp"
+#include "python/Members.hpp"
 
 namespace stereo::python {
 

@@ -5,9 +5,9 @@
 #include <chrono>
 #include <optional>
 
-#include "Interpreter.hpp"
 #include "ReadLimit.hpp"
 #include "StereoCamera.hpp"
+#include "python/Interpreter.hpp"
 
 namespace stereo::python {
 

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Module.hpp"
+#include "python/Module.hpp"
 
 #include <opencv2/core.hpp>
 
-#include "Results.hpp"
-#include "Source.hpp"
-#include "VirtualCamera.hpp"
+#include "python/Results.hpp"
+#include "python/Source.hpp"
+#include "sim/VirtualCamera.hpp"
 
 namespace py = pybind11;
 using namespace stereo::python;

@@ -5,7 +5,7 @@
 
 #include <pybind11/pybind11.h>
 
-#include "Camera.hpp"
+#include "python/Camera.hpp"
 
 namespace stereo::python {
 

@@ -7,9 +7,9 @@
 #include <type_traits>
 #include <vector>
 
-#include "Arrays.hpp"
-#include "Camera.hpp"
-#include "Results.hpp"
+#include "python/Arrays.hpp"
+#include "python/Camera.hpp"
+#include "python/Results.hpp"
 
 namespace stereo::python {
 

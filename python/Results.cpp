@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Results.hpp"
+#include "python/Results.hpp"
 
 #include <cstdint>
 #include <string>

@@ -4,7 +4,7 @@
 #include <chrono>
 #include <vector>
 
-#include "Arrays.hpp"
+#include "python/Arrays.hpp"
 
 namespace stereo::python {
 

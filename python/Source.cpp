@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Source.hpp"
+#include "python/Source.hpp"
 
 #include <chrono>
 #include <utility>
 
-#include "Camera.hpp"
-#include "Members.hpp"
+#include "python/Camera.hpp"
+#include "python/Members.hpp"
 
 namespace stereo::python {
 

@@ -8,8 +8,8 @@
 
 #include <opencv2/videoio.hpp>
 
-#include "Arrays.hpp"
-#include "Interpreter.hpp"
+#include "python/Arrays.hpp"
+#include "python/Interpreter.hpp"
 
 namespace stereo::python {
 

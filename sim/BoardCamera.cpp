@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "BoardCamera.hpp"
+#include "sim/BoardCamera.hpp"
 
 #include <memory>
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "BoardCapture.hpp"
-#include "VirtualCamera.hpp"
+#include "sim/BoardCapture.hpp"
+#include "sim/VirtualCamera.hpp"
 
 namespace stereo::sim {
 

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "BoardCapture.hpp"
+#include "sim/BoardCapture.hpp"
 
 #include <algorithm>
 #include <cmath>
 #include <stdexcept>
 
-#include "ParallelRows.hpp"
-#include "Texture.hpp"
+#include "sim/ParallelRows.hpp"
+#include "sim/Texture.hpp"
 
 namespace stereo::sim {
 

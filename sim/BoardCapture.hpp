@@ -6,8 +6,8 @@
 
 #include <opencv2/core.hpp>
 
-#include "FrameSource.hpp"
-#include "Rig.hpp"
+#include "sim/FrameSource.hpp"
+#include "sim/Rig.hpp"
 
 namespace stereo::sim {
 

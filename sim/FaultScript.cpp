@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "FaultScript.hpp"
+#include "sim/FaultScript.hpp"
 
 #include <algorithm>
 #include <array>

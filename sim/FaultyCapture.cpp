@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "FaultyCapture.hpp"
+#include "sim/FaultyCapture.hpp"
 
 #include <utility>
 

@@ -11,7 +11,7 @@
 #include <opencv2/core.hpp>
 #include <opencv2/videoio.hpp>
 
-#include "FaultScript.hpp"
+#include "sim/FaultScript.hpp"
 
 namespace stereo::sim {
 

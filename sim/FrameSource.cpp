@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "FrameSource.hpp"
+#include "sim/FrameSource.hpp"
 
 #include <algorithm>
 #include <cmath>

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "GroundTruth.hpp"
+#include "sim/GroundTruth.hpp"
 
 #include <cmath>
 #include <utility>
 
-#include "ParallelRows.hpp"
+#include "sim/ParallelRows.hpp"
 
 namespace stereo::sim {
 

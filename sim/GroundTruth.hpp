@@ -5,8 +5,8 @@
 
 #include <opencv2/core.hpp>
 
-#include "Rig.hpp"
-#include "Scene.hpp"
+#include "sim/Rig.hpp"
+#include "sim/Scene.hpp"
 
 namespace stereo::sim {
 

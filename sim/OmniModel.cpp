@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "OmniModel.hpp"
+#include "sim/OmniModel.hpp"
 
 #include <algorithm>
 #include <cmath>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "ParallelRows.hpp"
+#include "sim/ParallelRows.hpp"
 
 #include <algorithm>
 #include <atomic>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Recording.hpp"
+#include "sim/Recording.hpp"
 
 #include <charconv>
 #include <fstream>
@@ -10,7 +10,7 @@
 #include <opencv2/core.hpp>
 #include <opencv2/core/persistence.hpp>
 
-#include "core/DocumentGuard.hpp"
+#include "src/core/DocumentGuard.hpp"
 
 namespace stereo::sim {
 

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Renderer.hpp"
+#include "sim/Renderer.hpp"
 
 #include <stdexcept>
 #include <utility>
 
-#include "ParallelRows.hpp"
-#include "Texture.hpp"
+#include "sim/ParallelRows.hpp"
+#include "sim/Texture.hpp"
 
 namespace stereo::sim {
 

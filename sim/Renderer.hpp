@@ -6,8 +6,8 @@
 
 #include <opencv2/core.hpp>
 
-#include "Rig.hpp"
-#include "Scene.hpp"
+#include "sim/Rig.hpp"
+#include "sim/Scene.hpp"
 
 namespace stereo::sim {
 

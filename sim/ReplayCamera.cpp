@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "ReplayCamera.hpp"
+#include "sim/ReplayCamera.hpp"
 
 #include <cmath>
 #include <memory>
 #include <utility>
 
-#include "Recording.hpp"
-#include "Rig.hpp"
+#include "sim/Recording.hpp"
+#include "sim/Rig.hpp"
 
 namespace stereo::sim {
 

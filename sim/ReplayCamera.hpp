@@ -5,8 +5,8 @@
 
 #include <opencv2/core.hpp>
 
-#include "ReplayCapture.hpp"
-#include "VirtualCamera.hpp"
+#include "sim/ReplayCapture.hpp"
+#include "sim/VirtualCamera.hpp"
 
 namespace stereo::sim {
 

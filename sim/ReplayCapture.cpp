@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "ReplayCapture.hpp"
+#include "sim/ReplayCapture.hpp"
 
 #include <algorithm>
 #include <stdexcept>
@@ -8,7 +8,7 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include "Recording.hpp"
+#include "sim/Recording.hpp"
 
 namespace stereo::sim {
 

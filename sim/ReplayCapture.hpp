@@ -11,7 +11,7 @@
 #include <opencv2/core.hpp>
 #include <opencv2/videoio.hpp>
 
-#include "FrameSource.hpp"
+#include "sim/FrameSource.hpp"
 
 namespace stereo::sim {
 

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Rig.hpp"
+#include "sim/Rig.hpp"
 
 #include <algorithm>
 #include <cmath>
 #include <stdexcept>
 
-#include "Texture.hpp"
+#include "sim/Texture.hpp"
 
 namespace stereo::sim {
 

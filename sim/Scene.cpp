@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Scene.hpp"
+#include "sim/Scene.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "Texture.hpp"
+#include "sim/Texture.hpp"
 
 namespace stereo::sim {
 

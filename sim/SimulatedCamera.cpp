@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "SimulatedCamera.hpp"
+#include "sim/SimulatedCamera.hpp"
 
 #include <utility>
 
-#include "FaultyCapture.hpp"
+#include "sim/FaultyCapture.hpp"
 
 namespace stereo::sim {
 

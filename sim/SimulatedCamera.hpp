@@ -6,12 +6,12 @@
 
 #include <opencv2/core.hpp>
 
-#include "FaultScript.hpp"
-#include "GroundTruth.hpp"
-#include "Rig.hpp"
-#include "Scene.hpp"
-#include "SimulatedCapture.hpp"
-#include "VirtualCamera.hpp"
+#include "sim/FaultScript.hpp"
+#include "sim/GroundTruth.hpp"
+#include "sim/Rig.hpp"
+#include "sim/Scene.hpp"
+#include "sim/SimulatedCapture.hpp"
+#include "sim/VirtualCamera.hpp"
 
 namespace stereo::sim {
 

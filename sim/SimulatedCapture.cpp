@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "SimulatedCapture.hpp"
+#include "sim/SimulatedCapture.hpp"
 
 #include <stdexcept>
 #include <utility>

@@ -8,8 +8,8 @@
 
 #include <opencv2/core.hpp>
 
-#include "FrameSource.hpp"
-#include "Renderer.hpp"
+#include "sim/FrameSource.hpp"
+#include "sim/Renderer.hpp"
 
 namespace stereo::sim {
 

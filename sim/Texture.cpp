@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Texture.hpp"
+#include "sim/Texture.hpp"
 
 #include <algorithm>
 #include <cmath>

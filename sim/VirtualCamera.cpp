@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "VirtualCamera.hpp"
+#include "sim/VirtualCamera.hpp"
 
 #include <utility>
 

@@ -5,20 +5,20 @@
 
 #include <CLI/CLI.hpp>
 
-#include "BenchReaders.hpp"
-#include "BenchReport.hpp"
-#include "Commands.hpp"
-#include "Console.hpp"
-#include "Ended.hpp"
-#include "Failure.hpp"
-#include "Figures.hpp"
-#include "Format.hpp"
-#include "Machine.hpp"
-#include "Products.hpp"
-#include "RunTime.hpp"
-#include "Signals.hpp"
-#include "Source.hpp"
-#include "Watch.hpp"
+#include "apps/stereo-camera/BenchReaders.hpp"
+#include "apps/stereo-camera/BenchReport.hpp"
+#include "apps/stereo-camera/Commands.hpp"
+#include "apps/stereo-camera/Console.hpp"
+#include "apps/stereo-camera/Ended.hpp"
+#include "apps/stereo-camera/Failure.hpp"
+#include "apps/stereo-camera/Figures.hpp"
+#include "apps/stereo-camera/Machine.hpp"
+#include "apps/stereo-camera/Products.hpp"
+#include "apps/stereo-camera/RunTime.hpp"
+#include "apps/stereo-camera/Signals.hpp"
+#include "apps/stereo-camera/Source.hpp"
+#include "apps/stereo-camera/Watch.hpp"
+#include "sim/Format.hpp"
 
 namespace stereo::app {
 

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "BenchReaders.hpp"
+#include "apps/stereo-camera/BenchReaders.hpp"
 
 #include <utility>
 #include <vector>
 
-#include "MeasuredCamera.hpp"
+#include "apps/stereo-camera/MeasuredCamera.hpp"
 
 namespace stereo::app {
 

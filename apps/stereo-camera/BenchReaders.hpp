@@ -8,9 +8,9 @@
 #include <string>
 #include <thread>
 
-#include "RunRecord.hpp"
 #include "StereoCamera.hpp"
-#include "Watch.hpp"
+#include "apps/stereo-camera/RunRecord.hpp"
+#include "apps/stereo-camera/Watch.hpp"
 
 namespace stereo::app {
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "BenchReport.hpp"
+#include "apps/stereo-camera/BenchReport.hpp"
 
-#include "Format.hpp"
+#include "sim/Format.hpp"
 
 namespace stereo::app {
 

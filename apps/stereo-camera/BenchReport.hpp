@@ -6,8 +6,8 @@
 #include <utility>
 #include <vector>
 
-#include "Figures.hpp"
-#include "Json.hpp"
+#include "apps/stereo-camera/Figures.hpp"
+#include "apps/stereo-camera/Json.hpp"
 
 namespace stereo::app {
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "Source.hpp"
-#include "Types.hpp"
+#include "apps/stereo-camera/Source.hpp"
+#include "calibration/Types.hpp"
 
 namespace stereo::app {
 

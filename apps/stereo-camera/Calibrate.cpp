@@ -1,21 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Calibrate.hpp"
+#include "calibration/Calibrate.hpp"
 
 #include <filesystem>
 #include <memory>
 
 #include <CLI/CLI.hpp>
 
-#include "CalibrationFile.hpp"
-#include "CalibrationReport.hpp"
-#include "CalibrationViews.hpp"
-#include "Commands.hpp"
-#include "Console.hpp"
-#include "Failure.hpp"
-#include "Format.hpp"
-#include "Json.hpp"
-#include "Output.hpp"
-#include "Signals.hpp"
+#include "apps/stereo-camera/CalibrationReport.hpp"
+#include "apps/stereo-camera/CalibrationViews.hpp"
+#include "apps/stereo-camera/Commands.hpp"
+#include "apps/stereo-camera/Console.hpp"
+#include "apps/stereo-camera/Failure.hpp"
+#include "apps/stereo-camera/Json.hpp"
+#include "apps/stereo-camera/Output.hpp"
+#include "apps/stereo-camera/Signals.hpp"
+#include "calibration/CalibrationFile.hpp"
+#include "sim/Format.hpp"
 
 namespace stereo::app {
 

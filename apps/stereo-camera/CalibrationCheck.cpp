@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "CalibrationCheck.hpp"
+#include "apps/stereo-camera/CalibrationCheck.hpp"
 
 #include <vector>
 
 #include <opencv2/core.hpp>
 
-#include "Failure.hpp"
+#include "apps/stereo-camera/Failure.hpp"
 
 namespace stereo::app {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "CalibrationReport.hpp"
+#include "apps/stereo-camera/CalibrationReport.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -10,10 +10,10 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include "Format.hpp"
-#include "Page.hpp"
-#include "Rectification.hpp"
 #include "StereoCamera.hpp"
+#include "apps/stereo-camera/Page.hpp"
+#include "calibration/Rectification.hpp"
+#include "sim/Format.hpp"
 
 namespace stereo::app {
 

@@ -8,9 +8,9 @@
 
 #include <opencv2/core.hpp>
 
-#include "Calibrate.hpp"
-#include "Json.hpp"
-#include "Judgement.hpp"
+#include "apps/stereo-camera/Json.hpp"
+#include "calibration/Calibrate.hpp"
+#include "calibration/Judgement.hpp"
 
 namespace stereo::app {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "CalibrationViews.hpp"
+#include "apps/stereo-camera/CalibrationViews.hpp"
 
 #include <algorithm>
 #include <chrono>
@@ -9,17 +9,17 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include "BoardFinder.hpp"
-#include "BoardSource.hpp"
-#include "Calibrate.hpp"
-#include "Collector.hpp"
-#include "Console.hpp"
-#include "Ended.hpp"
-#include "Failure.hpp"
-#include "Output.hpp"
-#include "Products.hpp"
-#include "Signals.hpp"
-#include "Watch.hpp"
+#include "apps/stereo-camera/BoardSource.hpp"
+#include "apps/stereo-camera/Console.hpp"
+#include "apps/stereo-camera/Ended.hpp"
+#include "apps/stereo-camera/Failure.hpp"
+#include "apps/stereo-camera/Output.hpp"
+#include "apps/stereo-camera/Products.hpp"
+#include "apps/stereo-camera/Signals.hpp"
+#include "apps/stereo-camera/Watch.hpp"
+#include "calibration/BoardFinder.hpp"
+#include "calibration/Calibrate.hpp"
+#include "calibration/Collector.hpp"
 
 namespace stereo::app {
 

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "RunTime.hpp"
-#include "Source.hpp"
-#include "Types.hpp"
+#include "apps/stereo-camera/RunTime.hpp"
+#include "apps/stereo-camera/Source.hpp"
+#include "calibration/Types.hpp"
 
 namespace stereo::app {
 

@@ -6,18 +6,18 @@
 
 #include <CLI/CLI.hpp>
 
-#include "BoardFinder.hpp"
-#include "Commands.hpp"
-#include "Console.hpp"
-#include "Ended.hpp"
-#include "Errors.hpp"
-#include "Failure.hpp"
-#include "Format.hpp"
-#include "Json.hpp"
-#include "Products.hpp"
-#include "RowCheck.hpp"
-#include "Source.hpp"
-#include "Watch.hpp"
+#include "apps/stereo-camera/Commands.hpp"
+#include "apps/stereo-camera/Console.hpp"
+#include "apps/stereo-camera/Ended.hpp"
+#include "apps/stereo-camera/Failure.hpp"
+#include "apps/stereo-camera/Json.hpp"
+#include "apps/stereo-camera/Products.hpp"
+#include "apps/stereo-camera/Source.hpp"
+#include "apps/stereo-camera/Watch.hpp"
+#include "calibration/BoardFinder.hpp"
+#include "calibration/Errors.hpp"
+#include "calibration/RowCheck.hpp"
+#include "sim/Format.hpp"
 
 namespace stereo::app {
 

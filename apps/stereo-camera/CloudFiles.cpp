@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "CloudFiles.hpp"
+#include "apps/stereo-camera/CloudFiles.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -7,7 +7,7 @@
 #include <cstring>
 #include <limits>
 
-#include "Output.hpp"
+#include "apps/stereo-camera/Output.hpp"
 
 namespace stereo::app {
 

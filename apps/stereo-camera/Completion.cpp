@@ -7,9 +7,9 @@
 
 #include <CLI/CLI.hpp>
 
-#include "Commands.hpp"
-#include "Console.hpp"
-#include "Help.hpp"
+#include "apps/stereo-camera/Commands.hpp"
+#include "apps/stereo-camera/Console.hpp"
+#include "apps/stereo-camera/Help.hpp"
 
 namespace stereo::app {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Console.hpp"
+#include "apps/stereo-camera/Console.hpp"
 
 #include <cerrno>
 #include <cstdlib>
@@ -14,8 +14,8 @@
 #include <glib.h>
 #include <opencv2/core/utils/logger.hpp>
 
-#include "Descriptor.hpp"
-#include "Failure.hpp"
+#include "apps/stereo-camera/Descriptor.hpp"
+#include "apps/stereo-camera/Failure.hpp"
 
 namespace stereo::app {
 

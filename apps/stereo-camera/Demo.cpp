@@ -5,16 +5,16 @@
 
 #include <CLI/CLI.hpp>
 
-#include "Commands.hpp"
-#include "Console.hpp"
-#include "DepthProducts.hpp"
-#include "Ended.hpp"
-#include "Failure.hpp"
-#include "Output.hpp"
-#include "Page.hpp"
-#include "Products.hpp"
-#include "Source.hpp"
-#include "Watch.hpp"
+#include "apps/stereo-camera/Commands.hpp"
+#include "apps/stereo-camera/Console.hpp"
+#include "apps/stereo-camera/DepthProducts.hpp"
+#include "apps/stereo-camera/Ended.hpp"
+#include "apps/stereo-camera/Failure.hpp"
+#include "apps/stereo-camera/Output.hpp"
+#include "apps/stereo-camera/Page.hpp"
+#include "apps/stereo-camera/Products.hpp"
+#include "apps/stereo-camera/Source.hpp"
+#include "apps/stereo-camera/Watch.hpp"
 
 namespace stereo::app {
 

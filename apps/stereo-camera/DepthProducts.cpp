@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "DepthProducts.hpp"
+#include "apps/stereo-camera/DepthProducts.hpp"
 
 #include <opencv2/imgproc.hpp>
 
-#include "CloudFiles.hpp"
-#include "Failure.hpp"
-#include "Output.hpp"
+#include "apps/stereo-camera/CloudFiles.hpp"
+#include "apps/stereo-camera/Failure.hpp"
+#include "apps/stereo-camera/Output.hpp"
 
 namespace stereo::app {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "Products.hpp"
+#include "apps/stereo-camera/Products.hpp"
 
 namespace stereo::app {
 

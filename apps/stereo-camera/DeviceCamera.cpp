@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "DeviceCamera.hpp"
+#include "apps/stereo-camera/DeviceCamera.hpp"
 
 #include <cmath>
 
-#include "Rig.hpp"
+#include "sim/Rig.hpp"
 
 namespace stereo::app {
 

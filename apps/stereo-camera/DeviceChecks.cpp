@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "DeviceChecks.hpp"
+#include "apps/stereo-camera/DeviceChecks.hpp"
 
 #include <fcntl.h>
 #include <linux/videodev2.h>
@@ -14,11 +14,11 @@
 
 #include <opencv2/videoio.hpp>
 
-#include "Console.hpp"
-#include "Descriptor.hpp"
-#include "DeviceOffers.hpp"
-#include "ProbeProcess.hpp"
-#include "Signals.hpp"
+#include "apps/stereo-camera/Console.hpp"
+#include "apps/stereo-camera/Descriptor.hpp"
+#include "apps/stereo-camera/DeviceOffers.hpp"
+#include "apps/stereo-camera/ProbeProcess.hpp"
+#include "apps/stereo-camera/Signals.hpp"
 
 namespace stereo::app {
 

@@ -5,7 +5,7 @@
 
 #include <opencv2/core.hpp>
 
-#include "Findings.hpp"
+#include "apps/stereo-camera/Findings.hpp"
 
 namespace stereo::app {
 

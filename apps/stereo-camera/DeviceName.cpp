@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "DeviceName.hpp"
+#include "apps/stereo-camera/DeviceName.hpp"
 
 #include <filesystem>
 #include <regex>
 
-#include "Failure.hpp"
+#include "apps/stereo-camera/Failure.hpp"
 
 namespace stereo::app {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "DeviceOffers.hpp"
+#include "apps/stereo-camera/DeviceOffers.hpp"
 
 #include <fcntl.h>
 #include <linux/videodev2.h>

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "DeviceWishes.hpp"
+#include "apps/stereo-camera/DeviceWishes.hpp"
 
 #include <cmath>
 
-#include "Failure.hpp"
+#include "apps/stereo-camera/Failure.hpp"
 
 namespace stereo::app {
 

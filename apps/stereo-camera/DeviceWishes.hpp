@@ -3,8 +3,8 @@
 
 #include <string>
 
-#include "DeviceCamera.hpp"
-#include "DeviceOffers.hpp"
+#include "apps/stereo-camera/DeviceCamera.hpp"
+#include "apps/stereo-camera/DeviceOffers.hpp"
 
 namespace stereo::app {
 

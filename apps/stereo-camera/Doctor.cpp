@@ -3,15 +3,15 @@
 
 #include <CLI/CLI.hpp>
 
-#include "Commands.hpp"
-#include "Console.hpp"
-#include "DeviceChecks.hpp"
-#include "Failure.hpp"
-#include "FileChecks.hpp"
-#include "Json.hpp"
-#include "Signals.hpp"
-#include "Source.hpp"
-#include "SystemChecks.hpp"
+#include "apps/stereo-camera/Commands.hpp"
+#include "apps/stereo-camera/Console.hpp"
+#include "apps/stereo-camera/DeviceChecks.hpp"
+#include "apps/stereo-camera/Failure.hpp"
+#include "apps/stereo-camera/FileChecks.hpp"
+#include "apps/stereo-camera/Json.hpp"
+#include "apps/stereo-camera/Signals.hpp"
+#include "apps/stereo-camera/Source.hpp"
+#include "apps/stereo-camera/SystemChecks.hpp"
 
 namespace stereo::app {
 

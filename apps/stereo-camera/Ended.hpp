@@ -5,7 +5,7 @@
 
 #include <string.h>
 
-#include "Failure.hpp"
+#include "apps/stereo-camera/Failure.hpp"
 
 namespace stereo::app {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Figures.hpp"
+#include "apps/stereo-camera/Figures.hpp"
 
 #include <algorithm>
 #include <cmath>

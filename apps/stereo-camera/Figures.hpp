@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "RunRecord.hpp"
+#include "apps/stereo-camera/RunRecord.hpp"
 
 // What a run's notes add up to. Pure functions.
 

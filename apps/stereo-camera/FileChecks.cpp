@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "FileChecks.hpp"
+#include "apps/stereo-camera/FileChecks.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -10,10 +10,10 @@
 
 #include <opencv2/core.hpp>
 
-#include "CalibrationCheck.hpp"
-#include "Failure.hpp"
-#include "Format.hpp"
-#include "VirtualCamera.hpp"
+#include "apps/stereo-camera/CalibrationCheck.hpp"
+#include "apps/stereo-camera/Failure.hpp"
+#include "sim/Format.hpp"
+#include "sim/VirtualCamera.hpp"
 
 namespace stereo::app {
 

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "Findings.hpp"
+#include "apps/stereo-camera/Findings.hpp"
 
 namespace stereo::app {
 

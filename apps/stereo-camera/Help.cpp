@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Help.hpp"
+#include "apps/stereo-camera/Help.hpp"
 
 #include <algorithm>
 #include <charconv>
@@ -12,7 +12,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include "Console.hpp"
+#include "apps/stereo-camera/Console.hpp"
 
 namespace stereo::app {
 

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "InEffect.hpp"
+#include "apps/stereo-camera/InEffect.hpp"
 
 #include <functional>
 
 #include <opencv2/core/persistence.hpp>
 
-#include "Output.hpp"
+#include "apps/stereo-camera/Output.hpp"
 
 namespace stereo::app {
 

@@ -6,7 +6,7 @@
 
 #include <opencv2/core.hpp>
 
-#include "Recorder.hpp"
+#include "apps/stereo-camera/Recorder.hpp"
 
 namespace stereo::app {
 

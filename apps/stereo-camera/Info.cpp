@@ -5,11 +5,11 @@
 
 #include <CLI/CLI.hpp>
 
-#include "Commands.hpp"
-#include "Console.hpp"
-#include "Format.hpp"
-#include "Json.hpp"
-#include "Source.hpp"
+#include "apps/stereo-camera/Commands.hpp"
+#include "apps/stereo-camera/Console.hpp"
+#include "apps/stereo-camera/Json.hpp"
+#include "apps/stereo-camera/Source.hpp"
+#include "sim/Format.hpp"
 
 namespace stereo::app {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Json.hpp"
+#include "apps/stereo-camera/Json.hpp"
 
 #include <array>
 #include <cctype>
@@ -10,8 +10,8 @@
 
 #include <CLI/CLI.hpp>
 
-#include "Console.hpp"
-#include "Output.hpp"
+#include "apps/stereo-camera/Console.hpp"
+#include "apps/stereo-camera/Output.hpp"
 
 namespace stereo::app {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Machine.hpp"
+#include "apps/stereo-camera/Machine.hpp"
 
 #include <fstream>
 #include <thread>

@@ -6,10 +6,10 @@
 
 #include <opencv2/core.hpp>
 
-#include "FrameSource.hpp"
-#include "MeasuredCapture.hpp"
-#include "RunRecord.hpp"
 #include "StereoCamera.hpp"
+#include "apps/stereo-camera/MeasuredCapture.hpp"
+#include "apps/stereo-camera/RunRecord.hpp"
+#include "sim/FrameSource.hpp"
 
 namespace stereo::app {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "MeasuredCapture.hpp"
+#include "apps/stereo-camera/MeasuredCapture.hpp"
 
 #include <utility>
 

@@ -7,8 +7,8 @@
 
 #include <opencv2/videoio.hpp>
 
-#include "RunRecord.hpp"
-#include "WrappedDevice.hpp"
+#include "apps/stereo-camera/RunRecord.hpp"
+#include "apps/stereo-camera/WrappedDevice.hpp"
 
 namespace stereo::app {
 

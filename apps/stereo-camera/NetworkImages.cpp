@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "NetworkImages.hpp"
+#include "apps/stereo-camera/NetworkImages.hpp"
 
 #include <string>
 #include <utility>
 
 #include <gst/gst.h>
 
-#include "Failure.hpp"
+#include "apps/stereo-camera/Failure.hpp"
 
 namespace stereo::app {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Output.hpp"
+#include "apps/stereo-camera/Output.hpp"
 
 #include <algorithm>
 #include <cerrno>
@@ -13,8 +13,8 @@
 
 #include <opencv2/imgcodecs.hpp>
 
-#include "Descriptor.hpp"
-#include "Failure.hpp"
+#include "apps/stereo-camera/Descriptor.hpp"
+#include "apps/stereo-camera/Failure.hpp"
 
 namespace stereo::app {
 

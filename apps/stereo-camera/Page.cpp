@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Page.hpp"
+#include "apps/stereo-camera/Page.hpp"
 
 #include <cstdio>
 #include <sstream>
@@ -86,8 +86,10 @@ std::string escaped(const std::string& text) {
 std::string page(const Report& report, const std::vector<Picture>& pictures) {
   std::ostringstream html;
   html << "<!doctype html>\n<html lang=\"en\">\n<meta charset=\"utf-8\">\n"
-       << "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n<title>Stereo camera</title>\n<style>" << pageStyle
-       << "</style>\n<h1>What the camera sees</h1>\n<p class=\"source\">" << escaped(report.source) << "</p>\n";
+       << "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n<title>Stereo "
+          "camera</title>\n<style>"
+       << pageStyle << "</style>\n<h1>What the camera sees</h1>\n<p class=\"source\">" << escaped(report.source)
+       << "</p>\n";
   if (!report.note.empty()) {
     html << "<p class=\"note\">" << escaped(report.note) << "</p>\n";
   }

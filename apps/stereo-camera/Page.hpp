@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "Products.hpp"
+#include "apps/stereo-camera/Products.hpp"
 
 namespace stereo::app {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "ProbeProcess.hpp"
+#include "apps/stereo-camera/ProbeProcess.hpp"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -10,7 +10,7 @@
 #include <csignal>
 #include <sstream>
 
-#include "Descriptor.hpp"
+#include "apps/stereo-camera/Descriptor.hpp"
 
 extern char** environ;
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Products.hpp"
+#include "apps/stereo-camera/Products.hpp"
 
-#include "Failure.hpp"
-#include "Output.hpp"
-#include "Signals.hpp"
+#include "apps/stereo-camera/Failure.hpp"
+#include "apps/stereo-camera/Output.hpp"
+#include "apps/stereo-camera/Signals.hpp"
 
 namespace stereo::app {
 

@@ -9,8 +9,8 @@
 
 #include <opencv2/core.hpp>
 
-#include "Source.hpp"
-#include "Watch.hpp"
+#include "apps/stereo-camera/Source.hpp"
+#include "apps/stereo-camera/Watch.hpp"
 
 namespace stereo::app {
 

@@ -9,12 +9,12 @@
 
 #include <CLI/CLI.hpp>
 
-#include "Commands.hpp"
-#include "Console.hpp"
-#include "Failure.hpp"
-#include "NetworkImages.hpp"
-#include "Output.hpp"
-#include "RunTime.hpp"
+#include "apps/stereo-camera/Commands.hpp"
+#include "apps/stereo-camera/Console.hpp"
+#include "apps/stereo-camera/Failure.hpp"
+#include "apps/stereo-camera/NetworkImages.hpp"
+#include "apps/stereo-camera/Output.hpp"
+#include "apps/stereo-camera/RunTime.hpp"
 
 namespace stereo::app {
 

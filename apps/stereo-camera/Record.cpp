@@ -7,20 +7,20 @@
 
 #include <CLI/CLI.hpp>
 
-#include "Commands.hpp"
-#include "Console.hpp"
-#include "Ended.hpp"
-#include "Failure.hpp"
-#include "Format.hpp"
-#include "InEffect.hpp"
-#include "Output.hpp"
-#include "Products.hpp"
-#include "Recorder.hpp"
-#include "Recording.hpp"
-#include "RunTime.hpp"
-#include "Signals.hpp"
-#include "Source.hpp"
-#include "Watch.hpp"
+#include "apps/stereo-camera/Commands.hpp"
+#include "apps/stereo-camera/Console.hpp"
+#include "apps/stereo-camera/Ended.hpp"
+#include "apps/stereo-camera/Failure.hpp"
+#include "apps/stereo-camera/InEffect.hpp"
+#include "apps/stereo-camera/Output.hpp"
+#include "apps/stereo-camera/Products.hpp"
+#include "apps/stereo-camera/Recorder.hpp"
+#include "apps/stereo-camera/RunTime.hpp"
+#include "apps/stereo-camera/Signals.hpp"
+#include "apps/stereo-camera/Source.hpp"
+#include "apps/stereo-camera/Watch.hpp"
+#include "sim/Format.hpp"
+#include "sim/Recording.hpp"
 
 namespace stereo::app {
 

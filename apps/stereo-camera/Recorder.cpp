@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Recorder.hpp"
+#include "apps/stereo-camera/Recorder.hpp"
 
 #include <utility>
 
-#include "Failure.hpp"
-#include "Recording.hpp"
+#include "apps/stereo-camera/Failure.hpp"
+#include "sim/Recording.hpp"
 
 namespace stereo::app {
 

@@ -6,10 +6,10 @@
 #include <memory>
 #include <utility>
 
-#include "InEffect.hpp"
-#include "Recorder.hpp"
 #include "StereoCamera.hpp"
-#include "WrappedDevice.hpp"
+#include "apps/stereo-camera/InEffect.hpp"
+#include "apps/stereo-camera/Recorder.hpp"
+#include "apps/stereo-camera/WrappedDevice.hpp"
 
 namespace stereo::app {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "RunRecord.hpp"
+#include "apps/stereo-camera/RunRecord.hpp"
 
 #include <chrono>
 

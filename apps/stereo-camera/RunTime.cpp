@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "RunTime.hpp"
+#include "apps/stereo-camera/RunTime.hpp"
 
-#include "Signals.hpp"
+#include "apps/stereo-camera/Signals.hpp"
 
 namespace stereo::app {
 

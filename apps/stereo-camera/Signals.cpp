@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Signals.hpp"
+#include "apps/stereo-camera/Signals.hpp"
 
 #include <atomic>
 
 #include <signal.h>
 
-#include "Ended.hpp"
+#include "apps/stereo-camera/Ended.hpp"
 
 namespace stereo::app {
 

@@ -6,14 +6,14 @@
 
 #include <CLI/CLI.hpp>
 
-#include "Commands.hpp"
-#include "Console.hpp"
-#include "DepthProducts.hpp"
-#include "Ended.hpp"
-#include "Output.hpp"
-#include "Products.hpp"
-#include "Source.hpp"
-#include "Watch.hpp"
+#include "apps/stereo-camera/Commands.hpp"
+#include "apps/stereo-camera/Console.hpp"
+#include "apps/stereo-camera/DepthProducts.hpp"
+#include "apps/stereo-camera/Ended.hpp"
+#include "apps/stereo-camera/Output.hpp"
+#include "apps/stereo-camera/Products.hpp"
+#include "apps/stereo-camera/Source.hpp"
+#include "apps/stereo-camera/Watch.hpp"
 
 namespace stereo::app {
 

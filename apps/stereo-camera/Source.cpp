@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Source.hpp"
+#include "apps/stereo-camera/Source.hpp"
 
 #include <charconv>
 #include <cmath>
@@ -11,20 +11,20 @@
 
 #include <CLI/CLI.hpp>
 
-#include "BoardCamera.hpp"
-#include "BoardSource.hpp"
-#include "CalibrationCheck.hpp"
-#include "Console.hpp"
-#include "DeviceCamera.hpp"
-#include "DeviceName.hpp"
-#include "DeviceWishes.hpp"
-#include "Failure.hpp"
-#include "MeasuredCamera.hpp"
-#include "Recording.hpp"
-#include "RecordingCamera.hpp"
-#include "ReplayCamera.hpp"
-#include "Signals.hpp"
-#include "SimulatedCamera.hpp"
+#include "apps/stereo-camera/BoardSource.hpp"
+#include "apps/stereo-camera/CalibrationCheck.hpp"
+#include "apps/stereo-camera/Console.hpp"
+#include "apps/stereo-camera/DeviceCamera.hpp"
+#include "apps/stereo-camera/DeviceName.hpp"
+#include "apps/stereo-camera/DeviceWishes.hpp"
+#include "apps/stereo-camera/Failure.hpp"
+#include "apps/stereo-camera/MeasuredCamera.hpp"
+#include "apps/stereo-camera/RecordingCamera.hpp"
+#include "apps/stereo-camera/Signals.hpp"
+#include "sim/BoardCamera.hpp"
+#include "sim/Recording.hpp"
+#include "sim/ReplayCamera.hpp"
+#include "sim/SimulatedCamera.hpp"
 
 namespace stereo::app {
 

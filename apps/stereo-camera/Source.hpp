@@ -6,9 +6,9 @@
 #include <memory>
 #include <string>
 
-#include "Recorder.hpp"
-#include "RunRecord.hpp"
 #include "StereoCamera.hpp"
+#include "apps/stereo-camera/Recorder.hpp"
+#include "apps/stereo-camera/RunRecord.hpp"
 
 namespace CLI {
 class App;

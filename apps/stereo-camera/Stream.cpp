@@ -6,17 +6,17 @@
 
 #include <CLI/CLI.hpp>
 
-#include "Commands.hpp"
-#include "Console.hpp"
-#include "Ended.hpp"
-#include "Failure.hpp"
-#include "Format.hpp"
-#include "Products.hpp"
-#include "RunTime.hpp"
-#include "Signals.hpp"
-#include "Source.hpp"
-#include "SystemChecks.hpp"
-#include "Watch.hpp"
+#include "apps/stereo-camera/Commands.hpp"
+#include "apps/stereo-camera/Console.hpp"
+#include "apps/stereo-camera/Ended.hpp"
+#include "apps/stereo-camera/Failure.hpp"
+#include "apps/stereo-camera/Products.hpp"
+#include "apps/stereo-camera/RunTime.hpp"
+#include "apps/stereo-camera/Signals.hpp"
+#include "apps/stereo-camera/Source.hpp"
+#include "apps/stereo-camera/SystemChecks.hpp"
+#include "apps/stereo-camera/Watch.hpp"
+#include "sim/Format.hpp"
 
 namespace stereo::app {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "SystemChecks.hpp"
+#include "apps/stereo-camera/SystemChecks.hpp"
 
 #include <arpa/inet.h>
 #include <ifaddrs.h>

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "Findings.hpp"
+#include "apps/stereo-camera/Findings.hpp"
 
 namespace stereo::app {
 

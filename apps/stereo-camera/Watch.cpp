@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Watch.hpp"
+#include "apps/stereo-camera/Watch.hpp"
 
 #include <algorithm>
 #include <cstdlib>
@@ -7,11 +7,11 @@
 #include <iostream>
 #include <utility>
 
-#include "DeviceOffers.hpp"
-#include "Ended.hpp"
-#include "Failure.hpp"
-#include "Signals.hpp"
-#include "Source.hpp"
+#include "apps/stereo-camera/DeviceOffers.hpp"
+#include "apps/stereo-camera/Ended.hpp"
+#include "apps/stereo-camera/Failure.hpp"
+#include "apps/stereo-camera/Signals.hpp"
+#include "apps/stereo-camera/Source.hpp"
 
 namespace stereo::app {
 

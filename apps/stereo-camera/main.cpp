@@ -4,11 +4,11 @@
 
 #include <CLI/CLI.hpp>
 
-#include "Commands.hpp"
-#include "Console.hpp"
-#include "Failure.hpp"
-#include "Help.hpp"
-#include "Signals.hpp"
+#include "apps/stereo-camera/Commands.hpp"
+#include "apps/stereo-camera/Console.hpp"
+#include "apps/stereo-camera/Failure.hpp"
+#include "apps/stereo-camera/Help.hpp"
+#include "apps/stereo-camera/Signals.hpp"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "baseline/CapturePass.hpp"
+#include "bench/baseline/CapturePass.hpp"
 
-#include "baseline/FisheyeMask.hpp"
+#include "bench/baseline/FisheyeMask.hpp"
 
 namespace stereo::baseline {
 

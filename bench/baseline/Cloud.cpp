@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "baseline/Cloud.hpp"
+#include "bench/baseline/Cloud.hpp"
 
 #include <cmath>
 #include <cstddef>

@@ -6,7 +6,7 @@
 #include <opencv2/core.hpp>
 
 #include "StereoCamera.hpp"
-#include "core/Cloud.hpp"
+#include "src/core/Cloud.hpp"
 
 namespace stereo::baseline {
 

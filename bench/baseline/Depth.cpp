@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "baseline/Depth.hpp"
+#include "bench/baseline/Depth.hpp"
 
 #include <cmath>
 

@@ -3,7 +3,7 @@
 
 #include <opencv2/core.hpp>
 
-#include "core/Depth.hpp"
+#include "src/core/Depth.hpp"
 
 namespace stereo::baseline {
 

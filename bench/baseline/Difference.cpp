@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "baseline/Difference.hpp"
+#include "bench/baseline/Difference.hpp"
 
 #include <bit>
 #include <cmath>

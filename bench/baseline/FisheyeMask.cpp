@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "baseline/FisheyeMask.hpp"
+#include "bench/baseline/FisheyeMask.hpp"
 
 #include <cmath>
 #include <cstdint>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "baseline/MatRowMul.hpp"
+#include "bench/baseline/MatRowMul.hpp"
 
 namespace stereo::baseline {
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "baseline/RectifyMap.hpp"
+#include "bench/baseline/RectifyMap.hpp"
 
 #include <cmath>
 
-#include "baseline/MatRowMul.hpp"
+#include "bench/baseline/MatRowMul.hpp"
 
 namespace stereo::baseline {
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The C library lets a program define the allocation functions anew: these count, and hand on to its own. Shared
 // libraries and operator new come here too.
-#include "AllocationCount.hpp"
+#include "bench/compare/AllocationCount.hpp"
 
 #include <atomic>
 #include <cerrno>

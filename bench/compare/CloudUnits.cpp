@@ -5,11 +5,11 @@
 
 #include <opencv2/calib3d.hpp>
 
-#include "Unit.hpp"
-#include "baseline/Cloud.hpp"
-#include "baseline/Difference.hpp"
-#include "support/Inputs.hpp"
-#include "support/LibraryPasses.hpp"
+#include "bench/baseline/Cloud.hpp"
+#include "bench/baseline/Difference.hpp"
+#include "bench/compare/Unit.hpp"
+#include "bench/support/Inputs.hpp"
+#include "bench/support/LibraryPasses.hpp"
 
 namespace stereo::compare {
 

@@ -4,12 +4,12 @@
 
 #include <opencv2/imgproc.hpp>
 
-#include "Unit.hpp"
-#include "baseline/CapturePass.hpp"
-#include "baseline/Difference.hpp"
-#include "baseline/RectifyMap.hpp"
-#include "support/Inputs.hpp"
-#include "support/LibraryPasses.hpp"
+#include "bench/baseline/CapturePass.hpp"
+#include "bench/baseline/Difference.hpp"
+#include "bench/baseline/RectifyMap.hpp"
+#include "bench/compare/Unit.hpp"
+#include "bench/support/Inputs.hpp"
+#include "bench/support/LibraryPasses.hpp"
 
 namespace stereo::compare {
 

@@ -7,10 +7,10 @@
 #include <opencv2/ccalib/omnidir.hpp>
 
 #include "StereoCamera.hpp"
-#include "Unit.hpp"
-#include "baseline/Difference.hpp"
-#include "baseline/RectifyMap.hpp"
-#include "support/Inputs.hpp"
+#include "bench/baseline/Difference.hpp"
+#include "bench/baseline/RectifyMap.hpp"
+#include "bench/compare/Unit.hpp"
+#include "bench/support/Inputs.hpp"
 
 namespace stereo::compare {
 

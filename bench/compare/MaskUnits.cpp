@@ -6,10 +6,10 @@
 #include <vector>
 
 #include "StereoCamera.hpp"
-#include "Unit.hpp"
-#include "baseline/Difference.hpp"
-#include "baseline/FisheyeMask.hpp"
-#include "support/Inputs.hpp"
+#include "bench/baseline/Difference.hpp"
+#include "bench/baseline/FisheyeMask.hpp"
+#include "bench/compare/Unit.hpp"
+#include "bench/support/Inputs.hpp"
 
 namespace stereo::compare {
 

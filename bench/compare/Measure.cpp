@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Measure.hpp"
+#include "bench/compare/Measure.hpp"
 
 #include <algorithm>
 #include <chrono>
@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "AllocationCount.hpp"
+#include "bench/compare/AllocationCount.hpp"
 
 namespace stereo::compare {
 

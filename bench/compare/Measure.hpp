@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <string>
 
-#include "Unit.hpp"
+#include "bench/compare/Unit.hpp"
 
 namespace stereo::compare {
 

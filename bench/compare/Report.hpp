@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "Measure.hpp"
+#include "bench/compare/Measure.hpp"
 
 namespace stereo::compare {
 

@@ -5,8 +5,8 @@
 #include <cstdio>
 #include <ostream>
 
-#include "AllocationCount.hpp"
-#include "Report.hpp"
+#include "bench/compare/AllocationCount.hpp"
+#include "bench/compare/Report.hpp"
 
 namespace stereo::compare {
 

@@ -7,9 +7,9 @@
 
 #include <CLI/CLI.hpp>
 
-#include "Report.hpp"
-#include "Unit.hpp"
-#include "core/InstructionSet.hpp"
+#include "bench/compare/Report.hpp"
+#include "bench/compare/Unit.hpp"
+#include "src/core/InstructionSet.hpp"
 
 namespace {
 

@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "support/Inputs.hpp"
+#include "bench/support/Inputs.hpp"
 
 #include <cstdint>
 
 #include <opencv2/calib3d.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include "baseline/Depth.hpp"
-#include "baseline/FisheyeMask.hpp"
-#include "core/RectifyMap.hpp"
+#include "bench/baseline/Depth.hpp"
+#include "bench/baseline/FisheyeMask.hpp"
+#include "src/core/RectifyMap.hpp"
 
 namespace stereo::bench {
 

@@ -3,8 +3,8 @@
 
 #include <opencv2/core.hpp>
 
-#include "core/Cloud.hpp"
-#include "core/Depth.hpp"
+#include "src/core/Cloud.hpp"
+#include "src/core/Depth.hpp"
 
 namespace stereo::bench {
 

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "support/LibraryPasses.hpp"
+#include "bench/support/LibraryPasses.hpp"
 
 #include <algorithm>
 #include <cstddef>
 
-#include "core/EyePair.hpp"
-#include "support/Inputs.hpp"
+#include "bench/support/Inputs.hpp"
+#include "src/core/EyePair.hpp"
 
 namespace stereo::bench {
 

@@ -6,8 +6,8 @@
 #include <opencv2/core.hpp>
 
 #include "StereoCamera.hpp"
-#include "core/Cloud.hpp"
-#include "core/Depth.hpp"
+#include "src/core/Cloud.hpp"
+#include "src/core/Depth.hpp"
 
 namespace stereo::bench {
 

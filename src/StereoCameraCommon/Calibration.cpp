@@ -4,10 +4,10 @@
 #include <new>
 
 #include "StereoCamera.hpp"
-#include "StereoCameraCommon/Relaxed.hpp"
-#include "StereoCameraCommon/Report.hpp"
-#include "StereoCameraCommon/Storage.hpp"
-#include "core/Numbers.hpp"
+#include "src/StereoCameraCommon/Relaxed.hpp"
+#include "src/StereoCameraCommon/Report.hpp"
+#include "src/StereoCameraCommon/Storage.hpp"
+#include "src/core/Numbers.hpp"
 
 bool StereoCamera::loadCalibParams(std::string fileName) {
   try {

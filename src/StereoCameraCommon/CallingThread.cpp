@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "StereoCameraCommon/CallingThread.hpp"
+#include "src/StereoCameraCommon/CallingThread.hpp"
 
 #include <utility>
 

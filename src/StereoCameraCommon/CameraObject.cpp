@@ -4,10 +4,10 @@
 #include <utility>
 
 #include "StereoCamera.hpp"
-#include "StereoCameraCommon/Internals.hpp"
-#include "StereoCameraCommon/Relaxed.hpp"
-#include "StereoCameraCommon/Report.hpp"
 #include "SystemLog.hpp"
+#include "src/StereoCameraCommon/Internals.hpp"
+#include "src/StereoCameraCommon/Relaxed.hpp"
+#include "src/StereoCameraCommon/Report.hpp"
 
 using stereo::relaxed;
 using stereo::setRelaxed;

@@ -9,15 +9,15 @@
 #include <opencv2/core/utility.hpp>
 
 #include "StereoCamera.hpp"
-#include "StereoCameraCommon/Internals.hpp"
-#include "StereoCameraCommon/Relaxed.hpp"
-#include "StereoCameraCommon/Report.hpp"
-#include "core/EyePair.hpp"
-#include "core/Numbers.hpp"
-#include "core/RectifyMap.hpp"
-#include "system/ImageMemory.hpp"
-#include "system/SharedFrame.hpp"
-#include "system/VideoDevice.hpp"
+#include "src/StereoCameraCommon/Internals.hpp"
+#include "src/StereoCameraCommon/Relaxed.hpp"
+#include "src/StereoCameraCommon/Report.hpp"
+#include "src/core/EyePair.hpp"
+#include "src/core/Numbers.hpp"
+#include "src/core/RectifyMap.hpp"
+#include "src/system/ImageMemory.hpp"
+#include "src/system/SharedFrame.hpp"
+#include "src/system/VideoDevice.hpp"
 
 using stereo::relaxed;
 using stereo::reportError;

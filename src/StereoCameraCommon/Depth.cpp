@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "core/Depth.hpp"
+#include "src/core/Depth.hpp"
 
 #include "StereoCamera.hpp"
-#include "StereoCameraCommon/Internals.hpp"
-#include "StereoCameraCommon/Relaxed.hpp"
-#include "core/Numbers.hpp"
-#include "core/SoleOwner.hpp"
-#include "system/ImageMemory.hpp"
+#include "src/StereoCameraCommon/Internals.hpp"
+#include "src/StereoCameraCommon/Relaxed.hpp"
+#include "src/core/Numbers.hpp"
+#include "src/core/SoleOwner.hpp"
+#include "src/system/ImageMemory.hpp"
 
 using stereo::relaxed;
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "StereoCameraCommon/DeviceReads.hpp"
+#include "src/StereoCameraCommon/DeviceReads.hpp"
 
 #include <algorithm>
 #include <utility>

@@ -7,11 +7,11 @@
 #include <opencv2/imgproc.hpp>
 
 #include "StereoCamera.hpp"
-#include "StereoCameraCommon/CallingThread.hpp"
-#include "StereoCameraCommon/Internals.hpp"
-#include "StereoCameraCommon/Relaxed.hpp"
-#include "StereoCameraCommon/Report.hpp"
-#include "system/ImageMemory.hpp"
+#include "src/StereoCameraCommon/CallingThread.hpp"
+#include "src/StereoCameraCommon/Internals.hpp"
+#include "src/StereoCameraCommon/Relaxed.hpp"
+#include "src/StereoCameraCommon/Report.hpp"
+#include "src/system/ImageMemory.hpp"
 
 using stereo::relaxed;
 using stereo::reportInfo;

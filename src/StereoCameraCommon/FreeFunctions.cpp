@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "StereoCamera.hpp"
-#include "core/ColorMap.hpp"
-#include "core/FisheyeMask.hpp"
-#include "core/Numbers.hpp"
-#include "core/RectifyMap.hpp"
+#include "src/core/ColorMap.hpp"
+#include "src/core/FisheyeMask.hpp"
+#include "src/core/Numbers.hpp"
+#include "src/core/RectifyMap.hpp"
 
 bool initRectifyMap(cv::Mat K, cv::Mat D, cv::Mat R, cv::Mat P, double xi, double xi2, cv::Size size, int mode,
                     cv::Mat& map1, cv::Mat& map2) {

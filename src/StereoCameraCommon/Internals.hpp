@@ -10,10 +10,10 @@
 #include <vector>
 
 #include "StereoCamera.hpp"
-#include "StereoCameraCommon/DeviceReads.hpp"
-#include "system/ImageMemory.hpp"
-#include "system/SharedFrame.hpp"
-#include "system/VideoDevice.hpp"
+#include "src/StereoCameraCommon/DeviceReads.hpp"
+#include "src/system/ImageMemory.hpp"
+#include "src/system/SharedFrame.hpp"
+#include "src/system/VideoDevice.hpp"
 
 /// What the camera needs beside its members.
 ///

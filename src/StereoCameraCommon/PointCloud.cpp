@@ -5,13 +5,13 @@
 #include <opencv2/highgui.hpp>
 
 #include "StereoCamera.hpp"
-#include "StereoCameraCommon/CallingThread.hpp"
-#include "StereoCameraCommon/Internals.hpp"
-#include "StereoCameraCommon/Relaxed.hpp"
-#include "core/Cloud.hpp"
-#include "core/Depth.hpp"
-#include "core/Numbers.hpp"
-#include "system/ImageMemory.hpp"
+#include "src/StereoCameraCommon/CallingThread.hpp"
+#include "src/StereoCameraCommon/Internals.hpp"
+#include "src/StereoCameraCommon/Relaxed.hpp"
+#include "src/core/Cloud.hpp"
+#include "src/core/Depth.hpp"
+#include "src/core/Numbers.hpp"
+#include "src/system/ImageMemory.hpp"
 
 using stereo::relaxed;
 using stereo::core::CloudForm;

@@ -9,9 +9,9 @@
 #include <opencv2/core/persistence.hpp>
 
 #include "StereoCamera.hpp"
-#include "StereoCameraCommon/Relaxed.hpp"
-#include "StereoCameraCommon/Storage.hpp"
-#include "core/Numbers.hpp"
+#include "src/StereoCameraCommon/Relaxed.hpp"
+#include "src/StereoCameraCommon/Storage.hpp"
+#include "src/core/Numbers.hpp"
 
 using stereo::setRelaxed;
 using stereo::core::numberAt;

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "StereoCameraCommon/Storage.hpp"
+#include "src/StereoCameraCommon/Storage.hpp"
 
 #include <cstdlib>
 #include <new>
 
 #include <opencv2/core/utils/logger.hpp>
 
-#include "core/DocumentGuard.hpp"
-#include "system/DocumentFile.hpp"
+#include "src/core/DocumentGuard.hpp"
+#include "src/system/DocumentFile.hpp"
 
 namespace stereo {
 

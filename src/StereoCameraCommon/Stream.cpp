@@ -4,9 +4,9 @@
 #include <string>
 
 #include "StereoCamera.hpp"
-#include "StereoCameraCommon/Internals.hpp"
-#include "StereoCameraCommon/Relaxed.hpp"
-#include "core/Numbers.hpp"
+#include "src/StereoCameraCommon/Internals.hpp"
+#include "src/StereoCameraCommon/Relaxed.hpp"
+#include "src/core/Numbers.hpp"
 
 using stereo::relaxed;
 using stereo::core::wrappingSum;

@@ -7,9 +7,9 @@
 
 #include "ReadLimit.hpp"
 #include "StereoCamera.hpp"
-#include "StereoCameraCommon/CallingThread.hpp"
-#include "StereoCameraCommon/Internals.hpp"
-#include "StereoCameraCommon/Relaxed.hpp"
+#include "src/StereoCameraCommon/CallingThread.hpp"
+#include "src/StereoCameraCommon/Internals.hpp"
+#include "src/StereoCameraCommon/Relaxed.hpp"
 
 using stereo::DisparityHold;
 using stereo::relaxed;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "core/Cloud.hpp"
+#include "src/core/Cloud.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -9,8 +9,8 @@
 #include <utility>
 #include <vector>
 
-#include "core/CloudKernels.hpp"
-#include "core/Rows.hpp"
+#include "src/core/CloudKernels.hpp"
+#include "src/core/Rows.hpp"
 
 namespace stereo::core {
 

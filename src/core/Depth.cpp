@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "core/Depth.hpp"
+#include "src/core/Depth.hpp"
 
 #include <algorithm>
 #include <bit>
@@ -8,8 +8,8 @@
 #include <cstring>
 #include <mutex>
 
-#include "core/DepthKernels.hpp"
-#include "core/Rows.hpp"
+#include "src/core/DepthKernels.hpp"
+#include "src/core/Rows.hpp"
 
 namespace stereo::core {
 

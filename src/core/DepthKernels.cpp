@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "core/DepthKernels.hpp"
+#include "src/core/DepthKernels.hpp"
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
 
-#include "core/KernelVariants.hpp"
+#include "src/core/KernelVariants.hpp"
 
 namespace stereo::core {
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "core/DocumentGuard.hpp"
+#include "src/core/DocumentGuard.hpp"
 
-#include "core/ParserBuffer.hpp"
+#include "src/core/ParserBuffer.hpp"
 
 namespace stereo::core {
 

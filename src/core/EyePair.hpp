@@ -3,7 +3,7 @@
 
 #include <opencv2/core.hpp>
 
-#include "core/SoleOwner.hpp"
+#include "src/core/SoleOwner.hpp"
 
 namespace stereo::core {
 

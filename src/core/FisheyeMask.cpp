@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "core/FisheyeMask.hpp"
+#include "src/core/FisheyeMask.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "core/MaskKernels.hpp"
+#include "src/core/MaskKernels.hpp"
 
 namespace stereo::core {
 

@@ -2,7 +2,7 @@
 // What OpenCV 4.6's parser takes for JSON, with comments as in C++.
 #include <string_view>
 
-#include "core/ParserBuffer.hpp"
+#include "src/core/ParserBuffer.hpp"
 
 namespace stereo::core {
 

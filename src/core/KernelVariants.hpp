@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "core/InstructionSet.hpp"
+#include "src/core/InstructionSet.hpp"
 
 // A kernel is a loop over plain arrays that the compiler turns into vector code. STEREO_CAMERA_KERNEL compiles one and
 // the same body for each instruction set and gives a function that picks the form in use:

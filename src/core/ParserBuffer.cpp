@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "core/ParserBuffer.hpp"
+#include "src/core/ParserBuffer.hpp"
 
 #include <algorithm>
 #include <array>

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/DocumentGuard.hpp"
+#include "src/core/DocumentGuard.hpp"
 
 namespace stereo::core {
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "core/RayProjection.hpp"
+#include "src/core/RayProjection.hpp"
 
 #include <cmath>
 
-#include "core/KernelVariants.hpp"
+#include "src/core/KernelVariants.hpp"
 
 namespace stereo::core {
 

@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "core/RectifyMap.hpp"
+#include "src/core/RectifyMap.hpp"
 
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <numeric>
 
-#include "core/Numbers.hpp"
-#include "core/RayProjection.hpp"
-#include "core/Rows.hpp"
-#include "core/SoleOwner.hpp"
+#include "src/core/Numbers.hpp"
+#include "src/core/RayProjection.hpp"
+#include "src/core/Rows.hpp"
+#include "src/core/SoleOwner.hpp"
 
 namespace stereo::core {
 

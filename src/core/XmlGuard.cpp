@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/ParserBuffer.hpp"
+#include "src/core/ParserBuffer.hpp"
 
 namespace stereo::core {
 

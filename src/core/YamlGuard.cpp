@@ -2,7 +2,7 @@
 // What OpenCV 4.6's parser takes for YAML, with its own view of indentation, strings and streams.
 #include <string_view>
 
-#include "core/ParserBuffer.hpp"
+#include "src/core/ParserBuffer.hpp"
 
 namespace stereo::core {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "system/DocumentFile.hpp"
+#include "src/system/DocumentFile.hpp"
 
 #include <algorithm>
 #include <array>

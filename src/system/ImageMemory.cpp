@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "system/ImageMemory.hpp"
+#include "src/system/ImageMemory.hpp"
 
 #include <algorithm>
 #include <cstddef>

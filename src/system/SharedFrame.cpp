@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "system/SharedFrame.hpp"
+#include "src/system/SharedFrame.hpp"
 
 #include <atomic>
 #include <cstring>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "system/VideoDevice.hpp"
+#include "src/system/VideoDevice.hpp"
 
 #include <fcntl.h>
 #include <linux/videodev2.h>

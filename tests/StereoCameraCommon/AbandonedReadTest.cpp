@@ -15,10 +15,10 @@
 #include <gtest/gtest.h>
 #include <opencv2/core/utility.hpp>
 
-#include "support/Await.hpp"
-#include "support/OutputCapture.hpp"
-#include "support/TempDir.hpp"
-#include "support/TestCamera.hpp"
+#include "tests/support/Await.hpp"
+#include "tests/support/OutputCapture.hpp"
+#include "tests/support/TempDir.hpp"
+#include "tests/support/TestCamera.hpp"
 
 namespace {
 

@@ -10,9 +10,9 @@
 
 #include "StereoCamera.hpp"
 #include "SystemLog.hpp"
-#include "support/OutputCapture.hpp"
-#include "support/TempDir.hpp"
-#include "support/TestCamera.hpp"
+#include "tests/support/OutputCapture.hpp"
+#include "tests/support/TempDir.hpp"
+#include "tests/support/TestCamera.hpp"
 
 namespace {
 

@@ -8,10 +8,10 @@
 
 #include "StereoCamera.hpp"
 #include "SystemLog.hpp"
-#include "support/Await.hpp"
-#include "support/OutputCapture.hpp"
-#include "support/TempDir.hpp"
-#include "support/TestCamera.hpp"
+#include "tests/support/Await.hpp"
+#include "tests/support/OutputCapture.hpp"
+#include "tests/support/TempDir.hpp"
+#include "tests/support/TestCamera.hpp"
 
 using stereo::test::await;
 using stereo::test::Gate;

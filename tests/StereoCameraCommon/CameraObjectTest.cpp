@@ -10,8 +10,8 @@
 
 #include "StereoCamera.hpp"
 #include "SystemLog.hpp"
-#include "support/OutputCapture.hpp"
-#include "support/TestCamera.hpp"
+#include "tests/support/OutputCapture.hpp"
+#include "tests/support/TestCamera.hpp"
 
 using stereo::test::OutputCapture;
 using stereo::test::recordTexts;

@@ -6,10 +6,10 @@
 #include <gtest/gtest.h>
 
 #include "StereoCamera.hpp"
-#include "support/Await.hpp"
-#include "support/OutputCapture.hpp"
-#include "support/ScriptedCapture.hpp"
-#include "support/TestCamera.hpp"
+#include "tests/support/Await.hpp"
+#include "tests/support/OutputCapture.hpp"
+#include "tests/support/ScriptedCapture.hpp"
+#include "tests/support/TestCamera.hpp"
 
 using std::chrono::microseconds;
 using stereo::test::await;

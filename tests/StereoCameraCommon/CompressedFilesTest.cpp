@@ -10,8 +10,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "StereoCameraCommon/HostileFiles.hpp"
-#include "support/Gzip.hpp"
+#include "tests/StereoCameraCommon/HostileFiles.hpp"
+#include "tests/support/Gzip.hpp"
 
 using namespace stereo::test;
 

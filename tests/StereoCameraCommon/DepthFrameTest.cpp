@@ -5,9 +5,9 @@
 
 #include <gtest/gtest.h>
 
-#include "support/Await.hpp"
-#include "support/DepthImages.hpp"
-#include "support/FedCamera.hpp"
+#include "tests/support/Await.hpp"
+#include "tests/support/DepthImages.hpp"
+#include "tests/support/FedCamera.hpp"
 
 using std::chrono::microseconds;
 using stereo::test::await;

@@ -8,8 +8,8 @@
 #include <opencv2/videoio.hpp>
 
 #include "StereoCamera.hpp"
-#include "support/OutputCapture.hpp"
-#include "support/TempDir.hpp"
+#include "tests/support/OutputCapture.hpp"
+#include "tests/support/TempDir.hpp"
 
 namespace {
 

@@ -8,9 +8,9 @@
 #include <opencv2/calib3d.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include "support/Await.hpp"
-#include "support/FedCamera.hpp"
-#include "support/OutputCapture.hpp"
+#include "tests/support/Await.hpp"
+#include "tests/support/FedCamera.hpp"
+#include "tests/support/OutputCapture.hpp"
 
 using std::chrono::microseconds;
 using stereo::test::await;

@@ -7,9 +7,9 @@
 
 #include <gtest/gtest.h>
 
-#include "StereoCameraCommon/RandomDocuments.hpp"
-#include "StereoCameraCommon/Storage.hpp"
-#include "support/StorageOracle.hpp"
+#include "src/StereoCameraCommon/Storage.hpp"
+#include "tests/StereoCameraCommon/RandomDocuments.hpp"
+#include "tests/support/StorageOracle.hpp"
 
 using namespace stereo::test;
 

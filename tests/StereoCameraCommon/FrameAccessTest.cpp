@@ -7,9 +7,9 @@
 #include <opencv2/imgproc.hpp>
 
 #include "StereoCamera.hpp"
-#include "support/Await.hpp"
-#include "support/ScriptedCapture.hpp"
-#include "support/TestCamera.hpp"
+#include "tests/support/Await.hpp"
+#include "tests/support/ScriptedCapture.hpp"
+#include "tests/support/TestCamera.hpp"
 
 using std::chrono::microseconds;
 using stereo::test::await;

@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "StereoCameraCommon/HostileFiles.hpp"
+#include "tests/StereoCameraCommon/HostileFiles.hpp"
 
 using namespace stereo::test;
 

@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "StereoCameraCommon/HostileFiles.hpp"
+#include "tests/StereoCameraCommon/HostileFiles.hpp"
 
 using namespace stereo::test;
 

@@ -14,9 +14,9 @@
 
 #include <gtest/gtest.h>
 
-#include "support/Await.hpp"
-#include "support/OutputCapture.hpp"
-#include "support/TestCamera.hpp"
+#include "tests/support/Await.hpp"
+#include "tests/support/OutputCapture.hpp"
+#include "tests/support/TestCamera.hpp"
 
 using std::chrono::microseconds;
 using stereo::test::await;

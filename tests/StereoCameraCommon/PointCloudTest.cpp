@@ -5,9 +5,9 @@
 
 #include <gtest/gtest.h>
 
-#include "core/Cloud.hpp"
-#include "support/Await.hpp"
-#include "support/FedCamera.hpp"
+#include "src/core/Cloud.hpp"
+#include "tests/support/Await.hpp"
+#include "tests/support/FedCamera.hpp"
 
 using std::chrono::microseconds;
 using stereo::core::CloudForm;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "StereoCameraCommon/RandomDocuments.hpp"
+#include "tests/StereoCameraCommon/RandomDocuments.hpp"
 
 #include <array>
 #include <iterator>

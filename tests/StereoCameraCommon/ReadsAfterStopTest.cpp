@@ -6,8 +6,8 @@
 
 #include <gtest/gtest.h>
 
-#include "support/Await.hpp"
-#include "support/FedCamera.hpp"
+#include "tests/support/Await.hpp"
+#include "tests/support/FedCamera.hpp"
 
 using std::chrono::microseconds;
 using stereo::test::await;

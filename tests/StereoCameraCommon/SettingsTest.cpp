@@ -5,9 +5,9 @@
 #include <gtest/gtest.h>
 
 #include "StereoCamera.hpp"
-#include "support/OutputCapture.hpp"
-#include "support/TempDir.hpp"
-#include "support/TestCamera.hpp"
+#include "tests/support/OutputCapture.hpp"
+#include "tests/support/TempDir.hpp"
+#include "tests/support/TestCamera.hpp"
 
 using stereo::test::Document;
 using stereo::test::OutputCapture;

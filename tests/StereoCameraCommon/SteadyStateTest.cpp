@@ -5,9 +5,9 @@
 
 #include <gtest/gtest.h>
 
-#include "compare/AllocationCount.hpp"
-#include "support/Await.hpp"
-#include "support/TestCamera.hpp"
+#include "bench/compare/AllocationCount.hpp"
+#include "tests/support/Await.hpp"
+#include "tests/support/TestCamera.hpp"
 
 using std::chrono::microseconds;
 using stereo::compare::allocations;

@@ -7,9 +7,9 @@
 
 #include <gtest/gtest.h>
 
-#include "StereoCameraCommon/DeviceReads.hpp"
-#include "support/Await.hpp"
-#include "support/FedCamera.hpp"
+#include "src/StereoCameraCommon/DeviceReads.hpp"
+#include "tests/support/Await.hpp"
+#include "tests/support/FedCamera.hpp"
 
 using std::chrono::microseconds;
 using std::chrono::steady_clock;

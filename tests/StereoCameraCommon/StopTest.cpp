@@ -14,11 +14,11 @@
 
 #include <gtest/gtest.h>
 
-#include "StereoCameraCommon/DeviceReads.hpp"
-#include "support/Await.hpp"
-#include "support/TempDir.hpp"
-#include "support/TestCamera.hpp"
-#include "system/VideoDevice.hpp"
+#include "src/StereoCameraCommon/DeviceReads.hpp"
+#include "src/system/VideoDevice.hpp"
+#include "tests/support/Await.hpp"
+#include "tests/support/TempDir.hpp"
+#include "tests/support/TestCamera.hpp"
 
 using std::chrono::microseconds;
 using std::chrono::milliseconds;

@@ -6,10 +6,10 @@
 
 #include <opencv2/imgproc.hpp>
 
-#include "support/Await.hpp"
-#include "support/OutputCapture.hpp"
-#include "support/StreamReceiver.hpp"
-#include "support/TestCamera.hpp"
+#include "tests/support/Await.hpp"
+#include "tests/support/OutputCapture.hpp"
+#include "tests/support/StreamReceiver.hpp"
+#include "tests/support/TestCamera.hpp"
 
 using std::chrono::microseconds;
 using stereo::test::await;

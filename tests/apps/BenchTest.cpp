@@ -8,11 +8,11 @@
 #include <opencv2/core/persistence.hpp>
 #include <opencv2/imgcodecs.hpp>
 
-#include "Failure.hpp"
-#include "SimulatedCamera.hpp"
-#include "apps/Program.hpp"
-#include "support/Await.hpp"
-#include "support/TempDir.hpp"
+#include "apps/stereo-camera/Failure.hpp"
+#include "sim/SimulatedCamera.hpp"
+#include "tests/apps/Program.hpp"
+#include "tests/support/Await.hpp"
+#include "tests/support/TempDir.hpp"
 
 using stereo::app::ExitCode;
 using stereo::test::await;

@@ -8,9 +8,9 @@
 #include <opencv2/calib3d.hpp>
 #include <opencv2/imgcodecs.hpp>
 
-#include "Failure.hpp"
-#include "Program.hpp"
-#include "Rig.hpp"
+#include "apps/stereo-camera/Failure.hpp"
+#include "sim/Rig.hpp"
+#include "tests/apps/Program.hpp"
 
 using stereo::app::ExitCode;
 using stereo::test::Program;

@@ -10,9 +10,9 @@
 
 #include <opencv2/core/persistence.hpp>
 
-#include "Failure.hpp"
-#include "Json.hpp"
-#include "apps/Program.hpp"
+#include "apps/stereo-camera/Failure.hpp"
+#include "apps/stereo-camera/Json.hpp"
+#include "tests/apps/Program.hpp"
 
 using stereo::app::ExitCode;
 using stereo::app::Json;

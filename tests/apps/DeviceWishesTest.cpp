@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "DeviceWishes.hpp"
+#include "apps/stereo-camera/DeviceWishes.hpp"
 
 #include <utility>
 #include <vector>
@@ -7,7 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "Failure.hpp"
+#include "apps/stereo-camera/Failure.hpp"
 
 using stereo::app::DeviceCamera;
 using stereo::app::DeviceOffers;

@@ -7,12 +7,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "DeviceChecks.hpp"
-#include "Failure.hpp"
-#include "FileChecks.hpp"
-#include "Program.hpp"
-#include "SimulatedCamera.hpp"
-#include "SystemChecks.hpp"
+#include "apps/stereo-camera/DeviceChecks.hpp"
+#include "apps/stereo-camera/Failure.hpp"
+#include "apps/stereo-camera/FileChecks.hpp"
+#include "apps/stereo-camera/SystemChecks.hpp"
+#include "sim/SimulatedCamera.hpp"
+#include "tests/apps/Program.hpp"
 
 using stereo::app::checkCalibrationFile;
 using stereo::app::checkSettingsFile;

@@ -11,9 +11,9 @@
 #include <opencv2/core/persistence.hpp>
 #include <opencv2/imgcodecs.hpp>
 
-#include "Failure.hpp"
-#include "Recording.hpp"
-#include "apps/Program.hpp"
+#include "apps/stereo-camera/Failure.hpp"
+#include "sim/Recording.hpp"
+#include "tests/apps/Program.hpp"
 
 using stereo::app::ExitCode;
 using stereo::test::deadline;

@@ -12,8 +12,8 @@
 #include <opencv2/core/persistence.hpp>
 #include <opencv2/imgcodecs.hpp>
 
-#include "Failure.hpp"
-#include "support/TempDir.hpp"
+#include "apps/stereo-camera/Failure.hpp"
+#include "tests/support/TempDir.hpp"
 
 using stereo::app::ExitCode;
 using stereo::test::readFile;

@@ -5,10 +5,10 @@
 
 #include <opencv2/core.hpp>
 
-#include "Figures.hpp"
-#include "MeasuredCapture.hpp"
-#include "RunRecord.hpp"
-#include "support/ScriptedCapture.hpp"
+#include "apps/stereo-camera/Figures.hpp"
+#include "apps/stereo-camera/MeasuredCapture.hpp"
+#include "apps/stereo-camera/RunRecord.hpp"
+#include "tests/support/ScriptedCapture.hpp"
 
 using namespace stereo::app;
 using std::chrono::microseconds;

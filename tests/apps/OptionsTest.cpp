@@ -8,9 +8,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "DeviceName.hpp"
-#include "Failure.hpp"
-#include "apps/Program.hpp"
+#include "apps/stereo-camera/DeviceName.hpp"
+#include "apps/stereo-camera/Failure.hpp"
+#include "tests/apps/Program.hpp"
 
 using stereo::app::ExitCode;
 using stereo::test::Program;

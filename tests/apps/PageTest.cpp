@@ -9,10 +9,10 @@
 #include <gtest/gtest.h>
 #include <opencv2/imgcodecs.hpp>
 
-#include "Page.hpp"
 #include "StereoCamera.hpp"
-#include "apps/Program.hpp"
-#include "support/TempDir.hpp"
+#include "apps/stereo-camera/Page.hpp"
+#include "tests/apps/Program.hpp"
+#include "tests/support/TempDir.hpp"
 
 using stereo::test::Program;
 using stereo::test::readFile;

@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include "ProbeProcess.hpp"
+#include "apps/stereo-camera/ProbeProcess.hpp"
 
 using namespace std::chrono_literals;
 using stereo::app::askProcess;

@@ -12,8 +12,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "support/Await.hpp"
-#include "support/TempDir.hpp"
+#include "tests/support/Await.hpp"
+#include "tests/support/TempDir.hpp"
 
 namespace stereo::test {
 

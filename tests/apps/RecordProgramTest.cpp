@@ -9,10 +9,10 @@
 #include <opencv2/core/persistence.hpp>
 #include <opencv2/imgcodecs.hpp>
 
-#include "Failure.hpp"
-#include "Program.hpp"
-#include "Recording.hpp"
-#include "support/TempDir.hpp"
+#include "apps/stereo-camera/Failure.hpp"
+#include "sim/Recording.hpp"
+#include "tests/apps/Program.hpp"
+#include "tests/support/TempDir.hpp"
 
 using stereo::app::ExitCode;
 using stereo::sim::Recording;

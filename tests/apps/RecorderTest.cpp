@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Recorder.hpp"
+#include "apps/stereo-camera/Recorder.hpp"
 
 #include <limits>
 
@@ -8,13 +8,13 @@
 
 #include <opencv2/imgcodecs.hpp>
 
-#include "Failure.hpp"
-#include "Recording.hpp"
-#include "RecordingCamera.hpp"
-#include "ReplayCamera.hpp"
-#include "ReplayCapture.hpp"
-#include "support/Await.hpp"
-#include "support/TempDir.hpp"
+#include "apps/stereo-camera/Failure.hpp"
+#include "apps/stereo-camera/RecordingCamera.hpp"
+#include "sim/Recording.hpp"
+#include "sim/ReplayCamera.hpp"
+#include "sim/ReplayCapture.hpp"
+#include "tests/support/Await.hpp"
+#include "tests/support/TempDir.hpp"
 
 using namespace stereo::app;
 using std::chrono::microseconds;

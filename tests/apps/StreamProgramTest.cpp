@@ -15,11 +15,11 @@
 
 #include <opencv2/imgcodecs.hpp>
 
-#include "Failure.hpp"
-#include "apps/Program.hpp"
-#include "support/Await.hpp"
-#include "support/StreamReceiver.hpp"
-#include "support/TempDir.hpp"
+#include "apps/stereo-camera/Failure.hpp"
+#include "tests/apps/Program.hpp"
+#include "tests/support/Await.hpp"
+#include "tests/support/StreamReceiver.hpp"
+#include "tests/support/TempDir.hpp"
 
 using stereo::app::ExitCode;
 using stereo::test::await;

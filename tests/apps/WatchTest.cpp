@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Watch.hpp"
+#include "apps/stereo-camera/Watch.hpp"
 
 #include <gtest/gtest.h>
 
-#include "Failure.hpp"
-#include "support/OutputCapture.hpp"
-#include "support/ScriptedCapture.hpp"
-#include "support/TestCamera.hpp"
+#include "apps/stereo-camera/Failure.hpp"
+#include "tests/support/OutputCapture.hpp"
+#include "tests/support/ScriptedCapture.hpp"
+#include "tests/support/TestCamera.hpp"
 
 using namespace std::chrono_literals;
 using stereo::app::ExitCode;

@@ -8,8 +8,8 @@
 
 #include <opencv2/imgcodecs.hpp>
 
-#include "Results.hpp"
-#include "support/TestCamera.hpp"
+#include "tests/arm/Results.hpp"
+#include "tests/support/TestCamera.hpp"
 
 namespace stereo::arm {
 

@@ -9,11 +9,11 @@
 
 #include <opencv2/imgproc.hpp>
 
-#include "Results.hpp"
 #include "StereoCamera.hpp"
-#include "core/Cloud.hpp"
-#include "core/Depth.hpp"
-#include "core/RectifyMap.hpp"
+#include "src/core/Cloud.hpp"
+#include "src/core/Depth.hpp"
+#include "src/core/RectifyMap.hpp"
+#include "tests/arm/Results.hpp"
 
 namespace stereo::arm {
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "Writer.hpp"
+#include "tests/arm/Writer.hpp"
 
 namespace stereo::arm {
 

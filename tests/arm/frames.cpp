@@ -9,8 +9,8 @@
 
 #include <opencv2/imgcodecs.hpp>
 
-#include "Renderer.hpp"
-#include "support/TestCamera.hpp"
+#include "sim/Renderer.hpp"
+#include "tests/support/TestCamera.hpp"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "Results.hpp"
+#include "tests/arm/Results.hpp"
 
 int main(int argc, char** argv) try {
   if (argc != 3) {

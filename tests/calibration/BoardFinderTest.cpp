@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "BoardFinder.hpp"
+#include "calibration/BoardFinder.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -8,7 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include "BoardCapture.hpp"
+#include "sim/BoardCapture.hpp"
 
 namespace stereo::calibration {
 namespace {

@@ -8,8 +8,8 @@
 #include <opencv2/ccalib/omnidir.hpp>
 #include <opencv2/core.hpp>
 
-#include "Rig.hpp"
-#include "Types.hpp"
+#include "calibration/Types.hpp"
+#include "sim/Rig.hpp"
 
 namespace stereo::test {
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Boards seen by a rig that is known: what comes out is compared in rays and millimetres, since xi, focal length and
 // distortion trade off against each other.
-#include "Calibrate.hpp"
+#include "calibration/Calibrate.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -9,9 +9,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "Boards.hpp"
-#include "Judgement.hpp"
-#include "Rectification.hpp"
+#include "calibration/Judgement.hpp"
+#include "calibration/Rectification.hpp"
+#include "tests/calibration/Boards.hpp"
 
 namespace stereo::calibration {
 namespace {

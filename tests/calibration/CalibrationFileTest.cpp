@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "CalibrationFile.hpp"
+#include "calibration/CalibrationFile.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <opencv2/calib3d.hpp>
 
-#include "support/TempDir.hpp"
+#include "tests/support/TempDir.hpp"
 
 namespace stereo::calibration {
 namespace {

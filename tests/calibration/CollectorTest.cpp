@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Collector.hpp"
+#include "calibration/Collector.hpp"
 
 #include <gtest/gtest.h>
 

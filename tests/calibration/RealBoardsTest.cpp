@@ -7,9 +7,9 @@
 #include <opencv2/ccalib/omnidir.hpp>
 #include <opencv2/imgcodecs.hpp>
 
-#include "BoardFinder.hpp"
-#include "Calibrate.hpp"
-#include "Rectification.hpp"
+#include "calibration/BoardFinder.hpp"
+#include "calibration/Calibrate.hpp"
+#include "calibration/Rectification.hpp"
 
 namespace stereo::calibration {
 namespace {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Rectification.hpp"
+#include "calibration/Rectification.hpp"
 
 #include <gtest/gtest.h>
 #include <opencv2/calib3d.hpp>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "RowCheck.hpp"
+#include "calibration/RowCheck.hpp"
 
 #include <cmath>
 
@@ -7,8 +7,8 @@
 #include <gtest/gtest.h>
 #include <opencv2/calib3d.hpp>
 
-#include "Renderer.hpp"
-#include "Rig.hpp"
+#include "sim/Renderer.hpp"
+#include "sim/Rig.hpp"
 
 namespace stereo::calibration {
 namespace {

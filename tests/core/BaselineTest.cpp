@@ -3,12 +3,12 @@
 #include <gtest/gtest.h>
 #include <opencv2/core.hpp>
 
-#include "baseline/CapturePass.hpp"
-#include "baseline/Cloud.hpp"
-#include "baseline/Depth.hpp"
-#include "baseline/FisheyeMask.hpp"
-#include "baseline/MatRowMul.hpp"
-#include "baseline/RectifyMap.hpp"
+#include "bench/baseline/CapturePass.hpp"
+#include "bench/baseline/Cloud.hpp"
+#include "bench/baseline/Depth.hpp"
+#include "bench/baseline/FisheyeMask.hpp"
+#include "bench/baseline/MatRowMul.hpp"
+#include "bench/baseline/RectifyMap.hpp"
 
 using namespace stereo;
 

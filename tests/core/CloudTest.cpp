@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "core/Cloud.hpp"
+#include "src/core/Cloud.hpp"
 
 #include <cmath>
 #include <functional>

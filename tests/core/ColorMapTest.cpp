@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "core/ColorMap.hpp"
+#include "src/core/ColorMap.hpp"
 
 #include <cmath>
 #include <limits>

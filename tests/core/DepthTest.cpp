@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "core/Depth.hpp"
+#include "src/core/Depth.hpp"
 
 #include <cmath>
 #include <limits>
@@ -7,8 +7,8 @@
 #include <gtest/gtest.h>
 
 #include "StereoCamera.hpp"
-#include "support/DepthImages.hpp"
-#include "support/TestCamera.hpp"
+#include "tests/support/DepthImages.hpp"
+#include "tests/support/TestCamera.hpp"
 
 using stereo::core::DepthModel;
 using stereo::core::DepthRange;

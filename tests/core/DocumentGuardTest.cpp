@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "core/DocumentGuard.hpp"
+#include "src/core/DocumentGuard.hpp"
 
 #include <string>
 

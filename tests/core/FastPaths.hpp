@@ -10,8 +10,8 @@
 #include <gtest/gtest.h>
 #include <opencv2/core.hpp>
 
-#include "baseline/Difference.hpp"
-#include "core/InstructionSet.hpp"
+#include "bench/baseline/Difference.hpp"
+#include "src/core/InstructionSet.hpp"
 
 // What the comparisons of the library's kernels with their plain forms share.
 

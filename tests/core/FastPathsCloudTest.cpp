@@ -3,9 +3,9 @@
 #include <cmath>
 #include <sstream>
 
-#include "FastPaths.hpp"
-#include "baseline/Cloud.hpp"
-#include "core/Cloud.hpp"
+#include "bench/baseline/Cloud.hpp"
+#include "src/core/Cloud.hpp"
+#include "tests/core/FastPaths.hpp"
 
 using namespace stereo::test;
 using stereo::core::CloudForm;

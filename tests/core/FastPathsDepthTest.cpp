@@ -4,9 +4,9 @@
 #include <cmath>
 #include <sstream>
 
-#include "FastPaths.hpp"
-#include "baseline/Depth.hpp"
-#include "core/Depth.hpp"
+#include "bench/baseline/Depth.hpp"
+#include "src/core/Depth.hpp"
+#include "tests/core/FastPaths.hpp"
 
 using namespace stereo::test;
 using stereo::core::DepthModel;

@@ -2,9 +2,9 @@
 // Look-up maps against their plain form, to the bit.
 #include <opencv2/calib3d.hpp>
 
-#include "FastPaths.hpp"
 #include "StereoCamera.hpp"
-#include "baseline/RectifyMap.hpp"
+#include "bench/baseline/RectifyMap.hpp"
+#include "tests/core/FastPaths.hpp"
 
 using namespace stereo::test;
 namespace baseline = stereo::baseline;

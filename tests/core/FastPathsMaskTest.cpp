@@ -2,11 +2,11 @@
 // Masks of the image circle, and the pixels' way through a pass of the capture worker, against their plain forms.
 #include <cmath>
 
-#include "FastPaths.hpp"
 #include "StereoCamera.hpp"
-#include "baseline/CapturePass.hpp"
-#include "baseline/FisheyeMask.hpp"
-#include "core/EyePair.hpp"
+#include "bench/baseline/CapturePass.hpp"
+#include "bench/baseline/FisheyeMask.hpp"
+#include "src/core/EyePair.hpp"
+#include "tests/core/FastPaths.hpp"
 
 using namespace stereo::test;
 namespace baseline = stereo::baseline;

@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "StereoCamera.hpp"
-#include "support/TestCamera.hpp"
+#include "tests/support/TestCamera.hpp"
 
 using stereo::test::sameBits;
 

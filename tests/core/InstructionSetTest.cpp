@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "core/InstructionSet.hpp"
+#include "src/core/InstructionSet.hpp"
 
 #include <algorithm>
 #include <stdexcept>

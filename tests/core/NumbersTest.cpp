@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "core/Numbers.hpp"
+#include "src/core/Numbers.hpp"
 
 #include <limits>
 

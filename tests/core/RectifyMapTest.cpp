@@ -7,8 +7,8 @@
 #include <opencv2/ccalib/omnidir.hpp>
 
 #include "StereoCamera.hpp"
-#include "core/RectifyMap.hpp"
-#include "support/TestCamera.hpp"
+#include "src/core/RectifyMap.hpp"
+#include "tests/support/TestCamera.hpp"
 
 using stereo::test::sameBits;
 using stereo::test::someCalibration;

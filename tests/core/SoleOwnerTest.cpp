@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "core/SoleOwner.hpp"
+#include "src/core/SoleOwner.hpp"
 
 #include <stdexcept>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "core/EyePair.hpp"
-#include "support/TestCamera.hpp"
+#include "src/core/EyePair.hpp"
+#include "tests/support/TestCamera.hpp"
 
 using stereo::core::copyInto;
 using stereo::core::overlap;

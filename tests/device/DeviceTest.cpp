@@ -5,9 +5,9 @@
 
 #include <gtest/gtest.h>
 
-#include "device/Guest.hpp"
-#include "support/TempDir.hpp"
-#include "support/TestCamera.hpp"
+#include "tests/device/Guest.hpp"
+#include "tests/support/TempDir.hpp"
+#include "tests/support/TestCamera.hpp"
 
 using namespace stereo::test;
 using std::chrono::microseconds;

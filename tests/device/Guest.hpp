@@ -20,9 +20,9 @@
 #include <gtest/gtest.h>
 
 #include "StereoCamera.hpp"
-#include "apps/Program.hpp"
-#include "device/Pattern.hpp"
-#include "support/Await.hpp"
+#include "tests/apps/Program.hpp"
+#include "tests/device/Pattern.hpp"
+#include "tests/support/Await.hpp"
 
 namespace stereo::test {
 

@@ -8,8 +8,8 @@
 
 #include <gtest/gtest.h>
 
-#include "device/Guest.hpp"
-#include "support/StreamReceiver.hpp"
+#include "tests/device/Guest.hpp"
+#include "tests/support/StreamReceiver.hpp"
 
 using namespace stereo::test;
 using std::chrono::microseconds;

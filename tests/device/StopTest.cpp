@@ -9,7 +9,7 @@
 
 #include <gtest/gtest.h>
 
-#include "device/Guest.hpp"
+#include "tests/device/Guest.hpp"
 
 using namespace stereo::test;
 using std::chrono::duration;

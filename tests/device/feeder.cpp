@@ -22,7 +22,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include "device/Pattern.hpp"
+#include "tests/device/Pattern.hpp"
 
 namespace {
 

@@ -16,11 +16,11 @@
 
 #include <opencv2/imgcodecs.hpp>
 
-#include "SimulatedCamera.hpp"
-#include "apps/Program.hpp"
-#include "support/Await.hpp"
-#include "support/TempDir.hpp"
-#include "support/TestCamera.hpp"
+#include "sim/SimulatedCamera.hpp"
+#include "tests/apps/Program.hpp"
+#include "tests/support/Await.hpp"
+#include "tests/support/TempDir.hpp"
+#include "tests/support/TestCamera.hpp"
 
 using stereo::sim::SimulatedCamera;
 using stereo::test::await;

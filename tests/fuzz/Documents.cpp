@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "fuzz/Documents.hpp"
+#include "tests/fuzz/Documents.hpp"
 
 #include <algorithm>
 #include <array>
@@ -18,8 +18,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "fuzz/Target.hpp"
-#include "support/Gzip.hpp"
+#include "tests/fuzz/Target.hpp"
+#include "tests/support/Gzip.hpp"
 
 namespace {
 

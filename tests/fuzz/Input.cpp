@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "fuzz/Input.hpp"
+#include "tests/fuzz/Input.hpp"
 
 #include <algorithm>
 #include <array>
@@ -9,7 +9,7 @@
 #include <type_traits>
 #include <vector>
 
-#include "core/InstructionSet.hpp"
+#include "src/core/InstructionSet.hpp"
 
 namespace stereo::fuzz {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "fuzz/Target.hpp"
+#include "tests/fuzz/Target.hpp"
 
 #include <cstdio>
 #include <cstdlib>

@@ -6,9 +6,9 @@
 #include <string_view>
 #include <vector>
 
-#include "fuzz/Documents.hpp"
-#include "fuzz/Target.hpp"
-#include "support/TestCamera.hpp"
+#include "tests/fuzz/Documents.hpp"
+#include "tests/fuzz/Target.hpp"
+#include "tests/support/TestCamera.hpp"
 
 using stereo::fuzz::Document;
 using stereo::fuzz::extensions;

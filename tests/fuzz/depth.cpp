@@ -9,12 +9,12 @@
 #include <pthread.h>
 #include <opencv2/highgui.hpp>
 
-#include "baseline/Cloud.hpp"
-#include "baseline/Depth.hpp"
-#include "baseline/Difference.hpp"
-#include "fuzz/Input.hpp"
-#include "fuzz/Target.hpp"
-#include "support/TestCamera.hpp"
+#include "bench/baseline/Cloud.hpp"
+#include "bench/baseline/Depth.hpp"
+#include "bench/baseline/Difference.hpp"
+#include "tests/fuzz/Input.hpp"
+#include "tests/fuzz/Target.hpp"
+#include "tests/support/TestCamera.hpp"
 
 // In the places of the libraries': while an input is tried every wait ends at once, as if the worker had just
 // published; the images are there already. libFuzzer's own threads wait as ever.

@@ -8,11 +8,11 @@
 #include <opencv2/imgproc.hpp>
 
 #include "SystemLog.hpp"
-#include "baseline/Difference.hpp"
-#include "baseline/RectifyMap.hpp"
-#include "fuzz/Input.hpp"
-#include "fuzz/Target.hpp"
-#include "support/TestCamera.hpp"
+#include "bench/baseline/Difference.hpp"
+#include "bench/baseline/RectifyMap.hpp"
+#include "tests/fuzz/Input.hpp"
+#include "tests/fuzz/Target.hpp"
+#include "tests/support/TestCamera.hpp"
 
 // In the place of the C library's: the worker that `startCapture` starts warms a device up that is none here.
 extern "C" int usleep(useconds_t /*microseconds*/) { return 0; }

@@ -18,7 +18,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "fuzz/Target.hpp"
+#include "tests/fuzz/Target.hpp"
 
 extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size, std::size_t mostBytes,
                                                unsigned int seed) __attribute__((weak));

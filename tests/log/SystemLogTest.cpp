@@ -19,7 +19,7 @@
 
 #include <gtest/gtest.h>
 
-#include "support/OutputCapture.hpp"
+#include "tests/support/OutputCapture.hpp"
 
 using stereo::test::OutputCapture;
 using stereo::test::recordTexts;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // A host program's test by someone who installed the library: the simulated camera, and a replayed one.
-#include <ReplayCamera.hpp>
-#include <SimulatedCamera.hpp>
+#include <sim/ReplayCamera.hpp>
+#include <sim/SimulatedCamera.hpp>
 
 #include <iostream>
 

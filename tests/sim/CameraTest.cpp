@@ -11,9 +11,9 @@
 #include <gtest/gtest.h>
 #include <opencv2/imgcodecs.hpp>
 
-#include "ReplayCamera.hpp"
-#include "SimulatedCamera.hpp"
-#include "TempFolder.hpp"
+#include "sim/ReplayCamera.hpp"
+#include "sim/SimulatedCamera.hpp"
+#include "tests/sim/TempFolder.hpp"
 
 namespace stereo::sim {
 namespace {

@@ -9,7 +9,7 @@
 
 #include <gtest/gtest.h>
 
-#include "SimulatedCamera.hpp"
+#include "sim/SimulatedCamera.hpp"
 
 using std::chrono::microseconds;
 using stereo::sim::SimulatedCamera;

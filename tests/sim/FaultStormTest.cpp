@@ -17,11 +17,11 @@
 #include <opencv2/calib3d.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include "FaultScript.hpp"
-#include "NotedCapture.hpp"
-#include "support/Await.hpp"
-#include "support/OutputCapture.hpp"
-#include "support/TestCamera.hpp"
+#include "sim/FaultScript.hpp"
+#include "tests/sim/NotedCapture.hpp"
+#include "tests/support/Await.hpp"
+#include "tests/support/OutputCapture.hpp"
+#include "tests/support/TestCamera.hpp"
 
 using std::chrono::microseconds;
 using stereo::sim::Fault;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "FaultyCapture.hpp"
+#include "sim/FaultyCapture.hpp"
 
 #include <future>
 #include <memory>
@@ -10,7 +10,7 @@
 
 #include <gtest/gtest.h>
 
-#include "FrameSource.hpp"
+#include "sim/FrameSource.hpp"
 
 namespace stereo::sim {
 namespace {

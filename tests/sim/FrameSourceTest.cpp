@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "FrameSource.hpp"
+#include "sim/FrameSource.hpp"
 
 #include <chrono>
 #include <cmath>
@@ -10,7 +10,7 @@
 
 #include <gtest/gtest.h>
 
-#include "SimulatedCapture.hpp"
+#include "sim/SimulatedCapture.hpp"
 
 namespace stereo::sim {
 namespace {

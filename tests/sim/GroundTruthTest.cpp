@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "GroundTruth.hpp"
+#include "sim/GroundTruth.hpp"
 
 #include <cmath>
 #include <memory>
 
 #include <gtest/gtest.h>
 
-#include "Marching.hpp"
+#include "tests/sim/Marching.hpp"
 
 namespace stereo::sim {
 namespace {

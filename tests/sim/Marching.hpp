@@ -7,7 +7,7 @@
 
 #include <opencv2/core.hpp>
 
-#include "Scene.hpp"
+#include "sim/Scene.hpp"
 
 namespace stereo::sim::test {
 

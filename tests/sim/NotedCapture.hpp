@@ -11,9 +11,9 @@
 #include <opencv2/imgproc.hpp>
 #include <opencv2/videoio.hpp>
 
-#include "FaultScript.hpp"
-#include "FaultyCapture.hpp"
-#include "FrameSource.hpp"
+#include "sim/FaultScript.hpp"
+#include "sim/FaultyCapture.hpp"
+#include "sim/FrameSource.hpp"
 
 namespace stereo::test {
 

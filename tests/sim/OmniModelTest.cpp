@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "OmniModel.hpp"
+#include "sim/OmniModel.hpp"
 
 #include <cmath>
 #include <vector>
@@ -8,7 +8,7 @@
 #include <opencv2/ccalib/omnidir.hpp>
 #include <opencv2/core.hpp>
 
-#include "Rig.hpp"
+#include "sim/Rig.hpp"
 
 namespace stereo::sim {
 namespace {

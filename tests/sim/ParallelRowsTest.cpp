@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "ParallelRows.hpp"
+#include "sim/ParallelRows.hpp"
 
 #include <atomic>
 #include <chrono>
@@ -10,7 +10,7 @@
 
 #include <gtest/gtest.h>
 
-#include "Threads.hpp"
+#include "tests/sim/Threads.hpp"
 
 namespace stereo::sim {
 namespace {

@@ -11,7 +11,7 @@
 #include <opencv2/calib3d.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include "ReplayCamera.hpp"
+#include "sim/ReplayCamera.hpp"
 
 namespace stereo::sim {
 namespace {

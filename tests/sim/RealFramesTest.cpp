@@ -10,8 +10,8 @@
 #include <opencv2/calib3d.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include "Matching.hpp"
-#include "ReplayCamera.hpp"
+#include "sim/ReplayCamera.hpp"
+#include "tests/sim/Matching.hpp"
 
 namespace stereo::sim {
 namespace {

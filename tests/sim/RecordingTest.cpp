@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Recording.hpp"
+#include "sim/Recording.hpp"
 
 #include <chrono>
 #include <cstdint>
@@ -12,9 +12,9 @@
 #include <opencv2/core.hpp>
 #include <opencv2/videoio.hpp>
 
-#include "ReplayCamera.hpp"
-#include "ReplayCapture.hpp"
-#include "TempFolder.hpp"
+#include "sim/ReplayCamera.hpp"
+#include "sim/ReplayCapture.hpp"
+#include "tests/sim/TempFolder.hpp"
 
 namespace stereo::sim {
 namespace {

@@ -7,8 +7,8 @@
 
 #include <gtest/gtest.h>
 
-#include "Matching.hpp"
-#include "SimulatedCamera.hpp"
+#include "sim/SimulatedCamera.hpp"
+#include "tests/sim/Matching.hpp"
 
 namespace stereo::sim {
 namespace {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Renderer.hpp"
+#include "sim/Renderer.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -9,8 +9,8 @@
 #include <gtest/gtest.h>
 #include <opencv2/imgproc.hpp>
 
-#include "GroundTruth.hpp"
-#include "Threads.hpp"
+#include "sim/GroundTruth.hpp"
+#include "tests/sim/Threads.hpp"
 
 namespace stereo::sim {
 namespace {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "ReplayCapture.hpp"
+#include "sim/ReplayCapture.hpp"
 
 #include <chrono>
 #include <filesystem>
@@ -12,7 +12,7 @@
 #include <gtest/gtest.h>
 #include <opencv2/imgcodecs.hpp>
 
-#include "TempFolder.hpp"
+#include "tests/sim/TempFolder.hpp"
 
 namespace stereo::sim {
 namespace {

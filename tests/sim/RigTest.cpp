@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Rig.hpp"
+#include "sim/Rig.hpp"
 
 #include <cmath>
 #include <stdexcept>
@@ -7,8 +7,8 @@
 #include <gtest/gtest.h>
 #include <opencv2/ccalib/omnidir.hpp>
 
-#include "SimulatedCamera.hpp"
-#include "TempFolder.hpp"
+#include "sim/SimulatedCamera.hpp"
+#include "tests/sim/TempFolder.hpp"
 
 namespace stereo::sim {
 namespace {

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Scene.hpp"
+#include "sim/Scene.hpp"
 
 #include <cmath>
 #include <stdexcept>
 
 #include <gtest/gtest.h>
 
-#include "Marching.hpp"
+#include "tests/sim/Marching.hpp"
 
 namespace stereo::sim {
 namespace {

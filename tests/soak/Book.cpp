@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Book.hpp"
+#include "tests/soak/Book.hpp"
 
 #include <cmath>
 #include <memory>
@@ -8,14 +8,14 @@
 #include <opencv2/calib3d.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include "Numbering.hpp"
-#include "Renderer.hpp"
-#include "Scene.hpp"
-#include "baseline/Cloud.hpp"
-#include "baseline/Depth.hpp"
-#include "baseline/FisheyeMask.hpp"
-#include "baseline/RectifyMap.hpp"
-#include "core/RectifyMap.hpp"
+#include "bench/baseline/Cloud.hpp"
+#include "bench/baseline/Depth.hpp"
+#include "bench/baseline/FisheyeMask.hpp"
+#include "bench/baseline/RectifyMap.hpp"
+#include "sim/Renderer.hpp"
+#include "sim/Scene.hpp"
+#include "src/core/RectifyMap.hpp"
+#include "tests/soak/Numbering.hpp"
 
 namespace stereo::soak {
 

@@ -6,8 +6,8 @@
 
 #include <opencv2/core.hpp>
 
-#include "Rig.hpp"
 #include "StereoCamera.hpp"
+#include "sim/Rig.hpp"
 
 namespace stereo::soak {
 

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Checks.hpp"
+#include "tests/soak/Checks.hpp"
 
 #include <cstring>
 #include <optional>
 
-#include "Numbering.hpp"
-#include "baseline/Difference.hpp"
+#include "bench/baseline/Difference.hpp"
+#include "tests/soak/Numbering.hpp"
 
 namespace stereo::soak {
 

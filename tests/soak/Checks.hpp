@@ -9,8 +9,8 @@
 
 #include <opencv2/core.hpp>
 
-#include "Book.hpp"
-#include "Ledger.hpp"
+#include "tests/soak/Book.hpp"
+#include "tests/soak/Ledger.hpp"
 
 namespace stereo::soak {
 

@@ -5,11 +5,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "Book.hpp"
-#include "Checks.hpp"
-#include "Ledger.hpp"
-#include "NumberedDevice.hpp"
-#include "Numbering.hpp"
+#include "tests/soak/Book.hpp"
+#include "tests/soak/Checks.hpp"
+#include "tests/soak/Ledger.hpp"
+#include "tests/soak/NumberedDevice.hpp"
+#include "tests/soak/Numbering.hpp"
 
 using std::chrono::microseconds;
 using stereo::soak::Book;

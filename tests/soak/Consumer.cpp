@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Consumer.hpp"
+#include "tests/soak/Consumer.hpp"
 
 #include <string>
 

@@ -11,8 +11,8 @@
 
 #include <sys/types.h>
 
-#include "Failures.hpp"
-#include "Shared.hpp"
+#include "tests/soak/Failures.hpp"
+#include "tests/soak/Shared.hpp"
 
 namespace stereo::soak {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Failures.hpp"
+#include "tests/soak/Failures.hpp"
 
 #include <algorithm>
 #include <iostream>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Ledger.hpp"
+#include "tests/soak/Ledger.hpp"
 
 #include <algorithm>
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Life.hpp"
+#include "tests/soak/Life.hpp"
 
 #include <stdexcept>
 
-#include "NumberedDevice.hpp"
+#include "tests/soak/NumberedDevice.hpp"
 
 namespace stereo::soak {
 

@@ -5,15 +5,15 @@
 #include <cstdint>
 #include <memory>
 
-#include "Book.hpp"
-#include "Checks.hpp"
-#include "Failures.hpp"
-#include "Ledger.hpp"
-#include "Plan.hpp"
-#include "Readers.hpp"
-#include "Report.hpp"
-#include "SoakCamera.hpp"
-#include "support/StreamReceiver.hpp"
+#include "tests/soak/Book.hpp"
+#include "tests/soak/Checks.hpp"
+#include "tests/soak/Failures.hpp"
+#include "tests/soak/Ledger.hpp"
+#include "tests/soak/Plan.hpp"
+#include "tests/soak/Readers.hpp"
+#include "tests/soak/Report.hpp"
+#include "tests/soak/SoakCamera.hpp"
+#include "tests/support/StreamReceiver.hpp"
 
 namespace stereo::soak {
 

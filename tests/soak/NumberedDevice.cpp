@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "NumberedDevice.hpp"
+#include "tests/soak/NumberedDevice.hpp"
 
-#include "Numbering.hpp"
+#include "tests/soak/Numbering.hpp"
 
 namespace stereo::soak {
 

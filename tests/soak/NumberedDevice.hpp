@@ -7,9 +7,9 @@
 
 #include <opencv2/core.hpp>
 
-#include "Book.hpp"
-#include "FrameSource.hpp"
-#include "Ledger.hpp"
+#include "sim/FrameSource.hpp"
+#include "tests/soak/Book.hpp"
+#include "tests/soak/Ledger.hpp"
 
 namespace stereo::soak {
 

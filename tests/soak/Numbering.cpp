@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Numbering.hpp"
+#include "tests/soak/Numbering.hpp"
 
 #include <array>
 #include <cmath>

@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "Plan.hpp"
+#include "tests/soak/Plan.hpp"
 
 using stereo::soak::Plan;
 using stereo::soak::planOf;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Readers.hpp"
+#include "tests/soak/Readers.hpp"
 
 using std::chrono::microseconds;
 

@@ -9,9 +9,9 @@
 #include <thread>
 #include <vector>
 
-#include "Checks.hpp"
-#include "Failures.hpp"
-#include "SoakCamera.hpp"
+#include "tests/soak/Checks.hpp"
+#include "tests/soak/Failures.hpp"
+#include "tests/soak/SoakCamera.hpp"
 
 namespace stereo::soak {
 

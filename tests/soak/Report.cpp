@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Report.hpp"
+#include "tests/soak/Report.hpp"
 
 #include <sstream>
 #include <stdexcept>

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "Readers.hpp"
-#include "Resources.hpp"
+#include "tests/soak/Readers.hpp"
+#include "tests/soak/Resources.hpp"
 
 namespace stereo::soak {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Resources.hpp"
+#include "tests/soak/Resources.hpp"
 
 #include <algorithm>
 #include <filesystem>

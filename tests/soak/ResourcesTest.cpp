@@ -7,11 +7,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "Failures.hpp"
-#include "Report.hpp"
-#include "Resources.hpp"
-#include "Waste.hpp"
-#include "support/OutputCapture.hpp"
+#include "tests/soak/Failures.hpp"
+#include "tests/soak/Report.hpp"
+#include "tests/soak/Resources.hpp"
+#include "tests/soak/Waste.hpp"
+#include "tests/support/OutputCapture.hpp"
 
 using stereo::soak::Breaks;
 using stereo::soak::Limits;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Shared.hpp"
+#include "tests/soak/Shared.hpp"
 
 #include <new>
 #include <stdexcept>

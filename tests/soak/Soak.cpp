@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Soak.hpp"
+#include "tests/soak/Soak.hpp"
 
 #include <algorithm>
 #include <fstream>

@@ -8,15 +8,15 @@
 #include <string>
 #include <vector>
 
-#include "Book.hpp"
-#include "Consumer.hpp"
-#include "Failures.hpp"
-#include "Life.hpp"
-#include "Plan.hpp"
-#include "Report.hpp"
-#include "Resources.hpp"
-#include "Shared.hpp"
-#include "Waste.hpp"
+#include "tests/soak/Book.hpp"
+#include "tests/soak/Consumer.hpp"
+#include "tests/soak/Failures.hpp"
+#include "tests/soak/Life.hpp"
+#include "tests/soak/Plan.hpp"
+#include "tests/soak/Report.hpp"
+#include "tests/soak/Resources.hpp"
+#include "tests/soak/Shared.hpp"
+#include "tests/soak/Waste.hpp"
 
 namespace stereo::soak {
 

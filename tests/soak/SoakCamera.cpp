@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "SoakCamera.hpp"
+#include "tests/soak/SoakCamera.hpp"
 
 #include <utility>
 

@@ -4,9 +4,9 @@
 #include <chrono>
 #include <memory>
 
-#include "Book.hpp"
-#include "Ledger.hpp"
-#include "VirtualCamera.hpp"
+#include "sim/VirtualCamera.hpp"
+#include "tests/soak/Book.hpp"
+#include "tests/soak/Ledger.hpp"
 
 namespace stereo::soak {
 

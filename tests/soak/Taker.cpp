@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Taker.hpp"
+#include "tests/soak/Taker.hpp"
 
 #include <atomic>
 #include <chrono>
@@ -10,7 +10,7 @@
 
 #include <sys/shm.h>
 
-#include "Numbering.hpp"
+#include "tests/soak/Numbering.hpp"
 
 namespace stereo::soak {
 

@@ -3,7 +3,7 @@
 
 #include <functional>
 
-#include "Shared.hpp"
+#include "tests/soak/Shared.hpp"
 
 namespace stereo::soak {
 

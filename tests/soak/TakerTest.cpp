@@ -14,12 +14,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "Consumer.hpp"
-#include "Numbering.hpp"
-#include "Shared.hpp"
-#include "Taker.hpp"
-#include "support/Await.hpp"
-#include "system/SharedFrame.hpp"
+#include "src/system/SharedFrame.hpp"
+#include "tests/soak/Consumer.hpp"
+#include "tests/soak/Numbering.hpp"
+#include "tests/soak/Shared.hpp"
+#include "tests/soak/Taker.hpp"
+#include "tests/support/Await.hpp"
 
 using stereo::soak::faultOfEnd;
 using stereo::soak::Shared;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "Waste.hpp"
+#include "tests/soak/Waste.hpp"
 
 #include <fcntl.h>
 #include <sys/shm.h>

@@ -7,7 +7,7 @@
 #include <thread>
 #include <vector>
 
-#include "Plan.hpp"
+#include "tests/soak/Plan.hpp"
 
 namespace stereo::soak {
 

@@ -11,8 +11,8 @@
 
 #include <CLI/CLI.hpp>
 
-#include "Soak.hpp"
-#include "Taker.hpp"
+#include "tests/soak/Soak.hpp"
+#include "tests/soak/Taker.hpp"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "core/Depth.hpp"
+#include "src/core/Depth.hpp"
 
 namespace stereo::test {
 

@@ -4,7 +4,7 @@
 #include <functional>
 #include <utility>
 
-#include "support/TestCamera.hpp"
+#include "tests/support/TestCamera.hpp"
 
 namespace stereo::test {
 

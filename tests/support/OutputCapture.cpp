@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "support/OutputCapture.hpp"
+#include "tests/support/OutputCapture.hpp"
 
 #include <cstdio>
 #include <iostream>

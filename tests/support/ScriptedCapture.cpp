@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "support/ScriptedCapture.hpp"
+#include "tests/support/ScriptedCapture.hpp"
 
 namespace stereo::test {
 

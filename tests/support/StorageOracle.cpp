@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "support/StorageOracle.hpp"
+#include "tests/support/StorageOracle.hpp"
 
 #include <algorithm>
 #include <cstdio>
@@ -13,7 +13,7 @@
 #include <unistd.h>
 #include <opencv2/core/utils/logger.hpp>
 
-#include "support/TempDir.hpp"
+#include "tests/support/TempDir.hpp"
 
 namespace stereo::test {
 

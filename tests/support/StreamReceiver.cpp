@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "support/StreamReceiver.hpp"
+#include "tests/support/StreamReceiver.hpp"
 
 #include <stdexcept>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "support/TestCamera.hpp"
+#include "tests/support/TestCamera.hpp"
 
 #include <cstring>
 

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "StereoCamera.hpp"
-#include "support/ScriptedCapture.hpp"
+#include "tests/support/ScriptedCapture.hpp"
 
 namespace stereo::test {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "system/ImageMemory.hpp"
+#include "src/system/ImageMemory.hpp"
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -10,7 +10,7 @@
 
 #include <gtest/gtest.h>
 
-#include "support/TestCamera.hpp"
+#include "tests/support/TestCamera.hpp"
 
 using stereo::sys::ImageMemoryUser;
 using stereo::sys::kMostKept;
