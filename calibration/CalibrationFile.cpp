@@ -6,8 +6,8 @@
 
 #include "StereoCamera.hpp"
 #include "calibration/Rectification.hpp"
-#include "sim/Rig.hpp"
-#include "sim/VirtualCamera.hpp"
+#include "model/CameraFacts.hpp"
+#include "sources/VirtualCamera.hpp"
 
 namespace stereo::calibration {
 

@@ -5,7 +5,7 @@
 #include <cmath>
 
 #include "calibration/Coverage.hpp"
-#include "sim/Format.hpp"
+#include "model/Format.hpp"
 
 namespace stereo::calibration {
 

@@ -13,7 +13,7 @@ inline constexpr int kEyeParameters = 10;
 inline constexpr int kPoseParameters = 6;  // rotation vector, translation in millimetres
 inline constexpr int kSagParameters = 3;   // of the board, millimetres
 
-/// Pixel of a point in the frame of the eye (sim/OmniModel states the model; here with derivatives). False where the
+/// Pixel of a point in the frame of the eye (model/OmniModel states the model; here with derivatives). False where the
 /// model has no pixel for it.
 template <typename T>
 bool projectPoint(const T* eye, const T* p, T* pixel) {

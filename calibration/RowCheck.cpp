@@ -11,7 +11,7 @@
 
 #include "StereoCamera.hpp"
 #include "calibration/Errors.hpp"
-#include "sim/Format.hpp"
+#include "model/Format.hpp"
 
 namespace stereo::calibration {
 

@@ -8,7 +8,7 @@
 
 #include <opencv2/core.hpp>
 
-#include "sim/OmniModel.hpp"
+#include "model/OmniModel.hpp"
 
 namespace stereo::calibration {
 

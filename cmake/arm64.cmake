@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-# Toolchain: Debian's cross compiler for 64-bit Arm, a root with a board's libraries (tests/arm/sysroot makes one), and
+# Toolchain: Debian's cross compiler for 64-bit Arm, a root with a board's libraries (tests/campaigns/arm/sysroot makes one), and
 # an emulator that runs what was built. STEREO_CAMERA_ARM_ROOT names the root.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)

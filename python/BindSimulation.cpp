@@ -12,9 +12,9 @@
 #include "python/Overrides.hpp"
 #include "python/Results.hpp"
 #include "python/Source.hpp"
-#include "sim/ReplayCamera.hpp"
 #include "sim/SimulatedCamera.hpp"
-#include "sim/VirtualCamera.hpp"
+#include "sources/ReplayCamera.hpp"
+#include "sources/VirtualCamera.hpp"
 
 namespace stereo::python {
 

@@ -5,7 +5,7 @@
 
 #include "python/Results.hpp"
 #include "python/Source.hpp"
-#include "sim/VirtualCamera.hpp"
+#include "sources/VirtualCamera.hpp"
 
 namespace py = pybind11;
 using namespace stereo::python;

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "sim/BoardCapture.hpp"
-#include "sim/VirtualCamera.hpp"
+#include "sources/VirtualCamera.hpp"
 
 namespace stereo::sim {
 

@@ -6,8 +6,8 @@
 
 #include <opencv2/core.hpp>
 
-#include "sim/FrameSource.hpp"
 #include "sim/Rig.hpp"
+#include "sources/FrameSource.hpp"
 
 namespace stereo::sim {
 

@@ -56,10 +56,6 @@ Eye drawEye(bool isRight, double baseline, std::uint32_t seed) {
 
 }  // namespace
 
-bool isCameraFormat(const cv::Size& frameSize) {
-  return frameSize == cv::Size(kFullWidth, kFullHeight) || frameSize == cv::Size(kFullWidth / 2, kFullHeight / 2);
-}
-
 Rig::Rig(std::uint32_t seed) {
   m_baseline = 0.060 + 0.001 * (unitNumber(seed, 5) - 0.5);
   for (const bool isRight : {false, true}) {

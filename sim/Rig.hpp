@@ -8,14 +8,10 @@
 
 #include <opencv2/core.hpp>
 
-#include "sim/OmniModel.hpp"
+#include "model/CameraFacts.hpp"
+#include "model/OmniModel.hpp"
 
 namespace stereo::sim {
-
-/// The camera's two formats: side-by-side frames, pixels.
-inline constexpr int kFullWidth = 1856;
-inline constexpr int kFullHeight = 800;
-bool isCameraFormat(const cv::Size& frameSize);
 
 /// One eye of the rig.
 struct Eye {

@@ -11,7 +11,7 @@
 #include "sim/Rig.hpp"
 #include "sim/Scene.hpp"
 #include "sim/SimulatedCapture.hpp"
-#include "sim/VirtualCamera.hpp"
+#include "sources/VirtualCamera.hpp"
 
 namespace stereo::sim {
 

@@ -8,8 +8,8 @@
 
 #include <opencv2/core.hpp>
 
-#include "sim/FrameSource.hpp"
 #include "sim/Renderer.hpp"
+#include "sources/FrameSource.hpp"
 
 namespace stereo::sim {
 

@@ -4,11 +4,11 @@
 
 #include <CLI/CLI.hpp>
 
-#include "apps/stereo-camera/Commands.hpp"
-#include "apps/stereo-camera/Console.hpp"
-#include "apps/stereo-camera/Failure.hpp"
-#include "apps/stereo-camera/Help.hpp"
-#include "apps/stereo-camera/Signals.hpp"
+#include "apps/stereo-camera/commands/Commands.hpp"
+#include "apps/stereo-camera/commands/Help.hpp"
+#include "apps/stereo-camera/output/Console.hpp"
+#include "apps/stereo-camera/process/Failure.hpp"
+#include "apps/stereo-camera/process/Signals.hpp"
 
 namespace {
 

@@ -1,0 +1,99 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/stereo-camera/bench/BenchReaders.hpp"
+
+#include <utility>
+#include <vector>
+
+#include "apps/stereo-camera/observe/MeasuredCamera.hpp"
+
+namespace stereo::app {
+
+namespace {
+
+Reader::Read readPair(StereoCamera& camera) {
+  return [&camera, left = cv::Mat(), right = cv::Mat()]() mutable -> std::int64_t {
+    stampOfInput = 0;  // stays so where no frame could be had, which images that are filled already would hide
+    return camera.getRectStereoFrame(left, right) ? stampOfInput : 0;
+  };
+}
+
+Reader::Read readDepth(StereoCamera& camera) {
+  return [&camera, colour = cv::Mat()]() mutable -> std::int64_t {
+    std::chrono::microseconds stamp{0};
+    return camera.getDepthFrame(colour, true, stamp) ? stamp.count() : 0;
+  };
+}
+
+Reader::Read readCloud(StereoCamera& camera) {
+  return [&camera, points = std::vector<PCL>()]() mutable -> std::int64_t {
+    std::chrono::microseconds stamp{0};
+    points.clear();
+    return camera.getPointCloud(points, stamp) ? stampOfInput : 0;
+  };
+}
+
+}  // namespace
+
+Reader::Reader(std::string name, StereoCamera& camera, Read read)
+    : m_name(std::move(name)), m_camera(camera), m_read(std::move(read)), m_thread([this] { loop(); }) {}
+
+void Reader::end() {
+  m_ending = true;
+  if (m_thread.joinable()) {
+    m_thread.join();
+  }
+}
+
+void Reader::check() const {
+  if (m_error) {
+    std::rethrow_exception(m_error);
+  }
+}
+
+void Reader::loop() {
+  try {
+    while (!m_ending && m_camera.isOpened()) {
+      const std::int64_t stamp = m_read();
+      if (stamp != 0) {
+        m_products.add({stamp, systemMicroseconds(), threadMicroseconds()});
+        m_hasRead = true;
+      }
+    }
+  } catch (...) {
+    m_error = std::current_exception();
+    m_failed = true;
+  }
+}
+
+Readers::Readers(StereoCamera& camera, Watch& watch)
+    : m_watch(watch),
+      pair("rectified pair", camera, readPair(camera)),
+      depth("coloured depth", camera, readDepth(camera)),
+      cloud("coloured cloud", camera, readCloud(camera)) {}
+
+const Reader* Readers::waiting() const {
+  for (const Reader* const each : {&pair, &depth, &cloud}) {
+    if (!each->hasRead()) {
+      return each;
+    }
+  }
+  return nullptr;
+}
+
+void Readers::end() {
+  for (Reader* const each : {&pair, &depth, &cloud}) {
+    each->askToEnd();
+  }
+  m_watch.finish();
+  for (Reader* const each : {&pair, &depth, &cloud}) {
+    each->end();
+  }
+}
+
+void Readers::check() const {
+  for (const Reader* const each : {&pair, &depth, &cloud}) {
+    each->check();
+  }
+}
+
+}  // namespace stereo::app

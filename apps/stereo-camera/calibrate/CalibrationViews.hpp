@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "apps/stereo-camera/camera/Source.hpp"
+#include "apps/stereo-camera/process/RunTime.hpp"
+#include "calibration/Types.hpp"
+
+namespace stereo::app {
+
+/// Pictures of a board and what was found in them.
+struct BoardPictures {
+  std::vector<calibration::View> views;  ///< at least one eye shows the board
+  cv::Size eyeSize;                      ///< pixels
+  std::string source;
+  std::function<cv::Mat(std::size_t)> picture;  ///< of a view, side by side, CV_8UC3; empty if it cannot be had again
+};
+
+/// Looks for the board in every image of a folder, a line each. Throws Failure if there is none to be read (source), or
+/// if sizes differ or a width is odd (problems).
+BoardPictures readBoards(const std::filesystem::path& folder, const calibration::Board& board);
+
+struct LiveOptions {
+  SourceOptions source;
+  int pictures = 30;
+  double patience = 10;  ///< seconds without a frame after which the camera is given up
+  double idle = 120;     ///< seconds without a new picture after which those so far have to do
+  std::string keep;      ///< folder that the pictures are written to as they are taken
+};
+
+/// Takes pictures of the board from a camera until there are enough, nothing new comes or the user ends it; a line for
+/// each, and for whatever keeps the next one from being taken. Throws Failure.
+BoardPictures takeBoards(const LiveOptions& options, const calibration::Board& board);
+
+}  // namespace stereo::app

@@ -1,0 +1,201 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <functional>
+#include <memory>
+#include <set>
+#include <string_view>
+
+#include <CLI/CLI.hpp>
+
+#include "apps/stereo-camera/camera/Source.hpp"
+#include "apps/stereo-camera/commands/Commands.hpp"
+#include "apps/stereo-camera/output/Console.hpp"
+#include "apps/stereo-camera/output/Json.hpp"
+#include "apps/stereo-camera/pictures/Products.hpp"
+#include "apps/stereo-camera/process/Ended.hpp"
+#include "apps/stereo-camera/process/Failure.hpp"
+#include "apps/stereo-camera/session/Watch.hpp"
+#include "calibration/BoardFinder.hpp"
+#include "calibration/Errors.hpp"
+#include "calibration/RowCheck.hpp"
+#include "model/Format.hpp"
+
+namespace stereo::app {
+
+using sim::formatted;
+
+namespace {
+
+struct CheckOptions {
+  SourceOptions source;
+  int frames = 5;
+  double patience = 10;
+  JsonOption json;
+};
+
+calibration::EyeCalibration eyeOf(StereoCamera& camera, bool isRight) {
+  std::vector<cv::Mat> params;
+  camera.getCalibParams(params, isRight);
+  // The capture worker has scaled the intrinsic matrix to the raw frame; a view of its own for each.
+  return {params[0].clone(), params[1].clone(), params[2].at<double>(0, 0), params[3].clone()};
+}
+
+// What a picture holds, told from others'.
+std::size_t fingerprint(const cv::Mat& image) {
+  const cv::Mat pixels = image.isContinuous() ? image : image.clone();
+  return std::hash<std::string_view>()(
+      {reinterpret_cast<const char*>(pixels.data), pixels.total() * pixels.elemSize()});
+}
+
+std::string table(const calibration::RowCheckResult& result) {
+  std::string text = formatted("%-16s %8s %12s %14s\n", "off the axis", "matches", "median, px", "90 of 100, px");
+  for (std::size_t ring = 0; ring < result.rings.size(); ++ring) {
+    const calibration::RowCheckRing& each = result.rings[ring];
+    if (each.matches == 0) {
+      continue;
+    }
+    const double from = static_cast<double>(ring) * calibration::kRingDegrees;
+    text += formatted("%3.0f to %3.0f deg   %8zu %12.2f %14.2f\n", from, from + calibration::kRingDegrees, each.matches,
+                      each.median, each.p90);
+  }
+  text += formatted("%-16s %8zu %12.2f %14.2f\n", "all", result.matches, result.median, result.p90);
+  if (result.enough) {
+    text += formatted("right eye against the left: pitch %+.2f, yaw %+.2f, roll %+.2f degrees (+- %.2f, %.2f, %.2f)\n",
+                      result.turn[0], result.turn[1], result.turn[2], result.turnDeviation[0], result.turnDeviation[1],
+                      result.turnDeviation[2]);
+  }
+  return text;
+}
+
+Json figures(const calibration::RowCheckResult& result, const std::string& source) {
+  Json json;
+  const auto rows = [&](const auto& part) {
+    json.add("matches", std::uint64_t{part.matches}).add("median_px", part.median).add("p90_px", part.p90);
+  };
+  json.add("source", source).add("enough", result.enough).add("fits", result.enough && result.faults.empty());
+  rows(result);
+  json.list("rings");
+  for (std::size_t ring = 0; ring < result.rings.size(); ++ring) {
+    const double from = static_cast<double>(ring) * calibration::kRingDegrees;
+    if (result.rings[ring].matches > 0) {
+      json.object().add("from_degrees", from).add("to_degrees", from + calibration::kRingDegrees);
+      rows(result.rings[ring]);
+      json.end();
+    }
+  }
+  json.end();
+  if (result.enough) {
+    const char* const names[] = {"pitch", "yaw", "roll"};
+    json.object("turn_degrees");
+    for (int axis = 0; axis < 3; ++axis) {
+      json.object(names[axis]).add("value", result.turn[axis]).add("deviation", result.turnDeviation[axis]).end();
+    }
+    json.end();
+  }
+  json.list("problems");
+  for (const std::string& fault : result.faults) {
+    json.add("", fault);
+  }
+  return json;
+}
+
+void check(const CheckOptions& options) {
+  options.json.check();
+  OpenedCamera opened = openCamera(options.source);
+  if (!opened.calibrated) {
+    throw Failure(ExitCode::calibration, "there is nothing to check: give the calibration (--calibration FILE)");
+  }
+  StereoCamera& camera = *opened.camera;
+  startCapture(opened);
+  Watch watch(opened, options.patience);
+  std::unique_ptr<calibration::RowCheck> rows;
+  cv::Size size;
+  std::set<std::size_t> seen;
+  std::vector<cv::Mat> pictures;  // the first few, both eyes
+  constexpr std::size_t mostPictures = 5;
+  for (int frame = 0; frame < options.frames; ++frame) {
+    cv::Mat left;
+    cv::Mat right;
+    try {
+      readEyes(camera, watch, left, right);
+    } catch (const Ended& ended) {
+      if (ended.signal() != 0 || rows == nullptr) {
+        throw;
+      }
+      break;
+    }
+    if (rows == nullptr) {
+      size = left.size();
+      rows = std::make_unique<calibration::RowCheck>(eyeOf(camera, false), eyeOf(camera, true), size);
+    }
+    if (left.size() != size) {
+      throw Failure(ExitCode::noFrames, "the frames change their size; check one size at a time");
+    }
+    if (!seen.insert(fingerprint(left)).second) {
+      progress() << "frame " << frame + 1 << " of " << options.frames << ": seen already; it counts once" << std::endl;
+      continue;
+    }
+    const std::size_t found = rows->add(left, right);
+    watch.alive();
+    if (pictures.size() < mostPictures) {
+      pictures.emplace_back();
+      cv::hconcat(left, right, pictures.back());
+    }
+    progress() << "frame " << frame + 1 << " of " << options.frames << ": " << found << " things seen by both eyes"
+               << std::endl;
+  }
+  watch.finish();
+  calibration::RowCheckResult result = rows->result();
+  // A chessboard's corners all look alike, and are taken for one another.
+  const cv::Size board =
+      result.faults.empty() ? cv::Size() : calibration::boardSizeIn(pictures, static_cast<int>(pictures.size()));
+  if (!board.empty()) {
+    result.faults.clear();
+    result.enough = false;
+  }
+  std::string text = table(result);
+  for (const std::string& fault : result.faults) {
+    text += "PROBLEM  " + fault + "\n";
+  }
+  if (result.enough && result.faults.empty()) {
+    text += formatted("ok       the calibration fits: rows differ by %.2f px in the middle of the matches\n",
+                      result.median);
+  }
+  if (!options.json.replacesText()) {
+    results() << text << std::flush;
+  }
+  options.json.write(figures(result, opened.description));
+  if (!board.empty()) {
+    throw Failure(ExitCode::problems, "cannot tell: the pictures show a chessboard (" + std::to_string(board.width) +
+                                          "x" + std::to_string(board.height) +
+                                          " corners), whose repeating pattern misleads this check; show another scene");
+  }
+  if (!result.enough) {
+    throw Failure(ExitCode::problems, "cannot tell: only " + std::to_string(result.matches) +
+                                          " things were seen by both eyes; show a brighter scene with more detail, "
+                                          "one metre away or more");
+  }
+  if (!result.faults.empty()) {
+    throw Failure(ExitCode::problems,
+                  "the calibration does not fit this camera any more: calibrate anew "
+                  "(stereo-camera calibrate, docs/calibration.md)");
+  }
+}
+
+}  // namespace
+
+Action addCheck(CLI::App& program) {
+  auto options = std::make_shared<CheckOptions>();
+  CLI::App* const command =
+      program.add_subcommand("check", "tell from any scene whether the calibration still fits the camera");
+  options->source.addTo(*command, {});
+  command->add_option("--frames", options->frames, "frames to look at")
+      ->check(CLI::Range(1, 1000))
+      ->capture_default_str();
+  command->add_option("--patience", options->patience, "seconds without a frame after which to give up")
+      ->check(CLI::Range(0.1, 3600.0))
+      ->capture_default_str();
+  options->json.addTo(*command);
+  return [options] { check(*options); };
+}
+
+}  // namespace stereo::app

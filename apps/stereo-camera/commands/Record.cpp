@@ -1,0 +1,197 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <exception>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <utility>
+
+#include <CLI/CLI.hpp>
+
+#include "apps/stereo-camera/camera/InEffect.hpp"
+#include "apps/stereo-camera/camera/Source.hpp"
+#include "apps/stereo-camera/commands/Commands.hpp"
+#include "apps/stereo-camera/output/Console.hpp"
+#include "apps/stereo-camera/output/Output.hpp"
+#include "apps/stereo-camera/pictures/Products.hpp"
+#include "apps/stereo-camera/process/Ended.hpp"
+#include "apps/stereo-camera/process/Failure.hpp"
+#include "apps/stereo-camera/process/RunTime.hpp"
+#include "apps/stereo-camera/process/Signals.hpp"
+#include "apps/stereo-camera/record/Recorder.hpp"
+#include "apps/stereo-camera/session/Watch.hpp"
+#include "model/Format.hpp"
+#include "sources/Recording.hpp"
+
+namespace stereo::app {
+
+namespace {
+
+struct RecordOptions {
+  SourceOptions source;
+  std::string output = "recording";
+  std::string codec = "huffyuv";
+  double seconds = 0;
+  std::uint64_t frames = 0;
+  std::size_t queue = 32;
+  std::uint64_t keepFree = 256;  // megabytes
+  double patience = 10;
+};
+
+// A frame may take as long as it likes to be encoded; this is how often the end is looked for meanwhile.
+constexpr std::chrono::milliseconds lookAround{200};
+
+// Makes the folder, and takes back what a recording without any frame would leave in it.
+class Folder {
+public:
+  explicit Folder(std::filesystem::path path) : m_path(std::move(path)), m_made(m_path) {}
+  // Last of all: whoever writes into it is gone.
+  ~Folder() {
+    std::error_code ignored;
+    if (m_begun && (m_nothingCame || !sim::Recording::isAt(m_path))) {
+      for (const char* name : sim::Recording::files) {
+        std::filesystem::remove(m_path / name, ignored);
+      }
+    }
+  }
+  Folder(const Folder&) = delete;
+  Folder& operator=(const Folder&) = delete;
+
+  // From here on files of a recording in it are ours.
+  void begin() { m_begun = true; }
+  // Its video, if there is one, has no frame.
+  void nothingCame() { m_nothingCame = true; }
+
+private:
+  const std::filesystem::path m_path;
+  const MadeFolder m_made;
+  bool m_begun = false;
+  bool m_nothingCame = false;
+};
+
+void tellOfDrops(const Recorder::Counts& counts, Recorder::Counts& told) {
+  if (counts.dropped > 0 && told.dropped == 0) {
+    std::cerr
+        << "stereo-camera: frames are dropped: they come faster than they can be written. A lower --rate, smaller "
+           "frames (--size 928x400), --codec huffyuv or a quicker disk helps; --queue bridges short delays"
+        << std::endl;
+  }
+  if (counts.unfit > 0 && told.unfit == 0) {
+    std::cerr << "stereo-camera: frames of another size or type than the first are left out" << std::endl;
+  }
+  told = counts;
+}
+
+void recordUntilDone(const RecordOptions& options, OpenedCamera& opened, Recorder& recorder) {
+  Watch watch(opened, options.patience);
+  RunTime runTime(options.seconds);
+  Recorder::Counts told;
+  ProgressLine line;
+  const char* const howToEnd = options.seconds > 0 || options.frames > 0 ? "" : "; Ctrl-C ends it";
+  while (!runTime.over() && (options.frames == 0 || told.written < options.frames)) {
+    const Recorder::Counts before = told;
+    const bool wrote = recorder.awaitFrame(before, lookAround);
+    if (wrote) {
+      watch.run([] { return true; });
+      runTime.begin();
+    } else if (!opened.camera->isOpened()) {
+      watch.run([] { return false; });  // the watch has stopped the camera, and says why
+      break;
+    }
+    tellOfDrops(recorder.counts(), told);
+    if (told.written > 0) {
+      line.show(sim::formatted(
+          "recording: %llu frames, %llu dropped, %.1f MB%s", static_cast<unsigned long long>(told.written),
+          static_cast<unsigned long long>(told.dropped), static_cast<double>(recorder.bytes()) / 1e6, howToEnd));
+    }
+  }
+  watch.finish();
+}
+
+void record(const RecordOptions& options) {
+  options.source.requireNamed();  // hours of the wrong camera would be found out too late
+  const std::filesystem::path folder(options.output);
+  Folder made(folder);
+  Recorder recorder({.folder = folder,
+                     .codec = options.codec,
+                     .queue = options.queue,
+                     .rate = options.source.rate > 0 ? options.source.rate : 30.0,
+                     .most = options.frames,
+                     .spare = options.keepFree * 1'000'000});
+  made.begin();
+  OpenedCamera opened = openCamera(options.source, {.recorder = &recorder});
+  const auto* const camera = dynamic_cast<const TellsSettings*>(opened.camera.get());
+  const SettingsInEffect settings = camera->settingsInEffect();
+  writeSettings(folder / sim::Recording::settingsFile, settings);
+  const auto tellAbout = [&](const Recorder::Counts& counts) {
+    writeAbout(folder / sim::Recording::aboutFile, opened.description, options.codec, settings, counts);
+  };
+  tellAbout({});
+  if (opened.calibrated) {
+    // Now, since starting scales it.
+    opened.camera->saveCalibParams((folder / sim::Recording::calibrationFile).string());
+  }
+  startCapture(opened);
+  // Whatever ends it, what came until then is there to be replayed.
+  std::exception_ptr failure;
+  try {
+    recordUntilDone(options, opened, recorder);
+  } catch (const Ended&) {
+    // What came is all that there is.
+  } catch (const Failure&) {
+    failure = std::current_exception();
+  }
+  try {
+    recorder.finish();
+  } catch (const Failure&) {
+    failure = failure ? failure : std::current_exception();
+  }
+  const Recorder::Counts counts = recorder.counts();
+  if (counts.written == 0) {
+    made.nothingCame();
+  }
+  tellAbout(counts);
+  if (counts.written == 0 && !failure) {
+    checkSignals();
+    throw Failure(ExitCode::noFrames, "ended before a frame came; nothing was recorded");
+  }
+  const cv::Size size = recorder.frameSize();
+  if (counts.written == 0) {
+    std::rethrow_exception(failure);
+  }
+  results() << "recorded " << counts.written << " frames, " << size.width << " x " << size.height << ", to "
+            << options.output << "; dropped " << counts.dropped << ", left out as unfit " << counts.unfit << std::endl;
+  if (failure) {
+    std::rethrow_exception(failure);
+  }
+}
+
+}  // namespace
+
+Action addRecord(CLI::App& program) {
+  auto options = std::make_shared<RecordOptions>();
+  CLI::App* const command =
+      program.add_subcommand("record", "write raw frames with their stamps, lossless, to be replayed (--replay)");
+  options->source.addTo(*command, {.rectified = true, .depth = true, .matcher = true, .position = true});
+  command->add_option("-o,--output", options->output, "folder for the recording")
+      ->type_name("FOLDER")
+      ->capture_default_str();
+  command->add_option("--codec", options->codec, "huffyuv (fast) or ffv1 (smaller files); both are lossless")
+      ->check(CLI::IsMember({"huffyuv", "ffv1"}))
+      ->capture_default_str();
+  command->add_option("--seconds", options->seconds, "how long; 0: until Ctrl-C")
+      ->check(CLI::Range(0.0, 1e6))
+      ->capture_default_str();
+  command->add_option("--frames", options->frames, "how many frames; 0: no limit")->capture_default_str();
+  command->add_option("--queue", options->queue, "frames that wait to be written at most; more are dropped")
+      ->check(CLI::Range(1, 10000))
+      ->capture_default_str();
+  command->add_option("--keep-free", options->keepFree, "megabytes to leave free on the disk")
+      ->check(CLI::Range(0, 1'000'000'000))
+      ->capture_default_str();
+  command->add_option("--patience", options->patience, "seconds without a frame after which to give up")
+      ->check(CLI::Range(0.1, 3600.0))
+      ->capture_default_str();
+  return [options] { record(*options); };
+}
+
+}  // namespace stereo::app

@@ -1,0 +1,110 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <memory>
+
+#include <CLI/CLI.hpp>
+
+#include "apps/stereo-camera/camera/Source.hpp"
+#include "apps/stereo-camera/commands/Commands.hpp"
+#include "apps/stereo-camera/doctor/SystemChecks.hpp"
+#include "apps/stereo-camera/output/Console.hpp"
+#include "apps/stereo-camera/pictures/Products.hpp"
+#include "apps/stereo-camera/process/Ended.hpp"
+#include "apps/stereo-camera/process/Failure.hpp"
+#include "apps/stereo-camera/process/RunTime.hpp"
+#include "apps/stereo-camera/process/Signals.hpp"
+#include "apps/stereo-camera/session/Watch.hpp"
+
+namespace stereo::app {
+
+namespace {
+
+constexpr int firstKey = 9000;  // of the camera at position 0
+constexpr int statusBytes = 4;
+
+struct ShareOptions {
+  SourceOptions source;
+  double seconds = 0;
+  double patience = 10;
+};
+
+std::string text(cv::Size size) { return std::to_string(size.width) + " x " + std::to_string(size.height); }
+
+// Bytes of the segment for the left half of a side-by-side frame.
+std::size_t segmentBytes(cv::Size frame) {
+  return static_cast<std::size_t>(frame.width / 2) * static_cast<std::size_t>(frame.height) * 3 + statusBytes;
+}
+
+// What would make the camera end the whole process, told as other failures are.
+void checkSegment(cv::Size frame, int position) {
+  if (frame.width != 1856 && frame.width != 928) {
+    throw Failure(ExitCode::usage, "shared memory takes raw frames 1856 or 928 pixels wide; these are " + text(frame));
+  }
+  const SegmentHolder holder = segmentHolder(position);
+  const std::string key = std::to_string(holder.key);
+  if (holder.isOurs && holder.users > 0 && holder.isAlive) {
+    throw Failure(ExitCode::output, "the key " + key + " is in use: " + holder.maker +
+                                        " shares at this position; stop it, or give another --position");
+  }
+  if (holder.isOurs && holder.bytes < segmentBytes(frame)) {
+    throw Failure(ExitCode::output,
+                  "a smaller segment holds the key " + key + ": one left behind (ipcrm -M " + key + " removes it)");
+  }
+}
+
+void share(const ShareOptions& options) {
+  OpenedCamera opened = openCamera(options.source);
+  StereoCamera& camera = *opened.camera;
+  const cv::Size frame = camera.getRawFrameSize();
+  const int key = camera.getPosNumber() + firstKey;
+  checkSegment(frame, camera.getPosNumber());
+
+  RunTime time(options.seconds);
+  startCapture(opened, false, true);
+  Watch watch(opened, options.patience);
+  cv::Mat left;
+  cv::Mat right;
+  std::chrono::microseconds stamp{0};
+  int frames = 0;
+  // The camera offers images by itself; the reads are here to notice when no more frames come.
+  try {
+    while (!time.over()) {
+      if (!watch.run([&] { return camera.getStereoFrame(left, right, stamp); }) || frames++ > 0) {
+        continue;
+      }
+      time.begin();
+      const cv::Size delivered = camera.getRawFrameSize();
+      if (delivered != frame) {
+        throw Failure(ExitCode::source, "the device delivers frames of " + text(delivered) + " pixels instead of " +
+                                            text(frame) + ", for which the shared memory was made");
+      }
+      results() << "sharing the left eye of " << opened.description << ": key " << key << ", images of "
+                << text(left.size()) << " pixels, segment of " << segmentBytes(frame) << " bytes" << std::endl;
+    }
+  } catch (const Ended&) {
+    if (frames == 0) {
+      throw;
+    }
+  }
+  if (frames == 0) {
+    checkSignals();
+  }
+  watch.finish();
+  results() << "shared for " << frames << " frames" << std::endl;
+}
+
+}  // namespace
+
+Action addShare(CLI::App& program) {
+  auto options = std::make_shared<ShareOptions>();
+  CLI::App* const command = program.add_subcommand("share", "offer the left eye to another process in shared memory");
+  options->source.addTo(*command, {.position = true});
+  command->add_option("--seconds", options->seconds, "time to share, 0: until Ctrl-C")
+      ->check(CLI::Range(0.0, 1e6))
+      ->capture_default_str();
+  command->add_option("--patience", options->patience, "seconds without a frame after which to give up")
+      ->check(CLI::Range(0.1, 3600.0))
+      ->capture_default_str();
+  return [options] { share(*options); };
+}
+
+}  // namespace stereo::app

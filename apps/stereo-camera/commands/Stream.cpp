@@ -1,0 +1,139 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "apps/stereo-camera/camera/Source.hpp"
+#include "apps/stereo-camera/commands/Commands.hpp"
+#include "apps/stereo-camera/doctor/SystemChecks.hpp"
+#include "apps/stereo-camera/output/Console.hpp"
+#include "apps/stereo-camera/pictures/Products.hpp"
+#include "apps/stereo-camera/process/Ended.hpp"
+#include "apps/stereo-camera/process/Failure.hpp"
+#include "apps/stereo-camera/process/RunTime.hpp"
+#include "apps/stereo-camera/process/Signals.hpp"
+#include "apps/stereo-camera/session/Watch.hpp"
+#include "model/Format.hpp"
+
+namespace stereo::app {
+
+namespace {
+
+constexpr int firstPort = 9200;     // of the camera at position 0
+constexpr double defaultRate = 30;  // told to the encoder where --rate leaves the rate to the source, a second
+constexpr int depthStream = 4;      // the mode that shows depth
+constexpr int perspectivePair = 2;  // the depth mode that is streamed
+constexpr int firstRectifiedMode = 2;
+
+struct StreamOptions {
+  SourceOptions source;
+  int mode = 0;
+  int receiver = 15;
+  double seconds = 0;
+  double patience = 10;
+};
+
+void tellReceiver(const StreamOptions& options, int port) {
+  results() << "streaming mode " << options.mode << " to " << STEREO_CAMERA_STREAM_NETWORK << options.receiver
+            << ", port " << port << "; there, either of these receives it:\n"
+            << "  stereo-camera receive --port " << port << " --show\n"
+            << "  gst-launch-1.0 udpsrc port=" << port
+            << " caps=\"application/x-rtp,media=video,encoding-name=H264,clock-rate=90000,payload=96\" ! rtph264depay"
+            << " ! avdec_h264 ! videoconvert ! autovideosink" << std::endl;
+}
+
+// One call of the operation whose images the mode streams. False if it gave none.
+bool readOnce(StereoCamera& camera, int mode, cv::Mat& a, cv::Mat& b) {
+  std::chrono::microseconds stamp{0};
+  if (mode == depthStream) {
+    return camera.getDepthFrame(a, true, stamp);
+  }
+  return mode < firstRectifiedMode ? camera.getRawFrame(a, stamp) : camera.getRectStereoFrame(a, b);
+}
+
+void stream(const StreamOptions& options) {
+  OpenedCamera opened = openCamera(options.source);
+  if (options.mode >= firstRectifiedMode && !opened.calibrated) {
+    throw Failure(ExitCode::calibration, "stream mode " + std::to_string(options.mode) +
+                                             " shows rectified pictures: it needs a calibration (--calibration FILE)");
+  }
+  opened.setStream(options.mode, options.source.rate > 0 ? options.source.rate : defaultRate, options.receiver);
+  if (options.mode == depthStream) {
+    opened.setDepthMode(perspectivePair);
+  }
+  if (const std::vector<std::string> missing = missingStreamElements(); !missing.empty()) {
+    throw Failure(ExitCode::output, "nothing can be sent: GStreamer has no element " + missing.front() + ": " +
+                                        streamRemedy(missing.front()) + " (docs/streaming.md)");
+  }
+  StereoCamera& camera = *opened.camera;
+  tellReceiver(options, camera.getPosNumber() + firstPort);
+
+  RunTime time(options.seconds);
+  startCapture(opened, true);
+  Watch watch(opened, options.patience);
+  if (options.mode == depthStream) {
+    watch.startStereoCompute();
+  }
+  cv::Mat a;
+  cv::Mat b;
+  int images = 0;
+  auto last = Watch::Clock::now();
+  try {
+    while (!time.over()) {
+      // Frames may come while nothing can be made of them, for instance while there is no disparity yet.
+      if (watch.run([&] { return readOnce(camera, options.mode, a, b); })) {
+        if (images++ == 0 && !opened.streamOpened()) {
+          throw Failure(ExitCode::output,
+                        "nothing is sent: the stream does not open (--verbose shows what GStreamer says of it)");
+        }
+        time.begin();
+        last = Watch::Clock::now();
+      } else if (Watch::Clock::now() - last > watch.patience()) {
+        throw Failure(ExitCode::noFrames, "frames come, but no picture for the stream within " +
+                                              std::to_string(watch.patience().count()) + " ms");
+      }
+    }
+  } catch (const Ended&) {
+    if (images == 0) {
+      throw;
+    }
+  }
+  if (images == 0) {
+    checkSignals();
+  }
+  const double seconds = time.elapsed();
+  watch.finish();
+  // The first image marks the start, so that one interval less than images has passed.
+  results() << sim::formatted("streamed %d images in %.1f s, %.1f a second\n", images, seconds,
+                              images > 1 ? (images - 1) / seconds : 0.0);
+}
+
+}  // namespace
+
+Action addStream(CLI::App& program) {
+  auto options = std::make_shared<StreamOptions>();
+  CLI::App* const command = program.add_subcommand("stream", "send what the camera sees over the network, as H.264");
+  options->source.addTo(*command, {.rectified = true, .matcher = true, .position = true});
+  command
+      ->add_option("--mode", options->mode,
+                   "0 right eye, 1 both eyes, 2 rectified right eye, 3 both rectified eyes, 4 view and depth")
+      ->required()
+      ->check(CLI::Range(0, 4));
+  command
+      ->add_option("--receiver", options->receiver,
+                   "last octet of the receiver's address " STEREO_CAMERA_STREAM_NETWORK "N")
+      ->check(CLI::Range(1, 254))
+      ->capture_default_str();
+  command->add_option("--seconds", options->seconds, "time to stream, 0: until Ctrl-C")
+      ->check(CLI::Range(0.0, 1e6))
+      ->capture_default_str();
+  command->add_option("--patience", options->patience, "seconds without a frame after which to give up")
+      ->check(CLI::Range(0.1, 3600.0))
+      ->capture_default_str();
+  return [options] { stream(*options); };
+}
+
+}  // namespace stereo::app

@@ -1,0 +1,98 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <memory>
+#include <utility>
+
+#include <opencv2/core.hpp>
+
+#include "StereoCamera.hpp"
+#include "apps/stereo-camera/observe/MeasuredCapture.hpp"
+#include "apps/stereo-camera/observe/RunRecord.hpp"
+#include "sources/FrameSource.hpp"
+
+namespace stereo::app {
+
+/// Stamp of the raw pair from which the calling thread's latest rectified pair or coloured cloud was made, system
+/// microseconds. The operations themselves give none, or another.
+inline thread_local std::int64_t stampOfInput = 0;
+
+/// A camera that notes what it does, without a thread or lock of its own: it looks where the camera's own threads call
+/// through the virtual table anyway.
+///
+/// - Its device is wrapped into a `MeasuredCapture`.
+/// - The disparity worker comes for each pair through the four-argument `getRectStereoFrame`. By then it has published
+///   the disparity before and has held it for its readers, for a millisecond; that is the moment that is noted. While
+///   it is measured, nobody else may call that form.
+/// - `getStereoFrame` notes the stamp for the calling thread, since the two-argument `getRectStereoFrame` gives none.
+/// - The two-image `getDepthFrame`, which the coloured cloud calls while it holds the disparity's mutex, notes the
+/// stamp
+///   of the disparity. Other callers must hold that mutex too.
+template <typename Camera>
+class MeasuredCamera final : public Camera {
+public:
+  /// The record outlives the camera; the other arguments are the camera's own.
+  template <typename... Arguments>
+  explicit MeasuredCamera(RunRecord& record, Arguments&&... arguments)
+      : Camera(std::forward<Arguments>(arguments)...), m_record(record) {
+    if (this->m_videoCapture == nullptr) {
+      return;
+    }
+    std::unique_ptr<cv::VideoCapture> device(std::exchange(this->m_videoCapture, nullptr));
+    if (const auto* const source = dynamic_cast<const sim::FrameSource*>(device.get())) {
+      record.framesMissed = [source] { return source->framesMissed(); };
+    }
+    record.deviceRate = [this] { return this->m_videoCapture->get(cv::CAP_PROP_FPS); };
+    // The reading thread is the only one that writes this stamp, so it needs no lock to look at it.
+    this->m_videoCapture =
+        new MeasuredCapture(std::move(device), record, [this] { return this->m_rawFrame.timestamp; });
+  }
+
+  ~MeasuredCamera() override {
+    // The workers call the operations below, which must not change under them.
+    if constexpr (requires { this->stopWorkers(); }) {
+      this->stopWorkers();
+    } else {
+      this->stopStereoCompute();
+      this->stopCapture();
+    }
+    m_record.framesMissed = nullptr;
+    m_record.deviceRate = nullptr;
+  }
+
+  using Camera::getDepthFrame;
+  using Camera::getRectStereoFrame;
+
+  bool getStereoFrame(cv::Mat& left, cv::Mat& right, std::chrono::microseconds& timestamp) override {
+    const bool got = Camera::getStereoFrame(left, right, timestamp);
+    stampOfInput = got ? timestamp.count() : 0;
+    return got;
+  }
+
+  bool getRectStereoFrame(cv::Mat& left, cv::Mat& right, cv::Mat& view, std::chrono::microseconds& timestamp) override {
+    // Written by the disparity worker alone, which this is.
+    const std::int64_t stamp = this->m_disparityFrame.timestamp.count();
+    if (stamp != m_disparityStamp) {
+      m_disparityStamp = stamp;
+      m_record.disparities.add({stamp, systemMicroseconds(), threadMicroseconds()});
+    }
+    return Camera::getRectStereoFrame(left, right, view, timestamp);
+  }
+
+  void getDepthFrame(cv::Mat& disparity, cv::Mat& depth) override {
+    stampOfInput = this->m_disparityFrame.timestamp.count();
+    Camera::getDepthFrame(disparity, depth);
+  }
+
+  bool stopCapture() override {
+    const bool stopped = Camera::stopCapture();
+    m_record.published(this->m_rawFrame.timestamp.count());
+    return stopped;
+  }
+
+private:
+  RunRecord& m_record;
+  std::int64_t m_disparityStamp = 0;
+};
+
+}  // namespace stereo::app

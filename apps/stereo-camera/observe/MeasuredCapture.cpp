@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/stereo-camera/observe/MeasuredCapture.hpp"
+
+#include <utility>
+
+namespace stereo::app {
+
+MeasuredCapture::MeasuredCapture(std::unique_ptr<cv::VideoCapture> device, RunRecord& record,
+                                 std::function<std::chrono::microseconds()> newestStamp)
+    : WrappedDevice(std::move(device)), m_record(record), m_newestStamp(std::move(newestStamp)) {}
+
+template <typename Ask>
+bool MeasuredCapture::measure(Ask ask) {
+  m_record.published(m_newestStamp().count());
+  DeviceFrame frame;
+  frame.cpu = threadMicroseconds();
+  frame.called = systemMicroseconds();
+  const bool got = ask();
+  if (got) {
+    frame.returned = systemMicroseconds();
+    m_record.frames.add(frame);
+    ++m_record.framesRead;
+  }
+  return got;
+}
+
+bool MeasuredCapture::read(cv::OutputArray image) {
+  return measure([&] { return device().read(image) && !image.empty(); });
+}
+
+bool MeasuredCapture::grab() {
+  return measure([&] { return device().grab(); });
+}
+
+}  // namespace stereo::app

@@ -1,0 +1,109 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "sources/Recording.hpp"
+
+#include <charconv>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <string_view>
+
+#include <opencv2/core.hpp>
+#include <opencv2/core/persistence.hpp>
+
+#include "src/core/DocumentGuard.hpp"
+
+namespace stereo::sim {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int mostRadius = 1 << 20;
+
+template <typename Number>
+bool readWhole(std::string_view text, Number& number) {
+  const auto [stopped, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  return error == std::errc() && stopped == text.data() + text.size();
+}
+
+// "12,1763728000000000": the number that is due, and a stamp.
+bool readLine(std::string_view line, std::size_t number, std::int64_t& stamp) {
+  const std::size_t comma = line.find(',');
+  std::size_t told = 0;
+  return comma != std::string_view::npos && readWhole(line.substr(0, comma), told) && told == number &&
+         readWhole(line.substr(comma + 1), stamp);
+}
+
+std::vector<std::int64_t> readStamps(const fs::path& path) {
+  std::ifstream file(path);
+  std::string line;
+  if (!std::getline(file, line) || line != Recording::stampsHeading) {
+    throw std::runtime_error("cannot read the stamps of a recording from " + path.string());
+  }
+  std::vector<std::int64_t> stamps;
+  while (std::getline(file, line)) {
+    if (file.eof()) {
+      break;  // no end of line: whoever wrote it was cut off in the middle
+    }
+    std::int64_t stamp = 0;
+    if (!readLine(line, stamps.size(), stamp) || stamp < 0 || (!stamps.empty() && stamp <= stamps.back())) {
+      throw std::runtime_error(path.string() + ", line " + std::to_string(stamps.size() + 2) + ": '" + line +
+                               "' is not the next frame's number and a later stamp");
+    }
+    stamps.push_back(stamp);
+  }
+  if (stamps.empty()) {
+    throw std::runtime_error("there is no frame in the recording " + path.parent_path().string());
+  }
+  return stamps;
+}
+
+// Negative where the file says nothing of it, which is what a recording has that was cut off early.
+int readRadius(const fs::path& path) {
+  if (!fs::exists(path)) {
+    return -1;
+  }
+  std::ifstream file(path);
+  const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  try {
+    if (!core::safeToParse(text)) {
+      throw cv::Exception(cv::Error::StsParseError, "malformed", __func__, __FILE__, __LINE__);
+    }
+    const cv::FileStorage storage(text, cv::FileStorage::READ | cv::FileStorage::MEMORY);
+    const cv::FileNode node = storage["FisheyeRadius"];
+    if (node.empty()) {
+      return -1;
+    }
+    const double radius = node.isReal() || node.isInt() ? node.real() : -1.0;
+    if (radius >= 0.0 && radius <= mostRadius) {
+      return static_cast<int>(radius);
+    }
+  } catch (const cv::Exception&) {
+    // Told below.
+  }
+  throw std::runtime_error("cannot read the image circle's radius from " + path.string());
+}
+
+fs::path existing(const fs::path& path) { return fs::exists(path) ? path : fs::path(); }
+
+}  // namespace
+
+bool Recording::isAt(const fs::path& path) {
+  std::error_code failure;
+  return fs::is_regular_file(path / framesFile, failure);
+}
+
+Recording Recording::open(const fs::path& folder) {
+  if (!isAt(folder)) {
+    throw std::runtime_error("there is no recording in " + folder.string());
+  }
+  Recording recording;
+  recording.frames = folder / framesFile;
+  recording.stamps = readStamps(folder / stampsFile);
+  recording.fisheyeRadius = readRadius(folder / aboutFile);
+  recording.calibration = existing(folder / calibrationFile);
+  recording.settings = existing(folder / settingsFile);
+  return recording;
+}
+
+}  // namespace stereo::sim

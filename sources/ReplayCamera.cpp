@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "sources/ReplayCamera.hpp"
+
+#include <cmath>
+#include <memory>
+#include <utility>
+
+#include "model/CameraFacts.hpp"
+#include "sources/Recording.hpp"
+
+namespace stereo::sim {
+
+namespace {
+
+// Frames that the capture worker reads and throws away before it publishes the first one.
+constexpr int kWarmUpReads = 10;
+
+int radiusFor(const std::string& path, const cv::Size& frameSize) {
+  if (Recording::isAt(path)) {
+    const int radius = Recording::open(path).fisheyeRadius;
+    if (radius >= 0) {
+      return radius;
+    }
+  }
+  if (isCameraFormat(frameSize)) {
+    return frameSize.width / 4;
+  }
+  return static_cast<int>(std::ceil(std::hypot(frameSize.width / 2, frameSize.height))) + 1;
+}
+
+}  // namespace
+
+/// What exists before the camera: its device is handed to the base class and referred to afterwards.
+struct ReplayCamera::Parts {
+  explicit Parts(const Options& options)
+      : source(std::make_unique<ReplayCapture>(ReplayCapture::Options{.path = options.path,
+                                                                      .rate = options.rate,
+                                                                      .recordedTiming = options.recordedTiming,
+                                                                      .loop = options.loop,
+                                                                      .leadIn = options.loop ? 0 : kWarmUpReads})),
+        capture(*source) {}
+
+  std::unique_ptr<ReplayCapture> source;
+  ReplayCapture& capture;
+};
+
+ReplayCamera::ReplayCamera(const Options& options) : ReplayCamera(options, Parts(options)) {}
+
+ReplayCamera::ReplayCamera(const Options& options, Parts parts)
+    : VirtualCamera(std::move(parts.source), parts.capture.get(cv::CAP_PROP_FPS)), m_capture(parts.capture) {
+  // The recording's size cannot be chosen, and may be none of the camera's own: so not by way of `setRawFrameSize`.
+  m_rawFrameSize = m_capture.firstFrameSize();
+  m_fisheyeRadius = options.fisheyeRadius >= 0 ? options.fisheyeRadius : radiusFor(options.path, m_rawFrameSize);
+  setRectFrameSize(options.rectFrameSize);
+}
+
+ReplayCamera::~ReplayCamera() { stopWorkers(); }
+
+}  // namespace stereo::sim

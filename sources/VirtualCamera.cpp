@@ -1,0 +1,54 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "sources/VirtualCamera.hpp"
+
+#include <utility>
+
+#include "SystemLog.hpp"
+
+namespace stereo::sim {
+
+VirtualCamera::VirtualCamera(std::unique_ptr<cv::VideoCapture> source, double rate) : StereoCamera(kNoDevice) {
+  delete m_videoCapture;
+  m_videoCapture = source.release();
+  m_deviceNode = 0;
+  if (rate > 0.0) {
+    m_frameRate = static_cast<float>(rate);
+  }
+  m_isOpened = true;
+}
+
+bool VirtualCamera::loadConfig(std::string path) {
+  const bool loaded = StereoCamera::loadConfig(std::move(path));
+  if (loaded && m_log != nullptr) {
+    m_log->setLogLevel(m_logLevel);
+  }
+  return loaded;
+}
+
+void VirtualCamera::setDepthLimits(float nearest, float farthest) {
+  m_minDepth = nearest;
+  m_maxDepth = farthest;
+}
+
+void VirtualCamera::stopWorkers() {
+  m_isOpened = false;
+  if (m_videoCapture != nullptr) {
+    // A source at a slow rate gives up waiting for its next frame.
+    m_videoCapture->release();
+  }
+  stopStereoCompute();
+  stopCapture();
+}
+
+void VirtualCamera::setStream(int mode, double rate, int lastOctet) {
+  m_transmode = mode;
+  m_transrate = rate;
+  m_ipLastSegment = lastOctet;
+}
+
+StereoCamera::TimeFrame VirtualCamera::latestDisparity() {
+  const std::lock_guard lock(m_disparityMutex);
+  return {m_disparityFrame.first.clone(), m_disparityFrame.second.clone(), m_disparityFrame.timestamp};
+}
+
+}  // namespace stereo::sim

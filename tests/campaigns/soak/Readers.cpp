@@ -1,0 +1,168 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tests/campaigns/soak/Readers.hpp"
+
+using std::chrono::microseconds;
+
+namespace stereo::soak {
+
+namespace {
+
+std::string firstOf(const std::string& a, const std::string& b) { return a.empty() ? b : a; }
+
+}  // namespace
+
+// One thread's: keeps its images from read to read, as a host would.
+class Readers::Reader {
+public:
+  Reader(SoakCamera& camera, const Checks& checks) : m_camera(camera), m_checks(checks) {}
+
+  /// What is wrong with the reading, empty if nothing is; nothing if there was nothing to read.
+  std::optional<std::string> read(Product product) {
+    m_called = now();
+    switch (product) {
+      case Product::frame:
+        return m_camera.getRawFrame(m_a, m_stamp) ? checked(m_checks.joinedEyes(m_a, m_stamp)) : std::nullopt;
+      case Product::eyes:
+        return m_camera.getStereoFrame(m_a, m_b, m_stamp) ? checked(m_checks.eyes(m_a, m_b, m_stamp)) : std::nullopt;
+      case Product::colouredDepth:
+        return colouredDepth();
+      case Product::disparity:
+        return disparity();
+      case Product::plainCloud:
+        return cloud(m_plain);
+      case Product::colouredCloud:
+        return cloud(m_coloured);
+      default:
+        return rectified(product);
+    }
+  }
+
+private:
+  std::optional<std::string> rectified(Product product) {
+    // These leave images that were filled before as they are when there is no pair, and are content with them.
+    SoakCamera::forgetPair();
+    if (product == Product::pair) {
+      m_camera.getRectStereoFrame(m_a, m_b);
+    } else if (product == Product::pairAndView) {
+      m_camera.getRectStereoFrame(m_a, m_b, m_c);
+    } else {
+      m_camera.getRectStereoFrame(m_a, m_b, m_c, m_stamp);
+    }
+    const microseconds pair = SoakCamera::stampOfPair();
+    if (pair.count() == 0) {
+      return std::nullopt;
+    }
+    if (product == Product::stampedPair && m_stamp != pair) {
+      return "a stamp that is not the pair's";
+    }
+    m_stamp = pair;
+    return checked(product == Product::pair ? m_checks.perspectivePair(m_a, m_b, m_stamp)
+                                            : m_checks.depthPair(m_a, m_b, m_c, m_stamp));
+  }
+
+  std::optional<std::string> colouredDepth() {
+    const microseconds before = m_camera.disparityStamp();
+    if (!m_camera.getDepthFrame(m_a, true, m_stamp)) {
+      return std::nullopt;
+    }
+    return checked(m_checks.colouredDepth(m_a, before, m_camera.disparityStamp()));
+  }
+
+  std::optional<std::string> disparity() {
+    if (!m_camera.nextDisparity(m_last, std::chrono::milliseconds(50), m_result)) {
+      return std::nullopt;
+    }
+    m_stamp = m_result.timestamp;
+    m_called = m_last;  // made of a frame that may have come before the call
+    m_camera.getDepthFrame(m_result.second, m_a);
+    return checked(m_checks.disparity(m_result.first, m_result.second, m_a, m_stamp));
+  }
+
+  template <typename Point>
+  std::optional<std::string> cloud(std::vector<Point>& points) {
+    const microseconds before = m_camera.disparityStamp();
+    points.clear();
+    if (!m_camera.getPointCloud(points, m_stamp)) {
+      return std::nullopt;
+    }
+    // Stamped by the newest frame there was; that may have come before the call.
+    m_called = m_last;
+    return checked(m_checks.cloud(points, before, m_camera.disparityStamp()), true);
+  }
+
+  std::optional<std::string> checked(const std::string& fault, bool again = false) {
+    const std::string stampFault = m_checks.stamp(m_stamp, m_called, m_last, again);
+    m_last = m_stamp;
+    return firstOf(stampFault, fault);
+  }
+
+  SoakCamera& m_camera;
+  const Checks& m_checks;
+  cv::Mat m_a;
+  cv::Mat m_b;
+  cv::Mat m_c;
+  StereoCamera::TimeFrame m_result;
+  std::vector<cv::Vec3f> m_plain;
+  std::vector<PCL> m_coloured;
+  microseconds m_called{0};
+  microseconds m_stamp{0};
+  microseconds m_last{0};
+};
+
+Readers::Readers(SoakCamera& camera, const Checks& checks, Failures& failures)
+    : m_camera(camera), m_checks(checks), m_failures(failures) {
+  for (std::size_t i = 0; i < productNames.size(); ++i) {
+    m_threads.emplace_back([this, i] { run(static_cast<Product>(i)); });
+  }
+}
+
+Readers::~Readers() {
+  end();
+  join();
+}
+
+void Readers::run(Product product) {
+  SoakCamera::thisThreadReads();
+  const auto index = static_cast<std::size_t>(product);
+  Reader reader(m_camera, m_checks);
+  while (!m_over) {
+    if (product == Product::colouredDepth) {
+      m_computing.wait(false);
+    }
+    const std::optional<std::string> fault = reader.read(product);
+    if (!fault) {
+      continue;
+    }
+    ++m_counts[index];
+    if (!fault->empty()) {
+      m_failures.add(productNames[index], *fault);
+    }
+  }
+}
+
+void Readers::setComputing(bool computing) {
+  m_computing = computing || m_over;
+  m_computing.notify_all();
+}
+
+void Readers::end() {
+  m_over = true;
+  setComputing(true);
+}
+
+void Readers::join() {
+  for (std::thread& thread : m_threads) {
+    thread.join();
+  }
+  m_threads.clear();
+}
+
+ReadCounts Readers::counts() const {
+  ReadCounts counts{};
+  for (std::size_t i = 0; i < counts.size(); ++i) {
+    counts[i] = m_counts[i];
+  }
+  return counts;
+}
+
+}  // namespace stereo::soak

@@ -1,0 +1,220 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/stereo-camera/record/Recorder.hpp"
+
+#include <limits>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <opencv2/imgcodecs.hpp>
+
+#include "apps/stereo-camera/camera/RecordingCamera.hpp"
+#include "apps/stereo-camera/process/Failure.hpp"
+#include "sources/Recording.hpp"
+#include "sources/ReplayCamera.hpp"
+#include "sources/ReplayCapture.hpp"
+#include "tests/support/Await.hpp"
+#include "tests/support/TempDir.hpp"
+
+using namespace stereo::app;
+using std::chrono::microseconds;
+using stereo::sim::ReplayCapture;
+using testing::HasSubstr;
+
+namespace {
+
+cv::Mat picture(int number, cv::Size size = {64, 32}) {
+  cv::Mat noise(size, CV_8UC3);
+  cv::RNG(static_cast<std::uint64_t>(number) + 1).fill(noise, cv::RNG::UNIFORM, 0, 256);
+  return noise;
+}
+
+class RecorderTest : public testing::Test {
+protected:
+  Recorder::Options options() const { return {.folder = m_folder.path()}; }
+
+  static void readAndPublish(Recorder& recorder, const cv::Mat& frame, std::int64_t stamp) {
+    recorder.read(frame);
+    recorder.published(microseconds(stamp));
+  }
+
+  static std::string failureOf(const std::function<void()>& action) {
+    try {
+      action();
+    } catch (const Failure& failure) {
+      EXPECT_EQ(failure.code(), ExitCode::output);
+      return failure.what();
+    }
+    return {};
+  }
+
+  ReplayCapture replay() const { return ReplayCapture({.path = m_folder.path(), .rate = 0, .loop = false}); }
+
+  void expectFrame(ReplayCapture& capture, const cv::Mat& expected, std::int64_t stamp) const {
+    cv::Mat frame;
+    ASSERT_TRUE(capture.read(frame));
+    ASSERT_EQ(frame.size(), expected.size());
+    EXPECT_EQ(cv::norm(frame, expected, cv::NORM_INF), 0.0);
+    EXPECT_EQ(capture.recordedStamp(), stamp);
+  }
+
+  const stereo::test::TempDir m_folder;
+};
+
+}  // namespace
+
+TEST_F(RecorderTest, KeepsPublishedFramesToTheBitInBothCodecs) {
+  for (const char* codec : {"huffyuv", "ffv1"}) {
+    const std::filesystem::path folder = m_folder.path(codec);
+    std::filesystem::create_directory(folder);
+    Recorder recorder({.folder = folder, .codec = codec});
+    recorder.published(microseconds(0));
+    for (int i = 0; i < 5; ++i) {
+      readAndPublish(recorder, picture(i), 1000 + 7 * i);
+    }
+    recorder.finish();
+    EXPECT_EQ(recorder.counts().written, 5U);
+    EXPECT_EQ(recorder.counts().dropped, 0U);
+    EXPECT_EQ(recorder.frameSize(), cv::Size(64, 32));
+    ReplayCapture capture({.path = folder.string(), .rate = 0, .loop = false});
+    for (int i = 0; i < 5; ++i) {
+      expectFrame(capture, picture(i), 1000 + 7 * i);
+    }
+    cv::Mat none;
+    EXPECT_FALSE(capture.read(none));
+  }
+}
+
+TEST_F(RecorderTest, LeavesOutWhatWasReadButNotPublished) {
+  Recorder recorder(options());
+  recorder.read(picture(0));
+  recorder.published(microseconds(0));  // none published yet: this one warmed the camera up
+  readAndPublish(recorder, picture(1), 10);
+  recorder.read(picture(2));
+  recorder.published(microseconds(10));
+  readAndPublish(recorder, picture(3), 30);
+  recorder.published(microseconds(40));  // published by somebody else: nothing was read for it
+  recorder.finish();
+  ReplayCapture capture = replay();
+  expectFrame(capture, picture(1), 10);
+  expectFrame(capture, picture(3), 30);
+  EXPECT_EQ(recorder.counts().written, 2U);
+}
+
+TEST_F(RecorderTest, CountsWhatThereWasNoRoomForAndNeverWaits) {
+  Recorder::Options small = options();
+  small.queue = 1;
+  small.codec = "ffv1";
+  Recorder recorder(small);
+  constexpr std::uint64_t frames = 40;
+  const cv::Mat large = picture(1, {1856, 800});  // a tenth of a second's work for the codec, a millisecond's to copy
+  for (std::uint64_t i = 1; i <= frames; ++i) {
+    readAndPublish(recorder, large, static_cast<std::int64_t>(i));
+  }
+  recorder.finish();
+  const Recorder::Counts counts = recorder.counts();
+  EXPECT_GE(counts.written, 1U);
+  EXPECT_GE(counts.dropped, 1U);
+  EXPECT_EQ(counts.written + counts.dropped, frames);
+  ReplayCapture capture = replay();
+  std::uint64_t replayed = 0;
+  for (cv::Mat frame; capture.read(frame); ++replayed) {
+  }
+  EXPECT_EQ(replayed, counts.written);
+}
+
+TEST_F(RecorderTest, TakesNoMoreThanItWasAskedFor) {
+  Recorder::Options few = options();
+  few.most = 3;
+  Recorder recorder(few);
+  for (int i = 0; i < 6; ++i) {
+    readAndPublish(recorder, picture(i), 1 + i);
+  }
+  recorder.finish();
+  EXPECT_EQ(recorder.counts().written, 3U);
+  EXPECT_EQ(recorder.counts().dropped, 0U);
+}
+
+TEST_F(RecorderTest, LeavesOutFramesOfAnotherSizeOrType) {
+  Recorder recorder(options());
+  readAndPublish(recorder, picture(0), 1);
+  readAndPublish(recorder, picture(1, {32, 32}), 2);
+  readAndPublish(recorder, cv::Mat(32, 64, CV_8UC1, cv::Scalar(3)), 3);
+  readAndPublish(recorder, picture(2), 4);
+  recorder.finish();
+  EXPECT_EQ(recorder.counts().written, 2U);
+  EXPECT_EQ(recorder.counts().unfit, 2U);
+  ReplayCapture capture = replay();
+  expectFrame(capture, picture(0), 1);
+  expectFrame(capture, picture(2), 4);
+}
+
+TEST_F(RecorderTest, SaysWhatItCannotWrite) {
+  EXPECT_THAT(failureOf([&] { Recorder({.folder = m_folder.path("missing")}); }), HasSubstr("cannot write"));
+  const std::pair<cv::Mat, const char*> misfits[] = {{picture(0, {63, 32}), "even width"},
+                                                     {cv::Mat(32, 64, CV_16UC3, cv::Scalar::all(3)), "16UC3"}};
+  for (const auto& [frame, message] : misfits) {
+    Recorder recorder(options());
+    readAndPublish(recorder, frame, 1);
+    EXPECT_THAT(failureOf([&] { recorder.awaitFrame({}, stereo::test::deadline); }), HasSubstr(message));
+    EXPECT_THAT(failureOf([&] { recorder.finish(); }), HasSubstr(message));
+  }
+  Recorder::Options full = options();
+  full.spare = std::numeric_limits<std::uintmax_t>::max();
+  EXPECT_THAT(failureOf([&] { const Recorder recorder(full); }), HasSubstr("disk is full"));
+}
+
+TEST_F(RecorderTest, DoesNotWriteOverARecording) {
+  {
+    Recorder recorder(options());
+    readAndPublish(recorder, picture(0), 1);
+    recorder.finish();
+  }
+  EXPECT_THAT(failureOf([&] { Recorder again(options()); }), HasSubstr("there is a recording"));
+  ReplayCapture capture = replay();
+  expectFrame(capture, picture(0), 1);
+}
+
+TEST_F(RecorderTest, TellsOfEachFrameWritten) {
+  Recorder recorder(options());
+  EXPECT_FALSE(recorder.awaitFrame({}, std::chrono::milliseconds(1)));
+  readAndPublish(recorder, picture(0), 1);
+  EXPECT_TRUE(recorder.awaitFrame({}, stereo::test::deadline));
+  EXPECT_FALSE(recorder.awaitFrame(recorder.counts(), std::chrono::milliseconds(1)));
+}
+
+// A running camera: what is recorded is what was published, with the stamps that readers got.
+TEST_F(RecorderTest, RecordsWhatACameraPublishes) {
+  constexpr int pictures = 8;
+  std::filesystem::create_directory(m_folder.path("frames"));
+  for (int i = 0; i < pictures; ++i) {
+    ASSERT_TRUE(cv::imwrite(m_folder.path("frames/" + std::to_string(i) + ".png"), picture(i)));
+  }
+  Recorder::Options roomy = options();
+  roomy.queue = 2000;
+  Recorder recorder(roomy);
+  std::vector<std::int64_t> stamps;
+  {
+    RecordingCamera<stereo::sim::ReplayCamera> camera(
+        recorder, stereo::sim::ReplayCamera::Options{.path = m_folder.path("frames"), .rate = 200});
+    ASSERT_TRUE(camera.startCapture(false, false));
+    for (int i = 0; i < 20; ++i) {
+      cv::Mat left;
+      cv::Mat right;
+      microseconds stamp{0};
+      ASSERT_TRUE(camera.getStereoFrame(left, right, stamp));
+      stamps.push_back(stamp.count());
+    }
+    camera.stopCapture();
+  }
+  recorder.finish();
+  ASSERT_EQ(recorder.counts().dropped, 0U);
+  const stereo::sim::Recording recording = stereo::sim::Recording::open(m_folder.path());
+  EXPECT_EQ(recording.stamps.size(), recorder.counts().written);
+  EXPECT_THAT(recording.stamps, testing::IsSupersetOf(stamps));
+  // Ten warm the camera up; from then on each is there, in turn.
+  ReplayCapture capture = replay();
+  for (std::size_t i = 0; i < recording.stamps.size(); ++i) {
+    expectFrame(capture, picture((10 + static_cast<int>(i)) % pictures), recording.stamps[i]);
+  }
+}
