@@ -4,33 +4,22 @@
 #include <stdexcept>
 #include <vector>
 
-#include "StereoCamera.hpp"
 #include "calibration/Rectification.hpp"
 #include "model/CameraFacts.hpp"
-#include "sources/VirtualCamera.hpp"
+#include "model/HostCamera.hpp"
 
 namespace stereo::calibration {
 
-namespace {
-
-// A camera without a device, to write with.
-class Keeper : public StereoCamera {
-public:
-  Keeper() : StereoCamera(sim::VirtualCamera::kNoDevice) {}
-};
-
-}  // namespace
-
 void saveCalibration(const std::string& path, const Rig& rig, int frameWidth, const Label& label) {
   const std::array<cv::Matx33d, 2> turns = rectify(rig.rightFromLeft);
-  Keeper camera;
+  model::HostCamera camera;
   camera.setSerialNumber(label.serialNumber);
   camera.setPosNumber(label.posNumber);
   camera.setRectFrameSize(label.rectFrameSize);
   std::vector<cv::Mat> written[2];
   for (const bool isRight : {false, true}) {
     const std::size_t which = isRight ? 1 : 0;
-    const sim::OmniModel eye = rig.eyes[which].scaled(static_cast<double>(sim::kFullWidth) / frameWidth);
+    const model::OmniModel eye = rig.eyes[which].scaled(static_cast<double>(model::kFullWidth) / frameWidth);
     const cv::Vec4d d = eye.distortion();
     written[which] = {cv::Mat(eye.intrinsic(), true), (cv::Mat_<double>(1, 4) << d[0], d[1], d[2], d[3]),
                       (cv::Mat_<double>(1, 1) << eye.xi), cv::Mat(turns[which], true),
@@ -43,7 +32,7 @@ void saveCalibration(const std::string& path, const Rig& rig, int frameWidth, co
     throw std::runtime_error("cannot write '" + path + "'");
   }
   // Whether the file could be written, the camera doesn't tell.
-  Keeper again;
+  model::HostCamera again;
   bool same = again.loadCalibParams(path);
   for (const bool isRight : {false, true}) {
     std::vector<cv::Mat> read;

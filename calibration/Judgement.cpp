@@ -9,7 +9,7 @@
 
 namespace stereo::calibration {
 
-using sim::formatted;
+using model::formatted;
 
 namespace {
 

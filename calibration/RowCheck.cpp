@@ -15,7 +15,7 @@
 
 namespace stereo::calibration {
 
-using sim::formatted;
+using model::formatted;
 
 namespace {
 

@@ -24,12 +24,12 @@ constexpr double tangentialScale = 0.05;
 constexpr double skewScale = 1.0;  // pixels
 constexpr double sagScale = 2.0;   // millimetres
 
-EyeBlock toBlock(const sim::OmniModel& eye) {
+EyeBlock toBlock(const model::OmniModel& eye) {
   const double grown = 1.0 + eye.xi;
   return {eye.xi, eye.fx / grown, eye.fy / grown, eye.cx, eye.cy, eye.k1, eye.k2, eye.p1, eye.p2, eye.skew};
 }
 
-void fromBlock(const EyeBlock& block, sim::OmniModel& eye) {
+void fromBlock(const EyeBlock& block, model::OmniModel& eye) {
   eye.xi = block[xi];
   eye.fx = block[growthX] * (1.0 + eye.xi);
   eye.fy = block[growthY] * (1.0 + eye.xi);

@@ -30,8 +30,8 @@ double median(std::vector<double> values) {
   return *middle;
 }
 
-sim::OmniModel candidate(double xi, double halfField, const cv::Size& eyeSize) {
-  sim::OmniModel eye;
+model::OmniModel candidate(double xi, double halfField, const cv::Size& eyeSize) {
+  model::OmniModel eye;
   eye.xi = xi;
   const double plane = std::sin(halfField) / (std::cos(halfField) + xi);
   eye.fx = eye.fy = 0.5 * eyeSize.width / plane;
@@ -114,7 +114,8 @@ std::size_t placed(const EyeStart& start) {
 
 }  // namespace
 
-std::optional<Pose> boardPose(const sim::OmniModel& eye, const std::vector<cv::Point2d>& corners, const Board& board) {
+std::optional<Pose> boardPose(const model::OmniModel& eye, const std::vector<cv::Point2d>& corners,
+                              const Board& board) {
   // ray x (H (X, Y, 1)) = 0, H = [r1 r2 t]: three equations a corner for H's nine elements. Board coordinates are
   // taken in units of the board's length to keep the columns alike.
   const double unit = board.square * std::max(board.corners.width, board.corners.height);
@@ -172,7 +173,7 @@ std::optional<Pose> boardPose(const sim::OmniModel& eye, const std::vector<cv::P
   return pose;
 }
 
-double misfit(const sim::OmniModel& eye, const Pose& boardToEye, const std::vector<cv::Point2d>& corners,
+double misfit(const model::OmniModel& eye, const Pose& boardToEye, const std::vector<cv::Point2d>& corners,
               const Board& board) {
   const cv::Matx33d R = rotationMatrix(boardToEye.rotation);
   double sum = 0;

@@ -12,15 +12,15 @@ namespace stereo::calibration {
 /// Where a board stands before the eye, from what its corners' rays would have to be: the plane's homography to the
 /// rays (direct linear transform), which also holds for rays at right angles to the axis and beyond. Nothing if a
 /// corner has no ray in this model or the corners don't determine a pose.
-std::optional<Pose> boardPose(const sim::OmniModel& eye, const std::vector<cv::Point2d>& corners, const Board& board);
+std::optional<Pose> boardPose(const model::OmniModel& eye, const std::vector<cv::Point2d>& corners, const Board& board);
 
 /// Root of the mean squared distance in pixels between corners and where the model puts them; infinite where it cannot.
-double misfit(const sim::OmniModel& eye, const Pose& boardToEye, const std::vector<cv::Point2d>& corners,
+double misfit(const model::OmniModel& eye, const Pose& boardToEye, const std::vector<cv::Point2d>& corners,
               const Board& board);
 
 /// One eye by itself, for a start: its model and where it saw the boards.
 struct EyeStart {
-  sim::OmniModel model;
+  model::OmniModel model;
   std::vector<std::optional<Pose>> boards;  ///< one a view; nothing where the eye saw none or it made no sense
   double rms = 0;                           ///< pixels, over the boards' median
 };

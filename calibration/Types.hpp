@@ -49,7 +49,7 @@ struct Pose {
 
 /// Both eyes and how they stand to each other: x_right = R x_left + t.
 struct Rig {
-  std::array<sim::OmniModel, 2> eyes;  ///< pixels of the eye's image as it was given
+  std::array<model::OmniModel, 2> eyes;  ///< pixels of the eye's image as it was given
   Pose rightFromLeft;
 };
 

@@ -4,7 +4,7 @@
 
 #include <opencv2/core.hpp>
 
-namespace stereo::sim {
+namespace stereo::model {
 
 /// The larger format: side-by-side frames, pixels.
 inline constexpr int kFullWidth = 1856;
@@ -15,4 +15,4 @@ inline bool isCameraFormat(const cv::Size& frameSize) {
   return frameSize == cv::Size(kFullWidth, kFullHeight) || frameSize == cv::Size(kFullWidth / 2, kFullHeight / 2);
 }
 
-}  // namespace stereo::sim
+}  // namespace stereo::model

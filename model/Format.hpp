@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <string>
 
-namespace stereo::sim {
+namespace stereo::model {
 
 /// What `printf` would print of the values, up to 511 characters.
 // NOLINTNEXTLINE(cert-dcl50-cpp): the compiler checks pattern and values against each other, as it does for printf
@@ -20,4 +20,4 @@ namespace stereo::sim {
   return line.data();
 }
 
-}  // namespace stereo::sim
+}  // namespace stereo::model

@@ -5,7 +5,7 @@
 #include <cmath>
 #include <limits>
 
-namespace stereo::sim {
+namespace stereo::model {
 
 namespace {
 
@@ -142,4 +142,4 @@ double OmniModel::planeLimit() const {
   return std::min(limit, std::sqrt(q));
 }
 
-}  // namespace stereo::sim
+}  // namespace stereo::model

@@ -5,7 +5,7 @@
 
 #include <opencv2/core.hpp>
 
-namespace stereo::sim {
+namespace stereo::model {
 
 /// One fisheye eye, by the unified omnidirectional model. Frame of the eye: x right, y down, z along the axis.
 ///
@@ -52,4 +52,4 @@ private:
   double planeLimit() const;
 };
 
-}  // namespace stereo::sim
+}  // namespace stereo::model

@@ -20,9 +20,9 @@ namespace stereo::python {
 
 namespace {
 
-using sim::ReplayCamera;
 using sim::SimulatedCamera;
-using sim::VirtualCamera;
+using sources::ReplayCamera;
+using sources::VirtualCamera;
 
 // A virtual camera on a source in Python, of which its worker is told.
 template <template <typename> typename Kind>

@@ -6,7 +6,7 @@
 namespace stereo::sim {
 
 BoardCamera::BoardCamera(const BoardCapture::Options& options)
-    : VirtualCamera(std::make_unique<BoardCapture>(Rig(options.seed), options), options.rate) {
+    : sources::VirtualCamera(std::make_unique<BoardCapture>(Rig(options.seed), options), options.rate) {
   setSerialNumber(static_cast<int>(options.seed));
   setRawFrameSize(options.frameSize);
 }

@@ -81,8 +81,9 @@ double pixelShade(const Sample& sample) {
 
 }  // namespace
 
-BoardCapture::BoardCapture(const Rig& rig, const Options& options) : FrameSource(options.rate), m_options(options) {
-  if (!isCameraFormat(options.frameSize) || options.corners.width < 2 || options.corners.height < 2 ||
+BoardCapture::BoardCapture(const Rig& rig, const Options& options)
+    : sources::FrameSource(options.rate), m_options(options) {
+  if (!model::isCameraFormat(options.frameSize) || options.corners.width < 2 || options.corners.height < 2 ||
       !(options.square > 0.0) || options.places < 1 || options.framesPerPlace < 1) {
     throw std::invalid_argument("a board has 2 x 2 corners or more, frames are 1856x800 or 928x400 pixels");
   }
@@ -91,7 +92,7 @@ BoardCapture::BoardCapture(const Rig& rig, const Options& options) : FrameSource
   const int eyeWidth = size.width / 2;
   m_rays.assign(static_cast<std::size_t>(size.area()), cv::Vec3f(0, 0, 0));
   for (const bool isRight : {false, true}) {
-    const OmniModel model = rig.modelFor(isRight, size);
+    const model::OmniModel model = rig.modelFor(isRight, size);
     const cv::Matx33d rotation = rig.eye(isRight).rotation;
     m_positions[isRight ? 1 : 0] = rig.eye(isRight).position;
     forEachRow(size.height, [&](int row) {

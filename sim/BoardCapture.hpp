@@ -21,7 +21,7 @@ struct BoardPlace {
 /// Device that shows a chessboard which is held before the rig at one place after the other, over the field that both
 /// eyes have in common. Each place is shown for a few frames, then the next one; after the last the first again.
 /// Deterministic for a seed. The size cannot be set.
-class BoardCapture final : public FrameSource {
+class BoardCapture final : public sources::FrameSource {
 public:
   struct Options {
     cv::Size frameSize{1856, 800};  ///< one of the camera's formats

@@ -22,7 +22,7 @@ cv::Vec3b darkPixel(int row, int col) {
 
 Renderer::Renderer(std::shared_ptr<const Scene> scene, const Rig& rig, const cv::Size& frameSize)
     : m_scene(std::move(scene)), m_frameSize(frameSize) {
-  if (!isCameraFormat(frameSize)) {
+  if (!model::isCameraFormat(frameSize)) {
     throw std::invalid_argument("frames are 1856x800 or 928x400 pixels");
   }
   const int eyeWidth = frameSize.width / 2;
@@ -30,7 +30,7 @@ Renderer::Renderer(std::shared_ptr<const Scene> scene, const Rig& rig, const cv:
   m_viewer = 0.5 * (rig.eye(false).position + rig.eye(true).position);
   m_rays.assign(static_cast<std::size_t>(frameSize.area()), cv::Vec3f(0, 0, 0));
   for (const bool isRight : {false, true}) {
-    const OmniModel model = rig.modelFor(isRight, frameSize);
+    const model::OmniModel model = rig.modelFor(isRight, frameSize);
     const cv::Matx33d rotation = rig.eye(isRight).rotation;
     const int firstCol = isRight ? eyeWidth : 0;
     m_positions[isRight ? 1 : 0] = rig.eye(isRight).position;

@@ -31,7 +31,7 @@ Eye drawEye(bool isRight, double baseline, std::uint32_t seed) {
     return middle + spread * (2.0 * unitNumber(mixBits(seed, isRight ? 77U : 33U), drawn++) - 1.0);
   };
   Eye eye;
-  OmniModel& m = eye.model;
+  model::OmniModel& m = eye.model;
   m.halfField = kHalfField;
   m.xi = around(1.5, 0.04);
   m.k1 = around(-0.06, 0.02);
@@ -63,8 +63,8 @@ Rig::Rig(std::uint32_t seed) {
   }
 }
 
-OmniModel Rig::modelFor(bool isRight, const cv::Size& frameSize) const {
-  return eye(isRight).model.scaled(static_cast<double>(frameSize.width) / kFullWidth);
+model::OmniModel Rig::modelFor(bool isRight, const cv::Size& frameSize) const {
+  return eye(isRight).model.scaled(static_cast<double>(frameSize.width) / model::kFullWidth);
 }
 
 std::optional<cv::Point2d> Rig::project(bool isRight, const cv::Vec3d& point, const cv::Size& frameSize) const {

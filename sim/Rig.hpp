@@ -15,9 +15,9 @@ namespace stereo::sim {
 
 /// One eye of the rig.
 struct Eye {
-  OmniModel model;       ///< pixels of the eye in a full-size (1856 x 800) frame
-  cv::Matx33d rotation;  ///< turns the eye's frame into the rectified one
-  cv::Vec3d position;    ///< metres, rectified left frame
+  model::OmniModel model;  ///< pixels of the eye in a full-size (1856 x 800) frame
+  cv::Matx33d rotation;    ///< turns the eye's frame into the rectified one
+  cv::Vec3d position;      ///< metres, rectified left frame
 };
 
 /// Two fisheye eyes side by side: what a calibration would find if it were free of error.
@@ -34,7 +34,7 @@ public:
   /// Metres between the eyes.
   double baseline() const { return m_baseline; }
   /// The eye's model in pixels of a frame of this size.
-  OmniModel modelFor(bool isRight, const cv::Size& frameSize) const;
+  model::OmniModel modelFor(bool isRight, const cv::Size& frameSize) const;
 
   /// Pixel, in the image of one eye of a frame of this size, of a point (metres, rectified left frame); nothing if it
   /// lies outside the lens's field, the eye's image or the image circle.

@@ -37,7 +37,7 @@ struct SimulatedCamera::Parts {
 SimulatedCamera::SimulatedCamera(const Options& options) : SimulatedCamera(options, Parts(options)) {}
 
 SimulatedCamera::SimulatedCamera(const Options& options, Parts parts)
-    : VirtualCamera(withFaults(std::move(parts.source), options.faults), options.rate),
+    : sources::VirtualCamera(withFaults(std::move(parts.source), options.faults), options.rate),
       m_scene(std::move(parts.scene)),
       m_rig(parts.rig),
       m_capture(parts.capture) {

@@ -19,7 +19,7 @@ namespace stereo::sim {
 ///
 /// Its calibration is free of error and already set, its serial number is the seed. `setRawFrameSize` and
 /// `setRawFrameRate` work as on a real camera.
-class SimulatedCamera : public VirtualCamera {
+class SimulatedCamera : public sources::VirtualCamera {
 public:
   struct Options {
     cv::Size frameSize{1856, 800};     ///< 1856 x 800 or 928 x 400
@@ -41,6 +41,9 @@ public:
   const Rig& rig() const { return m_rig; }
   /// The device, below what goes wrong with it; owned by the camera.
   SimulatedCapture& capture() const { return m_capture; }
+
+  /// Renders the frames of a period, which takes a hundred times as long as a camera takes to deliver them.
+  void prepare(const Progress& progress) override { m_capture.fillRing(progress); }
 
   /// The rectified views as the camera makes them, by its present settings.
   View perspectiveView() const;

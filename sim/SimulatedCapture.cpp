@@ -18,7 +18,7 @@ int checkedFrames(const Scene& scene, int framesPerPeriod) {
 }  // namespace
 
 SimulatedCapture::SimulatedCapture(std::shared_ptr<const Scene> scene, const Rig& rig, const Options& options)
-    : FrameSource(options.rate),
+    : sources::FrameSource(options.rate),
       m_scene(std::move(scene)),
       m_rig(rig),
       m_framesPerPeriod(checkedFrames(*m_scene, options.framesPerPeriod)),
@@ -51,13 +51,13 @@ cv::Size SimulatedCapture::frameSize() const { return m_renderer->frameSize(); }
 
 bool SimulatedCapture::resize(int propId, double value) {
   const bool isWidth = propId == cv::CAP_PROP_FRAME_WIDTH;
-  const int full = isWidth ? kFullWidth : kFullHeight;
+  const int full = isWidth ? model::kFullWidth : model::kFullHeight;
   const int half = full / 2;
   if (value != full && value != half) {
     return false;
   }
   (isWidth ? m_asked.width : m_asked.height) = static_cast<int>(value);
-  if (isCameraFormat(m_asked) && m_asked != m_renderer->frameSize()) {
+  if (model::isCameraFormat(m_asked) && m_asked != m_renderer->frameSize()) {
     m_renderer = std::make_unique<Renderer>(m_scene, m_rig, m_asked);
     m_ring.assign(m_ring.size(), cv::Mat());
   }

@@ -22,7 +22,7 @@ namespace stereo::sim {
 ///
 /// CAP_PROP_FRAME_WIDTH and _HEIGHT take the sides of the camera's two formats; once both name the same format, the
 /// next frame comes in it. Changing the format drops the ring.
-class SimulatedCapture final : public FrameSource {
+class SimulatedCapture final : public sources::FrameSource {
 public:
   struct Options {
     cv::Size frameSize{1856, 800};  ///< one of the camera's formats

@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <thread>
 
-namespace stereo::sim {
+namespace stereo::sources {
 
 namespace {
 
@@ -135,4 +135,4 @@ cv::Mat FrameSource::take() {
   return frame;
 }
 
-}  // namespace stereo::sim
+}  // namespace stereo::sources

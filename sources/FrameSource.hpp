@@ -10,7 +10,7 @@
 #include <opencv2/core.hpp>
 #include <opencv2/videoio.hpp>
 
-namespace stereo::sim {
+namespace stereo::sources {
 
 /// A video device without a device: delivers frames at a steady rate, as a camera does.
 ///
@@ -81,4 +81,4 @@ private:
   std::atomic<std::uint64_t> m_missed{0};
 };
 
-}  // namespace stereo::sim
+}  // namespace stereo::sources

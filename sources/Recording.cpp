@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sources/Recording.hpp"
 
+#include <cerrno>
 #include <charconv>
+#include <cstring>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <stdexcept>
 #include <string_view>
@@ -10,9 +13,10 @@
 #include <opencv2/core.hpp>
 #include <opencv2/core/persistence.hpp>
 
+#include "model/HostCamera.hpp"
 #include "src/core/DocumentGuard.hpp"
 
-namespace stereo::sim {
+namespace stereo::sources {
 
 namespace {
 
@@ -84,6 +88,17 @@ int readRadius(const fs::path& path) {
   throw std::runtime_error("cannot read the image circle's radius from " + path.string());
 }
 
+void writeDocument(const fs::path& path, const std::function<void(cv::FileStorage&)>& write) {
+  // In memory, since OpenCV does not notice a full disk.
+  cv::FileStorage storage(path.filename().string(), cv::FileStorage::WRITE | cv::FileStorage::MEMORY);
+  write(storage);
+  std::ofstream file(path, std::ios::trunc | std::ios::binary);
+  file << storage.releaseAndGetString() << std::flush;
+  if (!file) {
+    throw RecordingError("cannot write '" + path.string() + "': " + std::strerror(errno));
+  }
+}
+
 fs::path existing(const fs::path& path) { return fs::exists(path) ? path : fs::path(); }
 
 }  // namespace
@@ -106,4 +121,37 @@ Recording Recording::open(const fs::path& folder) {
   return recording;
 }
 
-}  // namespace stereo::sim
+void Recording::writeSettings(const fs::path& folder, const model::CameraSettings& settings) {
+  writeDocument(folder / settingsFile, [&](cv::FileStorage& storage) {
+    const auto number = [&](const char* key, double value) {
+      storage << key << cv::Mat(cv::Mat_<double>(1, 1, value));
+    };
+    const auto size = [&](const char* key, cv::Size value) {
+      storage << key << cv::Mat((cv::Mat_<double>(1, 2) << value.width, value.height));
+    };
+    number("LogLevel", settings.logLevel);
+    number("DeviceNode", settings.deviceNode);
+    size("FrameSize", settings.frameSize);
+    size("RectifyFrameSize", settings.rectifiedSize);
+    number("FrameRate", settings.frameRate);
+    number("Threshold", settings.threshold);
+    number("Algorithm", settings.algorithm);
+    number("IpLastSegment", settings.ipLastSegment);
+    number("hFov", settings.hFov);
+    number("Transrate", settings.transrate);
+    number("Transmode", settings.transmode);
+    number("Depthmode", settings.depthmode);
+  });
+}
+
+void Recording::writeAbout(const fs::path& folder, const std::string& source, const std::string& codec,
+                           int fisheyeRadius, const Counts& counts) {
+  writeDocument(folder / aboutFile, [&](cv::FileStorage& storage) {
+    storage << "Source" << source << "Codec" << codec << "FisheyeRadius" << fisheyeRadius;
+    // Doubles: the storage knows no longer integers than an int.
+    storage << "FramesWritten" << static_cast<double>(counts.written) << "FramesDropped"
+            << static_cast<double>(counts.dropped) << "FramesUnfit" << static_cast<double>(counts.unfit);
+  });
+}
+
+}  // namespace stereo::sources

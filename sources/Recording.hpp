@@ -1,13 +1,25 @@
 // SPDX-License-Identifier: Apache-2.0
+// A recording: what its folder holds, reading it, and writing what stands beside the frames.
 #pragma once
 
 #include <array>
 #include <cstdint>
 #include <filesystem>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
-namespace stereo::sim {
+namespace stereo::model {
+struct CameraSettings;
+}
+
+namespace stereo::sources {
+
+/// A recording that cannot be written. One line, with the remedy where there is one.
+class RecordingError : public std::runtime_error {
+public:
+  using std::runtime_error::runtime_error;
+};
 
 /// A folder with raw frames as a device delivered them, and what was in effect meanwhile.
 ///
@@ -28,6 +40,19 @@ struct Recording {
   static constexpr std::array files{framesFile, stampsFile, calibrationFile, settingsFile, aboutFile};
   static constexpr const char* stampsHeading = "frame,microseconds";
 
+  /// What became of the frames that were published.
+  struct Counts {
+    std::uint64_t written = 0;
+    std::uint64_t dropped = 0;  ///< no room in the queue
+    std::uint64_t unfit = 0;    ///< of another size or type than the first
+  };
+
+  /// Writes `settings.yml` with all keys that can be loaded. Throws RecordingError.
+  static void writeSettings(const std::filesystem::path& folder, const model::CameraSettings& settings);
+  /// Writes `about.yml`; `source` says in words where the frames are from. Throws RecordingError.
+  static void writeAbout(const std::filesystem::path& folder, const std::string& source, const std::string& codec,
+                         int fisheyeRadius, const Counts& counts);
+
   /// Whether the path is a folder that holds frames of a recording.
   static bool isAt(const std::filesystem::path& path);
 
@@ -42,4 +67,4 @@ struct Recording {
   int fisheyeRadius = -1;             ///< of the image circle, raw pixels; negative: not told
 };
 
-}  // namespace stereo::sim
+}  // namespace stereo::sources

@@ -6,23 +6,19 @@
 #include <utility>
 
 #include "model/CameraFacts.hpp"
-#include "sources/Recording.hpp"
 
-namespace stereo::sim {
+namespace stereo::sources {
 
 namespace {
 
 // Frames that the capture worker reads and throws away before it publishes the first one.
 constexpr int kWarmUpReads = 10;
 
-int radiusFor(const std::string& path, const cv::Size& frameSize) {
-  if (Recording::isAt(path)) {
-    const int radius = Recording::open(path).fisheyeRadius;
-    if (radius >= 0) {
-      return radius;
-    }
+int radiusFor(const std::optional<Recording>& recording, const cv::Size& frameSize) {
+  if (recording && recording->fisheyeRadius >= 0) {
+    return recording->fisheyeRadius;
   }
-  if (isCameraFormat(frameSize)) {
+  if (model::isCameraFormat(frameSize)) {
     return frameSize.width / 4;
   }
   return static_cast<int>(std::ceil(std::hypot(frameSize.width / 2, frameSize.height))) + 1;
@@ -50,10 +46,11 @@ ReplayCamera::ReplayCamera(const Options& options, Parts parts)
     : VirtualCamera(std::move(parts.source), parts.capture.get(cv::CAP_PROP_FPS)), m_capture(parts.capture) {
   // The recording's size cannot be chosen, and may be none of the camera's own: so not by way of `setRawFrameSize`.
   m_rawFrameSize = m_capture.firstFrameSize();
-  m_fisheyeRadius = options.fisheyeRadius >= 0 ? options.fisheyeRadius : radiusFor(options.path, m_rawFrameSize);
+  m_fisheyeRadius =
+      options.fisheyeRadius >= 0 ? options.fisheyeRadius : radiusFor(m_capture.recording(), m_rawFrameSize);
   setRectFrameSize(options.rectFrameSize);
 }
 
 ReplayCamera::~ReplayCamera() { stopWorkers(); }
 
-}  // namespace stereo::sim
+}  // namespace stereo::sources

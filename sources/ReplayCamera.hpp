@@ -8,7 +8,7 @@
 #include "sources/ReplayCapture.hpp"
 #include "sources/VirtualCamera.hpp"
 
-namespace stereo::sim {
+namespace stereo::sources {
 
 /// A camera that plays recordings. The calibration is the host's to load (`loadCalibParams`), for a frame 1856 pixels
 /// wide as ever: it is scaled to the recording's width when capture starts.
@@ -36,6 +36,9 @@ public:
   /// The device; owned by the camera.
   ReplayCapture& capture() const { return m_capture; }
 
+  bool isOver() const override { return m_capture.finished(); }
+  std::uint64_t skippedFrames() const override { return m_capture.skipped(); }
+
 private:
   struct Parts;
   ReplayCamera(const Options& options, Parts parts);
@@ -43,4 +46,4 @@ private:
   ReplayCapture& m_capture;
 };
 
-}  // namespace stereo::sim
+}  // namespace stereo::sources

@@ -10,7 +10,7 @@
 
 #include "sources/Recording.hpp"
 
-namespace stereo::sim {
+namespace stereo::sources {
 
 namespace {
 
@@ -59,8 +59,12 @@ std::vector<fs::path> imagesOf(const fs::path& path) {
   return images;
 }
 
-std::vector<std::int64_t> stampsAt(const std::string& path) {
-  return Recording::isAt(path) ? Recording::open(path).stamps : std::vector<std::int64_t>();
+std::optional<Recording> recordingAt(const std::string& path) {
+  return Recording::isAt(path) ? std::optional(Recording::open(path)) : std::nullopt;
+}
+
+std::vector<std::int64_t> stampsOf(const std::optional<Recording>& recording) {
+  return recording ? recording->stamps : std::vector<std::int64_t>();
 }
 
 // Frames per second on the average; what was asked for where there is nothing to tell it from.
@@ -73,13 +77,14 @@ double rateOf(const ReplayCapture::Options& options, const std::vector<std::int6
 
 }  // namespace
 
-ReplayCapture::ReplayCapture(const Options& options) : ReplayCapture(options, stampsAt(options.path)) {}
+ReplayCapture::ReplayCapture(const Options& options) : ReplayCapture(options, recordingAt(options.path)) {}
 
-ReplayCapture::ReplayCapture(const Options& options, std::vector<std::int64_t> stamps)
-    : FrameSource(rateOf(options, stamps)),
-      m_path(stamps.empty() ? options.path : (fs::path(options.path) / Recording::framesFile).string()),
+ReplayCapture::ReplayCapture(const Options& options, std::optional<Recording> recording)
+    : FrameSource(rateOf(options, stampsOf(recording))),
+      m_path(recording ? recording->frames.string() : options.path),
       m_loop(options.loop),
-      m_stamps(std::move(stamps)),
+      m_recording(std::move(recording)),
+      m_stamps(stampsOf(m_recording)),
       m_recordedTiming(options.recordedTiming && m_stamps.size() > 1),
       m_leadIn(std::max(options.leadIn, 0)) {
   try {
@@ -208,4 +213,4 @@ bool ReplayCapture::openVideo() {
   return m_video.open(m_path);
 }
 
-}  // namespace stereo::sim
+}  // namespace stereo::sources

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,8 +13,9 @@
 #include <opencv2/videoio.hpp>
 
 #include "sources/FrameSource.hpp"
+#include "sources/Recording.hpp"
 
-namespace stereo::sim {
+namespace stereo::sources {
 
 /// Device that plays side-by-side recordings: one image, a folder of images in the order of their names, a video file,
 /// or the folder of a `Recording`.
@@ -39,6 +41,8 @@ public:
   /// recording's stamps cannot be read.
   explicit ReplayCapture(const Options& options);
 
+  /// What stands beside the frames; nothing where the path is no `Recording`.
+  const std::optional<Recording>& recording() const { return m_recording; }
   /// Size of the first frame of the recording, pixels.
   const cv::Size& firstFrameSize() const { return m_firstFrameSize; }
   /// Whether a recording that isn't looped has been played to its end. Any thread.
@@ -63,11 +67,12 @@ private:
   cv::Mat image(std::size_t index);
   bool openVideo();
 
-  ReplayCapture(const Options& options, std::vector<std::int64_t> stamps);
+  ReplayCapture(const Options& options, std::optional<Recording> recording);
 
   const std::string m_path;
   const bool m_loop;
-  const std::vector<std::int64_t> m_stamps;  // of a recording's frames, microseconds; empty: none
+  const std::optional<Recording> m_recording;
+  const std::vector<std::int64_t> m_stamps;  // of the recording's frames, microseconds; empty: none
   const bool m_recordedTiming;
   std::vector<std::filesystem::path> m_images;  // empty: the path is a video
   // The rest is guarded by the source's lock.
@@ -87,4 +92,4 @@ private:
   std::atomic<std::int64_t> m_recordedStamp{-1};
 };
 
-}  // namespace stereo::sim
+}  // namespace stereo::sources

@@ -5,9 +5,9 @@
 
 #include "SystemLog.hpp"
 
-namespace stereo::sim {
+namespace stereo::sources {
 
-VirtualCamera::VirtualCamera(std::unique_ptr<cv::VideoCapture> source, double rate) : StereoCamera(kNoDevice) {
+VirtualCamera::VirtualCamera(std::unique_ptr<cv::VideoCapture> source, double rate) {
   delete m_videoCapture;
   m_videoCapture = source.release();
   m_deviceNode = 0;
@@ -25,30 +25,13 @@ bool VirtualCamera::loadConfig(std::string path) {
   return loaded;
 }
 
-void VirtualCamera::setDepthLimits(float nearest, float farthest) {
-  m_minDepth = nearest;
-  m_maxDepth = farthest;
-}
-
 void VirtualCamera::stopWorkers() {
   m_isOpened = false;
   if (m_videoCapture != nullptr) {
     // A source at a slow rate gives up waiting for its next frame.
     m_videoCapture->release();
   }
-  stopStereoCompute();
-  stopCapture();
+  HostCamera::stopWorkers();
 }
 
-void VirtualCamera::setStream(int mode, double rate, int lastOctet) {
-  m_transmode = mode;
-  m_transrate = rate;
-  m_ipLastSegment = lastOctet;
-}
-
-StereoCamera::TimeFrame VirtualCamera::latestDisparity() {
-  const std::lock_guard lock(m_disparityMutex);
-  return {m_disparityFrame.first.clone(), m_disparityFrame.second.clone(), m_disparityFrame.timestamp};
-}
-
-}  // namespace stereo::sim
+}  // namespace stereo::sources

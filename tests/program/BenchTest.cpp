@@ -10,7 +10,7 @@
 
 #include "apps/stereo-camera/process/Failure.hpp"
 #include "sim/SimulatedCamera.hpp"
-#include "tests/program/Program.hpp"
+#include "tests/support/Program.hpp"
 #include "tests/support/Await.hpp"
 #include "tests/support/TempDir.hpp"
 

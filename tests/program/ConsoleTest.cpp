@@ -12,7 +12,7 @@
 
 #include "apps/stereo-camera/output/Json.hpp"
 #include "apps/stereo-camera/process/Failure.hpp"
-#include "tests/program/Program.hpp"
+#include "tests/support/Program.hpp"
 
 using stereo::app::ExitCode;
 using stereo::app::Json;

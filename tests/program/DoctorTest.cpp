@@ -12,7 +12,7 @@
 #include "apps/stereo-camera/doctor/SystemChecks.hpp"
 #include "apps/stereo-camera/process/Failure.hpp"
 #include "sim/SimulatedCamera.hpp"
-#include "tests/program/Program.hpp"
+#include "tests/support/Program.hpp"
 
 using stereo::app::checkCalibrationFile;
 using stereo::app::checkSettingsFile;

@@ -13,7 +13,7 @@
 
 #include "apps/stereo-camera/process/Failure.hpp"
 #include "sources/Recording.hpp"
-#include "tests/program/Program.hpp"
+#include "tests/support/Program.hpp"
 
 using stereo::app::ExitCode;
 using stereo::test::deadline;
@@ -79,7 +79,7 @@ private:
 
 TEST_F(Ending, OfARecordingIsTheEndOfRecordAndKeepsItAll) {
   EXPECT_EQ(run(Arguments{"record", "-o", file("again"), "--queue", "100"} + once()), 0) << m_err;
-  EXPECT_EQ(stereo::sim::Recording::open(file("again")).stamps.size(), 30U);
+  EXPECT_EQ(stereo::sources::Recording::open(file("again")).stamps.size(), 30U);
 }
 
 TEST_F(Ending, OfARecordingGivesBenchItsFigures) {
@@ -164,10 +164,10 @@ TEST_F(Ending, BySignalKeepsWhatWasRecordedAndMeasured) {
   for (const int signal : {SIGHUP, SIGPIPE}) {
     const std::string folder = file("taken" + std::to_string(signal));
     Program record(STEREO_CAMERA_PROGRAM, Arguments{"record", "-o", folder} + endless);
-    ASSERT_TRUE(stereo::test::await([&] { return stereo::sim::Recording::isAt(folder); }, 2 * deadline));
+    ASSERT_TRUE(stereo::test::await([&] { return stereo::sources::Recording::isAt(folder); }, 2 * deadline));
     record.send(signal);
     EXPECT_EQ(record.wait(), 0) << record.err();
-    EXPECT_GE(stereo::sim::Recording::open(folder).stamps.size(), 1U);
+    EXPECT_GE(stereo::sources::Recording::open(folder).stamps.size(), 1U);
   }
   interrupt(Arguments{"bench", "--seconds", "10000"} + endless, "measuring for", SIGHUP, 0);
   EXPECT_THAT(m_out, HasSubstr("peak resident memory"));

@@ -10,7 +10,7 @@
 
 #include "apps/stereo-camera/camera/DeviceName.hpp"
 #include "apps/stereo-camera/process/Failure.hpp"
-#include "tests/program/Program.hpp"
+#include "tests/support/Program.hpp"
 
 using stereo::app::ExitCode;
 using stereo::test::Program;

@@ -11,7 +11,7 @@
 
 #include "StereoCamera.hpp"
 #include "apps/stereo-camera/pictures/Page.hpp"
-#include "tests/program/Program.hpp"
+#include "tests/support/Program.hpp"
 #include "tests/support/TempDir.hpp"
 
 using stereo::test::Program;

@@ -11,11 +11,11 @@
 
 #include "apps/stereo-camera/process/Failure.hpp"
 #include "sources/Recording.hpp"
-#include "tests/program/Program.hpp"
+#include "tests/support/Program.hpp"
 #include "tests/support/TempDir.hpp"
 
 using stereo::app::ExitCode;
-using stereo::sim::Recording;
+using stereo::sources::Recording;
 using stereo::test::deadline;
 using stereo::test::Program;
 using stereo::test::readFile;

@@ -16,7 +16,7 @@
 #include <opencv2/imgcodecs.hpp>
 
 #include "apps/stereo-camera/process/Failure.hpp"
-#include "tests/program/Program.hpp"
+#include "tests/support/Program.hpp"
 #include "tests/support/Await.hpp"
 #include "tests/support/StreamReceiver.hpp"
 #include "tests/support/TempDir.hpp"

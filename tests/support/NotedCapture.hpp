@@ -25,7 +25,7 @@ inline std::chrono::microseconds now() {
 }
 
 /// Frame after frame of noise that its number is the seed of, the right eye's a little to the left of the left eye's.
-class NumberedNoise : public sim::FrameSource {
+class NumberedNoise : public sources::FrameSource {
 public:
   NumberedNoise() : FrameSource(0) {}
 

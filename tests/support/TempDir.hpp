@@ -51,6 +51,7 @@ public:
 
   std::string path() const { return m_path.string(); }
   std::string path(const std::string& name) const { return (m_path / name).string(); }
+  std::string operator/(const std::string& name) const { return path(name); }
 
   /// Writes a file into the directory; returns its path.
   std::string write(const std::string& name, const std::string& bytes) const {

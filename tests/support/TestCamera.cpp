@@ -7,10 +7,7 @@
 
 namespace stereo::test {
 
-TestCamera::~TestCamera() {
-  stopStereoCompute();
-  stopCapture();
-}
+TestCamera::~TestCamera() { stopWorkers(); }
 
 void TestCamera::install(cv::VideoCapture* device) {
   delete m_videoCapture;

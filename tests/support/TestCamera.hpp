@@ -4,19 +4,19 @@
 #include <memory>
 #include <vector>
 
-#include "StereoCamera.hpp"
+#include "model/HostCamera.hpp"
 #include "tests/support/ScriptedCapture.hpp"
 
 namespace stereo::test {
 
 /// Index of a video device that no back end knows: nothing is opened and OpenCV says nothing about it.
-constexpr int noDevice = 9900;
+constexpr int noDevice = model::HostCamera::kNoDevice;
 
 /// A camera whose members a test can look at and whose device it can replace. Stops its workers when destroyed.
-class TestCamera : public StereoCamera {
+class TestCamera : public model::HostCamera {
 public:
-  TestCamera() : StereoCamera(noDevice) {}
-  explicit TestCamera(std::string settingsPath) : StereoCamera(std::move(settingsPath)) {}
+  TestCamera() = default;
+  explicit TestCamera(const std::string& settingsPath) : HostCamera(settingsPath) {}
   /// A camera on a scripted device.
   explicit TestCamera(ScriptedCapture::Script script) : TestCamera() {
     install(new ScriptedCapture(std::move(script)));

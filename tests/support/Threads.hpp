@@ -3,7 +3,7 @@
 
 #include <opencv2/core/utility.hpp>
 
-namespace stereo::sim::test {
+namespace stereo::test {
 
 /// Sets the number of threads that OpenCV and the simulation use, for the life of the object.
 class Threads {
@@ -17,4 +17,4 @@ private:
   int m_before;
 };
 
-}  // namespace stereo::sim::test
+}  // namespace stereo::test

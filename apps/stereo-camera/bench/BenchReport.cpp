@@ -5,7 +5,7 @@
 
 namespace stereo::app {
 
-using sim::formatted;
+using model::formatted;
 
 namespace {
 

@@ -17,7 +17,7 @@
 
 namespace stereo::app {
 
-using sim::formatted;
+using model::formatted;
 
 namespace {
 
@@ -46,7 +46,7 @@ cv::Scalar colourOf(double error) {
   return {40.0, 255.0 * std::min(1.0, 2.0 * (1.0 - share)), 255.0 * std::min(1.0, 2.0 * share)};
 }
 
-void drawRings(cv::Mat& eyeImage, const sim::OmniModel& eye) {
+void drawRings(cv::Mat& eyeImage, const model::OmniModel& eye) {
   for (int ring = 30; ring <= 90; ring += 30) {
     std::vector<cv::Point> line;
     for (int turn = 0; turn <= 120; ++turn) {
@@ -167,7 +167,7 @@ std::vector<std::pair<std::string, std::string>> calibrationFacts(const Calibrat
                           story.board.corners.width, story.board.corners.height, story.board.square, sags[0], sags[1],
                           sags[2])}};
   for (std::size_t eye = 0; eye < 2; ++eye) {
-    const sim::OmniModel& m = result.estimate.rig.eyes[eye];
+    const model::OmniModel& m = result.estimate.rig.eyes[eye];
     facts.emplace_back(
         eye == 0 ? "left eye" : "right eye",
         formatted("xi %.4f, focal length %.2f x %.2f px, centre (%.2f, %.2f) px, k1 %.5f, k2 %.5f, p1 %.5f, "
@@ -208,7 +208,7 @@ Json calibrationFigures(const CalibrationStory& story) {
   rows("rows_whole_field", judgement.latitude);
   json.add("baseline_mm", result.baseline());
   for (std::size_t eye = 0; eye < 2; ++eye) {
-    const sim::OmniModel& m = result.estimate.rig.eyes[eye];
+    const model::OmniModel& m = result.estimate.rig.eyes[eye];
     json.object(eye == 0 ? "left_eye" : "right_eye");
     json.add("reach_degrees", result.reach(eye) / degree).add("covered_percent", 100 * judgement.coverage[eye]);
     json.add("xi", m.xi).add("fx", m.fx).add("fy", m.fy).add("cx", m.cx).add("cy", m.cy);
@@ -248,7 +248,7 @@ cv::Mat rectifiedPicture(const CalibrationStory& story, std::size_t view) {
   cv::Mat both(size.height, 2 * size.width, CV_8UC3);
   for (int eye = 0; eye < 2; ++eye) {
     const auto which = static_cast<std::size_t>(eye);
-    const sim::OmniModel& model = story.result.estimate.rig.eyes[which];
+    const model::OmniModel& model = story.result.estimate.rig.eyes[which];
     cv::Mat map1;
     cv::Mat map2;
     initRectifyMap(cv::Mat(model.intrinsic()), cv::Mat(model.distortion()).t(), cv::Mat(turns[which]), P, model.xi, 0,

@@ -8,7 +8,7 @@
 namespace stereo::app {
 
 void DeviceCamera::chooseFrameSize(cv::Size size) {
-  if (sim::isCameraFormat(size)) {
+  if (model::isCameraFormat(size)) {
     setRawFrameSize(size);
     return;
   }
@@ -18,17 +18,6 @@ void DeviceCamera::chooseFrameSize(cv::Size size) {
     m_videoCapture->set(cv::CAP_PROP_FRAME_HEIGHT, size.height);
   }
   m_fisheyeRadius = static_cast<int>(std::ceil(std::hypot(size.width / 4.0, size.height / 2.0))) + 1;
-}
-
-void DeviceCamera::setStream(int mode, double rate, int lastOctet) {
-  m_transmode = mode;
-  m_transrate = rate;
-  m_ipLastSegment = lastOctet;
-}
-
-StereoCamera::TimeFrame DeviceCamera::latestDisparity() {
-  const std::lock_guard lock(m_disparityMutex);
-  return {m_disparityFrame.first.clone(), m_disparityFrame.second.clone(), m_disparityFrame.timestamp};
 }
 
 }  // namespace stereo::app

@@ -16,8 +16,8 @@
 #include "apps/stereo-camera/camera/DeviceCamera.hpp"
 #include "apps/stereo-camera/camera/DeviceName.hpp"
 #include "apps/stereo-camera/camera/DeviceWishes.hpp"
-#include "apps/stereo-camera/camera/RecordingCamera.hpp"
 #include "apps/stereo-camera/observe/MeasuredCamera.hpp"
+#include "apps/stereo-camera/observe/RecordingCamera.hpp"
 #include "apps/stereo-camera/output/Console.hpp"
 #include "apps/stereo-camera/process/Failure.hpp"
 #include "apps/stereo-camera/process/Signals.hpp"
@@ -52,13 +52,13 @@ std::unique_ptr<Camera> makeCamera(const Onlooker& onlooker, const Argument& arg
 }
 
 // Settings on a camera that has its frames from elsewhere: what they say about the device does not apply.
-void applySettings(sim::VirtualCamera& camera, const std::string& path) {
+void applySettings(sources::VirtualCamera& camera, const std::string& path) {
   const cv::Size rawSize = camera.getRawFrameSize();
   const cv::Size rectifiedSize = camera.rectFrameSize();
   if (!camera.loadConfig(path)) {
     throw Failure(ExitCode::source, "the settings '" + path + "' cannot be used: see the line above");
   }
-  if (sim::isCameraFormat(rawSize)) {
+  if (model::isCameraFormat(rawSize)) {
     camera.setRawFrameSize(rawSize);
   }
   if (camera.rectFrameSize().empty()) {
@@ -66,27 +66,14 @@ void applySettings(sim::VirtualCamera& camera, const std::string& path) {
   }
 }
 
-template <typename Camera>
-OpenedCamera opened(std::unique_ptr<Camera> camera, const SourceOptions& options, const std::string& description) {
-  Camera* const raw = camera.get();
-  raw->setDepthMode(options.depthMode);
-  raw->setAlgorithm(options.matcher == "bm" ? 1 : 0);
-  OpenedCamera result;
-  result.setDepthMode = [raw](int mode) { raw->setDepthMode(mode); };
-  result.setStream = [raw](int mode, double rate, int lastOctet) { raw->setStream(mode, rate, lastOctet); };
-  result.streamOpened = [raw] { return raw->streamOpened(); };
-  result.latestDisparity = [raw] { return raw->latestDisparity(); };
-  result.depthMode = options.depthMode;
-  result.matcher = options.matcher;
-  result.description = description;
-  result.rectifiedSize = raw->rectFrameSize();
-  result.horizontalField = raw->horizontalField();
-  result.depthLimits = {raw->nearLimit(), raw->farLimit()};
-  result.camera = std::move(camera);
-  return result;
+OpenedCamera opened(std::unique_ptr<model::HostCamera> camera, const SourceOptions& options,
+                    const std::string& description) {
+  camera->setDepthMode(options.depthMode);
+  camera->setAlgorithm(options.matcher == "bm" ? 1 : 0);
+  return {.camera = std::move(camera), .description = description, .calibrated = false, .askedSize = {}};
 }
 
-OpenedCamera openVirtual(std::unique_ptr<sim::VirtualCamera> camera, const SourceOptions& options,
+OpenedCamera openVirtual(std::unique_ptr<sources::VirtualCamera> camera, const SourceOptions& options,
                          const std::string& description) {
   if (!options.settings.empty()) {
     requireReadable(options.settings, "settings", ExitCode::source);
@@ -149,32 +136,20 @@ OpenedCamera openSimulated(const SourceOptions& options, const Onlooker& onlooke
   simulation.rate = options.rate;
   simulation.seed = options.seed;
   simulation.moving = !options.still;
-  if (!sim::isCameraFormat(simulation.frameSize)) {
+  if (!model::isCameraFormat(simulation.frameSize)) {
     throw Failure(ExitCode::usage, "--size: the simulated camera delivers 1856x800 or 928x400");
   }
   if (!options.faults.empty()) {
     simulation.faults = faultsFrom(options.faults, simulation.frameSize);
   }
   auto camera = makeCamera<sim::SimulatedCamera>(onlooker, simulation);
-  sim::SimulatedCapture& device = camera->capture();
   OpenedCamera simulated = openVirtual(std::move(camera), options, description);
   simulated.calibrated = true;
-  // Rendering takes a hundred times as long as a camera does, and longer than patience with one lasts on a slow
-  // machine.
-  simulated.prepare = [&device] {
-    ProgressLine line;
-    device.fillRing([&line](std::size_t done, std::size_t all) {
-      checkSignals();
-      if (all > 1) {
-        line.show("rendered " + std::to_string(done) + " of " + std::to_string(all) + " frames");
-      }
-    });
-  };
   return simulated;
 }
 
 // A recording's settings stand in for what the command line does not give.
-void takeRecordedSettings(sim::ReplayCamera& camera, const SourceOptions& options, const std::string& path) {
+void takeRecordedSettings(sources::ReplayCamera& camera, const SourceOptions& options, const std::string& path) {
   applySettings(camera, path);
   if (options.given("--rectified")) {
     camera.setRectFrameSize(parseSize(options.rectifiedSize, "--rectified"));
@@ -190,27 +165,21 @@ void takeRecordedSettings(sim::ReplayCamera& camera, const SourceOptions& option
 OpenedCamera openReplay(SourceOptions options, const Onlooker& onlooker) {
   const std::string description = "recording " + options.replay;
   tellSource(options, description);
-  sim::ReplayCamera::Options replay;
+  sources::ReplayCamera::Options replay;
   replay.path = options.replay;
   replay.rate = options.rate;
   replay.loop = !options.once;
   replay.rectFrameSize = parseSize(options.rectifiedSize, "--rectified");
   replay.recordedTiming = !options.given("--rate");
   try {
-    const bool isRecording = sim::Recording::isAt(options.replay);
-    const sim::Recording recording = isRecording ? sim::Recording::open(options.replay) : sim::Recording();
-    auto camera = makeCamera<sim::ReplayCamera>(onlooker, replay);
-    const sim::ReplayCapture& device = camera->capture();
+    auto camera = makeCamera<sources::ReplayCamera>(onlooker, replay);
+    const sources::Recording recording = camera->capture().recording().value_or(sources::Recording());
     if (options.settings.empty() && !recording.settings.empty()) {
       takeRecordedSettings(*camera, options, recording.settings.string());
       options.depthMode = camera->depthMode();
       options.matcher = camera->algorithm() == 1 ? "bm" : "sgm";
     }
     OpenedCamera replayed = openVirtual(std::move(camera), options, description);
-    replayed.skipped = [&device] { return device.skipped(); };
-    if (options.once) {
-      replayed.isOver = [&device] { return device.finished(); };
-    }
     if (options.calibration.empty() && !recording.calibration.empty()) {
       loadCalibration(replayed, recording.calibration.string());
     }
@@ -373,7 +342,7 @@ OpenedCamera openBoardCamera(const SourceOptions& options, const calibration::Bo
   boards.corners = board.corners;
   boards.square = board.square / 1000.0;
   boards.seed = options.seed;
-  if (!sim::isCameraFormat(boards.frameSize)) {
+  if (!model::isCameraFormat(boards.frameSize)) {
     throw Failure(ExitCode::usage, "--size: the simulated camera delivers 1856x800 or 928x400");
   }
   return openVirtual(std::make_unique<sim::BoardCamera>(boards), options, description);

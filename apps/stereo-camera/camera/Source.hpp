@@ -1,14 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <cstdint>
-#include <functional>
 #include <memory>
 #include <string>
 
-#include "StereoCamera.hpp"
 #include "apps/stereo-camera/observe/RunRecord.hpp"
-#include "apps/stereo-camera/record/Recorder.hpp"
+#include "model/HostCamera.hpp"
+#include "sources/Recorder.hpp"
 
 namespace CLI {
 class App;
@@ -63,28 +61,19 @@ struct SourceOptions {
 
 /// A camera that was opened and calibrated, not yet started.
 struct OpenedCamera {
-  std::unique_ptr<StereoCamera> camera;
-  std::function<void(int)> setDepthMode;                                ///< while no disparity worker runs
-  std::function<void(int mode, double rate, int lastOctet)> setStream;  ///< before the start
-  std::function<bool()> streamOpened;                                   ///< once a first frame was read
-  std::function<StereoCamera::TimeFrame()> latestDisparity;             ///< view and disparity, copies
-  std::function<void()> prepare;  ///< what takes time before the start; may be empty
-  std::function<bool()> isOver;   ///< whether the last frame was delivered, any thread; empty: there is no last one
-  std::function<std::uint64_t()> skipped;  ///< frames that could not be decoded so far, any thread; may be empty
-  int depthMode = 2;
-  std::string matcher;      ///< "sgm" or "bm"
+  std::unique_ptr<model::HostCamera> camera;
   std::string description;  ///< "simulated camera, seed 1"
   bool calibrated = false;
   cv::Size askedSize;  ///< frame size a device seemed to take, to be compared with its frames; may be empty
-  cv::Size rectifiedSize;
-  double horizontalField = 0;  ///< degrees
-  cv::Vec2f depthLimits;       ///< nearest and farthest depth that the camera tells, metres
+
+  /// Of the camera: "sgm" or "bm".
+  std::string matcher() const { return camera->algorithm() == 1 ? "bm" : "sgm"; }
 };
 
 /// Who looks on while a camera works, at most one of them, and then outlives it.
 struct Onlooker {
-  RunRecord* record = nullptr;   ///< it is measured: a `MeasuredCamera`, a simulated one with its frames rendered
-  Recorder* recorder = nullptr;  ///< its frames are recorded: a `RecordingCamera`
+  RunRecord* record = nullptr;  ///< it is measured: a `MeasuredCamera`, a simulated one with its frames rendered
+  sources::Recorder* recorder = nullptr;  ///< its frames are recorded: a `RecordingCamera`
 };
 
 /// Opens what the options name, and says first on standard error what that is, "source: simulated camera, seed 1".

@@ -22,7 +22,7 @@
 
 namespace stereo::app {
 
-using sim::formatted;
+using model::formatted;
 
 namespace {
 
@@ -80,9 +80,9 @@ std::vector<std::pair<std::string, std::string>> factsOf(const OpenedCamera& ope
           {"source", opened.description},
           {"asked rate", rate > 0 ? formatted("%.1f frames a second", rate) : "as fast as it goes"},
           {"raw frame", text(opened.camera->getRawFrameSize())},
-          {"rectified eye", text(opened.rectifiedSize)},
-          {"matcher", opened.matcher == "bm" ? "block matching" : "semi-global"},
-          {"depth from", opened.depthMode == 1 ? "the longitude-latitude pair" : "the perspective pair"}};
+          {"rectified eye", text(opened.camera->rectFrameSize())},
+          {"matcher", opened.matcher() == "bm" ? "block matching" : "semi-global"},
+          {"depth from", opened.camera->depthMode() == 1 ? "the longitude-latitude pair" : "the perspective pair"}};
 }
 
 void fillProducts(BenchReport& report, const RunRecord& record, const Readers& readers, const Window& window) {

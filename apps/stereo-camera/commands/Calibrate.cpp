@@ -99,7 +99,7 @@ void calibrate(CalibrateOptions options) {
   const calibration::Judgement judgement = calibration::judge(result, pictures.eyeSize);
   const CalibrationStory story{result, judgement, board, pictures.eyeSize, pictures.source, pictures.picture};
   for (const auto& [name, value] : calibrationFacts(story)) {
-    text += sim::formatted("%-24s ", name.c_str()) + value + "\n";
+    text += model::formatted("%-24s ", name.c_str()) + value + "\n";
   }
   try {
     calibration::saveCalibration((outputPlace->draft() / output.filename()).string(), result.estimate.rig,

@@ -21,7 +21,7 @@
 
 namespace stereo::app {
 
-using sim::formatted;
+using model::formatted;
 
 namespace {
 

@@ -113,10 +113,11 @@ void demo(const DemoOptions& options) {
                   {"worker's pass time", text(1000 / rate, "ms")},
                   {"worker's rate", text(rate, "a second")}};
   if (opened.calibrated) {
-    report.facts.emplace_back("rectified eye", text(opened.rectifiedSize));
-    report.facts.emplace_back("perspective field", text(opened.horizontalField, "degrees"));
-    report.facts.emplace_back(
-        "depth from", opened.depthMode == 1 ? "the longitude-latitude pair (relative metres)" : "the perspective pair");
+    report.facts.emplace_back("rectified eye", text(opened.camera->rectFrameSize()));
+    report.facts.emplace_back("perspective field", text(opened.camera->horizontalField(), "degrees"));
+    report.facts.emplace_back("depth from", opened.camera->depthMode() == 1
+                                                ? "the longitude-latitude pair (relative metres)"
+                                                : "the perspective pair");
   } else {
     report.note += "No rectified pictures and no depth: they need a calibration (--calibration FILE).";
   }

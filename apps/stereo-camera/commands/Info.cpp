@@ -13,7 +13,7 @@
 
 namespace stereo::app {
 
-using sim::formatted;
+using model::formatted;
 
 namespace {
 
@@ -65,16 +65,19 @@ void info(const InfoOptions& options) {
   json.add("source", opened.description).add("device", camera.getDeviceNode()).add("position", position);
   json.add("serial_number", camera.getSerialNumber());
   json.object("raw_frame").add("width", raw.width).add("height", raw.height).add("rate", rate).end();
-  json.object("rectified_eye").add("width", opened.rectifiedSize.width).add("height", opened.rectifiedSize.height);
-  json.add("perspective_field_degrees", opened.horizontalField).end().add("shared_memory_key", key);
+  json.object("rectified_eye")
+      .add("width", opened.camera->rectFrameSize().width)
+      .add("height", opened.camera->rectFrameSize().height);
+  json.add("perspective_field_degrees", opened.camera->horizontalField()).end().add("shared_memory_key", key);
   json.add("calibrated", opened.calibrated);
   std::string text =
       fact("source", opened.description) +
       fact("device",
            formatted("%d, position %d, serial number %d", camera.getDeviceNode(), position, camera.getSerialNumber())) +
       fact("raw frame", formatted("%d x %d pixels at %.1f frames a second", raw.width, raw.height, rate)) +
-      fact("rectified eye", formatted("%d x %d pixels, perspective field %.1f degrees", opened.rectifiedSize.width,
-                                      opened.rectifiedSize.height, opened.horizontalField)) +
+      fact("rectified eye",
+           formatted("%d x %d pixels, perspective field %.1f degrees", opened.camera->rectFrameSize().width,
+                     opened.camera->rectFrameSize().height, opened.camera->horizontalField())) +
       fact("shared memory", "key " + std::to_string(key));
   if (opened.calibrated) {
     std::vector<cv::Mat> params;

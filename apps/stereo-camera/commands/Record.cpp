@@ -7,7 +7,6 @@
 
 #include <CLI/CLI.hpp>
 
-#include "apps/stereo-camera/camera/InEffect.hpp"
 #include "apps/stereo-camera/camera/Source.hpp"
 #include "apps/stereo-camera/commands/Commands.hpp"
 #include "apps/stereo-camera/output/Console.hpp"
@@ -17,9 +16,9 @@
 #include "apps/stereo-camera/process/Failure.hpp"
 #include "apps/stereo-camera/process/RunTime.hpp"
 #include "apps/stereo-camera/process/Signals.hpp"
-#include "apps/stereo-camera/record/Recorder.hpp"
 #include "apps/stereo-camera/session/Watch.hpp"
 #include "model/Format.hpp"
+#include "sources/Recorder.hpp"
 #include "sources/Recording.hpp"
 
 namespace stereo::app {
@@ -47,8 +46,8 @@ public:
   // Last of all: whoever writes into it is gone.
   ~Folder() {
     std::error_code ignored;
-    if (m_begun && (m_nothingCame || !sim::Recording::isAt(m_path))) {
-      for (const char* name : sim::Recording::files) {
+    if (m_begun && (m_nothingCame || !sources::Recording::isAt(m_path))) {
+      for (const char* name : sources::Recording::files) {
         std::filesystem::remove(m_path / name, ignored);
       }
     }
@@ -68,7 +67,7 @@ private:
   bool m_nothingCame = false;
 };
 
-void tellOfDrops(const Recorder::Counts& counts, Recorder::Counts& told) {
+void tellOfDrops(const sources::Recorder::Counts& counts, sources::Recorder::Counts& told) {
   if (counts.dropped > 0 && told.dropped == 0) {
     std::cerr
         << "stereo-camera: frames are dropped: they come faster than they can be written. A lower --rate, smaller "
@@ -81,14 +80,14 @@ void tellOfDrops(const Recorder::Counts& counts, Recorder::Counts& told) {
   told = counts;
 }
 
-void recordUntilDone(const RecordOptions& options, OpenedCamera& opened, Recorder& recorder) {
+void recordUntilDone(const RecordOptions& options, OpenedCamera& opened, sources::Recorder& recorder) {
   Watch watch(opened, options.patience);
   RunTime runTime(options.seconds);
-  Recorder::Counts told;
+  sources::Recorder::Counts told;
   ProgressLine line;
   const char* const howToEnd = options.seconds > 0 || options.frames > 0 ? "" : "; Ctrl-C ends it";
   while (!runTime.over() && (options.frames == 0 || told.written < options.frames)) {
-    const Recorder::Counts before = told;
+    const sources::Recorder::Counts before = told;
     const bool wrote = recorder.awaitFrame(before, lookAround);
     if (wrote) {
       watch.run([] { return true; });
@@ -99,7 +98,7 @@ void recordUntilDone(const RecordOptions& options, OpenedCamera& opened, Recorde
     }
     tellOfDrops(recorder.counts(), told);
     if (told.written > 0) {
-      line.show(sim::formatted(
+      line.show(model::formatted(
           "recording: %llu frames, %llu dropped, %.1f MB%s", static_cast<unsigned long long>(told.written),
           static_cast<unsigned long long>(told.dropped), static_cast<double>(recorder.bytes()) / 1e6, howToEnd));
     }
@@ -111,24 +110,23 @@ void record(const RecordOptions& options) {
   options.source.requireNamed();  // hours of the wrong camera would be found out too late
   const std::filesystem::path folder(options.output);
   Folder made(folder);
-  Recorder recorder({.folder = folder,
-                     .codec = options.codec,
-                     .queue = options.queue,
-                     .rate = options.source.rate > 0 ? options.source.rate : 30.0,
-                     .most = options.frames,
-                     .spare = options.keepFree * 1'000'000});
+  sources::Recorder recorder({.folder = folder,
+                              .codec = options.codec,
+                              .queue = options.queue,
+                              .rate = options.source.rate > 0 ? options.source.rate : 30.0,
+                              .most = options.frames,
+                              .spare = options.keepFree * 1'000'000});
   made.begin();
   OpenedCamera opened = openCamera(options.source, {.recorder = &recorder});
-  const auto* const camera = dynamic_cast<const TellsSettings*>(opened.camera.get());
-  const SettingsInEffect settings = camera->settingsInEffect();
-  writeSettings(folder / sim::Recording::settingsFile, settings);
-  const auto tellAbout = [&](const Recorder::Counts& counts) {
-    writeAbout(folder / sim::Recording::aboutFile, opened.description, options.codec, settings, counts);
+  const model::CameraSettings settings = opened.camera->settings();
+  sources::Recording::writeSettings(folder, settings);
+  const auto tellAbout = [&](const sources::Recorder::Counts& counts) {
+    sources::Recording::writeAbout(folder, opened.description, options.codec, settings.fisheyeRadius, counts);
   };
   tellAbout({});
   if (opened.calibrated) {
     // Now, since starting scales it.
-    opened.camera->saveCalibParams((folder / sim::Recording::calibrationFile).string());
+    opened.camera->saveCalibParams((folder / sources::Recording::calibrationFile).string());
   }
   startCapture(opened);
   // Whatever ends it, what came until then is there to be replayed.
@@ -139,13 +137,15 @@ void record(const RecordOptions& options) {
     // What came is all that there is.
   } catch (const Failure&) {
     failure = std::current_exception();
+  } catch (const sources::RecordingError&) {
+    failure = std::current_exception();
   }
   try {
     recorder.finish();
-  } catch (const Failure&) {
+  } catch (const sources::RecordingError&) {
     failure = failure ? failure : std::current_exception();
   }
-  const Recorder::Counts counts = recorder.counts();
+  const sources::Recorder::Counts counts = recorder.counts();
   if (counts.written == 0) {
     made.nothingCame();
   }
@@ -191,7 +191,13 @@ Action addRecord(CLI::App& program) {
   command->add_option("--patience", options->patience, "seconds without a frame after which to give up")
       ->check(CLI::Range(0.1, 3600.0))
       ->capture_default_str();
-  return [options] { record(*options); };
+  return [options] {
+    try {
+      record(*options);
+    } catch (const sources::RecordingError& error) {
+      throw Failure(ExitCode::output, error.what());
+    }
+  };
 }
 
 }  // namespace stereo::app

@@ -60,9 +60,9 @@ void stream(const StreamOptions& options) {
     throw Failure(ExitCode::calibration, "stream mode " + std::to_string(options.mode) +
                                              " shows rectified pictures: it needs a calibration (--calibration FILE)");
   }
-  opened.setStream(options.mode, options.source.rate > 0 ? options.source.rate : defaultRate, options.receiver);
+  opened.camera->setStream(options.mode, options.source.rate > 0 ? options.source.rate : defaultRate, options.receiver);
   if (options.mode == depthStream) {
-    opened.setDepthMode(perspectivePair);
+    opened.camera->setDepthMode(perspectivePair);
   }
   if (const std::vector<std::string> missing = missingStreamElements(); !missing.empty()) {
     throw Failure(ExitCode::output, "nothing can be sent: GStreamer has no element " + missing.front() + ": " +
@@ -85,7 +85,7 @@ void stream(const StreamOptions& options) {
     while (!time.over()) {
       // Frames may come while nothing can be made of them, for instance while there is no disparity yet.
       if (watch.run([&] { return readOnce(camera, options.mode, a, b); })) {
-        if (images++ == 0 && !opened.streamOpened()) {
+        if (images++ == 0 && !opened.camera->streamOpened()) {
           throw Failure(ExitCode::output,
                         "nothing is sent: the stream does not open (--verbose shows what GStreamer says of it)");
         }
@@ -107,8 +107,8 @@ void stream(const StreamOptions& options) {
   const double seconds = time.elapsed();
   watch.finish();
   // The first image marks the start, so that one interval less than images has passed.
-  results() << sim::formatted("streamed %d images in %.1f s, %.1f a second\n", images, seconds,
-                              images > 1 ? (images - 1) / seconds : 0.0);
+  results() << model::formatted("streamed %d images in %.1f s, %.1f a second\n", images, seconds,
+                                images > 1 ? (images - 1) / seconds : 0.0);
 }
 
 }  // namespace

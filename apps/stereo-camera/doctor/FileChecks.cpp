@@ -13,19 +13,13 @@
 #include "apps/stereo-camera/camera/CalibrationCheck.hpp"
 #include "apps/stereo-camera/process/Failure.hpp"
 #include "model/Format.hpp"
-#include "sources/VirtualCamera.hpp"
+#include "model/HostCamera.hpp"
 
 namespace stereo::app {
 
-using sim::formatted;
+using model::formatted;
 
 namespace {
-
-// A camera without a device, to load files into.
-class Loader : public StereoCamera {
-public:
-  Loader() : StereoCamera(sim::VirtualCamera::kNoDevice) {}
-};
 
 bool isReadable(const std::string& path) { return !std::filesystem::is_directory(path) && std::ifstream(path).good(); }
 
@@ -129,7 +123,7 @@ Findings checkSettingsFile(const std::string& path) {
     add(findings, "settings: no such file '" + path + "'", "give the one that is there: see ls");
     return findings;
   }
-  Loader camera;
+  model::HostCamera camera;
   if (!isReadable(path) || !camera.loadConfig(path)) {
     add(findings, "settings: '" + path + "' does not load",
         "see docs/keys.md for the form; \"DeviceNode\" must be there");
@@ -155,7 +149,7 @@ Findings checkCalibrationFile(const std::string& path) {
     add(findings, "calibration: no such file '" + path + "'", "give the one that is there: see ls");
     return findings;
   }
-  Loader camera;
+  model::HostCamera camera;
   try {
     checkCalibration(camera, path, isReadable(path) && camera.loadCalibParams(path));
   } catch (const Failure& failure) {

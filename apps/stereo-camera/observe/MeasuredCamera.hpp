@@ -26,8 +26,7 @@ inline thread_local std::int64_t stampOfInput = 0;
 ///   it is measured, nobody else may call that form.
 /// - `getStereoFrame` notes the stamp for the calling thread, since the two-argument `getRectStereoFrame` gives none.
 /// - The two-image `getDepthFrame`, which the coloured cloud calls while it holds the disparity's mutex, notes the
-/// stamp
-///   of the disparity. Other callers must hold that mutex too.
+///   stamp of the disparity. Other callers must hold that mutex too.
 template <typename Camera>
 class MeasuredCamera final : public Camera {
 public:
@@ -39,7 +38,7 @@ public:
       return;
     }
     std::unique_ptr<cv::VideoCapture> device(std::exchange(this->m_videoCapture, nullptr));
-    if (const auto* const source = dynamic_cast<const sim::FrameSource*>(device.get())) {
+    if (const auto* const source = dynamic_cast<const sources::FrameSource*>(device.get())) {
       record.framesMissed = [source] { return source->framesMissed(); };
     }
     record.deviceRate = [this] { return this->m_videoCapture->get(cv::CAP_PROP_FPS); };
@@ -49,13 +48,7 @@ public:
   }
 
   ~MeasuredCamera() override {
-    // The workers call the operations below, which must not change under them.
-    if constexpr (requires { this->stopWorkers(); }) {
-      this->stopWorkers();
-    } else {
-      this->stopStereoCompute();
-      this->stopCapture();
-    }
+    this->stopWorkers();  // they call the operations below, which must not change under them
     m_record.framesMissed = nullptr;
     m_record.deviceRate = nullptr;
   }

@@ -96,7 +96,7 @@ cv::Mat greyDisparity(const cv::Mat& disparity) {
 }  // namespace
 
 DepthProducts readDepth(OpenedCamera& opened, Watch& watch) {
-  StereoCamera& camera = *opened.camera;
+  model::HostCamera& camera = *opened.camera;
   watch.startStereoCompute();
   DepthProducts products;
   std::chrono::microseconds stamp{0};
@@ -115,16 +115,16 @@ DepthProducts readDepth(OpenedCamera& opened, Watch& watch) {
   for (int k = 0; k < tries; ++k) {
     products.plain.clear();
     watch.run([&] { return camera.getPointCloud(products.plain, stamp); });
-    const StereoCamera::TimeFrame latest = opened.latestDisparity();
+    const StereoCamera::TimeFrame latest = camera.latestDisparity();
     watch.run([&] { return camera.getDepthFrame(products.colour, true, stamp); });
     products.disparity = latest.second;
-    if (opened.latestDisparity().timestamp == latest.timestamp) {
+    if (camera.latestDisparity().timestamp == latest.timestamp) {
       break;
     }
   }
   watch.run([&] { return camera.getPointCloud(products.coloured, stamp); });
   camera.getDepthFrame(products.disparity, products.metric);
-  products.colourScale = scaleOf(products.colour, products.metric, opened.depthLimits);
+  products.colourScale = scaleOf(products.colour, products.metric, {camera.nearLimit(), camera.farLimit()});
   return products;
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "apps/stereo-camera/pictures/Products.hpp"
 
+#include "apps/stereo-camera/output/Console.hpp"
 #include "apps/stereo-camera/output/Output.hpp"
 #include "apps/stereo-camera/process/Failure.hpp"
 #include "apps/stereo-camera/process/Signals.hpp"
@@ -17,7 +18,7 @@ namespace {
 }  // namespace
 
 void readPictures(OpenedCamera& opened, Watch& watch, std::vector<Picture>& pictures) {
-  StereoCamera& camera = *opened.camera;
+  model::HostCamera& camera = *opened.camera;
   const auto add = [&pictures](const char* file, const char* title, const char* caption, const cv::Mat& image) {
     pictures.push_back({file, title, caption, image});
   };
@@ -46,14 +47,15 @@ void readPictures(OpenedCamera& opened, Watch& watch, std::vector<Picture>& pict
   add("perspective-left.png", "Perspective, left", "Straight lines are straight; rows match those of the right eye.",
       left.clone());
   add("perspective-right.png", "Perspective, right", "The same rows, shifted by the disparity.", right.clone());
-  opened.setDepthMode(1);
+  const int depthMode = camera.depthMode();
+  camera.setDepthMode(1);
   if (!watch.run([&] { return camera.getRectStereoFrame(left, right, view, stamp); })) {
     nothingToSee("longitude-latitude eyes");
   }
   add("lonlat-left.png", "Longitude-latitude, left", "Equal angles are equal distances; almost the whole field.",
       left.clone());
   add("lonlat-right.png", "Longitude-latitude, right", "The same rows, shifted by the disparity.", right.clone());
-  opened.setDepthMode(opened.depthMode);
+  camera.setDepthMode(depthMode);
 }
 
 void readEyes(StereoCamera& camera, Watch& watch, cv::Mat& left, cv::Mat& right) {
@@ -73,8 +75,15 @@ void writePictures(const std::vector<Picture>& pictures, const std::filesystem::
 }
 
 void startCapture(OpenedCamera& opened, bool useTransmit, bool useShareMemory) {
-  if (opened.prepare) {
-    opened.prepare();
+  // Rendering ahead takes longer than patience with a camera lasts on a slow machine.
+  {
+    ProgressLine line;
+    opened.camera->prepare([&line](std::size_t done, std::size_t all) {
+      checkSignals();
+      if (all > 1) {
+        line.show("rendered " + std::to_string(done) + " of " + std::to_string(all) + " frames");
+      }
+    });
   }
   checkSignals();
   try {

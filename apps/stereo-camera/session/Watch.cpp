@@ -29,18 +29,12 @@ constexpr std::chrono::milliseconds lookAround{20};  // how often signals and th
 }  // namespace
 
 Watch::Watch(OpenedCamera& opened, double patience)
-    : Watch(*opened.camera, std::chrono::milliseconds(static_cast<long>(1000 * patience)), opened.askedSize,
-            opened.isOver) {
-  m_skipped = opened.skipped;
-}
+    : Watch(*opened.camera, std::chrono::milliseconds(static_cast<long>(1000 * patience)), opened.askedSize) {}
 
-Watch::Watch(StereoCamera& camera, std::chrono::milliseconds patience, cv::Size askedSize, std::function<bool()> isOver)
-    : m_camera(camera),
-      m_patience(patience),
-      m_askedSize(askedSize),
-      m_isOver(std::move(isOver)),
-      m_last(Clock::now()),
-      m_thread([this] { loop(); }) {}
+Watch::Watch(model::HostCamera& camera, std::chrono::milliseconds patience, cv::Size askedSize)
+    : m_camera(camera), m_patience(patience), m_askedSize(askedSize), m_last(Clock::now()), m_thread([this] {
+        loop();
+      }) {}
 
 Watch::~Watch() {
   finish();
@@ -108,8 +102,8 @@ void Watch::finish() {
     m_changed.notify_all();
   }
   m_changed.wait(lock, [this] { return m_phase == Phase::done; });
-  if (const auto skipped = std::exchange(m_skipped, nullptr); skipped && skipped() > 0) {
-    std::cerr << "stereo-camera: the recording is damaged: " << skipped()
+  if (const std::uint64_t skipped = m_camera.skippedFrames(); skipped > 0 && !std::exchange(m_toldOfSkipped, true)) {
+    std::cerr << "stereo-camera: the recording is damaged: " << skipped
               << " of its frames could not be decoded and were left out" << std::endl;
   }
 }
@@ -119,7 +113,7 @@ Watch::Reason Watch::reasonToStop() const {
   if (signalReceived() != 0) {
     return Reason::signal;
   }
-  if (m_isOver && m_isOver()) {
+  if (m_camera.isOver()) {
     return Reason::over;
   }
   return Clock::now() < m_last + m_patience ? Reason::none : Reason::noFrames;

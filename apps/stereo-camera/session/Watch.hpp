@@ -4,11 +4,10 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <functional>
 #include <mutex>
 #include <thread>
 
-#include "StereoCamera.hpp"
+#include "model/HostCamera.hpp"
 
 namespace stereo::app {
 
@@ -29,9 +28,8 @@ public:
   /// source had to leave out.
   Watch(OpenedCamera& opened, double patience);
   /// With `askedSize` the first read that succeeds says on standard error, in one line, if the frames have another
-  /// size. `isOver` tells whether the source has delivered its last frame; any thread calls it.
-  Watch(StereoCamera& camera, std::chrono::milliseconds patience, cv::Size askedSize = {},
-        std::function<bool()> isOver = {});
+  /// size.
+  Watch(model::HostCamera& camera, std::chrono::milliseconds patience, cv::Size askedSize = {});
   /// Stops the camera, if `finish` has not.
   ~Watch();
   Watch(const Watch&) = delete;
@@ -71,11 +69,10 @@ private:
   void loop();
   void stopCamera(std::unique_lock<std::mutex>& lock);
 
-  StereoCamera& m_camera;
+  model::HostCamera& m_camera;
   const std::chrono::milliseconds m_patience;
   const cv::Size m_askedSize;
-  const std::function<bool()> m_isOver;
-  std::function<std::uint64_t()> m_skipped;  // until it was told
+  bool m_toldOfSkipped = false;
   std::once_flag m_sizeChecked;
   std::mutex m_mutex;
   std::condition_variable m_changed;

@@ -203,7 +203,7 @@ TEST_F(Device, GivesEveryProduct) {
     EXPECT_GT(stamp.count(), 0);
     say("coloured depth");
     cv::Mat depth;
-    cv::Mat disparity = camera.latestDisparity();
+    cv::Mat disparity = camera.latestDisparity().second;
     camera.getDepthFrame(disparity, depth);
     EXPECT_EQ(depth.size(), size);
     ASSERT_EQ(depth.type(), CV_32FC1);

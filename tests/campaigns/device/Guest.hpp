@@ -21,7 +21,7 @@
 
 #include "StereoCamera.hpp"
 #include "tests/campaigns/device/Pattern.hpp"
-#include "tests/program/Program.hpp"
+#include "tests/support/Program.hpp"
 #include "tests/support/Await.hpp"
 
 namespace stereo::test {
@@ -182,14 +182,11 @@ private:
 };
 
 /// A camera on a real device, with its device to look at. Stops its workers when destroyed.
-class GuestCamera : public StereoCamera {
+class GuestCamera : public model::HostCamera {
 public:
-  explicit GuestCamera(int deviceNode) : StereoCamera(deviceNode) { watch(); }
-  explicit GuestCamera(const std::string& settingsPath) : StereoCamera(settingsPath) { watch(); }
-  ~GuestCamera() override {
-    stopStereoCompute();
-    stopCapture();
-  }
+  explicit GuestCamera(int deviceNode) : HostCamera(deviceNode) { watch(); }
+  explicit GuestCamera(const std::string& settingsPath) : HostCamera(settingsPath) { watch(); }
+  ~GuestCamera() override { stopWorkers(); }
 
   std::string backEnd() const { return isOpenDevice() ? m_watched->getBackendName() : "none"; }
   double property(int which) const { return m_videoCapture->get(which); }
@@ -202,12 +199,6 @@ public:
   /// Waits until one more read has failed than had when there were `before`.
   bool awaitFailedRead(int before) const {
     return await([this, before] { return m_watched->failures() > before; }, std::chrono::seconds(30));
-  }
-
-  /// Pixels (CV_32FC1); a copy.
-  cv::Mat latestDisparity() {
-    const std::lock_guard lock(m_disparityMutex);
-    return m_disparityFrame.second.clone();
   }
 
   using StereoCamera::m_algorithm;

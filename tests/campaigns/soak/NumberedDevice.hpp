@@ -15,7 +15,7 @@ namespace stereo::soak {
 
 /// Delivers a book's pictures as fast as they are asked for, each frame with its number, and notes them in the ledger.
 /// One thread reads.
-class NumberedDevice final : public sim::FrameSource {
+class NumberedDevice final : public sources::FrameSource {
 public:
   /// `newest` is the number of the newest frame of all devices of the run. With `tears`, the lower half of every 50th
   /// frame is the frame's before. Book, ledger and number have to outlive the device.

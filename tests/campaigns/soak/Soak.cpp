@@ -71,8 +71,8 @@ Soak::Soak(const Options& options, Report& report)
       m_setting(settingOf(options)),
       m_report(report),
       m_shared(options.pictures),
-      m_full({sim::kFullWidth, sim::kFullHeight}, m_setting),
-      m_half({sim::kFullWidth / 2, sim::kFullHeight / 2}, m_setting),
+      m_full({model::kFullWidth, model::kFullHeight}, m_setting),
+      m_half({model::kFullWidth / 2, model::kFullHeight / 2}, m_setting),
       m_position(freePosition()),
       m_waste(options.breaks) {
   for (int i = 0; i < options.pictures; ++i) {

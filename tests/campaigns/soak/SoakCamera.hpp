@@ -11,7 +11,7 @@
 namespace stereo::soak {
 
 /// A camera on a device of numbered frames, set as the book says, that tells what a reader needs for its checks.
-class SoakCamera : public sim::VirtualCamera {
+class SoakCamera : public sources::VirtualCamera {
 public:
   /// The ledger has to outlive the camera.
   SoakCamera(std::unique_ptr<cv::VideoCapture> device, cv::Size frameSize, const Setting& setting, Ledger& ledger);

@@ -17,7 +17,7 @@
 #include <opencv2/imgcodecs.hpp>
 
 #include "sim/SimulatedCamera.hpp"
-#include "tests/program/Program.hpp"
+#include "tests/support/Program.hpp"
 #include "tests/support/Await.hpp"
 #include "tests/support/TempDir.hpp"
 #include "tests/support/TestCamera.hpp"

@@ -36,7 +36,7 @@ inline std::vector<cv::Point2d> seenBy(const sim::Rig& rig, bool isRight, const 
   for (const cv::Vec3d& point : points) {
     inEye.push_back(eye.rotation.t() * (point - 1000.0 * eye.position));
   }
-  const sim::OmniModel& model = eye.model;
+  const model::OmniModel& model = eye.model;
   std::vector<cv::Point2d> pixels;
   cv::omnidir::projectPoints(inEye, pixels, cv::Vec3d(0, 0, 0), cv::Vec3d(0, 0, 0), cv::Mat(model.intrinsic()),
                              model.xi, cv::Mat(model.distortion()));

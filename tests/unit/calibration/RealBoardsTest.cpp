@@ -17,7 +17,7 @@ namespace {
 namespace fs = std::filesystem;
 
 // Pixels of the default perspective view, by OpenCV's own inverse of the model.
-std::vector<cv::Point2d> perspective(const sim::OmniModel& eye, const cv::Matx33d& turn,
+std::vector<cv::Point2d> perspective(const model::OmniModel& eye, const cv::Matx33d& turn,
                                      const std::vector<cv::Point2d>& corners) {
   std::vector<cv::Point2d> plane;
   cv::omnidir::undistortPoints(corners, plane, cv::Mat(eye.intrinsic()), cv::Mat(eye.distortion()),

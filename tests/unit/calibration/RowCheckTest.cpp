@@ -83,7 +83,7 @@ TEST(RowCheck, TellsFromAPictureOfTheRoom) {
   const cv::Mat frame = sim::Renderer(scene, rig, frameSize).render(0);
   EyeCalibration eyes[2];
   for (const bool isRight : {false, true}) {
-    const sim::OmniModel model = rig.modelFor(isRight, frameSize);
+    const model::OmniModel model = rig.modelFor(isRight, frameSize);
     eyes[isRight ? 1 : 0] = {cv::Mat(model.intrinsic(), true), cv::Mat(model.distortion(), true).t(), model.xi,
                              cv::Mat(rig.eye(isRight).rotation, true)};
   }

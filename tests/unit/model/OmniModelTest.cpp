@@ -10,7 +10,7 @@
 
 #include "sim/Rig.hpp"
 
-namespace stereo::sim {
+namespace stereo::model {
 namespace {
 
 /// Rays over the whole sphere but for the neighbourhood of straight back.
@@ -44,7 +44,7 @@ OmniModel randomModel(cv::RNG& rng) {
 std::vector<OmniModel> typicalModels() {
   std::vector<OmniModel> models;
   for (std::uint32_t seed = 1; seed <= 4; ++seed) {
-    models.push_back(Rig(seed).eye(seed % 2 == 0).model);
+    models.push_back(sim::Rig(seed).eye(seed % 2 == 0).model);
   }
   OmniModel strong;  // distortion as strong as calibrations of real lenses come out with
   strong.xi = 1.52;
@@ -130,7 +130,7 @@ TEST(OmniModel, ProjectUndoesLiftOnEveryPixelOfTheField) {
 TEST(OmniModel, PixelsInTheImageCircleHaveRaysAndOthersHaveNone) {
   for (std::uint32_t seed = 1; seed <= 4; ++seed) {
     for (const bool isRight : {false, true}) {
-      const OmniModel m = Rig(seed).eye(isRight).model;
+      const OmniModel m = sim::Rig(seed).eye(isRight).model;
       for (int row = 0; row < 800; row += 5) {
         for (int col = 0; col < 928; col += 5) {
           const double radius = std::hypot(col - m.cx, row - m.cy);
@@ -147,7 +147,7 @@ TEST(OmniModel, PixelsInTheImageCircleHaveRaysAndOthersHaveNone) {
 }
 
 TEST(OmniModel, RaysOutsideTheFieldHaveNoPixel) {
-  const OmniModel m = Rig(1).eye(false).model;
+  const OmniModel m = sim::Rig(1).eye(false).model;
   const auto at = [&m](double degrees) {
     return m.project({std::sin(degrees / 180.0 * CV_PI), 0.0, std::cos(degrees / 180.0 * CV_PI)});
   };
@@ -176,7 +176,7 @@ TEST(OmniModel, RaysBehindTheFoldHaveNoPixel) {
 }
 
 TEST(OmniModel, ScalingTheReadOutScalesPixels) {
-  const OmniModel m = Rig(3).eye(true).model;
+  const OmniModel m = sim::Rig(3).eye(true).model;
   const OmniModel half = m.scaled(0.5);
   for (const cv::Vec3d& ray : raysAllRound(1.9)) {
     const auto full = m.project(ray);
@@ -189,4 +189,4 @@ TEST(OmniModel, ScalingTheReadOutScalesPixels) {
 }
 
 }  // namespace
-}  // namespace stereo::sim
+}  // namespace stereo::model

@@ -13,7 +13,7 @@
 
 #include "sim/SimulatedCamera.hpp"
 #include "sources/ReplayCamera.hpp"
-#include "tests/support/TempFolder.hpp"
+#include "tests/support/TempDir.hpp"
 
 namespace stereo::sim {
 namespace {
@@ -142,11 +142,11 @@ TEST(SimulatedCamera, TruthBelongsToTheViewThatTheCameraMakes) {
 }
 
 TEST(ReplayCamera, KeepsEveryPixelOfAnOddRecording) {
-  const test::TempFolder folder;
+  const stereo::test::TempDir folder;
   cv::Mat image(90, 200, CV_8UC3);
   cv::randu(image, 1, 255);
   ASSERT_TRUE(cv::imwrite(folder / "frame.png", image));
-  ReplayCamera camera({.path = folder / "frame.png", .rate = 0});
+  sources::ReplayCamera camera({.path = folder / "frame.png", .rate = 0});
   EXPECT_TRUE(camera.isOpened());
   EXPECT_EQ(camera.getRawFrameSize(), image.size());
   ASSERT_TRUE(camera.startCapture(false, false));
@@ -157,10 +157,10 @@ TEST(ReplayCamera, KeepsEveryPixelOfAnOddRecording) {
 }
 
 TEST(ReplayCamera, TakesTheCamerasOwnImageCircleOrTheGivenOne) {
-  const test::TempFolder folder;
+  const stereo::test::TempDir folder;
   ASSERT_TRUE(cv::imwrite(folder / "own.png", cv::Mat(kHalf, CV_8UC3, cv::Scalar::all(200))));
-  EXPECT_EQ(ReplayCamera({.path = folder / "own.png"}).fisheyeRadius(), 232);
-  ReplayCamera camera({.path = folder / "own.png", .rate = 0, .fisheyeRadius = 50});
+  EXPECT_EQ(sources::ReplayCamera({.path = folder / "own.png"}).fisheyeRadius(), 232);
+  sources::ReplayCamera camera({.path = folder / "own.png", .rate = 0, .fisheyeRadius = 50});
   ASSERT_TRUE(camera.startCapture(false, false));
   cv::Mat left;
   cv::Mat right;
@@ -170,18 +170,19 @@ TEST(ReplayCamera, TakesTheCamerasOwnImageCircleOrTheGivenOne) {
 }
 
 TEST(ReplayCamera, ShowsARecordingLikeTheCameraThatMadeIt) {
-  const test::TempFolder folder;
+  const stereo::test::TempDir folder;
   SimulatedCamera original({.frameSize = kHalf, .rate = 0, .seed = 3, .moving = false});
   cv::Mat raw;
   ASSERT_TRUE(original.capture().read(raw));
   ASSERT_TRUE(cv::imwrite(folder / "frame.png", raw));
   original.rig().saveCalibration(folder / "calibration.yml", 3);
-  ReplayCamera replay({.path = folder / "frame.png", .rate = 0});
+  sources::ReplayCamera replay({.path = folder / "frame.png", .rate = 0});
   ASSERT_TRUE(replay.loadCalibParams(folder / "calibration.yml"));
   cv::Mat left[2];
   cv::Mat right[2];
   int i = 0;
-  for (VirtualCamera* camera : {static_cast<VirtualCamera*>(&original), static_cast<VirtualCamera*>(&replay)}) {
+  for (sources::VirtualCamera* camera :
+       {static_cast<sources::VirtualCamera*>(&original), static_cast<sources::VirtualCamera*>(&replay)}) {
     ASSERT_TRUE(camera->startCapture(false, false));
     ASSERT_TRUE(camera->getRectStereoFrame(left[i], right[i]));
     ++i;
@@ -191,12 +192,12 @@ TEST(ReplayCamera, ShowsARecordingLikeTheCameraThatMadeIt) {
 }
 
 TEST(ReplayCamera, RecordingPlayedOnceComesThroughWhole) {
-  const test::TempFolder folder;
+  const stereo::test::TempDir folder;
   for (int i = 1; i <= 3; ++i) {
     ASSERT_TRUE(
         cv::imwrite(folder / ("frame-" + std::to_string(i) + ".png"), cv::Mat(40, 100, CV_8UC3, cv::Scalar::all(i))));
   }
-  ReplayCamera camera({.path = folder.path(), .rate = 20, .loop = false});
+  sources::ReplayCamera camera({.path = folder.path(), .rate = 20, .loop = false});
   std::mutex mutex;
   std::condition_variable arrived;
   std::set<int> seen;
@@ -221,11 +222,11 @@ TEST(ReplayCamera, RecordingPlayedOnceComesThroughWhole) {
 }
 
 TEST(ReplayCamera, DestroyingItAfterTheEndStopsBothWorkers) {
-  const test::TempFolder folder;
+  const stereo::test::TempDir folder;
   ASSERT_TRUE(cv::imwrite(folder / "frame.png", cv::Mat(40, 100, CV_8UC3, cv::Scalar::all(9))));
   const auto start = Clock::now();
   {
-    ReplayCamera camera({.path = folder / "frame.png", .rate = 0, .loop = false, .rectFrameSize = {116, 100}});
+    sources::ReplayCamera camera({.path = folder / "frame.png", .rate = 0, .loop = false, .rectFrameSize = {116, 100}});
     for (const bool isRight : {false, true}) {
       ASSERT_TRUE(camera.setCalibParams(Rig(1).calibParams(isRight), isRight));
     }
@@ -240,8 +241,8 @@ TEST(ReplayCamera, DestroyingItAfterTheEndStopsBothWorkers) {
 }
 
 TEST(ReplayCamera, UnreadablePathThrows) {
-  const test::TempFolder folder;
-  EXPECT_THROW(ReplayCamera({.path = folder / "missing.png"}), std::runtime_error);
+  const stereo::test::TempDir folder;
+  EXPECT_THROW(sources::ReplayCamera({.path = folder / "missing.png"}), std::runtime_error);
 }
 
 }  // namespace

@@ -32,9 +32,9 @@ cv::Mat numbered(int number) {
   return frame;
 }
 
-class Numbers : public FrameSource {
+class Numbers : public sources::FrameSource {
 public:
-  Numbers() : FrameSource(0) {}
+  Numbers() : sources::FrameSource(0) {}
 
 protected:
   cv::Mat next() override { return m_next == failing ? (++m_next, cv::Mat()) : numbered(m_next++); }

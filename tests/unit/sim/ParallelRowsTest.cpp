@@ -17,7 +17,7 @@ namespace {
 
 TEST(ForEachRow, VisitsEveryRowOnce) {
   for (const int threads : {1, 2, 5}) {
-    const test::Threads limit(threads);
+    const stereo::test::Threads limit(threads);
     for (const int rows : {0, 1, 7, 8, 9, 100}) {
       std::vector<std::atomic<int>> visits(static_cast<std::size_t>(rows));
       forEachRow(rows, [&visits](int row) { ++visits[static_cast<std::size_t>(row)]; });
@@ -29,7 +29,7 @@ TEST(ForEachRow, VisitsEveryRowOnce) {
 }
 
 TEST(ForEachRow, RunsOnSeveralThreadsAtOnce) {
-  const test::Threads limit(2);
+  const stereo::test::Threads limit(2);
   std::mutex mutex;
   std::condition_variable bothHere;
   int inside = 0;
@@ -48,7 +48,7 @@ TEST(ForEachRow, RunsOnSeveralThreadsAtOnce) {
 
 TEST(ForEachRow, PassesOnWhatTheWorkThrows) {
   for (const int threads : {1, 3}) {
-    const test::Threads limit(threads);
+    const stereo::test::Threads limit(threads);
     EXPECT_THROW(forEachRow(64,
                             [](int row) {
                               if (row == 40) {

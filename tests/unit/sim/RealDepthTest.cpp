@@ -41,7 +41,7 @@ struct Result {
 
 Result compute(const fs::path& image, const fs::path& calibration, const Look& look, int depthMode = 2) {
   Result result;
-  ReplayCamera camera({.path = image.string(), .rate = 0, .rectFrameSize = look.size});
+  sources::ReplayCamera camera({.path = image.string(), .rate = 0, .rectFrameSize = look.size});
   camera.setHorizontalField(look.field);
   camera.setDepthMode(depthMode);
   camera.setAlgorithm(look.algorithm);

@@ -50,7 +50,7 @@ double medianOf(std::vector<double> values) {
 TEST(Renderer, SameSeedSameBitsOnAnyNumberOfThreads) {
   cv::Mat reference;
   for (const int count : {1, 2, 3}) {
-    const test::Threads threads(count);
+    const stereo::test::Threads threads(count);
     const cv::Mat frame = Renderer(makeScene(3, true), Rig(3), kHalf).render(0.4);
     ASSERT_EQ(frame.size(), kHalf);
     ASSERT_EQ(frame.type(), CV_8UC3);
@@ -81,7 +81,7 @@ TEST(Renderer, FieldIsLitAndTheRestNearlyBlack) {
   const Rig rig(1);
   const cv::Mat frame = Renderer(makeScene(1, false), rig, kHalf).render(0.0);
   for (const bool isRight : {false, true}) {
-    const OmniModel m = rig.modelFor(isRight, kHalf);
+    const model::OmniModel m = rig.modelFor(isRight, kHalf);
     const cv::Mat eye = frame(cv::Rect(isRight ? 464 : 0, 0, 464, 400));
     double inside = 0.0;
     int insideCount = 0;

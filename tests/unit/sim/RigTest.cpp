@@ -8,7 +8,7 @@
 #include <opencv2/ccalib/omnidir.hpp>
 
 #include "sim/SimulatedCamera.hpp"
-#include "tests/support/TempFolder.hpp"
+#include "tests/support/TempDir.hpp"
 
 namespace stereo::sim {
 namespace {
@@ -104,7 +104,7 @@ TEST(Rig, ProjectRefusesWhatTheEyeDoesNotSee) {
 }
 
 TEST(Rig, CalibrationFileIsReadBackExactly) {
-  const test::TempFolder folder;
+  const stereo::test::TempDir folder;
   const Rig rig(9);
   for (const char* name : {"calibration.yml", "calibration.xml", "calibration.json"}) {
     const std::string path = folder / name;
@@ -125,7 +125,7 @@ TEST(Rig, CalibrationFileIsReadBackExactly) {
 }
 
 TEST(Rig, CalibrationFileIsWhatTheCameraItselfWrites) {
-  const test::TempFolder folder;
+  const stereo::test::TempDir folder;
   SimulatedCamera camera({.frameSize = {928, 400}, .seed = 4});
   camera.rig().saveCalibration(folder / "rig.yml", camera.getSerialNumber(), camera.getPosNumber(), {464, 400});
   ASSERT_TRUE(camera.saveCalibParams(folder / "camera.yml"));
@@ -139,7 +139,7 @@ TEST(Rig, CalibrationFileIsWhatTheCameraItselfWrites) {
 }
 
 TEST(Rig, UnwritableCalibrationThrows) {
-  const test::TempFolder folder;
+  const stereo::test::TempDir folder;
   EXPECT_THROW(Rig(1).saveCalibration(folder / "no/such/folder/calibration.yml"), std::runtime_error);
 }
 

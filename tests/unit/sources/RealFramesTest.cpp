@@ -13,7 +13,7 @@
 #include "sources/ReplayCamera.hpp"
 #include "tests/unit/sim/Matching.hpp"
 
-namespace stereo::sim {
+namespace stereo::sources {
 namespace {
 
 namespace fs = std::filesystem;
@@ -106,4 +106,4 @@ INSTANTIATE_TEST_SUITE_P(Scenes, Robot, testing::Values("vehicle.png", "room.png
                          });
 
 }  // namespace
-}  // namespace stereo::sim
+}  // namespace stereo::sources

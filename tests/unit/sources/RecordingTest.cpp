@@ -14,9 +14,9 @@
 
 #include "sources/ReplayCamera.hpp"
 #include "sources/ReplayCapture.hpp"
-#include "tests/support/TempFolder.hpp"
+#include "tests/support/TempDir.hpp"
 
-namespace stereo::sim {
+namespace stereo::sources {
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -69,7 +69,7 @@ protected:
     return numbers;
   }
 
-  const test::TempFolder m_folder;
+  const stereo::test::TempDir m_folder;
 };
 
 TEST_F(RecordingAt, IsWhereThereAreFrames) {
@@ -197,4 +197,4 @@ TEST_F(RecordingAt, CameraTakesTheRecordedRadius) {
 }
 
 }  // namespace
-}  // namespace stereo::sim
+}  // namespace stereo::sources

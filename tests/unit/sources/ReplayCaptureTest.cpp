@@ -12,9 +12,9 @@
 #include <gtest/gtest.h>
 #include <opencv2/imgcodecs.hpp>
 
-#include "tests/support/TempFolder.hpp"
+#include "tests/support/TempDir.hpp"
 
-namespace stereo::sim {
+namespace stereo::sources {
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -45,7 +45,7 @@ std::string messageOf(const std::function<void()>& action) {
 }
 
 TEST(ReplayCapture, OneImageLoopedOrOnce) {
-  const test::TempFolder folder;
+  const stereo::test::TempDir folder;
   write(folder / "a.png", plain(77));
   ReplayCapture looped({.path = folder / "a.png", .rate = 0});
   EXPECT_EQ(blues(looped, 4), (std::vector<int>{77, 77, 77, 77}));
@@ -58,7 +58,7 @@ TEST(ReplayCapture, OneImageLoopedOrOnce) {
 }
 
 TEST(ReplayCapture, FolderInTheOrderOfNames) {
-  const test::TempFolder folder;
+  const stereo::test::TempDir folder;
   // So many, and made in such an order, that no file system lists them sorted by chance.
   for (const int i : {3, 5, 10, 1, 8, 4, 2, 9, 6, 7}) {
     write(folder / ((i < 10 ? "frame-0" : "frame-") + std::to_string(i) + ".png"), plain(i));
@@ -71,7 +71,7 @@ TEST(ReplayCapture, FolderInTheOrderOfNames) {
 }
 
 TEST(ReplayCapture, ImagesThatCannotBeDecodedArePassedOver) {
-  const test::TempFolder folder;
+  const stereo::test::TempDir folder;
   const cv::Mat noise(200, 200, CV_8UC3);
   cv::randu(noise, 0, 255);
   write(folder / "b.png", noise);
@@ -83,7 +83,7 @@ TEST(ReplayCapture, ImagesThatCannotBeDecodedArePassedOver) {
 }
 
 TEST(ReplayCapture, FirstFrameMayBeDeliveredAheadOfTheRecording) {
-  const test::TempFolder folder;
+  const stereo::test::TempDir folder;
   write(folder / "a.png", plain(1));
   write(folder / "b.png", plain(2));
   ReplayCapture capture({.path = folder.path(), .rate = 0, .loop = false, .leadIn = 2});
@@ -91,7 +91,7 @@ TEST(ReplayCapture, FirstFrameMayBeDeliveredAheadOfTheRecording) {
 }
 
 TEST(ReplayCapture, SizesStayAsRecorded) {
-  const test::TempFolder folder;
+  const stereo::test::TempDir folder;
   write(folder / "a.png", plain(1, {64, 32}));
   write(folder / "b.png", plain(2, {50, 20}));
   ReplayCapture capture({.path = folder.path(), .rate = 0});
@@ -111,7 +111,7 @@ TEST(ReplayCapture, SizesStayAsRecorded) {
 }
 
 TEST(ReplayCapture, GreyBecomesColour) {
-  const test::TempFolder folder;
+  const stereo::test::TempDir folder;
   write(folder / "grey8.png", cv::Mat(8, 8, CV_8UC1, cv::Scalar(99)));
   write(folder / "grey16.png", cv::Mat(8, 8, CV_16UC1, cv::Scalar(99 * 257)));
   write(folder / "alpha.png", cv::Mat(8, 8, CV_8UC4, cv::Scalar(99, 99, 99, 255)));
@@ -125,7 +125,7 @@ TEST(ReplayCapture, GreyBecomesColour) {
 }
 
 TEST(ReplayCapture, VideoOnceOrLooped) {
-  const test::TempFolder folder;
+  const stereo::test::TempDir folder;
   const std::string path = folder / "clip.avi";
   {
     cv::VideoWriter writer(path, cv::CAP_OPENCV_MJPEG, cv::VideoWriter::fourcc('M', 'J', 'P', 'G'), 25, {64, 32});
@@ -151,7 +151,7 @@ TEST(ReplayCapture, VideoOnceOrLooped) {
 }
 
 TEST(ReplayCapture, UnreadablePathsThrowOneClearLine) {
-  const test::TempFolder folder;
+  const stereo::test::TempDir folder;
   writeText(folder / "text.png");
   std::filesystem::create_directory(folder / "empty");
   for (const char* name : {"missing.png", "text.png", "empty"}) {
@@ -165,7 +165,7 @@ TEST(ReplayCapture, UnreadablePathsThrowOneClearLine) {
 }
 
 TEST(ReplayCapture, PacedAlsoAfterTheEnd) {
-  const test::TempFolder folder;
+  const stereo::test::TempDir folder;
   write(folder / "a.png", plain(1));
   ReplayCapture capture({.path = folder / "a.png", .rate = 50, .loop = false});
   cv::Mat frame;
@@ -178,4 +178,4 @@ TEST(ReplayCapture, PacedAlsoAfterTheEnd) {
 }
 
 }  // namespace
-}  // namespace stereo::sim
+}  // namespace stereo::sources

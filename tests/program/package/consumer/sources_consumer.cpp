@@ -31,10 +31,10 @@ int main() {
   const cv::Mat seen = nextFrame(simulated);
   cv::imwrite("seen.png", seen);
 
-  stereo::sim::ReplayCamera::Options recording;
+  stereo::sources::ReplayCamera::Options recording;
   recording.path = "seen.png";
   recording.fisheyeRadius = simulated.fisheyeRadius();
-  stereo::sim::ReplayCamera replayed(recording);
+  stereo::sources::ReplayCamera replayed(recording);
   const cv::Mat replay = nextFrame(replayed);
 
   const bool works = seen.size() == cv::Size(928, 400) && replay.size() == seen.size() &&

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "apps/stereo-camera/record/Recorder.hpp"
+#include "apps/stereo-camera/observe/RecordingCamera.hpp"
 
 #include <limits>
 
@@ -8,8 +8,6 @@
 
 #include <opencv2/imgcodecs.hpp>
 
-#include "apps/stereo-camera/camera/RecordingCamera.hpp"
-#include "apps/stereo-camera/process/Failure.hpp"
 #include "sources/Recording.hpp"
 #include "sources/ReplayCamera.hpp"
 #include "sources/ReplayCapture.hpp"
@@ -18,7 +16,9 @@
 
 using namespace stereo::app;
 using std::chrono::microseconds;
-using stereo::sim::ReplayCapture;
+using stereo::sources::Recorder;
+using stereo::sources::RecordingError;
+using stereo::sources::ReplayCapture;
 using testing::HasSubstr;
 
 namespace {
@@ -41,8 +41,7 @@ protected:
   static std::string failureOf(const std::function<void()>& action) {
     try {
       action();
-    } catch (const Failure& failure) {
-      EXPECT_EQ(failure.code(), ExitCode::output);
+    } catch (const RecordingError& failure) {
       return failure.what();
     }
     return {};
@@ -195,8 +194,8 @@ TEST_F(RecorderTest, RecordsWhatACameraPublishes) {
   Recorder recorder(roomy);
   std::vector<std::int64_t> stamps;
   {
-    RecordingCamera<stereo::sim::ReplayCamera> camera(
-        recorder, stereo::sim::ReplayCamera::Options{.path = m_folder.path("frames"), .rate = 200});
+    RecordingCamera<stereo::sources::ReplayCamera> camera(
+        recorder, stereo::sources::ReplayCamera::Options{.path = m_folder.path("frames"), .rate = 200});
     ASSERT_TRUE(camera.startCapture(false, false));
     for (int i = 0; i < 20; ++i) {
       cv::Mat left;
@@ -209,7 +208,7 @@ TEST_F(RecorderTest, RecordsWhatACameraPublishes) {
   }
   recorder.finish();
   ASSERT_EQ(recorder.counts().dropped, 0U);
-  const stereo::sim::Recording recording = stereo::sim::Recording::open(m_folder.path());
+  const stereo::sources::Recording recording = stereo::sources::Recording::open(m_folder.path());
   EXPECT_EQ(recording.stamps.size(), recorder.counts().written);
   EXPECT_THAT(recording.stamps, testing::IsSupersetOf(stamps));
   // Ten warm the camera up; from then on each is there, in turn.

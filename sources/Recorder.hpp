@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Writes a recording: frames and timestamps, on a thread of its own.
 #pragma once
 
 #include <chrono>
@@ -18,9 +19,11 @@
 #include <opencv2/core.hpp>
 #include <opencv2/videoio.hpp>
 
-namespace stereo::app {
+#include "sources/Recording.hpp"
 
-/// Writes raw frames with their stamps into the folder of a `sim::Recording`, on a thread of its own.
+namespace stereo::sources {
+
+/// Writes raw frames with their stamps into the folder of a `Recording`, on a thread of its own.
 ///
 /// Whoever delivers frames never waits for the disk: a frame for which there is no room in the queue is left out and
 /// counted.
@@ -35,14 +38,9 @@ public:
     std::uintmax_t spare = 256'000'000;  ///< bytes that are left free on the disk
   };
 
-  /// What became of the frames that were published.
-  struct Counts {
-    std::uint64_t written = 0;
-    std::uint64_t dropped = 0;  ///< no room in the queue
-    std::uint64_t unfit = 0;    ///< of another size or type than the first
-  };
+  using Counts = Recording::Counts;
 
-  /// Throws Failure (output) if the folder holds a file of a recording, cannot be written into or has no room.
+  /// Throws RecordingError if the folder holds a file of a recording, cannot be written into or has no room.
   explicit Recorder(Options options);
   /// Ends as `finish` does, but says nothing of what could not be written. Where no frame came, its file of stamps
   /// goes.
@@ -67,7 +65,7 @@ public:
   cv::Size frameSize() const;
   /// Of the frames written so far, as far as they have reached the file.
   std::uintmax_t bytes() const;
-  /// Writes what still waits and closes the files. No frame may come any more. Throws Failure (output) if something
+  /// Writes what still waits and closes the files. No frame may come any more. Throws RecordingError if something
   /// could not be written: what was until then is there to be replayed. Once.
   void finish();
 
@@ -105,4 +103,4 @@ private:
   std::thread m_thread;
 };
 
-}  // namespace stereo::app
+}  // namespace stereo::sources

@@ -1,20 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "apps/stereo-camera/record/Recorder.hpp"
+#include "sources/Recorder.hpp"
 
 #include <utility>
 
-#include "apps/stereo-camera/process/Failure.hpp"
-#include "sources/Recording.hpp"
-
-namespace stereo::app {
+namespace stereo::sources {
 
 namespace {
 
 namespace fs = std::filesystem;
-using sim::Recording;
 
-Failure cannotWrite(const fs::path& path, const std::string& reason) {
-  return {ExitCode::output, "cannot write " + path.string() + ": " + reason};
+RecordingError cannotWrite(const fs::path& path, const std::string& reason) {
+  return RecordingError("cannot write " + path.string() + ": " + reason);
 }
 
 // Both keep blue, green and red to the bit with OpenCV's writer; the first is several times as fast, the second's files
@@ -27,14 +23,14 @@ int fourccOf(const std::string& codec) {
 
 Recorder::Recorder(Options options) : m_options(std::move(options)) {
   if (Recording::isAt(m_options.folder)) {
-    throw Failure(ExitCode::output, "there is a recording in " + m_options.folder.string() +
-                                        " already: choose another folder (--output), or remove it");
+    throw RecordingError("there is a recording in " + m_options.folder.string() +
+                         " already: choose another folder (--output), or remove it");
   }
   for (const char* name : Recording::files) {
     std::error_code ignored;
     if (fs::exists(m_options.folder / name, ignored)) {
-      throw Failure(ExitCode::output, "there is a " + std::string(name) + " in " + m_options.folder.string() +
-                                          " that a recording would replace: choose another folder (--output)");
+      throw RecordingError("there is a " + std::string(name) + " in " + m_options.folder.string() +
+                           " that a recording would replace: choose another folder (--output)");
     }
   }
   requireRoom();
@@ -231,4 +227,4 @@ void Recorder::close() {
   }
 }
 
-}  // namespace stereo::app
+}  // namespace stereo::sources

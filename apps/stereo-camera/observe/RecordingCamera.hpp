@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Hands what a camera publishes to a recorder.
 #pragma once
 
 #include <chrono>
@@ -6,10 +7,8 @@
 #include <memory>
 #include <utility>
 
-#include "StereoCamera.hpp"
-#include "apps/stereo-camera/camera/InEffect.hpp"
 #include "apps/stereo-camera/observe/WrappedDevice.hpp"
-#include "apps/stereo-camera/record/Recorder.hpp"
+#include "sources/Recorder.hpp"
 
 namespace stereo::app {
 
@@ -18,7 +17,7 @@ class RecordedCapture final : public WrappedDevice {
 public:
   /// `newestStamp` tells the stamp of the raw frame that was published last. It is called by the reading thread before
   /// each read, and so tells what became of the frame before. The recorder outlives this object.
-  RecordedCapture(std::unique_ptr<cv::VideoCapture> wrapped, Recorder& recorder,
+  RecordedCapture(std::unique_ptr<cv::VideoCapture> wrapped, sources::Recorder& recorder,
                   std::function<std::chrono::microseconds()> newestStamp)
       : WrappedDevice(std::move(wrapped)), m_recorder(recorder), m_newestStamp(std::move(newestStamp)) {}
 
@@ -32,17 +31,18 @@ public:
   }
 
 private:
-  Recorder& m_recorder;
+  sources::Recorder& m_recorder;
   const std::function<std::chrono::microseconds()> m_newestStamp;
 };
 
-/// A camera whose published frames are recorded as its device delivered them, with the stamps that it gave them.
+/// A `model::HostCamera` whose published frames are recorded as its device delivered them, with the stamps that it gave
+/// them.
 template <typename Camera>
-class RecordingCamera final : public Camera, public TellsSettings {
+class RecordingCamera final : public Camera {
 public:
   /// The recorder outlives the camera; the other arguments are the camera's own.
   template <typename... Arguments>
-  explicit RecordingCamera(Recorder& recorder, Arguments&&... arguments)
+  explicit RecordingCamera(sources::Recorder& recorder, Arguments&&... arguments)
       : Camera(std::forward<Arguments>(arguments)...), m_recorder(recorder) {
     if (this->m_videoCapture != nullptr) {
       std::unique_ptr<cv::VideoCapture> device(std::exchange(this->m_videoCapture, nullptr));
@@ -53,13 +53,7 @@ public:
   }
 
   ~RecordingCamera() override {
-    // The workers call virtual operations, which must not change under them.
-    if constexpr (requires { this->stopWorkers(); }) {
-      this->stopWorkers();
-    } else {
-      this->stopStereoCompute();
-      this->stopCapture();
-    }
+    this->stopWorkers();  // they call virtual operations, which must not change under them
   }
 
   /// The last frame has no read after it that would tell what became of it.
@@ -69,24 +63,8 @@ public:
     return stopped;
   }
 
-  SettingsInEffect settingsInEffect() const override {
-    return {.logLevel = this->m_logLevel,
-            .deviceNode = this->m_deviceNode,
-            .frameSize = this->m_rawFrameSize,
-            .rectifiedSize = this->m_rectFrameSize,
-            .frameRate = static_cast<int>(this->m_frameRate),
-            .threshold = this->m_threshold,
-            .algorithm = this->m_algorithm,
-            .ipLastSegment = this->m_ipLastSegment,
-            .hFov = this->m_hFov,
-            .transrate = this->m_transrate,
-            .transmode = this->m_transmode,
-            .depthmode = this->m_depthmode,
-            .fisheyeRadius = this->m_fisheyeRadius};
-  }
-
 private:
-  Recorder& m_recorder;
+  sources::Recorder& m_recorder;
 };
 
 }  // namespace stereo::app

@@ -1,0 +1,97 @@
+// SPDX-License-Identifier: Apache-2.0
+// The camera as host programs want it: what it works with can be asked, and its workers are stopped in order.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include <opencv2/core.hpp>
+#include <opencv2/videoio.hpp>
+
+#include "StereoCamera.hpp"
+
+namespace stereo::model {
+
+/// The settings that a camera works with, in the units of the settings file.
+struct CameraSettings {
+  int logLevel = 1;
+  int deviceNode = 0;
+  cv::Size frameSize;      ///< raw, side by side, pixels
+  cv::Size rectifiedSize;  ///< one eye, pixels
+  int frameRate = 30;
+  int threshold = 120;
+  int algorithm = 0;
+  int ipLastSegment = 15;
+  double hFov = 90.0;  ///< degrees
+  double transrate = 0.0;
+  int transmode = -1;
+  int depthmode = 1;
+  int fisheyeRadius = 0;  ///< raw pixels; no key of the settings file
+};
+
+/// A `StereoCamera` with setters for what a settings file would otherwise say, and with accessors.
+///
+/// Life and threads are those of `StereoCamera`. All operations belong to the host's thread unless they say otherwise.
+class HostCamera : public StereoCamera {
+public:
+  /// An index that no back end knows: the base class finds no device, and OpenCV has nothing to report.
+  static constexpr int kNoDevice = 9900;
+
+  /// On the video device /dev/video`deviceNode`. By default on none, to load and save files with.
+  explicit HostCamera(int deviceNode = kNoDevice) : StereoCamera(deviceNode) {}
+  /// On the video device that the settings file names.
+  explicit HostCamera(const std::string& settingsPath) : StereoCamera(settingsPath) {}
+
+  // Setters: before `startCapture`.
+
+  /// 1: depth from the longitude-latitude pair, 2: from the perspective pair.
+  void setDepthMode(int mode) { m_depthmode = mode; }
+  /// 0: semi-global matching, 1: block matching, any other: none.
+  void setAlgorithm(int algorithm) { m_algorithm = algorithm; }
+  /// Horizontal field of the perspective view, degrees, above 0 and below 180.
+  void setHorizontalField(double degrees) { m_hFov = degrees; }
+  /// Range of the longitude-latitude view, degrees.
+  void setLonLatField(double degrees) { m_lonLatFov = degrees; }
+  /// Limits of depth, meters.
+  void setDepthLimits(float nearest, float farthest);
+  /// Largest distance from the principal point in the clouds, rectified pixels.
+  void setCloudRadius(int pixels) { m_threshold = pixels; }
+  /// What the network stream shows (-1 nothing, 0 to 4), the rate told to the encoder and the receiver's last octet.
+  void setStream(int mode, double rate, int lastOctet);
+
+  int depthMode() const { return m_depthmode; }
+  int algorithm() const { return m_algorithm; }
+  double horizontalField() const { return m_hFov; }
+  double lonLatField() const { return m_lonLatFov; }
+  float nearLimit() const { return m_minDepth; }
+  float farLimit() const { return m_maxDepth; }
+  int cloudRadius() const { return m_threshold; }
+  cv::Size rectFrameSize() const { return m_rectFrameSize; }
+  int fisheyeRadius() const { return m_fisheyeRadius; }
+  CameraSettings settings() const;
+
+  /// Whether the stream that was asked for could be opened. Once a first frame was read: the worker opens it before.
+  bool streamOpened() const { return m_videoWriter.isOpened(); }
+
+  /// The latest disparity (CV_32FC1, pixels; empty before the first one) with the view that came with it; copies. Any
+  /// thread, except one that holds the disparity's mutex.
+  TimeFrame latestDisparity();
+
+  /// How far something has come: `done` of `all` steps. It may throw, which ends what reports to it.
+  using Progress = std::function<void(std::size_t done, std::size_t all)>;
+  /// Does ahead what would hold up the first frames. Before `startCapture`.
+  virtual void prepare(const Progress& /*progress*/) {}
+  /// Whether the source has delivered its last frame. False where there is no last one. Any thread.
+  virtual bool isOver() const { return false; }
+  /// Frames so far that the source could not decode and left out. Any thread.
+  virtual std::uint64_t skippedFrames() const { return 0; }
+
+protected:
+  /// Ends both workers. The most derived destructor calls it first: the workers call virtual operations, which must not
+  /// change under them.
+  void stopWorkers();
+};
+
+}  // namespace stereo::model
