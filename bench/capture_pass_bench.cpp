@@ -3,9 +3,9 @@
 // alone.
 #include <benchmark/benchmark.h>
 
-#include "bench/baseline/CapturePass.hpp"
+#include "bench/baseline/PlainCapturePass.hpp"
 #include "bench/support/Inputs.hpp"
-#include "bench/support/LibraryPasses.hpp"
+#include "bench/support/PreparedCamera.hpp"
 
 namespace {
 

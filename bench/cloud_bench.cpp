@@ -4,9 +4,9 @@
 #include <benchmark/benchmark.h>
 #include <opencv2/calib3d.hpp>
 
-#include "bench/baseline/Cloud.hpp"
+#include "bench/baseline/PlainCloud.hpp"
 #include "bench/support/Inputs.hpp"
-#include "bench/support/LibraryPasses.hpp"
+#include "bench/support/PreparedCamera.hpp"
 
 namespace {
 

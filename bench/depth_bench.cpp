@@ -3,9 +3,9 @@
 #include <benchmark/benchmark.h>
 #include <opencv2/calib3d.hpp>
 
-#include "bench/baseline/Depth.hpp"
+#include "bench/baseline/PlainDepth.hpp"
 #include "bench/support/Inputs.hpp"
-#include "bench/support/LibraryPasses.hpp"
+#include "bench/support/PreparedCamera.hpp"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <benchmark/benchmark.h>
 
 #include "StereoCamera.hpp"
-#include "bench/baseline/FisheyeMask.hpp"
+#include "bench/baseline/PlainFisheyeMask.hpp"
 #include "bench/support/Inputs.hpp"
 
 namespace {

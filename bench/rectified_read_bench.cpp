@@ -5,7 +5,7 @@
 
 #include "StereoCamera.hpp"
 #include "bench/support/Inputs.hpp"
-#include "bench/support/LibraryPasses.hpp"
+#include "bench/support/PreparedCamera.hpp"
 
 namespace {
 

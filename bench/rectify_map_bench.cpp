@@ -4,7 +4,7 @@
 #include <opencv2/ccalib/omnidir.hpp>
 
 #include "StereoCamera.hpp"
-#include "bench/baseline/RectifyMap.hpp"
+#include "bench/baseline/PlainRectifyMap.hpp"
 #include "bench/support/Inputs.hpp"
 
 namespace {

@@ -8,7 +8,7 @@
 #include "python/Module.hpp"
 #include "python/Results.hpp"
 #include "python/Source.hpp"
-#include "src/StereoCameraCommon/Relaxed.hpp"
+#include "src/StereoCameraCommon/RelaxedAccess.hpp"
 
 namespace stereo::python {
 

@@ -5,11 +5,11 @@
 
 #include <opencv2/calib3d.hpp>
 
-#include "bench/baseline/Cloud.hpp"
 #include "bench/baseline/Difference.hpp"
+#include "bench/baseline/PlainCloud.hpp"
 #include "bench/compare/Unit.hpp"
 #include "bench/support/Inputs.hpp"
-#include "bench/support/LibraryPasses.hpp"
+#include "bench/support/PreparedCamera.hpp"
 
 namespace stereo::compare {
 

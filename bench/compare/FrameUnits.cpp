@@ -4,12 +4,12 @@
 
 #include <opencv2/imgproc.hpp>
 
-#include "bench/baseline/CapturePass.hpp"
 #include "bench/baseline/Difference.hpp"
-#include "bench/baseline/RectifyMap.hpp"
+#include "bench/baseline/PlainCapturePass.hpp"
+#include "bench/baseline/PlainRectifyMap.hpp"
 #include "bench/compare/Unit.hpp"
 #include "bench/support/Inputs.hpp"
-#include "bench/support/LibraryPasses.hpp"
+#include "bench/support/PreparedCamera.hpp"
 
 namespace stereo::compare {
 

@@ -8,7 +8,7 @@
 
 #include "StereoCamera.hpp"
 #include "bench/baseline/Difference.hpp"
-#include "bench/baseline/RectifyMap.hpp"
+#include "bench/baseline/PlainRectifyMap.hpp"
 #include "bench/compare/Unit.hpp"
 #include "bench/support/Inputs.hpp"
 

@@ -7,7 +7,7 @@
 
 #include "StereoCamera.hpp"
 #include "bench/baseline/Difference.hpp"
-#include "bench/baseline/FisheyeMask.hpp"
+#include "bench/baseline/PlainFisheyeMask.hpp"
 #include "bench/compare/Unit.hpp"
 #include "bench/support/Inputs.hpp"
 

@@ -7,7 +7,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "bench/compare/Report.hpp"
+#include "bench/compare/ResultOutput.hpp"
 #include "bench/compare/Unit.hpp"
 #include "src/core/InstructionSet.hpp"
 

@@ -6,8 +6,8 @@
 #include <opencv2/calib3d.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include "bench/baseline/Depth.hpp"
-#include "bench/baseline/FisheyeMask.hpp"
+#include "bench/baseline/PlainDepth.hpp"
+#include "bench/baseline/PlainFisheyeMask.hpp"
 #include "src/core/RectifyMap.hpp"
 
 namespace stereo::bench {

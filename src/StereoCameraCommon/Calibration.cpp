@@ -4,8 +4,8 @@
 #include <new>
 
 #include "StereoCamera.hpp"
-#include "src/StereoCameraCommon/Relaxed.hpp"
-#include "src/StereoCameraCommon/Report.hpp"
+#include "src/StereoCameraCommon/LogReports.hpp"
+#include "src/StereoCameraCommon/RelaxedAccess.hpp"
 #include "src/StereoCameraCommon/Storage.hpp"
 #include "src/core/Numbers.hpp"
 

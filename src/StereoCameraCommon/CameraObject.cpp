@@ -6,8 +6,8 @@
 #include "StereoCamera.hpp"
 #include "SystemLog.hpp"
 #include "src/StereoCameraCommon/Internals.hpp"
-#include "src/StereoCameraCommon/Relaxed.hpp"
-#include "src/StereoCameraCommon/Report.hpp"
+#include "src/StereoCameraCommon/LogReports.hpp"
+#include "src/StereoCameraCommon/RelaxedAccess.hpp"
 
 using stereo::relaxed;
 using stereo::setRelaxed;

@@ -10,9 +10,9 @@
 
 #include "StereoCamera.hpp"
 #include "src/StereoCameraCommon/Internals.hpp"
-#include "src/StereoCameraCommon/Relaxed.hpp"
-#include "src/StereoCameraCommon/Report.hpp"
-#include "src/core/EyePair.hpp"
+#include "src/StereoCameraCommon/LogReports.hpp"
+#include "src/StereoCameraCommon/RelaxedAccess.hpp"
+#include "src/core/CapturePass.hpp"
 #include "src/core/Numbers.hpp"
 #include "src/core/RectifyMap.hpp"
 #include "src/system/ImageMemory.hpp"

@@ -9,8 +9,8 @@
 #include "StereoCamera.hpp"
 #include "src/StereoCameraCommon/CallingThread.hpp"
 #include "src/StereoCameraCommon/Internals.hpp"
-#include "src/StereoCameraCommon/Relaxed.hpp"
-#include "src/StereoCameraCommon/Report.hpp"
+#include "src/StereoCameraCommon/LogReports.hpp"
+#include "src/StereoCameraCommon/RelaxedAccess.hpp"
 #include "src/system/ImageMemory.hpp"
 
 using stereo::relaxed;

@@ -4,7 +4,7 @@
 #include "StereoCamera.hpp"
 #include "src/StereoCameraCommon/CallingThread.hpp"
 #include "src/StereoCameraCommon/Internals.hpp"
-#include "src/StereoCameraCommon/Relaxed.hpp"
+#include "src/StereoCameraCommon/RelaxedAccess.hpp"
 #include "src/core/SoleOwner.hpp"
 #include "src/system/ImageMemory.hpp"
 

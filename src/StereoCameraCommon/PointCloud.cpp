@@ -7,7 +7,7 @@
 #include "StereoCamera.hpp"
 #include "src/StereoCameraCommon/CallingThread.hpp"
 #include "src/StereoCameraCommon/Internals.hpp"
-#include "src/StereoCameraCommon/Relaxed.hpp"
+#include "src/StereoCameraCommon/RelaxedAccess.hpp"
 #include "src/core/Cloud.hpp"
 #include "src/core/Depth.hpp"
 #include "src/core/Numbers.hpp"

@@ -9,7 +9,7 @@
 #include <opencv2/core/persistence.hpp>
 
 #include "StereoCamera.hpp"
-#include "src/StereoCameraCommon/Relaxed.hpp"
+#include "src/StereoCameraCommon/RelaxedAccess.hpp"
 #include "src/StereoCameraCommon/Storage.hpp"
 #include "src/core/Numbers.hpp"
 

@@ -5,7 +5,7 @@
 
 #include "StereoCamera.hpp"
 #include "src/StereoCameraCommon/Internals.hpp"
-#include "src/StereoCameraCommon/Relaxed.hpp"
+#include "src/StereoCameraCommon/RelaxedAccess.hpp"
 #include "src/core/Numbers.hpp"
 
 using stereo::relaxed;

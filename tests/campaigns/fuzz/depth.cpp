@@ -9,11 +9,11 @@
 #include <pthread.h>
 #include <opencv2/highgui.hpp>
 
-#include "bench/baseline/Cloud.hpp"
-#include "bench/baseline/Depth.hpp"
 #include "bench/baseline/Difference.hpp"
-#include "tests/campaigns/fuzz/Input.hpp"
-#include "tests/campaigns/fuzz/Target.hpp"
+#include "bench/baseline/PlainCloud.hpp"
+#include "bench/baseline/PlainDepth.hpp"
+#include "tests/fuzz/Input.hpp"
+#include "tests/fuzz/Target.hpp"
 #include "tests/support/TestCamera.hpp"
 
 // In the places of the libraries': while an input is tried every wait ends at once, as if the worker had just

@@ -8,10 +8,10 @@
 #include <opencv2/calib3d.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include "bench/baseline/Cloud.hpp"
-#include "bench/baseline/Depth.hpp"
-#include "bench/baseline/FisheyeMask.hpp"
-#include "bench/baseline/RectifyMap.hpp"
+#include "bench/baseline/PlainCloud.hpp"
+#include "bench/baseline/PlainDepth.hpp"
+#include "bench/baseline/PlainFisheyeMask.hpp"
+#include "bench/baseline/PlainRectifyMap.hpp"
 #include "sim/Renderer.hpp"
 #include "sim/Scene.hpp"
 #include "src/core/RectifyMap.hpp"

@@ -3,12 +3,12 @@
 #include <gtest/gtest.h>
 #include <opencv2/core.hpp>
 
-#include "bench/baseline/CapturePass.hpp"
-#include "bench/baseline/Cloud.hpp"
-#include "bench/baseline/Depth.hpp"
-#include "bench/baseline/FisheyeMask.hpp"
 #include "bench/baseline/MatRowMul.hpp"
-#include "bench/baseline/RectifyMap.hpp"
+#include "bench/baseline/PlainCapturePass.hpp"
+#include "bench/baseline/PlainCloud.hpp"
+#include "bench/baseline/PlainDepth.hpp"
+#include "bench/baseline/PlainFisheyeMask.hpp"
+#include "bench/baseline/PlainRectifyMap.hpp"
 
 using namespace stereo;
 

@@ -3,7 +3,7 @@
 #include <cmath>
 #include <sstream>
 
-#include "bench/baseline/Cloud.hpp"
+#include "bench/baseline/PlainCloud.hpp"
 #include "src/core/Cloud.hpp"
 #include "tests/unit/core/FastPaths.hpp"
 

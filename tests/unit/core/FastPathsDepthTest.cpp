@@ -4,7 +4,7 @@
 #include <cmath>
 #include <sstream>
 
-#include "bench/baseline/Depth.hpp"
+#include "bench/baseline/PlainDepth.hpp"
 #include "src/core/Depth.hpp"
 #include "tests/unit/core/FastPaths.hpp"
 

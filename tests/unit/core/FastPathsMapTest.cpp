@@ -3,8 +3,8 @@
 #include <opencv2/calib3d.hpp>
 
 #include "StereoCamera.hpp"
-#include "bench/baseline/RectifyMap.hpp"
-#include "tests/unit/core/FastPaths.hpp"
+#include "bench/baseline/PlainRectifyMap.hpp"
+#include "tests/core/FastPaths.hpp"
 
 using namespace stereo::test;
 namespace baseline = stereo::baseline;

@@ -3,10 +3,10 @@
 #include <cmath>
 
 #include "StereoCamera.hpp"
-#include "bench/baseline/CapturePass.hpp"
-#include "bench/baseline/FisheyeMask.hpp"
-#include "src/core/EyePair.hpp"
-#include "tests/unit/core/FastPaths.hpp"
+#include "bench/baseline/PlainCapturePass.hpp"
+#include "bench/baseline/PlainFisheyeMask.hpp"
+#include "src/core/CapturePass.hpp"
+#include "tests/core/FastPaths.hpp"
 
 using namespace stereo::test;
 namespace baseline = stereo::baseline;

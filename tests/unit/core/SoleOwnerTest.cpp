@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "src/core/EyePair.hpp"
+#include "src/core/CapturePass.hpp"
 #include "tests/support/TestCamera.hpp"
 
 using stereo::core::copyInto;

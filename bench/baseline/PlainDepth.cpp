@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "bench/baseline/Depth.hpp"
+#include "bench/baseline/PlainDepth.hpp"
 
 #include <cmath>
 

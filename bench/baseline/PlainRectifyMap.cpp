@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "bench/baseline/RectifyMap.hpp"
+#include "bench/baseline/PlainRectifyMap.hpp"
 
 #include <cmath>
 

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "bench/support/LibraryPasses.hpp"
+#include "bench/support/PreparedCamera.hpp"
 
 #include <algorithm>
 #include <cstddef>
 
 #include "bench/support/Inputs.hpp"
-#include "src/core/EyePair.hpp"
+#include "src/core/CapturePass.hpp"
 
 namespace stereo::bench {
 

@@ -6,7 +6,7 @@
 #include <ostream>
 
 #include "bench/compare/AllocationCount.hpp"
-#include "bench/compare/Report.hpp"
+#include "bench/compare/ResultOutput.hpp"
 
 namespace stereo::compare {
 

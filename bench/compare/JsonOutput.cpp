@@ -4,7 +4,7 @@
 #include <ostream>
 
 #include "bench/compare/AllocationCount.hpp"
-#include "bench/compare/Report.hpp"
+#include "bench/compare/ResultOutput.hpp"
 
 namespace stereo::compare {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "bench/baseline/Cloud.hpp"
+#include "bench/baseline/PlainCloud.hpp"
 
 #include <cmath>
 #include <cstddef>

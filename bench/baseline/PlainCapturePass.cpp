@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "bench/baseline/CapturePass.hpp"
+#include "bench/baseline/PlainCapturePass.hpp"
 
-#include "bench/baseline/FisheyeMask.hpp"
+#include "bench/baseline/PlainFisheyeMask.hpp"
 
 namespace stereo::baseline {
 

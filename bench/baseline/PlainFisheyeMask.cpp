@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "bench/baseline/FisheyeMask.hpp"
+#include "bench/baseline/PlainFisheyeMask.hpp"
 
 #include <cmath>
 #include <cstdint>

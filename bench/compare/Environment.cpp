@@ -5,7 +5,7 @@
 #include <opencv2/core.hpp>
 #include <opencv2/core/utility.hpp>
 
-#include "bench/compare/Report.hpp"
+#include "bench/compare/ResultOutput.hpp"
 
 namespace stereo::compare {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "src/StereoCameraCommon/Report.hpp"
+#include "src/StereoCameraCommon/LogReports.hpp"
 
 #include <iostream>
 
