@@ -4,9 +4,10 @@
 #include <benchmark/benchmark.h>
 #include <opencv2/calib3d.hpp>
 
+#include "StereoCamera.hpp"
 #include "bench/baseline/PlainCloud.hpp"
 #include "bench/support/Inputs.hpp"
-#include "bench/support/PreparedCamera.hpp"
+#include "src/core/AppendCloud.hpp"
 
 namespace {
 
@@ -62,9 +63,9 @@ void sizes(benchmark::internal::Benchmark* bench) {
 }
 
 BENCHMARK_CAPTURE(plain, scalar, stereo::baseline::plainCloud)->Apply(views);
-BENCHMARK_CAPTURE(plain, library, stereo::bench::plainCloud)->Apply(views);
+BENCHMARK_CAPTURE(plain, library, stereo::core::appendPlainCloud)->Apply(views);
 BENCHMARK_CAPTURE(coloured, scalar, stereo::baseline::colouredCloud)->Apply(views);
-BENCHMARK_CAPTURE(coloured, library, stereo::bench::colouredCloud)->Apply(views);
+BENCHMARK_CAPTURE(coloured, library, stereo::core::appendColoredCloud<PCL>)->Apply(views);
 BENCHMARK(wholeImageByPeer)->Apply(sizes);
 
 }  // namespace

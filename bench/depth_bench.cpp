@@ -5,7 +5,7 @@
 
 #include "bench/baseline/PlainDepth.hpp"
 #include "bench/support/Inputs.hpp"
-#include "bench/support/PreparedCamera.hpp"
+#include "src/core/Depth.hpp"
 
 namespace {
 
@@ -31,12 +31,11 @@ void metricPlain(benchmark::State& state) {
 }
 
 void metricLibrary(benchmark::State& state) {
-  cv::Mat disparity = matchedDisparity(sizeOf(state), 1);
-  stereo::bench::PreparedCamera camera;
-  camera.setDepth(sizeOf(state), modeOf(state));
+  const cv::Mat disparity = matchedDisparity(sizeOf(state), 1);
+  const auto model = depthModel(sizeOf(state), modeOf(state));
   cv::Mat depth;
   for (auto _ : state) {
-    camera.getDepthFrame(disparity, depth);
+    stereo::core::writeMetricDepth(disparity, model, depth);
     benchmark::DoNotOptimize(depth.data);
   }
 }
@@ -64,10 +63,10 @@ void colouredPlain(benchmark::State& state) {
 void colouredLibrary(benchmark::State& state) {
   const cv::Mat disparity = matchedDisparity(sizeOf(state), 1);
   const auto model = depthModel(sizeOf(state), modeOf(state));
-  stereo::bench::ColouredDepth pass;
+  cv::Mat depths;
   cv::Mat picture;
   for (auto _ : state) {
-    pass.run(disparity, model, picture);
+    stereo::core::writeDepthPicture(disparity, model, depths, picture);
     benchmark::DoNotOptimize(picture.data);
   }
 }

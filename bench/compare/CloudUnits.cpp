@@ -5,11 +5,12 @@
 
 #include <opencv2/calib3d.hpp>
 
+#include "StereoCamera.hpp"
 #include "bench/baseline/Difference.hpp"
 #include "bench/baseline/PlainCloud.hpp"
 #include "bench/compare/Unit.hpp"
 #include "bench/support/Inputs.hpp"
-#include "bench/support/PreparedCamera.hpp"
+#include "src/core/AppendCloud.hpp"
 
 namespace stereo::compare {
 
@@ -60,8 +61,9 @@ Unit cloudUnit(const char* form, cv::Size size, int mode, Sample<Point> scalar, 
 
 void addCloudUnits(std::vector<Unit>& units) {
   const auto add = [&units](cv::Size size, int mode, const Wanted& wanted) {
-    units.push_back(cloudUnit<cv::Vec3f>("plain", size, mode, baseline::plainCloud, bench::plainCloud, wanted));
-    units.push_back(cloudUnit<PCL>("coloured", size, mode, baseline::colouredCloud, bench::colouredCloud, wanted));
+    units.push_back(cloudUnit<cv::Vec3f>("plain", size, mode, baseline::plainCloud, core::appendPlainCloud, wanted));
+    units.push_back(
+        cloudUnit<PCL>("coloured", size, mode, baseline::colouredCloud, core::appendColoredCloud<PCL>, wanted));
   };
   add({464, 400}, bench::lonLatMode, {3, 0, 0});
   add({464, 400}, bench::perspectiveMode, {3, 5, 0});

@@ -9,7 +9,7 @@
 #include "bench/baseline/PlainDepth.hpp"
 #include "bench/compare/Unit.hpp"
 #include "bench/support/Inputs.hpp"
-#include "bench/support/PreparedCamera.hpp"
+#include "src/core/Depth.hpp"
 
 namespace stereo::compare {
 
@@ -19,16 +19,12 @@ struct Case {
   Case(cv::Size size, int mode)
       : disparity(bench::matchedDisparity(size, 1)),
         model(bench::depthModel(size, mode)),
-        Q(bench::reprojection(size)) {
-    camera.setDepth(size, mode);
-  }
+        Q(bench::reprojection(size)) {}
 
-  bench::PreparedCamera camera;
-  bench::ColouredDepth colour;
   cv::Mat disparity;
   core::DepthModel model;
   cv::Mat Q;
-  cv::Mat scalar, library, peer, metres, bytes;  // kept from call to call
+  cv::Mat scalar, library, depths, peer, metres, bytes;  // kept from call to call
 };
 
 std::string unitName(const char* what, cv::Size size, int mode) {
@@ -41,7 +37,7 @@ Unit metricUnit(cv::Size size, int mode, const Wanted& wanted) {
   Unit unit;
   unit.name = unitName("metric depth", size, mode);
   unit.scalar = [kept] { baseline::metricDepth(kept->disparity, kept->model, kept->scalar); };
-  unit.library = [kept] { kept->camera.getDepthFrame(kept->disparity, kept->library); };
+  unit.library = [kept] { core::writeMetricDepth(kept->disparity, kept->model, kept->library); };
   if (mode == bench::perspectiveMode) {
     unit.peer = [kept] { cv::reprojectImageTo3D(kept->disparity, kept->peer, kept->Q); };
     unit.peerName = "reprojectImageTo3D";
@@ -68,7 +64,7 @@ Unit colouredUnit(cv::Size size, int mode, const Wanted& wanted) {
   Unit unit;
   unit.name = unitName("coloured depth", size, mode);
   unit.scalar = [kept] { baseline::colouredDepth(kept->disparity, kept->model, kept->scalar); };
-  unit.library = [kept] { kept->colour.run(kept->disparity, kept->model, kept->library); };
+  unit.library = [kept] { core::writeDepthPicture(kept->disparity, kept->model, kept->depths, kept->library); };
   if (mode == bench::perspectiveMode) {
     unit.peer = [kept] { paintByTable(*kept); };
     unit.peerName = "divide, normalize, applyColorMap, flip";

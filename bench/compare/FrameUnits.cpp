@@ -10,6 +10,7 @@
 #include "bench/compare/Unit.hpp"
 #include "bench/support/Inputs.hpp"
 #include "bench/support/PreparedCamera.hpp"
+#include "src/core/CapturePass.hpp"
 
 namespace stereo::compare {
 
@@ -29,7 +30,7 @@ struct CaptureCase {
   cv::Mat frame = bench::picture({1856, 800}, 1);
   int radius = frame.cols / 4;
   baseline::CapturePass scalarPass;
-  bench::CapturePass libraryPass;
+  core::CapturePass libraryPass;
   Published scalar, library, halves, copies;
 
   void copyOnly() {
@@ -47,7 +48,8 @@ Unit captureUnit() {
   unit.name = "capture pass 1856x800";
   unit.scalar = [kept] { kept->scalarPass.run(kept->frame, kept->radius, kept->scalar.first, kept->scalar.second); };
   unit.library = [kept] {
-    kept->libraryPass.run(kept->frame, kept->radius, kept->library.first, kept->library.second);
+    kept->libraryPass.process(kept->frame, kept->radius);
+    kept->libraryPass.publish(kept->library.first, kept->library.second);
   };
   unit.floor = [kept] { kept->copyOnly(); };
   unit.floorName = "four copies into kept buffers";

@@ -198,30 +198,23 @@ void StereoCamera::captureWorker(float frameScale, stereo::DeviceReads& reads) {
     openStream();
   }
 
-  // Buffers of this worker alone; they keep their memory from pass to pass, which then allocates nothing.
-  cv::Mat first;
-  cv::Mat second;
+  stereo::core::CapturePass pass;
   while (m_isOpened) {
     const auto start = static_cast<double>(cv::getTickCount());
     const cv::Mat frame = readFrame();
     if (frame.empty()) {
       continue;
     }
-    stereo::core::splitEyes(frame, first, second);
-    if (frame.type() == CV_8UC3) {
-      // The mask is defined on BGR pixels; a device set up to deliver anything else is passed on as it is.
-      convertRawFisheyeImage(relaxed(m_fisheyeRadius), first, second);
-    }
+    pass.process(frame, relaxed(m_fisheyeRadius));
     if (m_useShareMemory) {
       const std::lock_guard lock(m_internals->segmentMutex);
-      segment->offer(first, static_cast<std::size_t>(frame.rows) * static_cast<std::size_t>(frame.cols >> 1) * 3);
+      segment->offer(pass.left(), static_cast<std::size_t>(frame.rows) * static_cast<std::size_t>(frame.cols >> 1) * 3);
     }
     const auto duration = static_cast<float>(static_cast<double>(cv::getTickCount()) - start);
     m_frameRate = static_cast<float>(cv::getTickFrequency() / duration);
 
     const std::lock_guard lock(m_frameMutex);
-    stereo::core::publishCopy(first, m_rawFrame.first);
-    stereo::core::publishCopy(second, m_rawFrame.second);
+    pass.publish(m_rawFrame.first, m_rawFrame.second);
     const std::chrono::microseconds stamp = systemTime();
     setRelaxed(m_rawFrame.timestamp, stamp);
     m_internals->ownStamp = stamp;

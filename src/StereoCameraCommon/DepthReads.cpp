@@ -5,7 +5,6 @@
 #include "src/StereoCameraCommon/Internals.hpp"
 #include "src/StereoCameraCommon/RelaxedAccess.hpp"
 #include "src/core/Numbers.hpp"
-#include "src/core/SoleOwner.hpp"
 #include "src/system/ImageMemory.hpp"
 
 using stereo::relaxed;
@@ -30,15 +29,7 @@ cv::Mat StereoCamera::rectCameraMatrix() const {
 }
 
 void StereoCamera::getDepthFrame(cv::Mat& disparity, cv::Mat& depth) {
-  const stereo::core::DepthModel model = depthModel();
-  if (&disparity == &depth || stereo::core::overlap(disparity, depth)) {
-    // A caller who wants the depth in place of the disparity, or of a part of it.
-    cv::Mat metric;
-    stereo::core::metricDepth(disparity, model, metric);
-    depth = metric;
-    return;
-  }
-  stereo::core::writeInto(depth, [&](cv::Mat& out) { stereo::core::metricDepth(disparity, model, out); });
+  stereo::core::writeMetricDepth(disparity, depthModel(), depth);
 }
 
 bool StereoCamera::getDepthFrame(cv::Mat& depth, bool /*color*/, std::chrono::microseconds& timestamp) {
@@ -64,8 +55,7 @@ bool StereoCamera::getDepthFrame(cv::Mat& depth, bool /*color*/, std::chrono::mi
   }
   const stereo::core::DepthModel model = depthModel();
   cv::Mat depths = stereo::sys::recycledImage();
-  const stereo::core::DepthRange range = stereo::core::measureDepths(disparity, model, depths);
-  stereo::core::writeInto(depth, [&](cv::Mat& out) { stereo::core::paintDepths(depths, range, out); });
+  stereo::core::writeDepthPicture(disparity, model, depths, depth);
   if (m_useTransmit && relaxed(m_transmode) == 4 && model.mode == 2) {
     cv::Mat view;
     {

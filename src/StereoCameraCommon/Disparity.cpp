@@ -1,16 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <memory>
 #include <utility>
 
 #include <unistd.h>
-
-#include <opencv2/calib3d.hpp>
-#include <opencv2/imgproc.hpp>
 
 #include "StereoCamera.hpp"
 #include "src/StereoCameraCommon/CallingThread.hpp"
 #include "src/StereoCameraCommon/Internals.hpp"
 #include "src/StereoCameraCommon/LogReports.hpp"
 #include "src/StereoCameraCommon/RelaxedAccess.hpp"
+#include "src/core/Matcher.hpp"
 #include "src/system/ImageMemory.hpp"
 
 using stereo::relaxed;
@@ -23,28 +22,6 @@ namespace {
 
 constexpr useconds_t startPause = 5'000;        // microseconds
 constexpr useconds_t publicationPause = 1'000;  // microseconds
-constexpr int numDisparities = 32;
-constexpr int blockSize = 9;
-constexpr double pixelsPerStep = 0.0625;  // the matchers count in sixteenths of a pixel
-
-cv::Ptr<cv::StereoSGBM> makeSemiGlobalMatcher() {
-  const int channels = 3;
-  const int P1 = 8 * channels * blockSize * blockSize;
-  const int P2 = 32 * channels * blockSize * blockSize;
-  return cv::StereoSGBM::create(0, numDisparities, blockSize, P1, P2, 0, 0, 0, 0, 0, cv::StereoSGBM::MODE_SGBM);
-}
-
-cv::Ptr<cv::StereoBM> makeBlockMatcher() {
-  auto matcher = cv::StereoBM::create(numDisparities, blockSize);
-  matcher->setPreFilterCap(31);
-  matcher->setMinDisparity(0);
-  matcher->setTextureThreshold(10);
-  matcher->setUniquenessRatio(15);
-  matcher->setSpeckleWindowSize(100);
-  matcher->setSpeckleRange(32);
-  matcher->setDisp12MaxDiff(1);
-  return matcher;
-}
 
 }  // namespace
 
@@ -77,14 +54,7 @@ bool StereoCamera::startStereoCompute() {
 
 void StereoCamera::disparityWorker() {
   stereo::disparityWorkerOfThisThread = this;
-  cv::Ptr<cv::StereoBM> blockMatcher;
-  cv::Ptr<cv::StereoSGBM> semiGlobalMatcher;
-  const int algorithm = relaxed(m_algorithm);
-  if (algorithm == 0) {
-    semiGlobalMatcher = makeSemiGlobalMatcher();
-  } else if (algorithm == 1) {
-    blockMatcher = makeBlockMatcher();
-  }
+  auto matcher = std::make_unique<stereo::core::Matcher>(relaxed(m_algorithm));
   while (m_isComputing) {
     // Empty in every cycle: what the read leaves untouched must not show the last frame.
     cv::Mat left = recycledImage();
@@ -94,20 +64,10 @@ void StereoCamera::disparityWorker() {
     if (!getRectStereoFrame(left, right, view, timestamp)) {
       continue;
     }
-    cv::Mat raw = recycledImage();
+    stereo::core::MatchBuffers buffers{recycledImage(), recycledImage(), recycledImage()};
     cv::Mat disparity = recycledImage();
     // A matcher that was not made when the worker started is not made now: such a cycle publishes no disparity.
-    const int chosen = relaxed(m_algorithm);
-    if (chosen == 0 && semiGlobalMatcher) {
-      semiGlobalMatcher->compute(left, right, raw);
-    } else if (chosen == 1 && blockMatcher) {
-      cv::Mat greyLeft = recycledImage();
-      cv::Mat greyRight = recycledImage();
-      cv::cvtColor(left, greyLeft, cv::COLOR_BGR2GRAY);
-      cv::cvtColor(right, greyRight, cv::COLOR_BGR2GRAY);
-      blockMatcher->compute(greyLeft, greyRight, raw);
-    }
-    raw.convertTo(disparity, CV_32F, pixelsPerStep, 0.0);
+    matcher->compute(relaxed(m_algorithm), left, right, buffers, disparity);
 
     const std::lock_guard lock(m_disparityMutex);
     cv::Mat publishedView = recycledCopy(view);
@@ -123,8 +83,7 @@ void StereoCamera::disparityWorker() {
     m_disparityCond.notify_all();
     usleep(publicationPause);  // inside the lock: woken readers get this result before the next can replace it
   }
-  blockMatcher.reset();
-  semiGlobalMatcher.reset();
+  matcher.reset();
   reportInfo(m_log, "Exit compute disparity worker ...\n");
 }
 

@@ -1,34 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <opencv2/imgproc.hpp>
-
 #include "StereoCamera.hpp"
 #include "src/StereoCameraCommon/CallingThread.hpp"
 #include "src/StereoCameraCommon/Internals.hpp"
 #include "src/StereoCameraCommon/RelaxedAccess.hpp"
+#include "src/core/RectifyMap.hpp"
 #include "src/core/SoleOwner.hpp"
 #include "src/system/ImageMemory.hpp"
 
 using stereo::relaxed;
 using stereo::core::copyInto;
+using stereo::core::EyeMaps;
+using stereo::core::rectify;
 using stereo::core::writeInto;
 using stereo::sys::recycledCopy;
 using stereo::sys::recycledImage;
-
-namespace {
-
-// One eye's two maps, as headers that stay valid while new maps are swapped in.
-struct MapPair {
-  cv::Mat columns;
-  cv::Mat rows;
-};
-
-void rectify(const cv::Mat& eye, const MapPair& maps, cv::Mat& view) {
-  writeInto(view, [&](cv::Mat& out) {
-    cv::remap(eye, out, maps.columns, maps.rows, cv::INTER_LINEAR, cv::BORDER_CONSTANT, cv::Scalar());
-  });
-}
-
-}  // namespace
 
 bool StereoCamera::getRawFrame(cv::Mat& frame, std::chrono::microseconds& timestamp) {
   TimeFrame local;
@@ -73,7 +58,7 @@ bool StereoCamera::getRectStereoFrame(cv::Mat& left, cv::Mat& right) {
   std::chrono::microseconds timestamp{0};
   const stereo::RectifiedRead read(this);
   if (getStereoFrame(leftEye, rightEye, timestamp)) {
-    MapPair maps[2];
+    EyeMaps maps[2];
     {
       const std::lock_guard lock(m_internals->mapMutex);
       maps[0] = {m_rectifyMaps[0][0], m_rectifyMaps[0][1]};
@@ -104,8 +89,8 @@ bool StereoCamera::getRectStereoFrame(cv::Mat& left, cv::Mat& right, cv::Mat& vi
   const stereo::RectifiedRead read(this);
   if (getStereoFrame(leftEye, rightEye, timestamp)) {
     const int depthMode = relaxed(m_depthmode);
-    MapPair viewMaps;
-    MapPair maps[2];
+    EyeMaps viewMaps;
+    EyeMaps maps[2];
     {
       const std::lock_guard lock(m_internals->mapMutex);
       viewMaps = {m_rectifyMaps[0][0], m_rectifyMaps[0][1]};

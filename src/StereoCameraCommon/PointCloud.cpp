@@ -1,23 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <algorithm>
-#include <cstddef>
-
 #include <opencv2/highgui.hpp>
 
 #include "StereoCamera.hpp"
 #include "src/StereoCameraCommon/CallingThread.hpp"
 #include "src/StereoCameraCommon/Internals.hpp"
 #include "src/StereoCameraCommon/RelaxedAccess.hpp"
-#include "src/core/Cloud.hpp"
+#include "src/core/AppendCloud.hpp"
 #include "src/core/Depth.hpp"
 #include "src/core/Numbers.hpp"
 #include "src/system/ImageMemory.hpp"
 
 using stereo::relaxed;
-using stereo::core::CloudForm;
 using stereo::core::CloudImages;
-using stereo::core::CloudPoint;
-using stereo::core::SampledCloud;
 using stereo::sys::recycledCopy;
 using stereo::sys::recycledImage;
 
@@ -52,10 +46,7 @@ bool StereoCamera::getPointCloud(std::vector<cv::Vec3f>& points, std::chrono::mi
     timestamp = relaxed(m_rawFrame.timestamp);
   }
   getDepthFrame(images.disparity, images.depth);
-  const SampledCloud cloud = stereo::core::sampleCloud(images, cloudModel(), CloudForm::plain);
-  points.resize(points.size() + cloud.size());
-  std::transform(cloud.begin(), cloud.end(), points.end() - static_cast<std::ptrdiff_t>(cloud.size()),
-                 [](const CloudPoint& sampled) { return sampled.point; });
+  stereo::core::appendPlainCloud(images, cloudModel(), points);
   return !points.empty();
 }
 
@@ -76,11 +67,6 @@ bool StereoCamera::getPointCloud(std::vector<PCL>& points, std::chrono::microsec
     cv::waitKey(5);
     timestamp = relaxed(m_rawFrame.timestamp);
   }
-  const SampledCloud cloud = stereo::core::sampleCloud(images, cloudModel(), CloudForm::coloured);
-  points.resize(points.size() + cloud.size());
-  std::transform(cloud.begin(), cloud.end(), points.end() - static_cast<std::ptrdiff_t>(cloud.size()),
-                 [&](const CloudPoint& sampled) {
-                   return PCL{sampled.point, images.view.ptr<cv::Vec3b>(sampled.row)[sampled.col]};
-                 });
+  stereo::core::appendColoredCloud(images, cloudModel(), points);
   return !points.empty();
 }

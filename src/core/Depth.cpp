@@ -10,6 +10,7 @@
 
 #include "src/core/DepthKernels.hpp"
 #include "src/core/Rows.hpp"
+#include "src/core/SoleOwner.hpp"
 
 namespace stereo::core {
 
@@ -161,6 +162,21 @@ void paintDepths(const cv::Mat& depths, const DepthRange& range, cv::Mat& pictur
       storeReversed(colours.data(), depths.cols, picture.ptr<cv::Vec3b>(depths.rows - 1 - r));
     }
   });
+}
+
+void writeMetricDepth(const cv::Mat& disparity, const DepthModel& model, cv::Mat& depth) {
+  if (&disparity == &depth || overlap(disparity, depth)) {
+    cv::Mat metric;
+    metricDepth(disparity, model, metric);
+    depth = metric;
+    return;
+  }
+  writeInto(depth, [&](cv::Mat& out) { metricDepth(disparity, model, out); });
+}
+
+void writeDepthPicture(const cv::Mat& disparity, const DepthModel& model, cv::Mat& depths, cv::Mat& picture) {
+  const DepthRange range = measureDepths(disparity, model, depths);
+  writeInto(picture, [&](cv::Mat& out) { paintDepths(depths, range, out); });
 }
 
 }  // namespace stereo::core

@@ -44,4 +44,11 @@ DepthRange measureDepths(const cv::Mat& disparity, const DepthModel& model, cv::
 /// (CV_32FC1), turned by 180 degrees; written into if it fits. Throws as above.
 void paintDepths(const cv::Mat& depths, const DepthRange& range, cv::Mat& picture);
 
+/// `metricDepth` for a caller's image, which may be the disparity itself or share pixels with it. See `writeInto` for
+/// when its memory is reused.
+void writeMetricDepth(const cv::Mat& disparity, const DepthModel& model, cv::Mat& depth);
+
+/// Both walks, for a caller's image; see `writeInto`. `depths` is the buffer between them.
+void writeDepthPicture(const cv::Mat& disparity, const DepthModel& model, cv::Mat& depths, cv::Mat& picture);
+
 }  // namespace stereo::core

@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <numeric>
 
+#include <opencv2/imgproc.hpp>
+
 #include "src/core/Numbers.hpp"
 #include "src/core/RayProjection.hpp"
 #include "src/core/Rows.hpp"
@@ -274,6 +276,12 @@ void buildRectifyMap(const RectifyModel& model, cv::Size size, int mode, cv::Mat
     return;
   }
   fillRectifyMap(model, size, mode, map1, map2);
+}
+
+void rectify(const cv::Mat& eye, const EyeMaps& maps, cv::Mat& view) {
+  writeInto(view, [&](cv::Mat& out) {
+    cv::remap(eye, out, maps.columns, maps.rows, cv::INTER_LINEAR, cv::BORDER_CONSTANT, cv::Scalar());
+  });
 }
 
 cv::Mat perspectiveCameraMatrix(cv::Size size, double hFov) {

@@ -25,6 +25,16 @@ void requireEye(const cv::Mat& K, const cv::Mat& D, const cv::Mat& R);
 /// Throws cv::Exception for matrices of the wrong shape or type, before anything is written.
 void buildRectifyMap(const RectifyModel& model, cv::Size size, int mode, cv::Mat& map1, cv::Mat& map2);
 
+/// Look-up maps of one eye for one view, CV_32FC1 of the view's size. Copies are headers: they stay valid while other
+/// maps take the place of these.
+struct EyeMaps {
+  cv::Mat columns;  ///< source column
+  cv::Mat rows;     ///< source row
+};
+
+/// Writes the view of an eye into a caller's image (see `writeInto`), bilinear, black where the eye saw nothing.
+void rectify(const cv::Mat& eye, const EyeMaps& maps, cv::Mat& view);
+
 /// Camera matrix of the perspective view of `size` pixels with a horizontal field of `hFov` degrees:
 /// f = (W / 2) / tan(hFov / 2), principal point (W / 2 - 0.5, H / 2 - 0.5); one f serves both axes.
 cv::Mat perspectiveCameraMatrix(cv::Size size, double hFov);

@@ -203,18 +203,17 @@ TEST(FastCapturePass, EqualsThePlainFormAndLeavesReadersTheirPixels) {
     const int radius = size.width / 5;
     baseline::CapturePass plain;
     withEachInstructionSet([&] {
-      cv::Mat left, right, publishedLeft, publishedRight;
+      core::CapturePass pass;
+      cv::Mat publishedLeft, publishedRight;
       cv::Mat heldLeft, heldCopy;  // a reader's header of the pass before, and what it saw
       for (const cv::Mat& frame : frames) {
         cv::Mat expectedLeft, expectedRight;
         plain.run(frame, radius, expectedLeft, expectedRight);
-        core::splitEyes(frame, left, right);
-        convertRawFisheyeImage(radius, left, right);
-        core::publishCopy(left, publishedLeft);
-        core::publishCopy(right, publishedRight);
+        pass.process(frame, radius);
+        pass.publish(publishedLeft, publishedRight);
         EXPECT_TRUE(same(expectedLeft, publishedLeft)) << size;
         EXPECT_TRUE(same(expectedRight, publishedRight)) << size;
-        EXPECT_NE(publishedLeft.data, left.data);
+        EXPECT_NE(publishedLeft.data, pass.left().data);
         if (!heldLeft.empty()) {
           EXPECT_TRUE(same(heldCopy, heldLeft)) << size;
         }

@@ -11,7 +11,6 @@
 
 using stereo::core::copyInto;
 using stereo::core::overlap;
-using stereo::core::publishCopy;
 using stereo::core::writeInto;
 using stereo::test::sameBits;
 
@@ -109,14 +108,14 @@ TEST(Overlap, TakesMatricesOfMoreDimensions) {
   EXPECT_FALSE(overlap(cube, cv::Mat(3, sizes, CV_32FC1, cv::Scalar(before))));
 }
 
-TEST(PublishCopy, AHeaderThatSomebodyKeptGoesOnShowingItsFrame) {
+TEST(CopyInto, LeavesTheFrameThatAHeaderSomebodyKeptShows) {
   cv::Mat published;
-  publishCopy(image(1), published);
+  copyInto(image(1), published);
   const unsigned char* const memory = published.data;
-  publishCopy(image(2), published);
+  copyInto(image(2), published);
   EXPECT_EQ(published.data, memory);
   const cv::Mat kept = published;
-  publishCopy(image(3), published);
+  copyInto(image(3), published);
   EXPECT_TRUE(isAll(kept, 2));
   EXPECT_TRUE(isAll(published, 3));
 }
