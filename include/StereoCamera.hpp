@@ -19,6 +19,7 @@ class DeviceReads;
 namespace core {
 struct CloudModel;
 struct DepthModel;
+struct StreamMode;
 }  // namespace core
 }  // namespace stereo
 
@@ -161,9 +162,9 @@ public:
   /// Reads the calibration file, of the same kinds. False if a value is missing (what is there is taken) or, with a
   /// message on standard error, if the file is malformed.
   virtual bool loadCalibParams(std::string fileName);
-  /// Writes the settings, replacing the file (compressed, if it is named ".gz"), and has the system write its buffers to
-  /// disk. The "FrameRate" key gets the serial number; field of view, stream rate, stream mode and depth mode are not
-  /// written. Whether the file could be opened is not told.
+  /// Writes the settings, replacing the file (compressed, if it is named ".gz"), and has the system write its buffers
+  /// to disk. The "FrameRate" key gets the serial number; field of view, stream rate, stream mode and depth mode are
+  /// not written. Whether the file could be opened is not told.
   virtual bool saveConfig(std::string path);
   /// Writes the calibration as it stands (scaled by each `startCapture` that built maps), replacing the file, and has
   /// the system write its buffers to disk. Whether the file could be opened is not told.
@@ -255,7 +256,8 @@ private:
   void interruptRead(int attempt);
   void abandonCapture();
   void openStream();
-  void writeStream(const cv::Mat& image);
+  stereo::core::StreamMode wantedStream() const;
+  void sendToStream(const stereo::core::StreamMode& mode, const cv::Mat& first, const cv::Mat& second);
   void disparityWorker();
   void awaitDisparityWorker();
   bool noFrameCanCome() const;

@@ -5,6 +5,7 @@
 #include "src/StereoCameraCommon/Internals.hpp"
 #include "src/StereoCameraCommon/RelaxedAccess.hpp"
 #include "src/core/Numbers.hpp"
+#include "src/core/StreamMode.hpp"
 #include "src/system/ImageMemory.hpp"
 
 using stereo::relaxed;
@@ -56,15 +57,14 @@ bool StereoCamera::getDepthFrame(cv::Mat& depth, bool /*color*/, std::chrono::mi
   const stereo::core::DepthModel model = depthModel();
   cv::Mat depths = stereo::sys::recycledImage();
   stereo::core::writeDepthPicture(disparity, model, depths, depth);
-  if (m_useTransmit && relaxed(m_transmode) == 4 && model.mode == 2) {
+  const stereo::core::StreamMode stream = wantedStream();
+  if (stream.source == stereo::core::StreamSource::depthPicture && model.mode == 2) {
     cv::Mat view;
     {
       const std::lock_guard headers(m_internals->disparityHeaderMutex);
       view = m_disparityFrame.first;
     }
-    cv::Mat joined = stereo::sys::recycledImage();
-    cv::hconcat(view, depth, joined);
-    writeStream(joined);
+    sendToStream(stream, view, depth);
   }
   return !depth.empty();
 }

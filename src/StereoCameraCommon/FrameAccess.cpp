@@ -5,12 +5,15 @@
 #include "src/StereoCameraCommon/RelaxedAccess.hpp"
 #include "src/core/RectifyMap.hpp"
 #include "src/core/SoleOwner.hpp"
+#include "src/core/StreamMode.hpp"
 #include "src/system/ImageMemory.hpp"
 
 using stereo::relaxed;
 using stereo::core::copyInto;
 using stereo::core::EyeMaps;
 using stereo::core::rectify;
+using stereo::core::StreamMode;
+using stereo::core::StreamSource;
 using stereo::core::writeInto;
 using stereo::sys::recycledCopy;
 using stereo::sys::recycledImage;
@@ -24,15 +27,8 @@ bool StereoCamera::getRawFrame(cv::Mat& frame, std::chrono::microseconds& timest
     }
     local.first = recycledCopy(m_rawFrame.first);
     local.second = recycledCopy(m_rawFrame.second);
-    if (m_useTransmit) {
-      const int mode = relaxed(m_transmode);
-      if (mode == 0) {
-        writeStream(local.second);
-      } else if (mode == 1) {
-        cv::Mat joined = recycledImage();
-        cv::hconcat(m_rawFrame.first, local.second, joined);
-        writeStream(joined);
-      }
+    if (const StreamMode mode = wantedStream(); mode.source == StreamSource::rawEyes) {
+      sendToStream(mode, m_rawFrame.first, local.second);
     }
     timestamp = m_rawFrame.timestamp;
   }
@@ -66,15 +62,8 @@ bool StereoCamera::getRectStereoFrame(cv::Mat& left, cv::Mat& right) {
     }
     rectify(leftEye, maps[0], left);
     rectify(rightEye, maps[1], right);
-    if (m_useTransmit) {
-      const int mode = relaxed(m_transmode);
-      if (mode == 2) {
-        writeStream(right);
-      } else if (mode == 3) {
-        cv::Mat joined = recycledImage();
-        cv::hconcat(left, right, joined);
-        writeStream(joined);
-      }
+    if (const StreamMode mode = wantedStream(); mode.source == StreamSource::perspectivePair) {
+      sendToStream(mode, left, right);
     }
   } else if (read.wasEndedByStop()) {
     return false;  // a host that reuses its images would be told true for ever, with the last frame

@@ -7,8 +7,12 @@
 #include "src/StereoCameraCommon/Internals.hpp"
 #include "src/StereoCameraCommon/RelaxedAccess.hpp"
 #include "src/core/Numbers.hpp"
+#include "src/core/StreamMode.hpp"
+#include "src/system/ImageMemory.hpp"
 
 using stereo::relaxed;
+using stereo::core::StreamMode;
+using stereo::core::StreamSource;
 using stereo::core::wrappingSum;
 
 namespace {
@@ -16,23 +20,6 @@ namespace {
 constexpr const char* networkPrefix = STEREO_CAMERA_STREAM_NETWORK;  // three octets, each with its dot
 constexpr int firstPort = 9200;
 constexpr int gstreamerChoosesCodec = 0;
-
-// Size of the images of a stream mode; empty for a mode that does not exist.
-cv::Size streamedSize(int mode, cv::Size raw, cv::Size rectified) {
-  switch (mode) {
-    case 0:
-      return {raw.width >> 1, raw.height};
-    case 1:
-      return raw;
-    case 2:
-      return rectified;
-    case 3:
-    case 4:
-      return {wrappingSum(rectified.width, rectified.width), rectified.height};
-    default:
-      return {};
-  }
-}
 
 }  // namespace
 
@@ -45,14 +32,14 @@ void StereoCamera::openStream() {
       port;
   std::cout << "hostIp+portString:" << host << port << std::endl;
   std::cout << pipeline << std::endl;
-  const int mode = relaxed(m_transmode);
+  const StreamMode mode = stereo::core::streamMode(relaxed(m_transmode));
   const int octet = relaxed(m_ipLastSegment);
   // What is no address would be looked up as a name, and whoever answers chooses where the pictures go.
-  if (mode < 0 || mode > 4 || octet < 0 || octet > 255) {
+  if (mode.source == StreamSource::none || octet < 0 || octet > 255) {
     return;
   }
   cv::VideoWriter writer(pipeline, gstreamerChoosesCodec, relaxed(m_transrate),
-                         streamedSize(mode, relaxed(m_rawFrameSize), relaxed(m_rectFrameSize)), true);
+                         stereo::core::streamedSize(mode, relaxed(m_rawFrameSize), relaxed(m_rectFrameSize)), true);
   {
     const std::lock_guard lock(m_internals->writerMutex);
     std::swap(m_videoWriter, writer);
@@ -60,7 +47,18 @@ void StereoCamera::openStream() {
   // What an earlier start opened is closed here, outside the lock: it drains first.
 }
 
-void StereoCamera::writeStream(const cv::Mat& image) {
+// What the stream wants of the reads at the moment: nothing unless it was asked for.
+StreamMode StereoCamera::wantedStream() const {
+  return m_useTransmit ? stereo::core::streamMode(relaxed(m_transmode)) : StreamMode{};
+}
+
+// Sends what the mode takes from the pair of images that one of the reads has made. On the reader's thread.
+void StereoCamera::sendToStream(const StreamMode& mode, const cv::Mat& first, const cv::Mat& second) {
+  cv::Mat joined;
+  if (mode.isJoined) {
+    joined = stereo::sys::recycledImage();
+    cv::hconcat(first, second, joined);
+  }
   const std::lock_guard lock(m_internals->writerMutex);
-  m_videoWriter.write(image);
+  m_videoWriter.write(mode.isJoined ? joined : second);
 }
