@@ -261,7 +261,7 @@ private:
   void disparityWorker();
   void awaitDisparityWorker();
   bool noFrameCanCome() const;
-  bool waitForFrame(std::unique_lock<std::mutex>& frameLock);
+  bool waitForFrame(std::unique_lock<std::mutex>& frameLock, bool isDisparityWorker);
   bool waitAsReader(std::unique_lock<std::mutex>& frameLock);
   bool waitAsDisparityWorker(std::unique_lock<std::mutex>& frameLock);
   std::unique_lock<std::mutex> waitForDisparity();

@@ -9,10 +9,15 @@ namespace {
 
 thread_local RectifiedRead* innermostRead = nullptr;
 thread_local DisparityHold* innermostHold = nullptr;
+thread_local const StereoCamera* workedFor = nullptr;  // by a disparity worker
 
 }  // namespace
 
-thread_local const StereoCamera* disparityWorkerOfThisThread = nullptr;
+DisparityWorkerThread::DisparityWorkerThread(const StereoCamera* camera) { workedFor = camera; }
+
+DisparityWorkerThread::~DisparityWorkerThread() { workedFor = nullptr; }
+
+bool DisparityWorkerThread::isOf(const StereoCamera* camera) { return workedFor == camera; }
 
 RectifiedRead::RectifiedRead(const StereoCamera* camera)
     : m_camera(camera), m_outer(std::exchange(innermostRead, this)) {}

@@ -8,9 +8,18 @@ class StereoCamera;
 
 namespace stereo {
 
-/// The camera whose disparity worker the calling thread is, null on any other thread. That worker's reads of frames
-/// end with its own stop operation instead of with the capture's.
-extern thread_local const StereoCamera* disparityWorkerOfThisThread;
+/// Makes the calling thread a camera's disparity worker for as long as this lives. A read on the worker passes through
+/// two virtual operations on its way to the wait for a frame, so the thread is all that tells it from a reader's.
+class DisparityWorkerThread {
+public:
+  explicit DisparityWorkerThread(const StereoCamera* camera);
+  ~DisparityWorkerThread();
+  DisparityWorkerThread(const DisparityWorkerThread&) = delete;
+  DisparityWorkerThread& operator=(const DisparityWorkerThread&) = delete;
+
+  /// Whether the calling thread is that camera's disparity worker.
+  static bool isOf(const StereoCamera* camera);
+};
 
 /// A rectified read on the calling thread, from before it asks for the raw eyes. An override may stand between the two
 /// and have its own reasons to fail; this tells whether a stop operation ended the wait.

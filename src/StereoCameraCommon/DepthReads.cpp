@@ -2,12 +2,14 @@
 #include "src/core/Depth.hpp"
 
 #include "StereoCamera.hpp"
+#include "src/StereoCameraCommon/CallingThread.hpp"
 #include "src/StereoCameraCommon/Internals.hpp"
 #include "src/StereoCameraCommon/RelaxedAccess.hpp"
 #include "src/core/Numbers.hpp"
 #include "src/core/StreamMode.hpp"
 #include "src/system/ImageMemory.hpp"
 
+using stereo::DisparityWorkerThread;
 using stereo::relaxed;
 
 // What the depth formulas need, read once. The camera matrix may be swapped by a second start meanwhile.
@@ -40,7 +42,7 @@ bool StereoCamera::getDepthFrame(cv::Mat& depth, bool /*color*/, std::chrono::mi
   cv::Mat disparity;
   {
     std::unique_lock lock(m_frameMutex);
-    if (!waitForFrame(lock)) {
+    if (!waitForFrame(lock, DisparityWorkerThread::isOf(this))) {
       return false;
     }
     cv::Mat published;

@@ -53,7 +53,7 @@ bool StereoCamera::startStereoCompute() {
 }
 
 void StereoCamera::disparityWorker() {
-  stereo::disparityWorkerOfThisThread = this;
+  const stereo::DisparityWorkerThread thread(this);
   auto matcher = std::make_unique<stereo::core::Matcher>(relaxed(m_algorithm));
   while (m_isComputing) {
     // Empty in every cycle: what the read leaves untouched must not show the last frame.
@@ -97,7 +97,7 @@ bool StereoCamera::stopStereoCompute() {
     // Called from inside a cloud, this thread has the lock that the worker may need for its last publication.
     std::unique_lock<std::mutex>* const held = stereo::DisparityHold::of(this);
     const stereo::Unlocked unlocked(held);
-    if (stereo::disparityWorkerOfThisThread != this) {
+    if (!stereo::DisparityWorkerThread::isOf(this)) {
       awaitDisparityWorker();
     }
     m_computeThread->join();

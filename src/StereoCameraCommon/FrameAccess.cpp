@@ -8,6 +8,7 @@
 #include "src/core/StreamMode.hpp"
 #include "src/system/ImageMemory.hpp"
 
+using stereo::DisparityWorkerThread;
 using stereo::relaxed;
 using stereo::core::copyInto;
 using stereo::core::EyeMaps;
@@ -22,7 +23,7 @@ bool StereoCamera::getRawFrame(cv::Mat& frame, std::chrono::microseconds& timest
   TimeFrame local;
   {
     std::unique_lock lock(m_frameMutex);
-    if (!waitForFrame(lock)) {
+    if (!waitForFrame(lock, DisparityWorkerThread::isOf(this))) {
       return false;
     }
     local.first = recycledCopy(m_rawFrame.first);
@@ -38,7 +39,7 @@ bool StereoCamera::getRawFrame(cv::Mat& frame, std::chrono::microseconds& timest
 
 bool StereoCamera::getStereoFrame(cv::Mat& left, cv::Mat& right, std::chrono::microseconds& timestamp) {
   std::unique_lock lock(m_frameMutex);
-  if (!waitForFrame(lock)) {
+  if (!waitForFrame(lock, DisparityWorkerThread::isOf(this))) {
     return false;
   }
   copyInto(m_rawFrame.first, left);

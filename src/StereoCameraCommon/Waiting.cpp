@@ -89,10 +89,11 @@ bool StereoCamera::noFrameCanCome() const {
 }
 
 // Waits, `m_frameMutex` being held by `frameLock`, for the next frame that is published after this call began: once,
-// without a time-out, whatever notifies `m_frameCond`. False if a stop operation ended the wait instead.
-bool StereoCamera::waitForFrame(std::unique_lock<std::mutex>& frameLock) {
-  const bool isWorker = stereo::disparityWorkerOfThisThread == this;
-  const bool came = isWorker ? waitAsDisparityWorker(frameLock) : waitAsReader(frameLock);
+// without a time-out, whatever notifies `m_frameCond`. False if a stop operation ended the wait instead: for the
+// disparity worker `stopStereoCompute`, for every other thread `stopCapture`. Notes the outcome for a rectified read
+// on this thread.
+bool StereoCamera::waitForFrame(std::unique_lock<std::mutex>& frameLock, bool isDisparityWorker) {
+  const bool came = isDisparityWorker ? waitAsDisparityWorker(frameLock) : waitAsReader(frameLock);
   stereo::RectifiedRead::note(this, !came);
   return came;
 }
