@@ -1,18 +1,43 @@
 // SPDX-License-Identifier: Apache-2.0
-// What everybody has to know of the camera: its two formats.
+// Numbers of the camera that several parts of the project share.
 #pragma once
+
+#include <cstddef>
+#include <cstdint>
 
 #include <opencv2/core.hpp>
 
 namespace stereo::model {
 
-/// The larger format: side-by-side frames, pixels.
-inline constexpr int kFullWidth = 1856;
-inline constexpr int kFullHeight = 800;
+/// Raw frames are side by side, left eye on the left, and come in two sizes, pixels. The calibration's intrinsic
+/// matrices are for the full width.
+inline constexpr int fullFrameWidth = 1856;
+inline constexpr int fullFrameHeight = 800;
+inline constexpr int halfFrameWidth = 928;
+inline constexpr int halfFrameHeight = 400;
 
-/// Whether frames of this size are one of the camera's two formats: the larger one, or half as wide and high.
-inline bool isCameraFormat(const cv::Size& frameSize) {
-  return frameSize == cv::Size(kFullWidth, kFullHeight) || frameSize == cv::Size(kFullWidth / 2, kFullHeight / 2);
+inline cv::Size fullFrameSize() { return {fullFrameWidth, fullFrameHeight}; }
+inline cv::Size halfFrameSize() { return {halfFrameWidth, halfFrameHeight}; }
+inline bool isFrameSize(cv::Size size) { return size == fullFrameSize() || size == halfFrameSize(); }
+
+/// Reads of the device whose frames the capture worker discards at its start.
+inline constexpr int warmUpReads = 10;
+
+/// Key of the shared-memory segment and UDP port of the stream, for the camera at position 0. The camera at position n
+/// has each of them plus n.
+inline constexpr int firstSegmentKey = 9000;
+inline constexpr int firstStreamPort = 9200;
+
+/// A segment begins with a 32-bit status word.
+inline constexpr std::size_t segmentHeaderBytes = sizeof(std::int32_t);
+
+/// Bytes of a segment, which holds one eye of a raw frame: (W / 2) * H * 3 + 4. The product is taken in 32-bit signed
+/// arithmetic, wrapping; a size that wrapped is one that no segment can be had for.
+inline std::size_t segmentBytes(cv::Size rawFrame) {
+  const auto half = static_cast<std::uint32_t>(rawFrame.width / 2);
+  const auto height = static_cast<std::uint32_t>(rawFrame.height);
+  return static_cast<std::size_t>(
+      static_cast<std::int32_t>(half * height * 3U + static_cast<std::uint32_t>(segmentHeaderBytes)));
 }
 
 }  // namespace stereo::model

@@ -4,10 +4,13 @@
 #include <new>
 
 #include "StereoCamera.hpp"
+#include "model/FileKeys.hpp"
 #include "src/StereoCameraCommon/LogReports.hpp"
 #include "src/StereoCameraCommon/RelaxedAccess.hpp"
 #include "src/StereoCameraCommon/Storage.hpp"
 #include "src/core/Numbers.hpp"
+
+namespace keys = stereo::model::keys;
 
 bool StereoCamera::loadCalibParams(std::string fileName) {
   try {
@@ -19,17 +22,17 @@ bool StereoCamera::loadCalibParams(std::string fileName) {
     // A matrix that turns out malformed half-way must not leave its first half in a member.
     cv::Mat serial;
     cv::Mat position;
-    serial = stereo::readMatrix(*reader, "SerialNumber");
-    position = stereo::readMatrix(*reader, "PositonNumber");
-    m_leftXi = stereo::readMatrix(*reader, "LeftXi");
-    m_leftIntrinsic = stereo::readMatrix(*reader, "LeftIntrinsicMatrix");
-    m_leftDistortion = stereo::readMatrix(*reader, "LeftDistortionCoefficients");
-    m_leftRotation = stereo::readMatrix(*reader, "LeftRotation");
-    m_rightXi = stereo::readMatrix(*reader, "RightXi");
-    m_rightIntrinsic = stereo::readMatrix(*reader, "RightIntrinsicMatrix");
-    m_rightDistortion = stereo::readMatrix(*reader, "RightDistortionCoefficients");
-    m_translation = stereo::readMatrix(*reader, "Translation");
-    m_rightRotation = stereo::readMatrix(*reader, "RightRotation");
+    serial = stereo::readMatrix(*reader, keys::serialNumber);
+    position = stereo::readMatrix(*reader, keys::posNumber);
+    m_leftXi = stereo::readMatrix(*reader, keys::leftXi);
+    m_leftIntrinsic = stereo::readMatrix(*reader, keys::leftIntrinsic);
+    m_leftDistortion = stereo::readMatrix(*reader, keys::leftDistortion);
+    m_leftRotation = stereo::readMatrix(*reader, keys::leftRotation);
+    m_rightXi = stereo::readMatrix(*reader, keys::rightXi);
+    m_rightIntrinsic = stereo::readMatrix(*reader, keys::rightIntrinsic);
+    m_rightDistortion = stereo::readMatrix(*reader, keys::rightDistortion);
+    m_translation = stereo::readMatrix(*reader, keys::translation);
+    m_rightRotation = stereo::readMatrix(*reader, keys::rightRotation);
     for (const cv::Mat* value :
          {&serial, &position, &m_leftIntrinsic, &m_translation, &m_leftXi, &m_leftRotation, &m_leftDistortion,
           &m_rightXi, &m_rightRotation, &m_rightIntrinsic, &m_rightDistortion}) {
@@ -56,18 +59,18 @@ bool StereoCamera::saveCalibParams(std::string fileName) {
     std::cerr << "Save File: " << fileName << " Error!" << std::endl;
     return false;
   }
-  stereo::writeNumber(*writer, "SerialNumber", m_serialNumber);
-  stereo::writeNumber(*writer, "PositonNumber", m_posNumber);
-  stereo::writeSize(*writer, "RectifyFrameSize", m_rectFrameSize);
-  *writer << "LeftXi" << m_leftXi;
-  *writer << "LeftIntrinsicMatrix" << m_leftIntrinsic;
-  *writer << "LeftDistortionCoefficients" << m_leftDistortion;
-  *writer << "LeftRotation" << m_leftRotation;
-  *writer << "RightXi" << m_rightXi;
-  *writer << "RightIntrinsicMatrix" << m_rightIntrinsic;
-  *writer << "RightDistortionCoefficients" << m_rightDistortion;
-  *writer << "RightRotation" << m_rightRotation;
-  *writer << "Translation" << m_translation;
+  stereo::writeNumber(*writer, keys::serialNumber, m_serialNumber);
+  stereo::writeNumber(*writer, keys::posNumber, m_posNumber);
+  stereo::writeSize(*writer, keys::rectifyFrameSize, m_rectFrameSize);
+  *writer << keys::leftXi << m_leftXi;
+  *writer << keys::leftIntrinsic << m_leftIntrinsic;
+  *writer << keys::leftDistortion << m_leftDistortion;
+  *writer << keys::leftRotation << m_leftRotation;
+  *writer << keys::rightXi << m_rightXi;
+  *writer << keys::rightIntrinsic << m_rightIntrinsic;
+  *writer << keys::rightDistortion << m_rightDistortion;
+  *writer << keys::rightRotation << m_rightRotation;
+  *writer << keys::translation << m_translation;
   stereo::writeReserved(*writer);
   stereo::syncDisks();
   writer->release();

@@ -5,6 +5,7 @@
 
 #include "StereoCamera.hpp"
 #include "SystemLog.hpp"
+#include "model/CameraFacts.hpp"
 #include "src/StereoCameraCommon/Internals.hpp"
 #include "src/StereoCameraCommon/LogReports.hpp"
 #include "src/StereoCameraCommon/RelaxedAccess.hpp"
@@ -120,7 +121,7 @@ bool StereoCamera::setRawFrameRate(int framesPerSecond) {
 }
 
 bool StereoCamera::setRawFrameSize(cv::Size size) {
-  if (size != cv::Size(1856, 800) && size != cv::Size(928, 400)) {
+  if (!stereo::model::isFrameSize(size)) {
     stereo::reportError(m_log, "Image size must be 1856×800 or 928×400!\n");
     return false;
   }

@@ -9,6 +9,7 @@
 #include <opencv2/core/utility.hpp>
 
 #include "StereoCamera.hpp"
+#include "model/CameraFacts.hpp"
 #include "src/StereoCameraCommon/Internals.hpp"
 #include "src/StereoCameraCommon/LogReports.hpp"
 #include "src/StereoCameraCommon/RelaxedAccess.hpp"
@@ -26,9 +27,6 @@ using stereo::setRelaxed;
 
 namespace {
 
-constexpr double calibratedWidth = 1856.0;  // width of the raw frame that the calibration's intrinsic matrices are for
-constexpr int firstKey = 9000;              // shared-memory key of position 0
-constexpr int warmUpReads = 10;
 constexpr useconds_t warmUpPause = 50'000;     // microseconds
 constexpr useconds_t publicationPause = 1000;  // microseconds
 
@@ -43,7 +41,7 @@ void scaleIntrinsic(cv::Mat& intrinsic, float scale) {
 void openSegment(stereo::sys::SharedFrame& segment, float frameScale, key_t key, cv::Size rawFrameSize,
                  SystemLog* log) {
   if (frameScale == 1.0F || frameScale == 0.5F) {
-    if (!segment.create(key, stereo::sys::SharedFrame::sizeFor(rawFrameSize))) {
+    if (!segment.create(key, stereo::model::segmentBytes(rawFrameSize))) {
       reportError(log, "share memory alloc create failed!\n");
       std::exit(1);
     }
@@ -89,7 +87,8 @@ bool StereoCamera::startCapture(bool useTransmit, bool useShareMemory) {
   if (useTransmit) {
     m_useTransmit = true;
   }
-  const auto frameScale = static_cast<float>(static_cast<float>(relaxed(m_rawFrameSize).width) / calibratedWidth);
+  const auto frameScale =
+      static_cast<float>(static_cast<float>(relaxed(m_rawFrameSize).width) / double{stereo::model::fullFrameWidth});
   // The left intrinsic matrix is not asked for; where it alone is missing, scaling it raises the error.
   if (!relaxed(m_rectFrameSize).empty() && !m_translation.empty() && !m_leftXi.empty() && !m_leftRotation.empty() &&
       !m_leftDistortion.empty() && !m_rightXi.empty() && !m_rightRotation.empty() && !m_rightIntrinsic.empty() &&
@@ -181,12 +180,12 @@ void StereoCamera::captureWorker(float frameScale, stereo::DeviceReads& reads) {
 
   const auto segment = std::make_shared<stereo::sys::SharedFrame>();
   if (m_useShareMemory) {
-    openSegment(*segment, frameScale, stereo::core::wrappingSum(getPosNumber(), firstKey), relaxed(m_rawFrameSize),
-                m_log);
+    openSegment(*segment, frameScale, stereo::core::wrappingSum(getPosNumber(), stereo::model::firstSegmentKey),
+                relaxed(m_rawFrameSize), m_log);
     const std::lock_guard lock(m_internals->segmentMutex);
     m_internals->segments.push_back(segment);
   }
-  for (int i = 0; i < warmUpReads; ++i) {
+  for (int i = 0; i < stereo::model::warmUpReads; ++i) {
     const cv::Mat frame = readFrame();
     if (!frame.empty()) {
       setRelaxed(m_rawFrameSize, frame.size());

@@ -9,6 +9,8 @@
 #include <opencv2/core/persistence.hpp>
 
 #include "StereoCamera.hpp"
+#include "model/CameraFacts.hpp"
+#include "model/FileKeys.hpp"
 #include "src/StereoCameraCommon/RelaxedAccess.hpp"
 #include "src/StereoCameraCommon/Storage.hpp"
 #include "src/core/Numbers.hpp"
@@ -16,6 +18,8 @@
 using stereo::setRelaxed;
 using stereo::core::numberAt;
 using stereo::core::toInt;
+
+namespace keys = stereo::model::keys;
 
 namespace {
 
@@ -47,18 +51,18 @@ std::optional<cv::Size> readSize(const cv::FileStorage& storage, const char* key
 
 Settings readSettings(const cv::FileStorage& storage) {
   Settings read;
-  read.logLevel = readNumber(storage, "LogLevel");
-  read.deviceNode = readNumber(storage, "DeviceNode");
-  read.frameSize = readSize(storage, "FrameSize");
-  read.rectifyFrameSize = readSize(storage, "RectifyFrameSize");
-  read.frameRate = readNumber(storage, "FrameRate");
-  read.threshold = readNumber(storage, "Threshold");
-  read.algorithm = readNumber(storage, "Algorithm");
-  read.ipLastSegment = readNumber(storage, "IpLastSegment");
-  read.hFov = readNumber(storage, "hFov");
-  read.transrate = readNumber(storage, "Transrate");
-  read.transmode = readNumber(storage, "Transmode");
-  read.depthmode = readNumber(storage, "Depthmode");
+  read.logLevel = readNumber(storage, keys::logLevel);
+  read.deviceNode = readNumber(storage, keys::deviceNode);
+  read.frameSize = readSize(storage, keys::frameSize);
+  read.rectifyFrameSize = readSize(storage, keys::rectifyFrameSize);
+  read.frameRate = readNumber(storage, keys::frameRate);
+  read.threshold = readNumber(storage, keys::threshold);
+  read.algorithm = readNumber(storage, keys::algorithm);
+  read.ipLastSegment = readNumber(storage, keys::ipLastSegment);
+  read.hFov = readNumber(storage, keys::hFov);
+  read.transrate = readNumber(storage, keys::transrate);
+  read.transmode = readNumber(storage, keys::transmode);
+  read.depthmode = readNumber(storage, keys::depthmode);
   return read;
 }
 
@@ -92,7 +96,7 @@ bool StereoCamera::loadConfig(std::string path) {
     return false;
   }
   setRelaxed(m_deviceNode, toInt(*read.deviceNode));
-  const cv::Size rawFrameSize = read.frameSize.value_or(cv::Size(1856, 800));
+  const cv::Size rawFrameSize = read.frameSize.value_or(stereo::model::fullFrameSize());
   setRelaxed(m_rawFrameSize, rawFrameSize);
   // The fallback's height comes from the rectified height as it stood, not from the raw height.
   setRelaxed(m_rectFrameSize,
@@ -139,14 +143,14 @@ bool StereoCamera::saveConfig(std::string path) {
     std::cerr << "Save File: " << path << " Error!" << std::endl;
     return false;
   }
-  stereo::writeNumber(*writer, "LogLevel", m_logLevel);
-  stereo::writeNumber(*writer, "DeviceNode", m_deviceNode);
-  stereo::writeSize(*writer, "FrameSize", stereo::relaxed(m_rawFrameSize));
-  stereo::writeSize(*writer, "RectifyFrameSize", m_rectFrameSize);
-  stereo::writeNumber(*writer, "FrameRate", m_serialNumber);  // the serial number, kept for readers of such files
-  stereo::writeNumber(*writer, "Threshold", m_threshold);
-  stereo::writeNumber(*writer, "Algorithm", m_algorithm);
-  stereo::writeNumber(*writer, "IpLastSegment", m_ipLastSegment);
+  stereo::writeNumber(*writer, keys::logLevel, m_logLevel);
+  stereo::writeNumber(*writer, keys::deviceNode, m_deviceNode);
+  stereo::writeSize(*writer, keys::frameSize, stereo::relaxed(m_rawFrameSize));
+  stereo::writeSize(*writer, keys::rectifyFrameSize, m_rectFrameSize);
+  stereo::writeNumber(*writer, keys::frameRate, m_serialNumber);  // the serial number, kept for readers of such files
+  stereo::writeNumber(*writer, keys::threshold, m_threshold);
+  stereo::writeNumber(*writer, keys::algorithm, m_algorithm);
+  stereo::writeNumber(*writer, keys::ipLastSegment, m_ipLastSegment);
   stereo::writeReserved(*writer);
   stereo::syncDisks();
   writer->release();

@@ -6,6 +6,7 @@
 
 #include <opencv2/core/utils/logger.hpp>
 
+#include "model/FileKeys.hpp"
 #include "src/core/DocumentGuard.hpp"
 #include "src/system/DocumentFile.hpp"
 
@@ -68,7 +69,9 @@ void writeSize(cv::FileStorage& storage, const char* key, cv::Size size) {
   storage << key << matrix;
 }
 
-void writeReserved(cv::FileStorage& storage) { storage << "Reserved" << cv::Mat(cv::Mat::eye(3, 3, CV_64F)); }
+void writeReserved(cv::FileStorage& storage) {
+  storage << model::keys::reserved << cv::Mat(cv::Mat::eye(3, 3, CV_64F));
+}
 
 void syncDisks() {
   // NOLINTNEXTLINE(cert-env33-c): the text is a constant, nothing of a file becomes part of it

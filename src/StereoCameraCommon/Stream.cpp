@@ -4,6 +4,7 @@
 #include <string>
 
 #include "StereoCamera.hpp"
+#include "model/CameraFacts.hpp"
 #include "src/StereoCameraCommon/Internals.hpp"
 #include "src/StereoCameraCommon/RelaxedAccess.hpp"
 #include "src/core/Numbers.hpp"
@@ -18,7 +19,6 @@ using stereo::core::wrappingSum;
 namespace {
 
 constexpr const char* networkPrefix = STEREO_CAMERA_STREAM_NETWORK;  // three octets, each with its dot
-constexpr int firstPort = 9200;
 constexpr int gstreamerChoosesCodec = 0;
 
 }  // namespace
@@ -26,7 +26,7 @@ constexpr int gstreamerChoosesCodec = 0;
 // On the capture worker. Nothing tells whether the pipeline could be made: without it the camera works as ever.
 void StereoCamera::openStream() {
   const std::string host = std::string("host=") + networkPrefix + std::to_string(relaxed(m_ipLastSegment)) + " ";
-  const std::string port = "port=" + std::to_string(wrappingSum(getPosNumber(), firstPort));
+  const std::string port = "port=" + std::to_string(wrappingSum(getPosNumber(), stereo::model::firstStreamPort));
   const std::string pipeline =
       "appsrc ! videoconvert ! omxh264enc ! video/x-h264, stream-format=byte-stream ! rtph264pay ! udpsink " + host +
       port;

@@ -24,8 +24,8 @@ constexpr std::size_t mostUnpacked = 64U << 20;
 
 /// Reads the file that OpenCV's storage layer would open under this path: what is behind the last question mark is no
 /// part of the name, and files named ".gz", or ".gz" and a digit which is no part of the name either, may be
-/// compressed. A compressed file of any other name counts as damaged. Bytes that follow a compressed file's end are left out.
-/// Blocks until everything is read.
+/// compressed. A compressed file of any other name counts as damaged. Bytes that follow a compressed file's end are
+/// left out. Blocks until everything is read.
 DocumentFile readDocumentFile(const std::string& path);
 
 }  // namespace stereo::sys

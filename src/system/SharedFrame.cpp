@@ -6,6 +6,8 @@
 
 #include <sys/shm.h>
 
+#include "model/CameraFacts.hpp"
+
 namespace stereo::sys {
 
 namespace {
@@ -21,12 +23,6 @@ std::atomic_ref<std::int32_t> statusOf(void* segment) {
 }
 
 }  // namespace
-
-std::size_t SharedFrame::sizeFor(cv::Size rawFrameSize) {
-  const auto half = static_cast<std::uint32_t>(rawFrameSize.width / 2);
-  const auto height = static_cast<std::uint32_t>(rawFrameSize.height);
-  return static_cast<std::size_t>(static_cast<std::int32_t>(half * height * 3U + 4U));
-}
 
 bool SharedFrame::create(key_t key, std::size_t size) {
   m_id = shmget(key, size, IPC_CREAT | permissions);
@@ -45,7 +41,7 @@ bool SharedFrame::attach() {
 }
 
 bool SharedFrame::offer(const cv::Mat& image, std::size_t bytes) {
-  if (m_address == nullptr || m_size < headerSize || bytes > m_size - headerSize) {
+  if (m_address == nullptr || m_size < model::segmentHeaderBytes || bytes > m_size - model::segmentHeaderBytes) {
     return false;
   }
   if (image.type() != CV_8UC3 || !image.isContinuous() || image.total() * image.elemSize() < bytes) {
@@ -57,7 +53,7 @@ bool SharedFrame::offer(const cv::Mat& image, std::size_t bytes) {
   statusOf(m_address).store(statusWritten, std::memory_order_seq_cst);
   // Some processors show later plain stores first; the mark is to be seen before any of the pixels.
   std::atomic_thread_fence(std::memory_order_seq_cst);
-  std::memcpy(static_cast<std::uint8_t*>(m_address) + headerSize, image.data, bytes);
+  std::memcpy(static_cast<std::uint8_t*>(m_address) + model::segmentHeaderBytes, image.data, bytes);
   return true;
 }
 

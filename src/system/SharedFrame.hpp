@@ -14,12 +14,6 @@ namespace stereo::sys {
 /// written) and, from byte 4, the pixels. Owned by one worker thread; owns nothing that outlives `detach` and `remove`.
 class SharedFrame {
 public:
-  static constexpr std::size_t headerSize = sizeof(std::int32_t);
-
-  /// Bytes of a segment for one eye of a side-by-side frame: (W / 2) * H * 3 + 4. The product is taken in 32-bit signed
-  /// arithmetic, wrapping; a size that wrapped is one that no segment can be had for.
-  static std::size_t sizeFor(cv::Size rawFrameSize);
-
   /// Makes or finds the segment. False where the system refuses, for instance because the key is held by a smaller
   /// one.
   bool create(key_t key, std::size_t size);
