@@ -38,7 +38,7 @@ void sample(benchmark::State& state, Sample<Point> append) {
 
 void plain(benchmark::State& state, Sample<cv::Vec3f> append) { sample<cv::Vec3f>(state, append); }
 
-void coloured(benchmark::State& state, Sample<PCL> append) { sample<PCL>(state, append); }
+void colored(benchmark::State& state, Sample<PCL> append) { sample<PCL>(state, append); }
 
 void wholeImageByPeer(benchmark::State& state) {
   const cv::Mat disparity = stereo::bench::matchedDisparity(sizeOf(state), 2);
@@ -64,8 +64,8 @@ void sizes(benchmark::internal::Benchmark* bench) {
 
 BENCHMARK_CAPTURE(plain, scalar, stereo::baseline::plainCloud)->Apply(views);
 BENCHMARK_CAPTURE(plain, library, stereo::core::appendPlainCloud)->Apply(views);
-BENCHMARK_CAPTURE(coloured, scalar, stereo::baseline::colouredCloud)->Apply(views);
-BENCHMARK_CAPTURE(coloured, library, stereo::core::appendColoredCloud<PCL>)->Apply(views);
+BENCHMARK_CAPTURE(colored, scalar, stereo::baseline::coloredCloud)->Apply(views);
+BENCHMARK_CAPTURE(colored, library, stereo::core::appendColoredCloud<PCL>)->Apply(views);
 BENCHMARK(wholeImageByPeer)->Apply(sizes);
 
 }  // namespace

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Metric and coloured depth of a disparity image against their plain forms and against OpenCV's reprojection.
+// Metric and colored depth of a disparity image against their plain forms and against OpenCV's reprojection.
 #include <benchmark/benchmark.h>
 #include <opencv2/calib3d.hpp>
 
@@ -50,17 +50,17 @@ void metricPeer(benchmark::State& state) {
   }
 }
 
-void colouredPlain(benchmark::State& state) {
+void coloredPlain(benchmark::State& state) {
   const cv::Mat disparity = matchedDisparity(sizeOf(state), 1);
   const auto model = depthModel(sizeOf(state), modeOf(state));
   cv::Mat picture;
   for (auto _ : state) {
-    stereo::baseline::colouredDepth(disparity, model, picture);
+    stereo::baseline::coloredDepth(disparity, model, picture);
     benchmark::DoNotOptimize(picture.data);
   }
 }
 
-void colouredLibrary(benchmark::State& state) {
+void coloredLibrary(benchmark::State& state) {
   const cv::Mat disparity = matchedDisparity(sizeOf(state), 1);
   const auto model = depthModel(sizeOf(state), modeOf(state));
   cv::Mat depths;
@@ -85,7 +85,7 @@ void bothModes(benchmark::internal::Benchmark* bench) {
 BENCHMARK(metricPlain)->Apply(bothModes);
 BENCHMARK(metricLibrary)->Apply(bothModes);
 BENCHMARK(metricPeer)->Apply(perspective);
-BENCHMARK(colouredPlain)->Apply(bothModes);
-BENCHMARK(colouredLibrary)->Apply(bothModes);
+BENCHMARK(coloredPlain)->Apply(bothModes);
+BENCHMARK(coloredLibrary)->Apply(bothModes);
 
 }  // namespace

@@ -10,7 +10,7 @@
 /// It returns false then, with its outputs untouched, filled or not. Reads that get their result are not affected.
 ///
 ///     ReadLimit limit(std::chrono::seconds(2));
-///     if (!camera.getRawFrame(frame, stamp) && limit.wasReached()) { ... }
+///     if (!camera.getRawFrame(frame, timestamp) && limit.wasReached()) { ... }
 ///
 /// Limits nest: the innermost counts. The workers have threads of their own and are not limited.
 class ReadLimit {

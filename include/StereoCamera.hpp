@@ -15,7 +15,7 @@
 
 class SystemLog;
 namespace stereo {
-class DeviceReads;
+class ReadWatchdog;
 namespace core {
 struct CloudModel;
 struct DepthModel;
@@ -23,9 +23,9 @@ struct StreamMode;
 }  // namespace core
 }  // namespace stereo
 
-/// One point of a coloured cloud.
+/// One point of a colored cloud.
 struct PCL {
-  /// X, Y, Z in metres in the left rectified camera's frame: x to the right, y down, z forward.
+  /// X, Y, Z in meters in the left rectified camera's frame: x to the right, y down, z forward.
   cv::Vec3f point;
   /// Blue, green, red of the pixel that the point was seen at.
   cv::Vec3b color;
@@ -101,7 +101,7 @@ public:
   virtual bool setRectFrameSize(cv::Size size);
 
   /// Sets one eye's calibration and the translation from {intrinsic matrix 3x3 for a raw frame 1856 pixels wide,
-  /// distortion 1x4 (k1, k2, p1, p2), xi 1x1, rectifying rotation 3x3, translation in millimetres}, all CV_64F;
+  /// distortion 1x4 (k1, k2, p1, p2), xi 1x1, rectifying rotation 3x3, translation in millimeters}, all CV_64F;
   /// further elements are ignored. Deep copies are kept; they take effect at the next `startCapture`. False, with
   /// a report and nothing changed, for fewer than five matrices. Takes no lock: no worker may run.
   virtual bool setCalibParams(std::vector<cv::Mat> params, bool isRight);
@@ -121,29 +121,29 @@ public:
   virtual bool getRawFrame(cv::Mat& frame, std::chrono::microseconds& timestamp);
   /// Next frame's left and right eye. Blocks for the next frame; any thread. False if either is empty.
   virtual bool getStereoFrame(cv::Mat& left, cv::Mat& right, std::chrono::microseconds& timestamp);
-  /// Depth as a false-colour picture: CV_8UC3 of the disparity's size, turned by 180 degrees, near blue and far
-  /// red, black where there is no depth within limits. `color` is ignored. The stamp is that of the newest raw
+  /// Depth as a false-color picture: CV_8UC3 of the disparity's size, turned by 180 degrees, near blue and far
+  /// red, black where there is no depth within limits. `color` is ignored. The timestamp is that of the newest raw
   /// frame. Blocks for the next raw frame; any thread. False at once without a disparity worker, and false while no
   /// disparity was published. Feeds the stream in mode 4 with depth mode 2.
   virtual bool getDepthFrame(cv::Mat& depth, bool color, std::chrono::microseconds& timestamp);
-  /// Disparity (CV_32FC1, pixels of the rectified eye) to depth (CV_32FC1, metres, same size): -1 where the
+  /// Disparity (CV_32FC1, pixels of the rectified eye) to depth (CV_32FC1, meters, same size): -1 where the
   /// disparity is not above the near limit's number, 0 where the depth is out of limits. Depth mode 2:
-  /// f * b / d with focal length f in pixels and baseline b in metres. Depth mode 1, on longitude-latitude
+  /// f * b / d with focal length f in pixels and baseline b in meters. Depth mode 1, on longitude-latitude
   /// pictures: b * sin(pi * ((column - d) / W + o)) / sin(pi * d / W), o = (180 - longitude-latitude field) / 360,
   /// which takes the pictures to span 180 degrees. Neither waits nor locks. Throws cv::Exception for a disparity of
   /// another type.
   virtual void getDepthFrame(cv::Mat& disparity, cv::Mat& depth);
-  /// Appends the points of the next disparity image, in metres. The stamp is that of the newest raw frame. Blocks
+  /// Appends the points of the next disparity image, in meters. The timestamp is that of the newest raw frame. Blocks
   /// for the next disparity; any thread. True if the vector is not empty afterwards.
   virtual bool getPointCloud(std::vector<cv::Vec3f>& points, std::chrono::microseconds& timestamp);
-  /// As above, with the colour of each point; holds off the disparity worker meanwhile.
+  /// As above, with the color of each point; holds off the disparity worker meanwhile.
   virtual bool getPointCloud(std::vector<PCL>& points, std::chrono::microseconds& timestamp);
   /// Appends {intrinsic matrix, distortion, xi, rotation of the eye, translation, camera matrix of the perspective
   /// view}, six headers that share their pixels with the camera: clone before writing into them. The intrinsic
   /// matrix is scaled to the raw frame by each `startCapture` that builds maps; the last matrix is empty before the
   /// first. Always true.
   virtual bool getCalibParams(std::vector<cv::Mat>& params, bool isRight);
-  /// As the four-argument form, without the stamp.
+  /// As the four-argument form, without the timestamp.
   virtual bool getRectStereoFrame(cv::Mat& left, cv::Mat& right, cv::Mat& view);
   /// Next frame's eyes in the perspective view, each of the rectified size, black where the eye saw nothing. Blocks
   /// for the next frame; any thread. Feeds the stream in modes 2 and 3. True if both outputs are non-empty, even where
@@ -180,13 +180,13 @@ public:
   virtual bool startStereoCompute();
   /// Ends the disparity worker and waits for it to finish its cycle, the frame that it waits for included; only where
   /// none can come (the capture is stopped, or none came for two seconds) is that wait ended. Readers still waiting for
-  /// a cloud are released with false. True. The host's thread; also from what runs inside a coloured cloud.
+  /// a cloud are released with false. True. The host's thread; also from what runs inside a colored cloud.
   virtual bool stopStereoCompute();
   /// Ends the capture worker, after its device read, and waits for it; readers still waiting for a frame are
   /// released with false. A read that goes on for two seconds, since the device has stalled, is made to fail, and the
   /// worker reads no more: OpenCV's own video devices are told in their back end's way, a derived cv::VideoCapture by
   /// its `release`, once, which it must take during a read. A read of OpenCV's that nothing ends is left to itself,
-  /// with its thread and device. True. The host's thread; also from what runs inside a coloured cloud.
+  /// with its thread and device. True. The host's thread; also from what runs inside a colored cloud.
   virtual bool stopCapture();
 
 protected:
@@ -203,8 +203,8 @@ protected:
   std::atomic<bool> m_useTransmit{false};     ///< Feed the network stream.
   std::atomic<bool> m_isOpened{false};        ///< Device open; the capture worker runs while true.
   std::atomic<bool> m_isComputing{false};     ///< The disparity worker runs while true.
-  float m_maxDepth = 1.0F;                    ///< Far limit of depth, metres.
-  float m_minDepth = 0.05F;       ///< Near limit of depth, metres; its number also cuts off disparities, pixels.
+  float m_maxDepth = 1.0F;                    ///< Far limit of depth, meters.
+  float m_minDepth = 0.05F;       ///< Near limit of depth, meters; its number also cuts off disparities, pixels.
   int m_transmode = -1;           ///< Stream mode, -1 (none) to 4.
   double m_transrate = 0.0;       ///< Frames per second announced to the encoder.
   double m_hFov = 90.0;           ///< Horizontal field of the perspective view, degrees.
@@ -226,7 +226,7 @@ protected:
   cv::Mat m_rightRotation;      ///< As the left eye's.
   cv::Mat m_rightIntrinsic;     ///< As the left eye's.
   cv::Mat m_rightDistortion;    ///< As the left eye's.
-  cv::Mat m_translation;        ///< Between the eyes, millimetres; its norm is the baseline.
+  cv::Mat m_translation;        ///< Between the eyes, millimeters; its norm is the baseline.
   cv::Mat m_rectCameraMatrix;   ///< 3x3 camera matrix of the perspective view; built by `startCapture`.
   cv::Mat m_rectifyMaps[2][2];  ///< Perspective maps [0 left, 1 right][0 source column, 1 source row], CV_32FC1.
   cv::Mat m_lonLatMaps[2][2];   ///< Longitude-latitude maps, same indexing and type.
@@ -252,7 +252,7 @@ private:
   bool createDevice();
   void noteDevice();
   void buildMaps(float frameScale);
-  void captureWorker(float frameScale, stereo::DeviceReads& reads);
+  void captureWorker(float frameScale, stereo::ReadWatchdog& reads);
   void interruptRead(int attempt);
   void abandonCapture();
   void openStream();
@@ -317,6 +317,6 @@ unsigned char getGreenSegVal(float lo, float hi, float v);
 /// Red of a value `v` on the scale from `lo` to `hi`. With h, r, x as above, the low eight bits of the truncated
 /// (255 x + 255 h) / (r - h) for x >= h, else 0.
 unsigned char getRedSegVal(float lo, float hi, float v);
-/// Colour (blue, green, red) of a value `v` on the scale from `lo` (blue) over the middle (blue and green) to `hi`
+/// Color (blue, green, red) of a value `v` on the scale from `lo` (blue) over the middle (blue and green) to `hi`
 /// (red). Channels run to 510 and wrap round modulo 256.
 cv::Vec3b getclolor(float lo, float hi, float v);

@@ -78,11 +78,11 @@ std::string prefix(const std::string& name) {
   gettimeofday(&now, nullptr);
   tm local{};
   localtime_r(&now.tv_sec, &local);
-  char stamp[64];
-  const std::size_t length = std::strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", &local);
+  char timestamp[64];
+  const std::size_t length = std::strftime(timestamp, sizeof timestamp, "%Y-%m-%d %H:%M:%S", &local);
   char micros[16];
   static_cast<void>(std::snprintf(micros, sizeof micros, ".%06ld", static_cast<long>(now.tv_usec)));  // always fits
-  std::string text(stamp, length);
+  std::string text(timestamp, length);
   text.append(micros).append(" [").append(name).append("] ");
   return text;
 }

@@ -22,8 +22,8 @@ struct Log {
 template <typename T>
 void defNumber(CameraClass& camera, const char* name, T StereoCamera::*member, const char* doc) {
   camera.def_property(
-      name, [member](const StereoCamera& self) { return relaxed(self.*member); },
-      [member](StereoCamera& self, T value) { setRelaxed(self.*member, value); }, doc);
+      name, [member](const StereoCamera& self) { return loadRelaxed(self.*member); },
+      [member](StereoCamera& self, T value) { storeRelaxed(self.*member, value); }, doc);
 }
 
 template <typename T>
@@ -35,8 +35,8 @@ void defNumber(CameraClass& camera, const char* name, std::atomic<T> StereoCamer
 
 void defSize(CameraClass& camera, const char* name, cv::Size StereoCamera::*member, const char* doc) {
   camera.def_property(
-      name, [member](const StereoCamera& self) { return fromSize(relaxed(self.*member)); },
-      [member, name](StereoCamera& self, const py::object& size) { setRelaxed(self.*member, toSize(size, name)); },
+      name, [member](const StereoCamera& self) { return fromSize(loadRelaxed(self.*member)); },
+      [member, name](StereoCamera& self, const py::object& size) { storeRelaxed(self.*member, toSize(size, name)); },
       doc);
 }
 
@@ -101,7 +101,7 @@ void defRawFrame(CameraClass& camera) {
         StereoCamera::TimeFrame& published = self.*(&Members::m_rawFrame);
         published.first = frame.first;
         published.second = frame.second;
-        setRelaxed(published.timestamp, frame.timestamp);
+        storeRelaxed(published.timestamp, frame.timestamp);
         (self.*(&Members::m_frameCond)).notify_all();
       },
       "Latest left and right eye, a copy: TimeFrame(first, second, timestamp), None while there is none. Setting it "
@@ -133,7 +133,7 @@ void defDisparityFrame(CameraClass& camera) {
         StereoCamera::TimeFrame& published = self.*(&Members::m_disparityFrame);
         published.first = frame.first;
         published.second = frame.second;
-        setRelaxed(published.timestamp, frame.timestamp);
+        storeRelaxed(published.timestamp, frame.timestamp);
         (self.*(&Members::m_disparityCond)).notify_all();
       },
       "Latest view (rows x columns x 3, uint8) and disparity (rows x columns, float32, pixels), a copy: "

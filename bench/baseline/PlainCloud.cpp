@@ -13,7 +13,7 @@ constexpr double pi = 3.141592653589793;
 struct Block {
   std::vector<double> keys;
   std::vector<cv::Vec3f> points;
-  std::vector<cv::Vec3b> colours;
+  std::vector<cv::Vec3b> colors;
 };
 
 // Tested before anything is converted to an integer: angles may be NaN.
@@ -32,7 +32,7 @@ void append(Block& block, double x, double y, double w, float z) {
 
 // Longitude-latitude: the pixel's ray by the unified model, its depth from where the ray's two angles fall. True if it
 // has one and was added.
-bool lift(int i, int j, const core::CloudImages& images, const core::CloudModel& model, Block& block) {
+bool unproject(int i, int j, const core::CloudImages& images, const core::CloudModel& model, Block& block) {
   if (outsideRadius(i, j, model)) {
     return false;
   }
@@ -63,10 +63,9 @@ bool lift(int i, int j, const core::CloudImages& images, const core::CloudModel&
 }
 
 // Perspective: the look-ups take the column for the row and the row for the column.
-bool project(int i, int j, const core::CloudImages& images, const core::CloudModel& model, bool coloured,
-             Block& block) {
+bool project(int i, int j, const core::CloudImages& images, const core::CloudModel& model, bool colored, Block& block) {
   float z = 0;
-  if (coloured) {
+  if (colored) {
     if (outsideRadius(i, j, model) || !inside(images.depth, j, i)) {
       return false;
     }
@@ -75,7 +74,7 @@ bool project(int i, int j, const core::CloudImages& images, const core::CloudMod
     if (!inside(images.disparity, j, i)) {
       return false;
     }
-    z = static_cast<float>((model.baselineMillimetres / 1000.0) * model.fx / images.disparity.at<float>(j, i));
+    z = static_cast<float>((model.baselineMillimeters / 1000.0) * model.fx / images.disparity.at<float>(j, i));
   }
   if (!(z > 0)) {
     return false;
@@ -84,20 +83,20 @@ bool project(int i, int j, const core::CloudImages& images, const core::CloudMod
   return true;
 }
 
-void sample(int r0, int c0, const core::CloudImages& images, const core::CloudModel& model, bool coloured,
+void sample(int r0, int c0, const core::CloudImages& images, const core::CloudModel& model, bool colored,
             Block& block) {
   for (int i = r0; i < r0 + 4; ++i) {
     for (int j = c0; j < c0 + 4; ++j) {
       if (i % 2 == 0 || j % 2 == 0) {
         continue;
       }
-      if (coloured && !inside(images.view, i, j)) {
+      if (colored && !inside(images.view, i, j)) {
         continue;
       }
       const bool added =
-          model.mode == 1 ? lift(i, j, images, model, block) : project(i, j, images, model, coloured, block);
-      if (added && coloured) {
-        block.colours.push_back(images.view.at<cv::Vec3b>(i, j));
+          model.mode == 1 ? unproject(i, j, images, model, block) : project(i, j, images, model, colored, block);
+      if (added && colored) {
+        block.colors.push_back(images.view.at<cv::Vec3b>(i, j));
       }
     }
   }
@@ -145,7 +144,7 @@ void plainCloud(const core::CloudImages& images, const core::CloudModel& model, 
   }
 }
 
-void colouredCloud(const core::CloudImages& images, const core::CloudModel& model, std::vector<PCL>& points) {
+void coloredCloud(const core::CloudImages& images, const core::CloudModel& model, std::vector<PCL>& points) {
   if (model.mode != 1 && model.mode != 2) {
     return;
   }
@@ -159,7 +158,7 @@ void colouredCloud(const core::CloudImages& images, const core::CloudModel& mode
     for (int c0 = firstColumn; c0 < endColumn; c0 += 4) {
       Block block;
       sample(r0, c0, images, model, true, block);
-      trim(block, [&](std::size_t k) { points.push_back({block.points[k], block.colours[k]}); });
+      trim(block, [&](std::size_t k) { points.push_back({block.points[k], block.colors[k]}); });
     }
   }
 }

@@ -15,6 +15,6 @@ namespace stereo::baseline {
 // nothing checks them.
 
 void plainCloud(const core::CloudImages& images, const core::CloudModel& model, std::vector<cv::Vec3f>& points);
-void colouredCloud(const core::CloudImages& images, const core::CloudModel& model, std::vector<PCL>& points);
+void coloredCloud(const core::CloudImages& images, const core::CloudModel& model, std::vector<PCL>& points);
 
 }  // namespace stereo::baseline

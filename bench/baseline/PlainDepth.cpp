@@ -30,7 +30,7 @@ unsigned char channel(float value) {
   return static_cast<unsigned char>(static_cast<int>(rounded));
 }
 
-cv::Vec3b colour(float lo, float hi, float v) {
+cv::Vec3b color(float lo, float hi, float v) {
   const float half = (hi - lo) / 2;
   const float mid = lo + half;
   float B = 0;
@@ -50,16 +50,16 @@ cv::Vec3b colour(float lo, float hi, float v) {
 
 void metricDepth(const cv::Mat& disparity, const core::DepthModel& model, cv::Mat& depth) {
   depth = cv::Mat(disparity.rows, disparity.cols, CV_32FC1, cv::Scalar(-1.0));
-  float metres = 0;
+  float meters = 0;
   for (int r = 0; r < disparity.rows; ++r) {
     for (int c = 0; c < disparity.cols; ++c) {
       const float d = disparity.at<float>(r, c);
       if (d > model.minDepth) {
-        evaluateDepth(d, c, model, metres);
-        if (metres > model.maxDepth || metres < model.minDepth) {
-          metres = 0;
+        evaluateDepth(d, c, model, meters);
+        if (meters > model.maxDepth || meters < model.minDepth) {
+          meters = 0;
         }
-        depth.at<float>(r, c) = metres;
+        depth.at<float>(r, c) = meters;
       }
     }
   }
@@ -68,17 +68,17 @@ void metricDepth(const cv::Mat& disparity, const core::DepthModel& model, cv::Ma
 core::DepthRange depthRange(const cv::Mat& disparity, const core::DepthModel& model) {
   float max = 0.0F;
   float min = 1e11F;
-  float metres = 0;
+  float meters = 0;
   for (int r = 0; r < disparity.rows; ++r) {
     for (int c = 0; c < disparity.cols; ++c) {
       const float d = disparity.at<float>(r, c);
       if (d > model.minDepth) {
-        evaluateDepth(d, c, model, metres);
-        if (metres > max) {
-          max = metres;
+        evaluateDepth(d, c, model, meters);
+        if (meters > max) {
+          max = meters;
         }
-        if (metres < min) {
-          min = metres;
+        if (meters < min) {
+          min = meters;
         }
       }
     }
@@ -92,22 +92,22 @@ core::DepthRange depthRange(const cv::Mat& disparity, const core::DepthModel& mo
   return {min, max};
 }
 
-void colouredDepth(const cv::Mat& disparity, const core::DepthModel& model, cv::Mat& picture) {
+void coloredDepth(const cv::Mat& disparity, const core::DepthModel& model, cv::Mat& picture) {
   picture = cv::Mat(disparity.rows, disparity.cols, CV_8UC3, cv::Scalar(0, 0, 0));
   const core::DepthRange range = baseline::depthRange(disparity, model);
-  float metres = 0;
+  float meters = 0;
   for (int r = 0; r < disparity.rows; ++r) {
     for (int c = 0; c < disparity.cols; ++c) {
       const float d = disparity.at<float>(r, c);
       if (!(d > 0)) {
         continue;
       }
-      evaluateDepth(d, c, model, metres);
-      if (metres > model.maxDepth || metres < model.minDepth) {
-        metres = 0;
+      evaluateDepth(d, c, model, meters);
+      if (meters > model.maxDepth || meters < model.minDepth) {
+        meters = 0;
       }
-      if (metres > 0) {
-        picture.at<cv::Vec3b>(r, c) = colour(range.min, range.max, metres);
+      if (meters > 0) {
+        picture.at<cv::Vec3b>(r, c) = color(range.min, range.max, meters);
       }
     }
   }

@@ -9,14 +9,14 @@ namespace stereo::baseline {
 
 // Depth by pixel, every term evaluated where it stands. Disparities are CV_32FC1, pixels; nothing checks that.
 
-/// Metres into a new CV_32FC1 image: -1 where the disparity is not above the near limit's number, 0 out of limits.
+/// Meters into a new CV_32FC1 image: -1 where the disparity is not above the near limit's number, 0 out of limits.
 void metricDepth(const cv::Mat& disparity, const core::DepthModel& model, cv::Mat& depth);
 
 /// Range of the depths, narrowed to the limits.
 core::DepthRange depthRange(const cv::Mat& disparity, const core::DepthModel& model);
 
-/// False-colour picture, a new CV_8UC3 image turned by 180 degrees. Evaluates every depth twice: for the range and for
-/// the colour.
-void colouredDepth(const cv::Mat& disparity, const core::DepthModel& model, cv::Mat& picture);
+/// False-color picture, a new CV_8UC3 image turned by 180 degrees. Evaluates every depth twice: for the range and for
+/// the color.
+void coloredDepth(const cv::Mat& disparity, const core::DepthModel& model, cv::Mat& picture);
 
 }  // namespace stereo::baseline

@@ -63,7 +63,7 @@ void addCloudUnits(std::vector<Unit>& units) {
   const auto add = [&units](cv::Size size, int mode, const Wanted& wanted) {
     units.push_back(cloudUnit<cv::Vec3f>("plain", size, mode, baseline::plainCloud, core::appendPlainCloud, wanted));
     units.push_back(
-        cloudUnit<PCL>("coloured", size, mode, baseline::colouredCloud, core::appendColoredCloud<PCL>, wanted));
+        cloudUnit<PCL>("coloured", size, mode, baseline::coloredCloud, core::appendColoredCloud<PCL>, wanted));
   };
   add({464, 400}, bench::lonLatMode, {3, 0, 0});
   add({464, 400}, bench::perspectiveMode, {3, 5, 0});

@@ -24,7 +24,7 @@ struct Case {
   cv::Mat disparity;
   core::DepthModel model;
   cv::Mat Q;
-  cv::Mat scalar, library, depths, peer, metres, bytes;  // kept from call to call
+  cv::Mat scalar, library, depths, peer, meters, bytes;  // kept from call to call
 };
 
 std::string unitName(const char* what, cv::Size size, int mode) {
@@ -51,19 +51,19 @@ Unit metricUnit(cv::Size size, int mode, const Wanted& wanted) {
   return unit;
 }
 
-// Depth, scaled to bytes and coloured by a table, turned.
+// Depth, scaled to bytes and colored by a table, turned.
 void paintByTable(Case& kept) {
-  cv::divide(kept.model.f * kept.model.b, kept.disparity, kept.metres);
-  cv::normalize(kept.metres, kept.bytes, 0, 255, cv::NORM_MINMAX, CV_8U);
+  cv::divide(kept.model.f * kept.model.b, kept.disparity, kept.meters);
+  cv::normalize(kept.meters, kept.bytes, 0, 255, cv::NORM_MINMAX, CV_8U);
   cv::applyColorMap(kept.bytes, kept.peer, cv::COLORMAP_JET);
   cv::flip(kept.peer, kept.peer, -1);
 }
 
-Unit colouredUnit(cv::Size size, int mode, const Wanted& wanted) {
+Unit coloredUnit(cv::Size size, int mode, const Wanted& wanted) {
   const auto kept = std::make_shared<Case>(size, mode);
   Unit unit;
   unit.name = unitName("coloured depth", size, mode);
-  unit.scalar = [kept] { baseline::colouredDepth(kept->disparity, kept->model, kept->scalar); };
+  unit.scalar = [kept] { baseline::coloredDepth(kept->disparity, kept->model, kept->scalar); };
   unit.library = [kept] { core::writeDepthPicture(kept->disparity, kept->model, kept->depths, kept->library); };
   if (mode == bench::perspectiveMode) {
     unit.peer = [kept] { paintByTable(*kept); };
@@ -85,8 +85,8 @@ void addDepthUnits(std::vector<Unit>& units) {
     units.push_back(metricUnit(size, bench::perspectiveMode, {5, 20, 0}));
   }
   units.push_back(metricUnit({464, 400}, bench::lonLatMode, {1.8, 0, 0}));
-  units.push_back(colouredUnit({464, 400}, bench::lonLatMode, {3.5, 0, 0}));
-  units.push_back(colouredUnit({464, 400}, bench::perspectiveMode, {6, 1, 0}));
+  units.push_back(coloredUnit({464, 400}, bench::lonLatMode, {3.5, 0, 0}));
+  units.push_back(coloredUnit({464, 400}, bench::perspectiveMode, {6, 1, 0}));
 }
 
 }  // namespace stereo::compare

@@ -24,19 +24,19 @@ std::string processorName() {
 
 }  // namespace
 
-Machine thisMachine(const std::string& instructions) {
-  Machine machine;
-  machine.processor = processorName();
-  machine.cores = std::thread::hardware_concurrency();
-  machine.threads = cv::getNumThreads();
-  machine.instructions = instructions;
+Environment currentEnvironment(const std::string& instructions) {
+  Environment environment;
+  environment.processor = processorName();
+  environment.cores = std::thread::hardware_concurrency();
+  environment.threads = cv::getNumThreads();
+  environment.instructions = instructions;
 #if defined(__clang__)
-  machine.compiler = "Clang " __clang_version__;
+  environment.compiler = "Clang " __clang_version__;
 #else
-  machine.compiler = "GCC " __VERSION__;
+  environment.compiler = "GCC " __VERSION__;
 #endif
-  machine.openCv = CV_VERSION;
-  return machine;
+  environment.openCv = CV_VERSION;
+  return environment;
 }
 
 }  // namespace stereo::compare

@@ -70,10 +70,10 @@ void writeResult(std::ostream& out, const Result& result) {
 
 }  // namespace
 
-void writeJson(std::ostream& out, const Machine& machine, const std::vector<Result>& results) {
-  out << "{\n  \"machine\": {\"processor\": " << quoted(machine.processor) << ", \"cores\": " << machine.cores
-      << ", \"threads\": " << machine.threads << ", \"instructions\": " << quoted(machine.instructions)
-      << ", \"compiler\": " << quoted(machine.compiler) << ", \"opencv\": " << quoted(machine.openCv) << "},\n"
+void writeJson(std::ostream& out, const Environment& environment, const std::vector<Result>& results) {
+  out << "{\n  \"machine\": {\"processor\": " << quoted(environment.processor) << ", \"cores\": " << environment.cores
+      << ", \"threads\": " << environment.threads << ", \"instructions\": " << quoted(environment.instructions)
+      << ", \"compiler\": " << quoted(environment.compiler) << ", \"opencv\": " << quoted(environment.openCv) << "},\n"
       << "  \"units\": [";
   const char* separator = "\n";
   for (const Result& result : results) {

@@ -55,10 +55,10 @@ Unit maskUnit(const std::shared_ptr<Pair>& pair, const char* name, Mask scalar, 
   return unit;
 }
 
-// Stretches of memory that turn black.
-using Stretches = std::vector<std::pair<unsigned char*, std::size_t>>;
+// Chunks of memory that turn black.
+using Chunks = std::vector<std::pair<unsigned char*, std::size_t>>;
 
-void addStretches(cv::Mat& image, const cv::Mat& mask, Stretches& stretches) {
+void addStretches(cv::Mat& image, const cv::Mat& mask, Chunks& chunks) {
   const unsigned char* end = nullptr;
   for (int i = 0; i < mask.rows; ++i) {
     for (int j = 0; j < mask.cols; ++j) {
@@ -67,9 +67,9 @@ void addStretches(cv::Mat& image, const cv::Mat& mask, Stretches& stretches) {
       }
       auto* const pixel = reinterpret_cast<unsigned char*>(image.ptr<cv::Vec3b>(i) + j);
       if (pixel == end) {
-        stretches.back().second += 3;
+        chunks.back().second += 3;
       } else {
-        stretches.emplace_back(pixel, 3);
+        chunks.emplace_back(pixel, 3);
       }
       end = pixel + 3;
     }
@@ -78,11 +78,11 @@ void addStretches(cv::Mat& image, const cv::Mat& mask, Stretches& stretches) {
 
 // The black bytes of the pair where they lie, known beforehand.
 std::function<void()> floorInPlace(const std::shared_ptr<Pair>& pair, const cv::Mat& mask) {
-  Stretches stretches;
-  addStretches(pair->first, mask, stretches);
-  addStretches(pair->second, mask, stretches);
-  return [pair, stretches] {
-    for (const auto& [start, bytes] : stretches) {
+  Chunks chunks;
+  addStretches(pair->first, mask, chunks);
+  addStretches(pair->second, mask, chunks);
+  return [pair, chunks] {
+    for (const auto& [start, bytes] : chunks) {
       std::memset(start, 0, bytes);
     }
   };

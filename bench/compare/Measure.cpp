@@ -70,7 +70,7 @@ bool Result::reached() const {
          (wanted.floor == 0 || (floor.calls > 0 && libraryOverFloor() <= wanted.floor));
 }
 
-Result measure(const Unit& unit, double seconds, std::size_t leastRounds) {
+Result measure(const Unit& unit, double seconds, std::size_t minRounds) {
   Result result;
   result.name = unit.name;
   result.peerName = unit.peerName;
@@ -94,7 +94,7 @@ Result measure(const Unit& unit, double seconds, std::size_t leastRounds) {
   } while (secondsSince(warmUp) < 0.1 * seconds);
 
   const auto start = Clock::now();
-  for (std::size_t round = 0; round < leastRounds || secondsSince(start) < seconds; ++round) {
+  for (std::size_t round = 0; round < minRounds || secondsSince(start) < seconds; ++round) {
     for (Runner& runner : runners) {
       runner.once();
     }

@@ -37,7 +37,7 @@ struct Result {
 };
 
 /// Compares, warms up, then measures the unit's calls in turns, so that a machine that slows down or speeds up does so
-/// for all of them: whole rounds until `seconds` have passed, but at least `leastRounds`.
-Result measure(const Unit& unit, double seconds, std::size_t leastRounds);
+/// for all of them: whole rounds until `seconds` have passed, but at least `minRounds`.
+Result measure(const Unit& unit, double seconds, std::size_t minRounds);
 
 }  // namespace stereo::compare

@@ -10,7 +10,7 @@
 namespace stereo::compare {
 
 /// Where and with what the figures were taken.
-struct Machine {
+struct Environment {
   std::string processor;
   unsigned cores = 0;
   int threads = 0;  ///< That OpenCV's parallel loops may use.
@@ -20,11 +20,11 @@ struct Machine {
 };
 
 /// `instructions` names the instruction set that the library's kernels were told to use.
-Machine thisMachine(const std::string& instructions);
+Environment currentEnvironment(const std::string& instructions);
 
 /// A table in columns for a terminal, or in Markdown.
-void writeTable(std::ostream& out, const Machine& machine, const std::vector<Result>& results, bool markdown);
+void writeTable(std::ostream& out, const Environment& environment, const std::vector<Result>& results, bool markdown);
 
-void writeJson(std::ostream& out, const Machine& machine, const std::vector<Result>& results);
+void writeJson(std::ostream& out, const Environment& environment, const std::vector<Result>& results);
 
 }  // namespace stereo::compare

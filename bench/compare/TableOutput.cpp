@@ -93,9 +93,10 @@ void writeNames(std::ostream& out, const std::vector<Result>& results, bool mark
 
 }  // namespace
 
-void writeTable(std::ostream& out, const Machine& machine, const std::vector<Result>& results, bool markdown) {
-  out << machine.processor << ", " << machine.cores << " cores, " << machine.threads << " threads in use; instructions "
-      << machine.instructions << "; " << machine.compiler << "; OpenCV " << machine.openCv << '\n'
+void writeTable(std::ostream& out, const Environment& environment, const std::vector<Result>& results, bool markdown) {
+  out << environment.processor << ", " << environment.cores << " cores, " << environment.threads
+      << " threads in use; instructions " << environment.instructions << "; " << environment.compiler << "; OpenCV "
+      << environment.openCv << '\n'
       << "Milliseconds, medians; p90, processor time (all threads) and allocations are the library's, a call.\n\n";
   std::vector<Row> rows;
   for (const Result& result : results) {

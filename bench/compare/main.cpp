@@ -76,11 +76,11 @@ int run(const Options& options) {
       equal = false;
     }
   }
-  const Machine machine = thisMachine(core::name(core::instructionSet()));
-  writeTable(std::cout, machine, results, options.markdown);
+  const Environment environment = currentEnvironment(core::name(core::instructionSet()));
+  writeTable(std::cout, environment, results, options.markdown);
   if (!options.json.empty()) {
     std::ofstream file(options.json);
-    writeJson(file, machine, results);
+    writeJson(file, environment, results);
     if (!file.flush()) {
       std::cerr << "cannot write " << options.json << std::endl;
       return 2;

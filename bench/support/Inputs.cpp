@@ -14,7 +14,7 @@ namespace stereo::bench {
 
 namespace {
 
-constexpr float baseline = 0.06F;  // metres
+constexpr float baseline = 0.06F;  // meters
 constexpr double hFov = 90.0;      // degrees
 
 Eye eye(double fx, double cx, const cv::Vec3d& rotation, double xi) {
@@ -98,7 +98,7 @@ core::CloudModel cloudModel(cv::Size size, int mode) {
   model.fy = camera.at<double>(1, 1);
   model.cx = camera.at<double>(0, 2);
   model.cy = camera.at<double>(1, 2);
-  model.baselineMillimetres = 1000.0 * 0.06;
+  model.baselineMillimeters = 1000.0 * 0.06;
   model.xi = leftEye().mirror();
   model.threshold = size.width;  // nothing of the view is left out
   return model;
@@ -107,7 +107,7 @@ core::CloudModel cloudModel(cv::Size size, int mode) {
 cv::Mat reprojection(cv::Size size) {
   const core::CloudModel model = cloudModel(size, perspectiveMode);
   return (cv::Mat_<double>(4, 4) << 1, 0, 0, -model.cx, 0, 1, 0, -model.cy, 0, 0, 0, model.fx, 0, 0,
-          1000.0 / model.baselineMillimetres, 0);
+          1000.0 / model.baselineMillimeters, 0);
 }
 
 cv::Mat circleMask(cv::Size size, int radius) {

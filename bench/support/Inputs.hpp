@@ -32,7 +32,7 @@ cv::Mat viewMatrix(cv::Size size, int mode);
 cv::Mat picture(cv::Size size, int seed);
 
 /// Disparity as a matcher leaves it, CV_32FC1: smooth surfaces in sixteenths of a pixel, about a tenth of the pixels -1
-/// in patches. With `depthModel(size, mode)` most depths come to lie between 0.2 and 1 metre.
+/// in patches. With `depthModel(size, mode)` most depths come to lie between 0.2 and 1 meter.
 cv::Mat matchedDisparity(cv::Size size, int seed);
 
 /// Model of the view of `size` for a baseline of 60 mm; a perspective view is 90 degrees wide.

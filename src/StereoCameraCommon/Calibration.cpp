@@ -43,8 +43,8 @@ bool StereoCamera::loadCalibParams(std::string fileName) {
     }
     const int serialNumber = stereo::core::toInt(stereo::core::numberAt(serial, 0));
     const int posNumber = stereo::core::toInt(stereo::core::numberAt(position, 0));
-    stereo::setRelaxed(m_serialNumber, serialNumber);
-    stereo::setRelaxed(m_posNumber, posNumber);
+    stereo::storeRelaxed(m_serialNumber, serialNumber);
+    stereo::storeRelaxed(m_posNumber, posNumber);
     reader->release();
     return true;
   } catch (const cv::Exception&) {

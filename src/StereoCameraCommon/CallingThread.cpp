@@ -8,7 +8,7 @@ namespace stereo {
 namespace {
 
 thread_local RectifiedRead* innermostRead = nullptr;
-thread_local DisparityHold* innermostHold = nullptr;
+thread_local HeldDisparityLock* innermostHold = nullptr;
 thread_local const StereoCamera* workedFor = nullptr;  // by a disparity worker
 
 }  // namespace
@@ -33,13 +33,13 @@ void RectifiedRead::note(const StereoCamera* camera, bool endedByStop) {
   }
 }
 
-DisparityHold::DisparityHold(const StereoCamera* camera, std::unique_lock<std::mutex>& lock)
+HeldDisparityLock::HeldDisparityLock(const StereoCamera* camera, std::unique_lock<std::mutex>& lock)
     : m_camera(camera), m_lock(lock), m_outer(std::exchange(innermostHold, this)) {}
 
-DisparityHold::~DisparityHold() { innermostHold = m_outer; }
+HeldDisparityLock::~HeldDisparityLock() { innermostHold = m_outer; }
 
-std::unique_lock<std::mutex>* DisparityHold::of(const StereoCamera* camera) {
-  for (DisparityHold* hold = innermostHold; hold != nullptr; hold = hold->m_outer) {
+std::unique_lock<std::mutex>* HeldDisparityLock::of(const StereoCamera* camera) {
+  for (HeldDisparityLock* hold = innermostHold; hold != nullptr; hold = hold->m_outer) {
     if (hold->m_camera == camera) {
       return &hold->m_lock;
     }

@@ -43,12 +43,12 @@ private:
 
 /// The calling thread's lock on a camera's `m_disparityMutex`, while it runs what others have written: an override, or
 /// what a window calls back. A stop operation called from there must not wait for that lock.
-class DisparityHold {
+class HeldDisparityLock {
 public:
-  DisparityHold(const StereoCamera* camera, std::unique_lock<std::mutex>& lock);
-  ~DisparityHold();
-  DisparityHold(const DisparityHold&) = delete;
-  DisparityHold& operator=(const DisparityHold&) = delete;
+  HeldDisparityLock(const StereoCamera* camera, std::unique_lock<std::mutex>& lock);
+  ~HeldDisparityLock();
+  HeldDisparityLock(const HeldDisparityLock&) = delete;
+  HeldDisparityLock& operator=(const HeldDisparityLock&) = delete;
 
   /// The calling thread's lock on the camera's mutex; null where it holds none.
   static std::unique_lock<std::mutex>* of(const StereoCamera* camera);
@@ -56,24 +56,24 @@ public:
 private:
   const StereoCamera* const m_camera;
   std::unique_lock<std::mutex>& m_lock;
-  DisparityHold* const m_outer;
+  HeldDisparityLock* const m_outer;
 };
 
 /// Lets go of a lock for as long as this lives; of none if null.
-class Unlocked {
+class ScopedUnlock {
 public:
-  explicit Unlocked(std::unique_lock<std::mutex>* lock) : m_lock(lock) {
+  explicit ScopedUnlock(std::unique_lock<std::mutex>* lock) : m_lock(lock) {
     if (m_lock != nullptr) {
       m_lock->unlock();
     }
   }
-  ~Unlocked() {
+  ~ScopedUnlock() {
     if (m_lock != nullptr) {
       m_lock->lock();
     }
   }
-  Unlocked(const Unlocked&) = delete;
-  Unlocked& operator=(const Unlocked&) = delete;
+  ScopedUnlock(const ScopedUnlock&) = delete;
+  ScopedUnlock& operator=(const ScopedUnlock&) = delete;
 
 private:
   std::unique_lock<std::mutex>* const m_lock;

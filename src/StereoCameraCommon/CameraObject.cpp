@@ -10,8 +10,8 @@
 #include "src/StereoCameraCommon/LogReports.hpp"
 #include "src/StereoCameraCommon/RelaxedAccess.hpp"
 
-using stereo::relaxed;
-using stereo::setRelaxed;
+using stereo::loadRelaxed;
+using stereo::storeRelaxed;
 
 // Every public constructor delegates to this one, so that the destructor frees what a later step acquired should that
 // step throw.
@@ -96,17 +96,17 @@ bool StereoCamera::createDevice() {
 bool StereoCamera::isOpened() { return m_isOpened; }
 
 bool StereoCamera::setLogLevel(int level) {
-  setRelaxed(m_logLevel, level);
+  storeRelaxed(m_logLevel, level);
   return level >= 0;
 }
 
 bool StereoCamera::setPosNumber(int posNumber) {
-  setRelaxed(m_posNumber, posNumber);
+  storeRelaxed(m_posNumber, posNumber);
   return true;
 }
 
 bool StereoCamera::setSerialNumber(int serialNumber) {
-  setRelaxed(m_serialNumber, serialNumber);
+  storeRelaxed(m_serialNumber, serialNumber);
   return true;
 }
 
@@ -125,29 +125,29 @@ bool StereoCamera::setRawFrameSize(cv::Size size) {
     stereo::reportError(m_log, "Image size must be 1856×800 or 928×400!\n");
     return false;
   }
-  setRelaxed(m_rawFrameSize, size);
+  storeRelaxed(m_rawFrameSize, size);
   if (m_videoCapture == nullptr) {
     return false;
   }
   m_videoCapture->set(cv::CAP_PROP_FRAME_WIDTH, size.width);
   m_videoCapture->set(cv::CAP_PROP_FRAME_HEIGHT, size.height);
-  setRelaxed(m_fisheyeRadius, size.width >> 2);
+  storeRelaxed(m_fisheyeRadius, size.width >> 2);
   return true;
 }
 
 bool StereoCamera::setRectFrameSize(cv::Size size) {
-  setRelaxed(m_rectFrameSize, size);
+  storeRelaxed(m_rectFrameSize, size);
   return size.width != 0;
 }
 
-int StereoCamera::getLogLevel() const { return relaxed(m_logLevel); }
+int StereoCamera::getLogLevel() const { return loadRelaxed(m_logLevel); }
 
-int StereoCamera::getDeviceNode() const { return relaxed(m_deviceNode); }
+int StereoCamera::getDeviceNode() const { return loadRelaxed(m_deviceNode); }
 
-int StereoCamera::getPosNumber() const { return relaxed(m_posNumber); }
+int StereoCamera::getPosNumber() const { return loadRelaxed(m_posNumber); }
 
-int StereoCamera::getSerialNumber() const { return relaxed(m_serialNumber); }
+int StereoCamera::getSerialNumber() const { return loadRelaxed(m_serialNumber); }
 
 float StereoCamera::getRawFrameRate() const { return m_frameRate; }
 
-cv::Size StereoCamera::getRawFrameSize() const { return relaxed(m_rawFrameSize); }
+cv::Size StereoCamera::getRawFrameSize() const { return loadRelaxed(m_rawFrameSize); }

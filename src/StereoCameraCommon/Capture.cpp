@@ -20,10 +20,10 @@
 #include "src/system/SharedFrame.hpp"
 #include "src/system/VideoDevice.hpp"
 
-using stereo::relaxed;
+using stereo::loadRelaxed;
 using stereo::reportError;
 using stereo::reportInfo;
-using stereo::setRelaxed;
+using stereo::storeRelaxed;
 
 namespace {
 
@@ -67,14 +67,14 @@ std::chrono::microseconds systemTime() {
 
 // After how many attempts to end it a read is left to itself. Not one of a derived class on nothing of OpenCV's, which
 // is to end when it is told to.
-int mostAttempts(stereo::sys::BackEnd backEnd) {
+int maxAttempts(stereo::sys::BackEnd backEnd) {
   switch (backEnd) {
     case stereo::sys::BackEnd::gstreamer:
       return 10;  // about a second: a pipeline that never came to run, on a driver that does not wake who waits
     case stereo::sys::BackEnd::kernel:
       return 150;  // fifteen; OpenCV's own limit is ten
     default:
-      return stereo::DeviceReads::never;
+      return stereo::ReadWatchdog::never;
   }
 }
 
@@ -88,9 +88,9 @@ bool StereoCamera::startCapture(bool useTransmit, bool useShareMemory) {
     m_useTransmit = true;
   }
   const auto frameScale =
-      static_cast<float>(static_cast<float>(relaxed(m_rawFrameSize).width) / double{stereo::model::fullFrameWidth});
+      static_cast<float>(static_cast<float>(loadRelaxed(m_rawFrameSize).width) / double{stereo::model::fullFrameWidth});
   // The left intrinsic matrix is not asked for; where it alone is missing, scaling it raises the error.
-  if (!relaxed(m_rectFrameSize).empty() && !m_translation.empty() && !m_leftXi.empty() && !m_leftRotation.empty() &&
+  if (!loadRelaxed(m_rectFrameSize).empty() && !m_translation.empty() && !m_leftXi.empty() && !m_leftRotation.empty() &&
       !m_leftDistortion.empty() && !m_rightXi.empty() && !m_rightRotation.empty() && !m_rightIntrinsic.empty() &&
       !m_rightDistortion.empty()) {
     buildMaps(frameScale);
@@ -100,21 +100,21 @@ bool StereoCamera::startCapture(bool useTransmit, bool useShareMemory) {
     noteDevice();  // while nobody reads it
   }
   if (m_isOpened) {
-    m_internals->deviceReads->resume();
+    m_internals->deviceWatchdog->resume();
     const std::lock_guard lock(m_frameMutex);
     m_internals->captureStopped = false;
     m_internals->disparityStarved = false;
   }
   // Reserved first, so that nothing can throw between the new worker's start and the old one's being put away.
   m_internals->supersededWorkers.reserve(m_internals->supersededWorkers.size() + 1);
-  const auto reads = m_internals->deviceReads;
+  const auto reads = m_internals->deviceWatchdog;
   reads->workerStarts();
   std::thread* worker = nullptr;
   try {
     worker = new std::thread([this, frameScale, reads] {
       try {
         captureWorker(frameScale, *reads);
-      } catch (const stereo::DeviceReads::Abandoned&) {
+      } catch (const stereo::ReadWatchdog::Abandoned&) {
         return;  // the camera may be gone
       }
       reads->workerEnds();
@@ -132,7 +132,7 @@ bool StereoCamera::startCapture(bool useTransmit, bool useShareMemory) {
 }
 
 void StereoCamera::buildMaps(float frameScale) {
-  const cv::Size size = relaxed(m_rectFrameSize);
+  const cv::Size size = loadRelaxed(m_rectFrameSize);
   // All of it before anything changes, so that a calibration that is refused can be mended and started with.
   stereo::core::requireEye(m_leftIntrinsic, m_leftDistortion, m_leftRotation);
   stereo::core::requireEye(m_rightIntrinsic, m_rightDistortion, m_rightRotation);
@@ -140,8 +140,8 @@ void StereoCamera::buildMaps(float frameScale) {
   const double rightXi = stereo::core::scalarOf(m_rightXi);
   scaleIntrinsic(m_leftIntrinsic, frameScale);
   scaleIntrinsic(m_rightIntrinsic, frameScale);
-  const cv::Mat perspective = stereo::core::perspectiveCameraMatrix(size, relaxed(m_hFov));
-  const cv::Mat lonLat = stereo::core::lonLatCameraMatrix(size, relaxed(m_lonLatFov));
+  const cv::Mat perspective = stereo::core::perspectiveCameraMatrix(size, loadRelaxed(m_hFov));
+  const cv::Mat lonLat = stereo::core::lonLatCameraMatrix(size, loadRelaxed(m_lonLatFov));
   {
     const std::lock_guard lock(m_internals->mapMutex);
     m_rectCameraMatrix = perspective;
@@ -167,7 +167,7 @@ void StereoCamera::buildMaps(float frameScale) {
   }
 }
 
-void StereoCamera::captureWorker(float frameScale, stereo::DeviceReads& reads) {
+void StereoCamera::captureWorker(float frameScale, stereo::ReadWatchdog& reads) {
   const auto readFrame = [this, &reads] {
     // Empty at every read: a device that fails without touching its argument must not replay the last frame.
     cv::Mat frame = stereo::sys::recycledImage();
@@ -181,19 +181,19 @@ void StereoCamera::captureWorker(float frameScale, stereo::DeviceReads& reads) {
   const auto segment = std::make_shared<stereo::sys::SharedFrame>();
   if (m_useShareMemory) {
     openSegment(*segment, frameScale, stereo::core::wrappingSum(getPosNumber(), stereo::model::firstSegmentKey),
-                relaxed(m_rawFrameSize), m_log);
+                loadRelaxed(m_rawFrameSize), m_log);
     const std::lock_guard lock(m_internals->segmentMutex);
     m_internals->segments.push_back(segment);
   }
   for (int i = 0; i < stereo::model::warmUpReads; ++i) {
     const cv::Mat frame = readFrame();
     if (!frame.empty()) {
-      setRelaxed(m_rawFrameSize, frame.size());
+      storeRelaxed(m_rawFrameSize, frame.size());
     }
   }
   reportInfo(m_log, "Start capture ...\n");
   usleep(warmUpPause);
-  if (m_useTransmit && relaxed(m_transmode) != -1) {
+  if (m_useTransmit && loadRelaxed(m_transmode) != -1) {
     openStream();
   }
 
@@ -204,7 +204,7 @@ void StereoCamera::captureWorker(float frameScale, stereo::DeviceReads& reads) {
     if (frame.empty()) {
       continue;
     }
-    pass.process(frame, relaxed(m_fisheyeRadius));
+    pass.process(frame, loadRelaxed(m_fisheyeRadius));
     if (m_useShareMemory) {
       const std::lock_guard lock(m_internals->segmentMutex);
       segment->offer(pass.left(), static_cast<std::size_t>(frame.rows) * static_cast<std::size_t>(frame.cols >> 1) * 3);
@@ -214,9 +214,9 @@ void StereoCamera::captureWorker(float frameScale, stereo::DeviceReads& reads) {
 
     const std::lock_guard lock(m_frameMutex);
     pass.publish(m_rawFrame.first, m_rawFrame.second);
-    const std::chrono::microseconds stamp = systemTime();
-    setRelaxed(m_rawFrame.timestamp, stamp);
-    m_internals->ownStamp = stamp;
+    const std::chrono::microseconds timestamp = systemTime();
+    storeRelaxed(m_rawFrame.timestamp, timestamp);
+    m_internals->ownTimestamp = timestamp;
     ++m_internals->publishedFrames;
     m_frameCond.notify_all();
     usleep(publicationPause);  // inside the lock: readers of this frame get it before the next can replace it
@@ -242,7 +242,7 @@ void StereoCamera::noteDevice() {
     // Made by the constructor, or put in its place by a derived class since.
     shared.openedDevice = m_videoCapture;
     shared.backEnd = backEnd;
-    shared.openedNode = relaxed(m_deviceNode);
+    shared.openedNode = loadRelaxed(m_deviceNode);
   } else if (backEnd != stereo::sys::BackEnd::foreign || typeid(*m_videoCapture) != typeid(cv::VideoCapture)) {
     shared.backEnd = backEnd;
   }
@@ -283,8 +283,8 @@ bool StereoCamera::stopCapture() {
   const bool hadWorker = m_captureThread != nullptr;
   if (hadWorker) {
     Internals& shared = *m_internals;
-    if (shared.deviceReads->awaitWorkers([this](int attempt) { interruptRead(attempt); },
-                                         mostAttempts(shared.backEnd))) {
+    if (shared.deviceWatchdog->awaitWorkers([this](int attempt) { interruptRead(attempt); },
+                                            maxAttempts(shared.backEnd))) {
       m_captureThread->join();
       for (std::thread& worker : shared.supersededWorkers) {
         worker.join();
@@ -307,10 +307,10 @@ bool StereoCamera::stopCapture() {
 void StereoCamera::abandonCapture() {
   Internals& shared = *m_internals;
   auto closed = std::make_unique<cv::VideoCapture>();
-  shared.deviceReads->keep(std::shared_ptr<cv::VideoCapture>(m_videoCapture));
+  shared.deviceWatchdog->keep(std::shared_ptr<cv::VideoCapture>(m_videoCapture));
   m_videoCapture = closed.release();
   shared.openedDevice = nullptr;
-  shared.deviceReads = std::make_shared<stereo::DeviceReads>();
+  shared.deviceWatchdog = std::make_shared<stereo::ReadWatchdog>();
   m_captureThread->detach();
   for (std::thread& worker : shared.supersededWorkers) {
     worker.detach();

@@ -10,17 +10,17 @@
 #include "src/system/ImageMemory.hpp"
 
 using stereo::DisparityWorkerThread;
-using stereo::relaxed;
+using stereo::loadRelaxed;
 
 // What the depth formulas need, read once. The camera matrix may be swapped by a second start meanwhile.
 stereo::core::DepthModel StereoCamera::depthModel() const {
   stereo::core::DepthModel model;
-  model.mode = relaxed(m_depthmode);
-  model.b = stereo::core::baselineMetres(m_translation);
-  model.W = relaxed(m_rectFrameSize).width;
-  model.lonLatFov = relaxed(m_lonLatFov);
-  model.minDepth = relaxed(m_minDepth);
-  model.maxDepth = relaxed(m_maxDepth);
+  model.mode = loadRelaxed(m_depthmode);
+  model.b = stereo::core::baselineMeters(m_translation);
+  model.W = loadRelaxed(m_rectFrameSize).width;
+  model.lonLatFov = loadRelaxed(m_lonLatFov);
+  model.minDepth = loadRelaxed(m_minDepth);
+  model.maxDepth = loadRelaxed(m_maxDepth);
   const cv::Mat camera = rectCameraMatrix();
   model.f = camera.empty() ? 0.0 : stereo::core::scalarOf(camera);
   return model;

@@ -12,9 +12,9 @@
 #include "src/core/Matcher.hpp"
 #include "src/system/ImageMemory.hpp"
 
-using stereo::relaxed;
+using stereo::loadRelaxed;
 using stereo::reportInfo;
-using stereo::setRelaxed;
+using stereo::storeRelaxed;
 using stereo::sys::recycledCopy;
 using stereo::sys::recycledImage;
 
@@ -38,14 +38,14 @@ bool StereoCamera::startStereoCompute() {
   }
   m_internals->disparityStarved = false;
   m_isComputing = true;
-  m_internals->disparityReads.workerStarts();
+  m_internals->disparityWatchdog.workerStarts();
   try {
     m_computeThread = new std::thread([this] {
       disparityWorker();
-      m_internals->disparityReads.workerEnds();
+      m_internals->disparityWatchdog.workerEnds();
     });
   } catch (...) {
-    m_internals->disparityReads.workerEnds();
+    m_internals->disparityWatchdog.workerEnds();
     m_isComputing = false;  // no thread could be had, so nothing is running
     throw;
   }
@@ -54,7 +54,7 @@ bool StereoCamera::startStereoCompute() {
 
 void StereoCamera::disparityWorker() {
   const stereo::DisparityWorkerThread thread(this);
-  auto matcher = std::make_unique<stereo::core::Matcher>(relaxed(m_algorithm));
+  auto matcher = std::make_unique<stereo::core::Matcher>(loadRelaxed(m_algorithm));
   while (m_isComputing) {
     // Empty in every cycle: what the read leaves untouched must not show the last frame.
     cv::Mat left = recycledImage();
@@ -67,7 +67,7 @@ void StereoCamera::disparityWorker() {
     stereo::core::MatchBuffers buffers{recycledImage(), recycledImage(), recycledImage()};
     cv::Mat disparity = recycledImage();
     // A matcher that was not made when the worker started is not made now: such a cycle publishes no disparity.
-    matcher->compute(relaxed(m_algorithm), left, right, buffers, disparity);
+    matcher->compute(loadRelaxed(m_algorithm), left, right, buffers, disparity);
 
     const std::lock_guard lock(m_disparityMutex);
     cv::Mat publishedView = recycledCopy(view);
@@ -77,9 +77,9 @@ void StereoCamera::disparityWorker() {
       std::swap(m_disparityFrame.first, publishedView);
       std::swap(m_disparityFrame.second, publishedDisparity);
     }
-    setRelaxed(m_disparityFrame.timestamp, timestamp);
+    storeRelaxed(m_disparityFrame.timestamp, timestamp);
     ++m_internals->publishedDisparities;
-    m_internals->ownDisparityStamp = timestamp;
+    m_internals->ownDisparityTimestamp = timestamp;
     m_disparityCond.notify_all();
     usleep(publicationPause);  // inside the lock: woken readers get this result before the next can replace it
   }
@@ -95,8 +95,8 @@ bool StereoCamera::stopStereoCompute() {
   }
   {
     // Called from inside a cloud, this thread has the lock that the worker may need for its last publication.
-    std::unique_lock<std::mutex>* const held = stereo::DisparityHold::of(this);
-    const stereo::Unlocked unlocked(held);
+    std::unique_lock<std::mutex>* const held = stereo::HeldDisparityLock::of(this);
+    const stereo::ScopedUnlock unlocked(held);
     if (!stereo::DisparityWorkerThread::isOf(this)) {
       awaitDisparityWorker();
     }
@@ -120,7 +120,7 @@ void StereoCamera::awaitDisparityWorker() {
       m_frameCond.notify_all();
     }
   }
-  shared.disparityReads.awaitWorkers([this, &shared](int attempt) {
+  shared.disparityWatchdog.awaitWorkers([this, &shared](int attempt) {
     if (attempt == 0) {
       const std::lock_guard lock(m_frameMutex);
       shared.disparityReadEnded = true;

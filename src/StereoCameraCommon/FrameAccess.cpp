@@ -9,7 +9,7 @@
 #include "src/system/ImageMemory.hpp"
 
 using stereo::DisparityWorkerThread;
-using stereo::relaxed;
+using stereo::loadRelaxed;
 using stereo::core::copyInto;
 using stereo::core::EyeMaps;
 using stereo::core::rectify;
@@ -78,7 +78,7 @@ bool StereoCamera::getRectStereoFrame(cv::Mat& left, cv::Mat& right, cv::Mat& vi
   cv::Mat rightEye = recycledImage();
   const stereo::RectifiedRead read(this);
   if (getStereoFrame(leftEye, rightEye, timestamp)) {
-    const int depthMode = relaxed(m_depthmode);
+    const int depthMode = loadRelaxed(m_depthmode);
     EyeMaps viewMaps;
     EyeMaps maps[2];
     {

@@ -10,14 +10,14 @@
 #include "src/core/Numbers.hpp"
 #include "src/system/ImageMemory.hpp"
 
-using stereo::relaxed;
+using stereo::loadRelaxed;
 using stereo::core::CloudImages;
 using stereo::sys::recycledCopy;
 using stereo::sys::recycledImage;
 
 stereo::core::CloudModel StereoCamera::cloudModel() const {
   stereo::core::CloudModel model;
-  model.mode = relaxed(m_depthmode);
+  model.mode = loadRelaxed(m_depthmode);
   const cv::Mat camera = rectCameraMatrix();
   if (!camera.empty()) {
     stereo::core::requireDoubles(camera, 3, 3, "camera matrix");
@@ -26,9 +26,9 @@ stereo::core::CloudModel StereoCamera::cloudModel() const {
     model.cx = camera.at<double>(0, 2);
     model.cy = camera.at<double>(1, 2);
   }
-  model.baselineMillimetres = stereo::core::baselineMillimetres(m_translation);
+  model.baselineMillimeters = stereo::core::baselineMillimeters(m_translation);
   model.xi = m_leftXi.empty() ? 0.0 : stereo::core::scalarOf(m_leftXi);
-  model.threshold = relaxed(m_threshold);
+  model.threshold = loadRelaxed(m_threshold);
   return model;
 }
 
@@ -43,7 +43,7 @@ bool StereoCamera::getPointCloud(std::vector<cv::Vec3f>& points, std::chrono::mi
     // Of the view nothing but its size is looked at.
     images.view = m_disparityFrame.first;
     images.disparity = recycledCopy(m_disparityFrame.second);
-    timestamp = relaxed(m_rawFrame.timestamp);
+    timestamp = loadRelaxed(m_rawFrame.timestamp);
   }
   getDepthFrame(images.disparity, images.depth);
   stereo::core::appendPlainCloud(images, cloudModel(), points);
@@ -62,10 +62,10 @@ bool StereoCamera::getPointCloud(std::vector<PCL>& points, std::chrono::microsec
     images.disparity = recycledCopy(m_disparityFrame.second);
     // The lock stays held: the worker cannot publish while the depth is made and HighGUI sees to its events. What runs
     // meanwhile may stop the camera.
-    const stereo::DisparityHold hold(this, lock);
+    const stereo::HeldDisparityLock hold(this, lock);
     getDepthFrame(images.disparity, images.depth);
     cv::waitKey(5);
-    timestamp = relaxed(m_rawFrame.timestamp);
+    timestamp = loadRelaxed(m_rawFrame.timestamp);
   }
   stereo::core::appendColoredCloud(images, cloudModel(), points);
   return !points.empty();

@@ -11,12 +11,12 @@
 namespace stereo {
 
 template <typename T>
-T relaxed(const T& member) {
+T loadRelaxed(const T& member) {
   return std::atomic_ref<T>(const_cast<T&>(member)).load(std::memory_order_relaxed);
 }
 
 template <typename T>
-void setRelaxed(T& member, const std::type_identity_t<T>& value) {
+void storeRelaxed(T& member, const std::type_identity_t<T>& value) {
   std::atomic_ref<T>(member).store(value, std::memory_order_relaxed);
 }
 

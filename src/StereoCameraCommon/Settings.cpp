@@ -15,7 +15,7 @@
 #include "src/StereoCameraCommon/Storage.hpp"
 #include "src/core/Numbers.hpp"
 
-using stereo::setRelaxed;
+using stereo::storeRelaxed;
 using stereo::core::numberAt;
 using stereo::core::toInt;
 
@@ -83,41 +83,41 @@ bool StereoCamera::loadConfig(std::string path) {
     return false;
   }
 
-  setRelaxed(m_logLevel, read.logLevel ? toInt(*read.logLevel) : 1);
+  storeRelaxed(m_logLevel, read.logLevel ? toInt(*read.logLevel) : 1);
   if (read.threshold) {
-    setRelaxed(m_threshold, toInt(*read.threshold));
+    storeRelaxed(m_threshold, toInt(*read.threshold));
   }
   if (read.algorithm) {
-    setRelaxed(m_algorithm, toInt(*read.algorithm));
+    storeRelaxed(m_algorithm, toInt(*read.algorithm));
   }
   if (!read.deviceNode) {
     std::cerr << "Invalid deviceNode!" << std::endl;
     reader->release();
     return false;
   }
-  setRelaxed(m_deviceNode, toInt(*read.deviceNode));
+  storeRelaxed(m_deviceNode, toInt(*read.deviceNode));
   const cv::Size rawFrameSize = read.frameSize.value_or(stereo::model::fullFrameSize());
-  setRelaxed(m_rawFrameSize, rawFrameSize);
+  storeRelaxed(m_rawFrameSize, rawFrameSize);
   // The fallback's height comes from the rectified height as it stood, not from the raw height.
-  setRelaxed(m_rectFrameSize,
-             read.rectifyFrameSize.value_or(cv::Size(rawFrameSize.width >> 2, m_rectFrameSize.height >> 1)));
+  storeRelaxed(m_rectFrameSize,
+               read.rectifyFrameSize.value_or(cv::Size(rawFrameSize.width >> 2, m_rectFrameSize.height >> 1)));
   m_frameRate = read.frameRate ? static_cast<float>(toInt(*read.frameRate)) : 30.0F;
   if (read.ipLastSegment) {
-    setRelaxed(m_ipLastSegment, toInt(*read.ipLastSegment));
+    storeRelaxed(m_ipLastSegment, toInt(*read.ipLastSegment));
   }
   if (read.transrate) {
     // Not a number compares as anything; as for every number in the file it counts as 0.
-    setRelaxed(m_transrate, std::isnan(*read.transrate) ? 0.0 : *read.transrate);
+    storeRelaxed(m_transrate, std::isnan(*read.transrate) ? 0.0 : *read.transrate);
     if (m_transrate > static_cast<double>(m_frameRate)) {
       std::cerr << "m_transrate must be set to lower than m_frameRate (default m_frameRate) " << std::endl;
-      setRelaxed(m_transrate, static_cast<double>(m_frameRate));
+      storeRelaxed(m_transrate, static_cast<double>(m_frameRate));
     }
   }
   if (read.transmode) {
-    setRelaxed(m_transmode, toInt(*read.transmode));
+    storeRelaxed(m_transmode, toInt(*read.transmode));
     if (m_transmode < -1 || m_transmode > 4) {
       std::cerr << "m_transmode must be set to -1~4 (default -1) " << std::endl;
-      setRelaxed(m_transmode, -1);
+      storeRelaxed(m_transmode, -1);
     }
   }
   // Written so that not a number is out of range.
@@ -125,12 +125,12 @@ bool StereoCamera::loadConfig(std::string path) {
     std::cerr << "fov=" << *read.hFov << " must be set to 60 ~ 140（Angle） (default 90)" << std::endl;
     read.hFov.reset();
   }
-  setRelaxed(m_hFov, read.hFov.value_or(m_defaultHFov));
+  storeRelaxed(m_hFov, read.hFov.value_or(m_defaultHFov));
   if (read.depthmode) {
-    setRelaxed(m_depthmode, toInt(*read.depthmode));
+    storeRelaxed(m_depthmode, toInt(*read.depthmode));
     if (m_depthmode != 1 && m_depthmode != 2) {
       std::cerr << "m_transmode must be set to 1 or 2 (default 1) " << std::endl;
-      setRelaxed(m_depthmode, 1);
+      storeRelaxed(m_depthmode, 1);
     }
   }
   reader->release();
@@ -145,7 +145,7 @@ bool StereoCamera::saveConfig(std::string path) {
   }
   stereo::writeNumber(*writer, keys::logLevel, m_logLevel);
   stereo::writeNumber(*writer, keys::deviceNode, m_deviceNode);
-  stereo::writeSize(*writer, keys::frameSize, stereo::relaxed(m_rawFrameSize));
+  stereo::writeSize(*writer, keys::frameSize, stereo::loadRelaxed(m_rawFrameSize));
   stereo::writeSize(*writer, keys::rectifyFrameSize, m_rectFrameSize);
   stereo::writeNumber(*writer, keys::frameRate, m_serialNumber);  // the serial number, kept for readers of such files
   stereo::writeNumber(*writer, keys::threshold, m_threshold);

@@ -14,7 +14,7 @@ namespace stereo {
 
 namespace {
 
-constexpr std::size_t mostDimensions = 32;  // of an OpenCV matrix
+constexpr std::size_t maxDimensions = 32;  // of an OpenCV matrix
 
 }  // namespace
 
@@ -51,7 +51,7 @@ std::unique_ptr<cv::FileStorage> openForReading(const std::string& path, EmptyFi
 cv::Mat readMatrix(const cv::FileStorage& storage, const char* key) {
   const cv::FileNode node = storage[key];
   // The storage layer reads the sizes of a matrix into an array of fixed length without looking at their number.
-  if (node.isMap() && node["sizes"].size() > mostDimensions) {
+  if (node.isMap() && node["sizes"].size() > maxDimensions) {
     CV_Error(cv::Error::StsOutOfRange, "a matrix of too many dimensions");
   }
   cv::Mat matrix;

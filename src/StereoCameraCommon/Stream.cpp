@@ -11,7 +11,7 @@
 #include "src/core/StreamMode.hpp"
 #include "src/system/ImageMemory.hpp"
 
-using stereo::relaxed;
+using stereo::loadRelaxed;
 using stereo::core::StreamMode;
 using stereo::core::StreamSource;
 using stereo::core::wrappingSum;
@@ -25,21 +25,22 @@ constexpr int gstreamerChoosesCodec = 0;
 
 // On the capture worker. Nothing tells whether the pipeline could be made: without it the camera works as ever.
 void StereoCamera::openStream() {
-  const std::string host = std::string("host=") + networkPrefix + std::to_string(relaxed(m_ipLastSegment)) + " ";
+  const std::string host = std::string("host=") + networkPrefix + std::to_string(loadRelaxed(m_ipLastSegment)) + " ";
   const std::string port = "port=" + std::to_string(wrappingSum(getPosNumber(), stereo::model::firstStreamPort));
   const std::string pipeline =
       "appsrc ! videoconvert ! omxh264enc ! video/x-h264, stream-format=byte-stream ! rtph264pay ! udpsink " + host +
       port;
   std::cout << "hostIp+portString:" << host << port << std::endl;
   std::cout << pipeline << std::endl;
-  const StreamMode mode = stereo::core::streamMode(relaxed(m_transmode));
-  const int octet = relaxed(m_ipLastSegment);
+  const StreamMode mode = stereo::core::streamMode(loadRelaxed(m_transmode));
+  const int octet = loadRelaxed(m_ipLastSegment);
   // What is no address would be looked up as a name, and whoever answers chooses where the pictures go.
   if (mode.source == StreamSource::none || octet < 0 || octet > 255) {
     return;
   }
-  cv::VideoWriter writer(pipeline, gstreamerChoosesCodec, relaxed(m_transrate),
-                         stereo::core::streamedSize(mode, relaxed(m_rawFrameSize), relaxed(m_rectFrameSize)), true);
+  cv::VideoWriter writer(pipeline, gstreamerChoosesCodec, loadRelaxed(m_transrate),
+                         stereo::core::streamedSize(mode, loadRelaxed(m_rawFrameSize), loadRelaxed(m_rectFrameSize)),
+                         true);
   {
     const std::lock_guard lock(m_internals->writerMutex);
     std::swap(m_videoWriter, writer);
@@ -49,7 +50,7 @@ void StereoCamera::openStream() {
 
 // What the stream wants of the reads at the moment: nothing unless it was asked for.
 StreamMode StereoCamera::wantedStream() const {
-  return m_useTransmit ? stereo::core::streamMode(relaxed(m_transmode)) : StreamMode{};
+  return m_useTransmit ? stereo::core::streamMode(loadRelaxed(m_transmode)) : StreamMode{};
 }
 
 // Sends what the mode takes from the pair of images that one of the reads has made. On the reader's thread.

@@ -11,8 +11,8 @@
 #include "src/StereoCameraCommon/Internals.hpp"
 #include "src/StereoCameraCommon/RelaxedAccess.hpp"
 
-using stereo::DisparityHold;
-using stereo::relaxed;
+using stereo::HeldDisparityLock;
+using stereo::loadRelaxed;
 
 namespace {
 
@@ -27,7 +27,7 @@ constexpr std::chrono::milliseconds limitStep{50};
 
 // Waits once: without a time-out, or from a stop of the capture worker on until its grace is over, or as long as the
 // calling thread has set itself.
-class Patience {
+class LimitedWait {
 public:
   /// False if the wait has to be given up. The lock may have been given back for a moment:
   /// `isThere` then tells whether what is waited for came meanwhile.
@@ -73,11 +73,11 @@ private:
   std::optional<Clock::time_point> m_end;
 };
 
-// A frame or a disparity that the worker of the base class did not publish: one with another stamp, or any image where
-// that worker published none.
+// A frame or a disparity that the worker of the base class did not publish: one with another timestamp, or any image
+// where that worker published none.
 bool publishedElsewhere(const StereoCamera::TimeFrame& latest, std::uint64_t ownPublications,
-                        std::chrono::microseconds ownStamp) {
-  return relaxed(latest.timestamp) != ownStamp || (ownPublications == 0 && !latest.first.empty());
+                        std::chrono::microseconds ownTimestamp) {
+  return loadRelaxed(latest.timestamp) != ownTimestamp || (ownPublications == 0 && !latest.first.empty());
 }
 
 }  // namespace
@@ -85,7 +85,7 @@ bool publishedElsewhere(const StereoCamera::TimeFrame& latest, std::uint64_t own
 // Whether the frames' only source has ended. `m_frameMutex` is held.
 bool StereoCamera::noFrameCanCome() const {
   const Internals& shared = *m_internals;
-  return shared.captureStopped && !publishedElsewhere(m_rawFrame, shared.publishedFrames, shared.ownStamp);
+  return shared.captureStopped && !publishedElsewhere(m_rawFrame, shared.publishedFrames, shared.ownTimestamp);
 }
 
 // Waits, `m_frameMutex` being held by `frameLock`, for the next frame that is published after this call began: once,
@@ -105,21 +105,21 @@ bool StereoCamera::waitAsReader(std::unique_lock<std::mutex>& frameLock) {
     return false;
   }
   const auto isReleased = [&shared, releases = shared.frameReleases] { return shared.frameReleases != releases; };
-  // A frame that came together with a stop still counts. The stamp tells of frames that a derived class published.
-  const auto hasCome = [this, published = shared.publishedFrames, stamp = m_rawFrame.timestamp] {
-    return m_internals->publishedFrames != published || m_rawFrame.timestamp != stamp;
+  // A frame that came together with a stop still counts. The timestamp tells of frames that a derived class published.
+  const auto hasArrived = [this, published = shared.publishedFrames, timestamp = m_rawFrame.timestamp] {
+    return m_internals->publishedFrames != published || m_rawFrame.timestamp != timestamp;
   };
   const std::uint64_t stops = shared.captureStops;
-  Patience patience;
+  LimitedWait limitedWait;
   std::uint64_t wakeups = 0;
   do {
     wakeups = shared.frameWakeups;
-    const bool isPatient = patience.wait(m_frameCond, frameLock, shared.captureStops != stops,
-                                         [&] { return hasCome() || shared.frameWakeups != wakeups; });
-    if (hasCome()) {
+    const bool goesOn = limitedWait.wait(m_frameCond, frameLock, shared.captureStops != stops,
+                                         [&] { return hasArrived() || shared.frameWakeups != wakeups; });
+    if (hasArrived()) {
       return true;
     }
-    if (isReleased() || !isPatient) {
+    if (isReleased() || !goesOn) {
       return false;
     }
   } while (shared.frameWakeups != wakeups);
@@ -129,11 +129,11 @@ bool StereoCamera::waitAsReader(std::unique_lock<std::mutex>& frameLock) {
 // Ended by `stopStereoCompute`, and only where no frame comes: the cycle in progress is to be finished.
 bool StereoCamera::waitAsDisparityWorker(std::unique_lock<std::mutex>& frameLock) {
   Internals& shared = *m_internals;
-  const stereo::DeviceReads::Inside inside(shared.disparityReads);
+  const stereo::ReadWatchdog::ReadScope scope(shared.disparityWatchdog);
   const std::uint64_t published = shared.publishedFrames;
-  const std::chrono::microseconds stamp = m_rawFrame.timestamp;
+  const std::chrono::microseconds timestamp = m_rawFrame.timestamp;
   for (;;) {
-    if (shared.publishedFrames != published || m_rawFrame.timestamp != stamp) {
+    if (shared.publishedFrames != published || m_rawFrame.timestamp != timestamp) {
       shared.disparityStarved = false;
       return true;
     }
@@ -176,26 +176,27 @@ std::unique_lock<std::mutex> StereoCamera::waitForDisparity() {
   } while (shared.captureStopped != sawStopped);
   const bool isFed = m_isComputing && !shared.disparityStarved;
   if (captureGone && !isFed &&
-      !publishedElsewhere(m_disparityFrame, shared.publishedDisparities, shared.ownDisparityStamp)) {
+      !publishedElsewhere(m_disparityFrame, shared.publishedDisparities, shared.ownDisparityTimestamp)) {
     return {};
   }
-  // The stamp tells of disparities that a derived class published while a limited wait had given the lock back.
-  const auto hasCome = [this, published = shared.publishedDisparities, stamp = relaxed(m_disparityFrame.timestamp)] {
-    return m_internals->publishedDisparities != published || relaxed(m_disparityFrame.timestamp) != stamp;
+  // The timestamp tells of disparities that a derived class published while a limited wait had given the lock back.
+  const auto hasArrived = [this, published = shared.publishedDisparities,
+                           timestamp = loadRelaxed(m_disparityFrame.timestamp)] {
+    return m_internals->publishedDisparities != published || loadRelaxed(m_disparityFrame.timestamp) != timestamp;
   };
   const std::uint64_t releases = shared.disparityReleases;
   const std::uint64_t stops = shared.disparityStops;
-  Patience patience;
+  LimitedWait limitedWait;
   std::uint64_t stopsBefore = 0;
   do {
     stopsBefore = shared.disparityStops;
-    const bool isPatient = patience.wait(m_disparityCond, lock, shared.disparityStops != stops, [&] {
-      return hasCome() || shared.disparityReleases != releases || shared.disparityStops != stopsBefore;
+    const bool goesOn = limitedWait.wait(m_disparityCond, lock, shared.disparityStops != stops, [&] {
+      return hasArrived() || shared.disparityReleases != releases || shared.disparityStops != stopsBefore;
     });
-    if (hasCome()) {
+    if (hasArrived()) {
       return lock;
     }
-    if (shared.disparityReleases != releases || !isPatient) {
+    if (shared.disparityReleases != releases || !goesOn) {
       return {};
     }
   } while (shared.disparityStops != stopsBefore);
@@ -210,7 +211,7 @@ void StereoCamera::releaseFrameReaders(bool captureEnded) {
   if (captureEnded) {
     shared.captureStopped = true;
   }
-  if (publishedElsewhere(m_rawFrame, shared.publishedFrames, shared.ownStamp)) {
+  if (publishedElsewhere(m_rawFrame, shared.publishedFrames, shared.ownTimestamp)) {
     ++shared.captureStops;
   } else {
     ++shared.frameReleases;
@@ -220,7 +221,7 @@ void StereoCamera::releaseFrameReaders(bool captureEnded) {
 }
 
 std::unique_lock<std::mutex> StereoCamera::lockDisparityUnlessHeld() {
-  return DisparityHold::of(this) == nullptr ? std::unique_lock(m_disparityMutex) : std::unique_lock<std::mutex>();
+  return HeldDisparityLock::of(this) == nullptr ? std::unique_lock(m_disparityMutex) : std::unique_lock<std::mutex>();
 }
 
 // Releases readers of disparities: none can come.
@@ -236,7 +237,7 @@ void StereoCamera::releaseDisparityReadersOfCapture() {
   Internals& shared = *m_internals;
   const auto lock = lockDisparityUnlessHeld();
   const bool isFed = m_isComputing && !shared.disparityStarved;
-  if (isFed || publishedElsewhere(m_disparityFrame, shared.publishedDisparities, shared.ownDisparityStamp)) {
+  if (isFed || publishedElsewhere(m_disparityFrame, shared.publishedDisparities, shared.ownDisparityTimestamp)) {
     ++shared.disparityStops;
   } else {
     ++shared.disparityReleases;

@@ -20,18 +20,18 @@ void append(const SampledCloud& cloud, const Make& make, std::vector<Point>& poi
 
 }  // namespace detail
 
-/// Appends the points of the plain cloud, metres. See `sampleCloud`.
+/// Appends the points of the plain cloud, meters. See `sampleCloud`.
 inline void appendPlainCloud(const CloudImages& images, const CloudModel& model, std::vector<cv::Vec3f>& points) {
   const SampledCloud cloud = sampleCloud(images, model, CloudForm::plain);
   detail::append(
       cloud, [](const CloudPoint& sampled) { return sampled.point; }, points);
 }
 
-/// Appends the points of the coloured cloud, each as `Point{position in metres, color}` with the color (blue, green,
+/// Appends the points of the colored cloud, each as `Point{position in meters, color}` with the color (blue, green,
 /// red) of the view's pixel that it was sampled at.
 template <typename Point>
 void appendColoredCloud(const CloudImages& images, const CloudModel& model, std::vector<Point>& points) {
-  const SampledCloud cloud = sampleCloud(images, model, CloudForm::coloured);
+  const SampledCloud cloud = sampleCloud(images, model, CloudForm::colored);
   detail::append(
       cloud,
       [&](const CloudPoint& sampled) {

@@ -18,9 +18,9 @@ namespace {
 
 constexpr double pi = 3.141592653589793;
 constexpr int blockSize = 4;
-constexpr std::size_t oddPerBlock = 2;                               // odd rows, and odd columns, in any four
-constexpr std::size_t mostPerBlock = oddPerBlock * oddPerBlock - 1;  // kept: one point may be nearest and farthest
-constexpr std::size_t cloudGrain = kGrain / 2;                       // pixels of the view, a quarter of them tried
+constexpr std::size_t oddPerBlock = 2;                              // odd rows, and odd columns, in any four
+constexpr std::size_t maxPerBlock = oddPerBlock * oddPerBlock - 1;  // kept: one point may be nearest and farthest
+constexpr std::size_t cloudGrain = kGrain / 2;                      // pixels of the view, a quarter of them tried
 
 // Rows or columns at which blocks start, in [start, end).
 struct Span {
@@ -85,13 +85,13 @@ struct Columns {
   int at(int q) const { return first + 2 * q; }
 };
 
-// What the places of one odd row of the view gave: directions (X, Y, Z), the depth found along them in metres, 0 where
+// What the places of one odd row of the view gave: directions (X, Y, Z), the depth found along them in meters, 0 where
 // there is none, and what ranks the points of a block by nearness.
-struct RowOfPlaces {
+struct SampleRow {
   std::vector<double> X, Y, Z, keys;
   std::vector<float> z;
 
-  explicit RowOfPlaces(int count) : X(static_cast<std::size_t>(count)), Y(X), Z(X.size(), 1.0), keys(X), z(X.size()) {}
+  explicit SampleRow(int count) : X(static_cast<std::size_t>(count)), Y(X), Z(X.size(), 1.0), keys(X), z(X.size()) {}
 };
 
 // Row i of the view; dy = i - cy, y = dy / fy.
@@ -101,10 +101,10 @@ struct ViewRow {
 };
 
 // Lifts places onto the unit sphere by the left eye's model and looks depth up where longitude and latitude fall in
-// images that are taken to span pi both ways; see `liftRow`, which does what can be done fast.
-class LiftedSampler {
+// images that are taken to span pi both ways; see `unprojectRow`, which does what can be done fast.
+class LonLatSampler {
 public:
-  LiftedSampler(const CloudImages& images, const CloudModel& model)
+  LonLatSampler(const CloudImages& images, const CloudModel& model)
       : m_disparity(images.disparity),
         m_depth(images.depth),
         m_radius(model.threshold),
@@ -123,9 +123,9 @@ public:
     explicit Scratch(int count) : lambda(static_cast<std::size_t>(count)), row(lambda.size()), column(lambda.size()) {}
   };
 
-  void sample(const ViewRow& view, const Columns& columns, Scratch& scratch, RowOfPlaces& out) const {
-    liftRow(columns.dx.data(), columns.x.data(), columns.count, view.dy, view.y, m_model, scratch.lambda.data(),
-            scratch.row.data(), scratch.column.data());
+  void sample(const ViewRow& view, const Columns& columns, Scratch& scratch, SampleRow& out) const {
+    unprojectRow(columns.dx.data(), columns.x.data(), columns.count, view.dy, view.y, m_model, scratch.lambda.data(),
+                 scratch.row.data(), scratch.column.data());
     for (std::size_t q = 0; q < scratch.lambda.size(); ++q) {
       const double lambda = scratch.lambda[q];
       out.X[q] = lambda * columns.x[q];
@@ -133,8 +133,8 @@ public:
       out.Z[q] = lambda - m_model.xi;
       int row = scratch.row[q];
       int column = scratch.column[q];
-      if (row == kPlaceInDoubt) {
-        findPlace(columns.dx[q], view.dy, lambda, {out.X[q], out.Y[q], out.Z[q]}, row, column);
+      if (row == kUncertainPixel) {
+        findPixel(columns.dx[q], view.dy, lambda, {out.X[q], out.Y[q], out.Z[q]}, row, column);
       }
       out.z[q] = has(m_disparity, row, column) && has(m_depth, row, column) && m_disparity.ptr<float>(row)[column] > 0
                      ? m_depth.ptr<float>(row)[column]
@@ -144,12 +144,12 @@ public:
 
 private:
   // The pixel to look up, as the standard library's functions give it.
-  void findPlace(double dx, double dy, double lambda, const cv::Vec3d& ray, int& row, int& column) const {
-    row = kNoPlace;
+  void findPixel(double dx, double dy, double lambda, const cv::Vec3d& ray, int& row, int& column) const {
+    row = kNoPixel;
     if (m_radius.excludes(dx, dy) || std::isnan(lambda)) {
       return;
     }
-    const double lon = std::acos(-ray[0]);  // NOLINT(clang-analyzer-core.CallAndMessage): the analyser loses the ray
+    const double lon = std::acos(-ray[0]);  // NOLINT(clang-analyzer-core.CallAndMessage): the analyzer loses the ray
     const double lat = std::acos(-ray[1] / std::hypot(ray[1], ray[2]));
     row = indexBelow(lat * m_model.rowScale, m_model.rows);
     column = indexBelow(lon * m_model.columnScale, m_model.cols);
@@ -158,7 +158,7 @@ private:
   const cv::Mat& m_disparity;
   const cv::Mat& m_depth;
   Radius m_radius;
-  LiftModel m_model;
+  UnprojectModel m_model;
 };
 
 struct NoScratch {
@@ -172,9 +172,9 @@ public:
   using Scratch = NoScratch;
 
   PlainPinholeSampler(const CloudImages& images, const CloudModel& model)
-      : m_disparity(images.disparity), m_bf((model.baselineMillimetres / 1000.0) * model.fx) {}
+      : m_disparity(images.disparity), m_bf((model.baselineMillimeters / 1000.0) * model.fx) {}
 
-  void sample(const ViewRow& view, const Columns& columns, Scratch&, RowOfPlaces& out) const {
+  void sample(const ViewRow& view, const Columns& columns, Scratch&, SampleRow& out) const {
     out.X = columns.x;
     std::fill(out.Y.begin(), out.Y.end(), view.y);
     for (int q = 0; q < columns.count; ++q) {
@@ -190,14 +190,14 @@ private:
 };
 
 // The same with z from the depth image, within the radius.
-class ColouredPinholeSampler {
+class ColoredPinholeSampler {
 public:
   using Scratch = NoScratch;
 
-  ColouredPinholeSampler(const CloudImages& images, const CloudModel& model)
+  ColoredPinholeSampler(const CloudImages& images, const CloudModel& model)
       : m_depth(images.depth), m_radius(model.threshold) {}
 
-  void sample(const ViewRow& view, const Columns& columns, Scratch&, RowOfPlaces& out) const {
+  void sample(const ViewRow& view, const Columns& columns, Scratch&, SampleRow& out) const {
     out.X = columns.x;
     std::fill(out.Y.begin(), out.Y.end(), view.y);
     for (int q = 0; q < columns.count; ++q) {
@@ -215,9 +215,9 @@ private:
 
 // Writes all but the nearest and the farthest of a block to `out`, nothing of a block of two or fewer; returns the end.
 // The block's places are q and q + 1 of either row; its first row is `row`, its first column `column`.
-CloudPoint* writeTrimmed(const RowOfPlaces (&rows)[oddPerBlock], std::size_t q, int row, int column, CloudPoint* out) {
+CloudPoint* writeTrimmed(const SampleRow (&rows)[oddPerBlock], std::size_t q, int row, int column, CloudPoint* out) {
   constexpr std::size_t places = oddPerBlock * oddPerBlock;
-  const RowOfPlaces* const rowOf[places] = {&rows[0], &rows[0], &rows[1], &rows[1]};
+  const SampleRow* const rowOf[places] = {&rows[0], &rows[0], &rows[1], &rows[1]};
   const std::size_t at[places] = {q, q + 1, q, q + 1};
   bool valid[places];
   std::size_t count = 0;
@@ -245,7 +245,7 @@ CloudPoint* writeTrimmed(const RowOfPlaces (&rows)[oddPerBlock], std::size_t q, 
   }
   for (std::size_t k = 0; k < places; ++k) {
     if (valid[k] && k != nearest && k != farthest) {
-      const RowOfPlaces& from = *rowOf[k];
+      const SampleRow& from = *rowOf[k];
       const float z = from.z[at[k]];
       ::new (out++) CloudPoint{cv::Vec3f(static_cast<float>(from.X[at[k]] * z), static_cast<float>(from.Y[at[k]] * z),
                                          static_cast<float>(from.Z[at[k]] * z)),
@@ -255,7 +255,7 @@ CloudPoint* writeTrimmed(const RowOfPlaces (&rows)[oddPerBlock], std::size_t q, 
   return out;
 }
 
-// The coloured form of mode 1 leaves out 5 % of the view on every side.
+// The colored form of mode 1 leaves out 5 % of the view on every side.
 Span blockSpan(int extent, bool border) {
   return border ? Span{static_cast<int>(0.05 * extent), 0.95 * extent} : Span{0, static_cast<double>(extent)};
 }
@@ -267,7 +267,7 @@ SampledCloud::SampledCloud(std::size_t capacity)
 
 void SampledCloud::Free::operator()(CloudPoint* points) const { ::operator delete(points); }
 
-// Samples rows of blocks side by side, each into a stretch of its own, and closes the gaps between them at the end.
+// Samples rows of blocks side by side, each into a chunk of its own, and closes the gaps between them at the end.
 class CloudWriter {
 public:
   // `limit`: pixels are tried only within this size.
@@ -278,14 +278,14 @@ public:
         m_limit(limit),
         m_model(model),
         m_ends(static_cast<std::size_t>(rows.blocks())),
-        m_cloud(m_ends.size() * m_rowOfBlocks * mostPerBlock) {}
+        m_cloud(m_ends.size() * m_rowOfBlocks * maxPerBlock) {}
 
   template <typename Sampler>
   SampledCloud write(const Sampler& sampler) {
     const auto blockRows = static_cast<int>(m_ends.size());
     const auto sampleRows = [&](int from, int to) {
       typename Sampler::Scratch scratch(m_columns.count);
-      RowOfPlaces rows[oddPerBlock] = {RowOfPlaces(m_columns.count), RowOfPlaces(m_columns.count)};
+      SampleRow rows[oddPerBlock] = {SampleRow(m_columns.count), SampleRow(m_columns.count)};
       for (int b = from; b < to; ++b) {
         const int row = m_firstRow + b * blockSize;
         for (int k = 0; k < 2; ++k) {
@@ -311,21 +311,21 @@ public:
 
 private:
   CloudPoint* startOf(int blockRow) const {
-    return m_cloud.m_points.get() + static_cast<std::size_t>(blockRow) * m_rowOfBlocks * mostPerBlock;
+    return m_cloud.m_points.get() + static_cast<std::size_t>(blockRow) * m_rowOfBlocks * maxPerBlock;
   }
 
   template <typename Sampler>
-  void sampleRow(int i, const Sampler& sampler, typename Sampler::Scratch& scratch, RowOfPlaces& places) const {
+  void sampleRow(int i, const Sampler& sampler, typename Sampler::Scratch& scratch, SampleRow& row) const {
     if (i >= m_limit.height) {
-      std::fill(places.z.begin(), places.z.end(), 0.0F);
+      std::fill(row.z.begin(), row.z.end(), 0.0F);
       return;
     }
     const double dy = i - m_model.cy;
-    sampler.sample({i, dy, dy / m_model.fy}, m_columns, scratch, places);
+    sampler.sample({i, dy, dy / m_model.fy}, m_columns, scratch, row);
     for (int q = m_columns.count - 1; q >= 0 && m_columns.at(q) >= m_limit.width; --q) {
-      places.z[static_cast<std::size_t>(q)] = 0;
+      row.z[static_cast<std::size_t>(q)] = 0;
     }
-    keyRow(places.X.data(), places.Y.data(), places.Z.data(), places.z.data(), m_columns.count, places.keys.data());
+    keyRow(row.X.data(), row.Y.data(), row.Z.data(), row.z.data(), m_columns.count, row.keys.data());
   }
 
   int m_firstRow;
@@ -339,27 +339,27 @@ private:
 
 SampledCloud sampleCloud(const CloudImages& images, const CloudModel& model, CloudForm form) {
   // Only what the form and the mode look into: of the view, the plain form takes nothing but the size.
-  const bool coloured = form == CloudForm::coloured;
-  if (coloured) {
+  const bool colored = form == CloudForm::colored;
+  if (colored) {
     requireType(images.view, CV_8UC3);
   }
-  if (coloured || model.mode == 1) {
+  if (colored || model.mode == 1) {
     requireType(images.depth, CV_32FC1);
   }
   requireType(images.disparity, CV_32FC1);
   if (model.mode != 1 && model.mode != 2) {
     return SampledCloud(0);
   }
-  // A colour is read at the pixel itself, so the coloured form ends at the view's edge.
+  // A color is read at the pixel itself, so the colored form ends at the view's edge.
   constexpr int none = std::numeric_limits<int>::max();
-  const cv::Size limit = coloured ? images.view.size() : cv::Size(none, none);
-  CloudWriter writer(blockSpan(images.view.rows, coloured && model.mode == 1),
-                     blockSpan(images.view.cols, coloured && model.mode == 1), limit, model);
+  const cv::Size limit = colored ? images.view.size() : cv::Size(none, none);
+  CloudWriter writer(blockSpan(images.view.rows, colored && model.mode == 1),
+                     blockSpan(images.view.cols, colored && model.mode == 1), limit, model);
   if (model.mode == 1) {
-    return writer.write(LiftedSampler(images, model));
+    return writer.write(LonLatSampler(images, model));
   }
-  return coloured ? writer.write(ColouredPinholeSampler(images, model))
-                  : writer.write(PlainPinholeSampler(images, model));
+  return colored ? writer.write(ColoredPinholeSampler(images, model))
+                 : writer.write(PlainPinholeSampler(images, model));
 }
 
 }  // namespace stereo::core

@@ -10,21 +10,21 @@ namespace stereo::core {
 
 /// What a cloud is sampled from. Sizes may differ: look-ups that would leave an image skip the pixel.
 struct CloudImages {
-  cv::Mat view;       ///< CV_8UC3, perspective view of the left eye; gives the grid, and the colours.
+  cv::Mat view;       ///< CV_8UC3, perspective view of the left eye; gives the grid, and the colors.
   cv::Mat disparity;  ///< CV_32FC1, pixels.
-  cv::Mat depth;      ///< CV_32FC1, metres.
+  cv::Mat depth;      ///< CV_32FC1, meters.
 };
 
 /// Geometry of the views. A camera matrix of zeros gives no points.
 struct CloudModel {
   int mode = 1;                           ///< 1: longitude-latitude pair, 2: perspective pair, other: no points.
   double fx = 0, fy = 0, cx = 0, cy = 0;  ///< Camera matrix of the perspective view, pixels.
-  double baselineMillimetres = 0;
+  double baselineMillimeters = 0;
   double xi = 0;      ///< Mirror parameter of the left eye.
   int threshold = 0;  ///< Largest distance of a pixel from (cx, cy), pixels.
 };
 
-/// A point in metres (left rectified frame: x right, y down, z forward) and the pixel of the view it was seen at.
+/// A point in meters (left rectified frame: x right, y down, z forward) and the pixel of the view it was seen at.
 struct CloudPoint {
   cv::Vec3f point;
   int row;
@@ -53,7 +53,7 @@ private:
 };
 
 /// The two ways of sampling. They differ in border, radius test and source of the depth; see the implementation.
-enum class CloudForm { plain, coloured };
+enum class CloudForm { plain, colored };
 
 /// Samples a cloud, block by block in row-major order: in each 4 x 4 block of the view the pixels of odd row and column
 /// are tried, and where more than two of them have a depth, all but the nearest and the farthest become points.

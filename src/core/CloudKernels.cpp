@@ -13,7 +13,7 @@ constexpr double pi = 3.141592653589793;
 
 // acos(t) for -1 <= t <= 1, within 3e-8 radians: the root takes out what is steep at the ends, a polynomial gives the
 // rest (Abramowitz and Stegun, 4.4.46).
-STEREO_CAMERA_ALWAYS_INLINE double nearArcCosine(double t) {
+STEREO_CAMERA_ALWAYS_INLINE double approximateArcCosine(double t) {
   const double a = std::abs(t);
   double rest = -0.0012624911;
   rest = rest * a + 0.0066700901;
@@ -31,27 +31,28 @@ STEREO_CAMERA_ALWAYS_INLINE double nearArcCosine(double t) {
 // Nearness to the next integer, in pixels, that leaves a doubt about the integer part of a scaled angle; and the
 // largest scale, pixels per radian, at which that is well above the error of the angle.
 constexpr double margin = 1e-3;
-constexpr double mostScale = 5000;
+constexpr double maxScale = 5000;
 
 // Squares between these have lost nothing to the ends of the range of numbers.
-constexpr double leastSquare = 1e-200;
-constexpr double mostSquare = 1e200;
+constexpr double minSquare = 1e-200;
+constexpr double maxSquare = 1e200;
 
-// Integer part of `value`, or `kPlaceInDoubt` where it may be another one or lie outside [0, limit).
+// Integer part of `value`, or `kUncertainPixel` where it may be another one or lie outside [0, limit).
 STEREO_CAMERA_ALWAYS_INLINE std::int32_t indexOf(double value, double limit) {
   const bool within = (value > margin) & (value < limit - margin);
   const double held = within ? value : 0.0;
   const auto index = static_cast<std::int32_t>(held);
   const double rest = held - static_cast<double>(index);
-  return ((rest > margin) & (rest < 1.0 - margin)) != 0 ? index : kPlaceInDoubt;
+  return ((rest > margin) & (rest < 1.0 - margin)) != 0 ? index : kUncertainPixel;
 }
 
-STEREO_CAMERA_ALWAYS_INLINE void liftBody(const double* __restrict dx, const double* __restrict x, int count, double dy,
-                                          double y, const LiftModel& given, double* __restrict lambdas,
-                                          std::int32_t* __restrict rowOf, std::int32_t* __restrict columnOf) {
-  const LiftModel m = given;
-  const bool scaled = (m.rowScale < mostScale) & (m.columnScale < mostScale);
-  const std::int32_t all = scaled ? 0 : kPlaceInDoubt;
+STEREO_CAMERA_ALWAYS_INLINE void unprojectBody(const double* __restrict dx, const double* __restrict x, int count,
+                                               double dy, double y, const UnprojectModel& given,
+                                               double* __restrict lambdas, std::int32_t* __restrict rowOf,
+                                               std::int32_t* __restrict columnOf) {
+  const UnprojectModel m = given;
+  const bool scaled = (m.rowScale < maxScale) & (m.columnScale < maxScale);
+  const std::int32_t all = scaled ? 0 : kUncertainPixel;
   for (int k = 0; k < count; ++k) {
     const double r2 = x[k] * x[k] + y * y;
     const double lambda = (m.xi + std::sqrt(1 + (1 - m.xi * m.xi) * r2)) / (1 + r2);
@@ -59,21 +60,21 @@ STEREO_CAMERA_ALWAYS_INLINE void liftBody(const double* __restrict dx, const dou
     const double Y = lambda * y;
     const double Z = lambda - m.xi;
     const double h2 = Y * Y + Z * Z;
-    const std::int32_t exact = ((h2 > leastSquare) & (h2 < mostSquare)) != 0 ? 0 : kPlaceInDoubt;
-    const std::int32_t row = indexOf(nearArcCosine(-Y / std::sqrt(h2)) * m.rowScale, m.rows);
-    const std::int32_t column = indexOf(nearArcCosine(-X) * m.columnScale, m.cols);
+    const std::int32_t exact = ((h2 > minSquare) & (h2 < maxSquare)) != 0 ? 0 : kUncertainPixel;
+    const std::int32_t row = indexOf(approximateArcCosine(-Y / std::sqrt(h2)) * m.rowScale, m.rows);
+    const std::int32_t column = indexOf(approximateArcCosine(-X) * m.columnScale, m.cols);
     const double squared = dx[k] * dx[k] + dy * dy;
-    const std::int32_t inside = squared < m.radius.surelyInside ? 0 : kPlaceInDoubt;
+    const std::int32_t inside = squared < m.radius.surelyInside ? 0 : kUncertainPixel;
     // Doubts have the sign bit set, indices have not.
-    const std::int32_t place = (row | column | inside | exact | all) < 0 ? kPlaceInDoubt : row;
+    const std::int32_t place = (row | column | inside | exact | all) < 0 ? kUncertainPixel : row;
     lambdas[k] = lambda;
-    rowOf[k] = squared > m.radius.surelyOutside ? kNoPlace : place;
+    rowOf[k] = squared > m.radius.surelyOutside ? kNoPixel : place;
     columnOf[k] = column;
   }
 }
 
-STEREO_CAMERA_KERNEL(lift,
-                     (const double* dx, const double* x, int count, double dy, double y, const LiftModel& model,
+STEREO_CAMERA_KERNEL(unproject,
+                     (const double* dx, const double* x, int count, double dy, double y, const UnprojectModel& model,
                       double* lambda, std::int32_t* row, std::int32_t* column),
                      (dx, x, count, dy, y, model, lambda, row, column))
 
@@ -92,9 +93,9 @@ STEREO_CAMERA_KERNEL(key, (const double* X, const double* Y, const double* Z, co
 
 }  // namespace
 
-void liftRow(const double* dx, const double* x, int count, double dy, double y, const LiftModel& model, double* lambda,
-             std::int32_t* row, std::int32_t* column) {
-  lift(dx, x, count, dy, y, model, lambda, row, column);
+void unprojectRow(const double* dx, const double* x, int count, double dy, double y, const UnprojectModel& model,
+                  double* lambda, std::int32_t* row, std::int32_t* column) {
+  unproject(dx, x, count, dy, y, model, lambda, row, column);
 }
 
 void keyRow(const double* X, const double* Y, const double* Z, const float* z, int count, double* keys) {

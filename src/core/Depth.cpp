@@ -70,21 +70,21 @@ std::size_t grainOf(const DepthModel& model) { return model.mode == 2 ? kCoarseG
 
 void requireFloats(const cv::Mat& image) { CV_Assert(image.empty() || (image.dims == 2 && image.type() == CV_32FC1)); }
 
-// Pixels from packed colours, last one first. Each is stored as four bytes, of which the next one covers the fourth.
-void storeReversed(const std::uint32_t* colours, int count, cv::Vec3b* out) {
+// Pixels from packed colors, last one first. Each is stored as four bytes, of which the next one covers the fourth.
+void storeReversed(const std::uint32_t* colors, int count, cv::Vec3b* out) {
   auto* bytes = reinterpret_cast<unsigned char*>(out);
-  static_assert(std::endian::native == std::endian::little, "blue is the first byte of a packed colour");
+  static_assert(std::endian::native == std::endian::little, "blue is the first byte of a packed color");
   for (int k = count - 1; k > 0; --k, bytes += 3) {
-    std::memcpy(bytes, &colours[k], 4);
+    std::memcpy(bytes, &colors[k], 4);
   }
   for (int channel = 0; channel < 3; ++channel) {
-    bytes[channel] = static_cast<unsigned char>(colours[0] >> (8 * channel));
+    bytes[channel] = static_cast<unsigned char>(colors[0] >> (8 * channel));
   }
 }
 
 }  // namespace
 
-double baselineMillimetres(const cv::Mat& translation) {
+double baselineMillimeters(const cv::Mat& translation) {
   if (translation.empty()) {
     return 0.0;
   }
@@ -102,8 +102,8 @@ double baselineMillimetres(const cv::Mat& translation) {
   return std::sqrt(squared);
 }
 
-float baselineMetres(const cv::Mat& translation) {
-  return static_cast<float>(0.001 * baselineMillimetres(translation));
+float baselineMeters(const cv::Mat& translation) {
+  return static_cast<float>(0.001 * baselineMillimeters(translation));
 }
 
 void metricDepth(const cv::Mat& disparity, const DepthModel& model, cv::Mat& metric) {
@@ -156,10 +156,10 @@ void paintDepths(const cv::Mat& depths, const DepthRange& range, cv::Mat& pictur
     return;
   }
   forRows(depths.rows, depths.cols, [&](int from, int to) {
-    cv::AutoBuffer<std::uint32_t> colours(static_cast<std::size_t>(depths.cols));
+    cv::AutoBuffer<std::uint32_t> colors(static_cast<std::size_t>(depths.cols));
     for (int r = from; r < to; ++r) {
-      colourRow(depths.ptr<float>(r), depths.cols, range.min, range.max, colours.data());
-      storeReversed(colours.data(), depths.cols, picture.ptr<cv::Vec3b>(depths.rows - 1 - r));
+      colorRow(depths.ptr<float>(r), depths.cols, range.min, range.max, colors.data());
+      storeReversed(colors.data(), depths.cols, picture.ptr<cv::Vec3b>(depths.rows - 1 - r));
     }
   });
 }

@@ -5,42 +5,42 @@
 
 namespace stereo::core {
 
-/// What turns a disparity (CV_32FC1, pixels) into metres.
+/// What turns a disparity (CV_32FC1, pixels) into meters.
 struct DepthModel {
   int mode = 1;            ///< 1: longitude-latitude pair, 2: perspective pair, other: no depth.
-  float b = 0;             ///< Baseline, metres.
+  float b = 0;             ///< Baseline, meters.
   double f = 0;            ///< Focal length of the perspective view, pixels (mode 2).
   int W = 0;               ///< Width of the rectified view, pixels (mode 1).
   double lonLatFov = 180;  ///< Degrees that mode 1 takes the view to span.
-  float minDepth = 0.05F;  ///< Near limit, metres; its number is also the least disparity of the metric depth, pixels.
-  float maxDepth = 1.0F;   ///< Far limit, metres.
+  float minDepth = 0.05F;  ///< Near limit, meters; its number is also the least disparity of the metric depth, pixels.
+  float maxDepth = 1.0F;   ///< Far limit, meters.
 };
 
-/// Smallest and largest depth in metres.
+/// Smallest and largest depth in meters.
 struct DepthRange {
   float min;
   float max;
 };
 
-/// Length of the translation (CV_64FC1 of three elements, millimetres), b = sqrt((x^2 + y^2) + z^2); the norm of what
+/// Length of the translation (CV_64FC1 of three elements, millimeters), b = sqrt((x^2 + y^2) + z^2); the norm of what
 /// has another shape or type, 0 for an empty matrix.
-double baselineMillimetres(const cv::Mat& translation);
+double baselineMillimeters(const cv::Mat& translation);
 
-/// Baseline in metres from the translation in millimetres, b = 0.001 |t|; 0 for an empty matrix.
-float baselineMetres(const cv::Mat& translation);
+/// Baseline in meters from the translation in millimeters, b = 0.001 |t|; 0 for an empty matrix.
+float baselineMeters(const cv::Mat& translation);
 
-/// Depth in metres, CV_32FC1 of the disparity's size: -1 where d <= minDepth, 0 where the depth is out of limits.
+/// Depth in meters, CV_32FC1 of the disparity's size: -1 where d <= minDepth, 0 where the depth is out of limits.
 /// Empty for an empty disparity. `metric` is written into if it fits, so it must not share pixels with the disparity.
 /// Throws cv::Exception if the disparity is not CV_32FC1.
 void metricDepth(const cv::Mat& disparity, const DepthModel& model, cv::Mat& metric);
 
 /// First walk of the depth picture: the range of the depths of all pixels with d > minDepth, then narrowed to the
 /// limits ({1e11, 0} narrowed if there is none). `depths` (CV_32FC1 of the disparity's size, written into if it fits)
-/// keeps what the second walk needs: metres where d > 0 and the depth is within limits, 0 elsewhere. The two cut-offs
+/// keeps what the second walk needs: meters where d > 0 and the depth is within limits, 0 elsewhere. The two cut-offs
 /// differ on purpose. Throws as above.
 DepthRange measureDepths(const cv::Mat& disparity, const DepthModel& model, cv::Mat& depths);
 
-/// Second walk: every depth above 0 in its colour on the scale `range`, all else black. CV_8UC3 of the size of `depths`
+/// Second walk: every depth above 0 in its color on the scale `range`, all else black. CV_8UC3 of the size of `depths`
 /// (CV_32FC1), turned by 180 degrees; written into if it fits. Throws as above.
 void paintDepths(const cv::Mat& depths, const DepthRange& range, cv::Mat& picture);
 

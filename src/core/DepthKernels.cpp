@@ -12,7 +12,7 @@ namespace stereo::core {
 namespace {
 
 constexpr double pi = 3.141592653589793;
-constexpr float mostFloat = std::numeric_limits<float>::max();
+constexpr float maxFloat = std::numeric_limits<float>::max();
 
 STEREO_CAMERA_ALWAYS_INLINE float zeroOutOfLimits(float z, const DepthLimits& limits) {
   return ((z > limits.farthest) | (z < limits.nearest)) != 0 ? 0.0F : z;
@@ -38,17 +38,17 @@ struct PinholeDepth {
   [[gnu::always_inline]] float at(int, float d) const { return static_cast<float>(fb / static_cast<double>(d)); }
 };
 
-// Largest angle that `nearSine` is good for, radians.
-constexpr double mostAngle = 50.0;
+// Largest angle that `approximateSine` is good for, radians.
+constexpr double maxAngle = 50.0;
 
 // Least sine that it is good for: closer to a multiple of pi, the digits that its pi lacks begin to show.
-constexpr double leastSine = 1e-8;
+constexpr double minSine = 1e-8;
 
-// sin(x) for |x| <= mostAngle to 1e-15 or so of its value, with nothing in it that keeps a loop from becoming vector
+// sin(x) for |x| <= maxAngle to 1e-15 or so of its value, with nothing in it that keeps a loop from becoming vector
 // code. x = n pi + r with |r| <= pi / 2. Of the two pieces of pi the first ends in so many zeros that n times it is
-// exact; what both together lack shows only in sines below leastSine. Then the power series up to r^21; the next term
+// exact; what both together lack shows only in sines below minSine. Then the power series up to r^21; the next term
 // is below 2e-18.
-STEREO_CAMERA_ALWAYS_INLINE double nearSine(double x) {
+STEREO_CAMERA_ALWAYS_INLINE double approximateSine(double x) {
   constexpr double piHigh = 0x1.921fb544p+1;
   constexpr double piLow = 0x1.0b4611a62633145c1p-33;
   // Adding and taking away 1.5 * 2^52 rounds to an integer.
@@ -91,14 +91,14 @@ STEREO_CAMERA_ALWAYS_INLINE void angularBody(const float* __restrict d, int firs
     const float ratio = d[k] / model.W;
     const double x = pi * (a + model.o);
     const double y = pi * ratio;
-    const double sineX = nearSine(x);
-    const double sineY = nearSine(y);
+    const double sineX = approximateSine(x);
+    const double sineY = approximateSine(y);
     const double quotient = model.b * sineX / sineY;
     const auto low = static_cast<float>(quotient * (1.0 - 1e-12));
     const auto high = static_cast<float>(quotient * (1.0 + 1e-12));
     z[k] = low;
-    const bool sure = (low == high) & (low != 0.0F) & (std::abs(low) <= mostFloat) & (std::abs(x) < mostAngle) &
-                      (std::abs(y) < mostAngle) & (std::abs(sineX) > leastSine) & (std::abs(sineY) > leastSine);
+    const bool sure = (low == high) & (low != 0.0F) & (std::abs(low) <= maxFloat) & (std::abs(x) < maxAngle) &
+                      (std::abs(y) < maxAngle) & (std::abs(sineX) > minSine) & (std::abs(sineY) > minSine);
     doubt[k] = sure ? 0 : 1;
   }
 }
@@ -174,8 +174,8 @@ STEREO_CAMERA_KERNEL(measurePinhole,
                       RangeLanes& lanes),
                      (d, fb, count, limits, depths, lanes))
 
-STEREO_CAMERA_ALWAYS_INLINE void colourBody(const float* __restrict depths, int count, float lo, float hi,
-                                            std::uint32_t* __restrict colours) {
+STEREO_CAMERA_ALWAYS_INLINE void colorBody(const float* __restrict depths, int count, float lo, float hi,
+                                           std::uint32_t* __restrict colors) {
   const float half = (hi - lo) / 2;
   const float mid = lo + half;
   const float lowerHalf = mid - lo;
@@ -189,12 +189,12 @@ STEREO_CAMERA_ALWAYS_INLINE void colourBody(const float* __restrict depths, int 
     // Blue and green, or green and red.
     const std::uint32_t pair = falling | (rising << 8);
     const std::uint32_t shown = 0U - static_cast<std::uint32_t>(v > 0);
-    colours[k] = (lower ? pair : pair << 8) & shown;
+    colors[k] = (lower ? pair : pair << 8) & shown;
   }
 }
 
-STEREO_CAMERA_KERNEL(colour, (const float* depths, int count, float lo, float hi, std::uint32_t* colours),
-                     (depths, count, lo, hi, colours))
+STEREO_CAMERA_KERNEL(color, (const float* depths, int count, float lo, float hi, std::uint32_t* colors),
+                     (depths, count, lo, hi, colors))
 
 }  // namespace
 
@@ -209,11 +209,11 @@ void RangeLanes::widen(float& smallest, float& largest) const {
 }
 
 void angularRow(const float* d, int count, const AngularModel& model, float* z) {
-  // In stretches, so that what is not sure of itself is at hand without memory from elsewhere.
-  constexpr int stretch = 256;
-  std::uint32_t doubt[stretch];
-  for (int from = 0; from < count; from += stretch) {
-    const int length = std::min(stretch, count - from);
+  // In chunks, so that what is not sure of itself is at hand without memory from elsewhere.
+  constexpr int chunk = 256;
+  std::uint32_t doubt[chunk];
+  for (int from = 0; from < count; from += chunk) {
+    const int length = std::min(chunk, count - from);
     angular(d + from, from, length, model, z + from, doubt);
     for (int k = 0; k < length; ++k) {
       if (doubt[k] != 0) {
@@ -241,8 +241,8 @@ void measurePinholeRow(const float* d, double fb, int count, const DepthLimits& 
   measurePinhole(d, fb, count, limits, depths, lanes);
 }
 
-void colourRow(const float* depths, int count, float lo, float hi, std::uint32_t* colours) {
-  colour(depths, count, lo, hi, colours);
+void colorRow(const float* depths, int count, float lo, float hi, std::uint32_t* colors) {
+  color(depths, count, lo, hi, colors);
 }
 
 }  // namespace stereo::core

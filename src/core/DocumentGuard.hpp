@@ -6,7 +6,7 @@
 namespace stereo::core {
 
 /// Deepest nesting that a document may have. Ours have two levels; the parsers use a few kilobytes of stack a level.
-constexpr int deepestNesting = 100;
+constexpr int maxNesting = 100;
 
 /// Whether a YAML, XML or JSON document may be handed to OpenCV's parsers, which take some kinds of malformed text
 /// badly: they call themselves for each level of nesting, until the stack ends; they run past the end of a text that

@@ -111,11 +111,11 @@ void findTallCircle(float R2, cv::Size size, int row, const KeptSpans& spans) {
   }
 }
 
-// What a row of the ellipse keeps, by trying columns from the one nearest to the centre outwards.
+// What a row of the ellipse keeps, by trying columns from the one nearest to the center outwards.
 void searchSpan(const Ellipse& ellipse, int cols, int row, std::int32_t& left, std::int32_t& right) {
   const float ey = rowTerm(ellipse, row);
   left = right = cols;
-  // If any column is kept, then one of the two next to the centre.
+  // If any column is kept, then one of the two next to the center.
   int inside = static_cast<int>(std::clamp(std::floor(ellipse.cxe), 0.0F, static_cast<float>(cols - 1)));
   if (!keeps(ellipse, inside, ey)) {
     if (inside + 1 >= cols || !keeps(ellipse, inside + 1, ey)) {
@@ -123,7 +123,7 @@ void searchSpan(const Ellipse& ellipse, int cols, int row, std::int32_t& left, s
     }
     ++inside;
   }
-  // The first column, and the first after the last, by halving: e grows with the distance from the centre.
+  // The first column, and the first after the last, by halving: e grows with the distance from the center.
   int black = -1;
   left = inside;
   while (left - black > 1) {

@@ -16,7 +16,7 @@ STEREO_CAMERA_ALWAYS_INLINE int clipped(int value, int most) {
 
 STEREO_CAMERA_ALWAYS_INLINE void circleBody(int cx, int cy, float R2, int cols, int first, int count,
                                             std::int32_t* __restrict left, std::int32_t* __restrict right) {
-  // Wider than any image that memory holds, and such that nothing overflows when the centre's column is added.
+  // Wider than any image that memory holds, and such that nothing overflows when the center's column is added.
   constexpr float wide = 1e9F;
   for (int k = 0; k < count; ++k) {
     const int d = cy - (first + k);
@@ -35,7 +35,7 @@ STEREO_CAMERA_KERNEL(circle,
                      (cx, cy, R2, cols, first, count, left, right))
 
 // The columns next to where the ellipse crosses the row say, by the expression that decides each pixel, whether the
-// span is found: the outermost two are kept and their outer neighbours, where the image has any, are not.
+// span is found: the outermost two are kept and their outer neighbors, where the image has any, are not.
 STEREO_CAMERA_ALWAYS_INLINE void ellipseBody(const Ellipse& given, int cols, int first, int count,
                                              std::int32_t* __restrict left, std::int32_t* __restrict right,
                                              std::uint32_t* __restrict doubt) {

@@ -75,7 +75,7 @@ private:
 class Level {
 public:
   explicit Level(int& depth) : m_depth(depth) {
-    if (m_depth == deepestNesting) {
+    if (m_depth == maxNesting) {
       throw Unsafe();
     }
     ++m_depth;

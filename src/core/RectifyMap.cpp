@@ -168,11 +168,11 @@ private:
   cv::AutoBuffer<double> m_sinA;
 };
 
-// Point (a, b) of the normalised plane, as above, onto the sphere: eta = (xi2 + sqrt(1 + (1 - xi2^2) r2)) / (1 + r2),
+// Point (a, b) of the normalized plane, as above, onto the sphere: eta = (xi2 + sqrt(1 + (1 - xi2^2) r2)) / (1 + r2),
 // (X, Y, Z) = (eta a, eta b, eta - xi2)
-class LiftedRays {
+class UnifiedModelRays {
 public:
-  LiftedRays(const Matrix3& iP, double xi2) : m_iP(iP), m_xi2(xi2) {}
+  UnifiedModelRays(const Matrix3& iP, double xi2) : m_iP(iP), m_xi2(xi2) {}
   void prepare(RowOfRays&, int) const {}
   void fill(RowOfRays& rays, int width, int i) const {
     for (int j = 0; j < width; ++j) {
@@ -254,8 +254,8 @@ void fillRectifyMap(const RectifyModel& model, cv::Size size, int mode, cv::Mat&
     case longitudeLatitude:
       return SeparableLonLatRays::suits(iP) ? project(SeparableLonLatRays(iP, size.width), projection, map1, map2)
                                             : project(LonLatRays(iP), projection, map1, map2);
-    case liftedPlane:
-      return project(LiftedRays(iP, model.xi2), projection, map1, map2);
+    case unifiedModel:
+      return project(UnifiedModelRays(iP, model.xi2), projection, map1, map2);
     default:
       return project(NoRays(), projection, map1, map2);
   }

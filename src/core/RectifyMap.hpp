@@ -6,7 +6,7 @@
 namespace stereo::core {
 
 /// What a look-up map shows, as the public `initRectifyMap` numbers it.
-enum ViewMode : int { liftedPlane = 0, longitudeLatitude = 1, perspective = 2 };
+enum ViewMode : int { unifiedModel = 0, longitudeLatitude = 1, perspective = 2 };
 
 /// Calibration of one eye and the camera matrix of the view to be made; see `initRectifyMap` for shapes.
 struct RectifyModel {
@@ -40,7 +40,7 @@ void rectify(const cv::Mat& eye, const EyeMaps& maps, cv::Mat& view);
 cv::Mat perspectiveCameraMatrix(cv::Size size, double hFov);
 
 /// Matrix that takes the two angles of the longitude-latitude view to its pixels. Both axes span
-/// alpha = field / 222 * pi radians, centred on pi / 2: f = W / alpha, c = -W (pi - alpha) / (2 alpha), likewise with
+/// alpha = field / 222 * pi radians, centered on pi / 2: f = W / alpha, c = -W (pi - alpha) / (2 alpha), likewise with
 /// H. The 222 degrees are those of the lens: `field` = 222 would give all pi to the picture, 180 gives 145.9 degrees.
 cv::Mat lonLatCameraMatrix(cv::Size size, double field);
 

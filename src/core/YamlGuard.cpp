@@ -29,7 +29,7 @@ public:
 
 private:
   // Goes to what is not blank or part of a comment, which must not stand left of a column; to three dots at the end.
-  void skipBlanks(std::size_t leastColumn) {
+  void skipBlanks(std::size_t minColumn) {
     for (;;) {
       while (*m_text.at == ' ') {
         ++m_text.at;
@@ -38,7 +38,7 @@ private:
       if (c == '#') {
         *m_text.at = '\0';
       } else if (isPrintable(c)) {
-        require(m_text.column() >= leastColumn);
+        require(m_text.column() >= minColumn);
         return;
       } else {
         require(c == '\0' || c == '\n' || c == '\r');
@@ -116,13 +116,13 @@ private:
     return name == "str" ? Tag::text : name == "int" ? Tag::integer : name == "float" ? Tag::real : Tag::none;
   }
 
-  void base64(std::size_t leastColumn) {
+  void base64(std::size_t minColumn) {
     // One character, the bar, is left out unseen.
     do {
       ++m_text.at;
     } while (*m_text.at == ' ');
     ++m_text.at;
-    skipBlanks(leastColumn);
+    skipBlanks(minColumn);
     Base64Header header;
     for (const std::size_t column = m_text.column(); m_text.column() == column; skipBlanks(0)) {
       const char* const start = m_text.at;
@@ -164,11 +164,11 @@ private:
     ++m_text.at;
   }
 
-  void flow(std::size_t leastColumn) {
+  void flow(std::size_t minColumn) {
     const Level level(m_depth);
     const bool isMap = *m_text.at++ == '{';
     for (bool isFirst = true;; isFirst = false) {
-      skipBlanks(leastColumn);
+      skipBlanks(minColumn);
       if (*m_text.at == ']' || *m_text.at == '}') {
         require(*m_text.at == (isMap ? '}' : ']'));
         ++m_text.at;
@@ -177,13 +177,13 @@ private:
       if (!isFirst) {
         require(*m_text.at == ',');
         ++m_text.at;
-        skipBlanks(leastColumn);
+        skipBlanks(minColumn);
       }
       if (isMap) {
         key();
-        skipBlanks(leastColumn);
+        skipBlanks(minColumn);
       }
-      value(leastColumn, true);
+      value(minColumn, true);
     }
   }
 
@@ -218,17 +218,17 @@ private:
     } while (m_text.column() == column && !m_text.startsWith("..."));
   }
 
-  void value(std::size_t leastColumn, bool isInFlow) {
+  void value(std::size_t minColumn, bool isInFlow) {
     Tag type = Tag::none;
     char second = m_text.at[1];
     if (*m_text.at == '!') {
       type = tag();
       second = *m_text.at;  // the parser keeps what ends the tag
       if (type == Tag::binary) {
-        base64(leastColumn);
+        base64(minColumn);
         return;
       }
-      skipBlanks(leastColumn);
+      skipBlanks(minColumn);
     }
     const char c = *m_text.at;
     const bool isQuoted = c == '\'' || c == '"';
@@ -243,7 +243,7 @@ private:
     } else if (isQuoted) {
       c == '"' ? doubleQuoted() : singleQuoted();
     } else if (c == '[' || c == '{') {
-      flow(leastColumn + (isInFlow ? 0 : 1));
+      flow(minColumn + (isInFlow ? 0 : 1));
     } else if (c == '-' && !isInFlow) {
       block(true);
     } else {

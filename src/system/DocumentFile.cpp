@@ -45,7 +45,7 @@ DocumentFile readDocumentFile(const std::string& path) {
   int count = 0;
   while ((count = gzread(file.get(), piece.data(), piece.size())) > 0) {
     text.append(piece.data(), static_cast<std::size_t>(count));
-    if (isBounded && text.size() > mostUnpacked) {
+    if (isBounded && text.size() > maxUnpacked) {
       return {DocumentFile::State::damaged, {}};
     }
   }

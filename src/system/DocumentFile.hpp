@@ -20,7 +20,7 @@ struct DocumentFile {
 
 /// The most that a compressed file may unpack to, and that is taken from a pipe or a device; bytes. An ordinary file
 /// may be of any size.
-constexpr std::size_t mostUnpacked = 64U << 20;
+constexpr std::size_t maxUnpacked = 64U << 20;
 
 /// Reads the file that OpenCV's storage layer would open under this path: what is behind the last question mark is no
 /// part of the name, and files named ".gz", or ".gz" and a digit which is no part of the name either, may be

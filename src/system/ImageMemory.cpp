@@ -27,11 +27,11 @@ constexpr bool recycles = true;
 #endif
 
 // Blocks of this size (bytes) and more are worth keeping; OpenCV's own allocator is as fast for smaller ones.
-constexpr std::size_t leastBytes = 4096;
+constexpr std::size_t minBytes = 4096;
 
 class RecyclingAllocator final : public cv::MatAllocator {
 public:
-  RecyclingAllocator() { m_kept.reserve(kMostKept); }
+  RecyclingAllocator() { m_kept.reserve(kMaxKept); }
 
   // Only ever asked through cv::Mat, which leaves the steps to the allocator where it brings no pixels of its own.
   cv::UMatData* allocate(int dims, const int* sizes, int type, void* data, std::size_t* step, cv::AccessFlag flags,
@@ -67,12 +67,12 @@ public:
     if (block == nullptr) {
       return;
     }
-    if (block->size >= leastBytes) {
+    if (block->size >= minBytes) {
       const std::unique_lock lock(m_mutex, std::try_to_lock);
       if (lock && m_users > 0) {
         block->flags = static_cast<cv::UMatData::MemoryFlag>(0);
         cv::UMatData* oldest = nullptr;
-        if (m_kept.size() == kMostKept) {
+        if (m_kept.size() == kMaxKept) {
           // Of a size that nobody asks for any more, most likely.
           oldest = m_kept.front();
           m_kept.erase(m_kept.begin());
@@ -93,7 +93,7 @@ public:
 
   void leave() {
     std::vector<cv::UMatData*> kept;
-    kept.reserve(kMostKept);
+    kept.reserve(kMaxKept);
     {
       const std::lock_guard lock(m_mutex);
       if (--m_users == 0) {

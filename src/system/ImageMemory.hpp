@@ -8,10 +8,10 @@ namespace stereo::sys {
 /// Memory for images that come and go with every frame. What one image gave back serves the next one of its size, so
 /// that the images of a running camera allocate nothing, and touch no fresh page, from frame to frame.
 ///
-/// Nothing is kept back while no camera exists, and at most `kMostKept` blocks otherwise. Any thread; nobody waits.
+/// Nothing is kept back while no camera exists, and at most `kMaxKept` blocks otherwise. Any thread; nobody waits.
 
 /// Most blocks kept for images to come.
-constexpr int kMostKept = 16;
+constexpr int kMaxKept = 16;
 
 /// An empty image that will take its memory from here, whoever fills it. Otherwise an image like any other: headers of
 /// it may be kept and handed on, and may outlive the camera (not the library, where that is unloaded).

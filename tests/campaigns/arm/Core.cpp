@@ -138,9 +138,9 @@ void writeMaps(const std::vector<Calibration>& calibrations, const Writer& out) 
     const cv::Mat lonLat = core::lonLatCameraMatrix(mapSize, 100 + draw.below(8000) / 64.0);
     append(matrices, pinhole);
     append(matrices, lonLat);
-    baselines.push_back(core::baselineMetres(each[4]));
+    baselines.push_back(core::baselineMeters(each[4]));
     for (int r = 0; r < 3; ++r) {
-      millimetres.push_back(core::baselineMillimetres(each[3].row(r) * 60.0));
+      millimetres.push_back(core::baselineMillimeters(each[3].row(r) * 60.0));
     }
     for (const int mode : {0, 1, 2}) {
       cv::Mat columns;
@@ -210,10 +210,10 @@ void writeDepths(const Writer& out) {
       cloud.fx = cloud.fy = depth.f;
       cloud.cx = size.width / 2.0 - 0.5;
       cloud.cy = size.height / 2.0 - 0.5;
-      cloud.baselineMillimetres = depth.b * 1000.0;
+      cloud.baselineMillimeters = depth.b * 1000.0;
       cloud.xi = draw.below(200) / 100.0;
       cloud.threshold = 60 + draw.below(120);
-      for (const auto form : {core::CloudForm::plain, core::CloudForm::coloured}) {
+      for (const auto form : {core::CloudForm::plain, core::CloudForm::colored}) {
         std::vector<float> points;
         for (const core::CloudPoint& each : core::sampleCloud(images, cloud, form)) {
           points.insert(points.end(), each.point.val, each.point.val + 3);

@@ -103,7 +103,7 @@ struct Case {
     hasDepth = isImage(disparity, CV_32FC1) && isDoubles(cameraMatrix, 1, 1) && hasNorm(translation, norm);
     hasCloud = hasDepth && isDoubles(cameraMatrix, 3, 3) && isDoubles(xi, 1, 1);
     depth.b = static_cast<float>(0.001 * norm);
-    cloud.baselineMillimetres = norm;
+    cloud.baselineMillimeters = norm;
     if (hasDepth && !cameraMatrix.empty()) {
       depth.f = cameraMatrix.at<double>(0, 0);
     }
@@ -196,7 +196,7 @@ void tryColoured(TestCamera& camera, const Case& given, int output) {
   }
   require(has, "there is a picture");
   cv::Mat expected;
-  baseline::colouredDepth(given.disparity, given.depth, expected);
+  baseline::coloredDepth(given.disparity, given.depth, expected);
   requireSame("picture", baseline::difference(expected, picture).c_str());
 }
 
@@ -233,7 +233,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   tryCloud<cv::Vec3f>(camera, given, true, "plain cloud",
                       [&](auto& points) { baseline::plainCloud(images, given.cloud, points); });
   tryCloud<PCL>(camera, given, isImage(given.view, CV_8UC3), "coloured cloud",
-                [&](auto& points) { baseline::colouredCloud(images, given.cloud, points); });
+                [&](auto& points) { baseline::coloredCloud(images, given.cloud, points); });
   isTrying = false;
   return 0;
 }

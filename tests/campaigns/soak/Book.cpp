@@ -123,7 +123,7 @@ private:
   DepthProducts depthOf(const cv::Mat& disparity, const cv::Mat& view, int mode) const {
     core::DepthModel depth;
     depth.mode = mode;
-    depth.b = core::baselineMetres(m_translation);
+    depth.b = core::baselineMeters(m_translation);
     depth.f = m_camera.at<double>(0, 0);
     depth.W = m_setting.rectSize.width;
     depth.lonLatFov = m_setting.lonLatFov;
@@ -135,16 +135,16 @@ private:
     cloud.fy = m_camera.at<double>(1, 1);
     cloud.cx = m_camera.at<double>(0, 2);
     cloud.cy = m_camera.at<double>(1, 2);
-    cloud.baselineMillimetres = cv::norm(m_translation, cv::NORM_L2);
+    cloud.baselineMillimeters = cv::norm(m_translation, cv::NORM_L2);
     cloud.xi = m_xi[0];
     cloud.threshold = m_setting.cloudRadius;
     DepthProducts products;
     products.disparity = disparity;
     baseline::metricDepth(disparity, depth, products.metric);
-    baseline::colouredDepth(disparity, depth, products.coloured);
+    baseline::coloredDepth(disparity, depth, products.coloured);
     const core::CloudImages images{view, disparity, products.metric};
     baseline::plainCloud(images, cloud, products.plainCloud);
-    baseline::colouredCloud(images, cloud, products.colouredCloud);
+    baseline::coloredCloud(images, cloud, products.colouredCloud);
     return products;
   }
 

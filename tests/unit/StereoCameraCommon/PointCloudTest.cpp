@@ -83,7 +83,7 @@ protected:
     model.fy = 21;
     model.cx = 15.5;
     model.cy = 15.75;
-    model.baselineMillimetres = std::sqrt(3600.0 + 9 + 16);
+    model.baselineMillimeters = std::sqrt(3600.0 + 9 + 16);
     model.xi = 1.25;
     model.threshold = 14;
     CloudImages images{view, disparity, cv::Mat()};
@@ -120,7 +120,7 @@ TEST_F(PointCloud, PlainAppendsEveryPoint) {
 TEST_F(PointCloud, ColouredAppendsEveryPointWithTheColourOfItsPixel) {
   for (const int mode : {1, 2}) {
     camera.m_depthmode = mode;
-    const auto points = expected(mode, CloudForm::coloured);
+    const auto points = expected(mode, CloudForm::colored);
     ASSERT_GT(points.size(), 3U) << mode;
     std::vector<PCL> cloud(1);
     EXPECT_TRUE(whilePublishing([&] { return camera.getPointCloud(cloud, stamp); }));

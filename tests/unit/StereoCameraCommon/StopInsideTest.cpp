@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "src/StereoCameraCommon/DeviceReads.hpp"
+#include "src/StereoCameraCommon/ReadWatchdog.hpp"
 #include "tests/support/Await.hpp"
 #include "tests/support/FedCamera.hpp"
 
@@ -161,7 +161,7 @@ TEST(StopStereoCompute, LetsTheReadInProgressGetItsFrameAndPublishIt) {
   }));
   stopper.join();
   // A machine under load may have been too slow to deliver in time.
-  if (steady_clock::now() - asked < stereo::DeviceReads::firstGrace) {
+  if (steady_clock::now() - asked < stereo::ReadWatchdog::firstGrace) {
     EXPECT_GT(camera.latestDisparity(), before);
   }
   EXPECT_LE(camera.begun, begun + 1);
@@ -187,7 +187,7 @@ TEST(StopStereoCompute, NotifiesNobodyBetweenFrames) {
   std::thread stopper([&] { camera.stopStereoCompute(); });
   ASSERT_TRUE(await([&] { return !camera.m_isComputing; }));
   const bool early = await([&] { return woken.load(); }, std::chrono::milliseconds(300));
-  if (steady_clock::now() - asked < stereo::DeviceReads::firstGrace) {
+  if (steady_clock::now() - asked < stereo::ReadWatchdog::firstGrace) {
     EXPECT_FALSE(early);
   }
   EXPECT_TRUE(await([&] {
@@ -205,7 +205,7 @@ TEST(StopStereoCompute, EndsTheReadWhereNoFrameComesForTwoSeconds) {
   ASSERT_TRUE(await([&] { return camera.begun > 0; }));
   const auto asked = steady_clock::now();
   EXPECT_TRUE(camera.stopStereoCompute());
-  EXPECT_GE(steady_clock::now() - asked, stereo::DeviceReads::firstGrace);
+  EXPECT_GE(steady_clock::now() - asked, stereo::ReadWatchdog::firstGrace);
   EXPECT_EQ(camera.latestDisparity().count(), 0);
 }
 
@@ -220,7 +220,7 @@ TEST(StopStereoCompute, EndsTheReadAtOnceWhereTheCaptureHasStopped) {
     camera.stopCapture();
     const auto asked = steady_clock::now();
     camera.stopStereoCompute();
-    return steady_clock::now() - asked < stereo::DeviceReads::firstGrace;
+    return steady_clock::now() - asked < stereo::ReadWatchdog::firstGrace;
   });
   EXPECT_TRUE(quick);
 }

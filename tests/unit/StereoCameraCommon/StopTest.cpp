@@ -14,7 +14,7 @@
 
 #include <gtest/gtest.h>
 
-#include "src/StereoCameraCommon/DeviceReads.hpp"
+#include "src/StereoCameraCommon/ReadWatchdog.hpp"
 #include "src/system/VideoDevice.hpp"
 #include "tests/support/Await.hpp"
 #include "tests/support/TempDir.hpp"
@@ -23,7 +23,7 @@
 using std::chrono::microseconds;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
-using stereo::DeviceReads;
+using stereo::ReadWatchdog;
 using stereo::test::await;
 using stereo::test::TestCamera;
 using stereo::test::twoColours;
@@ -112,7 +112,7 @@ TEST_F(StopWhileStalled, TheReadIsEndedAfterTheGrace) {
   start(15);
   const auto asked = steady_clock::now();
   EXPECT_TRUE(camera.stopCapture());
-  EXPECT_GE(steady_clock::now() - asked, DeviceReads::firstGrace);
+  EXPECT_GE(steady_clock::now() - asked, ReadWatchdog::firstGrace);
   EXPECT_EQ(camera.m_captureThread, nullptr);
   EXPECT_EQ(device->releases(), 1);
 }
@@ -143,7 +143,7 @@ TEST_F(StopWhileStalled, AReadThatEndsWithinTheGraceIsLeftAlone) {
   ASSERT_TRUE(await([&] { return !camera.isOpened(); }));
   device->letGo();
   stopper.join();
-  if (steady_clock::now() - asked < DeviceReads::firstGrace) {  // a machine under load may have been slower
+  if (steady_clock::now() - asked < ReadWatchdog::firstGrace) {  // a machine under load may have been slower
     EXPECT_EQ(device->releases(), 0);
   }
 }
@@ -166,7 +166,7 @@ TEST_F(StopWhileStalled, IsReleasedOnce) {
     stopped = true;
   });
   ASSERT_TRUE(await([this] { return device->releases() > 0; }));
-  EXPECT_FALSE(await([&] { return stopped || device->releases() > 1; }, 10 * DeviceReads::laterGrace));
+  EXPECT_FALSE(await([&] { return stopped || device->releases() > 1; }, 10 * ReadWatchdog::laterGrace));
   device->letGo();
   stopper.join();
   EXPECT_EQ(device->releases(), 1);
@@ -229,7 +229,7 @@ TEST(BackEnd, StoppingAPipelineEndsARead) {
       "identity drop-probability=1 ! appsink",
       cv::CAP_GSTREAMER);
   ASSERT_TRUE(pipeline.isOpened());
-  DeviceReads reads;
+  ReadWatchdog reads;
   reads.workerStarts();
   std::thread worker([&] {
     reads.run([&] {
@@ -250,8 +250,8 @@ TEST(BackEnd, StoppingAPipelineEndsARead) {
   EXPECT_TRUE(pipeline.isOpened()) << "nothing was taken away";
 }
 
-TEST(DeviceReads, WithoutWorkersThereIsNothingToAwait) {
-  DeviceReads reads;
+TEST(ReadWatchdog, WithoutWorkersThereIsNothingToAwait) {
+  ReadWatchdog reads;
   reads.awaitWorkers([](int) { FAIL(); });
   reads.workerStarts();
   std::thread worker([&] {
@@ -263,11 +263,11 @@ TEST(DeviceReads, WithoutWorkersThereIsNothingToAwait) {
 }
 
 // Slower than the pause between two attempts, but far from stalled: a warm-up that a stop waits for.
-TEST(DeviceReads, SlowReadsAreLeftAlone) {
-  DeviceReads reads;
+TEST(ReadWatchdog, SlowReadsAreLeftAlone) {
+  ReadWatchdog reads;
   std::mutex mutex;
   std::condition_variable never;
-  constexpr auto slow = 3 * DeviceReads::laterGrace;
+  constexpr auto slow = 3 * ReadWatchdog::laterGrace;
   int made = 0;
   steady_clock::duration longest{0};
   reads.workerStarts();
@@ -287,15 +287,15 @@ TEST(DeviceReads, SlowReadsAreLeftAlone) {
   reads.awaitWorkers([&](int) { ++interrupted; });
   worker.join();
   // A machine under load may hold one up for two seconds; that one is as good as stalled.
-  if (longest < DeviceReads::firstGrace) {
+  if (longest < ReadWatchdog::firstGrace) {
     EXPECT_EQ(interrupted, 0);
     EXPECT_EQ(made, 10);
   }
 }
 
 // Those of a device that is opened again count.
-TEST(DeviceReads, AreMadeAgainWhenResumed) {
-  DeviceReads reads;
+TEST(ReadWatchdog, AreMadeAgainWhenResumed) {
+  ReadWatchdog reads;
   std::promise<void> interrupted;
   reads.workerStarts();
   std::thread worker([&] {
@@ -337,8 +337,8 @@ TEST(StopStreaming, LeavesLocksAlone) {
 }
 
 // As often as it takes; the reads that follow, as those of a warm-up do, are left out.
-TEST(DeviceReads, AReadThatHangsIsInterruptedUntilItEnds) {
-  DeviceReads reads;
+TEST(ReadWatchdog, AReadThatHangsIsInterruptedUntilItEnds) {
+  ReadWatchdog reads;
   std::mutex mutex;
   std::condition_variable changed;
   int interrupted = 0;

@@ -128,7 +128,7 @@ TEST(Baseline, PerspectiveDepth) {
   }
   // The picture is turned round: near blue (510 wraps to 254), the middle 0.625 m blue and green, far red.
   cv::Mat picture;
-  baseline::colouredDepth((cv::Mat_<float>(1, 4) << 50, 20, 12.5, -1), model, picture);
+  baseline::coloredDepth((cv::Mat_<float>(1, 4) << 50, 20, 12.5, -1), model, picture);
   EXPECT_EQ(picture.at<cv::Vec3b>(0, 3), cv::Vec3b(254, 0, 0));
   EXPECT_EQ(picture.at<cv::Vec3b>(0, 2), cv::Vec3b(255, 255, 0));
   EXPECT_EQ(picture.at<cv::Vec3b>(0, 1), cv::Vec3b(0, 0, 254));
@@ -161,7 +161,7 @@ TEST(Baseline, CloudKeepsTheMiddleOfABlock) {
   cv::Mat view(4, 4, CV_8UC3, cv::Scalar::all(0));
   view.at<cv::Vec3b>(1, 3) = {1, 2, 3};
   std::vector<PCL> points;
-  baseline::colouredCloud({view, depth, depth}, model, points);
+  baseline::coloredCloud({view, depth, depth}, model, points);
   ASSERT_EQ(points.size(), 2U);
   EXPECT_FLOAT_EQ(points[0].point[0], 0.006F);
   EXPECT_FLOAT_EQ(points[0].point[1], 0.002F);
@@ -169,7 +169,7 @@ TEST(Baseline, CloudKeepsTheMiddleOfABlock) {
   EXPECT_EQ(points[0].color, cv::Vec3b(1, 2, 3));
   EXPECT_EQ(points[1].point[2], 3);
   // From the disparity instead: 1 mm * 1000 / d metres.
-  model.baselineMillimetres = 1;
+  model.baselineMillimeters = 1;
   std::vector<cv::Vec3f> plain;
   baseline::plainCloud({view, depth, {}}, model, plain);
   ASSERT_EQ(plain.size(), 2U);

@@ -26,7 +26,7 @@ CloudModel model(int mode) {
   m.fy = 30.25;
   m.cx = 19.5;
   m.cy = 17.5;
-  m.baselineMillimetres = 60.5;
+  m.baselineMillimeters = 60.5;
   m.xi = 1.37;
   m.threshold = 14;
   return m;
@@ -103,7 +103,7 @@ std::vector<Sample> expectedCloud(const CloudImages& in, const CloudModel& m, bo
             if (!inside(in.disparity, j, i)) {
               continue;
             }
-            z = static_cast<float>(m.baselineMillimetres / 1000.0 * m.fx / in.disparity.at<float>(j, i));
+            z = static_cast<float>(m.baselineMillimeters / 1000.0 * m.fx / in.disparity.at<float>(j, i));
           }
           if (!(z > 0) || (coloured && !inside(in.view, i, j))) {
             continue;
@@ -160,7 +160,7 @@ TEST(SampleCloud, IsTheStatedSamplingToTheBit) {
         m.threshold = 5 + 2 * seed;
         m.xi = 0.1 * seed;
         const CloudImages in = images(seed);
-        const auto cloud = sampleCloud(in, m, coloured ? CloudForm::coloured : CloudForm::plain);
+        const auto cloud = sampleCloud(in, m, coloured ? CloudForm::colored : CloudForm::plain);
         expectSame(cloud, expectedCloud(in, m, coloured),
                    "seed " + std::to_string(seed) + " mode " + std::to_string(mode) + (coloured ? " coloured" : ""));
         if (seed == 10) {
@@ -182,7 +182,7 @@ TEST(SampleCloud, SkipsLookUpsThatWouldLeaveTheImages) {
           CloudModel m = model(mode);
           m.cx = size.width / 2.0;
           m.cy = size.height / 2.0;
-          expectSame(sampleCloud(in, m, coloured ? CloudForm::coloured : CloudForm::plain),
+          expectSame(sampleCloud(in, m, coloured ? CloudForm::colored : CloudForm::plain),
                      expectedCloud(in, m, coloured), "size " + std::to_string(size.width));
         }
       }
@@ -204,7 +204,7 @@ protected:
     CloudModel m = model(2);
     m.fx = m.fy = 1000;  // nearly along the axis: the key follows the depth
     m.cx = m.cy = 2;
-    return sampleCloud(in, m, CloudForm::coloured);
+    return sampleCloud(in, m, CloudForm::colored);
   }
 };
 
@@ -258,7 +258,7 @@ TEST(SampleCloud, OnlyTheColouredFormOfModeOneLeavesOutTheBorder) {
     }
     return e;
   };
-  const cv::Vec4i coloured = extremes(sampleCloud(in, m, CloudForm::coloured));
+  const cv::Vec4i coloured = extremes(sampleCloud(in, m, CloudForm::colored));
   EXPECT_GE(coloured[0], 3);
   EXPECT_GE(coloured[2], 4);
   // The last block that begins before 95 % may reach three pixels beyond.
@@ -272,8 +272,8 @@ TEST(SampleCloud, OnlyTheColouredFormOfModeOneLeavesOutTheBorder) {
 }
 
 TEST(SampleCloud, NothingBeyondTheRadius) {
-  for (const auto& [mode, form] : {std::pair(1, CloudForm::plain), std::pair(1, CloudForm::coloured),
-                                   std::pair(2, CloudForm::coloured), std::pair(2, CloudForm::plain)}) {
+  for (const auto& [mode, form] : {std::pair(1, CloudForm::plain), std::pair(1, CloudForm::colored),
+                                   std::pair(2, CloudForm::colored), std::pair(2, CloudForm::plain)}) {
     const CloudModel m = model(mode);
     double farthest = 0;
     for (const CloudPoint& point : sampleCloud(images(4), m, form)) {
@@ -290,10 +290,10 @@ TEST(SampleCloud, NothingBeyondTheRadius) {
 
 TEST(SampleCloud, NoPointsWithoutCameraMatrixModeOrImages) {
   for (const int mode : {1, 2}) {
-    for (const CloudForm form : {CloudForm::plain, CloudForm::coloured}) {
+    for (const CloudForm form : {CloudForm::plain, CloudForm::colored}) {
       CloudModel unbuilt;
       unbuilt.mode = mode;
-      unbuilt.baselineMillimetres = 60;
+      unbuilt.baselineMillimeters = 60;
       unbuilt.threshold = 1000;
       for (const double xi : {0.0, 0.5, 1.0, 1.5}) {
         unbuilt.xi = xi;
@@ -321,7 +321,7 @@ TEST(SampleCloud, SurvivesNumbersThatAreNone) {
            {&CloudModel::fx, &CloudModel::fy, &CloudModel::cx, &CloudModel::cy, &CloudModel::xi}) {
         CloudModel m = model(mode);
         m.*parameter = value;
-        for (const CloudForm form : {CloudForm::plain, CloudForm::coloured}) {
+        for (const CloudForm form : {CloudForm::plain, CloudForm::colored}) {
           for (const CloudPoint& point : sampleCloud(in, m, form)) {
             EXPECT_GE(point.row, 0);
             EXPECT_LT(point.row, 44);
@@ -335,7 +335,7 @@ TEST(SampleCloud, SurvivesNumbersThatAreNone) {
 TEST(SampleCloud, RefusesOtherTypes) {
   CloudImages in = images(7);
   in.view = cv::Mat(40, 40, CV_8UC1);
-  EXPECT_THROW(sampleCloud(in, model(1), CloudForm::coloured), cv::Exception);
+  EXPECT_THROW(sampleCloud(in, model(1), CloudForm::colored), cv::Exception);
   // The plain form reads nothing of the view but its size, and in mode 2 nothing of the depth.
   EXPECT_EQ(sampleCloud(in, model(1), CloudForm::plain).size(),
             sampleCloud(images(7), model(1), CloudForm::plain).size());
@@ -344,5 +344,5 @@ TEST(SampleCloud, RefusesOtherTypes) {
   EXPECT_THROW(sampleCloud(in, model(1), CloudForm::plain), cv::Exception);
   EXPECT_EQ(sampleCloud(in, model(2), CloudForm::plain).size(),
             sampleCloud(images(7), model(2), CloudForm::plain).size());
-  EXPECT_THROW(sampleCloud(in, model(2), CloudForm::coloured), cv::Exception);
+  EXPECT_THROW(sampleCloud(in, model(2), CloudForm::colored), cv::Exception);
 }

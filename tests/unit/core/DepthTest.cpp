@@ -183,10 +183,10 @@ TEST(PaintDepth, PaintsDisparitiesThatTheMetricDepthCutsOff) {
 }
 
 TEST(BaselineMetres, IsTheNormInMetresRoundedOnce) {
-  EXPECT_EQ(stereo::core::baselineMetres((cv::Mat_<double>(3, 1) << -60.1, 1.2, 0.3)),
+  EXPECT_EQ(stereo::core::baselineMeters((cv::Mat_<double>(3, 1) << -60.1, 1.2, 0.3)),
             static_cast<float>(0.001 * std::sqrt(60.1 * 60.1 + 1.2 * 1.2 + 0.3 * 0.3)));
-  EXPECT_EQ(stereo::core::baselineMetres((cv::Mat_<double>(1, 3) << 3, 0, 4)), 0.005F);
-  EXPECT_EQ(stereo::core::baselineMetres(cv::Mat()), 0.0F);
+  EXPECT_EQ(stereo::core::baselineMeters((cv::Mat_<double>(1, 3) << 3, 0, 4)), 0.005F);
+  EXPECT_EQ(stereo::core::baselineMeters(cv::Mat()), 0.0F);
 }
 
 // Within a few units in the last place on processors for which OpenCV is compiled with fused multiply-add.
@@ -196,14 +196,14 @@ TEST(BaselineMillimetres, IsOpenCVsNorm) {
     cv::Mat translation = cv::Mat(k % 2 == 0 ? cv::Size(1, 3) : cv::Size(3, 1), CV_64FC1);
     random.fill(translation, cv::RNG::UNIFORM, -100, 100);
     const double norm = cv::norm(translation, cv::NORM_L2);
-    const double millimetres = stereo::core::baselineMillimetres(translation);
+    const double millimetres = stereo::core::baselineMillimeters(translation);
 #if defined(__x86_64__)
     ASSERT_EQ(millimetres, norm);
 #else
     ASSERT_LE(std::abs(millimetres - norm), 4 * (std::nextafter(norm, inf) - norm));
 #endif
   }
-  EXPECT_EQ(stereo::core::baselineMillimetres(cv::Mat()), 0.0);
-  EXPECT_EQ(stereo::core::baselineMillimetres((cv::Mat_<float>(1, 3) << 3, 0, 4)), 5.0);
-  EXPECT_EQ(stereo::core::baselineMillimetres((cv::Mat_<double>(1, 4) << 1, 1, 1, 1)), 2.0);
+  EXPECT_EQ(stereo::core::baselineMillimeters(cv::Mat()), 0.0);
+  EXPECT_EQ(stereo::core::baselineMillimeters((cv::Mat_<float>(1, 3) << 3, 0, 4)), 5.0);
+  EXPECT_EQ(stereo::core::baselineMillimeters((cv::Mat_<double>(1, 4) << 1, 1, 1, 1)), 2.0);
 }

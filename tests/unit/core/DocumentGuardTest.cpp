@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-using stereo::core::deepestNesting;
+using stereo::core::maxNesting;
 using stereo::core::safeToParse;
 
 namespace {
@@ -44,23 +44,23 @@ TEST(SafeToParse, RefusesWhatNoParserTakes) {
 
 TEST(SafeToParse, RefusesNestingBeyondTheLimit) {
   const auto yaml = [](int levels) { return "%YAML:1.0\n---\nA: " + times(levels, "[") + times(levels, "]") + "\n"; };
-  EXPECT_TRUE(safeToParse(yaml(deepestNesting - 1)));  // the root is one, too
-  EXPECT_FALSE(safeToParse(yaml(deepestNesting)));
+  EXPECT_TRUE(safeToParse(yaml(maxNesting - 1)));  // the root is one, too
+  EXPECT_FALSE(safeToParse(yaml(maxNesting)));
   const auto json = [](int levels) { return "{\"A\":" + times(levels, "[") + times(levels, "]") + "}"; };
-  EXPECT_TRUE(safeToParse(json(deepestNesting - 1)));
-  EXPECT_FALSE(safeToParse(json(deepestNesting)));
+  EXPECT_TRUE(safeToParse(json(maxNesting - 1)));
+  EXPECT_FALSE(safeToParse(json(maxNesting)));
   EXPECT_TRUE(safeToParse("{ \"A\": [" + times(10000, "[], {}, ") + "] }"));
-  EXPECT_TRUE(safeToParse(stairs(deepestNesting)));
-  EXPECT_FALSE(safeToParse(stairs(deepestNesting + 1)));
+  EXPECT_TRUE(safeToParse(stairs(maxNesting)));
+  EXPECT_FALSE(safeToParse(stairs(maxNesting + 1)));
   const std::string dashes = "%YAML:1.0\n---\nA:\n  ";
-  EXPECT_TRUE(safeToParse(dashes + times(deepestNesting - 1, "- ") + "5\n"));
-  EXPECT_FALSE(safeToParse(dashes + times(deepestNesting, "- ") + "5\n"));
+  EXPECT_TRUE(safeToParse(dashes + times(maxNesting - 1, "- ") + "5\n"));
+  EXPECT_FALSE(safeToParse(dashes + times(maxNesting, "- ") + "5\n"));
   const auto xml = [](int levels) {
     return "<?xml version=\"1.0\"?>\n<opencv_storage>" + times(levels, "<a>") + times(levels, "</a>") +
            "</opencv_storage>\n";
   };
-  EXPECT_TRUE(safeToParse(xml(deepestNesting - 1)));
-  EXPECT_FALSE(safeToParse(xml(deepestNesting)));
+  EXPECT_TRUE(safeToParse(xml(maxNesting - 1)));
+  EXPECT_FALSE(safeToParse(xml(maxNesting)));
 }
 
 // Of comments and strings, whatever is in them.

@@ -50,7 +50,7 @@ CloudModel usualModel(int mode, cv::Size view) {
   model.fy = model.fx;
   model.cx = view.width / 2.0 - 0.5;
   model.cy = view.height / 2.0 - 0.5;
-  model.baselineMillimetres = 60.3;
+  model.baselineMillimeters = 60.3;
   model.xi = 1.47;
   model.threshold = view.width;
   return model;
@@ -61,7 +61,7 @@ CloudModel someModel(cv::RNG& random, int mode, cv::Size view) {
   const std::vector<double> odd = {
       0, -0.0, -1, 1e-3, 1e9, 1e300, double{notANumber}, double{infinity}, -double{infinity}};
   for (double CloudModel::*number : {&CloudModel::fx, &CloudModel::fy, &CloudModel::cx, &CloudModel::cy,
-                                     &CloudModel::baselineMillimetres, &CloudModel::xi}) {
+                                     &CloudModel::baselineMillimeters, &CloudModel::xi}) {
     if (chance(random, 0.08)) {
       model.*number = pick(random, odd);
     }
@@ -84,7 +84,7 @@ std::string text(const CloudImages& images, const CloudModel& m) {
   out.precision(17);
   out << "view " << images.view.size() << ", disparity " << images.disparity.size() << ", depth " << images.depth.size()
       << ", mode " << m.mode << ", f " << m.fx << " " << m.fy << ", c " << m.cx << " " << m.cy << ", b "
-      << m.baselineMillimetres << ", xi " << m.xi << ", threshold " << m.threshold;
+      << m.baselineMillimeters << ", xi " << m.xi << ", threshold " << m.threshold;
   return out.str();
 }
 
@@ -98,7 +98,7 @@ std::vector<cv::Vec3f> plainCloud(const CloudImages& images, const CloudModel& m
 
 std::vector<PCL> colouredCloud(const CloudImages& images, const CloudModel& model) {
   std::vector<PCL> points;
-  for (const core::CloudPoint& sampled : core::sampleCloud(images, model, CloudForm::coloured)) {
+  for (const core::CloudPoint& sampled : core::sampleCloud(images, model, CloudForm::colored)) {
     points.push_back({sampled.point, images.view.at<cv::Vec3b>(sampled.row, sampled.col)});
   }
   return points;
@@ -109,7 +109,7 @@ std::size_t expectSameClouds(const CloudImages& images, const CloudModel& model)
   std::vector<cv::Vec3f> plain;
   std::vector<PCL> coloured;
   baseline::plainCloud(images, model, plain);
-  baseline::colouredCloud(images, model, coloured);
+  baseline::coloredCloud(images, model, coloured);
   withEachInstructionSet([&] {
     EXPECT_TRUE(same(plain, plainCloud(images, model))) << "plain, " << text(images, model);
     EXPECT_TRUE(same(coloured, colouredCloud(images, model))) << "coloured, " << text(images, model);

@@ -115,7 +115,7 @@ void expectSameMetric(const cv::Mat& disparity, const DepthModel& model) {
 // By `measureDepths` and `paintDepths`, likewise.
 void expectSamePicture(const cv::Mat& disparity, const DepthModel& model) {
   cv::Mat expected;
-  baseline::colouredDepth(disparity, model, expected);
+  baseline::coloredDepth(disparity, model, expected);
   const DepthRange expectedRange = baseline::depthRange(disparity, model);
   const Framed source(disparity);
   withEachInstructionSet([&] {

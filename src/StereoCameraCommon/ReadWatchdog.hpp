@@ -14,7 +14,7 @@ namespace stereo {
 /// frames another.
 ///
 /// A worker holds a share of its own: one that had to be abandoned inside its read outlives the camera.
-class DeviceReads {
+class ReadWatchdog {
 public:
   /// How long a stop lets a read go on before it is interrupted, and how long between two attempts at that.
   static constexpr std::chrono::milliseconds firstGrace{2000};
@@ -30,18 +30,18 @@ public:
   void workerEnds();
 
   /// The calling worker is inside a read as long as this lives.
-  class Inside {
+  class ReadScope {
   public:
-    explicit Inside(DeviceReads& reads);
-    ~Inside();
+    explicit ReadScope(ReadWatchdog& reads);
+    ~ReadScope();
     /// False once a read had to be interrupted.
-    bool isWanted() const { return m_wanted; }
-    Inside(const Inside&) = delete;
-    Inside& operator=(const Inside&) = delete;
+    bool mayRead() const { return m_mayRead; }
+    ReadScope(const ReadScope&) = delete;
+    ReadScope& operator=(const ReadScope&) = delete;
 
   private:
-    DeviceReads& m_reads;
-    bool m_wanted = true;
+    ReadWatchdog& m_reads;
+    bool m_mayRead = true;
   };
 
   /// Runs one read; workers take turns. Leaves it out once one had to be interrupted: the ten reads of a warm-up would
@@ -52,8 +52,8 @@ public:
     const std::lock_guard turn(m_deviceMutex);
     leaveQueue();
     {
-      const Inside inside(*this);
-      if (inside.isWanted()) {
+      const ReadScope scope(*this);
+      if (scope.mayRead()) {
         read();
       }
     }
@@ -66,9 +66,9 @@ public:
   /// Waits until all workers have ended, and has `interrupt(attempt)` called, from 0 on, while a read outlives its
   /// grace. `interrupt` runs on the caller's thread, without a lock, while the read may still go on.
   ///
-  /// False where a read goes on after `mostAttempts` of them: that worker, and others that wait for their turn, are
+  /// False where a read goes on after `maxAttempts` of them: that worker, and others that wait for their turn, are
   /// abandoned. None of them touches anything but this object and its own stack any more.
-  bool awaitWorkers(const std::function<void(int)>& interrupt, int mostAttempts = never);
+  bool awaitWorkers(const std::function<void(int)>& interrupt, int maxAttempts = never);
 
   /// Keeps something that an abandoned read works on for as long as that read goes on.
   void keep(std::shared_ptr<void> something);
@@ -87,8 +87,8 @@ private:
   int m_workers = 0;
   int m_queued = 0;  // workers that wait for their turn
   bool m_reading = false;
-  bool m_givenUp = false;    // a read had to be interrupted
-  bool m_abandoned = false;  // and did not end
+  bool m_interrupted = false;  // a read had to be interrupted
+  bool m_abandoned = false;    // and did not end
   Clock::time_point m_readSince;
 };
 

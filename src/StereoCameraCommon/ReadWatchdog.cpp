@@ -1,41 +1,41 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "src/StereoCameraCommon/DeviceReads.hpp"
+#include "src/StereoCameraCommon/ReadWatchdog.hpp"
 
 #include <algorithm>
 #include <utility>
 
 namespace stereo {
 
-DeviceReads::Inside::Inside(DeviceReads& reads) : m_reads(reads) {
+ReadWatchdog::ReadScope::ReadScope(ReadWatchdog& reads) : m_reads(reads) {
   const std::lock_guard lock(m_reads.m_mutex);
-  m_wanted = !m_reads.m_givenUp;
+  m_mayRead = !m_reads.m_interrupted;
   m_reads.m_reading = true;
   m_reads.m_readSince = Clock::now();
 }
 
-DeviceReads::Inside::~Inside() {
+ReadWatchdog::ReadScope::~ReadScope() {
   const std::lock_guard lock(m_reads.m_mutex);
   m_reads.m_reading = false;
 }
 
-void DeviceReads::workerStarts() {
+void ReadWatchdog::workerStarts() {
   const std::lock_guard lock(m_mutex);
   ++m_workers;
 }
 
-void DeviceReads::workerEnds() {
+void ReadWatchdog::workerEnds() {
   // Notified under the lock: whoever waits may destroy this as soon as it has the lock.
   const std::lock_guard lock(m_mutex);
   --m_workers;
   m_ended.notify_all();
 }
 
-void DeviceReads::resume() {
+void ReadWatchdog::resume() {
   const std::lock_guard lock(m_mutex);
-  m_givenUp = false;
+  m_interrupted = false;
 }
 
-bool DeviceReads::awaitWorkers(const std::function<void(int)>& interrupt, int mostAttempts) {
+bool ReadWatchdog::awaitWorkers(const std::function<void(int)>& interrupt, int maxAttempts) {
   std::unique_lock lock(m_mutex);
   const Clock::time_point asked = Clock::now();
   Clock::time_point lastAttempt;
@@ -49,7 +49,7 @@ bool DeviceReads::awaitWorkers(const std::function<void(int)>& interrupt, int mo
       m_ended.wait_until(lock, due);
       continue;
     }
-    if (attempts == mostAttempts) {
+    if (attempts == maxAttempts) {
       if (m_queued == m_workers - 1) {
         m_abandoned = true;
         return false;
@@ -57,7 +57,7 @@ bool DeviceReads::awaitWorkers(const std::function<void(int)>& interrupt, int mo
       lastAttempt = now;  // another worker is busy elsewhere, and soon waits for its turn
       continue;
     }
-    m_givenUp = true;
+    m_interrupted = true;
     lock.unlock();
     interrupt(attempts++);
     lock.lock();
@@ -66,17 +66,17 @@ bool DeviceReads::awaitWorkers(const std::function<void(int)>& interrupt, int mo
   return true;
 }
 
-void DeviceReads::keep(std::shared_ptr<void> something) {
+void ReadWatchdog::keep(std::shared_ptr<void> something) {
   const std::lock_guard lock(m_mutex);
   m_kept = std::move(something);
 }
 
-void DeviceReads::queue() {
+void ReadWatchdog::queue() {
   const std::lock_guard lock(m_mutex);
   ++m_queued;
 }
 
-void DeviceReads::leaveQueue() {
+void ReadWatchdog::leaveQueue() {
   const std::lock_guard lock(m_mutex);
   --m_queued;
   if (m_abandoned) {
@@ -84,7 +84,7 @@ void DeviceReads::leaveQueue() {
   }
 }
 
-void DeviceReads::throwIfAbandoned() {
+void ReadWatchdog::throwIfAbandoned() {
   const std::lock_guard lock(m_mutex);
   if (m_abandoned) {
     throw Abandoned();
