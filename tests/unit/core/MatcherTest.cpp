@@ -17,7 +17,7 @@ constexpr int shift = 7;  // pixels between the eyes
 
 // Texture that the right eye sees `shift` pixels further to the left.
 struct Pair {
-  cv::Mat left{60, 160, CV_8UC3};
+  cv::Mat left = cv::Mat(60, 160, CV_8UC3);
   cv::Mat right;
 
   explicit Pair(int seed) {
