@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Samples point clouds.
 #include "src/core/Cloud.hpp"
 
 #include <algorithm>
@@ -10,17 +11,17 @@
 #include <vector>
 
 #include "src/core/CloudKernels.hpp"
+#include "src/core/CloudSamplers.hpp"
 #include "src/core/Rows.hpp"
 
 namespace stereo::core {
 
 namespace {
 
-constexpr double pi = 3.141592653589793;
 constexpr int blockSize = 4;
 constexpr std::size_t oddPerBlock = 2;                              // odd rows, and odd columns, in any four
-constexpr std::size_t maxPerBlock = oddPerBlock * oddPerBlock - 1;  // kept: one point may be nearest and farthest
-constexpr std::size_t cloudGrain = kGrain / 2;                      // pixels of the view, a quarter of them tried
+constexpr std::size_t maxPerBlock = oddPerBlock * oddPerBlock - 1;  // one point may be both nearest and farthest
+constexpr std::size_t cloudGrain = kGrain / 2;  // pixels of the view, a quarter of which are sampled
 
 // Rows or columns at which blocks start, in [start, end).
 struct Span {
@@ -34,195 +35,16 @@ void requireType(const cv::Mat& image, int type) {
   CV_Assert(image.empty() || (image.dims == 2 && image.type() == type));
 }
 
-bool has(const cv::Mat& image, int row, int column) {
-  return row >= 0 && row < image.rows && column >= 0 && column < image.cols;
-}
-
-// Integer part of a non-negative value below `limit`; -1, which no image has, for anything else.
-int indexBelow(double value, int limit) { return value >= 0 && value < limit ? static_cast<int>(value) : -1; }
-
-// Circle round the principal point. `hypot` decides; it is asked only where the squares, which are many times faster,
-// leave a doubt (or are not numbers).
-class Radius {
-public:
-  explicit Radius(int threshold)
-      : m_threshold(threshold),
-        m_squares{threshold < 0 ? -1 : square(threshold) * (1 - 1e-9),
-                  threshold < 0 ? std::numeric_limits<double>::infinity() : square(threshold) * (1 + 1e-9)} {}
-
-  const RadiusSquares& squares() const { return m_squares; }
-
-  // Distances from the principal point, pixels.
-  bool excludes(double dx, double dy) const {
-    const double squared = dx * dx + dy * dy;
-    if (squared < m_squares.surelyInside) {
-      return false;
-    }
-    return squared > m_squares.surelyOutside || std::hypot(dx, dy) > m_threshold;
-  }
-
-private:
-  static double square(double value) { return value * value; }
-
-  double m_threshold;
-  RadiusSquares m_squares;
-};
-
-// The odd columns of the view that blocks have, two a block.
-struct Columns {
-  int first;
-  int count;
-  std::vector<double> dx;  // j - cx
-  std::vector<double> x;   // dx / fx, on the plane at distance 1
-
-  Columns(int firstColumn, int blocks, const CloudModel& model)
-      : first(firstColumn), count(2 * blocks), dx(static_cast<std::size_t>(count)), x(dx.size()) {
-    for (std::size_t q = 0; q < dx.size(); ++q) {
-      dx[q] = at(static_cast<int>(q)) - model.cx;
-      x[q] = dx[q] / model.fx;
-    }
-  }
-  int at(int q) const { return first + 2 * q; }
-};
-
-// What the places of one odd row of the view gave: directions (X, Y, Z), the depth found along them in meters, 0 where
-// there is none, and what ranks the points of a block by nearness.
-struct SampleRow {
-  std::vector<double> X, Y, Z, keys;
-  std::vector<float> z;
-
-  explicit SampleRow(int count) : X(static_cast<std::size_t>(count)), Y(X), Z(X.size(), 1.0), keys(X), z(X.size()) {}
-};
-
-// Row i of the view; dy = i - cy, y = dy / fy.
-struct ViewRow {
-  int i;
-  double dy, y;
-};
-
-// Lifts places onto the unit sphere by the left eye's model and looks depth up where longitude and latitude fall in
-// images that are taken to span pi both ways; see `unprojectRow`, which does what can be done fast.
-class LonLatSampler {
-public:
-  LonLatSampler(const CloudImages& images, const CloudModel& model)
-      : m_disparity(images.disparity),
-        m_depth(images.depth),
-        m_radius(model.threshold),
-        m_model{model.xi,
-                images.disparity.rows / pi,
-                images.disparity.cols / pi,
-                images.disparity.rows,
-                images.disparity.cols,
-                m_radius.squares()} {}
-
-  // What a thread needs for itself.
-  struct Scratch {
-    std::vector<double> lambda;
-    std::vector<std::int32_t> row, column;
-
-    explicit Scratch(int count) : lambda(static_cast<std::size_t>(count)), row(lambda.size()), column(lambda.size()) {}
-  };
-
-  void sample(const ViewRow& view, const Columns& columns, Scratch& scratch, SampleRow& out) const {
-    unprojectRow(columns.dx.data(), columns.x.data(), columns.count, view.dy, view.y, m_model, scratch.lambda.data(),
-                 scratch.row.data(), scratch.column.data());
-    for (std::size_t q = 0; q < scratch.lambda.size(); ++q) {
-      const double lambda = scratch.lambda[q];
-      out.X[q] = lambda * columns.x[q];
-      out.Y[q] = lambda * view.y;
-      out.Z[q] = lambda - m_model.xi;
-      int row = scratch.row[q];
-      int column = scratch.column[q];
-      if (row == kUncertainPixel) {
-        findPixel(columns.dx[q], view.dy, lambda, {out.X[q], out.Y[q], out.Z[q]}, row, column);
-      }
-      out.z[q] = has(m_disparity, row, column) && has(m_depth, row, column) && m_disparity.ptr<float>(row)[column] > 0
-                     ? m_depth.ptr<float>(row)[column]
-                     : 0.0F;
-    }
-  }
-
-private:
-  // The pixel to look up, as the standard library's functions give it.
-  void findPixel(double dx, double dy, double lambda, const cv::Vec3d& ray, int& row, int& column) const {
-    row = kNoPixel;
-    if (m_radius.excludes(dx, dy) || std::isnan(lambda)) {
-      return;
-    }
-    const double lon = std::acos(-ray[0]);  // NOLINT(clang-analyzer-core.CallAndMessage): the analyzer loses the ray
-    const double lat = std::acos(-ray[1] / std::hypot(ray[1], ray[2]));
-    row = indexBelow(lat * m_model.rowScale, m_model.rows);
-    column = indexBelow(lon * m_model.columnScale, m_model.cols);
-  }
-
-  const cv::Mat& m_disparity;
-  const cv::Mat& m_depth;
-  Radius m_radius;
-  UnprojectModel m_model;
-};
-
-struct NoScratch {
-  explicit NoScratch(int) {}
-};
-
-// Pinhole, (x, y, 1) z. The look-up takes the column for the row and the row for the column. z comes from the
-// disparity, z = b fx / d (infinite for d = 0), without a radius.
-class PlainPinholeSampler {
-public:
-  using Scratch = NoScratch;
-
-  PlainPinholeSampler(const CloudImages& images, const CloudModel& model)
-      : m_disparity(images.disparity), m_bf((model.baselineMillimeters / 1000.0) * model.fx) {}
-
-  void sample(const ViewRow& view, const Columns& columns, Scratch&, SampleRow& out) const {
-    out.X = columns.x;
-    std::fill(out.Y.begin(), out.Y.end(), view.y);
-    for (int q = 0; q < columns.count; ++q) {
-      const int j = columns.at(q);
-      out.z[static_cast<std::size_t>(q)] =
-          has(m_disparity, j, view.i) ? static_cast<float>(m_bf / m_disparity.ptr<float>(j)[view.i]) : 0.0F;
-    }
-  }
-
-private:
-  const cv::Mat& m_disparity;
-  double m_bf;
-};
-
-// The same with z from the depth image, within the radius.
-class ColoredPinholeSampler {
-public:
-  using Scratch = NoScratch;
-
-  ColoredPinholeSampler(const CloudImages& images, const CloudModel& model)
-      : m_depth(images.depth), m_radius(model.threshold) {}
-
-  void sample(const ViewRow& view, const Columns& columns, Scratch&, SampleRow& out) const {
-    out.X = columns.x;
-    std::fill(out.Y.begin(), out.Y.end(), view.y);
-    for (int q = 0; q < columns.count; ++q) {
-      const int j = columns.at(q);
-      const bool taken =
-          !m_radius.excludes(columns.dx[static_cast<std::size_t>(q)], view.dy) && has(m_depth, j, view.i);
-      out.z[static_cast<std::size_t>(q)] = taken ? m_depth.ptr<float>(j)[view.i] : 0.0F;
-    }
-  }
-
-private:
-  const cv::Mat& m_depth;
-  Radius m_radius;
-};
-
-// Writes all but the nearest and the farthest of a block to `out`, nothing of a block of two or fewer; returns the end.
-// The block's places are q and q + 1 of either row; its first row is `row`, its first column `column`.
+// Writes all points of a block but the nearest and the farthest to `out`, nothing if there are two or fewer; returns
+// the end. The block's samples are q and q + 1 of both rows; its first row is `row`, its first column `column`.
 CloudPoint* writeTrimmed(const SampleRow (&rows)[oddPerBlock], std::size_t q, int row, int column, CloudPoint* out) {
-  constexpr std::size_t places = oddPerBlock * oddPerBlock;
-  const SampleRow* const rowOf[places] = {&rows[0], &rows[0], &rows[1], &rows[1]};
-  const std::size_t at[places] = {q, q + 1, q, q + 1};
-  bool valid[places];
+  constexpr std::size_t samples = oddPerBlock * oddPerBlock;
+  const SampleRow* const rowOf[samples] = {&rows[0], &rows[0], &rows[1], &rows[1]};
+  const std::size_t at[samples] = {q, q + 1, q, q + 1};
+  bool valid[samples];
   std::size_t count = 0;
-  std::size_t first = places;
-  for (std::size_t k = places; k-- > 0;) {
+  std::size_t first = samples;
+  for (std::size_t k = samples; k-- > 0;) {
     valid[k] = rowOf[k]->z[at[k]] > 0;
     count += valid[k] ? 1 : 0;
     first = valid[k] ? k : first;
@@ -234,7 +56,7 @@ CloudPoint* writeTrimmed(const SampleRow (&rows)[oddPerBlock], std::size_t q, in
   std::size_t farthest = first;
   double smallest = 1e9;
   double largest = 0.0;
-  for (std::size_t k = 0; k < places; ++k) {
+  for (std::size_t k = 0; k < samples; ++k) {
     const double key = rowOf[k]->keys[at[k]];
     const bool nearer = valid[k] && key < smallest;
     smallest = nearer ? key : smallest;
@@ -243,7 +65,7 @@ CloudPoint* writeTrimmed(const SampleRow (&rows)[oddPerBlock], std::size_t q, in
     largest = farther ? key : largest;
     farthest = farther ? k : farthest;
   }
-  for (std::size_t k = 0; k < places; ++k) {
+  for (std::size_t k = 0; k < samples; ++k) {
     if (valid[k] && k != nearest && k != farthest) {
       const SampleRow& from = *rowOf[k];
       const float z = from.z[at[k]];
@@ -267,10 +89,10 @@ SampledCloud::SampledCloud(std::size_t capacity)
 
 void SampledCloud::Free::operator()(CloudPoint* points) const { ::operator delete(points); }
 
-// Samples rows of blocks side by side, each into a chunk of its own, and closes the gaps between them at the end.
+// Samples rows of blocks in parallel, each into its own part of the memory, and closes the gaps at the end.
 class CloudWriter {
 public:
-  // `limit`: pixels are tried only within this size.
+  // `limit`: only pixels within this size are sampled.
   CloudWriter(const Span& rows, const Span& cols, cv::Size limit, const CloudModel& model)
       : m_firstRow(rows.start | 1),
         m_columns(cols.start | 1, cols.blocks(), model),
@@ -338,7 +160,7 @@ private:
 };
 
 SampledCloud sampleCloud(const CloudImages& images, const CloudModel& model, CloudForm form) {
-  // Only what the form and the mode look into: of the view, the plain form takes nothing but the size.
+  // Check only what the form and the mode read: the plain form uses nothing of the view but its size.
   const bool colored = form == CloudForm::colored;
   if (colored) {
     requireType(images.view, CV_8UC3);
