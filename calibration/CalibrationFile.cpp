@@ -19,7 +19,7 @@ void saveCalibration(const std::string& path, const Rig& rig, int frameWidth, co
   std::vector<cv::Mat> written[2];
   for (const bool isRight : {false, true}) {
     const std::size_t which = isRight ? 1 : 0;
-    const model::OmniModel eye = rig.eyes[which].scaled(static_cast<double>(model::kFullWidth) / frameWidth);
+    const model::OmniModel eye = rig.eyes[which].scaled(static_cast<double>(model::fullFrameWidth) / frameWidth);
     const cv::Vec4d d = eye.distortion();
     written[which] = {cv::Mat(eye.intrinsic(), true), (cv::Mat_<double>(1, 4) << d[0], d[1], d[2], d[3]),
                       (cv::Mat_<double>(1, 1) << eye.xi), cv::Mat(turns[which], true),

@@ -5,7 +5,7 @@
 #include <cmath>
 
 #include "calibration/Coverage.hpp"
-#include "model/Format.hpp"
+#include "model/Text.hpp"
 
 namespace stereo::calibration {
 

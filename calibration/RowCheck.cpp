@@ -11,7 +11,7 @@
 
 #include "StereoCamera.hpp"
 #include "calibration/Errors.hpp"
-#include "model/Format.hpp"
+#include "model/Text.hpp"
 
 namespace stereo::calibration {
 

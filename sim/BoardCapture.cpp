@@ -5,6 +5,7 @@
 #include <cmath>
 #include <stdexcept>
 
+#include "model/CameraFacts.hpp"
 #include "sim/ParallelRows.hpp"
 #include "sim/Texture.hpp"
 
@@ -83,7 +84,7 @@ double pixelShade(const Sample& sample) {
 
 BoardCapture::BoardCapture(const Rig& rig, const Options& options)
     : sources::FrameSource(options.rate), m_options(options) {
-  if (!model::isCameraFormat(options.frameSize) || options.corners.width < 2 || options.corners.height < 2 ||
+  if (!model::isFrameSize(options.frameSize) || options.corners.width < 2 || options.corners.height < 2 ||
       !(options.square > 0.0) || options.places < 1 || options.framesPerPlace < 1) {
     throw std::invalid_argument("a board has 2 x 2 corners or more, frames are 1856x800 or 928x400 pixels");
   }

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <utility>
 
+#include "model/CameraFacts.hpp"
 #include "sim/ParallelRows.hpp"
 
 namespace stereo::sim {
@@ -55,7 +56,7 @@ Truth GroundTruth::at(const View& view, double time) const {
   const SceneSnapshot snapshot = m_scene->at(time);
   const cv::Vec3d leftEye = m_rig.eye(false).position;
   const cv::Vec3d rightEye = m_rig.eye(true).position;
-  const cv::Size full(model::kFullWidth, model::kFullHeight);
+  const cv::Size full(model::fullFrameWidth, model::fullFrameHeight);
   const cv::Size size = view.size();
   Truth truth;
   truth.depth.create(size, CV_64FC1);

@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "model/CameraFacts.hpp"
 #include "sim/ParallelRows.hpp"
 #include "sim/Texture.hpp"
 
@@ -22,7 +23,7 @@ cv::Vec3b darkPixel(int row, int col) {
 
 Renderer::Renderer(std::shared_ptr<const Scene> scene, const Rig& rig, const cv::Size& frameSize)
     : m_scene(std::move(scene)), m_frameSize(frameSize) {
-  if (!model::isCameraFormat(frameSize)) {
+  if (!model::isFrameSize(frameSize)) {
     throw std::invalid_argument("frames are 1856x800 or 928x400 pixels");
   }
   const int eyeWidth = frameSize.width / 2;

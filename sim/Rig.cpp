@@ -5,6 +5,7 @@
 #include <cmath>
 #include <stdexcept>
 
+#include "model/FileKeys.hpp"
 #include "sim/Texture.hpp"
 
 namespace stereo::sim {
@@ -64,7 +65,7 @@ Rig::Rig(std::uint32_t seed) {
 }
 
 model::OmniModel Rig::modelFor(bool isRight, const cv::Size& frameSize) const {
-  return eye(isRight).model.scaled(static_cast<double>(frameSize.width) / model::kFullWidth);
+  return eye(isRight).model.scaled(static_cast<double>(frameSize.width) / model::fullFrameWidth);
 }
 
 std::optional<cv::Point2d> Rig::project(bool isRight, const cv::Vec3d& point, const cv::Size& frameSize) const {
@@ -95,9 +96,9 @@ void Rig::saveCalibration(const std::string& path, int serialNumber, int posNumb
   if (!file.isOpened()) {
     throw std::runtime_error("cannot write the calibration to " + path);
   }
-  file << "SerialNumber" << (cv::Mat_<double>(1, 1) << serialNumber);
-  file << "PositonNumber" << (cv::Mat_<double>(1, 1) << posNumber);
-  file << "RectifyFrameSize" << (cv::Mat_<double>(1, 2) << rectFrameSize.width, rectFrameSize.height);
+  file << model::keys::serialNumber << (cv::Mat_<double>(1, 1) << serialNumber);
+  file << model::keys::posNumber << (cv::Mat_<double>(1, 1) << posNumber);
+  file << model::keys::rectifyFrameSize << (cv::Mat_<double>(1, 2) << rectFrameSize.width, rectFrameSize.height);
   for (const bool isRight : {false, true}) {
     const std::string side = isRight ? "Right" : "Left";
     const std::vector<cv::Mat> params = calibParams(isRight);
@@ -106,8 +107,8 @@ void Rig::saveCalibration(const std::string& path, int serialNumber, int posNumb
     file << side + "DistortionCoefficients" << params[1];
     file << side + "Rotation" << params[3];
   }
-  file << "Translation" << calibParams(false)[4];
-  file << "Reserved" << cv::Mat::eye(3, 3, CV_64F);
+  file << model::keys::translation << calibParams(false)[4];
+  file << model::keys::reserved << cv::Mat::eye(3, 3, CV_64F);
 }
 
 }  // namespace stereo::sim

@@ -4,6 +4,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "model/CameraFacts.hpp"
+
 namespace stereo::sim {
 
 namespace {
@@ -51,13 +53,13 @@ cv::Size SimulatedCapture::frameSize() const { return m_renderer->frameSize(); }
 
 bool SimulatedCapture::resize(int propId, double value) {
   const bool isWidth = propId == cv::CAP_PROP_FRAME_WIDTH;
-  const int full = isWidth ? model::kFullWidth : model::kFullHeight;
+  const int full = isWidth ? model::fullFrameWidth : model::fullFrameHeight;
   const int half = full / 2;
   if (value != full && value != half) {
     return false;
   }
   (isWidth ? m_asked.width : m_asked.height) = static_cast<int>(value);
-  if (model::isCameraFormat(m_asked) && m_asked != m_renderer->frameSize()) {
+  if (model::isFrameSize(m_asked) && m_asked != m_renderer->frameSize()) {
     m_renderer = std::make_unique<Renderer>(m_scene, m_rig, m_asked);
     m_ring.assign(m_ring.size(), cv::Mat());
   }

@@ -13,6 +13,7 @@
 #include <opencv2/core.hpp>
 #include <opencv2/core/persistence.hpp>
 
+#include "model/FileKeys.hpp"
 #include "model/HostCamera.hpp"
 #include "src/core/DocumentGuard.hpp"
 
@@ -129,18 +130,18 @@ void Recording::writeSettings(const fs::path& folder, const model::CameraSetting
     const auto size = [&](const char* key, cv::Size value) {
       storage << key << cv::Mat((cv::Mat_<double>(1, 2) << value.width, value.height));
     };
-    number("LogLevel", settings.logLevel);
-    number("DeviceNode", settings.deviceNode);
-    size("FrameSize", settings.frameSize);
-    size("RectifyFrameSize", settings.rectifiedSize);
-    number("FrameRate", settings.frameRate);
-    number("Threshold", settings.threshold);
-    number("Algorithm", settings.algorithm);
-    number("IpLastSegment", settings.ipLastSegment);
-    number("hFov", settings.hFov);
-    number("Transrate", settings.transrate);
-    number("Transmode", settings.transmode);
-    number("Depthmode", settings.depthmode);
+    number(model::keys::logLevel, settings.logLevel);
+    number(model::keys::deviceNode, settings.deviceNode);
+    size(model::keys::frameSize, settings.frameSize);
+    size(model::keys::rectifyFrameSize, settings.rectifiedSize);
+    number(model::keys::frameRate, settings.frameRate);
+    number(model::keys::threshold, settings.threshold);
+    number(model::keys::algorithm, settings.algorithm);
+    number(model::keys::ipLastSegment, settings.ipLastSegment);
+    number(model::keys::hFov, settings.hFov);
+    number(model::keys::transrate, settings.transrate);
+    number(model::keys::transmode, settings.transmode);
+    number(model::keys::depthmode, settings.depthmode);
   });
 }
 

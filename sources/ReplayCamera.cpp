@@ -11,14 +11,11 @@ namespace stereo::sources {
 
 namespace {
 
-// Frames that the capture worker reads and throws away before it publishes the first one.
-constexpr int kWarmUpReads = 10;
-
 int radiusFor(const std::optional<Recording>& recording, const cv::Size& frameSize) {
   if (recording && recording->fisheyeRadius >= 0) {
     return recording->fisheyeRadius;
   }
-  if (model::isCameraFormat(frameSize)) {
+  if (model::isFrameSize(frameSize)) {
     return frameSize.width / 4;
   }
   return static_cast<int>(std::ceil(std::hypot(frameSize.width / 2, frameSize.height))) + 1;
@@ -29,11 +26,12 @@ int radiusFor(const std::optional<Recording>& recording, const cv::Size& frameSi
 /// What exists before the camera: its device is handed to the base class and referred to afterwards.
 struct ReplayCamera::Parts {
   explicit Parts(const Options& options)
-      : source(std::make_unique<ReplayCapture>(ReplayCapture::Options{.path = options.path,
-                                                                      .rate = options.rate,
-                                                                      .recordedTiming = options.recordedTiming,
-                                                                      .loop = options.loop,
-                                                                      .leadIn = options.loop ? 0 : kWarmUpReads})),
+      : source(
+            std::make_unique<ReplayCapture>(ReplayCapture::Options{.path = options.path,
+                                                                   .rate = options.rate,
+                                                                   .recordedTiming = options.recordedTiming,
+                                                                   .loop = options.loop,
+                                                                   .leadIn = options.loop ? 0 : model::warmUpReads})),
         capture(*source) {}
 
   std::unique_ptr<ReplayCapture> source;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "apps/stereo-camera/bench/BenchReport.hpp"
 
-#include "model/Format.hpp"
+#include "model/Text.hpp"
 
 namespace stereo::app {
 

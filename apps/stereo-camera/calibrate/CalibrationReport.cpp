@@ -13,7 +13,7 @@
 #include "StereoCamera.hpp"
 #include "apps/stereo-camera/pictures/Page.hpp"
 #include "calibration/Rectification.hpp"
-#include "model/Format.hpp"
+#include "model/Text.hpp"
 
 namespace stereo::app {
 

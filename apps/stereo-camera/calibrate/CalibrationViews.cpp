@@ -20,6 +20,7 @@
 #include "calibration/BoardFinder.hpp"
 #include "calibration/Calibrate.hpp"
 #include "calibration/Collector.hpp"
+#include "model/Text.hpp"
 
 namespace stereo::app {
 
@@ -90,12 +91,12 @@ public:
       return;
     }
     const cv::Size other = calibration::boardSizeIn(m_pictures, 2);
-    const std::string start = "no board of " + text(m_board.corners) + " in the first " +
+    const std::string start = "no board of " + model::sizeOption(m_board.corners) + " in the first " +
                               std::to_string(m_pictures.size()) + (m_pictures.size() == 1 ? " picture" : " pictures") +
                               ": wrong --board? It counts inner corners";
     if (!other.empty() && other != m_board.corners &&
         other != cv::Size(m_board.corners.height, m_board.corners.width)) {
-      throw Failure(ExitCode::problems, start + "; " + text(other) + " would fit");
+      throw Failure(ExitCode::problems, start + "; " + model::sizeOption(other) + " would fit");
     }
     progress() << start << std::endl;
     m_isTold = true;
@@ -104,7 +105,6 @@ public:
 
 private:
   static constexpr std::size_t first = 10;
-  static std::string text(cv::Size size) { return std::to_string(size.width) + "x" + std::to_string(size.height); }
 
   const calibration::Board& m_board;
   std::vector<cv::Mat> m_pictures;

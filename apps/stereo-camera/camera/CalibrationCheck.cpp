@@ -6,6 +6,7 @@
 #include <opencv2/core.hpp>
 
 #include "apps/stereo-camera/process/Failure.hpp"
+#include "model/FileKeys.hpp"
 
 namespace stereo::app {
 
@@ -41,7 +42,7 @@ void checkCalibration(StereoCamera& camera, const std::string& file, bool comple
       }
     }
     if (isRight && params[4].empty()) {
-      append(missing, "Translation");
+      append(missing, model::keys::translation);
     }
   }
   if (!missing.empty()) {

@@ -8,7 +8,7 @@
 namespace stereo::app {
 
 void DeviceCamera::chooseFrameSize(cv::Size size) {
-  if (model::isCameraFormat(size)) {
+  if (model::isFrameSize(size)) {
     setRawFrameSize(size);
     return;
   }

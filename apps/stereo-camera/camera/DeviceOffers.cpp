@@ -11,6 +11,8 @@
 #include <cstdio>
 #include <functional>
 
+#include "model/Text.hpp"
+
 namespace stereo::app {
 
 namespace {
@@ -120,9 +122,7 @@ DeviceOffers offersOfNode(int node, cv::Size wanted) {
   return offers;
 }
 
-std::string textOf(cv::Size size) { return std::to_string(size.width) + " x " + std::to_string(size.height); }
-
-std::string textOf(double number) {
+std::string numberText(double number) {
   char digits[32];
   std::snprintf(digits, sizeof digits, "%g", number);
   return digits;
@@ -131,10 +131,10 @@ std::string textOf(double number) {
 std::string ratesText(const DeviceOffers& offers) {
   std::vector<std::string> choices;
   for (const double rate : offers.rates) {
-    choices.push_back(textOf(rate));
+    choices.push_back(numberText(rate));
   }
   for (const auto& [least, most] : offers.rateRanges) {
-    choices.push_back("any from " + textOf(least) + " to " + textOf(most));
+    choices.push_back("any from " + numberText(least) + " to " + numberText(most));
   }
   std::string text;
   for (std::size_t i = 0; i < choices.size(); ++i) {
@@ -146,7 +146,7 @@ std::string ratesText(const DeviceOffers& offers) {
 std::string sizesText(const DeviceOffers& offers) {
   std::string text;
   for (const cv::Size size : offers.otherSizes) {
-    text += (text.empty() ? "" : ", ") + std::to_string(size.width) + "x" + std::to_string(size.height);
+    text += (text.empty() ? "" : ", ") + model::sizeOption(size);
   }
   return text;
 }

@@ -28,10 +28,8 @@ DeviceOffers offersOf(int device, cv::Size wanted);
 /// The same by number, /dev/video<node>; nothing is offered where it cannot be opened.
 DeviceOffers offersOfNode(int node, cv::Size wanted);
 
-/// "1856 x 800"
-std::string textOf(cv::Size size);
 /// "29.97"
-std::string textOf(double number);
+std::string numberText(double number);
 /// "30, 25 or 5", "any from 1 to 30", "60 or any from 1 to 30"
 std::string ratesText(const DeviceOffers& offers);
 /// "640x480, 1280x720"

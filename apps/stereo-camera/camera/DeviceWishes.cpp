@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "apps/stereo-camera/process/Failure.hpp"
+#include "model/Text.hpp"
 
 namespace stereo::app {
 
@@ -20,7 +21,7 @@ std::string giveRate(const DeviceWishes& wishes, const std::string& which) {
 }
 
 std::string asked(const DeviceWishes& wishes) {
-  return textOf(wishes.size) + " at " + textOf(wishes.rate) + " frames a second";
+  return model::sizeText(wishes.size) + " at " + numberText(wishes.rate) + " frames a second";
 }
 
 std::string backEndOf(const cv::VideoCapture& device) {
@@ -35,26 +36,25 @@ std::string backEndOf(const cv::VideoCapture& device) {
 
 std::string takenInstead(cv::Size size, double rate, const DeviceWishes& wishes) {
   if (size != wishes.size) {
-    return "the device gives " + textOf(size) + " instead of " + textOf(wishes.size) + ": " +
-           giveSize(wishes, std::to_string(size.width) + "x" + std::to_string(size.height)) +
-           ", or try another of its nodes";
+    return "the device gives " + model::sizeText(size) + " instead of " + model::sizeText(wishes.size) + ": " +
+           giveSize(wishes, model::sizeOption(size)) + ", or try another of its nodes";
   }
   // 0: the driver has no say in its rate.
   if (rate > 0 && std::abs(rate - wishes.rate) >= nearRate) {
-    return "the device gives " + textOf(rate) + " frames a second instead of " + textOf(wishes.rate) + ": " +
-           giveRate(wishes, textOf(rate));
+    return "the device gives " + numberText(rate) + " frames a second instead of " + numberText(wishes.rate) + ": " +
+           giveRate(wishes, numberText(rate));
   }
   return "";
 }
 
 std::string notOffered(const DeviceOffers& offers, const DeviceWishes& wishes) {
   if (offers.formats.empty() && !offers.otherSizes.empty()) {
-    return "the device does not offer " + textOf(wishes.size) + ": " +
+    return "the device does not offer " + model::sizeText(wishes.size) + ": " +
            giveSize(wishes, "one that it offers (" + sizesText(offers) + ")");
   }
   if (!offers.formats.empty() && !offers.hasRate(wishes.rate)) {
-    return "the device does not offer " + textOf(wishes.rate) + " frames a second at " + textOf(wishes.size) + ": " +
-           giveRate(wishes, ratesText(offers));
+    return "the device does not offer " + numberText(wishes.rate) + " frames a second at " +
+           model::sizeText(wishes.size) + ": " + giveRate(wishes, ratesText(offers));
   }
   return "";
 }

@@ -21,6 +21,7 @@
 #include "apps/stereo-camera/output/Console.hpp"
 #include "apps/stereo-camera/process/Failure.hpp"
 #include "apps/stereo-camera/process/Signals.hpp"
+#include "model/CameraFacts.hpp"
 #include "sim/BoardCamera.hpp"
 #include "sim/SimulatedCamera.hpp"
 #include "sources/Recording.hpp"
@@ -58,7 +59,7 @@ void applySettings(sources::VirtualCamera& camera, const std::string& path) {
   if (!camera.loadConfig(path)) {
     throw Failure(ExitCode::source, "the settings '" + path + "' cannot be used: see the line above");
   }
-  if (model::isCameraFormat(rawSize)) {
+  if (model::isFrameSize(rawSize)) {
     camera.setRawFrameSize(rawSize);
   }
   if (camera.rectFrameSize().empty()) {
@@ -136,7 +137,7 @@ OpenedCamera openSimulated(const SourceOptions& options, const Onlooker& onlooke
   simulation.rate = options.rate;
   simulation.seed = options.seed;
   simulation.moving = !options.still;
-  if (!model::isCameraFormat(simulation.frameSize)) {
+  if (!model::isFrameSize(simulation.frameSize)) {
     throw Failure(ExitCode::usage, "--size: the simulated camera delivers 1856x800 or 928x400");
   }
   if (!options.faults.empty()) {
@@ -342,7 +343,7 @@ OpenedCamera openBoardCamera(const SourceOptions& options, const calibration::Bo
   boards.corners = board.corners;
   boards.square = board.square / 1000.0;
   boards.seed = options.seed;
-  if (!model::isCameraFormat(boards.frameSize)) {
+  if (!model::isFrameSize(boards.frameSize)) {
     throw Failure(ExitCode::usage, "--size: the simulated camera delivers 1856x800 or 928x400");
   }
   return openVirtual(std::make_unique<sim::BoardCamera>(boards), options, description);

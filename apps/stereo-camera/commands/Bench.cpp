@@ -18,7 +18,7 @@
 #include "apps/stereo-camera/process/RunTime.hpp"
 #include "apps/stereo-camera/process/Signals.hpp"
 #include "apps/stereo-camera/session/Watch.hpp"
-#include "model/Format.hpp"
+#include "model/Text.hpp"
 
 namespace stereo::app {
 
@@ -72,15 +72,13 @@ private:
   std::uint64_t m_frames = 0;
 };
 
-std::string text(cv::Size size) { return std::to_string(size.width) + " x " + std::to_string(size.height); }
-
 std::vector<std::pair<std::string, std::string>> factsOf(const OpenedCamera& opened, const BenchOptions& options) {
   const double rate = options.source.rate;
   return {{"machine", processorName() + ", " + std::to_string(processorCount()) + " cores"},
           {"source", opened.description},
           {"asked rate", rate > 0 ? formatted("%.1f frames a second", rate) : "as fast as it goes"},
-          {"raw frame", text(opened.camera->getRawFrameSize())},
-          {"rectified eye", text(opened.camera->rectFrameSize())},
+          {"raw frame", model::sizeText(opened.camera->getRawFrameSize())},
+          {"rectified eye", model::sizeText(opened.camera->rectFrameSize())},
           {"matcher", opened.matcher() == "bm" ? "block matching" : "semi-global"},
           {"depth from", opened.camera->depthMode() == 1 ? "the longitude-latitude pair" : "the perspective pair"}};
 }
@@ -256,9 +254,7 @@ Action addBench(CLI::App& program) {
       ->check(CLI::Range(0.1, 1e6))
       ->capture_default_str();
   options->json.addTo(*command);
-  command->add_option("--patience", options->patience, "seconds without a frame after which to give up")
-      ->check(CLI::Range(0.1, 3600.0))
-      ->capture_default_str();
+  addPatienceOption(*command, options->patience);
   return [options] { bench(*options); };
 }
 

@@ -15,7 +15,7 @@
 #include "apps/stereo-camera/process/Failure.hpp"
 #include "apps/stereo-camera/process/Signals.hpp"
 #include "calibration/CalibrationFile.hpp"
-#include "model/Format.hpp"
+#include "model/Text.hpp"
 
 namespace stereo::app {
 
@@ -166,9 +166,7 @@ Action addCalibrate(CLI::App& program) {
   command->add_option("--idle", options->live.idle, "seconds without a new picture after which to go on")
       ->check(CLI::Range(1.0, 36000.0))
       ->capture_default_str();
-  command->add_option("--patience", options->live.patience, "seconds without a frame after which to give up")
-      ->check(CLI::Range(0.1, 3600.0))
-      ->capture_default_str();
+  addPatienceOption(*command, options->live.patience);
   options->json.addTo(*command);
   return [options] { calibrate(*options); };
 }

@@ -17,7 +17,7 @@
 #include "calibration/BoardFinder.hpp"
 #include "calibration/Errors.hpp"
 #include "calibration/RowCheck.hpp"
-#include "model/Format.hpp"
+#include "model/Text.hpp"
 
 namespace stereo::app {
 
@@ -191,9 +191,7 @@ Action addCheck(CLI::App& program) {
   command->add_option("--frames", options->frames, "frames to look at")
       ->check(CLI::Range(1, 1000))
       ->capture_default_str();
-  command->add_option("--patience", options->patience, "seconds without a frame after which to give up")
-      ->check(CLI::Range(0.1, 3600.0))
-      ->capture_default_str();
+  addPatienceOption(*command, options->patience);
   options->json.addTo(*command);
   return [options] { check(*options); };
 }

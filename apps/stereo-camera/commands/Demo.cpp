@@ -15,6 +15,7 @@
 #include "apps/stereo-camera/process/Ended.hpp"
 #include "apps/stereo-camera/process/Failure.hpp"
 #include "apps/stereo-camera/session/Watch.hpp"
+#include "model/Text.hpp"
 
 namespace stereo::app {
 
@@ -48,8 +49,6 @@ Timing measure(const std::string& name, double seconds, Watch& watch, Read read)
   timing.p90Ms = durations[durations.size() * 9 / 10];
   return timing;
 }
-
-std::string text(cv::Size size) { return std::to_string(size.width) + " x " + std::to_string(size.height); }
 
 std::string text(double value, const char* unit) {
   char line[64];
@@ -109,11 +108,11 @@ void demo(const DemoOptions& options) {
   }
   watch.finish();
   const double rate = opened.camera->getRawFrameRate();
-  report.facts = {{"raw frame", text(opened.camera->getRawFrameSize())},
+  report.facts = {{"raw frame", model::sizeText(opened.camera->getRawFrameSize())},
                   {"worker's pass time", text(1000 / rate, "ms")},
                   {"worker's rate", text(rate, "a second")}};
   if (opened.calibrated) {
-    report.facts.emplace_back("rectified eye", text(opened.camera->rectFrameSize()));
+    report.facts.emplace_back("rectified eye", model::sizeText(opened.camera->rectFrameSize()));
     report.facts.emplace_back("perspective field", text(opened.camera->horizontalField(), "degrees"));
     report.facts.emplace_back("depth from", opened.camera->depthMode() == 1
                                                 ? "the longitude-latitude pair (relative metres)"
@@ -152,9 +151,7 @@ Action addDemo(CLI::App& program) {
   command->add_option("--seconds", options->seconds, "time to measure")
       ->check(CLI::Range(0.1, 3600.0))
       ->capture_default_str();
-  command->add_option("--patience", options->patience, "seconds without a frame after which to give up")
-      ->check(CLI::Range(0.1, 3600.0))
-      ->capture_default_str();
+  addPatienceOption(*command, options->patience);
   return [options] { demo(*options); };
 }
 

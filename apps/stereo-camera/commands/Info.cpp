@@ -9,7 +9,8 @@
 #include "apps/stereo-camera/commands/Commands.hpp"
 #include "apps/stereo-camera/output/Console.hpp"
 #include "apps/stereo-camera/output/Json.hpp"
-#include "model/Format.hpp"
+#include "model/CameraFacts.hpp"
+#include "model/Text.hpp"
 
 namespace stereo::app {
 
@@ -60,7 +61,7 @@ void info(const InfoOptions& options) {
   const cv::Size raw = camera.getRawFrameSize();
   const auto rate = static_cast<double>(camera.getRawFrameRate());
   const int position = camera.getPosNumber();
-  const int key = position + 9000;
+  const int key = position + model::firstSegmentKey;
   Json json;
   json.add("source", opened.description).add("device", camera.getDeviceNode()).add("position", position);
   json.add("serial_number", camera.getSerialNumber());

@@ -15,6 +15,7 @@
 #include "apps/stereo-camera/process/Failure.hpp"
 #include "apps/stereo-camera/process/RunTime.hpp"
 #include "apps/stereo-camera/stream/NetworkImages.hpp"
+#include "model/CameraFacts.hpp"
 
 namespace stereo::app {
 
@@ -27,7 +28,7 @@ constexpr int fastCompression = 1;               // of 9: saving is to keep up w
 constexpr int escapeKey = 27;
 
 struct ReceiveOptions {
-  int port = 9200;
+  int port = model::firstStreamPort;
   std::string save;
   bool show = false;
   int count = 0;

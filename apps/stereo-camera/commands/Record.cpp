@@ -17,7 +17,7 @@
 #include "apps/stereo-camera/process/RunTime.hpp"
 #include "apps/stereo-camera/process/Signals.hpp"
 #include "apps/stereo-camera/session/Watch.hpp"
-#include "model/Format.hpp"
+#include "model/Text.hpp"
 #include "sources/Recorder.hpp"
 #include "sources/Recording.hpp"
 
@@ -158,8 +158,8 @@ void record(const RecordOptions& options) {
   if (counts.written == 0) {
     std::rethrow_exception(failure);
   }
-  results() << "recorded " << counts.written << " frames, " << size.width << " x " << size.height << ", to "
-            << options.output << "; dropped " << counts.dropped << ", left out as unfit " << counts.unfit << std::endl;
+  results() << "recorded " << counts.written << " frames, " << model::sizeText(size) << ", to " << options.output
+            << "; dropped " << counts.dropped << ", left out as unfit " << counts.unfit << std::endl;
   if (failure) {
     std::rethrow_exception(failure);
   }
@@ -188,9 +188,7 @@ Action addRecord(CLI::App& program) {
   command->add_option("--keep-free", options->keepFree, "megabytes to leave free on the disk")
       ->check(CLI::Range(0, 1'000'000'000))
       ->capture_default_str();
-  command->add_option("--patience", options->patience, "seconds without a frame after which to give up")
-      ->check(CLI::Range(0.1, 3600.0))
-      ->capture_default_str();
+  addPatienceOption(*command, options->patience);
   return [options] {
     try {
       record(*options);

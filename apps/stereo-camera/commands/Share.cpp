@@ -13,12 +13,13 @@
 #include "apps/stereo-camera/process/RunTime.hpp"
 #include "apps/stereo-camera/process/Signals.hpp"
 #include "apps/stereo-camera/session/Watch.hpp"
+#include "model/CameraFacts.hpp"
+#include "model/Text.hpp"
 
 namespace stereo::app {
 
 namespace {
 
-constexpr int firstKey = 9000;  // of the camera at position 0
 constexpr int statusBytes = 4;
 
 struct ShareOptions {
@@ -26,8 +27,6 @@ struct ShareOptions {
   double seconds = 0;
   double patience = 10;
 };
-
-std::string text(cv::Size size) { return std::to_string(size.width) + " x " + std::to_string(size.height); }
 
 // Bytes of the segment for the left half of a side-by-side frame.
 std::size_t segmentBytes(cv::Size frame) {
@@ -37,7 +36,8 @@ std::size_t segmentBytes(cv::Size frame) {
 // What would make the camera end the whole process, told as other failures are.
 void checkSegment(cv::Size frame, int position) {
   if (frame.width != 1856 && frame.width != 928) {
-    throw Failure(ExitCode::usage, "shared memory takes raw frames 1856 or 928 pixels wide; these are " + text(frame));
+    throw Failure(ExitCode::usage,
+                  "shared memory takes raw frames 1856 or 928 pixels wide; these are " + model::sizeText(frame));
   }
   const SegmentHolder holder = segmentHolder(position);
   const std::string key = std::to_string(holder.key);
@@ -55,7 +55,7 @@ void share(const ShareOptions& options) {
   OpenedCamera opened = openCamera(options.source);
   StereoCamera& camera = *opened.camera;
   const cv::Size frame = camera.getRawFrameSize();
-  const int key = camera.getPosNumber() + firstKey;
+  const int key = camera.getPosNumber() + model::firstSegmentKey;
   checkSegment(frame, camera.getPosNumber());
 
   RunTime time(options.seconds);
@@ -74,11 +74,13 @@ void share(const ShareOptions& options) {
       time.begin();
       const cv::Size delivered = camera.getRawFrameSize();
       if (delivered != frame) {
-        throw Failure(ExitCode::source, "the device delivers frames of " + text(delivered) + " pixels instead of " +
-                                            text(frame) + ", for which the shared memory was made");
+        throw Failure(ExitCode::source, "the device delivers frames of " + model::sizeText(delivered) +
+                                            " pixels instead of " + model::sizeText(frame) +
+                                            ", for which the shared memory was made");
       }
       results() << "sharing the left eye of " << opened.description << ": key " << key << ", images of "
-                << text(left.size()) << " pixels, segment of " << segmentBytes(frame) << " bytes" << std::endl;
+                << model::sizeText(left.size()) << " pixels, segment of " << segmentBytes(frame) << " bytes"
+                << std::endl;
     }
   } catch (const Ended&) {
     if (frames == 0) {
@@ -101,9 +103,7 @@ Action addShare(CLI::App& program) {
   command->add_option("--seconds", options->seconds, "time to share, 0: until Ctrl-C")
       ->check(CLI::Range(0.0, 1e6))
       ->capture_default_str();
-  command->add_option("--patience", options->patience, "seconds without a frame after which to give up")
-      ->check(CLI::Range(0.1, 3600.0))
-      ->capture_default_str();
+  addPatienceOption(*command, options->patience);
   return [options] { share(*options); };
 }
 

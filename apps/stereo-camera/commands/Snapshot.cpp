@@ -92,9 +92,7 @@ Action addSnapshot(CLI::App& program) {
       ->type_name("FOLDER")
       ->capture_default_str();
   command->add_flag("--replace", options->replace, "replace files that are there already");
-  command->add_option("--patience", options->patience, "seconds without a frame after which to give up")
-      ->check(CLI::Range(0.1, 3600.0))
-      ->capture_default_str();
+  addPatienceOption(*command, options->patience);
   return [options] { snapshot(*options); };
 }
 

@@ -16,13 +16,13 @@
 #include "apps/stereo-camera/process/RunTime.hpp"
 #include "apps/stereo-camera/process/Signals.hpp"
 #include "apps/stereo-camera/session/Watch.hpp"
-#include "model/Format.hpp"
+#include "model/CameraFacts.hpp"
+#include "model/Text.hpp"
 
 namespace stereo::app {
 
 namespace {
 
-constexpr int firstPort = 9200;     // of the camera at position 0
 constexpr double defaultRate = 30;  // told to the encoder where --rate leaves the rate to the source, a second
 constexpr int depthStream = 4;      // the mode that shows depth
 constexpr int perspectivePair = 2;  // the depth mode that is streamed
@@ -69,7 +69,7 @@ void stream(const StreamOptions& options) {
                                         streamRemedy(missing.front()) + " (docs/streaming.md)");
   }
   StereoCamera& camera = *opened.camera;
-  tellReceiver(options, camera.getPosNumber() + firstPort);
+  tellReceiver(options, camera.getPosNumber() + model::firstStreamPort);
 
   RunTime time(options.seconds);
   startCapture(opened, true);
@@ -130,9 +130,7 @@ Action addStream(CLI::App& program) {
   command->add_option("--seconds", options->seconds, "time to stream, 0: until Ctrl-C")
       ->check(CLI::Range(0.0, 1e6))
       ->capture_default_str();
-  command->add_option("--patience", options->patience, "seconds without a frame after which to give up")
-      ->check(CLI::Range(0.1, 3600.0))
-      ->capture_default_str();
+  addPatienceOption(*command, options->patience);
   return [options] { stream(*options); };
 }
 

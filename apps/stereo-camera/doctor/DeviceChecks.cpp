@@ -19,6 +19,7 @@
 #include "apps/stereo-camera/output/Console.hpp"
 #include "apps/stereo-camera/process/Descriptor.hpp"
 #include "apps/stereo-camera/process/Signals.hpp"
+#include "model/Text.hpp"
 
 namespace stereo::app {
 
@@ -35,14 +36,14 @@ void checkOffers(Findings& findings, int device, cv::Size size, double rate) {
     return;
   }
   if (offers.formats.empty()) {
-    add(findings, "device: " + textOf(size) + " is not on offer", "it offers " + sizesText(offers));
+    add(findings, "device: " + model::sizeText(size) + " is not on offer", "it offers " + sizesText(offers));
     return;
   }
   std::string formats;
   for (const std::string& format : offers.formats) {
     formats += " " + format;
   }
-  add(findings, "device: " + textOf(size) + " on offer as" + formats, "");
+  add(findings, "device: " + model::sizeText(size) + " on offer as" + formats, "");
   if (offers.tellsRates()) {
     add(findings, "device: " + ratesText(offers) + " frames a second at that size",
         offers.hasRate(rate) ? "" : "ask for one of these (--rate, or \"FrameRate\" in the settings)");
@@ -50,11 +51,10 @@ void checkOffers(Findings& findings, int device, cv::Size size, double rate) {
 }
 
 void checkBackEnd(Findings& findings, int node, const std::string& backEnd, cv::Size size, double rate) {
-  const ProbeAnswer answer = askProcess(
-      "/proc/self/exe",
-      {"stereo-camera", "doctor", "--device", std::to_string(node), "--size",
-       std::to_string(size.width) + "x" + std::to_string(size.height), "--rate", textOf(rate), "--probe", backEnd},
-      startPatience, patience);
+  const ProbeAnswer answer = askProcess("/proc/self/exe",
+                                        {"stereo-camera", "doctor", "--device", std::to_string(node), "--size",
+                                         model::sizeOption(size), "--rate", numberText(rate), "--probe", backEnd},
+                                        startPatience, patience);
   const std::string head = "device: through " + backEnd + " ";
   cv::Size delivered;
   double told = 0;
@@ -62,10 +62,10 @@ void checkBackEnd(Findings& findings, int node, const std::string& backEnd, cv::
     case ProbeAnswer::How::answered:
       // NOLINTNEXTLINE(cert-err34-c): this program's own line; the sizes are compared with those asked for
       if (std::sscanf(answer.line.c_str(), "frame %dx%d %lf", &delivered.width, &delivered.height, &told) == 3) {
-        add(findings, head + textOf(delivered) + " at " + textOf(told) + " frames a second",
-            delivered == size
-                ? ""
-                : "asked for " + textOf(size) + ": give --size, or \"FrameSize\" in the settings, what it delivers");
+        add(findings, head + model::sizeText(delivered) + " at " + numberText(told) + " frames a second",
+            delivered == size ? ""
+                              : "asked for " + model::sizeText(size) +
+                                    ": give --size, or \"FrameSize\" in the settings, what it delivers");
       } else {
         add(findings, head + answer.line.substr(std::string("fails ").size()),
             "see the device's offers above; another program may hold it (fuser -v /dev/video" + std::to_string(node) +
@@ -139,7 +139,8 @@ void probeBackEnd(int node, const std::string& backEnd, cv::Size size, double ra
   capture.set(cv::CAP_PROP_FRAME_HEIGHT, size.height);
   capture.set(cv::CAP_PROP_FPS, rate);
   if (!capture.isOpened()) {
-    results() << "fails it closes when it is asked for " << textOf(size) << " at " << textOf(rate) << std::endl;
+    results() << "fails it closes when it is asked for " << model::sizeText(size) << " at " << numberText(rate)
+              << std::endl;
     return;
   }
   cv::Mat frame;

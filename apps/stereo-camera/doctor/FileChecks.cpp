@@ -12,8 +12,9 @@
 
 #include "apps/stereo-camera/camera/CalibrationCheck.hpp"
 #include "apps/stereo-camera/process/Failure.hpp"
-#include "model/Format.hpp"
+#include "model/FileKeys.hpp"
 #include "model/HostCamera.hpp"
+#include "model/Text.hpp"
 
 namespace stereo::app {
 
@@ -59,8 +60,10 @@ void checkRange(Findings& findings, const Values& values, const char* name, doub
 
 void checkNames(Findings& findings, const Values& values) {
   static const std::set<std::string> known = {
-      "LogLevel",      "DeviceNode", "FrameSize", "RectifyFrameSize", "FrameRate", "Threshold", "Algorithm",
-      "IpLastSegment", "hFov",       "Transrate", "Transmode",        "Depthmode", "Reserved"};
+      model::keys::logLevel,  model::keys::deviceNode, model::keys::frameSize, model::keys::rectifyFrameSize,
+      model::keys::frameRate, model::keys::threshold,  model::keys::algorithm, model::keys::ipLastSegment,
+      model::keys::hFov,      model::keys::transrate,  model::keys::transmode, model::keys::depthmode,
+      model::keys::reserved};
   for (const std::string& name : values.names()) {
     if (known.count(name) == 0) {
       add(findings, "settings: nobody reads \"" + name.substr(0, 60) + "\"",
@@ -70,20 +73,20 @@ void checkNames(Findings& findings, const Values& values) {
 }
 
 void checkFrameSizes(Findings& findings, const Values& values) {
-  if (values.has("FrameSize")) {
-    const double width = values.number("FrameSize", 0);
-    const double height = values.number("FrameSize", 1);
+  if (values.has(model::keys::frameSize)) {
+    const double width = values.number(model::keys::frameSize, 0);
+    const double height = values.number(model::keys::frameSize, 1);
     const bool known = (width == 1856 && height == 800) || (width == 928 && height == 400);
     add(findings, formatted("settings: \"FrameSize\" is %g x %g", width, height),
         known ? "" : "the camera delivers 1856 x 800 or 928 x 400; without the image circle nothing is masked");
   }
-  if (!values.has("RectifyFrameSize")) {
+  if (!values.has(model::keys::rectifyFrameSize)) {
     add(findings, "settings: no \"RectifyFrameSize\"",
         "give one, such as 464 x 400: without, there are no maps, and depth ends the process");
     return;
   }
-  const double width = values.number("RectifyFrameSize", 0);
-  const double height = values.number("RectifyFrameSize", 1);
+  const double width = values.number(model::keys::rectifyFrameSize, 0);
+  const double height = values.number(model::keys::rectifyFrameSize, 1);
   const bool well = width >= 1 && height >= 1 && width <= 4096 && height <= 4096;
   add(findings, formatted("settings: \"RectifyFrameSize\" is %g x %g", width, height),
       well ? "" : "give the width and height of one rectified eye, in pixels");
@@ -133,13 +136,14 @@ Findings checkSettingsFile(const std::string& path) {
   const Values values(path);
   checkNames(findings, values);
   checkFrameSizes(findings, values);
-  checkRange(findings, values, "FrameRate", 1, 1000, "it as it is");
-  checkRange(findings, values, "hFov", 60, 140, "90");
-  checkRange(findings, values, "Transmode", -1, 4, "-1");
-  checkRange(findings, values, "Depthmode", 1, 2, "1");
-  checkRange(findings, values, "Transrate", 0, static_cast<double>(camera.getRawFrameRate()), "the frame rate");
-  checkRange(findings, values, "IpLastSegment", 1, 254, "it as it is");
-  checkRange(findings, values, "Algorithm", 0, 1, "no matcher");
+  checkRange(findings, values, model::keys::frameRate, 1, 1000, "it as it is");
+  checkRange(findings, values, model::keys::hFov, 60, 140, "90");
+  checkRange(findings, values, model::keys::transmode, -1, 4, "-1");
+  checkRange(findings, values, model::keys::depthmode, 1, 2, "1");
+  checkRange(findings, values, model::keys::transrate, 0, static_cast<double>(camera.getRawFrameRate()),
+             "the frame rate");
+  checkRange(findings, values, model::keys::ipLastSegment, 1, 254, "it as it is");
+  checkRange(findings, values, model::keys::algorithm, 0, 1, "no matcher");
   return findings;
 }
 

@@ -13,12 +13,11 @@
 
 #include <gst/gst.h>
 
+#include "model/CameraFacts.hpp"
+
 namespace stereo::app {
 
 namespace {
-
-constexpr int firstKey = 9000;   // shared memory of the camera at position 0
-constexpr int firstPort = 9200;  // its stream
 
 // What a process calls itself, or its number where it is gone.
 std::string nameOf(pid_t process) {
@@ -67,7 +66,7 @@ bool hasElement(const std::string& name) {
 
 SegmentHolder segmentHolder(int position) {
   SegmentHolder holder;
-  holder.key = firstKey + position;
+  holder.key = model::firstSegmentKey + position;
   const int id = shmget(holder.key, 0, 0);
   holder.exists = id != -1 || errno != ENOENT;
   shmid_ds about{};
@@ -124,7 +123,8 @@ Findings checkStream(int lastOctet, int position) {
     add(findings, "stream: encoder and the other GStreamer elements are there");
   }
   const std::string network = STEREO_CAMERA_STREAM_NETWORK;
-  const std::string receiver = network + std::to_string(lastOctet) + ", port " + std::to_string(firstPort + position);
+  const std::string receiver =
+      network + std::to_string(lastOctet) + ", port " + std::to_string(model::firstStreamPort + position);
   const std::string own = addressIn(network);
   add(findings, "stream: goes to " + receiver + (own.empty() ? "" : ", from " + own),
       own.empty() ? "no interface of this machine has an address in " + network + "0/24: ip addr add " + network +

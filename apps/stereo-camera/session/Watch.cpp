@@ -7,11 +7,14 @@
 #include <iostream>
 #include <utility>
 
+#include <CLI/CLI.hpp>
+
 #include "apps/stereo-camera/camera/DeviceOffers.hpp"
 #include "apps/stereo-camera/camera/Source.hpp"
 #include "apps/stereo-camera/process/Ended.hpp"
 #include "apps/stereo-camera/process/Failure.hpp"
 #include "apps/stereo-camera/process/Signals.hpp"
+#include "model/Text.hpp"
 
 namespace stereo::app {
 
@@ -27,6 +30,12 @@ constexpr std::chrono::milliseconds lookAround{20};  // how often signals and th
 }
 
 }  // namespace
+
+void addPatienceOption(CLI::App& command, double& seconds) {
+  command.add_option("--patience", seconds, "seconds without a frame after which to give up")
+      ->check(CLI::Range(0.1, 3600.0))
+      ->capture_default_str();
+}
 
 Watch::Watch(OpenedCamera& opened, double patience)
     : Watch(*opened.camera, std::chrono::milliseconds(static_cast<long>(1000 * patience)), opened.askedSize) {}
@@ -81,8 +90,8 @@ void Watch::checkFrameSize() {
   std::call_once(m_sizeChecked, [this] {
     const cv::Size size = m_camera.getRawFrameSize();
     if (size != m_askedSize) {
-      std::cerr << "stereo-camera: frames come in " << textOf(size) << " instead of " << textOf(m_askedSize)
-                << ": give --size " << size.width << "x" << size.height
+      std::cerr << "stereo-camera: frames come in " << model::sizeText(size) << " instead of "
+                << model::sizeText(m_askedSize) << ": give --size " << size.width << "x" << size.height
                 << " (\"FrameSize\" in the settings), or try another node of the device" << std::endl;
     }
   });

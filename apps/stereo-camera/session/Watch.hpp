@@ -9,9 +9,16 @@
 
 #include "model/HostCamera.hpp"
 
+namespace CLI {
+class App;
+}
+
 namespace stereo::app {
 
 struct OpenedCamera;
+
+/// Adds --patience: after how many seconds without a frame to give up.
+void addPatienceOption(CLI::App& command, double& seconds);
 
 /// Keeps the program from waiting for ever on a camera that delivers nothing: reads have no time-out of their own.
 ///

@@ -12,8 +12,8 @@
 #include "bench/baseline/Difference.hpp"
 #include "bench/baseline/PlainCloud.hpp"
 #include "bench/baseline/PlainDepth.hpp"
-#include "tests/fuzz/Input.hpp"
-#include "tests/fuzz/Target.hpp"
+#include "tests/campaigns/fuzz/Input.hpp"
+#include "tests/campaigns/fuzz/Target.hpp"
 #include "tests/support/TestCamera.hpp"
 
 // In the places of the libraries': while an input is tried every wait ends at once, as if the worker had just

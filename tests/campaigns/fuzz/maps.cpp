@@ -10,8 +10,8 @@
 #include "SystemLog.hpp"
 #include "bench/baseline/Difference.hpp"
 #include "bench/baseline/PlainRectifyMap.hpp"
-#include "tests/fuzz/Input.hpp"
-#include "tests/fuzz/Target.hpp"
+#include "tests/campaigns/fuzz/Input.hpp"
+#include "tests/campaigns/fuzz/Target.hpp"
 #include "tests/support/TestCamera.hpp"
 
 // In the place of the C library's: the worker that `startCapture` starts warms a device up that is none here.

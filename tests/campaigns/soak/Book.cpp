@@ -12,6 +12,7 @@
 #include "bench/baseline/PlainDepth.hpp"
 #include "bench/baseline/PlainFisheyeMask.hpp"
 #include "bench/baseline/PlainRectifyMap.hpp"
+#include "model/CameraFacts.hpp"
 #include "sim/Renderer.hpp"
 #include "sim/Scene.hpp"
 #include "src/core/RectifyMap.hpp"
@@ -84,7 +85,7 @@ public:
     for (int eye = 0; eye < 2; ++eye) {
       const std::vector<cv::Mat> params = rig.calibParams(eye == 1);
       cv::Mat K = params[0].clone();
-      K.rowRange(0, 2) *= static_cast<double>(frameSize.width) / model::kFullWidth;  // 1 or 0.5
+      K.rowRange(0, 2) *= static_cast<double>(frameSize.width) / model::fullFrameWidth;  // 1 or 0.5
       const double xi = params[2].at<double>(0, 0);
       baseline::initRectifyMap(K, params[1], params[3], m_camera, xi, xi, setting.rectSize, core::perspective,
                                m_perspective[eye].columns, m_perspective[eye].rows);

@@ -3,13 +3,13 @@
 
 #include <stdexcept>
 
+#include "model/CameraFacts.hpp"
 #include "tests/campaigns/soak/NumberedDevice.hpp"
 
 namespace stereo::soak {
 
 namespace {
 
-constexpr int firstPort = 9200;  // stream port of position 0
 constexpr int receiverOctet = 15;
 constexpr double streamRate = 30;  // told to the encoder
 
@@ -31,7 +31,7 @@ Life::Life(const Plan& plan, const Book& book, const Setting& setting, int posit
       throw std::logic_error("streams only in a network of its own");
     }
     m_camera.setStream(plan.streamMode, streamRate, receiverOctet);
-    m_receiver = std::make_unique<test::PacketCounter>(firstPort + position);
+    m_receiver = std::make_unique<test::PacketCounter>(model::firstStreamPort + position);
   }
   if (plan.disparityFirst) {
     m_camera.startStereoCompute();

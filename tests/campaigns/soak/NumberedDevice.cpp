@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/campaigns/soak/NumberedDevice.hpp"
 
+#include "model/CameraFacts.hpp"
 #include "tests/campaigns/soak/Numbering.hpp"
 
 namespace stereo::soak {
 
 namespace {
 
-constexpr std::uint64_t warmUpReads = 10;  // what the capture worker discards
 constexpr std::uint64_t tearEvery = 50;
 
 }  // namespace
@@ -19,7 +19,7 @@ bool NumberedDevice::read(cv::OutputArray image) {
   m_ledger.asked();
   const bool success = FrameSource::read(image);
   if (success) {
-    m_ledger.delivered(m_newest, m_reads++ < warmUpReads);
+    m_ledger.delivered(m_newest, m_reads++ < model::warmUpReads);
   }
   return success;
 }

@@ -9,11 +9,12 @@
 #include <sys/shm.h>
 #include <unistd.h>
 
+#include "model/CameraFacts.hpp"
+
 namespace stereo::soak {
 
 namespace {
 
-constexpr int firstKey = 9000;         // shared-memory key of position 0
 constexpr int mostPositions = 20'000;  // keeps the stream's port below those that the system gives to senders
 // What a camera at work needs varies with what happens to coincide. A leak that outlives the camera is seen at rest.
 constexpr long longLifeKilobytes = 32 * 1024;
@@ -35,7 +36,7 @@ constexpr bool sanitized =
 // One whose key nobody holds; drawn from the process, so that several may run beside each other.
 int freePosition() {
   int position = 1 + static_cast<int>(getpid()) % mostPositions;
-  while (shmget(position + firstKey, 0, 0) != -1) {
+  while (shmget(position + model::firstSegmentKey, 0, 0) != -1) {
     position = 1 + (position + 7) % mostPositions;
   }
   return position;
@@ -71,8 +72,8 @@ Soak::Soak(const Options& options, Report& report)
       m_setting(settingOf(options)),
       m_report(report),
       m_shared(options.pictures),
-      m_full({model::kFullWidth, model::kFullHeight}, m_setting),
-      m_half({model::kFullWidth / 2, model::kFullHeight / 2}, m_setting),
+      m_full({model::fullFrameWidth, model::fullFrameHeight}, m_setting),
+      m_half({model::fullFrameWidth / 2, model::fullFrameHeight / 2}, m_setting),
       m_position(freePosition()),
       m_waste(options.breaks) {
   for (int i = 0; i < options.pictures; ++i) {
@@ -91,7 +92,7 @@ Soak::Soak(const Options& options, Report& report)
 bool Soak::run() {
   m_begin = Clock::now();
   m_nextLine = m_begin + std::chrono::minutes(1);
-  m_consumer = std::make_unique<Consumer>(m_shared, m_position + firstKey, m_options.seed, m_failures);
+  m_consumer = std::make_unique<Consumer>(m_shared, m_position + model::firstSegmentKey, m_options.seed, m_failures);
   for (int number = 0; !over() && (m_options.lives == 0 || number < m_options.lives); ++number) {
     live(number);
     m_waste.lose();
@@ -274,8 +275,8 @@ void Soak::judgeLongLife(int number) {
 bool Soak::verdict() {
   m_totals.restarts = m_consumer->restarts();
   m_consumer.reset();
-  if (shmget(m_position + firstKey, 0, 0) != -1) {
-    m_failures.add("segment", "left behind under key " + std::to_string(m_position + firstKey));
+  if (shmget(m_position + model::firstSegmentKey, 0, 0) != -1) {
+    m_failures.add("segment", "left behind under key " + std::to_string(m_position + model::firstSegmentKey));
   }
   const std::size_t warmUp = std::min(m_atRest.size(), static_cast<std::size_t>(m_options.warmUpLives));
   const std::vector<Resources> warm(m_atRest.begin() + static_cast<std::ptrdiff_t>(warmUp), m_atRest.end());

@@ -4,7 +4,7 @@
 
 #include "StereoCamera.hpp"
 #include "bench/baseline/PlainRectifyMap.hpp"
-#include "tests/core/FastPaths.hpp"
+#include "tests/unit/core/FastPaths.hpp"
 
 using namespace stereo::test;
 namespace baseline = stereo::baseline;

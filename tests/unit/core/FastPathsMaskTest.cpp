@@ -6,7 +6,7 @@
 #include "bench/baseline/PlainCapturePass.hpp"
 #include "bench/baseline/PlainFisheyeMask.hpp"
 #include "src/core/CapturePass.hpp"
-#include "tests/core/FastPaths.hpp"
+#include "tests/unit/core/FastPaths.hpp"
 
 using namespace stereo::test;
 namespace baseline = stereo::baseline;

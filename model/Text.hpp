@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
+// Numbers and sizes as text.
 #pragma once
 
 #include <array>
 #include <cstdarg>
 #include <cstdio>
 #include <string>
+
+#include <opencv2/core.hpp>
 
 namespace stereo::model {
 
@@ -19,5 +22,11 @@ namespace stereo::model {
   va_end(values);
   return line.data();
 }
+
+/// For people: "1856 x 800".
+inline std::string sizeText(cv::Size size) { return std::to_string(size.width) + " x " + std::to_string(size.height); }
+
+/// As options take it: "1856x800".
+inline std::string sizeOption(cv::Size size) { return std::to_string(size.width) + "x" + std::to_string(size.height); }
 
 }  // namespace stereo::model
