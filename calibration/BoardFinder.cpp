@@ -115,11 +115,11 @@ std::vector<cv::Point2d> findCorners(const cv::Mat& eyeImage, const Board& board
   return {corners.begin(), corners.end()};
 }
 
-View findBoard(const cv::Mat& picture, const Board& board, const std::string& name, Effort effort) {
+BoardView findBoard(const cv::Mat& picture, const Board& board, const std::string& name, Effort effort) {
   if (picture.empty() || (picture.type() != CV_8UC1 && picture.type() != CV_8UC3) || picture.cols % 2 != 0) {
     throw std::invalid_argument("a side-by-side picture has 8 bits a channel, one or three of them, and an even width");
   }
-  View view;
+  BoardView view;
   view.name = name;
   const int width = picture.cols / 2;
   for (int eye = 0; eye < 2; ++eye) {

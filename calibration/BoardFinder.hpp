@@ -5,7 +5,7 @@
 
 #include <opencv2/core.hpp>
 
-#include "calibration/Types.hpp"
+#include "calibration/BoardGeometry.hpp"
 
 namespace stereo::calibration {
 
@@ -22,7 +22,7 @@ std::vector<cv::Point2d> findCorners(const cv::Mat& eyeImage, const Board& board
 
 /// The corners in both halves of a side-by-side picture (CV_8UC1 or CV_8UC3, even width), beginning at the same corner
 /// in both. Throws std::invalid_argument for a picture of another type or an odd width.
-View findBoard(const cv::Mat& picture, const Board& board, const std::string& name, Effort effort);
+BoardView findBoard(const cv::Mat& picture, const Board& board, const std::string& name, Effort effort);
 
 /// Inner corners of whatever chessboard is in an eye's image (CV_8UC1 or CV_8UC3), the greater number first; at least
 /// 4 x 4. Empty where none is found. Right for most pictures, not for all: ask several.

@@ -7,8 +7,8 @@
 #include <limits>
 #include <optional>
 
+#include "calibration/InitialEstimate.hpp"
 #include "calibration/Rectification.hpp"
-#include "calibration/Start.hpp"
 
 namespace stereo::calibration {
 
@@ -56,10 +56,10 @@ Pose commonMotion(const std::vector<Pose>& motions) {
   return *best;
 }
 
-EyeStart startOf(const std::vector<View>& views, int eye, const Board& board, const cv::Size& eyeSize,
+EyeStart startOf(const std::vector<BoardView>& views, int eye, const Board& board, const cv::Size& eyeSize,
                  const std::function<void(const std::string&)>& tell) {
   const char* const name = eye == 0 ? "left" : "right";
-  std::optional<EyeStart> start = startEye(views, eye, board, eyeSize);
+  std::optional<EyeStart> start = initialEye(views, eye, board, eyeSize);
   if (!start) {
     throw CannotCalibrate(std::string("no lens that can be calibrated explains the ") + name +
                           " eye's corners: are --board and the pictures right, and is the board flat?");
@@ -74,7 +74,7 @@ EyeStart startOf(const std::vector<View>& views, int eye, const Board& board, co
 
 // Root mean square of a picture's distances but for the tenth that is worst: a corner gone astray does not condemn a
 // picture.
-double pictureRms(const Errors& errors, std::size_t view) {
+double pictureRms(const FitErrors& errors, std::size_t view) {
   std::vector<double> all = distances(errors, view);
   std::sort(all.begin(), all.end());
   all.resize(all.size() - all.size() / 10);
@@ -83,7 +83,7 @@ double pictureRms(const Errors& errors, std::size_t view) {
 
 class Rounds {
 public:
-  Rounds(const std::vector<View>& views, const Board& board, Calibration& state)
+  Rounds(const std::vector<BoardView>& views, const Board& board, Calibration& state)
       : m_views(views), m_board(board), m_state(state) {}
 
   void improve(double lossScale) {
@@ -96,7 +96,7 @@ public:
           "the solver found no way from the start to the corners; take more pictures, evenly over "
           "the field");
     }
-    m_state.errors = errorsOf(m_state.estimate, m_views, m_board, m_state.selection);
+    m_state.errors = fitErrors(m_state.estimate, m_views, m_board, m_state.selection);
   }
 
   // Standard deviation of one coordinate, pixels, that outliers don't touch: the median of the distances is 1.177 times
@@ -137,7 +137,7 @@ public:
       if (m_state.kept[view] != 0 || !place(view)) {
         continue;
       }
-      const Errors again = errorsOf(m_state.estimate, m_views, m_board, m_state.selection);
+      const FitErrors again = fitErrors(m_state.estimate, m_views, m_board, m_state.selection);
       if (pictureRms(again, view) <= worst) {
         m_state.kept[view] = 1;
         m_state.selection[view] = allCorners({m_views[view]})[0];
@@ -185,7 +185,7 @@ private:
   }
 
   bool place(std::size_t view) {
-    const Rig& rig = m_state.estimate.rig;
+    const StereoRig& rig = m_state.estimate.rig;
     for (const int eye : {0, 1}) {
       if (!m_views[view].sees(eye)) {
         continue;
@@ -207,12 +207,12 @@ private:
     return false;
   }
 
-  const std::vector<View>& m_views;
+  const std::vector<BoardView>& m_views;
   const Board& m_board;
   Calibration& m_state;
 };
 
-void requireEnough(const std::vector<View>& views, const std::vector<char>& kept, const char* when) {
+void requireEnough(const std::vector<BoardView>& views, const std::vector<char>& kept, const char* when) {
   std::size_t both = 0;
   for (std::size_t view = 0; view < views.size(); ++view) {
     both += kept[view] != 0 && views[view].seesBoth() ? 1 : 0;
@@ -277,7 +277,7 @@ double Calibration::reach(int eye) const {
   double most = 0;
   for (std::size_t view = 0; view < views.size(); ++view) {
     for (std::size_t k = 0; k < selection[view][which].size(); ++k) {
-      const auto ray = estimate.rig.eyes[which].lift(views[view].corners[which][k]);
+      const auto ray = estimate.rig.eyes[which].unproject(views[view].corners[which][k]);
       if (selection[view][which][k] != 0 && ray) {
         most = std::max(most, std::acos(std::clamp((*ray)[2], -1.0, 1.0)));
       }
@@ -286,7 +286,7 @@ double Calibration::reach(int eye) const {
   return most;
 }
 
-Calibration calibrate(const std::vector<View>& views, const Board& board, const cv::Size& eyeSize,
+Calibration calibrate(const std::vector<BoardView>& views, const Board& board, const cv::Size& eyeSize,
                       const std::function<void(const std::string&)>& tell) {
   if (board.corners.width == board.corners.height) {
     throw std::invalid_argument(

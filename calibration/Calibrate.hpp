@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "calibration/Errors.hpp"
+#include "calibration/BoardGeometry.hpp"
+#include "calibration/FitErrors.hpp"
 #include "calibration/Solver.hpp"
-#include "calibration/Types.hpp"
 
 namespace stereo::calibration {
 
@@ -19,11 +19,11 @@ public:
 };
 
 struct Calibration {
-  std::vector<View> views;  ///< what it was made from
+  std::vector<BoardView> views;  ///< what it was made from
   Estimate estimate;
   Selection selection;     ///< corners that the result rests on; a picture that was thrown out has none
   std::vector<char> kept;  ///< one a view
-  Errors errors;
+  FitErrors errors;
   bool converged = false;
 
   std::size_t picturesKept() const;
@@ -44,14 +44,14 @@ struct Calibration {
 
 /// Calibrates both eyes and the pair from boards seen by both or either. Each eye is started by itself from many
 /// guesses
-/// (`startEye`), then all is improved together (`solve`); corners that lie far off and pictures that do not fit are
+/// (`initialEye`), then all is improved together (`solve`); corners that lie far off and pictures that do not fit are
 /// taken out and all is improved again until nothing more is taken out. Pictures thrown out are tried once more with
 /// the result.
 ///
 /// @param eyeSize size of one eye's image, pixels.
 /// @param tell    gets a line for each step.
 /// Throws CannotCalibrate, and std::invalid_argument for a square board.
-Calibration calibrate(const std::vector<View>& views, const Board& board, const cv::Size& eyeSize,
+Calibration calibrate(const std::vector<BoardView>& views, const Board& board, const cv::Size& eyeSize,
                       const std::function<void(const std::string&)>& tell);
 
 /// Fewest pictures with the board in both eyes that a calibration is made from.

@@ -10,7 +10,7 @@
 
 namespace stereo::calibration {
 
-void saveCalibration(const std::string& path, const Rig& rig, int frameWidth, const Label& label) {
+void saveCalibration(const std::string& path, const StereoRig& rig, int frameWidth, const Label& label) {
   const std::array<cv::Matx33d, 2> turns = rectify(rig.rightFromLeft);
   model::HostCamera camera;
   camera.setSerialNumber(label.serialNumber);

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "calibration/Types.hpp"
+#include "calibration/BoardGeometry.hpp"
 
 namespace stereo::calibration {
 
@@ -18,6 +18,6 @@ struct Label {
 /// matrices scaled from pictures `frameWidth` pixels wide (both eyes) to 1856, the translation in millimetres, the
 /// rotations from `rectify`. Replaces the file; YAML, XML or JSON by its extension. Throws std::runtime_error if it
 /// cannot be written, or does not load again as it was.
-void saveCalibration(const std::string& path, const Rig& rig, int frameWidth, const Label& label);
+void saveCalibration(const std::string& path, const StereoRig& rig, int frameWidth, const Label& label);
 
 }  // namespace stereo::calibration

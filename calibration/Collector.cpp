@@ -16,7 +16,7 @@ constexpr double mostShake = 0.003;
 
 Collector::Collector(const cv::Size& eyeSize, bool still) : m_eyeSize(eyeSize), m_still(still), m_coverage(eyeSize) {}
 
-double Collector::distance(const View& a, const View& b) const {
+double Collector::distance(const BoardView& a, const BoardView& b) const {
   const std::vector<cv::Point2d>& first = a.corners[0];
   const std::vector<cv::Point2d>& second = b.corners[0];
   // The board may be counted from either end.
@@ -29,8 +29,8 @@ double Collector::distance(const View& a, const View& b) const {
   return std::min(along, against) / static_cast<double>(first.size()) / m_eyeSize.width;
 }
 
-Collector::Verdict Collector::offer(const View& view) {
-  const View last = m_last;
+Collector::Verdict Collector::offer(const BoardView& view) {
+  const BoardView last = m_last;
   m_last = view;
   if (!view.seesBoth()) {
     return view.sees(0) ? Verdict::leftOnly : view.sees(1) ? Verdict::rightOnly : Verdict::nowhere;
@@ -38,7 +38,8 @@ Collector::Verdict Collector::offer(const View& view) {
   if (m_still && (!last.seesBoth() || distance(view, last) > mostShake)) {
     return Verdict::moving;
   }
-  if (std::any_of(m_views.begin(), m_views.end(), [&](const View& each) { return distance(view, each) < leastMove; })) {
+  if (std::any_of(m_views.begin(), m_views.end(),
+                  [&](const BoardView& each) { return distance(view, each) < leastMove; })) {
     return Verdict::known;
   }
   m_views.push_back(view);

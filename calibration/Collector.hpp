@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "calibration/BoardGeometry.hpp"
 #include "calibration/Coverage.hpp"
-#include "calibration/Types.hpp"
 
 namespace stereo::calibration {
 
@@ -21,18 +21,18 @@ public:
   enum class Verdict { taken, nowhere, leftOnly, rightOnly, moving, known };
 
   /// Looks at the next frame's corners and keeps them if they are worth it.
-  Verdict offer(const View& view);
-  const std::vector<View>& views() const { return m_views; }
+  Verdict offer(const BoardView& view);
+  const std::vector<BoardView>& views() const { return m_views; }
   const Coverage& coverage() const { return m_coverage; }
 
 private:
-  double distance(const View& a, const View& b) const;
+  double distance(const BoardView& a, const BoardView& b) const;
 
   cv::Size m_eyeSize;
   bool m_still;
   Coverage m_coverage;
-  std::vector<View> m_views;
-  View m_last;
+  std::vector<BoardView> m_views;
+  BoardView m_last;
 };
 
 /// One line's worth: "taken", "the right eye does not show the whole board", ...

@@ -18,7 +18,7 @@ bool Coverage::counts(int row, int col) const {
   return std::hypot(x, y) <= 0.9 && std::abs(y) * m_eyeSize.width <= m_eyeSize.height;
 }
 
-void Coverage::add(const View& view) {
+void Coverage::add(const BoardView& view) {
   const double cell = static_cast<double>(m_eyeSize.width) / side;
   for (std::size_t eye = 0; eye < 2; ++eye) {
     for (const cv::Point2d& corner : view.corners[eye]) {

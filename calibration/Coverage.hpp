@@ -7,7 +7,7 @@
 
 #include <opencv2/core.hpp>
 
-#include "calibration/Types.hpp"
+#include "calibration/BoardGeometry.hpp"
 
 namespace stereo::calibration {
 
@@ -17,7 +17,7 @@ class Coverage {
 public:
   explicit Coverage(const cv::Size& eyeSize);
 
-  void add(const View& view);
+  void add(const BoardView& view);
   /// Share of the squares with a corner, 0 to 1.
   double share(int eye) const;
   /// Where the left eye lacks most: "middle", "left", "lower right", ...; empty once nothing much is missing.

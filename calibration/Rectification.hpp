@@ -3,7 +3,7 @@
 
 #include <array>
 
-#include "calibration/Types.hpp"
+#include "calibration/BoardGeometry.hpp"
 
 namespace stereo::calibration {
 

@@ -8,7 +8,18 @@ namespace stereo::calibration {
 
 /// What the solver changes of an eye. The focal lengths are divided by 1 + xi, which is how large things look near the
 /// axis: xi and focal length alone trade off against each other so closely that a solver creeps.
-enum EyeParameter : int { xi, growthX, growthY, centreX, centreY, radial1, radial2, tangential1, tangential2, skew };
+enum EyeParameter : int {
+  xi,
+  reducedFocalX,
+  reducedFocalY,
+  centreX,
+  centreY,
+  radial1,
+  radial2,
+  tangential1,
+  tangential2,
+  skew
+};
 inline constexpr int kEyeParameters = 10;
 inline constexpr int kPoseParameters = 6;  // rotation vector, translation in millimetres
 inline constexpr int kSagParameters = 3;   // of the board, millimetres
@@ -32,8 +43,8 @@ bool projectPoint(const T* eye, const T* p, T* pixel) {
   const T xd = g * x + T(2) * p1 * x * y + p2 * (r2 + T(2) * x * x);
   const T yd = g * y + T(2) * p2 * x * y + p1 * (r2 + T(2) * y * y);
   const T grown = T(1) + eye[xi];
-  pixel[0] = eye[growthX] * grown * xd + eye[skew] * yd + eye[centreX];
-  pixel[1] = eye[growthY] * grown * yd + eye[centreY];
+  pixel[0] = eye[reducedFocalX] * grown * xd + eye[skew] * yd + eye[centreX];
+  pixel[1] = eye[reducedFocalY] * grown * yd + eye[centreY];
   return true;
 }
 

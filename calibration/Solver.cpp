@@ -31,8 +31,8 @@ EyeBlock toBlock(const model::OmniModel& eye) {
 
 void fromBlock(const EyeBlock& block, model::OmniModel& eye) {
   eye.xi = block[xi];
-  eye.fx = block[growthX] * (1.0 + eye.xi);
-  eye.fy = block[growthY] * (1.0 + eye.xi);
+  eye.fx = block[reducedFocalX] * (1.0 + eye.xi);
+  eye.fy = block[reducedFocalY] * (1.0 + eye.xi);
   eye.skew = block[skew];
   eye.cx = block[centreX];
   eye.cy = block[centreY];
@@ -68,7 +68,7 @@ public:
     m_problem = std::make_unique<ceres::Problem>(ownership);
   }
 
-  void add(const std::vector<View>& views, const Board& board, const Selection& selection) {
+  void add(const std::vector<BoardView>& views, const Board& board, const Selection& selection) {
     for (std::size_t view = 0; view < views.size(); ++view) {
       for (std::size_t eye = 0; eye < 2; ++eye) {
         const std::vector<char>& chosen = selection[view][eye];
@@ -162,7 +162,7 @@ private:
 
 }  // namespace
 
-Selection allCorners(const std::vector<View>& views) {
+Selection allCorners(const std::vector<BoardView>& views) {
   Selection selection(views.size());
   for (std::size_t view = 0; view < views.size(); ++view) {
     for (std::size_t eye = 0; eye < 2; ++eye) {
@@ -172,8 +172,8 @@ Selection allCorners(const std::vector<View>& views) {
   return selection;
 }
 
-SolverResult solve(Estimate& estimate, const std::vector<View>& views, const Board& board, const Selection& selection,
-                   const SolverOptions& options) {
+SolverResult solve(Estimate& estimate, const std::vector<BoardView>& views, const Board& board,
+                   const Selection& selection, const SolverOptions& options) {
   Work work(estimate, options);
   work.add(views, board, selection);
   if (work.problem().NumResiduals() == 0) {

@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "calibration/Types.hpp"
+#include "calibration/BoardGeometry.hpp"
 
 namespace stereo::calibration {
 
@@ -11,11 +11,11 @@ namespace stereo::calibration {
 using Selection = std::vector<std::array<std::vector<char>, 2>>;
 
 /// Every corner that was found.
-Selection allCorners(const std::vector<View>& views);
+Selection allCorners(const std::vector<BoardView>& views);
 
 /// What is looked for: the rig, where the board stood in each view (in the frame of the left eye) and how it is bent.
 struct Estimate {
-  Rig rig;
+  StereoRig rig;
   std::vector<Pose> boards;  ///< one a view
   cv::Vec3d sags;            ///< of the board, millimetres: see `Board`
 };
@@ -38,7 +38,7 @@ struct SolverResult {
 /// they were found: least squares over all of them, with a robust loss. Distortion and sags are drawn towards zero, as
 /// weakly as a single corner would: where the corners leave them open, they stay small. Views without a selected corner
 /// stay as they are; an eye that no view sees stays, too. Single thread, and the same result every time.
-SolverResult solve(Estimate& estimate, const std::vector<View>& views, const Board& board, const Selection& selection,
-                   const SolverOptions& options);
+SolverResult solve(Estimate& estimate, const std::vector<BoardView>& views, const Board& board,
+                   const Selection& selection, const SolverOptions& options);
 
 }  // namespace stereo::calibration

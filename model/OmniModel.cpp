@@ -31,7 +31,7 @@ std::optional<cv::Point2d> OmniModel::project(const cv::Vec3d& ray) const {
   return cv::Point2d(fx * d[0] + skew * d[1] + cx, fy * d[1] + cy);
 }
 
-std::optional<cv::Vec3d> OmniModel::lift(const cv::Point2d& pixel) const {
+std::optional<cv::Vec3d> OmniModel::unproject(const cv::Point2d& pixel) const {
   const double yd = (pixel.y - cy) / fy;
   const double xd = (pixel.x - cx - skew * yd) / fx;
   const auto plane = undistort({xd, yd});

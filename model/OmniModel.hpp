@@ -34,7 +34,7 @@ struct OmniModel {
   std::optional<cv::Point2d> project(const cv::Vec3d& ray) const;
 
   /// Unit ray of a pixel; nothing where no ray within the field reaches that pixel.
-  std::optional<cv::Vec3d> lift(const cv::Point2d& pixel) const;
+  std::optional<cv::Vec3d> unproject(const cv::Point2d& pixel) const;
 
   /// The same lens read out at `factor` times the resolution (pixel u becomes factor * u).
   OmniModel scaled(double factor) const;

@@ -94,7 +94,7 @@ void defRawFrame(CameraClass& camera) {
         const py::sequence parts = requireElements(value, "m_rawFrame", 3);
         StereoCamera::TimeFrame frame{wrapImage(parts[0], "the left eye").image.clone(),
                                       wrapImage(parts[1], "the right eye").image.clone(),
-                                      toStamp(parts[2], "m_rawFrame")};
+                                      toTimestamp(parts[2], "m_rawFrame")};
         Companion::of(self).publishesFrames = true;
         const Released released;
         const std::lock_guard lock(self.*(&Members::m_frameMutex));
@@ -124,7 +124,7 @@ void defDisparityFrame(CameraClass& camera) {
         const py::sequence parts = requireElements(value, "m_disparityFrame", 3);
         StereoCamera::TimeFrame frame{wrapImage(parts[0], "the view").image.clone(),
                                       wrapDisparity(parts[1], "the disparity").image.clone(),
-                                      toStamp(parts[2], "m_disparityFrame")};
+                                      toTimestamp(parts[2], "m_disparityFrame")};
         Companion::of(self).publishesDisparities = true;
         const Released released;
         // The coloured depth reads the disparity under the frames' mutex. Nobody takes the two in the other order.

@@ -257,8 +257,8 @@ RuntimeError if there is no frame at the path, ValueError for a negative rate.)"
       .def(
           "recordedStamp",
           [](const ReplayCamera& self) -> py::object {
-            const std::int64_t stamp = self.capture().recordedStamp();
-            return stamp < 0 ? py::object(py::none()) : py::int_(stamp);
+            const std::int64_t timestamp = self.capture().recordedTimestamp();
+            return timestamp < 0 ? py::object(py::none()) : py::int_(timestamp);
           },
           R"(recordedStamp(self)
 --

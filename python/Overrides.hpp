@@ -94,7 +94,7 @@ public:
         [&](auto call) {
           return unlessNone(call(), "getRawFrame", 2, [&](const py::sequence& values) {
             const Wrapped image = wrapImage(values[0], "the frame of getRawFrame");
-            timestamp = toStamp(values[1], "getRawFrame");
+            timestamp = toTimestamp(values[1], "getRawFrame");
             frame = image.image.clone();
           });
         });
@@ -106,7 +106,7 @@ public:
           return unlessNone(call(), "getStereoFrame", 3, [&](const py::sequence& values) {
             const Wrapped images[] = {wrapImage(values[0], "the left image of getStereoFrame"),
                                       wrapImage(values[1], "the right image of getStereoFrame")};
-            timestamp = toStamp(values[2], "getStereoFrame");
+            timestamp = toTimestamp(values[2], "getStereoFrame");
             left = images[0].image.clone();
             right = images[1].image.clone();
           });
@@ -126,10 +126,10 @@ public:
         [&](auto call) {
           return unlessNone(call(py::arg("view") = true), "getRectStereoFrame", 4, [&](const py::sequence& values) {
             const Wrapped third = wrapImage(values[2], "the view of getRectStereoFrame");
-            const Stamp stamp = toStamp(values[3], "getRectStereoFrame");
+            const Stamp returned = toTimestamp(values[3], "getRectStereoFrame");
             takePair(values, left, right);
             view = third.image.clone();
-            timestamp = stamp;
+            timestamp = returned;
           });
         });
   }
@@ -143,7 +143,7 @@ public:
         [&](auto call) {
           return unlessNone(call(py::arg("color") = color), "getDepthFrame", 2, [&](const py::sequence& values) {
             const Wrapped image = wrapImage(values[0], "the picture of getDepthFrame");
-            timestamp = toStamp(values[1], "getDepthFrame");
+            timestamp = toTimestamp(values[1], "getDepthFrame");
             depth = image.image.clone();
           });
         });
@@ -159,7 +159,7 @@ public:
         [&](auto call) {
           return unlessNone(call(), "getPointCloud", 2, [&](const py::sequence& values) {
             append(points, toPoints(values[0], "getPointCloud"));
-            timestamp = toStamp(values[1], "getPointCloud");
+            timestamp = toTimestamp(values[1], "getPointCloud");
           });
         });
   }
@@ -169,7 +169,7 @@ public:
         [&](auto call) {
           return unlessNone(call(py::arg("colored") = true), "getPointCloud", 3, [&](const py::sequence& values) {
             append(points, toPoints(values[0], values[1], "getPointCloud"));
-            timestamp = toStamp(values[2], "getPointCloud");
+            timestamp = toTimestamp(values[2], "getPointCloud");
           });
         });
   }

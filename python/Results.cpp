@@ -144,7 +144,7 @@ py::sequence requireElements(py::handle result, const char* what, std::size_t co
   return elements;
 }
 
-Stamp toStamp(py::handle microseconds, const char* what) {
+Stamp toTimestamp(py::handle microseconds, const char* what) {
   const auto number = py::reinterpret_steal<py::object>(PyNumber_Index(microseconds.ptr()));
   if (!number) {
     PyErr_Clear();

@@ -31,7 +31,7 @@ py::object truth(const std::vector<cv::Mat>& images);
 
 /// `what` names the operation in messages.
 py::sequence requireElements(py::handle result, const char* what, std::size_t count);
-Stamp toStamp(py::handle microseconds, const char* what);
+Stamp toTimestamp(py::handle microseconds, const char* what);
 /// Points, N x 3 float32, and their colours, N x 3 uint8.
 std::vector<cv::Vec3f> toPoints(py::handle points, const char* what);
 std::vector<PCL> toPoints(py::handle points, py::handle colors, const char* what);

@@ -99,7 +99,7 @@ BoardCapture::BoardCapture(const Rig& rig, const Options& options)
     forEachRow(size.height, [&](int row) {
       cv::Vec3f* line = &m_rays[static_cast<std::size_t>(row) * size.width + (isRight ? eyeWidth : 0)];
       for (int col = 0; col < eyeWidth; ++col) {
-        if (const auto ray = model.lift(cv::Point2d(col, row))) {
+        if (const auto ray = model.unproject(cv::Point2d(col, row))) {
           line[col] = cv::Vec3f(rotation * *ray);
         }
       }

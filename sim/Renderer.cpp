@@ -38,7 +38,7 @@ Renderer::Renderer(std::shared_ptr<const Scene> scene, const Rig& rig, const cv:
     forEachRow(frameSize.height, [&](int row) {
       cv::Vec3f* line = &m_rays[static_cast<std::size_t>(row) * frameSize.width + firstCol];
       for (int col = 0; col < eyeWidth; ++col) {
-        if (const auto ray = model.lift(cv::Point2d(col, row))) {
+        if (const auto ray = model.unproject(cv::Point2d(col, row))) {
           line[col] = cv::Vec3f(rotation * *ray);
         }
       }

@@ -34,13 +34,13 @@ Recorder::Recorder(Options options) : m_options(std::move(options)) {
     }
   }
   requireRoom();
-  const fs::path stamps = m_options.folder / Recording::stampsFile;
-  m_stamps.open(stamps, std::ios::trunc);
-  m_stamps << Recording::stampsHeading << std::endl;
-  if (!m_stamps) {
+  const fs::path timestamps = m_options.folder / Recording::timestampsFile;
+  m_timestamps.open(timestamps, std::ios::trunc);
+  m_timestamps << Recording::timestampsHeading << std::endl;
+  if (!m_timestamps) {
     std::error_code ignored;
-    fs::remove(stamps, ignored);
-    throw cannotWrite(stamps, "is the folder there, and may you write into it?");
+    fs::remove(timestamps, ignored);
+    throw cannotWrite(timestamps, "is the folder there, and may you write into it?");
   }
   m_thread = std::thread([this] { loop(); });
 }
@@ -53,7 +53,7 @@ Recorder::~Recorder() {
   }
   if (!Recording::isAt(m_options.folder)) {
     std::error_code ignored;
-    fs::remove(m_options.folder / Recording::stampsFile, ignored);
+    fs::remove(m_options.folder / Recording::timestampsFile, ignored);
   }
 }
 
@@ -74,11 +74,11 @@ void Recorder::read(const cv::Mat& frame) {
   }
 }
 
-void Recorder::published(std::chrono::microseconds stamp) {
-  if (stamp.count() == m_newestStamp) {
+void Recorder::published(std::chrono::microseconds timestamp) {
+  if (timestamp.count() == m_newestTimestamp) {
     return;  // what was read is no frame, or was thrown away: its copy's memory goes to the next
   }
-  m_newestStamp = stamp.count();
+  m_newestTimestamp = timestamp.count();
   if (!std::exchange(m_hasCandidate, false)) {
     return;
   }
@@ -101,7 +101,7 @@ void Recorder::published(std::chrono::microseconds stamp) {
       return;
     }
     ++m_taken;
-    m_queue.emplace_back(std::exchange(m_candidate, cv::Mat()), m_newestStamp);
+    m_queue.emplace_back(std::exchange(m_candidate, cv::Mat()), m_newestTimestamp);
   }
   m_queued.notify_one();
 }
@@ -198,16 +198,16 @@ void Recorder::open(const cv::Mat& frame) {
 }
 
 void Recorder::write(const Entry& entry) {
-  const auto& [frame, stamp] = entry;
+  const auto& [frame, timestamp] = entry;
   requireRoom();
   if (!m_video.isOpened()) {
     open(frame);
   }
   m_video.write(frame);
-  // A whole line at once, after its frame: a recording that is cut off has no stamp without a frame.
-  m_stamps << std::to_string(m_counts.written) + "," + std::to_string(stamp) + "\n" << std::flush;
-  if (!m_stamps) {
-    throw cannotWrite(m_options.folder / Recording::stampsFile, "the disk is full, or gone");
+  // A whole line at once, after its frame: a recording that is cut off has no timestamp without a frame.
+  m_timestamps << std::to_string(m_counts.written) + "," + std::to_string(timestamp) + "\n" << std::flush;
+  if (!m_timestamps) {
+    throw cannotWrite(m_options.folder / Recording::timestampsFile, "the disk is full, or gone");
   }
 }
 

@@ -23,7 +23,7 @@
 
 namespace stereo::sources {
 
-/// Writes raw frames with their stamps into the folder of a `Recording`, on a thread of its own.
+/// Writes raw frames with their timestamps into the folder of a `Recording`, on a thread of its own.
 ///
 /// Whoever delivers frames never waits for the disk: a frame for which there is no room in the queue is left out and
 /// counted.
@@ -42,7 +42,7 @@ public:
 
   /// Throws RecordingError if the folder holds a file of a recording, cannot be written into or has no room.
   explicit Recorder(Options options);
-  /// Ends as `finish` does, but says nothing of what could not be written. Where no frame came, its file of stamps
+  /// Ends as `finish` does, but says nothing of what could not be written. Where no frame came, its file of timestamps
   /// goes.
   ~Recorder();
   Recorder(const Recorder&) = delete;
@@ -52,9 +52,9 @@ public:
 
   /// A frame was read; its pixels are copied if there is room for them, until it is known whether it is published.
   void read(const cv::Mat& frame);
-  /// The stamp of the frame published last is this. If it is another than at the last call, the frame read last was
+  /// The timestamp of the frame published last is this. If it is another than at the last call, the frame read last was
   /// published with it, otherwise thrown away.
-  void published(std::chrono::microseconds stamp);
+  void published(std::chrono::microseconds timestamp);
 
   // The host's thread.
 
@@ -70,7 +70,7 @@ public:
   void finish();
 
 private:
-  using Entry = std::pair<cv::Mat, std::int64_t>;  // pixels; stamp in microseconds
+  using Entry = std::pair<cv::Mat, std::int64_t>;  // pixels; timestamp in microseconds
 
   void loop();
   void write(const Entry& entry);
@@ -79,13 +79,13 @@ private:
   void close();
 
   const Options m_options;
-  std::ofstream m_stamps;
+  std::ofstream m_timestamps;
   cv::VideoWriter m_video;  // the writing thread's
 
   // The reading thread's.
   cv::Mat m_candidate;          // copy of the frame read last; empty: there is none, or was no room
   bool m_hasCandidate = false;  // whether a frame was read since the last publication
-  std::int64_t m_newestStamp = 0;
+  std::int64_t m_newestTimestamp = 0;
 
   mutable std::mutex m_mutex;  // guards what follows
   std::condition_variable m_queued;

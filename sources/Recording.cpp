@@ -31,36 +31,37 @@ bool readWhole(std::string_view text, Number& number) {
   return error == std::errc() && stopped == text.data() + text.size();
 }
 
-// "12,1763728000000000": the number that is due, and a stamp.
-bool readLine(std::string_view line, std::size_t number, std::int64_t& stamp) {
+// "12,1763728000000000": the number that is due, and a timestamp.
+bool readLine(std::string_view line, std::size_t number, std::int64_t& timestamp) {
   const std::size_t comma = line.find(',');
   std::size_t told = 0;
   return comma != std::string_view::npos && readWhole(line.substr(0, comma), told) && told == number &&
-         readWhole(line.substr(comma + 1), stamp);
+         readWhole(line.substr(comma + 1), timestamp);
 }
 
-std::vector<std::int64_t> readStamps(const fs::path& path) {
+std::vector<std::int64_t> readTimestamps(const fs::path& path) {
   std::ifstream file(path);
   std::string line;
-  if (!std::getline(file, line) || line != Recording::stampsHeading) {
+  if (!std::getline(file, line) || line != Recording::timestampsHeading) {
     throw std::runtime_error("cannot read the stamps of a recording from " + path.string());
   }
-  std::vector<std::int64_t> stamps;
+  std::vector<std::int64_t> timestamps;
   while (std::getline(file, line)) {
     if (file.eof()) {
       break;  // no end of line: whoever wrote it was cut off in the middle
     }
-    std::int64_t stamp = 0;
-    if (!readLine(line, stamps.size(), stamp) || stamp < 0 || (!stamps.empty() && stamp <= stamps.back())) {
-      throw std::runtime_error(path.string() + ", line " + std::to_string(stamps.size() + 2) + ": '" + line +
+    std::int64_t timestamp = 0;
+    if (!readLine(line, timestamps.size(), timestamp) || timestamp < 0 ||
+        (!timestamps.empty() && timestamp <= timestamps.back())) {
+      throw std::runtime_error(path.string() + ", line " + std::to_string(timestamps.size() + 2) + ": '" + line +
                                "' is not the next frame's number and a later stamp");
     }
-    stamps.push_back(stamp);
+    timestamps.push_back(timestamp);
   }
-  if (stamps.empty()) {
+  if (timestamps.empty()) {
     throw std::runtime_error("there is no frame in the recording " + path.parent_path().string());
   }
-  return stamps;
+  return timestamps;
 }
 
 // Negative where the file says nothing of it, which is what a recording has that was cut off early.
@@ -115,7 +116,7 @@ Recording Recording::open(const fs::path& folder) {
   }
   Recording recording;
   recording.frames = folder / framesFile;
-  recording.stamps = readStamps(folder / stampsFile);
+  recording.timestamps = readTimestamps(folder / timestampsFile);
   recording.fisheyeRadius = readRadius(folder / aboutFile);
   recording.calibration = existing(folder / calibrationFile);
   recording.settings = existing(folder / settingsFile);

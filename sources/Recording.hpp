@@ -24,21 +24,22 @@ public:
 /// A folder with raw frames as a device delivered them, and what was in effect meanwhile.
 ///
 /// - `frames.mkv`: the side-by-side frames, lossless, in a Matroska container
-/// - `stamps.csv`: a heading, then a line for each frame: its number from 0, its stamp in microseconds since the epoch
+/// - `timestamps.csv`: a heading, then a line for each frame: its number from 0, its timestamp in microseconds since
+/// the epoch
 /// - `calibration.yml`: the calibration as it was before capture started; not there if there was none
 /// - `settings.yml`: the settings in effect, to be loaded like any others
 /// - `about.yml`: where the frames are from, codec, radius of the image circle, counts
 ///
-/// The stamps are those that the camera handed out with the frames. A recording that was cut off has fewer frames or
-/// stamps than the other; the shorter one counts.
+/// The timestamps are those that the camera handed out with the frames. A recording that was cut off has fewer frames
+/// or timestamps than the other; the shorter one counts.
 struct Recording {
   static constexpr const char* framesFile = "frames.mkv";
-  static constexpr const char* stampsFile = "stamps.csv";
+  static constexpr const char* timestampsFile = "stamps.csv";
   static constexpr const char* calibrationFile = "calibration.yml";
   static constexpr const char* settingsFile = "settings.yml";
   static constexpr const char* aboutFile = "about.yml";
-  static constexpr std::array files{framesFile, stampsFile, calibrationFile, settingsFile, aboutFile};
-  static constexpr const char* stampsHeading = "frame,microseconds";
+  static constexpr std::array files{framesFile, timestampsFile, calibrationFile, settingsFile, aboutFile};
+  static constexpr const char* timestampsHeading = "frame,microseconds";
 
   /// What became of the frames that were published.
   struct Counts {
@@ -57,14 +58,14 @@ struct Recording {
   static bool isAt(const std::filesystem::path& path);
 
   /// Reads all but the frames. Throws std::runtime_error, with a message of one line, if there is no recording or what
-  /// it says makes no sense: stamps that do not rise, numbers out of order, a radius that is no number.
+  /// it says makes no sense: timestamps that do not rise, numbers out of order, a radius that is no number.
   static Recording open(const std::filesystem::path& folder);
 
   std::filesystem::path frames;
-  std::vector<std::int64_t> stamps;   ///< microseconds since the epoch of the system's clock, rising
-  std::filesystem::path calibration;  ///< empty: none
-  std::filesystem::path settings;     ///< empty: none
-  int fisheyeRadius = -1;             ///< of the image circle, raw pixels; negative: not told
+  std::vector<std::int64_t> timestamps;  ///< microseconds since the epoch of the system's clock, rising
+  std::filesystem::path calibration;     ///< empty: none
+  std::filesystem::path settings;        ///< empty: none
+  int fisheyeRadius = -1;                ///< of the image circle, raw pixels; negative: not told
 };
 
 }  // namespace stereo::sources

@@ -63,16 +63,16 @@ std::optional<Recording> recordingAt(const std::string& path) {
   return Recording::isAt(path) ? std::optional(Recording::open(path)) : std::nullopt;
 }
 
-std::vector<std::int64_t> stampsOf(const std::optional<Recording>& recording) {
-  return recording ? recording->stamps : std::vector<std::int64_t>();
+std::vector<std::int64_t> timestampsOf(const std::optional<Recording>& recording) {
+  return recording ? recording->timestamps : std::vector<std::int64_t>();
 }
 
 // Frames per second on the average; what was asked for where there is nothing to tell it from.
-double rateOf(const ReplayCapture::Options& options, const std::vector<std::int64_t>& stamps) {
-  if (!options.recordedTiming || stamps.size() < 2) {
+double rateOf(const ReplayCapture::Options& options, const std::vector<std::int64_t>& timestamps) {
+  if (!options.recordedTiming || timestamps.size() < 2) {
     return options.rate;
   }
-  return 1e6 * static_cast<double>(stamps.size() - 1) / static_cast<double>(stamps.back() - stamps.front());
+  return 1e6 * static_cast<double>(timestamps.size() - 1) / static_cast<double>(timestamps.back() - timestamps.front());
 }
 
 }  // namespace
@@ -80,12 +80,12 @@ double rateOf(const ReplayCapture::Options& options, const std::vector<std::int6
 ReplayCapture::ReplayCapture(const Options& options) : ReplayCapture(options, recordingAt(options.path)) {}
 
 ReplayCapture::ReplayCapture(const Options& options, std::optional<Recording> recording)
-    : FrameSource(rateOf(options, stampsOf(recording))),
+    : FrameSource(rateOf(options, timestampsOf(recording))),
       m_path(recording ? recording->frames.string() : options.path),
       m_loop(options.loop),
       m_recording(std::move(recording)),
-      m_stamps(stampsOf(m_recording)),
-      m_recordedTiming(options.recordedTiming && m_stamps.size() > 1),
+      m_timestamps(timestampsOf(m_recording)),
+      m_recordedTiming(options.recordedTiming && m_timestamps.size() > 1),
       m_leadIn(std::max(options.leadIn, 0)) {
   try {
     if (!fs::exists(m_path)) {
@@ -117,7 +117,7 @@ ReplayCapture::ReplayCapture(const Options& options, std::optional<Recording> re
 cv::Mat ReplayCapture::next() {
   if (m_leadIn > 0) {
     --m_leadIn;
-    m_recordedStamp = m_stamps.empty() ? -1 : m_stamps.front();
+    m_recordedTimestamp = m_timestamps.empty() ? -1 : m_timestamps.front();
     return m_first;
   }
   cv::Mat frame;
@@ -129,9 +129,9 @@ cv::Mat ReplayCapture::next() {
     m_finished = true;
   } else {
     m_frameSize = frame.size();
-    if (!m_stamps.empty()) {
-      m_recordedStamp = m_stamps[m_frame];
-      m_frame = (m_frame + 1) % m_stamps.size();
+    if (!m_timestamps.empty()) {
+      m_recordedTimestamp = m_timestamps[m_frame];
+      m_frame = (m_frame + 1) % m_timestamps.size();
     }
   }
   return frame;
@@ -145,8 +145,8 @@ std::chrono::nanoseconds ReplayCapture::framePeriod() const {
   if (!m_recordedTiming) {
     return FrameSource::framePeriod();
   }
-  const std::size_t frame = std::min(m_frame, m_stamps.size() - 2);
-  return std::chrono::microseconds(m_stamps[frame + 1] - m_stamps[frame]);
+  const std::size_t frame = std::min(m_frame, m_timestamps.size() - 2);
+  return std::chrono::microseconds(m_timestamps[frame + 1] - m_timestamps[frame]);
 }
 
 cv::Size ReplayCapture::frameSize() const { return m_frameSize; }
@@ -179,11 +179,11 @@ cv::Mat ReplayCapture::nextImage() {
 
 cv::Mat ReplayCapture::nextOfVideo() {
   cv::Mat frame;
-  // Of a recording, what has no stamp is not played.
-  const bool atEnd = !m_stamps.empty() && m_videoFrames == m_stamps.size();
+  // Of a recording, what has no timestamp is not played.
+  const bool atEnd = !m_timestamps.empty() && m_videoFrames == m_timestamps.size();
   if (atEnd || !m_video.read(frame)) {
-    if (m_videoFrames < m_stamps.size()) {
-      m_skipped = std::max<std::uint64_t>(m_skipped, m_stamps.size() - m_videoFrames);
+    if (m_videoFrames < m_timestamps.size()) {
+      m_skipped = std::max<std::uint64_t>(m_skipped, m_timestamps.size() - m_videoFrames);
     }
     // Opened anew rather than rewound, which not every container can do.
     if (m_loop && openVideo()) {

@@ -20,8 +20,8 @@ namespace stereo::sources {
 /// Device that plays side-by-side recordings: one image, a folder of images in the order of their names, a video file,
 /// or the folder of a `Recording`.
 ///
-/// A `Recording` is played with the times that lie between its stamps, unless a rate is given; started over, its last
-/// frame stays as long as the one before. Its rate, which can't be set then, is the mean one.
+/// A `Recording` is played with the times that lie between its timestamps, unless a rate is given; started over, its
+/// last frame stays as long as the one before. Its rate, which can't be set then, is the mean one.
 ///
 /// Frames come as 8-bit BGR (grey ones are turned into it) in the size that they were recorded in, which may change
 /// from image to image. Of a folder, files that are no images are passed over, and so are images that cannot be
@@ -38,7 +38,7 @@ public:
   };
 
   /// Throws std::runtime_error, with a message of one line, if there is no frame to be had at the path, or if a
-  /// recording's stamps cannot be read.
+  /// recording's timestamps cannot be read.
   explicit ReplayCapture(const Options& options);
 
   /// What stands beside the frames; nothing where the path is no `Recording`.
@@ -47,11 +47,11 @@ public:
   const cv::Size& firstFrameSize() const { return m_firstFrameSize; }
   /// Whether a recording that isn't looped has been played to its end. Any thread.
   bool finished() const { return m_finished.load(); }
-  /// Stamp that the frame delivered last was recorded with, microseconds since the epoch; negative before the first
-  /// frame, and where no stamps were recorded. Any thread.
-  std::int64_t recordedStamp() const { return m_recordedStamp.load(); }
-  /// Images that could not be decoded, or frames that a recording's stamps promise and its video lacks, as far as they
-  /// were come upon. Any thread.
+  /// Timestamp that the frame delivered last was recorded with, microseconds since the epoch; negative before the first
+  /// frame, and where no timestamps were recorded. Any thread.
+  std::int64_t recordedTimestamp() const { return m_recordedTimestamp.load(); }
+  /// Images that could not be decoded, or frames that a recording's timestamps promise and its video lacks, as far as
+  /// they were come upon. Any thread.
   std::uint64_t skipped() const { return m_skipped.load(); }
   bool set(int propId, double value) override;
 
@@ -72,7 +72,7 @@ private:
   const std::string m_path;
   const bool m_loop;
   const std::optional<Recording> m_recording;
-  const std::vector<std::int64_t> m_stamps;  // of the recording's frames, microseconds; empty: none
+  const std::vector<std::int64_t> m_timestamps;  // of the recording's frames, microseconds; empty: none
   const bool m_recordedTiming;
   std::vector<std::filesystem::path> m_images;  // empty: the path is a video
   // The rest is guarded by the source's lock.
@@ -89,7 +89,7 @@ private:
   std::vector<char> m_spoilt;  // beside `m_images`: could not be decoded
   std::atomic<std::uint64_t> m_skipped{0};
   std::atomic<bool> m_finished{false};
-  std::atomic<std::int64_t> m_recordedStamp{-1};
+  std::atomic<std::int64_t> m_recordedTimestamp{-1};
 };
 
 }  // namespace stereo::sources

@@ -79,7 +79,7 @@ private:
 
 TEST_F(Ending, OfARecordingIsTheEndOfRecordAndKeepsItAll) {
   EXPECT_EQ(run(Arguments{"record", "-o", file("again"), "--queue", "100"} + once()), 0) << m_err;
-  EXPECT_EQ(stereo::sources::Recording::open(file("again")).stamps.size(), 30U);
+  EXPECT_EQ(stereo::sources::Recording::open(file("again")).timestamps.size(), 30U);
 }
 
 TEST_F(Ending, OfARecordingGivesBenchItsFigures) {
@@ -167,7 +167,7 @@ TEST_F(Ending, BySignalKeepsWhatWasRecordedAndMeasured) {
     ASSERT_TRUE(stereo::test::await([&] { return stereo::sources::Recording::isAt(folder); }, 2 * deadline));
     record.send(signal);
     EXPECT_EQ(record.wait(), 0) << record.err();
-    EXPECT_GE(stereo::sources::Recording::open(folder).stamps.size(), 1U);
+    EXPECT_GE(stereo::sources::Recording::open(folder).timestamps.size(), 1U);
   }
   interrupt(Arguments{"bench", "--seconds", "10000"} + endless, "measuring for", SIGHUP, 0);
   EXPECT_THAT(m_out, HasSubstr("peak resident memory"));

@@ -10,7 +10,7 @@
 #include <opencv2/imgcodecs.hpp>
 
 #include "StereoCamera.hpp"
-#include "apps/stereo-camera/pictures/Page.hpp"
+#include "apps/stereo-camera/pictures/DemoPage.hpp"
 #include "tests/support/Program.hpp"
 #include "tests/support/TempDir.hpp"
 
@@ -41,7 +41,7 @@ std::vector<double> scaleBelow(const std::string& html, const std::string& pictu
 }  // namespace
 
 TEST(Page, FollowsTheReadersScreen) {
-  stereo::app::Report report;
+  stereo::app::DemoReport report;
   report.timings.push_back({"getRawFrame", 1, 2, 3, 4});
   const std::string html = stereo::app::page(report, {{"a.png", "A", "what it is", cv::Mat(10, 10, CV_8UC3)}});
   EXPECT_THAT(html, HasSubstr("prefers-color-scheme: dark"));

@@ -55,7 +55,7 @@ TEST_F(RecordProgram, ReplayGivesTheSameBitsAsLive) {
   ASSERT_EQ(run(with(with({"record"}, source), {"--frames", "6", "--queue", "500", "-o", file("taken")})), 0) << m_err;
   EXPECT_THAT(m_out, HasSubstr("recorded 6 frames, 928 x 400"));
   EXPECT_THAT(m_out, HasSubstr("dropped 0"));
-  EXPECT_EQ(Recording::open(file("taken")).stamps.size(), 6U);
+  EXPECT_EQ(Recording::open(file("taken")).timestamps.size(), 6U);
   // Neither size nor depth mode nor calibration is told again.
   for (const std::string rate : {"", "60"}) {
     std::vector<std::string> replay{"snapshot", "--replay",  file("taken"), "--patience",
@@ -118,7 +118,7 @@ TEST_F(RecordProgram, EndsInOrderWhenInterrupted) {
   EXPECT_THAT(program.out(), HasSubstr("recorded "));
   EXPECT_THAT(program.err(), HasSubstr("recording: "));
   EXPECT_THAT(program.err(), HasSubstr(" MB; Ctrl-C ends it\n"));
-  EXPECT_GE(Recording::open(file("taken")).stamps.size(), 1U);
+  EXPECT_GE(Recording::open(file("taken")).timestamps.size(), 1U);
 }
 
 TEST_F(RecordProgram, EndOfTheSourceKeepsWhatCame) {
@@ -129,7 +129,7 @@ TEST_F(RecordProgram, EndOfTheSourceKeepsWhatCame) {
   // The recording of a recording, played once: all of it is there.
   EXPECT_EQ(run({"record", "--replay", file("first"), "--once", "-o", file("second")}), 0) << m_err;
   EXPECT_THAT(m_out, HasSubstr("recorded 4 frames"));
-  EXPECT_EQ(Recording::open(file("second")).stamps.size(), 4U);
+  EXPECT_EQ(Recording::open(file("second")).timestamps.size(), 4U);
 }
 
 TEST_F(RecordProgram, MistakesAreToldInOneLine) {
@@ -197,7 +197,7 @@ TEST_F(RecordProgram, DamageIsTold) {
   const std::string frames = file("whole/frames.mkv");
   std::filesystem::resize_file(frames, std::filesystem::file_size(frames) / 2);
   EXPECT_EQ(run({"record", "--replay", file("whole"), "--once", "-o", file("half")}), 0) << m_err;
-  const std::size_t left = Recording::open(file("half")).stamps.size();
+  const std::size_t left = Recording::open(file("half")).timestamps.size();
   EXPECT_LT(left, 12U);
   EXPECT_THAT(m_err, HasSubstr("damaged: " + std::to_string(12 - left) + " of its frames could not be decoded"));
   // Of images, too, and each counts once.

@@ -40,10 +40,10 @@ public:
 
   int calls() const { return m_calls; }
 
-  /// Publishes an (empty) raw frame with this stamp, as a capture worker would.
-  void publishRaw(std::chrono::microseconds stamp) {
+  /// Publishes an (empty) raw frame with this timestamp, as a capture worker would.
+  void publishRaw(std::chrono::microseconds timestamp) {
     const std::lock_guard lock(m_frameMutex);
-    m_rawFrame.timestamp = stamp;
+    m_rawFrame.timestamp = timestamp;
     m_frameCond.notify_all();
   }
 

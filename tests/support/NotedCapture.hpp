@@ -48,7 +48,7 @@ private:
 };
 
 // What the camera's worker got from its device by one read. A frame is published after that read has returned and
-// before the next one begins, so its stamp lies in between.
+// before the next one begins, so its timestamp lies in between.
 struct Delivery {
   cv::Mat picture;
   bool warmUp = false;
@@ -84,10 +84,10 @@ public:
   bool isOpened() const override { return faulty.isOpened(); }
   void release() override { faulty.release(); }
 
-  /// The picture that was published with this stamp; null if there is none.
-  const cv::Mat* published(std::chrono::microseconds stamp) const {
+  /// The picture that was published with this timestamp; null if there is none.
+  const cv::Mat* published(std::chrono::microseconds timestamp) const {
     for (const Delivery& each : deliveries) {
-      if (!each.warmUp && each.returned <= stamp && stamp <= each.nextAsked) {
+      if (!each.warmUp && each.returned <= timestamp && timestamp <= each.nextAsked) {
         return &each.picture;
       }
     }

@@ -26,7 +26,7 @@ private:
   int m_file;
 };
 
-/// The texts of the log's records in `output`, each with its line end if it has one, stamp and name removed.
+/// The texts of the log's records in `output`, each with its line end if it has one, timestamp and name removed.
 std::vector<std::string> recordTexts(const std::string& output);
 
 }  // namespace stereo::test

@@ -12,23 +12,23 @@ namespace {
 
 Reader::Read readPair(StereoCamera& camera) {
   return [&camera, left = cv::Mat(), right = cv::Mat()]() mutable -> std::int64_t {
-    stampOfInput = 0;  // stays so where no frame could be had, which images that are filled already would hide
-    return camera.getRectStereoFrame(left, right) ? stampOfInput : 0;
+    inputTimestamp = 0;  // stays so where no frame could be had, which images that are filled already would hide
+    return camera.getRectStereoFrame(left, right) ? inputTimestamp : 0;
   };
 }
 
 Reader::Read readDepth(StereoCamera& camera) {
   return [&camera, colour = cv::Mat()]() mutable -> std::int64_t {
-    std::chrono::microseconds stamp{0};
-    return camera.getDepthFrame(colour, true, stamp) ? stamp.count() : 0;
+    std::chrono::microseconds timestamp{0};
+    return camera.getDepthFrame(colour, true, timestamp) ? timestamp.count() : 0;
   };
 }
 
 Reader::Read readCloud(StereoCamera& camera) {
   return [&camera, points = std::vector<PCL>()]() mutable -> std::int64_t {
-    std::chrono::microseconds stamp{0};
+    std::chrono::microseconds timestamp{0};
     points.clear();
-    return camera.getPointCloud(points, stamp) ? stampOfInput : 0;
+    return camera.getPointCloud(points, timestamp) ? inputTimestamp : 0;
   };
 }
 
@@ -53,9 +53,9 @@ void Reader::check() const {
 void Reader::loop() {
   try {
     while (!m_ending && m_camera.isOpened()) {
-      const std::int64_t stamp = m_read();
-      if (stamp != 0) {
-        m_products.add({stamp, systemMicroseconds(), threadMicroseconds()});
+      const std::int64_t timestamp = m_read();
+      if (timestamp != 0) {
+        m_products.add({timestamp, systemMicroseconds(), threadMicroseconds()});
         m_hasRead = true;
       }
     }
@@ -65,7 +65,7 @@ void Reader::loop() {
   }
 }
 
-Readers::Readers(StereoCamera& camera, Watch& watch)
+Readers::Readers(StereoCamera& camera, Watchdog& watch)
     : m_watch(watch),
       pair("rectified pair", camera, readPair(camera)),
       depth("coloured depth", camera, readDepth(camera)),

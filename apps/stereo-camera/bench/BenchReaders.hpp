@@ -10,14 +10,14 @@
 
 #include "StereoCamera.hpp"
 #include "apps/stereo-camera/observe/RunRecord.hpp"
-#include "apps/stereo-camera/session/Watch.hpp"
+#include "apps/stereo-camera/session/Watchdog.hpp"
 
 namespace stereo::app {
 
 /// One kind of product, read over and over on a thread of its own, from construction until the camera is stopped.
 class Reader {
 public:
-  /// Reads once; the stamp that goes with the result in system microseconds, 0 if there was none.
+  /// Reads once; the timestamp that goes with the result in system microseconds, 0 if there was none.
   using Read = std::function<std::int64_t()>;
 
   Reader(std::string name, StereoCamera& camera, Read read);
@@ -54,7 +54,7 @@ private:
 /// The three readers of a measured run, on a camera that is a `MeasuredCamera`. They are ended by stopping the camera.
 class Readers {
 public:
-  Readers(StereoCamera& camera, Watch& watch);
+  Readers(StereoCamera& camera, Watchdog& watch);
   ~Readers() { end(); }
   Readers(const Readers&) = delete;
   Readers& operator=(const Readers&) = delete;
@@ -68,12 +68,12 @@ public:
   void check() const;
 
 private:
-  Watch& m_watch;
+  Watchdog& m_watch;
 
 public:
-  Reader pair;   ///< stamps are those of the raw frames
-  Reader depth;  ///< stamps are those of the raw frames that woke the reader
-  Reader cloud;  ///< stamps are those of the disparities
+  Reader pair;   ///< timestamps are those of the raw frames
+  Reader depth;  ///< timestamps are those of the raw frames that woke the reader
+  Reader cloud;  ///< timestamps are those of the disparities
 };
 
 }  // namespace stereo::app

@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "apps/stereo-camera/bench/Figures.hpp"
+#include "apps/stereo-camera/bench/LatencyFigures.hpp"
 #include "apps/stereo-camera/output/Json.hpp"
 
 namespace stereo::app {

@@ -11,7 +11,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "StereoCamera.hpp"
-#include "apps/stereo-camera/pictures/Page.hpp"
+#include "apps/stereo-camera/pictures/DemoPage.hpp"
 #include "calibration/Rectification.hpp"
 #include "model/Text.hpp"
 
@@ -84,13 +84,13 @@ void addSpreads(std::ostringstream& html, const std::string& title,
 }
 
 // A column a ring: few enough for a telephone's width.
-void addRings(std::ostringstream& html, const calibration::Judgement& judgement) {
+void addRings(std::ostringstream& html, const calibration::Assessment& assessment) {
   std::vector<const calibration::Spread*> reprojection;
   std::vector<const calibration::Spread*> rows;
   std::vector<const calibration::Spread*> latitude;
   html << "<h2>Errors by angle off the axis</h2>\n<div class=\"scroll\"><table>\n<tr><th></th>";
-  for (std::size_t ring = 0; ring < judgement.rings.size(); ++ring) {
-    const calibration::RingErrors& each = judgement.rings[ring];
+  for (std::size_t ring = 0; ring < assessment.rings.size(); ++ring) {
+    const calibration::RingErrors& each = assessment.rings[ring];
     if (each.reprojection.count == 0 && each.latitude.count == 0) {
       continue;
     }
@@ -117,7 +117,7 @@ void addPictures(std::ostringstream& html, const CalibrationStory& story) {
           "corners</th><th class=\"number\">thrown out</th><th class=\"number\">rms, px</th><th>verdict</th></tr>\n";
   const calibration::Calibration& result = story.result;
   for (std::size_t view = 0; view < result.views.size(); ++view) {
-    const calibration::View& each = result.views[view];
+    const calibration::BoardView& each = result.views[view];
     const double rms = calibration::spreadOf(calibration::distances(result.errors, view)).rms;
     std::size_t used = 0;
     for (const std::vector<char>& eye : result.selection[view]) {
@@ -148,21 +148,22 @@ std::pair<std::size_t, std::size_t> extremes(const calibration::Calibration& res
 
 std::vector<std::pair<std::string, std::string>> calibrationFacts(const CalibrationStory& story) {
   const calibration::Calibration& result = story.result;
-  const calibration::Judgement& judgement = story.judgement;
+  const calibration::Assessment& assessment = story.assessment;
   const cv::Vec3d& sags = result.estimate.sags;
   std::vector<std::pair<std::string, std::string>> facts = {
       {"pictures", formatted("%zu kept of %zu with a board", result.picturesKept(), result.views.size())},
       {"corners", formatted("%zu used of %zu found in them", result.cornersUsed(), result.cornersFound())},
       {"distance to the model",
        formatted("%.3f px rms over all corners found, %.3f px over those used", result.rms(), result.rmsUsed())},
-      {"rows, perspective view", formatted("%.3f px mean, %.2f px at most", judgement.rows.mean, judgement.rows.most)},
+      {"rows, perspective view",
+       formatted("%.3f px mean, %.2f px at most", assessment.rows.mean, assessment.rows.most)},
       {"rows, whole field",
-       formatted("%.3f px mean, %.2f px at most", judgement.latitude.mean, judgement.latitude.most)},
+       formatted("%.3f px mean, %.2f px at most", assessment.latitude.mean, assessment.latitude.most)},
       {"baseline", formatted("%.2f mm", result.baseline())},
       {"corners reach to",
        formatted("%.0f degrees off the axis (left), %.0f (right)", result.reach(0) / degree, result.reach(1) / degree)},
-      {"covered", formatted("%.0f %% of the left eye, %.0f %% of the right", 100 * judgement.coverage[0],
-                            100 * judgement.coverage[1])},
+      {"covered", formatted("%.0f %% of the left eye, %.0f %% of the right", 100 * assessment.coverage[0],
+                            100 * assessment.coverage[1])},
       {"board", formatted("%d x %d corners, squares of %g mm, bent by %.1f, %.1f, %.1f mm (along, twist, across)",
                           story.board.corners.width, story.board.corners.height, story.board.square, sags[0], sags[1],
                           sags[2])}};
@@ -179,7 +180,7 @@ std::vector<std::pair<std::string, std::string>> calibrationFacts(const Calibrat
 
 Json calibrationFigures(const CalibrationStory& story) {
   const calibration::Calibration& result = story.result;
-  const calibration::Judgement& judgement = story.judgement;
+  const calibration::Assessment& assessment = story.assessment;
   Json json;
   const auto texts = [&](const char* name, const std::vector<std::string>& values) {
     json.list(name);
@@ -191,9 +192,9 @@ Json calibrationFigures(const CalibrationStory& story) {
   const auto rows = [&](const char* name, const calibration::Spread& spread) {
     json.object(name).add("mean_px", spread.mean).add("most_px", spread.most).end();
   };
-  json.add("source", story.source).add("good", judgement.faults.empty());
-  texts("problems", judgement.faults);
-  texts("advice", judgement.advice);
+  json.add("source", story.source).add("good", assessment.faults.empty());
+  texts("problems", assessment.faults);
+  texts("advice", assessment.advice);
   json.object("pictures").add("kept", std::uint64_t{result.picturesKept()});
   json.add("with_board", std::uint64_t{result.views.size()}).list("thrown_out");
   for (std::size_t view = 0; view < result.views.size(); ++view) {
@@ -204,13 +205,13 @@ Json calibrationFigures(const CalibrationStory& story) {
   json.end().end().object("corners").add("used", std::uint64_t{result.cornersUsed()});
   json.add("found", std::uint64_t{result.cornersFound()}).add("rms_px", result.rms());
   json.add("rms_used_px", result.rmsUsed()).end();
-  rows("rows_perspective", judgement.rows);
-  rows("rows_whole_field", judgement.latitude);
+  rows("rows_perspective", assessment.rows);
+  rows("rows_whole_field", assessment.latitude);
   json.add("baseline_mm", result.baseline());
   for (std::size_t eye = 0; eye < 2; ++eye) {
     const model::OmniModel& m = result.estimate.rig.eyes[eye];
     json.object(eye == 0 ? "left_eye" : "right_eye");
-    json.add("reach_degrees", result.reach(eye) / degree).add("covered_percent", 100 * judgement.coverage[eye]);
+    json.add("reach_degrees", result.reach(eye) / degree).add("covered_percent", 100 * assessment.coverage[eye]);
     json.add("xi", m.xi).add("fx", m.fx).add("fy", m.fy).add("cx", m.cx).add("cy", m.cy);
     json.add("k1", m.k1).add("k2", m.k2).add("p1", m.p1).add("p2", m.p2).end();
   }
@@ -271,15 +272,15 @@ std::string calibrationPage(const CalibrationStory& story) {
       << pageStyle
       << "figure { margin-bottom: 1.5rem } th.group { padding-top: .75rem }</style>\n<h1>Calibration</h1>\n"
       << "<p class=\"source\">" << escaped(story.source) << "</p>\n";
-  for (const std::string& fault : story.judgement.faults) {
+  for (const std::string& fault : story.assessment.faults) {
     html << "<p class=\"fault\">" << escaped(fault) << "</p>\n";
   }
-  if (story.judgement.faults.empty()) {
+  if (story.assessment.faults.empty()) {
     html << "<p class=\"good\">Good: corners lie " << formatted("%.2f", story.result.rms())
-         << " px from the model (rms), rectified rows agree to " << formatted("%.2f", story.judgement.rows.mean)
+         << " px from the model (rms), rectified rows agree to " << formatted("%.2f", story.assessment.rows.mean)
          << " px (mean).</p>\n";
   }
-  for (const std::string& advice : story.judgement.advice) {
+  for (const std::string& advice : story.assessment.advice) {
     html << "<p class=\"note\">" << escaped(advice) << "</p>\n";
   }
   html << "<div class=\"scroll\"><table>\n";
@@ -291,7 +292,7 @@ std::string calibrationPage(const CalibrationStory& story) {
             "All corners, left eye and right eye. Green fits, yellow is half a pixel off, red a pixel or more; open "
             "circles were thrown out. Rings every 30 degrees off the axis. Where there are no corners the model is a "
             "guess.");
-  addRings(html, story.judgement);
+  addRings(html, story.assessment);
   const auto [best, worst] = extremes(story.result);
   addFigure(html, rectifiedPicture(story, best),
             "The picture that fits best, rectified: " + story.result.views[best].name,

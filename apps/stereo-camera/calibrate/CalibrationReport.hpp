@@ -9,15 +9,15 @@
 #include <opencv2/core.hpp>
 
 #include "apps/stereo-camera/output/Json.hpp"
+#include "calibration/Assessment.hpp"
 #include "calibration/Calibrate.hpp"
-#include "calibration/Judgement.hpp"
 
 namespace stereo::app {
 
 /// What the report is made from.
 struct CalibrationStory {
   const calibration::Calibration& result;
-  const calibration::Judgement& judgement;
+  const calibration::Assessment& assessment;
   calibration::Board board;
   cv::Size eyeSize;
   std::string source;                           ///< "pictures of boards/"

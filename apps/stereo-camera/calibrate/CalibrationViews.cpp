@@ -9,14 +9,14 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include "apps/stereo-camera/camera/BoardSource.hpp"
+#include "apps/stereo-camera/camera/BoardCameraSource.hpp"
 #include "apps/stereo-camera/output/Console.hpp"
 #include "apps/stereo-camera/output/Output.hpp"
-#include "apps/stereo-camera/pictures/Products.hpp"
+#include "apps/stereo-camera/pictures/Pictures.hpp"
 #include "apps/stereo-camera/process/Ended.hpp"
 #include "apps/stereo-camera/process/Failure.hpp"
 #include "apps/stereo-camera/process/Signals.hpp"
-#include "apps/stereo-camera/session/Watch.hpp"
+#include "apps/stereo-camera/session/Watchdog.hpp"
 #include "calibration/BoardFinder.hpp"
 #include "calibration/Calibrate.hpp"
 #include "calibration/Collector.hpp"
@@ -27,8 +27,8 @@ namespace stereo::app {
 namespace {
 
 namespace fs = std::filesystem;
+using calibration::BoardView;
 using calibration::Collector;
-using calibration::View;
 
 std::vector<fs::path> imagesOf(const fs::path& folder) {
   std::vector<fs::path> images;
@@ -58,7 +58,7 @@ std::string coverageText(const calibration::Coverage& coverage) {
 }
 
 // The frame of both eyes side by side; empty if the camera has ended.
-cv::Mat nextFrame(StereoCamera& camera, Watch& watch) {
+cv::Mat nextFrame(StereoCamera& camera, Watchdog& watch) {
   cv::Mat left;
   cv::Mat right;
   readEyes(camera, watch, left, right);
@@ -82,11 +82,11 @@ public:
     }
     m_pictures.push_back(picture.clone());
     if (m_pictures.size() == first) {
-      judge();
+      assess();
     }
   }
   /// After the last picture.
-  void judge() {
+  void assess() {
     if (m_isSeen || m_isTold || m_pictures.empty()) {
       return;
     }
@@ -137,7 +137,7 @@ BoardPictures readBoards(const fs::path& folder, const calibration::Board& board
                                             "pictures of one camera at one size");
     }
     size = picture.size();
-    View view = calibration::findBoard(picture, board, name, calibration::Effort::thorough);
+    BoardView view = calibration::findBoard(picture, board, name, calibration::Effort::thorough);
     tell(k + 1, images.size(), name,
          view.seesBoth() ? "board in both eyes"
          : view.sees(0)  ? "board in the left eye only"
@@ -149,7 +149,7 @@ BoardPictures readBoards(const fs::path& folder, const calibration::Board& board
       paths.push_back(images[k]);
     }
   }
-  wrongBoard.judge();
+  wrongBoard.assess();
   result.eyeSize = cv::Size(size.width / 2, size.height);
   result.source = "pictures of " + folder.string();
   result.picture = [paths](std::size_t view) { return cv::imread(paths[view].string(), cv::IMREAD_COLOR); };
@@ -163,7 +163,7 @@ BoardPictures takeBoards(const LiveOptions& options, const calibration::Board& b
   }
   OpenedCamera opened = openBoardCamera(options.source, board);
   startCapture(opened);
-  Watch watch(opened, options.patience);
+  Watchdog watch(opened, options.patience);
   RunTime runTime(0);
   runTime.begin();
   BoardPictures result;
@@ -199,7 +199,7 @@ BoardPictures takeBoards(const LiveOptions& options, const calibration::Board& b
     }
     char name[32];
     std::snprintf(name, sizeof name, "board-%03zu.png", frames.size() + 1);
-    const View view = calibration::findBoard(frame, board, name, calibration::Effort::quick);
+    const BoardView view = calibration::findBoard(frame, board, name, calibration::Effort::quick);
     wrongBoard.offer(frame, view.sees(0) || view.sees(1));
     watch.alive();
     const Collector::Verdict verdict = collector->offer(view);

@@ -6,16 +6,16 @@
 #include <string>
 #include <vector>
 
-#include "apps/stereo-camera/camera/Source.hpp"
+#include "apps/stereo-camera/camera/CameraSource.hpp"
 #include "apps/stereo-camera/process/RunTime.hpp"
-#include "calibration/Types.hpp"
+#include "calibration/BoardGeometry.hpp"
 
 namespace stereo::app {
 
 /// Pictures of a board and what was found in them.
 struct BoardPictures {
-  std::vector<calibration::View> views;  ///< at least one eye shows the board
-  cv::Size eyeSize;                      ///< pixels
+  std::vector<calibration::BoardView> views;  ///< at least one eye shows the board
+  cv::Size eyeSize;                           ///< pixels
   std::string source;
   std::function<cv::Mat(std::size_t)> picture;  ///< of a view, side by side, CV_8UC3; empty if it cannot be had again
 };

@@ -7,17 +7,17 @@
 
 #include "apps/stereo-camera/bench/BenchReaders.hpp"
 #include "apps/stereo-camera/bench/BenchReport.hpp"
-#include "apps/stereo-camera/bench/Figures.hpp"
-#include "apps/stereo-camera/camera/Source.hpp"
+#include "apps/stereo-camera/bench/LatencyFigures.hpp"
+#include "apps/stereo-camera/camera/CameraSource.hpp"
 #include "apps/stereo-camera/commands/Commands.hpp"
 #include "apps/stereo-camera/output/Console.hpp"
-#include "apps/stereo-camera/pictures/Products.hpp"
+#include "apps/stereo-camera/pictures/Pictures.hpp"
 #include "apps/stereo-camera/process/Ended.hpp"
 #include "apps/stereo-camera/process/Failure.hpp"
-#include "apps/stereo-camera/process/Machine.hpp"
+#include "apps/stereo-camera/process/ResourceUsage.hpp"
 #include "apps/stereo-camera/process/RunTime.hpp"
 #include "apps/stereo-camera/process/Signals.hpp"
-#include "apps/stereo-camera/session/Watch.hpp"
+#include "apps/stereo-camera/session/Watchdog.hpp"
 #include "model/Text.hpp"
 
 namespace stereo::app {
@@ -49,13 +49,13 @@ struct Moment {
 };
 
 /// Keeps the watch content as long as frames come. Throws Failure (noFrames) when they have ceased.
-class Pulse {
+class FrameArrivals {
 public:
-  Pulse(StereoCamera& camera, Watch& watch, const RunRecord& record)
+  FrameArrivals(StereoCamera& camera, Watchdog& watch, const RunRecord& record)
       : m_camera(camera), m_watch(watch), m_record(record) {}
 
-  /// Whether a frame came since it was felt last. Throws Ended when the source is over.
-  bool feel() {
+  /// Whether a frame came since the last call. Throws Ended when the source is over.
+  bool frameCame() {
     const std::uint64_t frames = m_record.framesRead;
     const bool beats = frames != m_frames;
     if (beats || !m_camera.isOpened()) {
@@ -67,7 +67,7 @@ public:
 
 private:
   StereoCamera& m_camera;
-  Watch& m_watch;
+  Watchdog& m_watch;
   const RunRecord& m_record;
   std::uint64_t m_frames = 0;
 };
@@ -93,7 +93,7 @@ void fillProducts(BenchReport& report, const RunRecord& record, const Readers& r
   add(readers.pair.name(), productTimes(readers.pair.products().kept(), frames, window));
   add("disparity", productTimes(disparities, frames, window));
   add(readers.depth.name(),
-      productTimes(withDisparityStamps(readers.depth.products().kept(), disparities), frames, window));
+      productTimes(withDisparityTimestamps(readers.depth.products().kept(), disparities), frames, window));
   add(readers.cloud.name(), productTimes(readers.cloud.products().kept(), frames, window));
 }
 
@@ -153,7 +153,7 @@ BenchReport reportOn(const OpenedCamera& opened, const BenchOptions& options, co
 /// A run, until its time or its source is over.
 struct Run {
   RunTime& time;
-  Pulse pulse;
+  FrameArrivals arrivals;
   const Readers& readers;
   const RunRecord& record;
   Moment start;
@@ -162,14 +162,15 @@ struct Run {
 
   /// Until each reader has read something. Throws Failure (noFrames) if that takes longer than the patience.
   void awaitProducts(std::chrono::milliseconds patience) {
-    auto begun = Watch::Clock::now();
+    auto begun = Watchdog::Clock::now();
     const Reader* waiting = nullptr;
     while ((waiting = readers.waiting()) != nullptr && !time.over() && !readers.failed()) {
-      const bool framesCome = pulse.feel();
+      const bool framesCome = arrivals.frameCame();
       if (!readers.pair.hasRead()) {
-        begun = Watch::Clock::now();  // a slow source takes its time for the frames that the worker throws away first
+        begun =
+            Watchdog::Clock::now();  // a slow source takes its time for the frames that the worker throws away first
         start = Moment(record);
-      } else if (framesCome && Watch::Clock::now() - begun > patience) {
+      } else if (framesCome && Watchdog::Clock::now() - begun > patience) {
         throw Failure(ExitCode::noFrames,
                       "frames come, but no " + waiting->name() + " within " + std::to_string(patience.count()) + " ms");
       }
@@ -185,7 +186,7 @@ struct Run {
       progress() << "measuring for " << seconds << " s, Ctrl-C ends it earlier ..." << std::endl;
     }
     while (!time.over() && !readers.failed() && record.framesRead < mostFrames) {
-      pulse.feel();
+      arrivals.frameCame();
       std::this_thread::sleep_for(lookAround);
     }
   }
@@ -204,10 +205,10 @@ void bench(const BenchOptions& options) {
 
   RunTime time(options.seconds);
   startCapture(opened);
-  Watch watch(opened, options.patience);
+  Watchdog watch(opened, options.patience);
   watch.startStereoCompute();
   Readers readers(camera, watch);
-  Run run{time, Pulse(camera, watch, record), readers, record, Moment(record)};
+  Run run{time, FrameArrivals(camera, watch, record), readers, record, Moment(record)};
   progress() << "waiting for one of each product from " << opened.description << " ..." << std::endl;
   try {
     run.awaitProducts(watch.patience());

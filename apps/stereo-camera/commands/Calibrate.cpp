@@ -15,6 +15,7 @@
 #include "apps/stereo-camera/process/Failure.hpp"
 #include "apps/stereo-camera/process/Signals.hpp"
 #include "calibration/CalibrationFile.hpp"
+#include "apps/stereo-camera/session/Watchdog.hpp"
 #include "model/Text.hpp"
 
 namespace stereo::app {
@@ -96,8 +97,8 @@ void calibrate(CalibrateOptions options) {
       text += "thrown out: " + result.views[view].name + " does not fit the others\n";
     }
   }
-  const calibration::Judgement judgement = calibration::judge(result, pictures.eyeSize);
-  const CalibrationStory story{result, judgement, board, pictures.eyeSize, pictures.source, pictures.picture};
+  const calibration::Assessment assessment = calibration::assess(result, pictures.eyeSize);
+  const CalibrationStory story{result, assessment, board, pictures.eyeSize, pictures.source, pictures.picture};
   for (const auto& [name, value] : calibrationFacts(story)) {
     text += model::formatted("%-24s ", name.c_str()) + value + "\n";
   }
@@ -111,17 +112,17 @@ void calibrate(CalibrateOptions options) {
   outputPlace->commit();
   reportPlace->commit();
   text += "written: " + options.output + ", report: " + options.report + "\n";
-  for (const std::string& advice : judgement.advice) {
+  for (const std::string& advice : assessment.advice) {
     text += "advice   " + advice + "\n";
   }
-  for (const std::string& fault : judgement.faults) {
+  for (const std::string& fault : assessment.faults) {
     text += "PROBLEM  " + fault + "\n";
   }
   if (!options.json.replacesText()) {
     results() << text << std::flush;
   }
   options.json.write(calibrationFigures(story).add("calibration", options.output).add("report", options.report));
-  if (!judgement.faults.empty()) {
+  if (!assessment.faults.empty()) {
     throw Failure(ExitCode::problems, "the calibration was written, but don't rely on it: see the lines above");
   }
 }

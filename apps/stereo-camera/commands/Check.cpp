@@ -6,17 +6,17 @@
 
 #include <CLI/CLI.hpp>
 
-#include "apps/stereo-camera/camera/Source.hpp"
+#include "apps/stereo-camera/camera/CameraSource.hpp"
 #include "apps/stereo-camera/commands/Commands.hpp"
 #include "apps/stereo-camera/output/Console.hpp"
 #include "apps/stereo-camera/output/Json.hpp"
-#include "apps/stereo-camera/pictures/Products.hpp"
+#include "apps/stereo-camera/pictures/Pictures.hpp"
 #include "apps/stereo-camera/process/Ended.hpp"
 #include "apps/stereo-camera/process/Failure.hpp"
-#include "apps/stereo-camera/session/Watch.hpp"
+#include "apps/stereo-camera/session/Watchdog.hpp"
 #include "calibration/BoardFinder.hpp"
-#include "calibration/Errors.hpp"
-#include "calibration/RowCheck.hpp"
+#include "calibration/EpipolarCheck.hpp"
+#include "calibration/FitErrors.hpp"
 #include "model/Text.hpp"
 
 namespace stereo::app {
@@ -46,10 +46,10 @@ std::size_t fingerprint(const cv::Mat& image) {
       {reinterpret_cast<const char*>(pixels.data), pixels.total() * pixels.elemSize()});
 }
 
-std::string table(const calibration::RowCheckResult& result) {
+std::string table(const calibration::EpipolarCheckResult& result) {
   std::string text = formatted("%-16s %8s %12s %14s\n", "off the axis", "matches", "median, px", "90 of 100, px");
   for (std::size_t ring = 0; ring < result.rings.size(); ++ring) {
-    const calibration::RowCheckRing& each = result.rings[ring];
+    const calibration::EpipolarCheckRing& each = result.rings[ring];
     if (each.matches == 0) {
       continue;
     }
@@ -66,7 +66,7 @@ std::string table(const calibration::RowCheckResult& result) {
   return text;
 }
 
-Json figures(const calibration::RowCheckResult& result, const std::string& source) {
+Json figures(const calibration::EpipolarCheckResult& result, const std::string& source) {
   Json json;
   const auto rows = [&](const auto& part) {
     json.add("matches", std::uint64_t{part.matches}).add("median_px", part.median).add("p90_px", part.p90);
@@ -106,8 +106,8 @@ void check(const CheckOptions& options) {
   }
   StereoCamera& camera = *opened.camera;
   startCapture(opened);
-  Watch watch(opened, options.patience);
-  std::unique_ptr<calibration::RowCheck> rows;
+  Watchdog watch(opened, options.patience);
+  std::unique_ptr<calibration::EpipolarCheck> rows;
   cv::Size size;
   std::set<std::size_t> seen;
   std::vector<cv::Mat> pictures;  // the first few, both eyes
@@ -125,7 +125,7 @@ void check(const CheckOptions& options) {
     }
     if (rows == nullptr) {
       size = left.size();
-      rows = std::make_unique<calibration::RowCheck>(eyeOf(camera, false), eyeOf(camera, true), size);
+      rows = std::make_unique<calibration::EpipolarCheck>(eyeOf(camera, false), eyeOf(camera, true), size);
     }
     if (left.size() != size) {
       throw Failure(ExitCode::noFrames, "the frames change their size; check one size at a time");
@@ -144,7 +144,7 @@ void check(const CheckOptions& options) {
                << std::endl;
   }
   watch.finish();
-  calibration::RowCheckResult result = rows->result();
+  calibration::EpipolarCheckResult result = rows->result();
   // A chessboard's corners all look alike, and are taken for one another.
   const cv::Size board =
       result.faults.empty() ? cv::Size() : calibration::boardSizeIn(pictures, static_cast<int>(pictures.size()));

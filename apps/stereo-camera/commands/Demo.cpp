@@ -5,16 +5,16 @@
 
 #include <CLI/CLI.hpp>
 
-#include "apps/stereo-camera/camera/Source.hpp"
+#include "apps/stereo-camera/camera/CameraSource.hpp"
 #include "apps/stereo-camera/commands/Commands.hpp"
 #include "apps/stereo-camera/output/Console.hpp"
 #include "apps/stereo-camera/output/Output.hpp"
-#include "apps/stereo-camera/pictures/DepthProducts.hpp"
-#include "apps/stereo-camera/pictures/Page.hpp"
-#include "apps/stereo-camera/pictures/Products.hpp"
+#include "apps/stereo-camera/pictures/DemoPage.hpp"
+#include "apps/stereo-camera/pictures/DepthResults.hpp"
+#include "apps/stereo-camera/pictures/Pictures.hpp"
 #include "apps/stereo-camera/process/Ended.hpp"
 #include "apps/stereo-camera/process/Failure.hpp"
-#include "apps/stereo-camera/session/Watch.hpp"
+#include "apps/stereo-camera/session/Watchdog.hpp"
 #include "model/Text.hpp"
 
 namespace stereo::app {
@@ -28,18 +28,18 @@ struct DemoOptions {
   double patience = 10;
 };
 
-double since(Watch::Clock::time_point start) {
-  return std::chrono::duration<double>(Watch::Clock::now() - start).count();
+double since(Watchdog::Clock::time_point start) {
+  return std::chrono::duration<double>(Watchdog::Clock::now() - start).count();
 }
 
 // Reads over and over for a time, and tells how fast.
 template <typename Read>
-Timing measure(const std::string& name, double seconds, Watch& watch, Read read) {
+Timing measure(const std::string& name, double seconds, Watchdog& watch, Read read) {
   progress() << "measuring " << name << " ..." << std::endl;
   std::vector<double> durations;
-  const auto start = Watch::Clock::now();
+  const auto start = Watchdog::Clock::now();
   do {
-    const auto begin = Watch::Clock::now();
+    const auto begin = Watchdog::Clock::now();
     watch.run(read);
     durations.push_back(1000 * since(begin));
   } while (since(start) < seconds);
@@ -57,29 +57,29 @@ std::string text(double value, const char* unit) {
 }
 
 // Appends to the timings as it goes.
-void measureReads(OpenedCamera& opened, Watch& watch, double seconds, std::vector<Timing>& timings) {
+void measureReads(OpenedCamera& opened, Watchdog& watch, double seconds, std::vector<Timing>& timings) {
   StereoCamera& camera = *opened.camera;
   const double share = seconds / (opened.calibrated ? 7 : 2);
   cv::Mat a;
   cv::Mat b;
   cv::Mat c;
-  std::chrono::microseconds stamp{0};
+  std::chrono::microseconds timestamp{0};
   const auto add = [&](const char* name, const auto& read) { timings.push_back(measure(name, share, watch, read)); };
-  add("getRawFrame", [&] { return camera.getRawFrame(a, stamp); });
-  add("getStereoFrame", [&] { return camera.getStereoFrame(a, b, stamp); });
+  add("getRawFrame", [&] { return camera.getRawFrame(a, timestamp); });
+  add("getStereoFrame", [&] { return camera.getStereoFrame(a, b, timestamp); });
   if (!opened.calibrated) {
     return;
   }
   add("getRectStereoFrame (perspective)", [&] { return camera.getRectStereoFrame(a, b); });
-  add("getRectStereoFrame (depth pair, view)", [&] { return camera.getRectStereoFrame(a, b, c, stamp); });
-  add("getDepthFrame (colour)", [&] { return camera.getDepthFrame(a, true, stamp); });
+  add("getRectStereoFrame (depth pair, view)", [&] { return camera.getRectStereoFrame(a, b, c, timestamp); });
+  add("getDepthFrame (colour)", [&] { return camera.getDepthFrame(a, true, timestamp); });
   add("getPointCloud (plain)", [&] {
     std::vector<cv::Vec3f> cloud;
-    return camera.getPointCloud(cloud, stamp);
+    return camera.getPointCloud(cloud, timestamp);
   });
   add("getPointCloud (coloured)", [&] {
     std::vector<PCL> cloud;
-    return camera.getPointCloud(cloud, stamp);
+    return camera.getPointCloud(cloud, timestamp);
   });
 }
 
@@ -87,11 +87,11 @@ void demo(const DemoOptions& options) {
   OutputFolder folder(options.output, true, {});
   OpenedCamera opened = openCamera(options.source);
   startCapture(opened);
-  Watch watch(opened, options.patience);
+  Watchdog watch(opened, options.patience);
   progress() << "waiting for the first frame ..." << std::endl;
   std::vector<Picture> pictures;
-  std::optional<DepthProducts> depth;
-  Report report;
+  std::optional<DepthResults> depth;
+  DemoReport report;
   report.source = opened.description;
   try {
     readPictures(opened, watch, pictures);

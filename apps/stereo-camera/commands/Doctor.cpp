@@ -3,7 +3,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "apps/stereo-camera/camera/Source.hpp"
+#include "apps/stereo-camera/camera/CameraSource.hpp"
 #include "apps/stereo-camera/commands/Commands.hpp"
 #include "apps/stereo-camera/doctor/DeviceChecks.hpp"
 #include "apps/stereo-camera/doctor/FileChecks.hpp"
@@ -32,9 +32,9 @@ struct DoctorOptions {
 };
 
 // Findings as they come, for people and as JSON.
-class Report {
+class DoctorReport {
 public:
-  explicit Report(const JsonOption& json) : m_option(json) {
+  explicit DoctorReport(const JsonOption& json) : m_option(json) {
     m_option.check();
     m_json.list("findings");
   }
@@ -71,7 +71,7 @@ void doctor(const DoctorOptions& options) {
     probeBackEnd(options.device, options.probe, size, options.rate);
     return;
   }
-  Report report(options.json);
+  DoctorReport report(options.json);
   if (!options.noDevice) {
     report.add(checkDevice(options.device, size, options.rate));
   }

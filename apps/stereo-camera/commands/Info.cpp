@@ -5,7 +5,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "apps/stereo-camera/camera/Source.hpp"
+#include "apps/stereo-camera/camera/CameraSource.hpp"
 #include "apps/stereo-camera/commands/Commands.hpp"
 #include "apps/stereo-camera/output/Console.hpp"
 #include "apps/stereo-camera/output/Json.hpp"

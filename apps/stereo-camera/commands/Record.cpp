@@ -7,16 +7,16 @@
 
 #include <CLI/CLI.hpp>
 
-#include "apps/stereo-camera/camera/Source.hpp"
+#include "apps/stereo-camera/camera/CameraSource.hpp"
 #include "apps/stereo-camera/commands/Commands.hpp"
 #include "apps/stereo-camera/output/Console.hpp"
 #include "apps/stereo-camera/output/Output.hpp"
-#include "apps/stereo-camera/pictures/Products.hpp"
+#include "apps/stereo-camera/pictures/Pictures.hpp"
 #include "apps/stereo-camera/process/Ended.hpp"
 #include "apps/stereo-camera/process/Failure.hpp"
 #include "apps/stereo-camera/process/RunTime.hpp"
 #include "apps/stereo-camera/process/Signals.hpp"
-#include "apps/stereo-camera/session/Watch.hpp"
+#include "apps/stereo-camera/session/Watchdog.hpp"
 #include "model/Text.hpp"
 #include "sources/Recorder.hpp"
 #include "sources/Recording.hpp"
@@ -81,7 +81,7 @@ void tellOfDrops(const sources::Recorder::Counts& counts, sources::Recorder::Cou
 }
 
 void recordUntilDone(const RecordOptions& options, OpenedCamera& opened, sources::Recorder& recorder) {
-  Watch watch(opened, options.patience);
+  Watchdog watch(opened, options.patience);
   RunTime runTime(options.seconds);
   sources::Recorder::Counts told;
   ProgressLine line;

@@ -3,16 +3,16 @@
 
 #include <CLI/CLI.hpp>
 
-#include "apps/stereo-camera/camera/Source.hpp"
+#include "apps/stereo-camera/camera/CameraSource.hpp"
 #include "apps/stereo-camera/commands/Commands.hpp"
 #include "apps/stereo-camera/doctor/SystemChecks.hpp"
 #include "apps/stereo-camera/output/Console.hpp"
-#include "apps/stereo-camera/pictures/Products.hpp"
+#include "apps/stereo-camera/pictures/Pictures.hpp"
 #include "apps/stereo-camera/process/Ended.hpp"
 #include "apps/stereo-camera/process/Failure.hpp"
 #include "apps/stereo-camera/process/RunTime.hpp"
 #include "apps/stereo-camera/process/Signals.hpp"
-#include "apps/stereo-camera/session/Watch.hpp"
+#include "apps/stereo-camera/session/Watchdog.hpp"
 #include "model/CameraFacts.hpp"
 #include "model/Text.hpp"
 
@@ -20,18 +20,11 @@ namespace stereo::app {
 
 namespace {
 
-constexpr int statusBytes = 4;
-
 struct ShareOptions {
   SourceOptions source;
   double seconds = 0;
   double patience = 10;
 };
-
-// Bytes of the segment for the left half of a side-by-side frame.
-std::size_t segmentBytes(cv::Size frame) {
-  return static_cast<std::size_t>(frame.width / 2) * static_cast<std::size_t>(frame.height) * 3 + statusBytes;
-}
 
 // What would make the camera end the whole process, told as other failures are.
 void checkSegment(cv::Size frame, int position) {
@@ -45,7 +38,7 @@ void checkSegment(cv::Size frame, int position) {
     throw Failure(ExitCode::output, "the key " + key + " is in use: " + holder.maker +
                                         " shares at this position; stop it, or give another --position");
   }
-  if (holder.isOurs && holder.bytes < segmentBytes(frame)) {
+  if (holder.isOurs && holder.bytes < model::segmentBytes(frame)) {
     throw Failure(ExitCode::output,
                   "a smaller segment holds the key " + key + ": one left behind (ipcrm -M " + key + " removes it)");
   }
@@ -60,15 +53,15 @@ void share(const ShareOptions& options) {
 
   RunTime time(options.seconds);
   startCapture(opened, false, true);
-  Watch watch(opened, options.patience);
+  Watchdog watch(opened, options.patience);
   cv::Mat left;
   cv::Mat right;
-  std::chrono::microseconds stamp{0};
+  std::chrono::microseconds timestamp{0};
   int frames = 0;
   // The camera offers images by itself; the reads are here to notice when no more frames come.
   try {
     while (!time.over()) {
-      if (!watch.run([&] { return camera.getStereoFrame(left, right, stamp); }) || frames++ > 0) {
+      if (!watch.run([&] { return camera.getStereoFrame(left, right, timestamp); }) || frames++ > 0) {
         continue;
       }
       time.begin();
@@ -79,7 +72,7 @@ void share(const ShareOptions& options) {
                                             ", for which the shared memory was made");
       }
       results() << "sharing the left eye of " << opened.description << ": key " << key << ", images of "
-                << model::sizeText(left.size()) << " pixels, segment of " << segmentBytes(frame) << " bytes"
+                << model::sizeText(left.size()) << " pixels, segment of " << model::segmentBytes(frame) << " bytes"
                 << std::endl;
     }
   } catch (const Ended&) {

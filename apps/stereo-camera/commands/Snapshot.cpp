@@ -6,14 +6,14 @@
 
 #include <CLI/CLI.hpp>
 
-#include "apps/stereo-camera/camera/Source.hpp"
+#include "apps/stereo-camera/camera/CameraSource.hpp"
 #include "apps/stereo-camera/commands/Commands.hpp"
 #include "apps/stereo-camera/output/Console.hpp"
 #include "apps/stereo-camera/output/Output.hpp"
-#include "apps/stereo-camera/pictures/DepthProducts.hpp"
-#include "apps/stereo-camera/pictures/Products.hpp"
+#include "apps/stereo-camera/pictures/DepthResults.hpp"
+#include "apps/stereo-camera/pictures/Pictures.hpp"
 #include "apps/stereo-camera/process/Ended.hpp"
-#include "apps/stereo-camera/session/Watch.hpp"
+#include "apps/stereo-camera/session/Watchdog.hpp"
 
 namespace stereo::app {
 
@@ -49,9 +49,9 @@ void snapshot(const SnapshotOptions& options) {
   OutputFolder folder(options.output, options.replace, {names.begin(), names.end()});
   OpenedCamera opened = openCamera(options.source);
   startCapture(opened);
-  Watch watch(opened, options.patience);
+  Watchdog watch(opened, options.patience);
   std::vector<Picture> pictures;
-  std::optional<DepthProducts> depth;
+  std::optional<DepthResults> depth;
   try {
     readPictures(opened, watch, pictures);
     if (opened.calibrated) {

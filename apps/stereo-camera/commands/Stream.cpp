@@ -6,16 +6,16 @@
 
 #include <CLI/CLI.hpp>
 
-#include "apps/stereo-camera/camera/Source.hpp"
+#include "apps/stereo-camera/camera/CameraSource.hpp"
 #include "apps/stereo-camera/commands/Commands.hpp"
 #include "apps/stereo-camera/doctor/SystemChecks.hpp"
 #include "apps/stereo-camera/output/Console.hpp"
-#include "apps/stereo-camera/pictures/Products.hpp"
+#include "apps/stereo-camera/pictures/Pictures.hpp"
 #include "apps/stereo-camera/process/Ended.hpp"
 #include "apps/stereo-camera/process/Failure.hpp"
 #include "apps/stereo-camera/process/RunTime.hpp"
 #include "apps/stereo-camera/process/Signals.hpp"
-#include "apps/stereo-camera/session/Watch.hpp"
+#include "apps/stereo-camera/session/Watchdog.hpp"
 #include "model/CameraFacts.hpp"
 #include "model/Text.hpp"
 
@@ -47,11 +47,11 @@ void tellReceiver(const StreamOptions& options, int port) {
 
 // One call of the operation whose images the mode streams. False if it gave none.
 bool readOnce(StereoCamera& camera, int mode, cv::Mat& a, cv::Mat& b) {
-  std::chrono::microseconds stamp{0};
+  std::chrono::microseconds timestamp{0};
   if (mode == depthStream) {
-    return camera.getDepthFrame(a, true, stamp);
+    return camera.getDepthFrame(a, true, timestamp);
   }
-  return mode < firstRectifiedMode ? camera.getRawFrame(a, stamp) : camera.getRectStereoFrame(a, b);
+  return mode < firstRectifiedMode ? camera.getRawFrame(a, timestamp) : camera.getRectStereoFrame(a, b);
 }
 
 void stream(const StreamOptions& options) {
@@ -73,14 +73,14 @@ void stream(const StreamOptions& options) {
 
   RunTime time(options.seconds);
   startCapture(opened, true);
-  Watch watch(opened, options.patience);
+  Watchdog watch(opened, options.patience);
   if (options.mode == depthStream) {
     watch.startStereoCompute();
   }
   cv::Mat a;
   cv::Mat b;
   int images = 0;
-  auto last = Watch::Clock::now();
+  auto last = Watchdog::Clock::now();
   try {
     while (!time.over()) {
       // Frames may come while nothing can be made of them, for instance while there is no disparity yet.
@@ -90,8 +90,8 @@ void stream(const StreamOptions& options) {
                         "nothing is sent: the stream does not open (--verbose shows what GStreamer says of it)");
         }
         time.begin();
-        last = Watch::Clock::now();
-      } else if (Watch::Clock::now() - last > watch.patience()) {
+        last = Watchdog::Clock::now();
+      } else if (Watchdog::Clock::now() - last > watch.patience()) {
         throw Failure(ExitCode::noFrames, "frames come, but no picture for the stream within " +
                                               std::to_string(watch.patience().count()) + " ms");
       }

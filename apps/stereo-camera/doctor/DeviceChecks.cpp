@@ -14,7 +14,7 @@
 
 #include <opencv2/videoio.hpp>
 
-#include "apps/stereo-camera/camera/DeviceOffers.hpp"
+#include "apps/stereo-camera/camera/SupportedFormats.hpp"
 #include "apps/stereo-camera/doctor/ProbeProcess.hpp"
 #include "apps/stereo-camera/output/Console.hpp"
 #include "apps/stereo-camera/process/Descriptor.hpp"
@@ -30,23 +30,23 @@ constexpr std::chrono::seconds startPatience{60};  // with a process that loads 
 
 // What the driver offers of the size and rate that are wanted.
 void checkOffers(Findings& findings, int device, cv::Size size, double rate) {
-  const DeviceOffers offers = offersOf(device, size);
-  if (!offers.tellsSizes()) {
+  const SupportedFormats supported = supportedFormats(device, size);
+  if (!supported.reportsSizes()) {
     add(findings, "device: tells no sizes; what it delivers is below", "");
     return;
   }
-  if (offers.formats.empty()) {
-    add(findings, "device: " + model::sizeText(size) + " is not on offer", "it offers " + sizesText(offers));
+  if (supported.formats.empty()) {
+    add(findings, "device: " + model::sizeText(size) + " is not on offer", "it offers " + sizesText(supported));
     return;
   }
   std::string formats;
-  for (const std::string& format : offers.formats) {
+  for (const std::string& format : supported.formats) {
     formats += " " + format;
   }
   add(findings, "device: " + model::sizeText(size) + " on offer as" + formats, "");
-  if (offers.tellsRates()) {
-    add(findings, "device: " + ratesText(offers) + " frames a second at that size",
-        offers.hasRate(rate) ? "" : "ask for one of these (--rate, or \"FrameRate\" in the settings)");
+  if (supported.reportsRates()) {
+    add(findings, "device: " + ratesText(supported) + " frames a second at that size",
+        supported.hasRate(rate) ? "" : "ask for one of these (--rate, or \"FrameRate\" in the settings)");
   }
 }
 

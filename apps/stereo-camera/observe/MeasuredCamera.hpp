@@ -13,9 +13,9 @@
 
 namespace stereo::app {
 
-/// Stamp of the raw pair from which the calling thread's latest rectified pair or coloured cloud was made, system
+/// Timestamp of the raw pair from which the calling thread's latest rectified pair or coloured cloud was made, system
 /// microseconds. The operations themselves give none, or another.
-inline thread_local std::int64_t stampOfInput = 0;
+inline thread_local std::int64_t inputTimestamp = 0;
 
 /// A camera that notes what it does, without a thread or lock of its own: it looks where the camera's own threads call
 /// through the virtual table anyway.
@@ -24,9 +24,10 @@ inline thread_local std::int64_t stampOfInput = 0;
 /// - The disparity worker comes for each pair through the four-argument `getRectStereoFrame`. By then it has published
 ///   the disparity before and has held it for its readers, for a millisecond; that is the moment that is noted. While
 ///   it is measured, nobody else may call that form.
-/// - `getStereoFrame` notes the stamp for the calling thread, since the two-argument `getRectStereoFrame` gives none.
+/// - `getStereoFrame` notes the timestamp for the calling thread, since the two-argument `getRectStereoFrame` gives
+/// none.
 /// - The two-image `getDepthFrame`, which the coloured cloud calls while it holds the disparity's mutex, notes the
-///   stamp of the disparity. Other callers must hold that mutex too.
+///   timestamp of the disparity. Other callers must hold that mutex too.
 template <typename Camera>
 class MeasuredCamera final : public Camera {
 public:
@@ -42,7 +43,7 @@ public:
       record.framesMissed = [source] { return source->framesMissed(); };
     }
     record.deviceRate = [this] { return this->m_videoCapture->get(cv::CAP_PROP_FPS); };
-    // The reading thread is the only one that writes this stamp, so it needs no lock to look at it.
+    // The reading thread is the only one that writes this timestamp, so it needs no lock to look at it.
     this->m_videoCapture =
         new MeasuredCapture(std::move(device), record, [this] { return this->m_rawFrame.timestamp; });
   }
@@ -58,22 +59,22 @@ public:
 
   bool getStereoFrame(cv::Mat& left, cv::Mat& right, std::chrono::microseconds& timestamp) override {
     const bool got = Camera::getStereoFrame(left, right, timestamp);
-    stampOfInput = got ? timestamp.count() : 0;
+    inputTimestamp = got ? timestamp.count() : 0;
     return got;
   }
 
   bool getRectStereoFrame(cv::Mat& left, cv::Mat& right, cv::Mat& view, std::chrono::microseconds& timestamp) override {
     // Written by the disparity worker alone, which this is.
-    const std::int64_t stamp = this->m_disparityFrame.timestamp.count();
-    if (stamp != m_disparityStamp) {
-      m_disparityStamp = stamp;
-      m_record.disparities.add({stamp, systemMicroseconds(), threadMicroseconds()});
+    const std::int64_t published = this->m_disparityFrame.timestamp.count();
+    if (published != m_disparityTimestamp) {
+      m_disparityTimestamp = published;
+      m_record.disparities.add({published, systemMicroseconds(), threadMicroseconds()});
     }
     return Camera::getRectStereoFrame(left, right, view, timestamp);
   }
 
   void getDepthFrame(cv::Mat& disparity, cv::Mat& depth) override {
-    stampOfInput = this->m_disparityFrame.timestamp.count();
+    inputTimestamp = this->m_disparityFrame.timestamp.count();
     Camera::getDepthFrame(disparity, depth);
   }
 
@@ -85,7 +86,7 @@ public:
 
 private:
   RunRecord& m_record;
-  std::int64_t m_disparityStamp = 0;
+  std::int64_t m_disparityTimestamp = 0;
 };
 
 }  // namespace stereo::app

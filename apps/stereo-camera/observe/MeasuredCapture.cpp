@@ -6,12 +6,12 @@
 namespace stereo::app {
 
 MeasuredCapture::MeasuredCapture(std::unique_ptr<cv::VideoCapture> device, RunRecord& record,
-                                 std::function<std::chrono::microseconds()> newestStamp)
-    : WrappedDevice(std::move(device)), m_record(record), m_newestStamp(std::move(newestStamp)) {}
+                                 std::function<std::chrono::microseconds()> newestTimestamp)
+    : WrappedDevice(std::move(device)), m_record(record), m_newestTimestamp(std::move(newestTimestamp)) {}
 
 template <typename Ask>
 bool MeasuredCapture::measure(Ask ask) {
-  m_record.published(m_newestStamp().count());
+  m_record.published(m_newestTimestamp().count());
   DeviceFrame frame;
   frame.cpu = threadMicroseconds();
   frame.called = systemMicroseconds();

@@ -18,10 +18,10 @@ namespace stereo::app {
 /// device's own.
 class MeasuredCapture final : public WrappedDevice {
 public:
-  /// `newestStamp` tells the stamp of the raw frame that was published last. It is called by the reading thread before
-  /// each read, and so tells what became of the frame before. The record outlives this object.
+  /// `newestTimestamp` tells the timestamp of the raw frame that was published last. It is called by the reading thread
+  /// before each read, and so tells what became of the frame before. The record outlives this object.
   MeasuredCapture(std::unique_ptr<cv::VideoCapture> device, RunRecord& record,
-                  std::function<std::chrono::microseconds()> newestStamp);
+                  std::function<std::chrono::microseconds()> newestTimestamp);
 
   bool read(cv::OutputArray image) override;
   bool grab() override;
@@ -31,7 +31,7 @@ private:
   bool measure(Ask ask);
 
   RunRecord& m_record;
-  const std::function<std::chrono::microseconds()> m_newestStamp;
+  const std::function<std::chrono::microseconds()> m_newestTimestamp;
 };
 
 }  // namespace stereo::app

@@ -15,14 +15,14 @@ namespace stereo::app {
 /// A wrapped device that hands a copy of each frame to a recorder. Read by one thread at a time.
 class RecordedCapture final : public WrappedDevice {
 public:
-  /// `newestStamp` tells the stamp of the raw frame that was published last. It is called by the reading thread before
-  /// each read, and so tells what became of the frame before. The recorder outlives this object.
+  /// `newestTimestamp` tells the timestamp of the raw frame that was published last. It is called by the reading thread
+  /// before each read, and so tells what became of the frame before. The recorder outlives this object.
   RecordedCapture(std::unique_ptr<cv::VideoCapture> wrapped, sources::Recorder& recorder,
-                  std::function<std::chrono::microseconds()> newestStamp)
-      : WrappedDevice(std::move(wrapped)), m_recorder(recorder), m_newestStamp(std::move(newestStamp)) {}
+                  std::function<std::chrono::microseconds()> newestTimestamp)
+      : WrappedDevice(std::move(wrapped)), m_recorder(recorder), m_newestTimestamp(std::move(newestTimestamp)) {}
 
   bool read(cv::OutputArray image) override {
-    m_recorder.published(m_newestStamp());
+    m_recorder.published(m_newestTimestamp());
     if (!device().read(image) || image.empty()) {
       return false;
     }
@@ -32,11 +32,11 @@ public:
 
 private:
   sources::Recorder& m_recorder;
-  const std::function<std::chrono::microseconds()> m_newestStamp;
+  const std::function<std::chrono::microseconds()> m_newestTimestamp;
 };
 
-/// A `model::HostCamera` whose published frames are recorded as its device delivered them, with the stamps that it gave
-/// them.
+/// A `model::HostCamera` whose published frames are recorded as its device delivered them, with the timestamps that it
+/// gave them.
 template <typename Camera>
 class RecordingCamera final : public Camera {
 public:
@@ -46,7 +46,7 @@ public:
       : Camera(std::forward<Arguments>(arguments)...), m_recorder(recorder) {
     if (this->m_videoCapture != nullptr) {
       std::unique_ptr<cv::VideoCapture> device(std::exchange(this->m_videoCapture, nullptr));
-      // The reading thread is the only one that writes this stamp, so it needs no lock to look at it.
+      // The reading thread is the only one that writes this timestamp, so it needs no lock to look at it.
       this->m_videoCapture =
           new RecordedCapture(std::move(device), recorder, [this] { return this->m_rawFrame.timestamp; });
     }

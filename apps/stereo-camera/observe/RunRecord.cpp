@@ -18,14 +18,14 @@ std::int64_t threadMicroseconds() {
   return std::int64_t{used.tv_sec} * 1'000'000 + used.tv_nsec / 1000;
 }
 
-void RunRecord::published(std::int64_t stamp) {
-  if (stamp == m_newest) {
+void RunRecord::published(std::int64_t timestamp) {
+  if (timestamp == m_newest) {
     return;
   }
-  m_newest = stamp;
+  m_newest = timestamp;
   // A list that is full no longer has the frame that this belongs to.
   if (frames.count() > 0 && frames.count() == frames.kept().size()) {
-    frames.kept().back().published = stamp;
+    frames.kept().back().published = timestamp;
   }
 }
 

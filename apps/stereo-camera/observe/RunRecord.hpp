@@ -8,7 +8,7 @@
 
 namespace stereo::app {
 
-/// Microseconds since the epoch of `std::chrono::system_clock`, the clock of the frames' stamps.
+/// Microseconds since the epoch of `std::chrono::system_clock`, the clock of the frames' timestamps.
 std::int64_t systemMicroseconds();
 /// Processor time that the calling thread has used so far, microseconds.
 std::int64_t threadMicroseconds();
@@ -17,15 +17,15 @@ std::int64_t threadMicroseconds();
 struct DeviceFrame {
   std::int64_t called = 0;     ///< when the read that got it was called, system microseconds
   std::int64_t returned = 0;   ///< when that read came back
-  std::int64_t published = 0;  ///< stamp that the camera gave it; 0: read but never published
+  std::int64_t published = 0;  ///< timestamp that the camera gave it; 0: read but never published
   std::int64_t cpu = 0;        ///< `threadMicroseconds` of the reading thread when the read was called
 };
 
 /// One result that came to be.
 struct Product {
-  std::int64_t stamp = 0;   ///< of the raw frame it goes back to or, where the kind says so, that it came with
-  std::int64_t inHand = 0;  ///< when it was there, system microseconds
-  std::int64_t cpu = 0;     ///< `threadMicroseconds` of the thread that has it, then
+  std::int64_t timestamp = 0;  ///< of the raw frame it goes back to or, where the kind says so, that it came with
+  std::int64_t inHand = 0;     ///< when it was there, system microseconds
+  std::int64_t cpu = 0;        ///< `threadMicroseconds` of the thread that has it, then
 };
 
 /// A list that stops growing at its capacity, and counts on. Its memory is set aside at construction, so that adding
@@ -63,12 +63,12 @@ struct RunRecord {
 
   explicit RunRecord(std::size_t capacity = defaultCapacity) : frames(capacity), disparities(capacity) {}
 
-  /// The camera published a raw frame with this stamp, if it is another than the latest: notes it with the device's
+  /// The camera published a raw frame with this timestamp, if it is another than the latest: notes it with the device's
   /// newest frame. The thread that reads the device, or any once that has ended.
-  void published(std::int64_t stamp);
+  void published(std::int64_t timestamp);
 
   BoundedList<DeviceFrame> frames;
-  /// Stamp of the raw pair; in hand when the disparity worker, having published, came for the next pair.
+  /// Timestamp of the raw pair; in hand when the disparity worker, having published, came for the next pair.
   BoundedList<Product> disparities;
   std::atomic<std::uint64_t> framesRead{0};
   /// Frames that were due but that nobody came for, since the device was opened; empty where the device can't tell.
@@ -77,7 +77,7 @@ struct RunRecord {
   std::function<double()> deviceRate;
 
 private:
-  std::int64_t m_newest = 0;  // stamp that was noted last
+  std::int64_t m_newest = 0;  // timestamp that was noted last
 };
 
 }  // namespace stereo::app

@@ -61,7 +61,7 @@ void writeCamera(const std::string& picture, cv::Size rectified, const Writer& o
   const cv::Mat frame = cv::imread(picture, cv::IMREAD_COLOR);
   require(!frame.empty(), "picture in " + picture);
   const std::string calibration = std::filesystem::path(path).replace_extension(".yml").string();
-  std::chrono::microseconds stamp{0};
+  std::chrono::microseconds timestamp{0};
   for (const int mode : {1, 2}) {
     for (const int matcher : {0, 1}) {
       const std::string life = name + "-mode" + std::to_string(mode) + (matcher == 0 ? "-semiglobal" : "-block");
@@ -74,10 +74,10 @@ void writeCamera(const std::string& picture, cv::Size rectified, const Writer& o
       cv::Mat view;
       if (matcher == 0) {
         if (mode == 1) {
-          require(camera->getRawFrame(view, stamp), "raw frame of " + life);
+          require(camera->getRawFrame(view, timestamp), "raw frame of " + life);
           out.write(name + "-raw", view);
         }
-        require(camera->getRectStereoFrame(left, right, view, stamp), "rectified pair of " + life);
+        require(camera->getRectStereoFrame(left, right, view, timestamp), "rectified pair of " + life);
         out.write(life + "-left", left);
         out.write(life + "-right", right);
         out.write(life + "-view", view);
@@ -92,10 +92,10 @@ void writeCamera(const std::string& picture, cv::Size rectified, const Writer& o
       std::vector<cv::Vec3f> plain;
       std::vector<PCL> coloured;
       // A cloud comes with a disparity, so there is one afterwards.
-      static_cast<void>(camera->getPointCloud(plain, stamp));
-      static_cast<void>(camera->getPointCloud(coloured, stamp));
+      static_cast<void>(camera->getPointCloud(plain, timestamp));
+      static_cast<void>(camera->getPointCloud(coloured, timestamp));
       cv::Mat colours;
-      require(camera->getDepthFrame(colours, true, stamp), "depth of " + life);
+      require(camera->getDepthFrame(colours, true, timestamp), "depth of " + life);
       camera->stopStereoCompute();
       camera->stopCapture();
       cv::Mat disparity = camera->m_disparityFrame.second.clone();

@@ -24,15 +24,15 @@ void awaitOrder(StereoCamera& camera, const Pattern& pattern) {
     ASSERT_LT(i, most) << "numbers never rise";
     cv::Mat left;
     cv::Mat right;
-    microseconds stamp{};
-    ASSERT_TRUE(camera.getStereoFrame(left, right, stamp));
+    microseconds timestamp{};
+    ASSERT_TRUE(camera.getStereoFrame(left, right, timestamp));
     const int number = pattern.read(left, false);
     rising = number > last ? rising + 1 : 0;
     last = number;
   }
 }
 
-/// Takes `count` pairs: both eyes must show the same number, a higher one each time, and carry a later stamp. Pairs
+/// Takes `count` pairs: both eyes must show the same number, a higher one each time, and carry a later timestamp. Pairs
 /// without a number that can be read, or with one that is no higher, are passed over, as many as `count` at most: the
 /// loopback module guards none of its buffers, so now and then one is read that the feeder fills meanwhile, or again.
 void expectNumberedFrames(StereoCamera& camera, cv::Size size, int count) {
@@ -41,17 +41,17 @@ void expectNumberedFrames(StereoCamera& camera, cv::Size size, int count) {
   int last = -1;
   int missed = 0;
   int passedOver = 0;
-  microseconds lastStamp{0};
+  microseconds lastTimestamp{0};
   for (int whole = 0; whole < count;) {
     cv::Mat left;
     cv::Mat right;
-    microseconds stamp{};
-    ASSERT_TRUE(camera.getStereoFrame(left, right, stamp));
+    microseconds timestamp{};
+    ASSERT_TRUE(camera.getStereoFrame(left, right, timestamp));
     const int number = pattern.read(left, false);
     ASSERT_EQ(left.size(), cv::Size(size.width / 2, size.height));
     ASSERT_EQ(left.type(), CV_8UC3);
-    EXPECT_GT(stamp, lastStamp);
-    lastStamp = stamp;
+    EXPECT_GT(timestamp, lastTimestamp);
+    lastTimestamp = timestamp;
     if (number <= last) {
       ASSERT_LT(passedOver++, count) << "number " << number << " after " << last << ", and " << whole << " whole pairs";
       continue;
@@ -62,7 +62,7 @@ void expectNumberedFrames(StereoCamera& camera, cv::Size size, int count) {
     missed += last < 0 ? 0 : number - last - 1;
     last = number;
   }
-  const auto age = std::chrono::system_clock::now().time_since_epoch() - lastStamp;
+  const auto age = std::chrono::system_clock::now().time_since_epoch() - lastTimestamp;
   EXPECT_LT(age, std::chrono::seconds(10));
   EXPECT_EQ(camera.getRawFrameSize(), size);
   std::printf("%d frames of %d x %d, %d missed between them, %d passed over\n", count, size.width, size.height, missed,
@@ -131,8 +131,8 @@ TEST_F(Device, DeliversTheSizeThatItHasWhenAskedForAnother) {
   ASSERT_TRUE(camera.startCapture(false, false));
   cv::Mat left;
   cv::Mat right;
-  microseconds stamp{};
-  ASSERT_TRUE(camera.getStereoFrame(left, right, stamp));
+  microseconds timestamp{};
+  ASSERT_TRUE(camera.getStereoFrame(left, right, timestamp));
   std::printf("frames of %d x %d\n", 2 * left.cols, left.rows);
   EXPECT_EQ(camera.getRawFrameSize(), cv::Size(2 * left.cols, left.rows));
 }
@@ -143,8 +143,8 @@ TEST_F(Device, RawFrameHoldsBothEyesSideBySide) {
   ASSERT_TRUE(camera.setRawFrameSize(halfSize));
   ASSERT_TRUE(camera.startCapture(false, false));
   cv::Mat raw;
-  microseconds stamp{};
-  ASSERT_TRUE(camera.getRawFrame(raw, stamp));
+  microseconds timestamp{};
+  ASSERT_TRUE(camera.getRawFrame(raw, timestamp));
   ASSERT_EQ(raw.size(), halfSize);
   const Pattern pattern(halfSize);
   const int number = pattern.read(raw(cv::Rect(0, 0, 464, 400)), false);
@@ -180,12 +180,12 @@ TEST_F(Device, GivesEveryProduct) {
     cv::Mat left;
     cv::Mat right;
     cv::Mat view;
-    microseconds stamp{};
+    microseconds timestamp{};
     ASSERT_TRUE(camera.getRectStereoFrame(left, right));
     EXPECT_EQ(left.size(), size);
     EXPECT_EQ(right.size(), size);
     EXPECT_GT(cv::mean(left)[0], 10) << "not black";
-    ASSERT_TRUE(camera.getRectStereoFrame(left, right, view, stamp));
+    ASSERT_TRUE(camera.getRectStereoFrame(left, right, view, timestamp));
     EXPECT_EQ(view.size(), size);
     ASSERT_TRUE(camera.startStereoCompute());
     const auto start = std::chrono::steady_clock::now();
@@ -195,12 +195,12 @@ TEST_F(Device, GivesEveryProduct) {
     };
     // The three-argument read is coloured whatever is asked for.
     cv::Mat colored;
-    ASSERT_TRUE(
-        await([&] { return camera.getDepthFrame(colored, true, stamp) && cv::countNonZero(colored.reshape(1)) > 0; },
-              productLimit));
+    ASSERT_TRUE(await(
+        [&] { return camera.getDepthFrame(colored, true, timestamp) && cv::countNonZero(colored.reshape(1)) > 0; },
+        productLimit));
     EXPECT_EQ(colored.size(), size);
     EXPECT_EQ(colored.type(), CV_8UC3);
-    EXPECT_GT(stamp.count(), 0);
+    EXPECT_GT(timestamp.count(), 0);
     say("coloured depth");
     cv::Mat depth;
     cv::Mat disparity = camera.latestDisparity().second;
@@ -210,11 +210,11 @@ TEST_F(Device, GivesEveryProduct) {
     const int near = cv::countNonZero(depth > 0);
     EXPECT_GT(near, 1000);
     std::vector<cv::Vec3f> points;
-    ASSERT_TRUE(await([&] { return camera.getPointCloud(points, stamp) && !points.empty(); }, productLimit));
+    ASSERT_TRUE(await([&] { return camera.getPointCloud(points, timestamp) && !points.empty(); }, productLimit));
     say("cloud");
     std::vector<PCL> coloredPoints;
     ASSERT_TRUE(
-        await([&] { return camera.getPointCloud(coloredPoints, stamp) && !coloredPoints.empty(); }, productLimit));
+        await([&] { return camera.getPointCloud(coloredPoints, timestamp) && !coloredPoints.empty(); }, productLimit));
     say("coloured cloud");
     std::printf("depth mode %d: %d pixels with depth, %zu points, %zu coloured\n", mode, near, points.size(),
                 coloredPoints.size());

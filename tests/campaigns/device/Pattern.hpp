@@ -49,7 +49,7 @@ public:
   }
 
   /// Writes the number over both eyes of a YUYV frame.
-  void stamp(std::uint8_t* frame, unsigned number) const {
+  void timestamp(std::uint8_t* frame, unsigned number) const {
     for (int side = 0; side < 2; ++side) {
       for (int bit = 0; bit < bits; ++bit) {
         const bool isWhite = (((number >> (bits - 1 - bit)) & 1U) != 0) != (side == 1);

@@ -121,8 +121,8 @@ TEST_F(Device, SharesAndStreamsBesideItsReaders) {
     const Clock::time_point end = Clock::now() + productLimit;
     while ((taken < 3 || readable < 4) && Clock::now() < end) {
       cv::Mat frame;
-      microseconds stamp{};
-      ASSERT_TRUE(camera.getRawFrame(frame, stamp));
+      microseconds timestamp{};
+      ASSERT_TRUE(camera.getRawFrame(frame, timestamp));
       sent.push_back(frame);
       readable += pattern.read(frame.colRange(0, eye), false) >= 0 ? 1 : 0;
       taken += consumer.takes() ? 1 : 0;

@@ -51,9 +51,9 @@ double timeToStop(StereoCamera& camera, const char* what, Remedy remedy) {
 void takeFrames(StereoCamera& camera, int count) {
   cv::Mat left;
   cv::Mat right;
-  std::chrono::microseconds stamp{};
+  std::chrono::microseconds timestamp{};
   for (int i = 0; i < count; ++i) {
-    ASSERT_TRUE(camera.getStereoFrame(left, right, stamp));
+    ASSERT_TRUE(camera.getStereoFrame(left, right, timestamp));
   }
 }
 

@@ -123,7 +123,7 @@ public:
       index = free.index;
     }
     std::memcpy(m_buffers[index], pixels.data(), pixels.size());
-    pattern.stamp(m_buffers[index], number);
+    pattern.timestamp(m_buffers[index], number);
     v4l2_buffer full = buffer(index);
     full.bytesused = static_cast<unsigned>(pixels.size());
     full.field = V4L2_FIELD_NONE;

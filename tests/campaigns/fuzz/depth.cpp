@@ -178,12 +178,12 @@ void tryColoured(TestCamera& camera, const Case& given, int output) {
                                     : cv::Mat(given.disparity.dims == 2 ? given.disparity.size() : cv::Size(2, 2),
                                               CV_8UC3, cv::Scalar(9, 9, 9));
   const cv::Mat former = copyOf(picture);
-  std::chrono::microseconds stamp{0};
+  std::chrono::microseconds timestamp{0};
   bool has = false;
   camera.m_isComputing = true;
-  const bool refused = isRefused([&] { has = camera.getDepthFrame(picture, true, stamp); });
+  const bool refused = isRefused([&] { has = camera.getDepthFrame(picture, true, timestamp); });
   camera.m_isComputing = false;
-  require(stamp.count() == 77, "the stamp is the newest frame's");
+  require(timestamp.count() == 77, "the stamp is the newest frame's");
   if (given.disparity.empty()) {
     require(!refused && !has, "no disparity, no picture");
     requireSame("picture left alone", baseline::difference(former, picture).c_str());
@@ -204,12 +204,12 @@ template <typename Point, typename PlainForm>
 void tryCloud(TestCamera& camera, const Case& given, bool suits, const char* what, const PlainForm& plainForm) {
   std::vector<Point> points(1);
   std::vector<Point> expected(1);
-  std::chrono::microseconds stamp{0};
+  std::chrono::microseconds timestamp{0};
   bool has = false;
-  const bool refused = isRefused([&] { has = camera.getPointCloud(points, stamp); });
+  const bool refused = isRefused([&] { has = camera.getPointCloud(points, timestamp); });
   require(refused == !(given.hasCloud && suits), "images that do not suit are refused, and nothing else");
   if (!refused) {
-    require(has && stamp.count() == 77, "with one point there before there is a cloud");
+    require(has && timestamp.count() == 77, "with one point there before there is a cloud");
     plainForm(expected);
   }
   requireSame(what, baseline::difference(expected, points).c_str());

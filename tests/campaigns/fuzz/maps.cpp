@@ -84,8 +84,9 @@ void readThrough(EyesCamera& camera, const cv::Mat& map1, const cv::Mat& map2, c
   cv::Mat left;
   cv::Mat right;
   cv::Mat view;
-  std::chrono::microseconds stamp{0};
-  require(camera.getRectStereoFrame(left, right, view, stamp) && stamp.count() == 5, "there is a rectified frame");
+  std::chrono::microseconds timestamp{0};
+  require(camera.getRectStereoFrame(left, right, view, timestamp) && timestamp.count() == 5,
+          "there is a rectified frame");
   cv::Mat expected[2];
   for (int eye = 0; eye < 2; ++eye) {
     cv::remap(camera.eyes[eye], expected[eye], columns, rows, cv::INTER_LINEAR, cv::BORDER_CONSTANT, cv::Scalar());

@@ -52,8 +52,8 @@ constexpr int readKinds = 8;
 const cv::Size rectSize(80, 48);
 
 // Of the pair that the calling thread's rectified read was made from; 0 if it got none. Two forms of that read give no
-// stamp, and all of them leave outputs that were filled before as they are when there is no pair.
-thread_local microseconds stampOfPair{0};
+// timestamp, and all of them leave outputs that were filled before as they are when there is no pair.
+thread_local microseconds pairTimestamp{0};
 
 class StormCamera : public TestCamera {
 public:
@@ -75,7 +75,7 @@ public:
 
   bool getStereoFrame(cv::Mat& left, cv::Mat& right, microseconds& timestamp) override {
     const bool got = TestCamera::getStereoFrame(left, right, timestamp);
-    stampOfPair = got ? timestamp : microseconds(0);
+    pairTimestamp = got ? timestamp : microseconds(0);
     return got;
   }
 
@@ -85,7 +85,7 @@ public:
 struct Reading {
   int kind;
   microseconds called;
-  microseconds stamp;
+  microseconds timestamp;
   std::vector<cv::Mat> images;
 };
 
@@ -101,17 +101,17 @@ cv::Mat remapped(const cv::Mat& frame, int eye, const cv::Mat (&maps)[2][2]) {
 }
 
 // Reads once in the way of this kind, into images that may be filled already; empty if there was nothing.
-std::vector<cv::Mat> readOnce(StormCamera& camera, int kind, std::array<cv::Mat, 3>& held, microseconds& stamp) {
+std::vector<cv::Mat> readOnce(StormCamera& camera, int kind, std::array<cv::Mat, 3>& held, microseconds& timestamp) {
   auto& [a, b, c] = held;
   std::vector<cv::Vec3f> plain;
   std::vector<PCL> coloured;
   std::vector<cv::Mat> images;
-  stampOfPair = microseconds(0);
+  pairTimestamp = microseconds(0);
   switch (kind) {
     case 0:
-      return camera.getRawFrame(a, stamp) ? std::vector{a.clone()} : images;
+      return camera.getRawFrame(a, timestamp) ? std::vector{a.clone()} : images;
     case 1:
-      return camera.getStereoFrame(a, b, stamp) ? std::vector{a.clone(), b.clone()} : images;
+      return camera.getStereoFrame(a, b, timestamp) ? std::vector{a.clone(), b.clone()} : images;
     case 2:
       camera.getRectStereoFrame(a, b);
       images = {a.clone(), b.clone()};
@@ -121,32 +121,32 @@ std::vector<cv::Mat> readOnce(StormCamera& camera, int kind, std::array<cv::Mat,
       images = {a.clone(), b.clone(), c.clone()};
       break;
     case 4:
-      camera.getRectStereoFrame(a, b, c, stamp);
+      camera.getRectStereoFrame(a, b, c, timestamp);
       images = {a.clone(), b.clone(), c.clone()};
       break;
     case 5:
-      return camera.getDepthFrame(a, true, stamp) ? std::vector{a.clone()} : images;
+      return camera.getDepthFrame(a, true, timestamp) ? std::vector{a.clone()} : images;
     case 6:
-      return camera.getPointCloud(plain, stamp) ? std::vector{cv::Mat(plain, true)} : images;
+      return camera.getPointCloud(plain, timestamp) ? std::vector{cv::Mat(plain, true)} : images;
     default:
-      return camera.getPointCloud(coloured, stamp) ? std::vector{cv::Mat(1, 1, CV_8U)} : images;
+      return camera.getPointCloud(coloured, timestamp) ? std::vector{cv::Mat(1, 1, CV_8U)} : images;
   }
-  if (stampOfPair.count() == 0) {
+  if (pairTimestamp.count() == 0) {
     return {};
   }
-  stamp = stampOfPair;
+  timestamp = pairTimestamp;
   return images;
 }
 
 // What is wrong with a reading; empty if nothing is.
 std::string faultIn(const Reading& reading, const StormCamera& camera) {
-  const cv::Mat* const frame = camera.noted->published(reading.stamp);
+  const cv::Mat* const frame = camera.noted->published(reading.timestamp);
   if (frame == nullptr) {
     return "a stamp that no published frame has";
   }
-  // A cloud's stamp is that of the newest raw frame there was, which may have been published before the call: what is
-  // waited for is the next disparity, and that takes a while to make.
-  if (reading.stamp < reading.called && reading.kind < 6) {
+  // A cloud's timestamp is that of the newest raw frame there was, which may have been published before the call: what
+  // is waited for is the next disparity, and that takes a while to make.
+  if (reading.timestamp < reading.called && reading.kind < 6) {
     return "a frame older than the call";
   }
   std::vector<cv::Mat> expected;
@@ -178,7 +178,7 @@ std::string faultIn(const Reading& reading, const StormCamera& camera) {
   return "";
 }
 
-// The worker's last result: view, disparity and stamp have to be one frame's.
+// The worker's last result: view, disparity and timestamp have to be one frame's.
 std::string faultInDisparity(const StormCamera& camera) {
   const StereoCamera::TimeFrame& result = camera.m_disparityFrame;
   if (result.timestamp.count() == 0) {
@@ -252,10 +252,10 @@ Result live(std::uint64_t seed) {
       // Without a disparity worker the coloured depth fails at once: once is enough.
       for (bool again = true; again && !over; again = computes || kind != 5) {
         const microseconds called = now();
-        microseconds stamp{0};
-        std::vector<cv::Mat> images = readOnce(camera, kind, held, stamp);
+        microseconds timestamp{0};
+        std::vector<cv::Mat> images = readOnce(camera, kind, held, timestamp);
         if (!images.empty()) {
-          readings[static_cast<std::size_t>(kind)].push_back({kind, called, stamp, std::move(images)});
+          readings[static_cast<std::size_t>(kind)].push_back({kind, called, timestamp, std::move(images)});
         }
       }
     });
@@ -352,15 +352,15 @@ TEST(FaultyCamera, StopReleasesAReaderAndEndsWithTheStall) {
     std::thread reader([&] {
       cv::Mat left(1, 1, CV_8U, cv::Scalar(7));
       cv::Mat right;
-      microseconds stamp{5};
-      while (camera.getStereoFrame(left, right, stamp)) {
+      microseconds timestamp{5};
+      while (camera.getStereoFrame(left, right, timestamp)) {
         left = cv::Mat(1, 1, CV_8U, cv::Scalar(7));
         right = cv::Mat();
-        stamp = microseconds(5);
+        timestamp = microseconds(5);
       }
       EXPECT_EQ(left.size(), cv::Size(1, 1));
       EXPECT_TRUE(right.empty());
-      EXPECT_EQ(stamp, microseconds(5));
+      EXPECT_EQ(timestamp, microseconds(5));
       ++released;
     });
     std::thread stopper([&] {

@@ -92,16 +92,16 @@ TEST(Load, AllReadersBothWorkersAndCyclesForAMinute) {
           cv::Mat a;
           cv::Mat b;
           cv::Mat c;
-          microseconds stamp{0};
+          microseconds timestamp{0};
           std::vector<cv::Vec3f> plain;
           std::vector<PCL> coloured;
           bool got = false;
           switch (kind) {
             case 0:
-              got = camera.getRawFrame(a, stamp);
+              got = camera.getRawFrame(a, timestamp);
               break;
             case 1:
-              got = camera.getStereoFrame(a, b, stamp);
+              got = camera.getStereoFrame(a, b, timestamp);
               break;
             case 2:
               got = camera.getRectStereoFrame(a, b);
@@ -110,16 +110,16 @@ TEST(Load, AllReadersBothWorkersAndCyclesForAMinute) {
               got = camera.getRectStereoFrame(a, b, c);
               break;
             case 4:
-              got = camera.getRectStereoFrame(a, b, c, stamp);
+              got = camera.getRectStereoFrame(a, b, c, timestamp);
               break;
             case 5:
-              got = camera.getDepthFrame(a, true, stamp);
+              got = camera.getDepthFrame(a, true, timestamp);
               break;
             case 6:
-              got = camera.getPointCloud(plain, stamp);
+              got = camera.getPointCloud(plain, timestamp);
               break;
             default:
-              got = camera.getPointCloud(coloured, stamp);
+              got = camera.getPointCloud(coloured, timestamp);
               break;
           }
           if (got) {

@@ -11,7 +11,7 @@ namespace stereo::soak {
 
 namespace {
 
-const char* const unknownStamp = "a stamp that no published frame has";
+const char* const unknownTimestamp = "a stamp that no published frame has";
 
 // Quick where all is right. What differs in its bits may still be the same: two NaN are.
 std::string differenceOf(const cv::Mat& expected, const cv::Mat& actual) {
@@ -25,25 +25,25 @@ std::string differenceOf(const cv::Mat& expected, const cv::Mat& actual) {
 
 }  // namespace
 
-std::string Checks::stamp(Stamp stamp, Stamp earliest, Stamp last, bool again) const {
+std::string Checks::timestamp(Stamp timestamp, Stamp earliest, Stamp last, bool again) const {
   ++m_made;
-  const std::optional<Delivery> frame = m_ledger.published(stamp);
+  const std::optional<Delivery> frame = m_ledger.published(timestamp);
   if (!frame) {
-    return unknownStamp;
+    return unknownTimestamp;
   }
-  if (stamp < earliest) {
+  if (timestamp < earliest) {
     return "frame " + std::to_string(frame->number) + ", published before the read began";
   }
-  if (stamp < last || (stamp == last && !again)) {
+  if (timestamp < last || (timestamp == last && !again)) {
     return "frame " + std::to_string(frame->number) + ", no newer than the read before";
   }
   return {};
 }
 
-std::string Checks::eyes(const cv::Mat& left, const cv::Mat& right, Stamp stamp) const {
-  const std::optional<Delivery> frame = m_ledger.published(stamp);
+std::string Checks::eyes(const cv::Mat& left, const cv::Mat& right, Stamp timestamp) const {
+  const std::optional<Delivery> frame = m_ledger.published(timestamp);
   if (!frame) {
-    return unknownStamp;
+    return unknownTimestamp;
   }
   const Picture& picture = m_book.of(frame->number);
   for (int eye = 0; eye < 2; ++eye) {
@@ -56,9 +56,9 @@ std::string Checks::eyes(const cv::Mat& left, const cv::Mat& right, Stamp stamp)
   return {};
 }
 
-std::string Checks::joinedEyes(const cv::Mat& frame, Stamp stamp) const {
+std::string Checks::joinedEyes(const cv::Mat& frame, Stamp timestamp) const {
   const int width = frame.cols / 2;
-  return eyes(frame.colRange(0, width), frame.colRange(width, frame.cols), stamp);
+  return eyes(frame.colRange(0, width), frame.colRange(width, frame.cols), timestamp);
 }
 
 std::string Checks::compare(const std::vector<Named>& images, std::uint32_t number) const {
@@ -72,20 +72,20 @@ std::string Checks::compare(const std::vector<Named>& images, std::uint32_t numb
   return {};
 }
 
-std::string Checks::perspectivePair(const cv::Mat& left, const cv::Mat& right, Stamp stamp) const {
-  const std::optional<Delivery> frame = m_ledger.published(stamp);
+std::string Checks::perspectivePair(const cv::Mat& left, const cv::Mat& right, Stamp timestamp) const {
+  const std::optional<Delivery> frame = m_ledger.published(timestamp);
   if (!frame) {
-    return unknownStamp;
+    return unknownTimestamp;
   }
   const Picture& picture = m_book.of(frame->number);
   return compare({{"left view", picture.perspective[0], left}, {"right view", picture.perspective[1], right}},
                  frame->number);
 }
 
-std::string Checks::depthPair(const cv::Mat& left, const cv::Mat& right, const cv::Mat& view, Stamp stamp) const {
-  const std::optional<Delivery> frame = m_ledger.published(stamp);
+std::string Checks::depthPair(const cv::Mat& left, const cv::Mat& right, const cv::Mat& view, Stamp timestamp) const {
+  const std::optional<Delivery> frame = m_ledger.published(timestamp);
   if (!frame) {
-    return unknownStamp;
+    return unknownTimestamp;
   }
   const Picture& picture = m_book.of(frame->number);
   const cv::Mat(&pair)[2] = m_depthMode == 1 ? picture.lonLat : picture.perspective;
@@ -94,12 +94,13 @@ std::string Checks::depthPair(const cv::Mat& left, const cv::Mat& right, const c
       frame->number);
 }
 
-std::string Checks::disparity(const cv::Mat& view, const cv::Mat& disparity, const cv::Mat& metric, Stamp stamp) const {
-  const std::optional<Delivery> frame = m_ledger.published(stamp);
+std::string Checks::disparity(const cv::Mat& view, const cv::Mat& disparity, const cv::Mat& metric,
+                              Stamp timestamp) const {
+  const std::optional<Delivery> frame = m_ledger.published(timestamp);
   if (!frame) {
-    return unknownStamp;
+    return unknownTimestamp;
   }
-  const DepthProducts& expected = depthOf(frame->number);
+  const DepthResults& expected = depthOf(frame->number);
   return compare({{"view", m_book.of(frame->number).perspective[0], view},
                   {"disparity", expected.disparity, disparity},
                   {"metric depth", expected.metric, metric}},
@@ -126,17 +127,16 @@ std::string Checks::oneOf(const char* name, bool beforeIncluded, Stamp before, S
 
 std::string Checks::colouredDepth(const cv::Mat& picture, Stamp before, Stamp after) const {
   return oneOf("a coloured depth", true, before, after,
-               [&](const DepthProducts& expected) { return differenceOf(expected.coloured, picture).empty(); });
+               [&](const DepthResults& expected) { return differenceOf(expected.coloured, picture).empty(); });
 }
 
 std::string Checks::cloud(const std::vector<cv::Vec3f>& points, Stamp before, Stamp after) const {
-  return oneOf("a cloud", false, before, after, [&](const DepthProducts& expected) {
-    return baseline::difference(expected.plainCloud, points).empty();
-  });
+  return oneOf("a cloud", false, before, after,
+               [&](const DepthResults& expected) { return baseline::difference(expected.plainCloud, points).empty(); });
 }
 
 std::string Checks::cloud(const std::vector<PCL>& points, Stamp before, Stamp after) const {
-  return oneOf("a coloured cloud", false, before, after, [&](const DepthProducts& expected) {
+  return oneOf("a coloured cloud", false, before, after, [&](const DepthResults& expected) {
     return baseline::difference(expected.colouredCloud, points).empty();
   });
 }

@@ -9,7 +9,7 @@
 
 #include <opencv2/core.hpp>
 
-#include "tests/campaigns/soak/Book.hpp"
+#include "tests/campaigns/soak/ExpectedImages.hpp"
 #include "tests/campaigns/soak/Ledger.hpp"
 
 namespace stereo::soak {
@@ -21,26 +21,26 @@ public:
   using Stamp = std::chrono::microseconds;
 
   /// Book and ledger have to outlive this. `depthMode` is 1 or 2, `algorithm` 0 or 1.
-  Checks(const Book& book, const Ledger& ledger, int depthMode, int algorithm)
+  Checks(const ExpectedImages& book, const Ledger& ledger, int depthMode, int algorithm)
       : m_book(book), m_ledger(ledger), m_depthMode(depthMode), m_algorithm(algorithm) {}
 
-  /// A stamp is that of a published frame, not before `earliest` and not before the same reader's last one; `again`
+  /// A timestamp is that of a published frame, not before `earliest` and not before the same reader's last one; `again`
   /// allows the same as the last one.
-  std::string stamp(Stamp stamp, Stamp earliest, Stamp last, bool again) const;
+  std::string timestamp(Stamp timestamp, Stamp earliest, Stamp last, bool again) const;
 
-  /// Both eyes are, to the byte, those of the frame that was published with this stamp.
-  std::string eyes(const cv::Mat& left, const cv::Mat& right, Stamp stamp) const;
+  /// Both eyes are, to the byte, those of the frame that was published with this timestamp.
+  std::string eyes(const cv::Mat& left, const cv::Mat& right, Stamp timestamp) const;
   /// The two eyes side by side.
-  std::string joinedEyes(const cv::Mat& frame, Stamp stamp) const;
+  std::string joinedEyes(const cv::Mat& frame, Stamp timestamp) const;
   /// Perspective views of that frame's eyes.
-  std::string perspectivePair(const cv::Mat& left, const cv::Mat& right, Stamp stamp) const;
+  std::string perspectivePair(const cv::Mat& left, const cv::Mat& right, Stamp timestamp) const;
   /// Views of that frame's eyes that depth is computed from, and the left one's perspective view.
-  std::string depthPair(const cv::Mat& left, const cv::Mat& right, const cv::Mat& view, Stamp stamp) const;
+  std::string depthPair(const cv::Mat& left, const cv::Mat& right, const cv::Mat& view, Stamp timestamp) const;
   /// The disparity of that frame, with its view, and the metres made of it.
-  std::string disparity(const cv::Mat& view, const cv::Mat& disparity, const cv::Mat& metric, Stamp stamp) const;
+  std::string disparity(const cv::Mat& view, const cv::Mat& disparity, const cv::Mat& metric, Stamp timestamp) const;
 
-  // What follows carries no stamp of the disparity that it was made of. The latest disparity's stamp was `before` when
-  // the read began and `after` when it had ended.
+  // What follows carries no timestamp of the disparity that it was made of. The latest disparity's timestamp was
+  // `before` when the read began and `after` when it had ended.
 
   /// The picture of one of the disparities that were the latest in between.
   std::string colouredDepth(const cv::Mat& picture, Stamp before, Stamp after) const;
@@ -58,13 +58,13 @@ private:
     const cv::Mat& actual;
   };
   std::string compare(const std::vector<Named>& images, std::uint32_t number) const;
-  const DepthProducts& depthOf(std::uint32_t number) const {
+  const DepthResults& depthOf(std::uint32_t number) const {
     return m_book.of(number).depth[m_depthMode - 1][m_algorithm];
   }
   template <typename Same>
   std::string oneOf(const char* name, bool beforeIncluded, Stamp before, Stamp after, Same same) const;
 
-  const Book& m_book;
+  const ExpectedImages& m_book;
   const Ledger& m_ledger;
   const int m_depthMode;
   const int m_algorithm;

@@ -5,18 +5,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tests/campaigns/soak/Book.hpp"
 #include "tests/campaigns/soak/Checks.hpp"
+#include "tests/campaigns/soak/ExpectedImages.hpp"
 #include "tests/campaigns/soak/Ledger.hpp"
 #include "tests/campaigns/soak/NumberedDevice.hpp"
 #include "tests/campaigns/soak/Numbering.hpp"
 
 using std::chrono::microseconds;
-using stereo::soak::Book;
 using stereo::soak::Checks;
-using stereo::soak::DepthProducts;
+using stereo::soak::DepthResults;
 using stereo::soak::differenceOfEye;
 using stereo::soak::drawNumber;
+using stereo::soak::ExpectedImages;
 using stereo::soak::Ledger;
 using stereo::soak::now;
 using stereo::soak::numberIn;
@@ -26,8 +26,8 @@ using testing::HasSubstr;
 
 namespace {
 
-const Book& book() {
-  static const Book made({928, 400}, [] {
+const ExpectedImages& book() {
+  static const ExpectedImages made({928, 400}, [] {
     Setting setting;
     setting.pictures = 3;
     setting.rectSize = {160, 144};
@@ -39,7 +39,7 @@ const Book& book() {
 constexpr int depthMode = 2;
 constexpr int algorithm = 1;
 
-const DepthProducts& depthOf(std::uint32_t number) { return book().of(number).depth[depthMode - 1][algorithm]; }
+const DepthResults& depthOf(std::uint32_t number) { return book().of(number).depth[depthMode - 1][algorithm]; }
 
 // An eye as the camera hands it over.
 cv::Mat eyeOf(std::uint32_t number, int eye) {
@@ -68,13 +68,13 @@ protected:
       ledger.asked();
       awaitTick();
       ledger.delivered(number, number <= 10);
-      stamps[number] = now();
+      timestamps[number] = now();
       awaitTick();
     }
   }
 
   Ledger ledger;
-  microseconds stamps[13]{};
+  microseconds timestamps[13]{};
   const Checks checks{book(), ledger, depthMode, algorithm};
 };
 
@@ -103,36 +103,39 @@ TEST(SoakNumbering, EverySinglePixelCounts) {
 
 TEST_F(SoakChecks, LetPassWhatIsRight) {
   const Picture& picture = book().of(12);
-  ledger.matched(stamps[11]);
-  ledger.matched(stamps[12]);
-  EXPECT_EQ(checks.stamp(stamps[12], stamps[11], stamps[11], false), "");
-  EXPECT_EQ(checks.stamp(stamps[12], stamps[12], stamps[12], true), "");
-  EXPECT_EQ(checks.eyes(eyeOf(12, 0), eyeOf(12, 1), stamps[12]), "");
+  ledger.matched(timestamps[11]);
+  ledger.matched(timestamps[12]);
+  EXPECT_EQ(checks.timestamp(timestamps[12], timestamps[11], timestamps[11], false), "");
+  EXPECT_EQ(checks.timestamp(timestamps[12], timestamps[12], timestamps[12], true), "");
+  EXPECT_EQ(checks.eyes(eyeOf(12, 0), eyeOf(12, 1), timestamps[12]), "");
   cv::Mat joined;
   cv::hconcat(eyeOf(12, 0), eyeOf(12, 1), joined);
-  EXPECT_EQ(checks.joinedEyes(joined, stamps[12]), "");
-  EXPECT_EQ(checks.perspectivePair(picture.perspective[0], picture.perspective[1], stamps[12]), "");
-  EXPECT_EQ(checks.depthPair(picture.perspective[0], picture.perspective[1], picture.perspective[0], stamps[12]), "");
+  EXPECT_EQ(checks.joinedEyes(joined, timestamps[12]), "");
+  EXPECT_EQ(checks.perspectivePair(picture.perspective[0], picture.perspective[1], timestamps[12]), "");
+  EXPECT_EQ(checks.depthPair(picture.perspective[0], picture.perspective[1], picture.perspective[0], timestamps[12]),
+            "");
   const Checks angular(book(), ledger, 1, algorithm);
-  EXPECT_EQ(angular.depthPair(picture.lonLat[0], picture.lonLat[1], picture.perspective[0], stamps[12]), "");
-  EXPECT_EQ(checks.disparity(picture.perspective[0], depthOf(12).disparity, depthOf(12).metric, stamps[12]), "");
-  EXPECT_EQ(checks.colouredDepth(depthOf(11).coloured, stamps[11], stamps[12]), "");
-  EXPECT_EQ(checks.colouredDepth(depthOf(12).coloured, stamps[11], stamps[12]), "");
-  EXPECT_EQ(checks.cloud(depthOf(12).plainCloud, stamps[11], stamps[12]), "");
-  EXPECT_EQ(checks.cloud(depthOf(12).colouredCloud, stamps[11], stamps[12]), "");
+  EXPECT_EQ(angular.depthPair(picture.lonLat[0], picture.lonLat[1], picture.perspective[0], timestamps[12]), "");
+  EXPECT_EQ(checks.disparity(picture.perspective[0], depthOf(12).disparity, depthOf(12).metric, timestamps[12]), "");
+  EXPECT_EQ(checks.colouredDepth(depthOf(11).coloured, timestamps[11], timestamps[12]), "");
+  EXPECT_EQ(checks.colouredDepth(depthOf(12).coloured, timestamps[11], timestamps[12]), "");
+  EXPECT_EQ(checks.cloud(depthOf(12).plainCloud, timestamps[11], timestamps[12]), "");
+  EXPECT_EQ(checks.cloud(depthOf(12).colouredCloud, timestamps[11], timestamps[12]), "");
   EXPECT_GT(checks.made(), 0U);
 }
 
 TEST_F(SoakChecks, NoticeStampsOfNoFrameOldOnesAndOnesThatGoBack) {
-  EXPECT_THAT(checks.stamp(microseconds(0), microseconds(0), microseconds(0), false), HasSubstr("no published frame"));
-  EXPECT_THAT(checks.stamp(stamps[10], microseconds(0), microseconds(0), false), HasSubstr("no published frame"));
-  ledger.asked();
-  EXPECT_THAT(checks.stamp(now() + microseconds(10), microseconds(0), microseconds(0), false),
+  EXPECT_THAT(checks.timestamp(microseconds(0), microseconds(0), microseconds(0), false),
               HasSubstr("no published frame"));
-  EXPECT_THAT(checks.stamp(stamps[11], stamps[11] + microseconds(1), microseconds(0), false),
+  EXPECT_THAT(checks.timestamp(timestamps[10], microseconds(0), microseconds(0), false),
+              HasSubstr("no published frame"));
+  ledger.asked();
+  EXPECT_THAT(checks.timestamp(now() + microseconds(10), microseconds(0), microseconds(0), false),
+              HasSubstr("no published frame"));
+  EXPECT_THAT(checks.timestamp(timestamps[11], timestamps[11] + microseconds(1), microseconds(0), false),
               HasSubstr("before the read"));
-  EXPECT_THAT(checks.stamp(stamps[11], microseconds(0), stamps[12], true), HasSubstr("no newer"));
-  EXPECT_THAT(checks.stamp(stamps[12], microseconds(0), stamps[12], false), HasSubstr("no newer"));
+  EXPECT_THAT(checks.timestamp(timestamps[11], microseconds(0), timestamps[12], true), HasSubstr("no newer"));
+  EXPECT_THAT(checks.timestamp(timestamps[12], microseconds(0), timestamps[12], false), HasSubstr("no newer"));
 }
 
 TEST_F(SoakChecks, NoticeTornSwappedAndForeignEyes) {
@@ -141,55 +144,57 @@ TEST_F(SoakChecks, NoticeTornSwappedAndForeignEyes) {
   cv::Mat torn = left.clone();
   const cv::Range lowerHalf(torn.rows / 2, torn.rows);
   eyeOf(11, 0).rowRange(lowerHalf).copyTo(torn.rowRange(lowerHalf));
-  EXPECT_THAT(checks.eyes(torn, right, stamps[12]), HasSubstr("is frame 11's, not frame 12's"));
-  EXPECT_THAT(checks.eyes(left, eyeOf(11, 1), stamps[12]), HasSubstr("right eye: row 0 is frame 11's"));
-  EXPECT_THAT(checks.eyes(right, left, stamps[12]), HasSubstr("left eye"));
-  EXPECT_THAT(checks.eyes(left, right, stamps[11]), HasSubstr("is frame 12's, not frame 11's"));
-  EXPECT_THAT(checks.eyes(left, right, stamps[3]), HasSubstr("no published frame"));
-  EXPECT_THAT(checks.eyes(cv::Mat(), right, stamps[12]), HasSubstr("size"));
+  EXPECT_THAT(checks.eyes(torn, right, timestamps[12]), HasSubstr("is frame 11's, not frame 12's"));
+  EXPECT_THAT(checks.eyes(left, eyeOf(11, 1), timestamps[12]), HasSubstr("right eye: row 0 is frame 11's"));
+  EXPECT_THAT(checks.eyes(right, left, timestamps[12]), HasSubstr("left eye"));
+  EXPECT_THAT(checks.eyes(left, right, timestamps[11]), HasSubstr("is frame 12's, not frame 11's"));
+  EXPECT_THAT(checks.eyes(left, right, timestamps[3]), HasSubstr("no published frame"));
+  EXPECT_THAT(checks.eyes(cv::Mat(), right, timestamps[12]), HasSubstr("size"));
   cv::Mat joined;
   cv::hconcat(right, left, joined);
-  EXPECT_NE(checks.joinedEyes(joined, stamps[12]), "");
+  EXPECT_NE(checks.joinedEyes(joined, timestamps[12]), "");
   // The same picture again, but another frame: the number alone tells.
-  EXPECT_THAT(checks.eyes(eyeOf(15, 0), right, stamps[12]), HasSubstr("is frame 15's"));
+  EXPECT_THAT(checks.eyes(eyeOf(15, 0), right, timestamps[12]), HasSubstr("is frame 15's"));
 }
 
 TEST_F(SoakChecks, NoticeWrongViewsDisparitiesAndDepths) {
   const Picture& picture = book().of(12);
   const cv::Mat(&pair)[2] = picture.perspective;
-  EXPECT_THAT(checks.perspectivePair(withOtherPixel(pair[0]), pair[1], stamps[12]), HasSubstr("left view"));
-  EXPECT_THAT(checks.perspectivePair(pair[0], withOtherPixel(pair[1]), stamps[12]), HasSubstr("right view"));
-  EXPECT_NE(checks.perspectivePair(pair[0], pair[1], stamps[11]), "");
-  EXPECT_THAT(checks.depthPair(picture.lonLat[0], pair[1], pair[0], stamps[12]), HasSubstr("left view"));
-  EXPECT_THAT(checks.depthPair(pair[0], picture.lonLat[1], pair[0], stamps[12]), HasSubstr("right view"));
-  EXPECT_THAT(checks.depthPair(pair[0], pair[1], withOtherPixel(pair[0]), stamps[12]), HasSubstr("third view"));
-  const DepthProducts& depth = depthOf(12);
-  EXPECT_THAT(checks.disparity(book().of(11).perspective[0], depth.disparity, depth.metric, stamps[12]),
+  EXPECT_THAT(checks.perspectivePair(withOtherPixel(pair[0]), pair[1], timestamps[12]), HasSubstr("left view"));
+  EXPECT_THAT(checks.perspectivePair(pair[0], withOtherPixel(pair[1]), timestamps[12]), HasSubstr("right view"));
+  EXPECT_NE(checks.perspectivePair(pair[0], pair[1], timestamps[11]), "");
+  EXPECT_THAT(checks.depthPair(picture.lonLat[0], pair[1], pair[0], timestamps[12]), HasSubstr("left view"));
+  EXPECT_THAT(checks.depthPair(pair[0], picture.lonLat[1], pair[0], timestamps[12]), HasSubstr("right view"));
+  EXPECT_THAT(checks.depthPair(pair[0], pair[1], withOtherPixel(pair[0]), timestamps[12]), HasSubstr("third view"));
+  const DepthResults& depth = depthOf(12);
+  EXPECT_THAT(checks.disparity(book().of(11).perspective[0], depth.disparity, depth.metric, timestamps[12]),
               HasSubstr("view is not"));
-  EXPECT_THAT(checks.disparity(pair[0], withOtherPixel(depth.disparity), depth.metric, stamps[12]),
+  EXPECT_THAT(checks.disparity(pair[0], withOtherPixel(depth.disparity), depth.metric, timestamps[12]),
               HasSubstr("disparity is not"));
-  EXPECT_THAT(checks.disparity(pair[0], depth.disparity, withOtherPixel(depth.metric), stamps[12]),
+  EXPECT_THAT(checks.disparity(pair[0], depth.disparity, withOtherPixel(depth.metric), timestamps[12]),
               HasSubstr("metric depth is not"));
 }
 
 TEST_F(SoakChecks, NoticeDepthsAndCloudsOfNoDisparityInBetween) {
-  EXPECT_THAT(checks.colouredDepth(depthOf(12).coloured, stamps[11], stamps[12]), HasSubstr("there are none"));
-  ledger.matched(stamps[11]);
-  EXPECT_THAT(checks.colouredDepth(depthOf(12).coloured, stamps[11], stamps[12]), HasSubstr("possible frames' 11"));
-  EXPECT_THAT(checks.colouredDepth(withOtherPixel(depthOf(11).coloured), stamps[11], stamps[12]), HasSubstr("none of"));
+  EXPECT_THAT(checks.colouredDepth(depthOf(12).coloured, timestamps[11], timestamps[12]), HasSubstr("there are none"));
+  ledger.matched(timestamps[11]);
+  EXPECT_THAT(checks.colouredDepth(depthOf(12).coloured, timestamps[11], timestamps[12]),
+              HasSubstr("possible frames' 11"));
+  EXPECT_THAT(checks.colouredDepth(withOtherPixel(depthOf(11).coloured), timestamps[11], timestamps[12]),
+              HasSubstr("none of"));
   // A cloud is made of a disparity to come: the one that was there when the read began is none of these.
-  EXPECT_THAT(checks.cloud(depthOf(11).plainCloud, stamps[11], stamps[12]), HasSubstr("there are none"));
-  ledger.matched(stamps[12]);
+  EXPECT_THAT(checks.cloud(depthOf(11).plainCloud, timestamps[11], timestamps[12]), HasSubstr("there are none"));
+  ledger.matched(timestamps[12]);
   std::vector<cv::Vec3f> points = depthOf(12).plainCloud;
   std::vector<PCL> colouredPoints = depthOf(12).colouredCloud;
   ASSERT_FALSE(points.empty());
   ASSERT_FALSE(colouredPoints.empty());
   points.back()[2] += 1;
-  EXPECT_THAT(checks.cloud(points, stamps[11], stamps[12]), HasSubstr("a cloud that is none"));
+  EXPECT_THAT(checks.cloud(points, timestamps[11], timestamps[12]), HasSubstr("a cloud that is none"));
   colouredPoints.front().color[1] ^= 1;
-  EXPECT_THAT(checks.cloud(colouredPoints, stamps[11], stamps[12]), HasSubstr("a coloured cloud that is none"));
+  EXPECT_THAT(checks.cloud(colouredPoints, timestamps[11], timestamps[12]), HasSubstr("a coloured cloud that is none"));
   colouredPoints.clear();
-  EXPECT_NE(checks.cloud(colouredPoints, stamps[11], stamps[12]), "");
+  EXPECT_NE(checks.cloud(colouredPoints, timestamps[11], timestamps[12]), "");
 }
 
 TEST(SoakDevice, DeliversWholeNumberedFramesAndTornOnesWhenAsked) {

@@ -26,20 +26,20 @@ void Ledger::delivered(std::uint32_t number, bool warmUp) {
   m_deliveries[number % kept] = {number, warmUp, false, now(), microseconds::max()};
 }
 
-const Delivery* Ledger::find(microseconds stamp) const {
+const Delivery* Ledger::find(microseconds timestamp) const {
   const std::uint64_t known = std::min<std::uint64_t>(m_total, kept);
   for (std::uint32_t back = 0; back < known; ++back) {
     const Delivery& each = m_deliveries[(m_newest - back) % kept];
-    if (each.returned <= stamp) {
-      return !each.warmUp && stamp <= each.nextAsked ? &each : nullptr;
+    if (each.returned <= timestamp) {
+      return !each.warmUp && timestamp <= each.nextAsked ? &each : nullptr;
     }
   }
   return nullptr;
 }
 
-bool Ledger::matched(microseconds stamp) {
+bool Ledger::matched(microseconds timestamp) {
   const std::lock_guard lock(m_mutex);
-  const Delivery* const found = find(stamp);
+  const Delivery* const found = find(timestamp);
   if (found == nullptr) {
     return false;
   }
@@ -47,9 +47,9 @@ bool Ledger::matched(microseconds stamp) {
   return true;
 }
 
-std::optional<Delivery> Ledger::published(microseconds stamp) const {
+std::optional<Delivery> Ledger::published(microseconds timestamp) const {
   const std::lock_guard lock(m_mutex);
-  const Delivery* const found = find(stamp);
+  const Delivery* const found = find(timestamp);
   return found == nullptr ? std::nullopt : std::optional(*found);
 }
 

@@ -13,7 +13,7 @@ namespace stereo::soak {
 std::chrono::microseconds now();
 
 /// One frame that the camera's worker got from its device. It is published after that read has returned and before the
-/// next one begins, so its stamp lies in between.
+/// next one begins, so its timestamp lies in between.
 struct Delivery {
   std::uint32_t number = 0;
   bool warmUp = false;   ///< discarded, never published
@@ -29,19 +29,19 @@ public:
   void asked();
   /// The worker has got it. Numbers follow each other without a gap.
   void delivered(std::uint32_t number, bool warmUp);
-  /// The disparity worker works on the frame of this stamp. False if there is none.
-  bool matched(std::chrono::microseconds stamp);
+  /// The disparity worker works on the frame of this timestamp. False if there is none.
+  bool matched(std::chrono::microseconds timestamp);
 
-  /// The frame that was published with this stamp.
-  std::optional<Delivery> published(std::chrono::microseconds stamp) const;
-  /// Numbers of the frames from one stamp to the other, both included, that the disparity worker took. Stamps of no
-  /// frame stand for the oldest and the newest that are known.
+  /// The frame that was published with this timestamp.
+  std::optional<Delivery> published(std::chrono::microseconds timestamp) const;
+  /// Numbers of the frames from one timestamp to the other, both included, that the disparity worker took. Timestamps
+  /// of no frame stand for the oldest and the newest that are known.
   std::vector<std::uint32_t> matchedBetween(std::chrono::microseconds first, std::chrono::microseconds last) const;
   /// Frames delivered so far, without those of the warm-up.
   std::uint64_t frames() const;
 
 private:
-  const Delivery* find(std::chrono::microseconds stamp) const;
+  const Delivery* find(std::chrono::microseconds timestamp) const;
 
   static constexpr std::size_t kept = 1U << 14U;
 

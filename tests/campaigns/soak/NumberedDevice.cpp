@@ -12,7 +12,8 @@ constexpr std::uint64_t tearEvery = 50;
 
 }  // namespace
 
-NumberedDevice::NumberedDevice(const Book& book, Ledger& ledger, std::atomic<std::uint32_t>& newest, bool tears)
+NumberedDevice::NumberedDevice(const ExpectedImages& book, Ledger& ledger, std::atomic<std::uint32_t>& newest,
+                               bool tears)
     : FrameSource(0), m_book(book), m_ledger(ledger), m_newest(newest), m_tears(tears) {}
 
 bool NumberedDevice::read(cv::OutputArray image) {

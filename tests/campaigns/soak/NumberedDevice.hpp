@@ -8,7 +8,7 @@
 #include <opencv2/core.hpp>
 
 #include "sources/FrameSource.hpp"
-#include "tests/campaigns/soak/Book.hpp"
+#include "tests/campaigns/soak/ExpectedImages.hpp"
 #include "tests/campaigns/soak/Ledger.hpp"
 
 namespace stereo::soak {
@@ -19,7 +19,7 @@ class NumberedDevice final : public sources::FrameSource {
 public:
   /// `newest` is the number of the newest frame of all devices of the run. With `tears`, the lower half of every 50th
   /// frame is the frame's before. Book, ledger and number have to outlive the device.
-  NumberedDevice(const Book& book, Ledger& ledger, std::atomic<std::uint32_t>& newest, bool tears);
+  NumberedDevice(const ExpectedImages& book, Ledger& ledger, std::atomic<std::uint32_t>& newest, bool tears);
 
   bool read(cv::OutputArray image) override;
 
@@ -29,7 +29,7 @@ protected:
   bool resize(int propId, double value) override;
 
 private:
-  const Book& m_book;
+  const ExpectedImages& m_book;
   Ledger& m_ledger;
   std::atomic<std::uint32_t>& m_newest;
   const bool m_tears;

@@ -95,7 +95,7 @@ Resources resourcesInUse() {
   return resources;
 }
 
-std::vector<Rise> judge(const std::vector<Resources>& all, const Limits& limits) {
+std::vector<Rise> assess(const std::vector<Resources>& all, const Limits& limits) {
   std::vector<Rise> rises;
   const std::size_t warmUp = std::min(all.size(), limits.warmUp);
   const std::vector<Resources> samples(all.begin() + static_cast<std::ptrdiff_t>(warmUp), all.end());

@@ -40,7 +40,7 @@ struct Rise {
 /// - threads, descriptors: the least of the second half above the least of the first (what comes and goes adds to some
 ///   samples only, what leaks adds to all that follow).
 /// The last sample's segments are judged too, even if all is warm-up: there have to be none.
-std::vector<Rise> judge(const std::vector<Resources>& samples, const Limits& limits);
+std::vector<Rise> assess(const std::vector<Resources>& samples, const Limits& limits);
 
 /// What cannot be judged in so many samples, and why; empty if everything can.
 std::string unjudged(std::size_t samples, const Limits& limits);

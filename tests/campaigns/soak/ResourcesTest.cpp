@@ -7,17 +7,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "tests/campaigns/soak/DeliberateLeaks.hpp"
 #include "tests/campaigns/soak/Failures.hpp"
-#include "tests/campaigns/soak/Report.hpp"
 #include "tests/campaigns/soak/Resources.hpp"
-#include "tests/campaigns/soak/Waste.hpp"
+#include "tests/campaigns/soak/SoakReport.hpp"
 #include "tests/support/OutputCapture.hpp"
 
 using stereo::soak::Breaks;
+using stereo::soak::DeliberateLeaks;
 using stereo::soak::Limits;
 using stereo::soak::Resources;
 using stereo::soak::resourcesInUse;
-using stereo::soak::Waste;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -26,7 +26,7 @@ namespace {
 
 std::vector<std::string> judged(const std::vector<Resources>& samples, const Limits& limits) {
   std::vector<std::string> lines;
-  for (const stereo::soak::Rise& each : stereo::soak::judge(samples, limits)) {
+  for (const stereo::soak::Rise& each : stereo::soak::assess(samples, limits)) {
     lines.push_back(each.what + " " + each.text);
   }
   return lines;
@@ -52,7 +52,7 @@ TEST(SoakResources, AreSeen) {
   {
     Breaks all;
     all.memory = all.descriptor = all.thread = all.segment = true;
-    Waste waste(all);
+    DeliberateLeaks waste(all);
     for (int i = 0; i < 20; ++i) {
       waste.lose();
     }

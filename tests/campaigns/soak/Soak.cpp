@@ -67,7 +67,7 @@ double secondsOf(std::chrono::steady_clock::duration duration) {
 
 }  // namespace
 
-Soak::Soak(const Options& options, Report& report)
+Soak::Soak(const Options& options, SoakReport& report)
     : m_options(options),
       m_setting(settingOf(options)),
       m_report(report),
@@ -92,7 +92,8 @@ Soak::Soak(const Options& options, Report& report)
 bool Soak::run() {
   m_begin = Clock::now();
   m_nextLine = m_begin + std::chrono::minutes(1);
-  m_consumer = std::make_unique<Consumer>(m_shared, m_position + model::firstSegmentKey, m_options.seed, m_failures);
+  m_consumer =
+      std::make_unique<ConsumerProcess>(m_shared, m_position + model::firstSegmentKey, m_options.seed, m_failures);
   for (int number = 0; !over() && (m_options.lives == 0 || number < m_options.lives); ++number) {
     live(number);
     m_waste.lose();
@@ -111,8 +112,8 @@ void Soak::live(int number) {
   m_sampleEvery = std::chrono::duration_cast<Clock::duration>(plan.isLong ? length / longSamples : length * 2);
   m_nextSample = Clock::time_point::max();
 
-  Life life(plan, plan.fullSize ? m_full : m_half, m_setting, m_position, m_shared.counters().newest, m_options.breaks,
-            m_failures);
+  CameraLife life(plan, plan.fullSize ? m_full : m_half, m_setting, m_position, m_shared.counters().newest,
+                  m_options.breaks, m_failures);
   m_life = &life;
   awaitReads(life, "", ReadCounts{});
   restartDisparity(life);
@@ -134,7 +135,7 @@ void Soak::live(int number) {
   life.addTo(m_totals);
 }
 
-void Soak::restartDisparity(Life& life) {
+void Soak::restartDisparity(CameraLife& life) {
   life.restartDisparity();
   if (m_options.breaks.restart) {
     m_patience = brokenPatience;
@@ -142,7 +143,7 @@ void Soak::restartDisparity(Life& life) {
   awaitReads(life, " after the disparity worker's restart", life.reads());
 }
 
-void Soak::awaitReads(Life& life, const char* what, const ReadCounts& before) {
+void Soak::awaitReads(CameraLife& life, const char* what, const ReadCounts& before) {
   const auto least = static_cast<std::uint64_t>(m_options.reads);
   await([&] {
     const ReadCounts since = readsSince(before, life.reads());
@@ -159,7 +160,7 @@ void Soak::awaitReads(Life& life, const char* what, const ReadCounts& before) {
   }
 }
 
-void Soak::awaitImagesAndPackets(Life& life, const Plan& plan, std::uint64_t imagesBefore) {
+void Soak::awaitImagesAndPackets(CameraLife& life, const Plan& plan, std::uint64_t imagesBefore) {
   const auto images = static_cast<std::uint64_t>(m_options.images);
   if (!await([&] { return m_consumer->taken() >= imagesBefore + images; })) {
     m_failures.add("consumer", "only " + std::to_string(m_consumer->taken() - imagesBefore) + " images taken");
@@ -267,7 +268,7 @@ void Soak::judgeLongLife(int number) {
   for (Resources& each : m_inLife) {
     each.segments = 0;  // the camera's
   }
-  for (const Rise& rise : judge(m_inLife, inLife)) {
+  for (const Rise& rise : assess(m_inLife, inLife)) {
     m_failures.add(rise.what + " within a life", rise.text + " in life " + std::to_string(number));
   }
 }
@@ -282,7 +283,7 @@ bool Soak::verdict() {
   const std::vector<Resources> warm(m_atRest.begin() + static_cast<std::ptrdiff_t>(warmUp), m_atRest.end());
   Limits betweenLives = limits();
   betweenLives.warmUp = warmUp;
-  for (const Rise& rise : judge(m_atRest, betweenLives)) {
+  for (const Rise& rise : assess(m_atRest, betweenLives)) {
     m_failures.add(rise.what + " between lives", rise.text);
   }
   const Totals all = totals();

@@ -8,15 +8,15 @@
 #include <string>
 #include <vector>
 
-#include "tests/campaigns/soak/Book.hpp"
-#include "tests/campaigns/soak/Consumer.hpp"
+#include "tests/campaigns/soak/CameraLife.hpp"
+#include "tests/campaigns/soak/ConsumerProcess.hpp"
+#include "tests/campaigns/soak/DeliberateLeaks.hpp"
+#include "tests/campaigns/soak/ExpectedImages.hpp"
 #include "tests/campaigns/soak/Failures.hpp"
-#include "tests/campaigns/soak/Life.hpp"
 #include "tests/campaigns/soak/Plan.hpp"
-#include "tests/campaigns/soak/Report.hpp"
 #include "tests/campaigns/soak/Resources.hpp"
-#include "tests/campaigns/soak/Shared.hpp"
-#include "tests/campaigns/soak/Waste.hpp"
+#include "tests/campaigns/soak/SharedCounters.hpp"
+#include "tests/campaigns/soak/SoakReport.hpp"
 
 namespace stereo::soak {
 
@@ -24,7 +24,7 @@ namespace stereo::soak {
 class Soak {
 public:
   /// SIGINT and SIGTERM have to be blocked in all threads: they are waited for here.
-  Soak(const Options& options, Report& report);
+  Soak(const Options& options, SoakReport& report);
 
   /// Whether all was well. Ends early, in order, on SIGINT and SIGTERM.
   bool run();
@@ -33,10 +33,10 @@ private:
   using Clock = std::chrono::steady_clock;
 
   void live(int number);
-  void restartDisparity(Life& life);
+  void restartDisparity(CameraLife& life);
   /// Waits for what has to happen in every life; tells a failure for what does not.
-  void awaitReads(Life& life, const char* what, const ReadCounts& before);
-  void awaitImagesAndPackets(Life& life, const Plan& plan, std::uint64_t imagesBefore);
+  void awaitReads(CameraLife& life, const char* what, const ReadCounts& before);
+  void awaitImagesAndPackets(CameraLife& life, const Plan& plan, std::uint64_t imagesBefore);
   /// Looks at the condition until it holds; true, too, once the run is over or the life has gone wrong. False if it
   /// does not come. Takes signals and tells the minutes meanwhile.
   bool await(const std::function<bool()>& condition);
@@ -51,15 +51,15 @@ private:
 
   const Options m_options;
   const Setting m_setting;
-  Report& m_report;
+  SoakReport& m_report;
   Failures m_failures;
-  Shared m_shared;
-  const Book m_full;
-  const Book m_half;
+  SharedCounters m_shared;
+  const ExpectedImages m_full;
+  const ExpectedImages m_half;
   const int m_position;  // of all cameras
-  std::unique_ptr<Consumer> m_consumer;
-  Waste m_waste;
-  Life* m_life = nullptr;           // that goes on, if any
+  std::unique_ptr<ConsumerProcess> m_consumer;
+  DeliberateLeaks m_waste;
+  CameraLife* m_life = nullptr;     // that goes on, if any
   Totals m_totals;                  // of the lives that have ended
   std::vector<Resources> m_atRest;  // after each life
   std::vector<Resources> m_inLife;  // of the long life that goes on

@@ -10,7 +10,7 @@ namespace stereo::soak {
 namespace {
 
 thread_local bool reads = false;
-thread_local microseconds pairStamp{0};
+thread_local microseconds pairTimestamp{0};
 
 }  // namespace
 
@@ -31,26 +31,26 @@ SoakCamera::SoakCamera(std::unique_ptr<cv::VideoCapture> device, cv::Size frameS
 
 void SoakCamera::thisThreadReads() { reads = true; }
 
-microseconds SoakCamera::stampOfPair() { return pairStamp; }
+microseconds SoakCamera::pairTimestamp() { return pairTimestamp; }
 
-void SoakCamera::forgetPair() { pairStamp = microseconds(0); }
+void SoakCamera::forgetPair() { pairTimestamp = microseconds(0); }
 
 bool SoakCamera::getStereoFrame(cv::Mat& left, cv::Mat& right, microseconds& timestamp) {
   const bool got = VirtualCamera::getStereoFrame(left, right, timestamp);
-  pairStamp = got ? timestamp : microseconds(0);
+  pairTimestamp = got ? timestamp : microseconds(0);
   return got;
 }
 
 bool SoakCamera::getRectStereoFrame(cv::Mat& left, cv::Mat& right, cv::Mat& view, microseconds& timestamp) {
   const bool got = VirtualCamera::getRectStereoFrame(left, right, view, timestamp);
   if (got && !reads) {
-    // A stamp that the ledger doesn't know comes up again with the disparity, where it counts as a failure.
+    // A timestamp that the ledger doesn't know comes up again with the disparity, where it counts as a failure.
     m_ledger.matched(timestamp);
   }
   return got;
 }
 
-microseconds SoakCamera::disparityStamp() {
+microseconds SoakCamera::disparityTimestamp() {
   const std::lock_guard lock(m_disparityMutex);
   return m_disparityFrame.timestamp;
 }

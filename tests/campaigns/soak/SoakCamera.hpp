@@ -5,7 +5,7 @@
 #include <memory>
 
 #include "sources/VirtualCamera.hpp"
-#include "tests/campaigns/soak/Book.hpp"
+#include "tests/campaigns/soak/ExpectedImages.hpp"
 #include "tests/campaigns/soak/Ledger.hpp"
 
 namespace stereo::soak {
@@ -19,16 +19,16 @@ public:
 
   /// To be called once by each thread that reads: whoever else asks for rectified pairs is the disparity worker.
   static void thisThreadReads();
-  /// Stamp of the pair that the calling thread's last rectified read was made from; 0 if there was none.
-  static std::chrono::microseconds stampOfPair();
+  /// Timestamp of the pair that the calling thread's last rectified read was made from; 0 if there was none.
+  static std::chrono::microseconds pairTimestamp();
   static void forgetPair();
 
   using StereoCamera::getRectStereoFrame;
   bool getStereoFrame(cv::Mat& left, cv::Mat& right, std::chrono::microseconds& timestamp) override;
   bool getRectStereoFrame(cv::Mat& left, cv::Mat& right, cv::Mat& view, std::chrono::microseconds& timestamp) override;
 
-  /// Stamp of the latest disparity, 0 before the first.
-  std::chrono::microseconds disparityStamp();
+  /// Timestamp of the latest disparity, 0 before the first.
+  std::chrono::microseconds disparityTimestamp();
   /// Copies the latest disparity with its view once it is another than that of `before`. False if none comes within
   /// `patience`.
   bool nextDisparity(std::chrono::microseconds before, std::chrono::milliseconds patience, TimeFrame& result);

@@ -11,8 +11,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include "tests/campaigns/soak/SegmentReader.hpp"
 #include "tests/campaigns/soak/Soak.hpp"
-#include "tests/campaigns/soak/Taker.hpp"
 
 namespace {
 
@@ -100,7 +100,7 @@ int run(int argc, char** argv) {
   if (!take.empty()) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);  // goes with the process that started it, which may be gone by now
     const pid_t starter = take[2];
-    takeImages(stereo::soak::Shared::open(take[0]), take[1], [starter] { return getppid() == starter; });
+    takeImages(stereo::soak::SharedCounters::open(take[0]), take[1], [starter] { return getppid() == starter; });
     return 1;
   }
   options.breaks = breaksOf(breaks);
@@ -109,7 +109,7 @@ int run(int argc, char** argv) {
     std::cerr << "soak: this streams; run it through scripts/in-own-network, or with --no-stream" << std::endl;
     return 2;
   }
-  stereo::soak::Report report(libraryOutput);
+  stereo::soak::SoakReport report(libraryOutput);
   report.line("making the pictures and all that is to come of them ...");
   stereo::soak::Soak soak(options, report);
   return soak.run() ? 0 : 1;

@@ -17,8 +17,8 @@
 #include <opencv2/imgcodecs.hpp>
 
 #include "sim/SimulatedCamera.hpp"
-#include "tests/support/Program.hpp"
 #include "tests/support/Await.hpp"
+#include "tests/support/Program.hpp"
 #include "tests/support/TempDir.hpp"
 #include "tests/support/TestCamera.hpp"
 
@@ -121,8 +121,8 @@ TEST_P(SegmentReaders, TakeTheLeftEyeOfTheSimulatedCamera) {
   camera.startCapture(false, true);
   cv::Mat left;
   cv::Mat right;
-  std::chrono::microseconds stamp{0};
-  ASSERT_TRUE(camera.getStereoFrame(left, right, stamp));
+  std::chrono::microseconds timestamp{0};
+  ASSERT_TRUE(camera.getStereoFrame(left, right, timestamp));
   EXPECT_EQ(reader.wait(), 0) << reader.err();
   // The first may be half of nothing where this process is held up in the middle of its copy: no reader can tell.
   for (int i = 1; i < count; ++i) {

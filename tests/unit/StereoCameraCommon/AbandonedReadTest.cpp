@@ -104,8 +104,8 @@ TEST(AbandonedRead, LeavesDeviceAndThreadUntouchedUntilItReturns) {
     EXPECT_EQ(shmget(9000 + position, 0, 0), -1) << "the segment is gone";
     EXPECT_EQ(recordTexts(out.text()).back(), "Stop get frame done.\n");
     cv::Mat frame;
-    std::chrono::microseconds stamp{0};
-    EXPECT_FALSE(camera.getRawFrame(frame, stamp));
+    std::chrono::microseconds timestamp{0};
+    EXPECT_FALSE(camera.getRawFrame(frame, timestamp));
   }
   EXPECT_FALSE(fate->isGone);
   // Long after the camera, the read returns: the thread ends, and takes the device with it.

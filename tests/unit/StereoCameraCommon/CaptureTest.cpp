@@ -149,8 +149,8 @@ TEST(CaptureWorker, PublishesBothHalvesMaskedWithTheTimeOfPublication) {
   camera.startCapture(false, false);
   cv::Mat left;
   cv::Mat right;
-  microseconds stamp{0};
-  std::thread reader([&] { EXPECT_TRUE(camera.getStereoFrame(left, right, stamp)); });
+  microseconds timestamp{0};
+  std::thread reader([&] { EXPECT_TRUE(camera.getStereoFrame(left, right, timestamp)); });
   gate.open();
   reader.join();
   const microseconds after = now();
@@ -159,8 +159,8 @@ TEST(CaptureWorker, PublishesBothHalvesMaskedWithTheTimeOfPublication) {
   EXPECT_EQ(convertRawFisheyeImage(9, first, second), 0);
   EXPECT_TRUE(sameBits(left, first));
   EXPECT_TRUE(sameBits(right, second));
-  EXPECT_LE(before, stamp);
-  EXPECT_LE(stamp, after);
+  EXPECT_LE(before, timestamp);
+  EXPECT_LE(timestamp, after);
   EXPECT_GT(camera.getRawFrameRate(), 0.0F);
   EXPECT_NE(camera.getRawFrameRate(), 30.0F);
 }
@@ -170,8 +170,8 @@ TEST(CaptureWorker, WithTheRadiusNobodySetOnlyOnePixelAnEyeIsLeft) {
   camera.startCapture(false, false);
   cv::Mat left;
   cv::Mat right;
-  microseconds stamp{0};
-  ASSERT_TRUE(camera.getStereoFrame(left, right, stamp));
+  microseconds timestamp{0};
+  ASSERT_TRUE(camera.getStereoFrame(left, right, timestamp));
   EXPECT_EQ(cv::countNonZero(left.reshape(1)), 3);
   EXPECT_EQ(cv::countNonZero(right.reshape(1)), 3);
   EXPECT_NE(left.at<cv::Vec3b>(5, 5), cv::Vec3b());
@@ -223,8 +223,8 @@ TEST(CaptureWorker, SurvivesFramesThatChangeSizeTypeAndShrinkToOnePixel) {
   for (int i = 0; i < 100000 && !(sawGrey && sawEmpty && sawSmall); ++i) {
     cv::Mat left;
     cv::Mat right;
-    microseconds stamp{0};
-    const bool whole = camera.getStereoFrame(left, right, stamp);
+    microseconds timestamp{0};
+    const bool whole = camera.getStereoFrame(left, right, timestamp);
     EXPECT_EQ(left.size(), right.size());
     EXPECT_EQ(left.type(), right.type());
     EXPECT_EQ(whole, !left.empty());
@@ -259,15 +259,15 @@ TEST(CaptureWorker, ADeviceThatFailsWithoutTouchingItsArgumentDoesNotRepeatTheLa
   camera.install(device);
   camera.startCapture(false, false);
   EXPECT_TRUE(await([&] { return device->count > warmUpReads + 1; }));
-  microseconds stamp{0};
+  microseconds timestamp{0};
   {
     const std::lock_guard lock(camera.m_frameMutex);
-    stamp = camera.m_rawFrame.timestamp;
+    timestamp = camera.m_rawFrame.timestamp;
   }
-  EXPECT_NE(stamp.count(), 0);
+  EXPECT_NE(timestamp.count(), 0);
   EXPECT_TRUE(await([&] { return device->count > 1000; }));
   const std::lock_guard lock(camera.m_frameMutex);
-  EXPECT_EQ(camera.m_rawFrame.timestamp, stamp);
+  EXPECT_EQ(camera.m_rawFrame.timestamp, timestamp);
 }
 
 TEST(StartCapture, BuildsCameraMatrixAndMapsAsStated) {
@@ -373,9 +373,9 @@ TEST(StartCapture, TwiceLeavesNoWorkerBehind) {
   }
   EXPECT_TRUE(await([&] { return recordTexts(out.text()).size() == 6; }));  // each reports its start
   cv::Mat frame;
-  microseconds stamp{0};
+  microseconds timestamp{0};
   for (int i = 0; i < 10; ++i) {
-    EXPECT_TRUE(camera.getRawFrame(frame, stamp));
+    EXPECT_TRUE(camera.getRawFrame(frame, timestamp));
   }
   EXPECT_TRUE(camera.stopCapture());
   const int reads = reading;

@@ -38,12 +38,12 @@ protected:
     camera.publishDisparity(view, disparity);
   }
 
-  // Calls the colour form while raw frames with rising stamps, from 1000 on, are published.
-  bool colourDepth(cv::Mat& depth, microseconds& stamp, bool color = true) {
+  // Calls the colour form while raw frames with rising timestamps, from 1000 on, are published.
+  bool colourDepth(cv::Mat& depth, microseconds& timestamp, bool color = true) {
     std::atomic<bool> done{false};
     bool answer = false;
     std::thread reader([&] {
-      answer = camera.getDepthFrame(depth, color, stamp);
+      answer = camera.getDepthFrame(depth, color, timestamp);
       done = true;
     });
     EXPECT_TRUE(await([&] {
@@ -80,10 +80,10 @@ protected:
 TEST_F(DepthFrame, ColourIsRefusedAtOnceWithoutAWorker) {
   camera.publishDisparity(view, disparity);
   cv::Mat depth(1, 1, CV_8UC1, cv::Scalar(sentinel));
-  microseconds stamp{sentinel};
-  EXPECT_FALSE(camera.getDepthFrame(depth, true, stamp));
+  microseconds timestamp{sentinel};
+  EXPECT_FALSE(camera.getDepthFrame(depth, true, timestamp));
   EXPECT_EQ(depth.at<uchar>(0, 0), sentinel);
-  EXPECT_EQ(stamp.count(), sentinel);
+  EXPECT_EQ(timestamp.count(), sentinel);
 }
 
 TEST_F(DepthFrame, ColourPaintsTheDisparityWithTheNewestFramesStamp) {
@@ -94,10 +94,10 @@ TEST_F(DepthFrame, ColourPaintsTheDisparityWithTheNewestFramesStamp) {
     camera.m_disparityFrame.timestamp = microseconds(5);
     for (const bool color : {true, false}) {
       cv::Mat depth;
-      microseconds stamp{0};
-      ASSERT_TRUE(colourDepth(depth, stamp, color));
-      EXPECT_GE(stamp.count(), 1000);
-      EXPECT_LT(stamp.count(), next);
+      microseconds timestamp{0};
+      ASSERT_TRUE(colourDepth(depth, timestamp, color));
+      EXPECT_GE(timestamp.count(), 1000);
+      EXPECT_LT(timestamp.count(), next);
       const auto model = expectedModel(mode);
       const cv::Mat expected = paintDepth(disparity, model, depthRange(disparity, model));
       EXPECT_TRUE(sameBits(depth, expected)) << mode;
@@ -110,10 +110,10 @@ TEST_F(DepthFrame, ColourWithoutADisparitySetsOnlyTheStamp) {
   disparity.release();
   start();
   cv::Mat depth(1, 1, CV_8UC1, cv::Scalar(sentinel));
-  microseconds stamp{0};
-  EXPECT_FALSE(colourDepth(depth, stamp));
+  microseconds timestamp{0};
+  EXPECT_FALSE(colourDepth(depth, timestamp));
   EXPECT_EQ(depth.at<uchar>(0, 0), sentinel);
-  EXPECT_GE(stamp.count(), 1000);
+  EXPECT_GE(timestamp.count(), 1000);
 }
 
 // It looks at the disparity under the capture side's mutex: a disparity worker that holds its own is not waited for.
@@ -121,17 +121,17 @@ TEST_F(DepthFrame, ColourDoesNotWaitForTheDisparityMutex) {
   start();
   const std::lock_guard held(camera.m_disparityMutex);
   cv::Mat depth;
-  microseconds stamp{0};
-  EXPECT_TRUE(colourDepth(depth, stamp));
+  microseconds timestamp{0};
+  EXPECT_TRUE(colourDepth(depth, timestamp));
 }
 
 TEST_F(DepthFrame, ColourIsReleasedByStopCaptureWithOutputsUntouched) {
   start();
   cv::Mat depth;
-  microseconds stamp{sentinel};
+  microseconds timestamp{sentinel};
   std::atomic<bool> returned{false};
   std::thread reader([&] {
-    EXPECT_FALSE(camera.getDepthFrame(depth, true, stamp));
+    EXPECT_FALSE(camera.getDepthFrame(depth, true, timestamp));
     returned = true;
   });
   // The stop reaches a reader that waits; this one may not have come that far at the first.
@@ -141,7 +141,7 @@ TEST_F(DepthFrame, ColourIsReleasedByStopCaptureWithOutputsUntouched) {
   }));
   reader.join();
   EXPECT_TRUE(depth.empty());
-  EXPECT_EQ(stamp.count(), sentinel);
+  EXPECT_EQ(timestamp.count(), sentinel);
 }
 
 TEST_F(DepthFrame, MetricFillsANewImage) {

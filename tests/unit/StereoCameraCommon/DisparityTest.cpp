@@ -85,7 +85,7 @@ TEST(StartStereoCompute, PausesReportsAndStarts) {
 TEST(StartStereoCompute, NothingIsReportedBeforeThePauseIsOver) {
   const OutputCapture out(1);
   FedCamera camera(always(shiftedPair(pairSize, 8, 1)));
-  const auto stampOf = [](const std::string& record) { return record.substr(0, 26); };
+  const auto timestampOf = [](const std::string& record) { return record.substr(0, 26); };
   char before[64];
   timeval now{};
   gettimeofday(&now, nullptr);
@@ -98,7 +98,7 @@ TEST(StartStereoCompute, NothingIsReportedBeforeThePauseIsOver) {
   std::snprintf(before + length, sizeof before - length, ".%06ld", static_cast<long>(now.tv_usec));
   camera.startStereoCompute();
   camera.stopStereoCompute();
-  EXPECT_GE(stampOf(out.text()), std::string(before));
+  EXPECT_GE(timestampOf(out.text()), std::string(before));
 }
 
 TEST(StartStereoCompute, IsRefusedWhileAWorkerRuns) {
@@ -169,8 +169,8 @@ TEST(DisparityWorker, AnyOtherAlgorithmPublishesEmptyDisparities) {
     EXPECT_EQ(published.timestamp, pair.timestamp);
     // Readers are notified all the same.
     std::vector<cv::Vec3f> points;
-    microseconds stamp{0};
-    EXPECT_FALSE(camera.getPointCloud(points, stamp));
+    microseconds timestamp{0};
+    EXPECT_FALSE(camera.getPointCloud(points, timestamp));
     EXPECT_TRUE(points.empty());
     EXPECT_TRUE(camera.m_isComputing);
   }
@@ -274,8 +274,8 @@ TEST(StopStereoCompute, LeavesReadersOfFramesWaiting) {
   std::thread reader([&] {
     cv::Mat left;
     cv::Mat right;
-    microseconds stamp{0};
-    EXPECT_FALSE(camera.getStereoFrame(left, right, stamp));  // the end of the test
+    microseconds timestamp{0};
+    EXPECT_FALSE(camera.getStereoFrame(left, right, timestamp));  // the end of the test
     returned = true;
   });
   camera.stopStereoCompute();

@@ -58,18 +58,18 @@ cv::Mat remapped(const cv::Mat& eye, const cv::Mat (&maps)[2]) {
 TEST(GetRawFrame, JoinsTheEyesLeftFirst) {
   RunningCamera camera;
   cv::Mat frame;
-  microseconds stamp{0};
-  ASSERT_TRUE(camera.getRawFrame(frame, stamp));
+  microseconds timestamp{0};
+  ASSERT_TRUE(camera.getRawFrame(frame, timestamp));
   EXPECT_TRUE(sameBits(frame, noise(rawSize, 1)));
-  EXPECT_NE(stamp.count(), 0);
+  EXPECT_NE(timestamp.count(), 0);
 }
 
 TEST(GetStereoFrame, GivesBothEyes) {
   RunningCamera camera;
   cv::Mat left;
   cv::Mat right;
-  microseconds stamp{0};
-  ASSERT_TRUE(camera.getStereoFrame(left, right, stamp));
+  microseconds timestamp{0};
+  ASSERT_TRUE(camera.getStereoFrame(left, right, timestamp));
   EXPECT_TRUE(sameBits(left, leftEye));
   EXPECT_TRUE(sameBits(right, rightEye));
 }
@@ -92,13 +92,13 @@ TEST(GetRectStereoFrame, DepthModeChoosesThePairAndTheViewStaysPerspective) {
     cv::Mat left;
     cv::Mat right;
     cv::Mat view;
-    microseconds stamp{0};
-    ASSERT_TRUE(camera.getRectStereoFrame(left, right, view, stamp));
+    microseconds timestamp{0};
+    ASSERT_TRUE(camera.getRectStereoFrame(left, right, view, timestamp));
     const auto& maps = depthMode == 1 ? camera.m_lonLatMaps : camera.m_rectifyMaps;
     EXPECT_TRUE(sameBits(left, remapped(leftEye, maps[0])));
     EXPECT_TRUE(sameBits(right, remapped(rightEye, maps[1])));
     EXPECT_TRUE(sameBits(view, remapped(leftEye, camera.m_rectifyMaps[0])));
-    EXPECT_NE(stamp.count(), 0);
+    EXPECT_NE(timestamp.count(), 0);
     // The two pairs differ, so that a mix-up would show.
     EXPECT_FALSE(sameBits(remapped(leftEye, camera.m_lonLatMaps[0]), remapped(leftEye, camera.m_rectifyMaps[0])));
     cv::Mat again[3];
@@ -115,13 +115,13 @@ TEST(GetRectStereoFrame, OtherDepthModesLeaveThePairAlone) {
     cv::Mat left;
     cv::Mat right;
     cv::Mat view;
-    microseconds stamp{0};
-    EXPECT_FALSE(camera.getRectStereoFrame(left, right, view, stamp));
+    microseconds timestamp{0};
+    EXPECT_FALSE(camera.getRectStereoFrame(left, right, view, timestamp));
     EXPECT_TRUE(left.empty());
     EXPECT_FALSE(view.empty());
     left = cv::Mat(2, 2, CV_8UC1, cv::Scalar(sentinel));
     right = left.clone();
-    EXPECT_TRUE(camera.getRectStereoFrame(left, right, view, stamp));
+    EXPECT_TRUE(camera.getRectStereoFrame(left, right, view, timestamp));
     EXPECT_EQ(left.at<uchar>(1, 1), sentinel);
   }
 }
@@ -132,9 +132,9 @@ TEST(GetRectStereoFrame, WithoutMapsThrows) {
   cv::Mat left;
   cv::Mat right;
   cv::Mat view;
-  microseconds stamp{0};
+  microseconds timestamp{0};
   EXPECT_THROW(camera.getRectStereoFrame(left, right), cv::Exception);
-  EXPECT_THROW(camera.getRectStereoFrame(left, right, view, stamp), cv::Exception);
+  EXPECT_THROW(camera.getRectStereoFrame(left, right, view, timestamp), cv::Exception);
   EXPECT_TRUE(camera.stopCapture());
 }
 
@@ -161,11 +161,11 @@ TEST(GetRectStereoFrame, PixelsFromOutsideTheEyeAreBlack) {
 TEST(GetRectStereoFrame, TakesItsEyesThroughTheVirtualTable) {
   struct Derived : RunningCamera {
     explicit Derived(int depthMode) : RunningCamera(depthMode) {}
-    bool getStereoFrame(cv::Mat& left, cv::Mat& right, microseconds& stamp) override {
+    bool getStereoFrame(cv::Mat& left, cv::Mat& right, microseconds& timestamp) override {
       ++calls;
       left = rightEye.clone();
       right = leftEye.clone();
-      stamp = microseconds(1234);
+      timestamp = microseconds(1234);
       return answer;
     }
     bool answer = true;
@@ -175,11 +175,11 @@ TEST(GetRectStereoFrame, TakesItsEyesThroughTheVirtualTable) {
   cv::Mat left;
   cv::Mat right;
   cv::Mat view;
-  microseconds stamp{0};
+  microseconds timestamp{0};
   ASSERT_TRUE(camera.getRectStereoFrame(left, right));
   EXPECT_TRUE(sameBits(left, remapped(rightEye, camera.m_rectifyMaps[0])));
-  ASSERT_TRUE(camera.getRectStereoFrame(left, right, view, stamp));
-  EXPECT_EQ(stamp, microseconds(1234));
+  ASSERT_TRUE(camera.getRectStereoFrame(left, right, view, timestamp));
+  EXPECT_EQ(timestamp, microseconds(1234));
   EXPECT_TRUE(sameBits(right, remapped(leftEye, camera.m_rectifyMaps[1])));
   EXPECT_TRUE(sameBits(view, remapped(rightEye, camera.m_rectifyMaps[0])));
   EXPECT_EQ(camera.calls, 2);
@@ -187,10 +187,10 @@ TEST(GetRectStereoFrame, TakesItsEyesThroughTheVirtualTable) {
   // A source that fails: outputs stay as they came, and the answer is about them.
   camera.answer = false;
   cv::Mat none[3];
-  stamp = microseconds(0);
+  timestamp = microseconds(0);
   EXPECT_FALSE(camera.getRectStereoFrame(none[0], none[1]));
-  EXPECT_FALSE(camera.getRectStereoFrame(none[0], none[1], none[2], stamp));
-  EXPECT_EQ(stamp, microseconds(1234));
+  EXPECT_FALSE(camera.getRectStereoFrame(none[0], none[1], none[2], timestamp));
+  EXPECT_EQ(timestamp, microseconds(1234));
   EXPECT_TRUE(none[0].empty() && none[1].empty() && none[2].empty());
   cv::Mat filled[3] = {noise({3, 3}, 1), noise({3, 3}, 2), noise({3, 3}, 3)};
   const cv::Mat before[3] = {filled[0].clone(), filled[1].clone(), filled[2].clone()};
@@ -223,13 +223,13 @@ TEST(Reads, GiveCopiesThatTheWorkerAndOtherHeadersNeverShare) {
   cv::Mat frame;
   cv::Mat left;
   cv::Mat right;
-  microseconds stamp{0};
-  ASSERT_TRUE(camera.getRawFrame(frame, stamp));
-  ASSERT_TRUE(camera.getStereoFrame(left, right, stamp));
+  microseconds timestamp{0};
+  ASSERT_TRUE(camera.getRawFrame(frame, timestamp));
+  ASSERT_TRUE(camera.getStereoFrame(left, right, timestamp));
   frame.setTo(sentinel);
   left.setTo(sentinel);
   cv::Mat after;
-  ASSERT_TRUE(camera.getRawFrame(after, stamp));
+  ASSERT_TRUE(camera.getRawFrame(after, timestamp));
   EXPECT_TRUE(sameBits(after, noise(rawSize, 1)));
 
   // A second header of the caller's keeps its pixels when the first is read into again.
@@ -240,7 +240,7 @@ TEST(Reads, GiveCopiesThatTheWorkerAndOtherHeadersNeverShare) {
   keptRaw.setTo(sentinel);
   left.setTo(sentinel);
   ASSERT_TRUE(camera.getRectStereoFrame(left, right));
-  ASSERT_TRUE(camera.getRawFrame(after, stamp));
+  ASSERT_TRUE(camera.getRawFrame(after, timestamp));
   EXPECT_TRUE(sameBits(left, leftBits));
   EXPECT_EQ(cv::countNonZero(keptLeft.reshape(1) != sentinel), 0);
   EXPECT_EQ(cv::countNonZero(keptRaw.reshape(1) != sentinel), 0);
@@ -248,7 +248,7 @@ TEST(Reads, GiveCopiesThatTheWorkerAndOtherHeadersNeverShare) {
   // Nor are pixels that belong to the caller alone, outside any matrix, written into.
   std::vector<uchar> own(static_cast<std::size_t>(rawSize.area()) * 3, sentinel);
   cv::Mat wrapped(rawSize, CV_8UC3, own.data());
-  ASSERT_TRUE(camera.getRawFrame(wrapped, stamp));
+  ASSERT_TRUE(camera.getRawFrame(wrapped, timestamp));
   EXPECT_EQ(std::count(own.begin(), own.end(), sentinel), static_cast<std::ptrdiff_t>(own.size()));
 }
 
@@ -280,16 +280,16 @@ TEST_F(PublishedByHand, AFrameThatIsAlreadyThereIsNotReturned) {
   publish(10);
   std::atomic<bool> done{false};
   cv::Mat frame;
-  microseconds stamp{0};
+  microseconds timestamp{0};
   std::thread reader([&] {
-    EXPECT_TRUE(camera.getRawFrame(frame, stamp));
+    EXPECT_TRUE(camera.getRawFrame(frame, timestamp));
     done = true;
   });
   publishUntil(done, 20);
   reader.join();
-  EXPECT_GE(stamp.count(), 20);
-  EXPECT_EQ(frame.at<cv::Vec3b>(0, 0)[0], stamp.count());
-  EXPECT_EQ(frame.at<cv::Vec3b>(0, 7)[0], stamp.count() + 1);
+  EXPECT_GE(timestamp.count(), 20);
+  EXPECT_EQ(frame.at<cv::Vec3b>(0, 0)[0], timestamp.count());
+  EXPECT_EQ(frame.at<cv::Vec3b>(0, 7)[0], timestamp.count() + 1);
 }
 
 TEST_F(PublishedByHand, StopCaptureReleasesWaitingReadersWithTheirOutputsUntouched) {
@@ -297,14 +297,14 @@ TEST_F(PublishedByHand, StopCaptureReleasesWaitingReadersWithTheirOutputsUntouch
     TestCamera stopped;
     std::atomic<int> returned{0};
     cv::Mat images[4];
-    microseconds stamp{sentinel};
+    microseconds timestamp{sentinel};
     if (early) {
       stopped.startCapture(false, false);
       stopped.stopCapture();
     }
     std::vector<std::thread> readers;
     readers.emplace_back([&] {
-      EXPECT_FALSE(stopped.getRawFrame(images[0], stamp));
+      EXPECT_FALSE(stopped.getRawFrame(images[0], timestamp));
       ++returned;
     });
     readers.emplace_back([&] {
@@ -327,7 +327,7 @@ TEST_F(PublishedByHand, StopCaptureReleasesWaitingReadersWithTheirOutputsUntouch
       reader.join();
     }
     EXPECT_EQ(returned, 3);
-    EXPECT_EQ(stamp.count(), sentinel);
+    EXPECT_EQ(timestamp.count(), sentinel);
     for (const cv::Mat& image : images) {
       EXPECT_TRUE(image.empty());
     }
@@ -338,8 +338,8 @@ TEST_F(PublishedByHand, AReaderWaitsAsLongAsNobodyPublishes) {
   std::atomic<bool> done{false};
   std::thread reader([&] {
     cv::Mat frame;
-    microseconds stamp{0};
-    EXPECT_FALSE(camera.getRawFrame(frame, stamp));
+    microseconds timestamp{0};
+    EXPECT_FALSE(camera.getRawFrame(frame, timestamp));
     done = true;
   });
   // Nothing to wait for here but time itself: the point is that it passes without a return.

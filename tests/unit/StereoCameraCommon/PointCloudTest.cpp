@@ -94,7 +94,7 @@ protected:
   Camera camera;
   cv::Mat view = cv::Mat(32, 32, CV_8UC3);
   cv::Mat disparity = cv::Mat(32, 32, CV_32FC1);
-  microseconds stamp{0};
+  microseconds timestamp{0};
 };
 
 }  // namespace
@@ -106,7 +106,7 @@ TEST_F(PointCloud, PlainAppendsEveryPoint) {
     ASSERT_GT(points.size(), 3U) << mode;
     std::vector<cv::Vec3f> cloud{{1, 2, 3}};
     for (std::size_t calls = 1; calls <= 2; ++calls) {
-      EXPECT_TRUE(whilePublishing([&] { return camera.getPointCloud(cloud, stamp); }));
+      EXPECT_TRUE(whilePublishing([&] { return camera.getPointCloud(cloud, timestamp); }));
       ASSERT_EQ(cloud.size(), 1 + calls * points.size());
     }
     EXPECT_EQ(cloud[0], cv::Vec3f(1, 2, 3));
@@ -123,7 +123,7 @@ TEST_F(PointCloud, ColouredAppendsEveryPointWithTheColourOfItsPixel) {
     const auto points = expected(mode, CloudForm::colored);
     ASSERT_GT(points.size(), 3U) << mode;
     std::vector<PCL> cloud(1);
-    EXPECT_TRUE(whilePublishing([&] { return camera.getPointCloud(cloud, stamp); }));
+    EXPECT_TRUE(whilePublishing([&] { return camera.getPointCloud(cloud, timestamp); }));
     ASSERT_EQ(cloud.size(), 1 + points.size());
     for (std::size_t k = 0; k < points.size(); ++k) {
       EXPECT_EQ(cloud[1 + k].point, points[k].point);
@@ -140,23 +140,23 @@ TEST(Pcl, StartsAsZeros) {
 
 TEST_F(PointCloud, TheStampIsTheNewestFrames) {
   std::vector<cv::Vec3f> plain;
-  whilePublishing([&] { return camera.getPointCloud(plain, stamp); });
-  EXPECT_EQ(stamp, microseconds(4321));
+  whilePublishing([&] { return camera.getPointCloud(plain, timestamp); });
+  EXPECT_EQ(timestamp, microseconds(4321));
   std::vector<PCL> coloured;
-  stamp = microseconds(0);
-  whilePublishing([&] { return camera.getPointCloud(coloured, stamp); });
-  EXPECT_EQ(stamp, microseconds(4321));
+  timestamp = microseconds(0);
+  whilePublishing([&] { return camera.getPointCloud(coloured, timestamp); });
+  EXPECT_EQ(timestamp, microseconds(4321));
 }
 
 TEST_F(PointCloud, DepthComesThroughTheVirtualTableUnlockedOnlyInThePlainForm) {
   // Somebody who publishes may have the mutex just then, so more than one look may be needed.
   std::vector<cv::Vec3f> plain;
   EXPECT_TRUE(await([&] {
-    whilePublishing([&] { return camera.getPointCloud(plain, stamp); });
+    whilePublishing([&] { return camera.getPointCloud(plain, timestamp); });
     return camera.mutexFree.load();
   }));
   std::vector<PCL> coloured;
-  EXPECT_TRUE(whilePublishing([&] { return camera.getPointCloud(coloured, stamp); }));
+  EXPECT_TRUE(whilePublishing([&] { return camera.getPointCloud(coloured, timestamp); }));
   EXPECT_FALSE(camera.mutexFree);
   EXPECT_GE(camera.conversions, 2);
 }
@@ -166,9 +166,9 @@ TEST_F(PointCloud, EmptyDisparityLeavesTheVectorAndAnswersForIt) {
   for (const int mode : {1, 2}) {
     camera.m_depthmode = mode;
     std::vector<cv::Vec3f> none;
-    EXPECT_FALSE(whilePublishing([&] { return camera.getPointCloud(none, stamp); }));
+    EXPECT_FALSE(whilePublishing([&] { return camera.getPointCloud(none, timestamp); }));
     std::vector<PCL> one(1);
-    EXPECT_TRUE(whilePublishing([&] { return camera.getPointCloud(one, stamp); }));
+    EXPECT_TRUE(whilePublishing([&] { return camera.getPointCloud(one, timestamp); }));
     EXPECT_EQ(one.size(), 1U);
   }
 }
@@ -176,7 +176,7 @@ TEST_F(PointCloud, EmptyDisparityLeavesTheVectorAndAnswersForIt) {
 TEST_F(PointCloud, OtherModesGiveNoPoints) {
   camera.m_depthmode = 3;
   std::vector<cv::Vec3f> none;
-  EXPECT_FALSE(whilePublishing([&] { return camera.getPointCloud(none, stamp); }));
+  EXPECT_FALSE(whilePublishing([&] { return camera.getPointCloud(none, timestamp); }));
 }
 
 TEST_F(PointCloud, WithoutABuiltCameraMatrixThereAreNoPoints) {
@@ -185,9 +185,9 @@ TEST_F(PointCloud, WithoutABuiltCameraMatrixThereAreNoPoints) {
   for (const int mode : {1, 2}) {
     camera.m_depthmode = mode;
     std::vector<cv::Vec3f> none;
-    EXPECT_FALSE(whilePublishing([&] { return camera.getPointCloud(none, stamp); }));
+    EXPECT_FALSE(whilePublishing([&] { return camera.getPointCloud(none, timestamp); }));
     std::vector<PCL> noneColoured;
-    EXPECT_FALSE(whilePublishing([&] { return camera.getPointCloud(noneColoured, stamp); }));
+    EXPECT_FALSE(whilePublishing([&] { return camera.getPointCloud(noneColoured, timestamp); }));
   }
 }
 
@@ -195,7 +195,7 @@ TEST_F(PointCloud, MalformedCalibrationIsAnErrorForTheCaller) {
   camera.m_leftXi = cv::Mat::ones(1, 1, CV_32F);
   std::vector<cv::Vec3f> cloud;
   EXPECT_TRUE(whilePublishing([&] {
-    EXPECT_THROW(camera.getPointCloud(cloud, stamp), cv::Exception);
+    EXPECT_THROW(camera.getPointCloud(cloud, timestamp), cv::Exception);
     return true;
   }));
 }
@@ -204,7 +204,7 @@ TEST_F(PointCloud, WaitsWithoutAWorkerUntilSomebodyPublishes) {
   std::atomic<bool> done{false};
   std::vector<PCL> cloud;
   std::thread reader([&] {
-    camera.getPointCloud(cloud, stamp);
+    camera.getPointCloud(cloud, timestamp);
     done = true;
   });
   EXPECT_FALSE(await([&] { return done.load(); }, std::chrono::milliseconds(100)));
@@ -223,7 +223,7 @@ TEST_F(PointCloud, WaitingReadersAreReleasedByEitherStop) {
     std::atomic<int> waiting{0};
     std::thread first([&] {
       ++waiting;
-      EXPECT_FALSE(camera.getPointCloud(plain, stamp));
+      EXPECT_FALSE(camera.getPointCloud(plain, timestamp));
       --waiting;
     });
     std::thread second([&] {

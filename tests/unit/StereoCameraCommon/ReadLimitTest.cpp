@@ -26,19 +26,20 @@ struct Filled {
   cv::Mat a = cv::Mat(2, 2, CV_8UC3, cv::Scalar::all(1));
   cv::Mat b = cv::Mat(2, 2, CV_8UC3, cv::Scalar::all(2));
   cv::Mat c = cv::Mat(2, 2, CV_8UC3, cv::Scalar::all(3));
-  microseconds stamp{4};
+  microseconds timestamp{4};
   std::vector<cv::Vec3f> plain{{1, 2, 3}};
   std::vector<PCL> colored = std::vector<PCL>(1);
 };
 
 // Every read that waits.
 std::vector<std::function<bool(StereoCamera&, Filled&)>> reads() {
-  return {[](StereoCamera& camera, Filled& out) { return camera.getRawFrame(out.a, out.stamp); },
-          [](StereoCamera& camera, Filled& out) { return camera.getStereoFrame(out.a, out.b, out.stamp); },
-          [](StereoCamera& camera, Filled& out) { return camera.getRectStereoFrame(out.a, out.b); },
-          [](StereoCamera& camera, Filled& out) { return camera.getRectStereoFrame(out.a, out.b, out.c, out.stamp); },
-          [](StereoCamera& camera, Filled& out) { return camera.getPointCloud(out.plain, out.stamp); },
-          [](StereoCamera& camera, Filled& out) { return camera.getPointCloud(out.colored, out.stamp); }};
+  return {
+      [](StereoCamera& camera, Filled& out) { return camera.getRawFrame(out.a, out.timestamp); },
+      [](StereoCamera& camera, Filled& out) { return camera.getStereoFrame(out.a, out.b, out.timestamp); },
+      [](StereoCamera& camera, Filled& out) { return camera.getRectStereoFrame(out.a, out.b); },
+      [](StereoCamera& camera, Filled& out) { return camera.getRectStereoFrame(out.a, out.b, out.c, out.timestamp); },
+      [](StereoCamera& camera, Filled& out) { return camera.getPointCloud(out.plain, out.timestamp); },
+      [](StereoCamera& camera, Filled& out) { return camera.getPointCloud(out.colored, out.timestamp); }};
 }
 
 }  // namespace
@@ -53,7 +54,7 @@ TEST(ReadLimit, EndsEveryReadWithItsOutputsUntouched) {
     EXPECT_TRUE(limit.wasReached());
     EXPECT_GE(steady_clock::now() - begun, milliseconds(20));
     EXPECT_EQ(out.a.at<cv::Vec3b>(0, 0)[0] + out.b.at<cv::Vec3b>(0, 0)[0] + out.c.at<cv::Vec3b>(0, 0)[0], 6);
-    EXPECT_EQ(out.stamp.count(), 4);
+    EXPECT_EQ(out.timestamp.count(), 4);
     EXPECT_EQ(out.plain.size() + out.colored.size(), 2U);
   }
   EXPECT_EQ(ReadLimit::current(), nullptr);
@@ -63,9 +64,9 @@ TEST(ReadLimit, OfTheColoredDepth) {
   FedCamera camera([](int, RectifiedFrame&) { return false; });
   camera.startStereoCompute();
   cv::Mat depth;
-  microseconds stamp{0};
+  microseconds timestamp{0};
   ReadLimit limit(milliseconds(1));
-  EXPECT_FALSE(camera.getDepthFrame(depth, true, stamp));
+  EXPECT_FALSE(camera.getDepthFrame(depth, true, timestamp));
   EXPECT_TRUE(limit.wasReached());
 }
 
@@ -98,10 +99,10 @@ TEST(ReadLimit, ChangesNothingForAReadThatGetsItsFrame) {
   ReadLimit limit(stereo::test::deadline);
   for (int k = 0; k < 100; ++k) {
     cv::Mat frame;
-    microseconds stamp{0};
-    ASSERT_TRUE(camera.getRawFrame(frame, stamp));
-    EXPECT_GT(stamp, last);
-    last = stamp;
+    microseconds timestamp{0};
+    ASSERT_TRUE(camera.getRawFrame(frame, timestamp));
+    EXPECT_GT(timestamp, last);
+    last = timestamp;
   }
   EXPECT_FALSE(limit.wasReached());
 }
@@ -113,11 +114,11 @@ TEST(ReadLimit, GetsAFrameThatCameWhileItAsked) {
     return true;
   });
   cv::Mat depth;
-  microseconds stamp{0};
+  microseconds timestamp{0};
   camera.startStereoCompute();
-  EXPECT_FALSE(camera.getDepthFrame(depth, true, stamp)) << "there is no disparity";
+  EXPECT_FALSE(camera.getDepthFrame(depth, true, timestamp)) << "there is no disparity";
   EXPECT_FALSE(limit.wasReached());
-  EXPECT_EQ(stamp.count(), 1);
+  EXPECT_EQ(timestamp.count(), 1);
 }
 
 TEST(ReadLimit, GetsADisparityThatCameWhileItAsked) {
@@ -132,8 +133,8 @@ TEST(ReadLimit, GetsADisparityThatCameWhileItAsked) {
     return asked < 100;
   });
   std::vector<cv::Vec3f> points(1);
-  microseconds stamp{0};
-  EXPECT_TRUE(camera.getPointCloud(points, stamp));
+  microseconds timestamp{0};
+  EXPECT_TRUE(camera.getPointCloud(points, timestamp));
   EXPECT_EQ(asked, 1);
   EXPECT_FALSE(limit.wasReached());
 }
@@ -144,8 +145,8 @@ TEST(ReadLimit, OfTheLongestTimeIsNone) {
   camera.startCapture(false, false);
   ReadLimit limit(steady_clock::duration::max());
   cv::Mat frame;
-  microseconds stamp{0};
-  EXPECT_TRUE(camera.getRawFrame(frame, stamp));
+  microseconds timestamp{0};
+  EXPECT_TRUE(camera.getRawFrame(frame, timestamp));
 }
 
 TEST(ReadLimit, TheInnermostCounts) {
@@ -154,7 +155,7 @@ TEST(ReadLimit, TheInnermostCounts) {
   {
     ReadLimit inner(milliseconds(1));
     Filled out;
-    EXPECT_FALSE(camera.getRawFrame(out.a, out.stamp));
+    EXPECT_FALSE(camera.getRawFrame(out.a, out.timestamp));
     EXPECT_TRUE(inner.wasReached());
   }
   EXPECT_FALSE(outer.wasReached());
@@ -171,7 +172,7 @@ TEST(ReadLimit, AStopStillEndsTheRead) {
       return true;
     });
     Filled out;
-    EXPECT_FALSE(camera.getRawFrame(out.a, out.stamp));
+    EXPECT_FALSE(camera.getRawFrame(out.a, out.timestamp));
     EXPECT_FALSE(limit.wasReached());
   });
   EXPECT_TRUE(await([&] { return waits.load(); }));

@@ -54,17 +54,17 @@ TEST(Readers, EightAtOnceGetWholeConsistentFramesNeverOlderThanTheirCall) {
   for (int thread = 0; thread < 8; ++thread) {
     readers.emplace_back([&camera, thread] {
       int last = -1;
-      microseconds lastStamp{0};
+      microseconds lastTimestamp{0};
       for (int i = 0; i < readsEach; ++i) {
         cv::Mat left;
         cv::Mat right;
-        microseconds stamp{0};
+        microseconds timestamp{0};
         const microseconds called = now();
         if (thread % 2 == 0) {
-          ASSERT_TRUE(camera.getStereoFrame(left, right, stamp));
+          ASSERT_TRUE(camera.getStereoFrame(left, right, timestamp));
         } else {
           cv::Mat frame;
-          ASSERT_TRUE(camera.getRawFrame(frame, stamp));
+          ASSERT_TRUE(camera.getRawFrame(frame, timestamp));
           ASSERT_EQ(frame.size(), frameSize);
           left = frame.colRange(0, frameSize.width / 2);
           right = frame.colRange(frameSize.width / 2, frameSize.width);
@@ -72,11 +72,11 @@ TEST(Readers, EightAtOnceGetWholeConsistentFramesNeverOlderThanTheirCall) {
         const int number = numberOf(left, 1);
         ASSERT_GE(number, 0) << "a torn or mixed left eye";
         ASSERT_EQ(numberOf(right, 2), number) << "eyes of two frames";
-        ASSERT_GE(stamp, called) << "a frame older than the call";
+        ASSERT_GE(timestamp, called) << "a frame older than the call";
         ASSERT_GT(number, last);
-        ASSERT_GT(stamp, lastStamp);
+        ASSERT_GT(timestamp, lastTimestamp);
         last = number;
-        lastStamp = stamp;
+        lastTimestamp = timestamp;
       }
     });
   }
@@ -85,7 +85,7 @@ TEST(Readers, EightAtOnceGetWholeConsistentFramesNeverOlderThanTheirCall) {
   }
 }
 
-// A frame is published after its read has returned and before the next read begins, and so lies its stamp.
+// A frame is published after its read has returned and before the next read begins, and so lies its timestamp.
 TEST(Readers, TheStampIsThatOfTheFrame) {
   std::mutex mutex;
   std::vector<microseconds> asked;      // by the number of the read
@@ -102,8 +102,8 @@ TEST(Readers, TheStampIsThatOfTheFrame) {
   for (int i = 0; i < 30; ++i) {
     cv::Mat left;
     cv::Mat right;
-    microseconds stamp{0};
-    ASSERT_TRUE(camera.getStereoFrame(left, right, stamp));
+    microseconds timestamp{0};
+    ASSERT_TRUE(camera.getStereoFrame(left, right, timestamp));
     const int number = numberOf(left, 1);
     ASSERT_GE(number, 10);
     ASSERT_TRUE(await([&] {
@@ -111,8 +111,8 @@ TEST(Readers, TheStampIsThatOfTheFrame) {
       return static_cast<int>(asked.size()) > number + 1;
     }));
     const std::lock_guard lock(mutex);
-    EXPECT_GE(stamp, delivered[static_cast<std::size_t>(number)]);
-    EXPECT_LE(stamp, asked[static_cast<std::size_t>(number) + 1]);
+    EXPECT_GE(timestamp, delivered[static_cast<std::size_t>(number)]);
+    EXPECT_LE(timestamp, asked[static_cast<std::size_t>(number) + 1]);
   }
 }
 
@@ -123,14 +123,14 @@ TEST(Readers, AllWokenByOneFrameSeeTheSame) {
   camera.startCapture(false, false);
   for (int round = 0; round < 10; ++round) {
     std::atomic<int> returned{0};
-    std::vector<microseconds> stamps(6, microseconds(0));
+    std::vector<microseconds> timestamps(6, microseconds(0));
     std::vector<int> numbers(6, -1);
     std::vector<std::thread> readers;
-    for (std::size_t k = 0; k < stamps.size(); ++k) {
+    for (std::size_t k = 0; k < timestamps.size(); ++k) {
       readers.emplace_back([&, k] {
         cv::Mat left;
         cv::Mat right;
-        EXPECT_TRUE(camera.getStereoFrame(left, right, stamps[k]));
+        EXPECT_TRUE(camera.getStereoFrame(left, right, timestamps[k]));
         numbers[k] = numberOf(left, 1);
         ++returned;
       });
@@ -142,8 +142,8 @@ TEST(Readers, AllWokenByOneFrameSeeTheSame) {
     for (std::thread& reader : readers) {
       reader.join();
     }
-    for (std::size_t k = 1; k < stamps.size(); ++k) {
-      EXPECT_EQ(stamps[k] == stamps[0], numbers[k] == numbers[0]);
+    for (std::size_t k = 1; k < timestamps.size(); ++k) {
+      EXPECT_EQ(timestamps[k] == timestamps[0], numbers[k] == numbers[0]);
     }
   }
   gate.open();
@@ -163,19 +163,19 @@ TEST(Readers, OfEveryKindLiveThroughStartsAndStops) {
           cv::Mat a;
           cv::Mat b;
           cv::Mat c;
-          microseconds stamp{0};
+          microseconds timestamp{0};
           switch (thread % 4) {
             case 0:
-              going = camera.getRawFrame(a, stamp);
+              going = camera.getRawFrame(a, timestamp);
               break;
             case 1:
-              going = camera.getStereoFrame(a, b, stamp);
+              going = camera.getStereoFrame(a, b, timestamp);
               break;
             case 2:
               going = camera.getRectStereoFrame(a, b);
               break;
             default:
-              going = camera.getRectStereoFrame(a, b, c, stamp);
+              going = camera.getRectStereoFrame(a, b, c, timestamp);
               break;
           }
         }

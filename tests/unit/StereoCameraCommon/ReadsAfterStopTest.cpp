@@ -29,13 +29,13 @@ struct Filled {
   cv::Mat left = cv::Mat(2, 3, CV_8UC3, cv::Scalar::all(11));
   cv::Mat right = cv::Mat(2, 3, CV_8UC3, cv::Scalar::all(12));
   cv::Mat view = cv::Mat(2, 3, CV_8UC3, cv::Scalar::all(13));
-  microseconds stamp{14};
+  microseconds timestamp{14};
 
   bool isUntouched() const {
     const auto holds = [](const cv::Mat& image, int value) {
       return image.size() == cv::Size(3, 2) && cv::countNonZero(image.reshape(1) != value) == 0;
     };
-    return holds(left, 11) && holds(right, 12) && holds(view, 13) && stamp.count() == 14;
+    return holds(left, 11) && holds(right, 12) && holds(view, 13) && timestamp.count() == 14;
   }
 };
 
@@ -87,15 +87,15 @@ TEST(ReadsAfterStop, FailAtOnceWithFilledOutputs) {
   prepare(camera);
   camera.startCapture(false, false);
   Filled read;
-  ASSERT_TRUE(camera.getRectStereoFrame(read.left, read.right, read.view, read.stamp));
+  ASSERT_TRUE(camera.getRectStereoFrame(read.left, read.right, read.view, read.timestamp));
   camera.stopCapture();
   const Filled filled;
   Filled out;
   EXPECT_FALSE(camera.getRectStereoFrame(out.left, out.right));
   EXPECT_FALSE(camera.getRectStereoFrame(out.left, out.right, out.view));
-  EXPECT_FALSE(camera.getRectStereoFrame(out.left, out.right, out.view, out.stamp));
-  EXPECT_FALSE(camera.getStereoFrame(out.left, out.right, out.stamp));
-  EXPECT_FALSE(camera.getRawFrame(out.left, out.stamp));
+  EXPECT_FALSE(camera.getRectStereoFrame(out.left, out.right, out.view, out.timestamp));
+  EXPECT_FALSE(camera.getStereoFrame(out.left, out.right, out.timestamp));
+  EXPECT_FALSE(camera.getRawFrame(out.left, out.timestamp));
   EXPECT_TRUE(out.isUntouched());
 }
 
@@ -106,7 +106,8 @@ TEST(ReadsAfterStop, WaitingRectifiedReadersAreReleasedWithFalse) {
   Filled two;
   Filled four;
   std::thread first([&] { EXPECT_FALSE(camera.getRectStereoFrame(two.left, two.right)); });
-  std::thread second([&] { EXPECT_FALSE(camera.getRectStereoFrame(four.left, four.right, four.view, four.stamp)); });
+  std::thread second(
+      [&] { EXPECT_FALSE(camera.getRectStereoFrame(four.left, four.right, four.view, four.timestamp)); });
   camera.stopCapture();
   first.join();
   second.join();
@@ -132,13 +133,13 @@ TEST(ReadsAfterStop, OfAnOverrideThatFailsCountTheirOutputs) {
     }
     Filled out;
     EXPECT_TRUE(camera.getRectStereoFrame(out.left, out.right));
-    EXPECT_TRUE(camera.getRectStereoFrame(out.left, out.right, out.view, out.stamp));
+    EXPECT_TRUE(camera.getRectStereoFrame(out.left, out.right, out.view, out.timestamp));
     EXPECT_TRUE(out.isUntouched());
   }
   camera.asksBase = true;  // and there, the stop ends it
   Filled out;
   EXPECT_FALSE(camera.getRectStereoFrame(out.left, out.right));
-  EXPECT_FALSE(camera.getRectStereoFrame(out.left, out.right, out.view, out.stamp));
+  EXPECT_FALSE(camera.getRectStereoFrame(out.left, out.right, out.view, out.timestamp));
 }
 
 // With a worker of the base class that never delivers, and without any.
@@ -156,8 +157,8 @@ TEST(ReadsAfterStop, GoOnWhereADerivedClassPublishes) {
       while (!ends) {
         cv::Mat left;
         cv::Mat right;
-        microseconds stamp{0};
-        failures += camera.getStereoFrame(left, right, stamp) ? 0 : 1;
+        microseconds timestamp{0};
+        failures += camera.getStereoFrame(left, right, timestamp) ? 0 : 1;
         ++reads;
       }
     });
@@ -178,8 +179,8 @@ TEST(ReadsAfterStop, WaitWhereNoWorkerWasStopped) {
   std::atomic<bool> done{false};
   std::thread reader([&] {
     cv::Mat frame;
-    microseconds stamp{0};
-    EXPECT_TRUE(camera.getRawFrame(frame, stamp));
+    microseconds timestamp{0};
+    EXPECT_TRUE(camera.getRawFrame(frame, timestamp));
     done = true;
   });
   EXPECT_TRUE(await([&] {
@@ -195,8 +196,8 @@ TEST(ReadsAfterStop, AReaderIsReleasedWhenADerivedClassFallsSilent) {
   std::atomic<bool> done{false};
   std::thread reader([&] {
     cv::Mat frame;
-    microseconds stamp{0};
-    EXPECT_FALSE(camera.getRawFrame(frame, stamp));
+    microseconds timestamp{0};
+    EXPECT_FALSE(camera.getRawFrame(frame, timestamp));
     done = true;
   });
   // The reader may not yet wait at the first of them.
@@ -223,8 +224,8 @@ TEST(CloudsAfterStop, GoOnWhereAnOverrideFeedsTheDisparityWorker) {
   std::thread reader([&] {
     while (!ends) {
       std::vector<cv::Vec3f> points(1);
-      microseconds stamp{0};
-      failures += camera.getPointCloud(points, stamp) ? 0 : 1;
+      microseconds timestamp{0};
+      failures += camera.getPointCloud(points, timestamp) ? 0 : 1;
       ++reads;
     }
   });
@@ -246,8 +247,8 @@ TEST(CloudsAfterStop, FailWhereTheDisparityWorkerHasNoFrames) {
   camera.startCapture(false, false);
   camera.startStereoCompute();
   std::vector<cv::Vec3f> points(1);
-  microseconds stamp{0};
-  EXPECT_TRUE(camera.getPointCloud(points, stamp));
+  microseconds timestamp{0};
+  EXPECT_TRUE(camera.getPointCloud(points, timestamp));
   std::thread reader([&] {
     std::vector<cv::Vec3f> others(1);
     microseconds other{0};
@@ -257,15 +258,15 @@ TEST(CloudsAfterStop, FailWhereTheDisparityWorkerHasNoFrames) {
   camera.stopCapture();
   reader.join();
   EXPECT_TRUE(camera.m_isComputing);
-  while (camera.getPointCloud(points, stamp)) {  // one that was in the making may still come
+  while (camera.getPointCloud(points, timestamp)) {  // one that was in the making may still come
   }
-  EXPECT_FALSE(camera.getPointCloud(points, stamp));
+  EXPECT_FALSE(camera.getPointCloud(points, timestamp));
   std::vector<PCL> coloured(1);
-  EXPECT_FALSE(camera.getPointCloud(coloured, stamp));
+  EXPECT_FALSE(camera.getPointCloud(coloured, timestamp));
   cv::Mat depth;
-  EXPECT_FALSE(camera.getDepthFrame(depth, true, stamp));
+  EXPECT_FALSE(camera.getDepthFrame(depth, true, timestamp));
   camera.stopStereoCompute();
-  EXPECT_FALSE(camera.getPointCloud(points, stamp));
+  EXPECT_FALSE(camera.getPointCloud(points, timestamp));
 }
 
 // However the stop falls in with a read that is just about to wait, while other readers hold the mutex.
@@ -282,8 +283,8 @@ TEST(CloudsAfterStop, NoReaderIsLeftWaiting) {
     for (int thread = 0; thread < 3; ++thread) {
       readers.emplace_back([&] {
         std::vector<PCL> points(1);
-        microseconds stamp{0};
-        while (camera.getPointCloud(points, stamp)) {
+        microseconds timestamp{0};
+        while (camera.getPointCloud(points, timestamp)) {
           ++reads;
         }
         ++ended;

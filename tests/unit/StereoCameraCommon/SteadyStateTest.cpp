@@ -59,10 +59,10 @@ TEST_F(SteadyState, ReadingIntoKeptImagesAllocatesNothing) {
   cv::Mat left;
   cv::Mat right;
   cv::Mat joined;
-  microseconds stamp{0};
+  microseconds timestamp{0};
   const auto readBoth = [&] {
-    EXPECT_TRUE(camera.getStereoFrame(left, right, stamp));
-    EXPECT_TRUE(camera.getRawFrame(joined, stamp));
+    EXPECT_TRUE(camera.getStereoFrame(left, right, timestamp));
+    EXPECT_TRUE(camera.getRawFrame(joined, timestamp));
   };
   for (int n = 0; n < 5; ++n) {
     readBoth();
@@ -78,12 +78,12 @@ TEST_F(SteadyState, ReadingIntoKeptImagesAllocatesNothing) {
 // What an image that is not kept costs, so that the figures above mean something.
 TEST_F(SteadyState, ReadingIntoNewImagesIsCounted) {
   camera.startCapture(false, false);
-  microseconds stamp{0};
+  microseconds timestamp{0};
   const std::uint64_t before = allocations();
   for (int n = 0; n < 10; ++n) {
     cv::Mat left;
     cv::Mat right;
-    EXPECT_TRUE(camera.getStereoFrame(left, right, stamp));
+    EXPECT_TRUE(camera.getStereoFrame(left, right, timestamp));
   }
   EXPECT_GE(allocations() - before, 20U);
   camera.stopCapture();

@@ -98,8 +98,8 @@ void expectToReturn(bool capture, bool disparity) {
   std::atomic<bool> done{false};
   std::thread reader([&] {
     std::vector<Point> points(1);
-    microseconds stamp{0};
-    EXPECT_TRUE(camera.getPointCloud(points, stamp));
+    microseconds timestamp{0};
+    EXPECT_TRUE(camera.getPointCloud(points, timestamp));
     done = true;
   });
   const cv::Mat view(16, 32, CV_8UC3, cv::Scalar::all(1));

@@ -179,8 +179,8 @@ TEST_F(StopWhileStalled, ReadersAndTheDisparityWorkerAreReleased) {
   std::thread reader([&] {
     cv::Mat left;
     cv::Mat right;
-    microseconds stamp{0};
-    EXPECT_FALSE(camera.getStereoFrame(left, right, stamp));
+    microseconds timestamp{0};
+    EXPECT_FALSE(camera.getStereoFrame(left, right, timestamp));
   });
   EXPECT_TRUE(camera.stopStereoCompute());
   EXPECT_TRUE(camera.stopCapture());

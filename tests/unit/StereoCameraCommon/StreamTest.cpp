@@ -72,16 +72,16 @@ cv::Mat joined(const cv::Mat& left, const cv::Mat& right) {
 cv::Mat readForMode(int mode, StreamingCamera& camera) {
   cv::Mat a;
   cv::Mat b;
-  microseconds stamp{0};
+  microseconds timestamp{0};
   if (mode < 2) {
-    EXPECT_TRUE(camera.getRawFrame(a, stamp));
+    EXPECT_TRUE(camera.getRawFrame(a, timestamp));
     return mode == 0 ? a.colRange(a.cols / 2, a.cols).clone() : a;
   }
   if (mode < 4) {
     EXPECT_TRUE(camera.getRectStereoFrame(a, b));
     return mode == 2 ? b : joined(a, b);
   }
-  while (!camera.getDepthFrame(b, true, stamp)) {
+  while (!camera.getDepthFrame(b, true, timestamp)) {
     // No disparity yet, and so nothing sent either.
   }
   const std::lock_guard lock(camera.m_disparityMutex);
@@ -136,8 +136,8 @@ TEST_F(Stream, SaysOnStandardOutputWhereItGoes) {
     camera.m_ipLastSegment = 7;
     camera.startCapture(true, false);
     cv::Mat frame;
-    microseconds stamp{0};
-    EXPECT_TRUE(camera.getRawFrame(frame, stamp));
+    microseconds timestamp{0};
+    EXPECT_TRUE(camera.getRawFrame(frame, timestamp));
   }
   EXPECT_THAT(out.text(), HasSubstr("\nhostIp+portString:host=192.168.10.7 port=9202\n"
                                     "appsrc ! videoconvert ! omxh264enc ! video/x-h264, stream-format=byte-stream ! "
@@ -150,8 +150,8 @@ TEST_F(Stream, AModeThatDoesNotExistSaysSoButOpensNothing) {
     StreamingCamera camera(mode, 3);
     camera.startCapture(true, false);
     cv::Mat frame;
-    microseconds stamp{0};
-    EXPECT_TRUE(camera.getRawFrame(frame, stamp));
+    microseconds timestamp{0};
+    EXPECT_TRUE(camera.getRawFrame(frame, timestamp));
     EXPECT_THAT(out.text(), HasSubstr("hostIp+portString:host=192.168.10.15 port=9203\n"));
     EXPECT_FALSE(camera.m_videoWriter.isOpened());
   }
@@ -212,9 +212,9 @@ TEST_F(Stream, OperationsOfOtherModesSendNothing) {
     cv::Mat left;
     cv::Mat right;
     cv::Mat view;
-    microseconds stamp{0};
-    EXPECT_TRUE(camera.getStereoFrame(left, right, stamp));
-    EXPECT_TRUE(camera.getRectStereoFrame(left, right, view, stamp));
+    microseconds timestamp{0};
+    EXPECT_TRUE(camera.getStereoFrame(left, right, timestamp));
+    EXPECT_TRUE(camera.getRectStereoFrame(left, right, view, timestamp));
   }
   EXPECT_TRUE(camera.m_videoWriter.isOpened());
   camera.stopCapture();

@@ -22,7 +22,7 @@ TEST(BoardFinder, FindsRenderedCornersToAFractionOfAPixelAndAlikeInBothEyes) {
   int found = 0;
   double all = 0;
   for (const sim::BoardPlace& place : boards.places()) {
-    const View view = findBoard(boards.render(place), board, "", Effort::thorough);
+    const BoardView view = findBoard(boards.render(place), board, "", Effort::thorough);
     if (!view.seesBoth()) {
       continue;
     }
@@ -67,7 +67,7 @@ TEST(BoardFinder, TellsTheSizeOfWhateverBoardIsThere) {
 
 TEST(BoardFinder, FindsNothingInAnEmptyPictureAndRefusesOthers) {
   const Board board;
-  const View view = findBoard(cv::Mat(100, 200, CV_8UC1, cv::Scalar(90)), board, "grey", Effort::quick);
+  const BoardView view = findBoard(cv::Mat(100, 200, CV_8UC1, cv::Scalar(90)), board, "grey", Effort::quick);
   EXPECT_FALSE(view.sees(0));
   EXPECT_FALSE(view.sees(1));
   EXPECT_EQ(view.name, "grey");

@@ -8,7 +8,7 @@
 #include <opencv2/ccalib/omnidir.hpp>
 #include <opencv2/core.hpp>
 
-#include "calibration/Types.hpp"
+#include "calibration/BoardGeometry.hpp"
 #include "sim/Rig.hpp"
 
 namespace stereo::test {
@@ -45,10 +45,10 @@ inline std::vector<cv::Point2d> seenBy(const sim::Rig& rig, bool isRight, const 
 
 /// What a rig sees of `count` boards from the axis out to 75 degrees, all round, with normal noise of `noise` pixels on
 /// each coordinate.
-inline std::vector<calibration::View> simulatedViews(const sim::Rig& rig, const calibration::Board& board, int count,
-                                                     double noise, double sag, std::uint64_t seed) {
+inline std::vector<calibration::BoardView> simulatedViews(const sim::Rig& rig, const calibration::Board& board,
+                                                          int count, double noise, double sag, std::uint64_t seed) {
   cv::RNG rng(seed);
-  std::vector<calibration::View> views;
+  std::vector<calibration::BoardView> views;
   for (int n = 0; n < count; ++n) {
     const double off = std::acos(1.0 - (n + 0.5) / count * (1.0 - std::cos(75.0 * CV_PI / 180.0)));
     const double about = 2.4 * n;
@@ -57,7 +57,7 @@ inline std::vector<calibration::View> simulatedViews(const sim::Rig& rig, const 
     cv::Matx33d held;
     cv::Rodrigues(cv::Vec3d(rng.uniform(-0.5, 0.5), rng.uniform(-0.5, 0.5), rng.uniform(-0.2, 0.2)), held);
     const cv::Vec3d middle = facing * cv::Vec3d(0, 0, rng.uniform(300.0, 600.0));
-    calibration::View view;
+    calibration::BoardView view;
     view.name = "board " + std::to_string(n);
     const std::vector<cv::Vec3d> points = boardAt(board, facing * held, middle, sag);
     for (const bool isRight : {false, true}) {

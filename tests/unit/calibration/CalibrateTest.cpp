@@ -9,7 +9,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "calibration/Judgement.hpp"
+#include "calibration/Assessment.hpp"
 #include "calibration/Rectification.hpp"
 #include "tests/unit/calibration/Boards.hpp"
 
@@ -38,7 +38,7 @@ RayPairs raysOf(const Calibration& calibration, const sim::Rig& rig, double most
                             std::sin(off * degree) * std::sin(about * degree), std::cos(off * degree));
         const cv::Vec3d common = rig.eye(isRight).rotation * ray;
         const auto pixel = test::seenBy(rig, isRight, {1000.0 * (common + rig.eye(isRight).position)});
-        const auto back = calibration.estimate.rig.eyes[eye].lift(pixel[0]);
+        const auto back = calibration.estimate.rig.eyes[eye].unproject(pixel[0]);
         EXPECT_TRUE(back) << "eye " << eye << ", " << off << " degrees";
         if (back) {
           pairs.truth.push_back(common);
@@ -107,7 +107,7 @@ TEST(Calibrate, BentBoardIsNoticedAndMadeGood) {
 TEST(Calibrate, OutliersAreThrownOut) {
   const sim::Rig rig(3);
   const Board board;
-  std::vector<View> views = test::simulatedViews(rig, board, 22, 0.05, 0.0, 4);
+  std::vector<BoardView> views = test::simulatedViews(rig, board, 22, 0.05, 0.0, 4);
   for (const std::size_t view : {2U, 7U, 11U}) {
     views[view].corners[0][5] += cv::Point2d(4, -3);
     views[view].corners[1][30] += cv::Point2d(-6, 2);
@@ -127,21 +127,21 @@ TEST(Calibrate, OutliersAreThrownOut) {
     EXPECT_EQ(found.selection[view][1][30], 0);
   }
   EXPECT_LT(greatestAngle(raysOf(found, rig, 85)), 0.05);
-  EXPECT_THAT(judge(found, eyeSize).faults, testing::IsEmpty());
+  EXPECT_THAT(assess(found, eyeSize).faults, testing::IsEmpty());
 
   // The same with squares told in centimetres, in half inches, and in tenths.
   for (const double unit : {0.1, 1 / 12.7, 10.0}) {
     Calibration mistaken = found;
     mistaken.estimate.rig.rightFromLeft.translation *= unit;
-    EXPECT_THAT(judge(mistaken, eyeSize).faults,
+    EXPECT_THAT(assess(mistaken, eyeSize).faults,
                 testing::ElementsAre(testing::HasSubstr("is --square in millimetres?")));
   }
 }
 
 TEST(Calibrate, ExchangedHalvesAreToldOf) {
   const Board board;
-  std::vector<View> views = test::simulatedViews(sim::Rig(1), board, 8, 0.05, 0.0, 6);
-  for (View& view : views) {
+  std::vector<BoardView> views = test::simulatedViews(sim::Rig(1), board, 8, 0.05, 0.0, 6);
+  for (BoardView& view : views) {
     std::swap(view.corners[0], view.corners[1]);
   }
   try {
@@ -154,7 +154,7 @@ TEST(Calibrate, ExchangedHalvesAreToldOf) {
 
 TEST(Calibrate, TooFewPicturesAreRefused) {
   const Board board;
-  std::vector<View> views = test::simulatedViews(sim::Rig(1), board, 8, 0.05, 0.0, 6);
+  std::vector<BoardView> views = test::simulatedViews(sim::Rig(1), board, 8, 0.05, 0.0, 6);
   for (std::size_t view = 4; view < views.size(); ++view) {
     views[view].corners[0].clear();
   }
@@ -166,8 +166,8 @@ TEST(Calibrate, TooFewPicturesAreRefused) {
 TEST(Calibrate, NonsenseIsRefusedOrJudgedBad) {
   const Board board;
   cv::RNG rng(5);
-  std::vector<View> views(6);
-  for (View& view : views) {
+  std::vector<BoardView> views(6);
+  for (BoardView& view : views) {
     for (std::vector<cv::Point2d>& corners : view.corners) {
       for (std::size_t k = 0; k < board.count(); ++k) {
         corners.emplace_back(rng.uniform(0.0, 927.0), rng.uniform(0.0, 799.0));

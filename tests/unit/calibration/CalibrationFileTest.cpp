@@ -10,8 +10,8 @@
 namespace stereo::calibration {
 namespace {
 
-Rig someRig() {
-  Rig rig;
+StereoRig someRig() {
+  StereoRig rig;
   rig.eyes[0] = {1.4, 300.0, 301.0, 0.0, 230.0, 199.0, -0.1, 0.02, 1e-4, -2e-4, CV_PI};
   rig.eyes[1] = {1.5, 310.0, 311.0, 0.0, 233.0, 201.0, -0.2, 0.03, 3e-4, -4e-4, CV_PI};
   rig.rightFromLeft = {{0.01, -0.02, 0.005}, {-60.0, 1.0, -2.0}};

@@ -9,8 +9,8 @@ namespace {
 const cv::Size eyeSize(900, 900);
 
 // A board as a grid of 50 pixels, its first corner at (x, y).
-View viewAt(double x, double y, bool left = true, bool right = true) {
-  View view;
+BoardView viewAt(double x, double y, bool left = true, bool right = true) {
+  BoardView view;
   for (std::size_t eye = 0; eye < 2; ++eye) {
     for (int k = 0; (eye == 0 ? left : right) && k < 48; ++k) {
       const int row = k / 8;
@@ -26,14 +26,14 @@ TEST(Collector, TakesWhatIsNewAndTellsWhyNot) {
   EXPECT_EQ(collector.offer(viewAt(110, 105)), Collector::Verdict::known);
   EXPECT_EQ(collector.offer(viewAt(200, 100, true, false)), Collector::Verdict::leftOnly);
   EXPECT_EQ(collector.offer(viewAt(200, 100, false, true)), Collector::Verdict::rightOnly);
-  EXPECT_EQ(collector.offer(View()), Collector::Verdict::nowhere);
+  EXPECT_EQ(collector.offer(BoardView()), Collector::Verdict::nowhere);
   EXPECT_EQ(collector.offer(viewAt(300, 300)), Collector::Verdict::taken);
   EXPECT_EQ(collector.views().size(), 2U);
 }
 
 TEST(Collector, KnowsABoardThatIsCountedFromTheOtherEnd) {
   Collector collector(eyeSize, false);
-  View view = viewAt(100, 100);
+  BoardView view = viewAt(100, 100);
   EXPECT_EQ(collector.offer(view), Collector::Verdict::taken);
   for (std::vector<cv::Point2d>& corners : view.corners) {
     std::reverse(corners.begin(), corners.end());
@@ -52,7 +52,7 @@ TEST(Coverage, CountsSquaresOfTheCircle) {
   Coverage coverage(eyeSize);
   EXPECT_EQ(coverage.share(0), 0);
   EXPECT_NE(coverage.emptiest(), "");
-  View view;
+  BoardView view;
   for (int x = 5; x < 900; x += 10) {
     for (int y = 5; y < 900; y += 10) {
       view.corners[0].emplace_back(x, y);
@@ -69,7 +69,7 @@ TEST(Coverage, CountsSquaresOfTheCircle) {
 
 TEST(Coverage, TellsWhereMostIsMissing) {
   Coverage coverage(eyeSize);
-  View view;
+  BoardView view;
   for (int x = 5; x < 900; x += 10) {
     for (int y = 5; y < 900; y += 10) {
       if (x < 600 || y < 300 || y >= 600) {

@@ -41,7 +41,7 @@ TEST(RealBoards, FitToAQuarterOfAPixelAndRowsToLess) {
     }
   }
   std::sort(paths.begin(), paths.end());
-  std::vector<View> views;
+  std::vector<BoardView> views;
   cv::Size eyeSize;
   for (const fs::path& path : paths) {
     const cv::Mat picture = cv::imread(path.string(), cv::IMREAD_GRAYSCALE);

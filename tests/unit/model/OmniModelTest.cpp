@@ -97,7 +97,7 @@ TEST(OmniModel, LiftUndoesProject) {
       if (!pixel) {
         continue;
       }
-      const auto back = m.lift(*pixel);
+      const auto back = m.unproject(*pixel);
       ASSERT_TRUE(back) << ray;
       ASSERT_LT(cv::norm(*back - ray), 1e-10) << ray;
       ++seen;
@@ -108,11 +108,11 @@ TEST(OmniModel, LiftUndoesProject) {
 
 TEST(OmniModel, ProjectUndoesLiftOnEveryPixelOfTheField) {
   for (const OmniModel& m : typicalModels()) {
-    int lifted = 0;
+    int unprojected = 0;
     for (int row = 0; row < 800; row += 7) {
       for (int col = 0; col < 928; col += 7) {
         const cv::Point2d pixel(col, row);
-        const auto ray = m.lift(pixel);
+        const auto ray = m.unproject(pixel);
         if (!ray) {
           continue;
         }
@@ -120,10 +120,10 @@ TEST(OmniModel, ProjectUndoesLiftOnEveryPixelOfTheField) {
         const auto back = m.project(*ray);
         ASSERT_TRUE(back) << pixel;
         ASSERT_LT(cv::norm(*back - pixel), 1e-9) << pixel;
-        ++lifted;
+        ++unprojected;
       }
     }
-    EXPECT_GT(lifted, 8000);
+    EXPECT_GT(unprojected, 8000);
   }
 }
 
@@ -134,7 +134,7 @@ TEST(OmniModel, PixelsInTheImageCircleHaveRaysAndOthersHaveNone) {
       for (int row = 0; row < 800; row += 5) {
         for (int col = 0; col < 928; col += 5) {
           const double radius = std::hypot(col - m.cx, row - m.cy);
-          const bool hasRay = m.lift(cv::Point2d(col, row)).has_value();
+          const bool hasRay = m.unproject(cv::Point2d(col, row)).has_value();
           if (radius < 459.0) {
             ASSERT_TRUE(hasRay) << col << " " << row;
           } else if (radius > 469.0) {
@@ -171,8 +171,8 @@ TEST(OmniModel, RaysBehindTheFoldHaveNoPixel) {
   m.k1 = -1.0 / 3.0;
   EXPECT_TRUE(at(60.0));
   EXPECT_FALSE(at(100.0));
-  EXPECT_FALSE(m.lift({0.7, 0.0})) << "the largest reachable plane coordinate is 2/3";
-  EXPECT_TRUE(m.lift({0.66, 0.0}));
+  EXPECT_FALSE(m.unproject({0.7, 0.0})) << "the largest reachable plane coordinate is 2/3";
+  EXPECT_TRUE(m.unproject({0.66, 0.0}));
 }
 
 TEST(OmniModel, ScalingTheReadOutScalesPixels) {

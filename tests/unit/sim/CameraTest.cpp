@@ -73,8 +73,8 @@ TEST(SimulatedCamera, DeliversTheRenderedEyesWithinTheImageCircle) {
   ASSERT_TRUE(camera.startCapture(false, false));
   cv::Mat left;
   cv::Mat right;
-  std::chrono::microseconds stamp{0};
-  ASSERT_TRUE(camera.getStereoFrame(left, right, stamp));
+  std::chrono::microseconds timestamp{0};
+  ASSERT_TRUE(camera.getStereoFrame(left, right, timestamp));
   EXPECT_TRUE(sameBits(left, inCircle(rendered(cv::Rect(0, 0, 464, 400)), 232)));
   EXPECT_TRUE(sameBits(right, inCircle(rendered(cv::Rect(464, 0, 464, 400)), 232)));
   EXPECT_GT(camera.capture().framesDelivered(), 10U);
@@ -111,8 +111,8 @@ TEST(SimulatedCamera, FrameSizeCanBeChosenAsOnARealCamera) {
   EXPECT_EQ(camera.capture().get(cv::CAP_PROP_FPS), 120.0);
   ASSERT_TRUE(camera.startCapture(false, false));
   cv::Mat frame;
-  std::chrono::microseconds stamp{0};
-  ASSERT_TRUE(camera.getRawFrame(frame, stamp));
+  std::chrono::microseconds timestamp{0};
+  ASSERT_TRUE(camera.getRawFrame(frame, timestamp));
   EXPECT_EQ(frame.size(), kHalf);
   EXPECT_EQ(camera.getRawFrameSize(), kHalf);
 }
@@ -151,8 +151,8 @@ TEST(ReplayCamera, KeepsEveryPixelOfAnOddRecording) {
   EXPECT_EQ(camera.getRawFrameSize(), image.size());
   ASSERT_TRUE(camera.startCapture(false, false));
   cv::Mat frame;
-  std::chrono::microseconds stamp{0};
-  ASSERT_TRUE(camera.getRawFrame(frame, stamp));
+  std::chrono::microseconds timestamp{0};
+  ASSERT_TRUE(camera.getRawFrame(frame, timestamp));
   EXPECT_TRUE(sameBits(frame, image));
 }
 
@@ -164,8 +164,8 @@ TEST(ReplayCamera, TakesTheCamerasOwnImageCircleOrTheGivenOne) {
   ASSERT_TRUE(camera.startCapture(false, false));
   cv::Mat left;
   cv::Mat right;
-  std::chrono::microseconds stamp{0};
-  ASSERT_TRUE(camera.getStereoFrame(left, right, stamp));
+  std::chrono::microseconds timestamp{0};
+  ASSERT_TRUE(camera.getStereoFrame(left, right, timestamp));
   EXPECT_TRUE(sameBits(left, inCircle(cv::Mat(400, 464, CV_8UC3, cv::Scalar::all(200)), 50)));
 }
 
@@ -204,8 +204,8 @@ TEST(ReplayCamera, RecordingPlayedOnceComesThroughWhole) {
   std::thread reader([&] {
     cv::Mat left;
     cv::Mat right;
-    std::chrono::microseconds stamp{0};
-    while (camera.getStereoFrame(left, right, stamp)) {
+    std::chrono::microseconds timestamp{0};
+    while (camera.getStereoFrame(left, right, timestamp)) {
       const std::lock_guard lock(mutex);
       seen.insert(left.at<cv::Vec3b>(0, 0)[0]);
       arrived.notify_all();

@@ -79,8 +79,8 @@ std::unique_ptr<SimulatedCamera> runningCamera(const Setting& setting, int depth
 // One disparity and its metres.
 cv::Mat metricDepth(SimulatedCamera& camera) {
   std::vector<cv::Vec3f> points;
-  microseconds stamp{0};
-  camera.getPointCloud(points, stamp);
+  microseconds timestamp{0};
+  camera.getPointCloud(points, timestamp);
   cv::Mat disparity = camera.latestDisparity().second;
   cv::Mat depth;
   camera.getDepthFrame(disparity, depth);
@@ -189,9 +189,9 @@ TEST(CloudAccuracy, PointsLieOnTheScenesPlanes) {
     const Truth truth = camera->truth(view);
     std::vector<cv::Vec3f> plain;
     std::vector<PCL> coloured;
-    microseconds stamp{0};
-    ASSERT_TRUE(camera->getPointCloud(plain, stamp));
-    ASSERT_TRUE(camera->getPointCloud(coloured, stamp));
+    microseconds timestamp{0};
+    ASSERT_TRUE(camera->getPointCloud(plain, timestamp));
+    ASSERT_TRUE(camera->getPointCloud(coloured, timestamp));
     std::vector<cv::Vec3f> fromColoured;
     for (const PCL& point : coloured) {
       fromColoured.push_back(point.point);

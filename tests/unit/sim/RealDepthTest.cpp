@@ -49,8 +49,8 @@ Result compute(const fs::path& image, const fs::path& calibration, const Look& l
   EXPECT_TRUE(camera.loadCalibParams(calibration.string()));
   camera.startCapture(false, false);
   camera.startStereoCompute();
-  microseconds stamp{0};
-  EXPECT_TRUE(camera.getPointCloud(result.cloud, stamp));
+  microseconds timestamp{0};
+  EXPECT_TRUE(camera.getPointCloud(result.cloud, timestamp));
   EXPECT_TRUE(camera.getRectStereoFrame(result.left, result.right));
   result.disparity = camera.latestDisparity().second;
   camera.getDepthFrame(result.disparity, result.depth);

@@ -40,8 +40,8 @@ protected:
       writer.write(picture(i));
     }
   }
-  void writeStamps(const std::string& lines, const std::string& heading = "frame,microseconds\n") {
-    writeText(m_folder / Recording::stampsFile, heading + lines);
+  void writeTimestamps(const std::string& lines, const std::string& heading = "frame,microseconds\n") {
+    writeText(m_folder / Recording::timestampsFile, heading + lines);
   }
   std::string complaint() {
     try {
@@ -51,8 +51,8 @@ protected:
     }
     return {};
   }
-  /// Numbers of the pictures that are read one after the other, -1 where nothing is; stamps beside them.
-  std::vector<int> played(ReplayCapture& capture, int reads, std::vector<std::int64_t>* stamps = nullptr) {
+  /// Numbers of the pictures that are read one after the other, -1 where nothing is; timestamps beside them.
+  std::vector<int> played(ReplayCapture& capture, int reads, std::vector<std::int64_t>* timestamps = nullptr) {
     std::vector<int> numbers;
     for (int i = 0; i < reads; ++i) {
       cv::Mat frame;
@@ -62,8 +62,8 @@ protected:
         }
       }
       numbers.push_back(number);
-      if (stamps != nullptr) {
-        stamps->push_back(capture.recordedStamp());
+      if (timestamps != nullptr) {
+        timestamps->push_back(capture.recordedTimestamp());
       }
     }
     return numbers;
@@ -74,7 +74,7 @@ protected:
 
 TEST_F(RecordingAt, IsWhereThereAreFrames) {
   EXPECT_FALSE(Recording::isAt(m_folder.path()));
-  writeStamps("0,5\n");
+  writeTimestamps("0,5\n");
   EXPECT_FALSE(Recording::isAt(m_folder.path()));
   EXPECT_NE(complaint().find("there is no recording in " + m_folder.path()), std::string::npos);
   writeFrames(1);
@@ -84,9 +84,9 @@ TEST_F(RecordingAt, IsWhereThereAreFrames) {
 
 TEST_F(RecordingAt, TellsWhatItHolds) {
   writeFrames(1);
-  writeStamps("0,1763728000000000\n1,1763728000033333\n");
+  writeTimestamps("0,1763728000000000\n1,1763728000033333\n");
   Recording bare = Recording::open(m_folder.path());
-  EXPECT_EQ(bare.stamps, (std::vector<std::int64_t>{1763728000000000, 1763728000033333}));
+  EXPECT_EQ(bare.timestamps, (std::vector<std::int64_t>{1763728000000000, 1763728000033333}));
   EXPECT_TRUE(bare.calibration.empty());
   EXPECT_TRUE(bare.settings.empty());
   EXPECT_LT(bare.fisheyeRadius, 0);
@@ -101,28 +101,28 @@ TEST_F(RecordingAt, TellsWhatItHolds) {
 
 TEST_F(RecordingAt, LineThatWasCutOffIsLeftOut) {
   writeFrames(2);
-  writeStamps("0,100\n1,200\n2,3");
-  EXPECT_EQ(Recording::open(m_folder.path()).stamps, (std::vector<std::int64_t>{100, 200}));
+  writeTimestamps("0,100\n1,200\n2,3");
+  EXPECT_EQ(Recording::open(m_folder.path()).timestamps, (std::vector<std::int64_t>{100, 200}));
 }
 
 TEST_F(RecordingAt, StampsThatMakeNoSenseAreRefusedWithTheirLine) {
   writeFrames(2);
   for (const char* lines : {"0,100\n2,200\n", "0,100\n1,100\n", "0,100\n1,50\n", "0,100\n1\n", "0,100\n1,x\n",
                             "0,100\n1,200 \n", "0,100\n\n", "0,100\n1,99999999999999999999\n"}) {
-    writeStamps(lines);
+    writeTimestamps(lines);
     EXPECT_NE(complaint().find("line 3"), std::string::npos) << lines << complaint();
   }
-  writeStamps("0,-1\n");
+  writeTimestamps("0,-1\n");
   EXPECT_NE(complaint().find("line 2"), std::string::npos);
-  writeStamps("");
+  writeTimestamps("");
   EXPECT_NE(complaint().find("no frame"), std::string::npos);
-  writeStamps("0,100\n", "number,time\n");
+  writeTimestamps("0,100\n", "number,time\n");
   EXPECT_NE(complaint().find("cannot read the stamps"), std::string::npos);
 }
 
 TEST_F(RecordingAt, RadiusThatIsNoneIsRefused) {
   writeFrames(1);
-  writeStamps("0,100\n");
+  writeTimestamps("0,100\n");
   for (const char* radius : {"-1", "1e9", "wide", "[ 1 ]", ".Nan"}) {
     writeText(m_folder / "about.yml", std::string("%YAML:1.0\n---\nFisheyeRadius: ") + radius + "\n");
     EXPECT_NE(complaint().find("radius"), std::string::npos) << radius;
@@ -136,34 +136,34 @@ TEST_F(RecordingAt, RadiusThatIsNoneIsRefused) {
 
 TEST_F(RecordingAt, PlaysFramesToTheBitWithTheirStamps) {
   writeFrames(3);
-  writeStamps("0,1000\n1,2000\n2,4000\n");
-  std::vector<std::int64_t> stamps;
+  writeTimestamps("0,1000\n1,2000\n2,4000\n");
+  std::vector<std::int64_t> timestamps;
   ReplayCapture once({.path = m_folder.path(), .rate = 0, .loop = false, .leadIn = 2});
-  EXPECT_LT(once.recordedStamp(), 0);
-  EXPECT_EQ(played(once, 6, &stamps), (std::vector<int>{0, 0, 0, 1, 2, -1}));
-  EXPECT_EQ(stamps, (std::vector<std::int64_t>{1000, 1000, 1000, 2000, 4000, 4000}));
+  EXPECT_LT(once.recordedTimestamp(), 0);
+  EXPECT_EQ(played(once, 6, &timestamps), (std::vector<int>{0, 0, 0, 1, 2, -1}));
+  EXPECT_EQ(timestamps, (std::vector<std::int64_t>{1000, 1000, 1000, 2000, 4000, 4000}));
   EXPECT_TRUE(once.finished());
-  stamps.clear();
+  timestamps.clear();
   ReplayCapture looped({.path = m_folder.path(), .rate = 0});
-  EXPECT_EQ(played(looped, 7, &stamps), (std::vector<int>{0, 1, 2, 0, 1, 2, 0}));
-  EXPECT_EQ(stamps, (std::vector<std::int64_t>{1000, 2000, 4000, 1000, 2000, 4000, 1000}));
+  EXPECT_EQ(played(looped, 7, &timestamps), (std::vector<int>{0, 1, 2, 0, 1, 2, 0}));
+  EXPECT_EQ(timestamps, (std::vector<std::int64_t>{1000, 2000, 4000, 1000, 2000, 4000, 1000}));
 }
 
 TEST_F(RecordingAt, TheShorterOfFramesAndStampsCounts) {
   writeFrames(4);
-  writeStamps("0,1000\n1,2000\n");
-  ReplayCapture fewerStamps({.path = m_folder.path(), .rate = 0});
-  EXPECT_EQ(played(fewerStamps, 5), (std::vector<int>{0, 1, 0, 1, 0}));
-  writeStamps("0,1000\n1,2000\n2,3000\n3,4000\n4,5000\n5,6000\n");
-  std::vector<std::int64_t> stamps;
+  writeTimestamps("0,1000\n1,2000\n");
+  ReplayCapture fewerTimestamps({.path = m_folder.path(), .rate = 0});
+  EXPECT_EQ(played(fewerTimestamps, 5), (std::vector<int>{0, 1, 0, 1, 0}));
+  writeTimestamps("0,1000\n1,2000\n2,3000\n3,4000\n4,5000\n5,6000\n");
+  std::vector<std::int64_t> timestamps;
   ReplayCapture fewerFrames({.path = m_folder.path(), .rate = 0});
-  EXPECT_EQ(played(fewerFrames, 6, &stamps), (std::vector<int>{0, 1, 2, 3, 0, 1}));
-  EXPECT_EQ(stamps, (std::vector<std::int64_t>{1000, 2000, 3000, 4000, 1000, 2000}));
+  EXPECT_EQ(played(fewerFrames, 6, &timestamps), (std::vector<int>{0, 1, 2, 3, 0, 1}));
+  EXPECT_EQ(timestamps, (std::vector<std::int64_t>{1000, 2000, 3000, 4000, 1000, 2000}));
 }
 
 TEST_F(RecordingAt, IsPlayedAsItCame) {
   writeFrames(4);
-  writeStamps("0,1000000\n1,1005000\n2,1305000\n3,1310000\n");
+  writeTimestamps("0,1000000\n1,1005000\n2,1305000\n3,1310000\n");
   ReplayCapture capture({.path = m_folder.path(), .rate = 1000, .recordedTiming = true});
   EXPECT_NEAR(capture.get(cv::CAP_PROP_FPS), 3 / 0.31, 1e-9);
   EXPECT_FALSE(capture.set(cv::CAP_PROP_FPS, 1000));
@@ -180,7 +180,7 @@ TEST_F(RecordingAt, IsPlayedAsItCame) {
 
 TEST_F(RecordingAt, OneFrameIsPlayedAtTheRate) {
   writeFrames(1);
-  writeStamps("0,1000000\n");
+  writeTimestamps("0,1000000\n");
   ReplayCapture capture({.path = m_folder.path(), .rate = 500, .recordedTiming = true});
   EXPECT_EQ(capture.get(cv::CAP_PROP_FPS), 500.0);
   EXPECT_EQ(played(capture, 2), (std::vector<int>{0, 0}));
@@ -188,7 +188,7 @@ TEST_F(RecordingAt, OneFrameIsPlayedAtTheRate) {
 
 TEST_F(RecordingAt, CameraTakesTheRecordedRadius) {
   writeFrames(2);
-  writeStamps("0,1000000\n1,1100000\n");
+  writeTimestamps("0,1000000\n1,1100000\n");
   writeText(m_folder / "about.yml", "%YAML:1.0\n---\nFisheyeRadius: 12\n");
   const ReplayCamera recorded({.path = m_folder.path()});
   EXPECT_EQ(recorded.fisheyeRadius(), 12);

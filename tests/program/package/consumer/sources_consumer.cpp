@@ -12,8 +12,8 @@ namespace {
 cv::Mat nextFrame(StereoCamera& camera) {
   camera.startCapture(false, false);
   cv::Mat frame;
-  std::chrono::microseconds stamp{0};
-  if (!camera.getRawFrame(frame, stamp)) {
+  std::chrono::microseconds timestamp{0};
+  if (!camera.getRawFrame(frame, timestamp)) {
     frame.release();
   }
   camera.stopCapture();

@@ -5,7 +5,7 @@
 
 #include <opencv2/core.hpp>
 
-#include "apps/stereo-camera/bench/Figures.hpp"
+#include "apps/stereo-camera/bench/LatencyFigures.hpp"
 #include "apps/stereo-camera/observe/MeasuredCapture.hpp"
 #include "apps/stereo-camera/observe/RunRecord.hpp"
 #include "tests/support/ScriptedCapture.hpp"
@@ -115,9 +115,9 @@ TEST(MeasuredCapture, NotesWhichFramesWerePublished) {
   const auto capture = measured(
       record, [](int) { return picture; }, [&] { return newest; });
   cv::Mat image;
-  for (const int stamp : {0, 0, 700, 800}) {  // the first two are thrown away by whoever reads
+  for (const int timestamp : {0, 0, 700, 800}) {  // the first two are thrown away by whoever reads
     ASSERT_TRUE(capture->read(image));
-    newest = microseconds(stamp);
+    newest = microseconds(timestamp);
   }
   record.published(newest.count());
   record.published(newest.count());
@@ -209,12 +209,12 @@ TEST(Figures, ColouredDepthIsAsOldAsTheDisparityThatWasSurelyThere) {
                                       {8'000, 13'000, 2},   // the reader looks at 9'000, when the first is there
                                       {17'999, 21'000, 3},  // and now a moment before the second
                                       {18'000, 22'000, 4}};
-  const std::vector<Product> stamped = withDisparityStamps(pictures, disparities);
+  const std::vector<Product> stamped = withDisparityTimestamps(pictures, disparities);
   ASSERT_EQ(stamped.size(), 3U);
-  EXPECT_EQ(stamped[0].stamp, 100);
+  EXPECT_EQ(stamped[0].timestamp, 100);
   EXPECT_EQ(stamped[0].inHand, 13'000);
-  EXPECT_EQ(stamped[1].stamp, 100);
-  EXPECT_EQ(stamped[2].stamp, 200);
+  EXPECT_EQ(stamped[1].timestamp, 100);
+  EXPECT_EQ(stamped[2].timestamp, 200);
   EXPECT_EQ(stamped[2].cpu, 4);
 }
 

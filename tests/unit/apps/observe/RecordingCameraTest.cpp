@@ -33,9 +33,9 @@ class RecorderTest : public testing::Test {
 protected:
   Recorder::Options options() const { return {.folder = m_folder.path()}; }
 
-  static void readAndPublish(Recorder& recorder, const cv::Mat& frame, std::int64_t stamp) {
+  static void readAndPublish(Recorder& recorder, const cv::Mat& frame, std::int64_t timestamp) {
     recorder.read(frame);
-    recorder.published(microseconds(stamp));
+    recorder.published(microseconds(timestamp));
   }
 
   static std::string failureOf(const std::function<void()>& action) {
@@ -49,12 +49,12 @@ protected:
 
   ReplayCapture replay() const { return ReplayCapture({.path = m_folder.path(), .rate = 0, .loop = false}); }
 
-  void expectFrame(ReplayCapture& capture, const cv::Mat& expected, std::int64_t stamp) const {
+  void expectFrame(ReplayCapture& capture, const cv::Mat& expected, std::int64_t timestamp) const {
     cv::Mat frame;
     ASSERT_TRUE(capture.read(frame));
     ASSERT_EQ(frame.size(), expected.size());
     EXPECT_EQ(cv::norm(frame, expected, cv::NORM_INF), 0.0);
-    EXPECT_EQ(capture.recordedStamp(), stamp);
+    EXPECT_EQ(capture.recordedTimestamp(), timestamp);
   }
 
   const stereo::test::TempDir m_folder;
@@ -182,7 +182,7 @@ TEST_F(RecorderTest, TellsOfEachFrameWritten) {
   EXPECT_FALSE(recorder.awaitFrame(recorder.counts(), std::chrono::milliseconds(1)));
 }
 
-// A running camera: what is recorded is what was published, with the stamps that readers got.
+// A running camera: what is recorded is what was published, with the timestamps that readers got.
 TEST_F(RecorderTest, RecordsWhatACameraPublishes) {
   constexpr int pictures = 8;
   std::filesystem::create_directory(m_folder.path("frames"));
@@ -192,7 +192,7 @@ TEST_F(RecorderTest, RecordsWhatACameraPublishes) {
   Recorder::Options roomy = options();
   roomy.queue = 2000;
   Recorder recorder(roomy);
-  std::vector<std::int64_t> stamps;
+  std::vector<std::int64_t> timestamps;
   {
     RecordingCamera<stereo::sources::ReplayCamera> camera(
         recorder, stereo::sources::ReplayCamera::Options{.path = m_folder.path("frames"), .rate = 200});
@@ -200,20 +200,20 @@ TEST_F(RecorderTest, RecordsWhatACameraPublishes) {
     for (int i = 0; i < 20; ++i) {
       cv::Mat left;
       cv::Mat right;
-      microseconds stamp{0};
-      ASSERT_TRUE(camera.getStereoFrame(left, right, stamp));
-      stamps.push_back(stamp.count());
+      microseconds timestamp{0};
+      ASSERT_TRUE(camera.getStereoFrame(left, right, timestamp));
+      timestamps.push_back(timestamp.count());
     }
     camera.stopCapture();
   }
   recorder.finish();
   ASSERT_EQ(recorder.counts().dropped, 0U);
   const stereo::sources::Recording recording = stereo::sources::Recording::open(m_folder.path());
-  EXPECT_EQ(recording.stamps.size(), recorder.counts().written);
-  EXPECT_THAT(recording.stamps, testing::IsSupersetOf(stamps));
+  EXPECT_EQ(recording.timestamps.size(), recorder.counts().written);
+  EXPECT_THAT(recording.timestamps, testing::IsSupersetOf(timestamps));
   // Ten warm the camera up; from then on each is there, in turn.
   ReplayCapture capture = replay();
-  for (std::size_t i = 0; i < recording.stamps.size(); ++i) {
-    expectFrame(capture, picture((10 + static_cast<int>(i)) % pictures), recording.stamps[i]);
+  for (std::size_t i = 0; i < recording.timestamps.size(); ++i) {
+    expectFrame(capture, picture((10 + static_cast<int>(i)) % pictures), recording.timestamps[i]);
   }
 }

@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "apps/stereo-camera/pictures/Pictures.hpp"
+
+namespace stereo::app {
+
+/// How fast one kind of read was.
+struct Timing {
+  std::string name;
+  int reads = 0;
+  double perSecond = 0;
+  double medianMs = 0;
+  double p90Ms = 0;
+};
+
+/// What the demo has to tell beside its pictures.
+struct DemoReport {
+  std::string source;
+  std::vector<std::pair<std::string, std::string>> facts;  ///< name and value
+  std::vector<Timing> timings;
+  std::vector<std::pair<std::string, std::string>> files;  ///< further files: name and what they hold
+  std::string note;                                        ///< what is missing and why; may be empty
+};
+
+/// The page, complete in itself but for the pictures, which lie beside it.
+std::string page(const DemoReport& report, const std::vector<Picture>& pictures);
+
+/// The page's style sheet, for other pages of the program.
+extern const char* const pageStyle;
+/// Text as it stands in HTML.
+std::string escaped(const std::string& text);
+
+/// The timings as a table of text.
+std::string table(const DemoReport& report);
+
+}  // namespace stereo::app

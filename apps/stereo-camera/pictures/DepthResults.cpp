@@ -1,0 +1,157 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/stereo-camera/pictures/DepthResults.hpp"
+
+#include <opencv2/imgproc.hpp>
+
+#include "apps/stereo-camera/output/Output.hpp"
+#include "apps/stereo-camera/pictures/CloudFiles.hpp"
+#include "apps/stereo-camera/process/Failure.hpp"
+
+namespace stereo::app {
+
+namespace {
+
+constexpr int disparityRange = 32;  // pixels that the matchers search
+
+// Millimetres in 16 bits; 0 where there is no depth.
+cv::Mat millimetres(const cv::Mat& metric) {
+  cv::Mat result;
+  metric.convertTo(result, CV_16UC1, 1000.0);  // what is negative becomes 0
+  return result;
+}
+
+// Blue, green, red at equal steps from `least` to `most`, as the camera paints them.
+ColorScale cameraScale(float least, float most) {
+  constexpr int steps = 32;
+  ColorScale scale{least, most, {}};
+  for (int k = 0; k <= steps; ++k) {
+    scale.colors.push_back(getclolor(least, most, least + (most - least) * static_cast<float>(k) / steps));
+  }
+  return scale;
+}
+
+// The scale that a coloured depth was painted with. It runs from the nearest to the farthest depth of the picture, or
+// to the limit that some depth is beyond; only the right choice gives every pixel's color. None if no choice does.
+std::optional<ColorScale> scaleOf(const cv::Mat& colour, const cv::Mat& metric, const cv::Vec2f& limits) {
+  if (colour.size() != metric.size() || cv::countNonZero(metric > 0) == 0) {
+    return std::nullopt;
+  }
+  cv::Mat upright;
+  cv::flip(colour, upright, -1);
+  double least = 0;
+  double most = 0;
+  cv::minMaxLoc(metric, &least, &most, nullptr, nullptr, metric > 0);
+  for (const float lo : {static_cast<float>(least), limits[0]}) {
+    for (const float hi : {static_cast<float>(most), limits[1]}) {
+      bool fits = true;
+      for (int row = 0; fits && row < metric.rows; ++row) {
+        for (int col = 0; fits && col < metric.cols; ++col) {
+          const float depth = metric.at<float>(row, col);
+          fits = !(depth > 0) || upright.at<cv::Vec3b>(row, col) == getclolor(lo, hi, depth);
+        }
+      }
+      if (fits) {
+        return cameraScale(lo, hi);
+      }
+    }
+  }
+  return std::nullopt;
+}
+
+// The same for the program's own picture of metric depth, whose colors change evenly.
+Picture metricPicture(const cv::Mat& metric) {
+  Picture picture{"depth-metric.png", "Metric depth", "Near blue, far red, black where there is none.", {}};
+  const cv::Mat valid = metric > 0;
+  double least = 0;
+  double most = 0;
+  cv::minMaxLoc(metric, &least, &most, nullptr, nullptr, valid);
+  cv::Mat levels = cv::Mat::zeros(metric.size(), CV_8UC1);
+  if (most > least) {
+    metric.convertTo(levels, CV_8UC1, 255 / (most - least), -255 * least / (most - least));
+  }
+  cv::Mat painted;
+  cv::applyColorMap(levels, painted, cv::COLORMAP_TURBO);
+  picture.image = cv::Mat::zeros(metric.size(), CV_8UC3);
+  painted.copyTo(picture.image, valid);
+  if (most > 0) {
+    cv::Mat steps(1, 256, CV_8UC1);
+    for (int level = 0; level < steps.cols; ++level) {
+      steps.at<uchar>(level) = static_cast<uchar>(level);
+    }
+    cv::applyColorMap(steps, painted, cv::COLORMAP_TURBO);
+    picture.scale = ColorScale{least, most, {}};
+    for (int level = 0; level < steps.cols; level += 15) {
+      picture.scale->colors.push_back(painted.at<cv::Vec3b>(level));
+    }
+  }
+  return picture;
+}
+
+cv::Mat greyDisparity(const cv::Mat& disparity) {
+  cv::Mat grey;
+  disparity.convertTo(grey, CV_8UC1, 255.0 / disparityRange);
+  return grey;
+}
+
+}  // namespace
+
+DepthResults readDepth(OpenedCamera& opened, Watchdog& watch) {
+  model::HostCamera& camera = *opened.camera;
+  watch.startStereoCompute();
+  DepthResults products;
+  std::chrono::microseconds timestamp{0};
+  // Frames may come while no disparity is published yet; reads then say so at once.
+  const auto end = Watchdog::Clock::now() + watch.patience();
+  while (!watch.run([&] { return camera.getDepthFrame(products.colour, true, timestamp); })) {
+    if (Watchdog::Clock::now() > end) {
+      throw Failure(ExitCode::noFrames, "frames come, but no disparity within " +
+                                            std::to_string(watch.patience().count()) +
+                                            " ms; a smaller --rectified size is faster");
+    }
+  }
+  // The coloured depth is made from the latest disparity, which is known if none came meanwhile: mostly so right behind
+  // a cloud, which waits for one.
+  constexpr int tries = 20;
+  for (int k = 0; k < tries; ++k) {
+    products.plain.clear();
+    watch.run([&] { return camera.getPointCloud(products.plain, timestamp); });
+    const StereoCamera::TimeFrame latest = camera.latestDisparity();
+    watch.run([&] { return camera.getDepthFrame(products.colour, true, timestamp); });
+    products.disparity = latest.second;
+    if (camera.latestDisparity().timestamp == latest.timestamp) {
+      break;
+    }
+  }
+  watch.run([&] { return camera.getPointCloud(products.coloured, timestamp); });
+  camera.getDepthFrame(products.disparity, products.metric);
+  products.colourScale = scaleOf(products.colour, products.metric, {camera.nearLimit(), camera.farLimit()});
+  return products;
+}
+
+std::vector<Picture> writeDepth(const DepthResults& products, const std::filesystem::path& folder) {
+  writeImage(folder / "disparity.tiff", products.disparity);
+  writeImage(folder / "depth.tiff", products.metric);
+  writeImage(folder / "depth.png", millimetres(products.metric));
+  writePly(folder / "cloud.ply", products.plain);
+  writePly(folder / "cloud-coloured.ply", products.coloured);
+  const cv::Size cloudSize(480, 400);
+  return {{"disparity.png", "Disparity", "Bright is near, black has no match.", greyDisparity(products.disparity)},
+          {"depth-colour.png", "Coloured depth",
+           "Near blue, far red, black out of limits; turned by 180 degrees, as the camera gives it.", products.colour,
+           products.colourScale},
+          metricPicture(products.metric),
+          {"cloud-left.png", "Cloud, from the left", "Coloured points, eye swung by 20 degrees.",
+           renderCloud(products.coloured, -20, cloudSize)},
+          {"cloud-right.png", "Cloud, from the right", "Coloured points, eye swung by 20 degrees.",
+           renderCloud(products.coloured, 20, cloudSize)}};
+}
+
+std::vector<std::pair<std::string, std::string>> depthFiles() {
+  return {{"depth.png", "depth, 16 bits, millimetres (0 without depth)"},
+          {"disparity.tiff", "disparity, float, pixels"},
+          {"depth.tiff", "depth, float, metres (0 out of limits, -1 without a match)"},
+          {"cloud.ply", "plain point cloud, metres"},
+          {"cloud-coloured.ply", "coloured point cloud, metres"}};
+}
+
+}  // namespace stereo::app
