@@ -19,7 +19,7 @@
 
 #include <gtest/gtest.h>
 
-#include "StereoCamera.hpp"
+#include "model/HostCamera.hpp"
 #include "tests/campaigns/device/Pattern.hpp"
 #include "tests/support/Program.hpp"
 #include "tests/support/Await.hpp"
