@@ -19,6 +19,7 @@
 
 #include "sim/FaultScript.hpp"
 #include "tests/support/Await.hpp"
+#include "tests/support/Length.hpp"
 #include "tests/support/NotedCapture.hpp"
 #include "tests/support/OutputCapture.hpp"
 #include "tests/support/TestCamera.hpp"
@@ -37,12 +38,12 @@ using stereo::test::TestCamera;
 
 namespace {
 
-// Lives in all, shared out among the tests below; fewer under the sanitizers, where each costs three times as much and
-// the machine is as a rule busy with more than these.
+// Lives in all, shared out among the tests below. Of the whole fewer under the sanitizers, where each costs three times
+// as much.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr int lives = 400;
+const int lives = stereo::test::byLength(100, 400);
 #else
-constexpr int lives = 1000;
+const int lives = stereo::test::byLength(200, 1000);
 #endif
 constexpr int shards = 10;
 constexpr int livesAtOnce = 6;  // they sleep most of the time
@@ -293,7 +294,7 @@ class FaultStorm : public testing::TestWithParam<int> {};
 }  // namespace
 
 TEST_P(FaultStorm, EveryReadIsWholeAndEveryStopEnds) {
-  constexpr int count = lives / shards;
+  const int count = lives / shards;
   std::atomic<int> begun{0};
   std::atomic<int> ended{0};
   std::mutex mutex;

@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/Await.hpp"
+#include "tests/support/Length.hpp"
 #include "tests/support/OutputCapture.hpp"
 #include "tests/support/TestCamera.hpp"
 
@@ -49,7 +50,8 @@ struct BusyCamera : TestCamera {
   }
 };
 
-constexpr std::chrono::seconds loadTime{60};
+const std::chrono::seconds loadTime{stereo::test::byLength(10, 60)};
+const int manyLives = stereo::test::byLength(150, 1000);
 
 std::size_t entries(const char* folder) {
   const std::filesystem::directory_iterator all(folder);
@@ -72,7 +74,7 @@ long residentKilobytes() {
 
 }  // namespace
 
-TEST(Load, AllReadersBothWorkersAndCyclesForAMinute) {
+TEST(Load, AllReadersBothWorkersAndCycles) {
   const OutputCapture quiet(1);
   const auto end = std::chrono::steady_clock::now() + loadTime;
   long reads[8] = {};
@@ -155,7 +157,7 @@ TEST(Load, AllReadersBothWorkersAndCyclesForAMinute) {
   }
 }
 
-TEST(Load, AThousandStartsAndStopsLeaveNothingBehind) {
+TEST(Load, ManyStartsAndStopsLeaveNothingBehind) {
   const OutputCapture quiet(1);
   const auto live = [](int number) {
     TestCamera camera(&noise);
@@ -175,7 +177,7 @@ TEST(Load, AThousandStartsAndStopsLeaveNothingBehind) {
   const std::size_t threads = entries("/proc/self/task");
   const std::size_t descriptors = entries("/proc/self/fd");
   const long memory = residentKilobytes();
-  for (int i = 0; i < 1000; ++i) {
+  for (int i = 0; i < manyLives; ++i) {
     live(i);
   }
   malloc_trim(0);
@@ -187,6 +189,6 @@ TEST(Load, AThousandStartsAndStopsLeaveNothingBehind) {
   // The sanitizers keep freed memory and shadows of it; theirs are the leak reports.
   (void)grown;
 #else
-  EXPECT_LT(grown, 8 * 1024) << "kilobytes after a thousand lives";
+  EXPECT_LT(grown, 8 * 1024) << "kilobytes after " << manyLives << " lives";
 #endif
 }
