@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The pixels' way through one pass of the capture worker, both raw sizes, against the plain form and against the copies
-// alone.
+// The pixels of one pass of the capture worker, both raw sizes, against the plain form and against the copies alone.
 #include <benchmark/benchmark.h>
 
 #include "bench/baseline/PlainCapturePass.hpp"

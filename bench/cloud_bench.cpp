@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Sampling of clouds from a view, its disparity and its depth against the plain form. The reads of the class wait for a
-// disparity first; what they do after that is measured here.
+// Clouds sampled from a view, its disparity and its depth, against the plain form. Measures what the reads of the class
+// do after their wait for a disparity.
 #include <benchmark/benchmark.h>
 #include <opencv2/calib3d.hpp>
 
@@ -54,7 +54,7 @@ void views(benchmark::internal::Benchmark* bench) {
   for (const int mode : {lonLatMode, perspectiveMode}) {
     bench->Args({464, 400, mode})->Args({928, 800, mode});
   }
-  // Square, so that no look-up of the perspective cloud leaves the image.
+  // Square, so that no lookup of the perspective cloud leaves the image.
   bench->Args({464, 464, perspectiveMode})->Unit(benchmark::kMicrosecond)->UseRealTime();
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Metric and colored depth of a disparity image against their plain forms and against OpenCV's reprojection.
+// Metric and colored depth of a disparity image, against their plain forms and OpenCV's reprojection.
 #include <benchmark/benchmark.h>
 #include <opencv2/calib3d.hpp>
 

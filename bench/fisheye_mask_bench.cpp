@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Masking of an eye pair, full and half size, against its plain form and against setting the same pixels through a mask
-// image.
+// Masks of a pair of eyes, full and half size, against the plain form and against setting the same pixels through a
+// mask image.
 #include <benchmark/benchmark.h>
 
 #include "StereoCamera.hpp"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The rectified read of both eyes, without its wait for a frame, against the two remaps in it.
+// The rectified read of both eyes, without its wait for a frame, against its two remaps alone.
 #include <benchmark/benchmark.h>
 #include <opencv2/imgproc.hpp>
 

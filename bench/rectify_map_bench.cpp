@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Map building against its plain form and against OpenCV's own for the same model.
+// Building lookup maps, against the plain form and OpenCV's maps for the same model.
 #include <benchmark/benchmark.h>
 #include <opencv2/ccalib/omnidir.hpp>
 
@@ -50,7 +50,7 @@ void onePair(benchmark::State& state, Build build) {
   }
 }
 
-// Both views of both eyes into new matrices, as a start of the camera makes them.
+// Both views of both eyes in new matrices, as `startCapture` builds them.
 void fourPairs(benchmark::State& state, Build build) {
   const cv::Size size = sizeOf(state);
   const Eye eyes[2] = {leftEye(), rightEye()};

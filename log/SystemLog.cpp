@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The log of a camera: one uninterrupted write for each record.
 #include "SystemLog.hpp"
 
 #include <cerrno>
@@ -15,13 +16,13 @@
 
 namespace {
 
-// One of the two places where records go. Shared by all logs of the process, since they share the streams.
+// Standard output or standard error. Shared by all logs of the process, since they share the streams.
 struct Channel {
   std::FILE* stream;
   bool lineOpen;  // the last record ended without a line end
 };
 
-// Holds a stream as flockfile does.
+// Locks a stream with flockfile.
 class StreamLock {
 public:
   explicit StreamLock(std::FILE* stream) : m_stream(stream) { flockfile(m_stream); }
@@ -33,10 +34,10 @@ private:
   std::FILE* m_stream;
 };
 
-// Leaf lock: held for one write, never while anything else is waited for but the stream itself.
+// Leaf lock: held for one write; nothing is waited for meanwhile but the stream itself.
 std::mutex channelMutex;
 
-// Made at first use: a log may be needed before this file's statics are set up.
+// Created on first use: a log may be needed before the statics of this file are initialized.
 Channel& infoChannel() {
   static Channel channel{stdout, false};
   return channel;
@@ -47,7 +48,7 @@ Channel& errorChannel() {
   return channel;
 }
 
-// Standard output and standard error often are the same terminal or file; an open line on one is then open on both.
+// Standard output and standard error are often the same terminal or file; then an open line on one is open on both.
 bool samePlace(const Channel& a, const Channel& b) {
   struct stat sa {};
   struct stat sb {};
@@ -62,13 +63,13 @@ void writeAll(int descriptor, const char* data, std::size_t size) {
       data += written;
       size -= static_cast<std::size_t>(written);
     } else if (written < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
-      // A host may have made its terminal or pipe non-blocking: wait rather than lose the line.
+      // The host may have made its terminal or pipe non-blocking: wait rather than lose the line.
       pollfd waiting{descriptor, POLLOUT, 0};
       if (::poll(&waiting, 1, -1) < 0 && errno != EINTR) {
         return;
       }
     } else if (!(written < 0 && errno == EINTR)) {
-      return;  // the stream is closed; there is nowhere left to say so
+      return;  // the stream is closed, and there is nowhere to report that
     }
   }
 }
@@ -93,10 +94,10 @@ std::string formatted(const char* format, va_list arguments) {
   const int length = std::vsnprintf(nullptr, 0, format, again);
   va_end(again);
   if (length < 0) {
-    return format;  // an argument that cannot be encoded: the bare format still says what happened
+    return format;  // an argument cannot be encoded; the bare format still says what happened
   }
   std::string text(static_cast<std::size_t>(length) + 1, '\0');
-  static_cast<void>(std::vsnprintf(text.data(), text.size(), format, arguments));  // as long as it said before
+  static_cast<void>(std::vsnprintf(text.data(), text.size(), format, arguments));  // same length as above
   text.pop_back();
   return text;
 }
@@ -104,8 +105,8 @@ std::string formatted(const char* format, va_list arguments) {
 void report(Channel& channel, Channel& other, const std::string& name, const char* format, va_list arguments) noexcept {
   try {
     const std::string text = formatted(format, arguments);
-    // The stream's own lock keeps what the host prints through it in front of the record and out of its middle. It
-    // comes first, as it does for a host that holds it and calls an operation that reports.
+    // The stream's own lock keeps the host's output before the record and out of its middle. It is taken first, in the
+    // same order as by a host that holds it while it calls an operation that reports.
     const StreamLock streamLock(channel.stream);
     const std::lock_guard lock(channelMutex);
     std::string record;
@@ -115,10 +116,10 @@ void report(Channel& channel, Channel& other, const std::string& name, const cha
     }
     record.append(prefix(name)).append(text);
     channel.lineOpen = record.back() != '\n';
-    static_cast<void>(std::fflush(channel.stream));  // what the host printed may be lost, the record is not
+    static_cast<void>(std::fflush(channel.stream));  // the host's output may get lost, the record must not
     writeAll(fileno(channel.stream), record.data(), record.size());
   } catch (...) {
-    // Out of memory: callers expect a report never to throw, and there is none to be made without memory.
+    // Out of memory: no record can be built, and callers rely on reports not to throw.
   }
 }
 

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The log of a camera.
 #pragma once
 
 #include <atomic>
@@ -6,14 +7,14 @@
 
 /// Runtime log of one object: progress on standard output, errors on standard error.
 ///
-/// A record is "YYYY-MM-DD hh:mm:ss.uuuuuu [name] " (local time) and the formatted text as it stands, written in one
-/// piece and at once. A text without a line end gets none; the next record of the process that goes to the same
-/// place then begins with one, so that every record starts on a line of its own.
+/// A record is "YYYY-MM-DD hh:mm:ss.uuuuuu [name] " (local time) and the formatted text unchanged, written at once in a
+/// single write. No line end is added to the text; if it has none, the next record of the process that goes to the same
+/// file or terminal begins with one, so that every record starts on its own line.
 ///
 /// Safe to call from any number of threads, on one log or several. Nothing throws.
 class SystemLog {
 public:
-  /// A log at level 1 whose records carry `name`.
+  /// A log at level 1. `name` is part of each record.
   explicit SystemLog(std::string name);
 
   /// 1 or more: everything is written; 0 or less: errors only.

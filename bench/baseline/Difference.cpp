@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Compares results bit for bit.
 #include "bench/baseline/Difference.hpp"
 
 #include <bit>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Compares results bit for bit.
 #pragma once
 
 #include <string>
@@ -10,11 +11,11 @@
 
 namespace stereo::baseline {
 
-// Bit for bit, with one exception: two NaN are the same whatever their sign and payload. Which operand's payload a sum
-// hands on depends on the order of the operands in the instruction, and the language leaves that to the compiler.
+// Bit for bit, with one exception: all NaN are equal, whatever their sign and payload. Which operand's payload a sum
+// keeps depends on the order of the operands in the instruction, and the language leaves that to the compiler.
 
-/// Empty if the images have the same size, type and elements (CV_32F or CV_8U, any channels), otherwise what differs
-/// first.
+/// Empty if the images have the same size, type and elements (CV_32F or CV_8U, any channels), otherwise a description
+/// of the first difference.
 std::string difference(const cv::Mat& expected, const cv::Mat& actual);
 
 /// As above, for clouds.

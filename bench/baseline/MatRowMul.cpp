@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// A matrix row times a column, called the slow way.
 #include "bench/baseline/MatRowMul.hpp"
 
 namespace stereo::baseline {

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The pixels of one capture pass, plain form.
 #include "bench/baseline/PlainCapturePass.hpp"
 
 #include "bench/baseline/PlainFisheyeMask.hpp"

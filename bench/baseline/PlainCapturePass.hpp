@@ -1,15 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
+// The pixels of one capture pass, plain form.
 #pragma once
 
 #include <opencv2/core.hpp>
 
 namespace stereo::baseline {
 
-/// What the capture worker does with the pixels of one frame: cut it into its halves, mask them, publish copies.
+/// What the capture worker does with the pixels of one frame: split it into eyes, mask them, publish copies.
 class CapturePass {
 public:
-  /// `frame` is CV_8UC3, both eyes side by side; `radius` that of the image circle, pixels. The published images are
-  /// new ones each time.
+  /// `frame` is CV_8UC3, both eyes side by side; `radius` is that of the image circle, pixels. Publishes new images
+  /// each time.
   void run(const cv::Mat& frame, int radius, cv::Mat& publishedFirst, cv::Mat& publishedSecond);
 
 private:

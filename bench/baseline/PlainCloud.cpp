@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Point clouds, plain form.
 #include "bench/baseline/PlainCloud.hpp"
 
 #include <cmath>
@@ -16,7 +17,7 @@ struct Block {
   std::vector<cv::Vec3b> colors;
 };
 
-// Tested before anything is converted to an integer: angles may be NaN.
+// To be tested before a conversion to an integer: angles may be NaN.
 bool inside(const cv::Mat& image, double row, double column) {
   return row >= 0 && row < image.rows && column >= 0 && column < image.cols;
 }
@@ -30,8 +31,8 @@ void append(Block& block, double x, double y, double w, float z) {
   block.points.push_back(cv::Vec3f(static_cast<float>(x * z), static_cast<float>(y * z), static_cast<float>(w * z)));
 }
 
-// Longitude-latitude: the pixel's ray by the unified model, its depth from where the ray's two angles fall. True if it
-// has one and was added.
+// Longitude-latitude: the pixel's ray by the unified model, its depth from the pixel that the ray's two angles fall
+// into. True if there is a depth and the point was added.
 bool unproject(int i, int j, const core::CloudImages& images, const core::CloudModel& model, Block& block) {
   if (outsideRadius(i, j, model)) {
     return false;
@@ -62,7 +63,7 @@ bool unproject(int i, int j, const core::CloudImages& images, const core::CloudM
   return true;
 }
 
-// Perspective: the look-ups take the column for the row and the row for the column.
+// Perspective: the lookups take the column for the row and the row for the column.
 bool project(int i, int j, const core::CloudImages& images, const core::CloudModel& model, bool colored, Block& block) {
   float z = 0;
   if (colored) {
@@ -102,7 +103,7 @@ void sample(int r0, int c0, const core::CloudImages& images, const core::CloudMo
   }
 }
 
-// Calls `keep` with the index of every point of the block but the nearest and the farthest, in order.
+// Calls `keep` with the index of every point of the block except the nearest and the farthest, in order.
 template <typename Keep>
 void trim(const Block& block, Keep keep) {
   if (block.keys.size() <= 2) {
@@ -148,7 +149,7 @@ void coloredCloud(const core::CloudImages& images, const core::CloudModel& model
   if (model.mode != 1 && model.mode != 2) {
     return;
   }
-  // Only here, and only in mode 1, 5 % of the view stay out on every side.
+  // Only here, and only in mode 1, 5 % of the view are left out on every side.
   const bool border = model.mode == 1;
   const int firstRow = border ? static_cast<int>(0.05 * images.view.rows) : 0;
   const int firstColumn = border ? static_cast<int>(0.05 * images.view.cols) : 0;

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Point clouds, plain form.
 #pragma once
 
 #include <vector>
@@ -10,9 +11,8 @@
 
 namespace stereo::baseline {
 
-// Clouds as the two `getPointCloud` append them, pixel by pixel in double precision, with the lists of each block made
-// and released with the block. Look-ups that would leave an image skip the pixel. Types are as `CloudImages` says;
-// nothing checks them.
+// The clouds that the two forms of `getPointCloud` append, pixel by pixel in double precision, with new lists for each
+// block. A lookup outside an image skips the pixel. Types are those of `CloudImages`; nothing checks them.
 
 void plainCloud(const core::CloudImages& images, const core::CloudModel& model, std::vector<cv::Vec3f>& points);
 void coloredCloud(const core::CloudImages& images, const core::CloudModel& model, std::vector<PCL>& points);

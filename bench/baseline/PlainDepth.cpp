@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Metric and colored depth, plain form.
 #include "bench/baseline/PlainDepth.hpp"
 
 #include <cmath>
@@ -9,7 +10,7 @@ namespace {
 
 constexpr double pi = 3.141592653589793;
 
-// In a mode other than 1 and 2 the depth of the pixel before stays.
+// In other modes than 1 and 2, the depth of the previous pixel stays.
 void evaluateDepth(float d, int column, const core::DepthModel& model, float& depth) {
   if (model.mode == 1) {
     const float W = static_cast<float>(model.W);
@@ -21,7 +22,7 @@ void evaluateDepth(float d, int column, const core::DepthModel& model, float& de
   }
 }
 
-// Integer conversion, then the low eight bits; 0 for what no 32-bit integer holds.
+// Conversion to an integer, then the low eight bits; 0 outside the range of a 32-bit integer.
 unsigned char channel(float value) {
   const float rounded = std::round(value);
   if (!(rounded >= -2147483648.0F && rounded < 2147483648.0F)) {

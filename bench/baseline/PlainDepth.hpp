@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Metric and colored depth, plain form.
 #pragma once
 
 #include <opencv2/core.hpp>
@@ -7,15 +8,15 @@
 
 namespace stereo::baseline {
 
-// Depth by pixel, every term evaluated where it stands. Disparities are CV_32FC1, pixels; nothing checks that.
+// Depth pixel by pixel, every term evaluated for each. Disparities are CV_32FC1, pixels; nothing checks that.
 
-/// Meters into a new CV_32FC1 image: -1 where the disparity is not above the near limit's number, 0 out of limits.
+/// Meters in a new CV_32FC1 image: -1 where the disparity is not above the near limit's number, 0 outside the limits.
 void metricDepth(const cv::Mat& disparity, const core::DepthModel& model, cv::Mat& depth);
 
 /// Range of the depths, narrowed to the limits.
 core::DepthRange depthRange(const cv::Mat& disparity, const core::DepthModel& model);
 
-/// False-color picture, a new CV_8UC3 image turned by 180 degrees. Evaluates every depth twice: for the range and for
+/// False-color picture, a new CV_8UC3 image rotated by 180 degrees. Evaluates every depth twice: for the range and for
 /// the color.
 void coloredDepth(const cv::Mat& disparity, const core::DepthModel& model, cv::Mat& picture);
 

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Masks of the image circle, plain form.
 #include "bench/baseline/PlainFisheyeMask.hpp"
 
 #include <cmath>
@@ -7,7 +8,7 @@
 namespace stereo::baseline {
 
 int convertRawFisheyeImage(int radius, cv::Mat& first, cv::Mat& second) {
-  // 64 bits wherever a radius or its square goes, so that none overflows.
+  // 64 bits for a radius and its square, so that neither overflows.
   const int cx = first.cols >> 1;
   const int cy = first.rows >> 1;
   const auto R2 = static_cast<float>(static_cast<std::int64_t>(radius) * radius);

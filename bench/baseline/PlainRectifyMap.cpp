@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Lookup maps, plain form.
 #include "bench/baseline/PlainRectifyMap.hpp"
 
 #include <cmath>
@@ -9,7 +10,7 @@ namespace stereo::baseline {
 
 cv::Mat inverse(const cv::Mat& m) {
   const auto at = [&](int r, int c) { return m.at<double>(r % 3, c % 3); };
-  // Cofactor of the element (r, c), its sign included by going round.
+  // Cofactor of the element (r, c); the cyclic indices include its sign.
   const auto cofactor = [&](int r, int c) {
     return at(r + 1, c + 1) * at(r + 2, c + 2) - at(r + 1, c + 2) * at(r + 2, c + 1);
   };

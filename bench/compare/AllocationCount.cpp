@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The C library lets a program define the allocation functions anew: these count, and hand on to its own. Shared
-// libraries and operator new come here too.
+// Counts allocations. The C library lets a program replace the allocation functions: these count and call the C
+// library's own. Shared libraries and operator new use them, too.
 #include "bench/compare/AllocationCount.hpp"
 
 #include <atomic>
@@ -41,7 +41,7 @@ std::uint64_t allocations() { return counter.load(std::memory_order_relaxed); }
 
 extern "C" {
 
-// NOLINTBEGIN(bugprone-reserved-identifier): the C library's own names of what is replaced here
+// NOLINTBEGIN(bugprone-reserved-identifier): the C library's own names of the functions replaced here
 void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t number, std::size_t size);
 void* __libc_realloc(void* old, std::size_t size);

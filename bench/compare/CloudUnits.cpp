@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Units of comparison: point clouds.
 #include <memory>
 #include <string>
 #include <vector>
@@ -30,7 +31,7 @@ using Sample = void (*)(const core::CloudImages&, const core::CloudModel&, std::
 
 template <typename Point>
 Unit cloudUnit(const char* form, cv::Size size, int mode, Sample<Point> scalar, Sample<Point> library,
-               const Wanted& wanted) {
+               const Targets& targets) {
   const auto kept = std::make_shared<Case<Point>>(Case<Point>{
       bench::cloudImages(size, mode), bench::cloudModel(size, mode), bench::reprojection(size), {}, {}, {}});
   Unit unit;
@@ -53,21 +54,21 @@ Unit cloudUnit(const char* form, cv::Size size, int mode, Sample<Point> scalar, 
     libraryCall();
     return kept->scalar.empty() ? "the cloud is empty" : baseline::difference(kept->scalar, kept->library);
   };
-  unit.wanted = wanted;
+  unit.targets = targets;
   return unit;
 }
 
 }  // namespace
 
 void addCloudUnits(std::vector<Unit>& units) {
-  const auto add = [&units](cv::Size size, int mode, const Wanted& wanted) {
-    units.push_back(cloudUnit<cv::Vec3f>("plain", size, mode, baseline::plainCloud, core::appendPlainCloud, wanted));
+  const auto add = [&units](cv::Size size, int mode, const Targets& targets) {
+    units.push_back(cloudUnit<cv::Vec3f>("plain", size, mode, baseline::plainCloud, core::appendPlainCloud, targets));
     units.push_back(
-        cloudUnit<PCL>("coloured", size, mode, baseline::coloredCloud, core::appendColoredCloud<PCL>, wanted));
+        cloudUnit<PCL>("coloured", size, mode, baseline::coloredCloud, core::appendColoredCloud<PCL>, targets));
   };
   add({464, 400}, bench::lonLatMode, {3, 0, 0});
   add({464, 400}, bench::perspectiveMode, {3, 5, 0});
-  // Square: the look-ups of the perspective cloud swap rows and columns, so here none of them leaves the image.
+  // Square: the lookups of the perspective cloud swap rows and columns, so here none of them leaves the image.
   add({464, 464}, bench::perspectiveMode, {3, 5, 0});
 }
 

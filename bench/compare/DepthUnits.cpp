@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Units of comparison: metric and colored depth.
 #include <memory>
 #include <string>
 
@@ -24,7 +25,7 @@ struct Case {
   cv::Mat disparity;
   core::DepthModel model;
   cv::Mat Q;
-  cv::Mat scalar, library, depths, peer, meters, bytes;  // kept from call to call
+  cv::Mat scalar, library, depths, peer, meters, bytes;  // memory reused from call to call
 };
 
 std::string unitName(const char* what, cv::Size size, int mode) {
@@ -32,7 +33,7 @@ std::string unitName(const char* what, cv::Size size, int mode) {
          std::to_string(size.height);
 }
 
-Unit metricUnit(cv::Size size, int mode, const Wanted& wanted) {
+Unit metricUnit(cv::Size size, int mode, const Targets& targets) {
   const auto kept = std::make_shared<Case>(size, mode);
   Unit unit;
   unit.name = unitName("metric depth", size, mode);
@@ -47,11 +48,11 @@ Unit metricUnit(cv::Size size, int mode, const Wanted& wanted) {
     library();
     return baseline::difference(kept->scalar, kept->library);
   };
-  unit.wanted = wanted;
+  unit.targets = targets;
   return unit;
 }
 
-// Depth, scaled to bytes and colored by a table, turned.
+// Depth scaled to bytes, colored through a table, rotated by 180 degrees.
 void paintByTable(Case& kept) {
   cv::divide(kept.model.f * kept.model.b, kept.disparity, kept.meters);
   cv::normalize(kept.meters, kept.bytes, 0, 255, cv::NORM_MINMAX, CV_8U);
@@ -59,7 +60,7 @@ void paintByTable(Case& kept) {
   cv::flip(kept.peer, kept.peer, -1);
 }
 
-Unit coloredUnit(cv::Size size, int mode, const Wanted& wanted) {
+Unit coloredUnit(cv::Size size, int mode, const Targets& targets) {
   const auto kept = std::make_shared<Case>(size, mode);
   Unit unit;
   unit.name = unitName("coloured depth", size, mode);
@@ -74,7 +75,7 @@ Unit coloredUnit(cv::Size size, int mode, const Wanted& wanted) {
     library();
     return baseline::difference(kept->scalar, kept->library);
   };
-  unit.wanted = wanted;
+  unit.targets = targets;
   return unit;
 }
 

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Processor, compiler and OpenCV of a run.
 #include <fstream>
 #include <thread>
 

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Units of comparison: the capture pass and the rectified read.
 #include <memory>
 #include <string>
 
@@ -58,12 +59,12 @@ Unit captureUnit() {
     library();
     return difference(kept->scalar, kept->library);
   };
-  unit.wanted = {1.5, 0, 1.2};
+  unit.targets = {1.5, 0, 1.2};
   return unit;
 }
 
-// The rectified read on eyes that are there already. The read of the class itself waits for the next frame, and how
-// long it waits says nothing about the read.
+// The rectified read with the eyes in memory. In a real camera it waits for the next frame, which says nothing about
+// the speed of the read.
 struct ReadCase {
   explicit ReadCase(cv::Size size) {
     const bench::Eye eyes[2] = {bench::leftEye(), bench::rightEye()};
@@ -99,7 +100,7 @@ Unit readUnit(cv::Size size) {
     library();
     return difference(kept->remapped, kept->read);
   };
-  unit.wanted = {0, 0, 1.05};
+  unit.targets = {0, 0, 1.05};
   return unit;
 }
 

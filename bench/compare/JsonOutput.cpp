@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Results as JSON.
 #include <cmath>
 #include <cstdio>
 #include <ostream>
@@ -21,7 +22,7 @@ std::string quoted(const std::string& text) {
   return result + '"';
 }
 
-// JSON knows neither NaN nor infinity.
+// JSON has neither NaN nor infinity.
 std::string number(double value) {
   if (!std::isfinite(value)) {
     return "null";
@@ -31,7 +32,7 @@ std::string number(double value) {
   return text;
 }
 
-// 0 stands for a ratio that was not asked for or not measured.
+// 0 means a ratio without a target, or one that was not measured.
 std::string ratio(double value) { return value == 0 ? "null" : number(value); }
 
 void writeTimes(std::ostream& out, const char* who, const Times& times) {
@@ -62,9 +63,9 @@ void writeResult(std::ostream& out, const Result& result) {
   out << ",\n      \"scalar_over_library\": " << ratio(result.scalarOverLibrary())
       << ",\n      \"peer_over_library\": " << ratio(result.peerOverLibrary())
       << ",\n      \"library_over_floor\": " << ratio(result.libraryOverFloor())
-      << ",\n      \"wanted\": {\"scalar_over_library\": " << ratio(result.wanted.scalar)
-      << ", \"peer_over_library\": " << ratio(result.wanted.peer)
-      << ", \"library_over_floor\": " << ratio(result.wanted.floor) << "}"
+      << ",\n      \"wanted\": {\"scalar_over_library\": " << ratio(result.targets.scalar)
+      << ", \"peer_over_library\": " << ratio(result.targets.peer)
+      << ", \"library_over_floor\": " << ratio(result.targets.floor) << "}"
       << ",\n      \"reached\": " << (result.reached() ? "true" : "false") << "\n    }";
 }
 

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Units of comparison: lookup maps.
 #include <cstddef>
 #include <memory>
 #include <string>
@@ -28,13 +29,13 @@ struct Maps {
   cv::Mat rows;
 };
 
-// One map pair: the eye, the view, and what each of the three makes of them.
+// One pair of maps: the eye, the view, and how each of the three builds the maps.
 struct Case {
   Eye eye;
   cv::Size size;
   int mode;
   cv::Mat P = viewMatrix(size, mode);
-  double xi2 = mode == perspectiveMode ? eye.mirror() : 0.0;  // as a start of the camera has it
+  double xi2 = mode == perspectiveMode ? eye.mirror() : 0.0;  // as in `startCapture`
 
   void scalar(Maps& maps) const {
     baseline::initRectifyMap(eye.K, eye.D, eye.R, P, eye.mirror(), xi2, size, mode, maps.columns, maps.rows);
@@ -64,7 +65,7 @@ struct KeptMaps {
 
 std::string sizeName(cv::Size size) { return std::to_string(size.width) + "x" + std::to_string(size.height); }
 
-Unit onePair(const std::string& name, cv::Size size, int mode, const Wanted& wanted) {
+Unit onePair(const std::string& name, cv::Size size, int mode, const Targets& targets) {
   const auto kept = std::make_shared<KeptMaps>(KeptMaps{{leftEye(), size, mode}, {}, {}, {}});
   Unit unit;
   unit.name = name + " " + sizeName(size);
@@ -73,13 +74,12 @@ Unit onePair(const std::string& name, cv::Size size, int mode, const Wanted& wan
   unit.peer = [kept] { kept->of.peer(kept->peer); };
   unit.peerName = "omnidir::initUndistortRectifyMap";
   unit.difference = [kept] { return kept->of.difference(); };
-  unit.wanted = wanted;
+  unit.targets = targets;
   return unit;
 }
 
-// Both views of both eyes, as a start of the camera makes them: a first one into new memory, later ones into memory
-// that was kept.
-Unit allFour(const char* name, cv::Size size, bool intoKept, const Wanted& wanted) {
+// Both views of both eyes, as `startCapture` builds them: the first time in new memory, later in memory that was kept.
+Unit allFour(const char* name, cv::Size size, bool intoKept, const Targets& targets) {
   const auto cases = std::make_shared<const std::vector<Case>>(std::vector<Case>{{leftEye(), size, perspectiveMode},
                                                                                  {rightEye(), size, perspectiveMode},
                                                                                  {leftEye(), size, lonLatMode},
@@ -109,7 +109,7 @@ Unit allFour(const char* name, cv::Size size, bool intoKept, const Wanted& wante
     return std::string();
   };
   if (!intoKept) {
-    // What the system takes to hand out the pages, on one thread.
+    // The system's time to hand out the pages, on one thread.
     unit.floor = [size, count = 2 * cases->size()] {
       std::vector<cv::Mat> maps(count);
       for (cv::Mat& map : maps) {
@@ -119,7 +119,7 @@ Unit allFour(const char* name, cv::Size size, bool intoKept, const Wanted& wante
     };
     unit.floorName = "zeros in eight new matrices";
   }
-  unit.wanted = wanted;
+  unit.targets = targets;
   return unit;
 }
 

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Units of comparison: masks of the image circle.
 #include <cstring>
 #include <functional>
 #include <memory>
@@ -18,8 +19,8 @@ namespace {
 constexpr int radius = 464;
 const cv::Size eyeSize(928, 800);
 
-// Masked in place over and over: a mask does the same work on pixels that are black already. All take turns on the same
-// pair, so that each finds it in the caches as the one before left it.
+// Masked in place again and again: a mask does the same work on pixels that are already black. All implementations take
+// turns on the same pair, so that each finds it in the caches as the previous one left it.
 struct Pair {
   cv::Mat first = bench::picture(eyeSize, 1);
   cv::Mat second = bench::picture(eyeSize, 2);
@@ -33,7 +34,7 @@ void scalarEllipse(Pair& pair) { baseline::convertRawFisheyeImage(pair.first, pa
 void libraryEllipse(Pair& pair) { ::convertRawFisheyeImage(pair.first, pair.second, 0, 0, 0, 0); }
 
 Unit maskUnit(const std::shared_ptr<Pair>& pair, const char* name, Mask scalar, Mask library, const cv::Mat& mask,
-              const Wanted& wanted) {
+              const Targets& targets) {
   Unit unit;
   unit.name = name;
   unit.scalar = [pair, scalar] { scalar(*pair); };
@@ -51,14 +52,14 @@ Unit maskUnit(const std::shared_ptr<Pair>& pair, const char* name, Mask scalar, 
     const std::string first = baseline::difference(expected.first, actual.first);
     return first.empty() ? baseline::difference(expected.second, actual.second) : first;
   };
-  unit.wanted = wanted;
+  unit.targets = targets;
   return unit;
 }
 
-// Chunks of memory that turn black.
-using Chunks = std::vector<std::pair<unsigned char*, std::size_t>>;
+// Ranges of memory that become black.
+using Ranges = std::vector<std::pair<unsigned char*, std::size_t>>;
 
-void addStretches(cv::Mat& image, const cv::Mat& mask, Chunks& chunks) {
+void addRanges(cv::Mat& image, const cv::Mat& mask, Ranges& ranges) {
   const unsigned char* end = nullptr;
   for (int i = 0; i < mask.rows; ++i) {
     for (int j = 0; j < mask.cols; ++j) {
@@ -67,34 +68,34 @@ void addStretches(cv::Mat& image, const cv::Mat& mask, Chunks& chunks) {
       }
       auto* const pixel = reinterpret_cast<unsigned char*>(image.ptr<cv::Vec3b>(i) + j);
       if (pixel == end) {
-        chunks.back().second += 3;
+        ranges.back().second += 3;
       } else {
-        chunks.emplace_back(pixel, 3);
+        ranges.emplace_back(pixel, 3);
       }
       end = pixel + 3;
     }
   }
 }
 
-// The black bytes of the pair where they lie, known beforehand.
+// Fills the black bytes of the pair in place; their ranges are known beforehand.
 std::function<void()> floorInPlace(const std::shared_ptr<Pair>& pair, const cv::Mat& mask) {
-  Chunks chunks;
-  addStretches(pair->first, mask, chunks);
-  addStretches(pair->second, mask, chunks);
-  return [pair, chunks] {
-    for (const auto& [start, bytes] : chunks) {
+  Ranges ranges;
+  addRanges(pair->first, mask, ranges);
+  addRanges(pair->second, mask, ranges);
+  return [pair, ranges] {
+    for (const auto& [start, bytes] : ranges) {
       std::memset(start, 0, bytes);
     }
   };
 }
 
-// As many bytes in one piece of memory that nobody else uses.
+// Fills as many bytes in one piece of private memory.
 std::function<void()> floorInOnePiece(const cv::Mat& mask) {
   const auto bytes = std::make_shared<std::vector<unsigned char>>(
       static_cast<std::size_t>(cv::countNonZero(mask)) * 3 * 2, static_cast<unsigned char>(1));
   return [bytes] {
     std::memset(bytes->data(), 0, bytes->size());
-    asm volatile("" : : "r"(bytes->data()) : "memory");  // the stores are wanted, though nobody reads them
+    asm volatile("" : : "r"(bytes->data()) : "memory");  // keeps the stores, which nothing reads
   };
 }
 

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Times the calls of a unit in turns.
 #include "bench/compare/Measure.hpp"
 
 #include <algorithm>
@@ -32,7 +33,7 @@ struct Runner {
   std::uint64_t allocated = 0;
 
   void once() {
-    // Recording itself may allocate: outside what is counted.
+    // Recording may allocate, so it is outside the count.
     const std::uint64_t allocatedBefore = allocations();
     const double cpuBefore = processorMilliseconds();
     const auto start = Clock::now();
@@ -65,9 +66,9 @@ double Result::peerOverLibrary() const { return ratio(peer, library); }
 double Result::libraryOverFloor() const { return ratio(library, floor); }
 
 bool Result::reached() const {
-  return (wanted.scalar == 0 || scalarOverLibrary() >= wanted.scalar) &&
-         (wanted.peer == 0 || peerOverLibrary() >= wanted.peer) &&
-         (wanted.floor == 0 || (floor.calls > 0 && libraryOverFloor() <= wanted.floor));
+  return (targets.scalar == 0 || scalarOverLibrary() >= targets.scalar) &&
+         (targets.peer == 0 || peerOverLibrary() >= targets.peer) &&
+         (targets.floor == 0 || (floor.calls > 0 && libraryOverFloor() <= targets.floor));
 }
 
 Result measure(const Unit& unit, double seconds, std::size_t minRounds) {
@@ -75,7 +76,7 @@ Result measure(const Unit& unit, double seconds, std::size_t minRounds) {
   result.name = unit.name;
   result.peerName = unit.peerName;
   result.floorName = unit.floorName;
-  result.wanted = unit.wanted;
+  result.targets = unit.targets;
   result.difference = unit.difference();
 
   std::vector<Runner> runners;
@@ -85,7 +86,7 @@ Result measure(const Unit& unit, double seconds, std::size_t minRounds) {
       runners.push_back({call, times, {}});
     }
   }
-  // Warm: buffers made, threads started, pages touched.
+  // Warm up: create buffers, start threads, touch pages.
   const auto warmUp = Clock::now();
   do {
     for (const Runner& runner : runners) {

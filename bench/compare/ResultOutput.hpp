@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// How results are written: as a table or as JSON.
 #pragma once
 
 #include <iosfwd>
@@ -9,20 +10,20 @@
 
 namespace stereo::compare {
 
-/// Where and with what the figures were taken.
+/// Where and with what the figures were measured.
 struct Environment {
   std::string processor;
   unsigned cores = 0;
-  int threads = 0;  ///< That OpenCV's parallel loops may use.
+  int threads = 0;  ///< Used by OpenCV's parallel loops.
   std::string instructions;
   std::string compiler;
   std::string openCv;
 };
 
-/// `instructions` names the instruction set that the library's kernels were told to use.
+/// `instructions`: the instruction set of the library's kernels.
 Environment currentEnvironment(const std::string& instructions);
 
-/// A table in columns for a terminal, or in Markdown.
+/// Writes a table, aligned for a terminal or in Markdown.
 void writeTable(std::ostream& out, const Environment& environment, const std::vector<Result>& results, bool markdown);
 
 void writeJson(std::ostream& out, const Environment& environment, const std::vector<Result>& results);

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Results as a table.
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -36,13 +37,13 @@ std::string median(const Times& times) { return times.calls == 0 ? "" : millisec
 
 std::string ratio(double value) { return value == 0 ? "" : fixed(value, value < 10 ? 2 : 1); }
 
-// What is wanted, and whether it was reached: "yes >= 25" or "NO >= 25".
-std::string verdict(double value, double wanted, bool atMost) {
-  if (wanted == 0) {
+// The target, and whether it was reached: "yes >= 25" or "NO >= 25".
+std::string verdict(double value, double target, bool atMost) {
+  if (target == 0) {
     return "";
   }
-  const bool reached = value != 0 && (atMost ? value <= wanted : value >= wanted);
-  return std::string(reached ? "yes " : "NO ") + (atMost ? "<= " : ">= ") + shortest(wanted);
+  const bool reached = value != 0 && (atMost ? value <= target : value >= target);
+  return std::string(reached ? "yes " : "NO ") + (atMost ? "<= " : ">= ") + shortest(target);
 }
 
 Row rowOf(const Result& result) {
@@ -53,11 +54,11 @@ Row rowOf(const Result& result) {
           median(result.peer),
           median(result.floor),
           ratio(result.scalarOverLibrary()),
-          verdict(result.scalarOverLibrary(), result.wanted.scalar, false),
+          verdict(result.scalarOverLibrary(), result.targets.scalar, false),
           ratio(result.peerOverLibrary()),
-          verdict(result.peerOverLibrary(), result.wanted.peer, false),
+          verdict(result.peerOverLibrary(), result.targets.peer, false),
           ratio(result.libraryOverFloor()),
-          verdict(result.libraryOverFloor(), result.wanted.floor, true),
+          verdict(result.libraryOverFloor(), result.targets.floor, true),
           milliseconds(result.library.cpu),
           countsAllocations() ? fixed(result.library.allocations, 1) : "-"};
 }

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// What is compared: units of work, each done by several implementations.
 #pragma once
 
 #include <functional>
@@ -7,26 +8,26 @@
 
 namespace stereo::compare {
 
-/// Ratios of times that the library is meant to reach; 0 where nothing is asked.
-struct Wanted {
-  double scalar = 0;  ///< Plain form over library, at least.
-  double peer = 0;    ///< Peer over library, at least.
-  double floor = 0;   ///< Library over floor, at most.
+/// Target ratios of times; 0 means no target.
+struct Targets {
+  double scalar = 0;  ///< Plain form over library, minimum.
+  double peer = 0;    ///< Peer over library, minimum.
+  double floor = 0;   ///< Library over floor, maximum.
 };
 
-/// One thing that the library does, and others who do it. Each call does it once, on inputs made beforehand; those that
-/// a unit has no use for are empty.
+/// A unit of the library's work, and other implementations of it. Each call does it once, on inputs prepared in
+/// advance. Calls that a unit does not have are empty.
 struct Unit {
   std::string name;
   std::function<void()> scalar;   ///< The plain form.
   std::function<void()> library;  ///< Never empty.
-  std::function<void()> peer;     ///< Another implementation of the same or of something close to it.
-  std::function<void()> floor;    ///< What cannot be done without, such as the plain copies.
+  std::function<void()> peer;     ///< Another implementation of the same, or of something similar.
+  std::function<void()> floor;    ///< Lower bound: the indispensable part, such as plain copies.
   std::string peerName;
   std::string floorName;
-  /// Does it by plain form and library and compares to the bit: empty if they agree, otherwise what differs.
+  /// Runs plain form and library and compares the results bit for bit: empty if they agree, otherwise what differs.
   std::function<std::string()> difference;
-  Wanted wanted;
+  Targets targets;
 };
 
 void addMapUnits(std::vector<Unit>& units);

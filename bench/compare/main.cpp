@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Times the library's units of work against their plain forms and against peers, in turns. Exit code 1 if a result of
-// the library differs from the plain form's; how fast anything is does not matter to it.
+// the library differs from the plain form's; the times do not affect it.
 #include <fstream>
 #include <iostream>
 #include <regex>
@@ -91,7 +91,7 @@ int run(const Options& options) {
 
 }  // namespace
 
-// Outside of what is caught there is only the making of the options, which fails where there is no memory.
+// Only the setup of the options is outside the try block; it fails only if there is no memory.
 // NOLINTNEXTLINE(bugprone-exception-escape)
 int main(int argc, char** argv) {
   CLI::App program("Times the library against its plain form and against peers");

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Inputs of the benchmarks; the same in every run.
 #include "bench/support/Inputs.hpp"
 
 #include <cstdint>
@@ -26,7 +27,7 @@ Eye eye(double fx, double cx, const cv::Vec3d& rotation, double xi) {
   return result;
 }
 
-// Random values on a coarse grid, joined smoothly.
+// Random values on a coarse grid, interpolated.
 cv::Mat smoothField(cv::Size size, cv::Size grid, cv::RNG& random, double lowest, double highest) {
   cv::Mat coarse(grid, CV_32FC1);
   random.fill(coarse, cv::RNG::UNIFORM, lowest, highest);

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The calibration: file, setter and getter.
 #include <iostream>
 #include <memory>
 #include <new>
@@ -19,7 +20,7 @@ bool StereoCamera::loadCalibParams(std::string fileName) {
       std::cerr << "Read File: " << fileName << " Error!" << std::endl;
       return false;
     }
-    // A matrix that turns out malformed half-way must not leave its first half in a member.
+    // `readMatrix` reads into a local: a malformed matrix must not leave its first half in a member.
     cv::Mat serial;
     cv::Mat position;
     serial = stereo::readMatrix(*reader, keys::serialNumber);

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// What the calling thread is doing with a camera.
 #include "src/StereoCameraCommon/CallingThread.hpp"
 
 #include <utility>

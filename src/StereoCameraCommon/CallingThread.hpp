@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the calling thread is in the middle of with a camera: its disparity worker, a rectified read, a cloud's lock.
+// What the calling thread is doing with a camera: working on disparities, a rectified read, holding a cloud's lock.
 #pragma once
 
 #include <mutex>
@@ -21,8 +21,8 @@ public:
   static bool isOf(const StereoCamera* camera);
 };
 
-/// A rectified read on the calling thread, from before it asks for the raw eyes. An override may stand between the two
-/// and have its own reasons to fail; this tells whether a stop operation ended the wait.
+/// A rectified read on the calling thread, from before it asks for the raw eyes. That request may go through an
+/// override that fails for its own reasons; this records whether a stop operation ended the wait.
 class RectifiedRead {
 public:
   explicit RectifiedRead(const StereoCamera* camera);
@@ -32,7 +32,8 @@ public:
 
   bool wasEndedByStop() const { return m_endedByStop; }
 
-  /// How the latest wait for a frame of `camera` on the calling thread ended; for its innermost read, if any.
+  /// Records for the innermost rectified read of `camera` on the calling thread, if any, how its wait for a frame
+  /// ended.
   static void note(const StereoCamera* camera, bool endedByStop);
 
 private:
@@ -41,8 +42,8 @@ private:
   bool m_endedByStop = false;
 };
 
-/// The calling thread's lock on a camera's `m_disparityMutex`, while it runs what others have written: an override, or
-/// what a window calls back. A stop operation called from there must not wait for that lock.
+/// The calling thread's lock on a camera's `m_disparityMutex` while foreign code runs: an override, or the callback of
+/// a window. A stop operation called from there must not wait for that lock.
 class HeldDisparityLock {
 public:
   HeldDisparityLock(const StereoCamera* camera, std::unique_lock<std::mutex>& lock);
@@ -50,7 +51,7 @@ public:
   HeldDisparityLock(const HeldDisparityLock&) = delete;
   HeldDisparityLock& operator=(const HeldDisparityLock&) = delete;
 
-  /// The calling thread's lock on the camera's mutex; null where it holds none.
+  /// The calling thread's lock on the camera's mutex, or null.
   static std::unique_lock<std::mutex>* of(const StereoCamera* camera);
 
 private:
@@ -59,7 +60,7 @@ private:
   HeldDisparityLock* const m_outer;
 };
 
-/// Lets go of a lock for as long as this lives; of none if null.
+/// Releases a lock for as long as this lives. Null: does nothing.
 class ScopedUnlock {
 public:
   explicit ScopedUnlock(std::unique_lock<std::mutex>* lock) : m_lock(lock) {

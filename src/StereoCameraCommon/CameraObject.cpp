@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Construction, destruction, setters and getters.
 #include <iostream>
 #include <new>
 #include <utility>
@@ -13,8 +14,7 @@
 using stereo::loadRelaxed;
 using stereo::storeRelaxed;
 
-// Every public constructor delegates to this one, so that the destructor frees what a later step acquired should that
-// step throw.
+// Every public constructor delegates to this one, so that the destructor runs if a later step throws.
 StereoCamera::StereoCamera(std::unique_ptr<Internals> internals) : m_internals(std::move(internals)) {}
 
 StereoCamera::StereoCamera() : StereoCamera(0) {}
@@ -39,7 +39,7 @@ StereoCamera::StereoCamera(int deviceNode) : StereoCamera(std::make_unique<Inter
 StereoCamera::StereoCamera(std::string settingsPath) : StereoCamera(std::make_unique<Internals>()) {
   m_isOpened = false;
   if (!StereoCamera::loadConfig(settingsPath)) {
-    // There is no log yet, its level being one of the settings: standard error takes the report.
+    // There is no log yet, because its level is one of the settings, so the report goes to standard error.
     std::cerr << "Load " << settingsPath << " error!" << std::endl;
     return;
   }
@@ -51,7 +51,7 @@ StereoCamera::StereoCamera(std::string settingsPath) : StereoCamera(std::make_un
     dropLog();
     return;
   }
-  // What the device makes of these shows in its frames; its answers are not to be relied on.
+  // The device's answers are not reliable; its frames show what it made of these.
   m_videoCapture->set(cv::CAP_PROP_FRAME_WIDTH, m_rawFrameSize.width);
   m_videoCapture->set(cv::CAP_PROP_FRAME_HEIGHT, m_rawFrameSize.height);
   m_videoCapture->set(cv::CAP_PROP_FPS, m_frameRate);
@@ -65,7 +65,7 @@ StereoCamera::~StereoCamera() {
   dropLog();
   delete m_videoCapture;
   m_videoCapture = nullptr;
-  // A worker that still runs makes its thread object joinable, and destroying that ends the process.
+  // If a worker still runs, its thread object is joinable, and destroying that ends the process.
   delete m_captureThread;
   m_captureThread = nullptr;
   delete m_computeThread;

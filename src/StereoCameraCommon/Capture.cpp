@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Starting and stopping capture, the capture worker, and ending a read that does not return.
 #include <cstdlib>
 #include <memory>
 #include <typeinfo>
@@ -31,13 +32,13 @@ constexpr useconds_t warmUpPause = 50'000;     // microseconds
 constexpr useconds_t publicationPause = 1000;  // microseconds
 
 void scaleIntrinsic(cv::Mat& intrinsic, float scale) {
-  // In place: headers that the host got from the camera follow.
+  // In place: headers that `getCalibParams` returned show the scaled matrix.
   intrinsic.row(0) *= scale;
   intrinsic.row(1) *= scale;
 }
 
-// Maps the segment for the worker. Without it the consumer's process would wait for ever on a camera that seems to
-// work, so the whole process ends.
+// Maps the segment for the worker. Without it, the consumer would wait forever for a camera that seems to work, so
+// the whole process ends.
 void openSegment(stereo::sys::SharedFrame& segment, float frameScale, key_t key, cv::Size rawFrameSize,
                  SystemLog* log) {
   if (frameScale == 1.0F || frameScale == 0.5F) {
@@ -65,14 +66,14 @@ std::chrono::microseconds systemTime() {
   return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::system_clock::now().time_since_epoch());
 }
 
-// After how many attempts to end it a read is left to itself. Not one of a derived class on nothing of OpenCV's, which
-// is to end when it is told to.
+// Attempts to interrupt a read before it is abandoned. Never for a derived class that reads nothing of OpenCV's: its
+// read has to end when its device is released.
 int maxAttempts(stereo::sys::BackEnd backEnd) {
   switch (backEnd) {
     case stereo::sys::BackEnd::gstreamer:
-      return 10;  // about a second: a pipeline that never came to run, on a driver that does not wake who waits
+      return 10;  // about a second: a pipeline that never ran, on a driver that does not wake waiting threads
     case stereo::sys::BackEnd::kernel:
-      return 150;  // fifteen; OpenCV's own limit is ten
+      return 150;  // 15 seconds; OpenCV's own limit is 10
     default:
       return stereo::ReadWatchdog::never;
   }
@@ -89,7 +90,7 @@ bool StereoCamera::startCapture(bool useTransmit, bool useShareMemory) {
   }
   const auto frameScale =
       static_cast<float>(static_cast<float>(loadRelaxed(m_rawFrameSize).width) / double{stereo::model::fullFrameWidth});
-  // The left intrinsic matrix is not asked for; where it alone is missing, scaling it raises the error.
+  // The left intrinsic matrix is not checked here; if only that is missing, scaling it raises the error.
   if (!loadRelaxed(m_rectFrameSize).empty() && !m_translation.empty() && !m_leftXi.empty() && !m_leftRotation.empty() &&
       !m_leftDistortion.empty() && !m_rightXi.empty() && !m_rightRotation.empty() && !m_rightIntrinsic.empty() &&
       !m_rightDistortion.empty()) {
@@ -97,7 +98,7 @@ bool StereoCamera::startCapture(bool useTransmit, bool useShareMemory) {
   }
   reportInfo(m_log, "Initialize parameters OK!\n");
   if (m_captureThread == nullptr) {
-    noteDevice();  // while nobody reads it
+    noteDevice();  // while no worker reads the device
   }
   if (m_isOpened) {
     m_internals->deviceWatchdog->resume();
@@ -105,7 +106,7 @@ bool StereoCamera::startCapture(bool useTransmit, bool useShareMemory) {
     m_internals->captureStopped = false;
     m_internals->disparityStarved = false;
   }
-  // Reserved first, so that nothing can throw between the new worker's start and the old one's being put away.
+  // Reserved first, so that nothing can throw between the start of the new worker and saving the old one.
   m_internals->supersededWorkers.reserve(m_internals->supersededWorkers.size() + 1);
   const auto reads = m_internals->deviceWatchdog;
   reads->workerStarts();
@@ -115,12 +116,12 @@ bool StereoCamera::startCapture(bool useTransmit, bool useShareMemory) {
       try {
         captureWorker(frameScale, *reads);
       } catch (const stereo::ReadWatchdog::Abandoned&) {
-        return;  // the camera may be gone
+        return;  // the camera may no longer exist
       }
       reads->workerEnds();
     });
   } catch (...) {
-    reads->workerEnds();  // no thread could be had
+    reads->workerEnds();  // the thread could not be created
     throw;
   }
   if (m_captureThread != nullptr) {
@@ -133,7 +134,7 @@ bool StereoCamera::startCapture(bool useTransmit, bool useShareMemory) {
 
 void StereoCamera::buildMaps(float frameScale) {
   const cv::Size size = loadRelaxed(m_rectFrameSize);
-  // All of it before anything changes, so that a calibration that is refused can be mended and started with.
+  // Check everything before anything changes, so that the host can correct a refused calibration and start again.
   stereo::core::requireEye(m_leftIntrinsic, m_leftDistortion, m_leftRotation);
   stereo::core::requireEye(m_rightIntrinsic, m_rightDistortion, m_rightRotation);
   const double leftXi = stereo::core::scalarOf(m_leftXi);
@@ -146,7 +147,7 @@ void StereoCamera::buildMaps(float frameScale) {
     const std::lock_guard lock(m_internals->mapMutex);
     m_rectCameraMatrix = perspective;
   }
-  // Built aside and swapped in whole: readers of a worker that already runs remap meanwhile.
+  // Build new maps and swap them in at the end: readers of a running worker use the old ones meanwhile.
   using stereo::sys::recycledImage;
   cv::Mat rectifyMaps[2][2] = {{recycledImage(), recycledImage()}, {recycledImage(), recycledImage()}};
   cv::Mat lonLatMaps[2][2] = {{recycledImage(), recycledImage()}, {recycledImage(), recycledImage()}};
@@ -169,9 +170,9 @@ void StereoCamera::buildMaps(float frameScale) {
 
 void StereoCamera::captureWorker(float frameScale, stereo::ReadWatchdog& reads) {
   const auto readFrame = [this, &reads] {
-    // Empty at every read: a device that fails without touching its argument must not replay the last frame.
+    // Empty before each read: a device that fails without touching its argument must not replay the last frame.
     cv::Mat frame = stereo::sys::recycledImage();
-    // Looked up before the read: one that is left to itself must not touch the camera.
+    // Copy the pointer before the read: an abandoned read must not touch the camera.
     if (cv::VideoCapture* const device = m_videoCapture; device != nullptr) {
       reads.run([&frame, device] { device->read(frame); });
     }
@@ -219,7 +220,7 @@ void StereoCamera::captureWorker(float frameScale, stereo::ReadWatchdog& reads) 
     m_internals->ownTimestamp = timestamp;
     ++m_internals->publishedFrames;
     m_frameCond.notify_all();
-    usleep(publicationPause);  // inside the lock: readers of this frame get it before the next can replace it
+    usleep(publicationPause);  // under the lock: readers copy this frame before the next one can replace it
   }
   reportInfo(m_log, "Exit capture frame worker ...\n");
   if (m_useShareMemory) {
@@ -229,8 +230,8 @@ void StereoCamera::captureWorker(float frameScale, stereo::ReadWatchdog& reads) 
   }
 }
 
-// What a stop will have to know of the device. OpenCV is asked only of a device that it has open; a GStreamer pipeline
-// that broke down since it was opened keeps what was noted then.
+// Records what a stop needs to know about the device. OpenCV knows the back end only of an open device; for a
+// GStreamer pipeline that has broken down since, the earlier record stays.
 void StereoCamera::noteDevice() {
   Internals& shared = *m_internals;
   if (m_videoCapture == nullptr) {
@@ -239,7 +240,7 @@ void StereoCamera::noteDevice() {
   }
   const stereo::sys::BackEnd backEnd = stereo::sys::backEndOf(*m_videoCapture);
   if (m_videoCapture != shared.openedDevice) {
-    // Made by the constructor, or put in its place by a derived class since.
+    // Created by the constructor, or replaced by a derived class since.
     shared.openedDevice = m_videoCapture;
     shared.backEnd = backEnd;
     shared.openedNode = loadRelaxed(m_deviceNode);
@@ -248,9 +249,8 @@ void StereoCamera::noteDevice() {
   }
 }
 
-// Ends a read of the device that a worker is still inside of although the stop asked for has been waiting for a while.
-// Each back end gets what makes its read fail by itself, for releasing a device of OpenCV's frees what the read works
-// on.
+// Interrupts a device read that goes on although a stop has been waiting for a while. Each back end has its own way to
+// make a read fail; releasing a device of OpenCV's would free the memory that the read works on.
 void StereoCamera::interruptRead(int attempt) {
   if (m_videoCapture == nullptr) {
     return;
@@ -264,13 +264,13 @@ void StereoCamera::interruptRead(int attempt) {
       }
       break;
     case stereo::sys::BackEnd::kernel:
-      // A driver that does not wake who waits leaves the read to its own time limit.
+      // If the driver does not wake waiting threads, the read ends at OpenCV's own time limit.
       stereo::sys::stopStreaming(m_internals->openedNode);
       break;
     case stereo::sys::BackEnd::otherOfOpenCv:
-      break;  // files and network streams, with time limits of their own
+      break;  // files and network streams, which have their own time limits
     case stereo::sys::BackEnd::foreign:
-      // A derived class, which must take this while it reads.
+      // A derived class, which must accept this during a read.
       if (attempt == 0) {
         m_videoCapture->release();
       }
@@ -302,8 +302,8 @@ bool StereoCamera::stopCapture() {
   return true;
 }
 
-// Leaves a read that does not end to itself, and its thread and device with it: nothing is freed under it, and should
-// it return one day, the thread ends and the device goes. The camera gets a device that is closed.
+// Abandons a read that does not end, with its thread and device: nothing is freed while it runs. If it returns one day,
+// the thread ends and the device is destroyed. The camera gets a closed device instead.
 void StereoCamera::abandonCapture() {
   Internals& shared = *m_internals;
   auto closed = std::make_unique<cv::VideoCapture>();
@@ -315,7 +315,7 @@ void StereoCamera::abandonCapture() {
   for (std::thread& worker : shared.supersededWorkers) {
     worker.detach();
   }
-  // What the worker would have done at its end.
+  // Do what the worker would have done at its end.
   reportInfo(m_log, "Exit capture frame worker ...\n");
   const std::lock_guard lock(shared.segmentMutex);
   for (const auto& segment : shared.segments) {

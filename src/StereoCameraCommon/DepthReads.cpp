@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Reads of metric and colored depth.
 #include "src/core/Depth.hpp"
 
 #include "StereoCamera.hpp"
@@ -12,7 +13,7 @@
 using stereo::DisparityWorkerThread;
 using stereo::loadRelaxed;
 
-// What the depth formulas need, read once. The camera matrix may be swapped by a second start meanwhile.
+// The parameters of the depth formulas. A second start may swap the camera matrix at any time.
 stereo::core::DepthModel StereoCamera::depthModel() const {
   stereo::core::DepthModel model;
   model.mode = loadRelaxed(m_depthmode);

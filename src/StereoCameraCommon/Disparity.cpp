@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The disparity worker: start, cycles, stop.
 #include <memory>
 #include <utility>
 
@@ -26,7 +27,7 @@ constexpr useconds_t publicationPause = 1'000;  // microseconds
 }  // namespace
 
 bool StereoCamera::startStereoCompute() {
-  // One worker at a time: a second one would leave the first with nobody to join it.
+  // One worker at a time: with a second one, nobody would join the first.
   if (m_computeThread != nullptr) {
     return false;
   }
@@ -46,7 +47,7 @@ bool StereoCamera::startStereoCompute() {
     });
   } catch (...) {
     m_internals->disparityWatchdog.workerEnds();
-    m_isComputing = false;  // no thread could be had, so nothing is running
+    m_isComputing = false;  // the thread could not be created
     throw;
   }
   return m_computeThread != nullptr;
@@ -56,7 +57,7 @@ void StereoCamera::disparityWorker() {
   const stereo::DisparityWorkerThread thread(this);
   auto matcher = std::make_unique<stereo::core::Matcher>(loadRelaxed(m_algorithm));
   while (m_isComputing) {
-    // Empty in every cycle: what the read leaves untouched must not show the last frame.
+    // Empty in every cycle: an output that the read leaves untouched must not show the last frame.
     cv::Mat left = recycledImage();
     cv::Mat right = recycledImage();
     cv::Mat view = recycledImage();
@@ -66,7 +67,7 @@ void StereoCamera::disparityWorker() {
     }
     stereo::core::MatchBuffers buffers{recycledImage(), recycledImage(), recycledImage()};
     cv::Mat disparity = recycledImage();
-    // A matcher that was not made when the worker started is not made now: such a cycle publishes no disparity.
+    // The matcher is chosen when the worker starts. With another setting since, the published disparity is empty.
     matcher->compute(loadRelaxed(m_algorithm), left, right, buffers, disparity);
 
     const std::lock_guard lock(m_disparityMutex);
@@ -81,7 +82,7 @@ void StereoCamera::disparityWorker() {
     ++m_internals->publishedDisparities;
     m_internals->ownDisparityTimestamp = timestamp;
     m_disparityCond.notify_all();
-    usleep(publicationPause);  // inside the lock: woken readers get this result before the next can replace it
+    usleep(publicationPause);  // under the lock: readers copy this result before the next one can replace it
   }
   matcher.reset();
   reportInfo(m_log, "Exit compute disparity worker ...\n");
@@ -94,7 +95,7 @@ bool StereoCamera::stopStereoCompute() {
     return true;
   }
   {
-    // Called from inside a cloud, this thread has the lock that the worker may need for its last publication.
+    // Called from inside a colored cloud, this thread holds the lock that the worker needs for its last publication.
     std::unique_lock<std::mutex>* const held = stereo::HeldDisparityLock::of(this);
     const stereo::ScopedUnlock unlocked(held);
     if (!stereo::DisparityWorkerThread::isOf(this)) {
@@ -109,8 +110,8 @@ bool StereoCamera::stopStereoCompute() {
   return true;
 }
 
-// Until the worker has finished its cycle. A read in progress gets its frame; it is ended only where none can come, or
-// none has come for two seconds.
+// Waits until the worker has finished its cycle. A read in progress gets its frame; it is ended only if no frame can
+// come, or none has come for two seconds.
 void StereoCamera::awaitDisparityWorker() {
   Internals& shared = *m_internals;
   {

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Reads of raw and rectified frames.
 #include "StereoCamera.hpp"
 #include "src/StereoCameraCommon/CallingThread.hpp"
 #include "src/StereoCameraCommon/Internals.hpp"
@@ -67,7 +68,7 @@ bool StereoCamera::getRectStereoFrame(cv::Mat& left, cv::Mat& right) {
       sendToStream(mode, left, right);
     }
   } else if (read.wasEndedByStop()) {
-    return false;  // a host that reuses its images would be told true for ever, with the last frame
+    return false;  // otherwise a host that reuses its images would get true forever, with the last frame
   }
   return !left.empty() && !right.empty();
 }

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The public free functions.
 #include "StereoCamera.hpp"
 #include "src/core/ColorMap.hpp"
 #include "src/core/FisheyeMask.hpp"

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Reports of the class through its log.
 #include "src/StereoCameraCommon/LogReports.hpp"
 
 #include <iostream>

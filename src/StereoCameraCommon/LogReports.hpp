@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
+// Reports of the class through its log.
 #pragma once
 
 class SystemLog;
 
 namespace stereo {
 
-/// Reports of a camera. `log` may be null (a camera whose settings failed to load has none): errors then go to standard
-/// error as they are, progress is dropped.
+/// Report progress or an error. `log` may be null, as in a camera whose settings failed to load: then errors go to
+/// standard error unchanged, and progress is dropped.
 void reportInfo(SystemLog* log, const char* text);
 void reportError(SystemLog* log, const char* text);
 

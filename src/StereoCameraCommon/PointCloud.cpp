@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Reads of point clouds.
 #include <opencv2/highgui.hpp>
 
 #include "StereoCamera.hpp"
@@ -40,7 +41,7 @@ bool StereoCamera::getPointCloud(std::vector<cv::Vec3f>& points, std::chrono::mi
     if (!lock) {
       return false;
     }
-    // Of the view nothing but its size is looked at.
+    // Only the size of the view is used.
     images.view = m_disparityFrame.first;
     images.disparity = recycledCopy(m_disparityFrame.second);
     timestamp = loadRelaxed(m_rawFrame.timestamp);
@@ -60,8 +61,8 @@ bool StereoCamera::getPointCloud(std::vector<PCL>& points, std::chrono::microsec
     }
     images.view = recycledCopy(m_disparityFrame.first);
     images.disparity = recycledCopy(m_disparityFrame.second);
-    // The lock stays held: the worker cannot publish while the depth is made and HighGUI sees to its events. What runs
-    // meanwhile may stop the camera.
+    // The lock stays held, so the worker cannot publish while the depth is computed and HighGUI handles its events.
+    // The code that runs meanwhile may stop the camera.
     const stereo::HeldDisparityLock hold(this, lock);
     getDepthFrame(images.disparity, images.depth);
     cv::waitKey(5);

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Limits how long a thread's reads of a camera wait.
 #include "ReadLimit.hpp"
 
 #include <utility>
@@ -9,7 +10,7 @@ using Clock = std::chrono::steady_clock;
 
 thread_local ReadLimit* innermost = nullptr;
 
-// A time too long for the clock ends with it.
+// A time that exceeds the clock's range ends with that range.
 Clock::time_point after(Clock::duration time) {
   const Clock::time_point now = Clock::now();
   return time > Clock::time_point::max() - now ? Clock::time_point::max() : now + time;

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Lets a stop notice, and end, a read that does not return.
 #include "src/StereoCameraCommon/ReadWatchdog.hpp"
 
 #include <algorithm>
@@ -24,7 +25,7 @@ void ReadWatchdog::workerStarts() {
 }
 
 void ReadWatchdog::workerEnds() {
-  // Notified under the lock: whoever waits may destroy this as soon as it has the lock.
+  // Notify under the lock: the waiting thread may destroy this object as soon as it gets the lock.
   const std::lock_guard lock(m_mutex);
   --m_workers;
   m_ended.notify_all();
@@ -54,7 +55,7 @@ bool ReadWatchdog::awaitWorkers(const std::function<void(int)>& interrupt, int m
         m_abandoned = true;
         return false;
       }
-      lastAttempt = now;  // another worker is busy elsewhere, and soon waits for its turn
+      lastAttempt = now;  // another worker is busy outside a read and will soon wait for its turn
       continue;
     }
     m_interrupted = true;

@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
+// Access to plain members that no lock guards.
 #pragma once
 
 #include <atomic>
 
 #include <opencv2/core.hpp>
 
-// Settings are plain members that the host may set while a worker or reader looks at them, and no lock guards them.
-// Going through these two functions makes each access whole (a size is never torn) and free of data races.
+// Settings are plain members without a lock; the host may set them while a worker or reader uses them. These two
+// functions make each access atomic (a size is never torn), so that there is no data race.
 
 namespace stereo {
 

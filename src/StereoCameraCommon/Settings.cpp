@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The settings file.
 #include <cmath>
 #include <cstdlib>
 #include <iostream>
@@ -23,7 +24,7 @@ namespace keys = stereo::model::keys;
 
 namespace {
 
-// A settings file as it was read, before anything is applied. An empty value stands for a missing key.
+// A settings file as read, before anything is applied. An empty value means a missing key.
 struct Settings {
   std::optional<double> logLevel;
   std::optional<double> deviceNode;
@@ -98,7 +99,7 @@ bool StereoCamera::loadConfig(std::string path) {
   storeRelaxed(m_deviceNode, toInt(*read.deviceNode));
   const cv::Size rawFrameSize = read.frameSize.value_or(stereo::model::fullFrameSize());
   storeRelaxed(m_rawFrameSize, rawFrameSize);
-  // The fallback's height comes from the rectified height as it stood, not from the raw height.
+  // The fallback's height is half the previous rectified height; it does not come from the raw height.
   storeRelaxed(m_rectFrameSize,
                read.rectifyFrameSize.value_or(cv::Size(rawFrameSize.width >> 2, m_rectFrameSize.height >> 1)));
   m_frameRate = read.frameRate ? static_cast<float>(toInt(*read.frameRate)) : 30.0F;
@@ -106,7 +107,7 @@ bool StereoCamera::loadConfig(std::string path) {
     storeRelaxed(m_ipLastSegment, toInt(*read.ipLastSegment));
   }
   if (read.transrate) {
-    // Not a number compares as anything; as for every number in the file it counts as 0.
+    // NaN counts as 0, as for every number in the file.
     storeRelaxed(m_transrate, std::isnan(*read.transrate) ? 0.0 : *read.transrate);
     if (m_transrate > static_cast<double>(m_frameRate)) {
       std::cerr << "m_transrate must be set to lower than m_frameRate (default m_frameRate) " << std::endl;
@@ -120,7 +121,7 @@ bool StereoCamera::loadConfig(std::string path) {
       storeRelaxed(m_transmode, -1);
     }
   }
-  // Written so that not a number is out of range.
+  // Written so that NaN is out of range.
   if (read.hFov && !(*read.hFov >= 60.0 && *read.hFov <= 140.0)) {
     std::cerr << "fov=" << *read.hFov << " must be set to 60 ~ 140（Angle） (default 90)" << std::endl;
     read.hFov.reset();
@@ -147,7 +148,8 @@ bool StereoCamera::saveConfig(std::string path) {
   stereo::writeNumber(*writer, keys::deviceNode, m_deviceNode);
   stereo::writeSize(*writer, keys::frameSize, stereo::loadRelaxed(m_rawFrameSize));
   stereo::writeSize(*writer, keys::rectifyFrameSize, m_rectFrameSize);
-  stereo::writeNumber(*writer, keys::frameRate, m_serialNumber);  // the serial number, kept for readers of such files
+  stereo::writeNumber(*writer, keys::frameRate,
+                      m_serialNumber);  // the serial number, which readers of these files expect
   stereo::writeNumber(*writer, keys::threshold, m_threshold);
   stereo::writeNumber(*writer, keys::algorithm, m_algorithm);
   stereo::writeNumber(*writer, keys::ipLastSegment, m_ipLastSegment);

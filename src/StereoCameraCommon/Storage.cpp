@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// How settings and calibration files are opened, read and written.
 #include "src/StereoCameraCommon/Storage.hpp"
 
 #include <cstdlib>
@@ -23,7 +24,7 @@ std::unique_ptr<cv::FileStorage> openForReading(const std::string& path, EmptyFi
   if (storage == nullptr) {
     return nullptr;
   }
-  // The storage layer sees no name in a text of several lines.
+  // The storage layer does not accept a text of several lines as a file name.
   if (path.empty() || path.rfind('?') == 0 || path.find('\n') != std::string::npos) {
     CV_Error(cv::Error::StsNullPtr, "NULL or empty filename");
   }
@@ -39,8 +40,8 @@ std::unique_ptr<cv::FileStorage> openForReading(const std::string& path, EmptyFi
   if (file.state == State::damaged || !core::safeToParse(file.text)) {
     CV_Error(cv::Error::StsParseError, "the document is malformed");
   }
-  // The parser gets the very bytes that were looked at. Unlike a file, memory ends for it with the last line, not
-  // behind the last line's end.
+  // The parser gets the same bytes that were checked. In memory, the text ends for it before the last line end; in a
+  // file, after it.
   if (file.text.ends_with('\n')) {
     file.text += '\n';
   }
@@ -50,7 +51,7 @@ std::unique_ptr<cv::FileStorage> openForReading(const std::string& path, EmptyFi
 
 cv::Mat readMatrix(const cv::FileStorage& storage, const char* key) {
   const cv::FileNode node = storage[key];
-  // The storage layer reads the sizes of a matrix into an array of fixed length without looking at their number.
+  // The storage layer reads the sizes of a matrix into an array of fixed length without checking their number.
   if (node.isMap() && node["sizes"].size() > maxDimensions) {
     CV_Error(cv::Error::StsOutOfRange, "a matrix of too many dimensions");
   }
@@ -76,7 +77,7 @@ void writeReserved(cv::FileStorage& storage) {
 void syncDisks() {
   // NOLINTNEXTLINE(cert-env33-c): the text is a constant, nothing of a file becomes part of it
   if (std::system("sync") != 0) {
-    // A shell or a "sync" that is missing loses nothing that was written.
+    // Without a shell or "sync", nothing that was written is lost.
   }
 }
 

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// How settings and calibration files are opened, read and written. Every value in them is a matrix of doubles.
 #pragma once
 
 #include <memory>
@@ -7,26 +8,24 @@
 #include <opencv2/core.hpp>
 #include <opencv2/core/persistence.hpp>
 
-// How settings and calibration files hold their values: every one is a matrix of doubles.
-
 namespace stereo {
 
-/// What a file of no bytes, unpacked, counts as. The storage layer would call it malformed.
+/// How to treat a file that is empty once unpacked. OpenCV's storage layer calls it malformed.
 enum class EmptyFile { malformed, hasNoKeys };
 
-/// A reader on the file, compressed or not; one without keys if there is no such file, null if there is no memory for
-/// it. Throws cv::Exception for a malformed document, among them those that OpenCV's parsers would not survive.
+/// A reader of the file, compressed or not. If there is no such file, the reader has no keys; if there is no memory, it
+/// is null. Throws cv::Exception for a malformed document, including those that would crash OpenCV's parsers.
 std::unique_ptr<cv::FileStorage> openForReading(const std::string& path, EmptyFile empty);
-/// The matrix under a key, empty if there is none. Throws cv::Exception for anything but a matrix.
+/// The matrix stored under a key, empty if there is none. Throws cv::Exception for anything but a matrix.
 cv::Mat readMatrix(const cv::FileStorage& storage, const char* key);
 
-/// 1 x 1.
+/// Writes a 1 x 1 matrix.
 void writeNumber(cv::FileStorage& storage, const char* key, double value);
-/// 1 x 2, width then height.
+/// Writes a 1 x 2 matrix, width then height.
 void writeSize(cv::FileStorage& storage, const char* key, cv::Size size);
-/// 3 x 3 identity, which nothing reads.
+/// Writes a 3 x 3 identity matrix, which nothing reads.
 void writeReserved(cv::FileStorage& storage);
-/// Runs the shell command "sync", so that a file survives the board's power being cut. Its result is ignored.
+/// Runs the shell command "sync", so that the file survives a power cut. Its result is ignored.
 void syncDisks();
 
 }  // namespace stereo

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The network stream: opening it, and what the reads send.
 #include <iostream>
 #include <mutex>
 #include <string>
@@ -23,7 +24,7 @@ constexpr int gstreamerChoosesCodec = 0;
 
 }  // namespace
 
-// On the capture worker. Nothing tells whether the pipeline could be made: without it the camera works as ever.
+// Runs on the capture worker. A pipeline that cannot be created is not reported; the camera works without it.
 void StereoCamera::openStream() {
   const std::string host = std::string("host=") + networkPrefix + std::to_string(loadRelaxed(m_ipLastSegment)) + " ";
   const std::string port = "port=" + std::to_string(wrappingSum(getPosNumber(), stereo::model::firstStreamPort));
@@ -34,7 +35,7 @@ void StereoCamera::openStream() {
   std::cout << pipeline << std::endl;
   const StreamMode mode = stereo::core::streamMode(loadRelaxed(m_transmode));
   const int octet = loadRelaxed(m_ipLastSegment);
-  // What is no address would be looked up as a name, and whoever answers chooses where the pictures go.
+  // GStreamer would look up an invalid address as a host name, and the answer would decide where the pictures go.
   if (mode.source == StreamSource::none || octet < 0 || octet > 255) {
     return;
   }
@@ -45,15 +46,15 @@ void StereoCamera::openStream() {
     const std::lock_guard lock(m_internals->writerMutex);
     std::swap(m_videoWriter, writer);
   }
-  // What an earlier start opened is closed here, outside the lock: it drains first.
+  // The writer of an earlier start is closed here, outside the lock, because it drains first.
 }
 
-// What the stream wants of the reads at the moment: nothing unless it was asked for.
+// What the stream takes from the reads at the moment; nothing while it is off.
 StreamMode StereoCamera::wantedStream() const {
   return m_useTransmit ? stereo::core::streamMode(loadRelaxed(m_transmode)) : StreamMode{};
 }
 
-// Sends what the mode takes from the pair of images that one of the reads has made. On the reader's thread.
+// Sends what the mode takes from a read's pair of images. Runs on the reader's thread.
 void StereoCamera::sendToStream(const StreamMode& mode, const cv::Mat& first, const cv::Mat& second) {
   cv::Mat joined;
   if (mode.isJoined) {

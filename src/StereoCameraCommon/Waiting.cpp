@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// How reads wait for the next result, and what ends a wait for which none can come.
+// How reads wait for the next result, and what ends a wait when none can come.
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
@@ -18,19 +18,19 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// For readers that wait while the capture worker is stopped: how long they go on waiting for results that may come from
-// elsewhere, from a derived class that publishes by itself or feeds the disparity worker.
+// How long readers go on waiting after the capture worker has stopped, because a derived class may publish results
+// itself or feed the disparity worker.
 constexpr std::chrono::seconds graceForOthers{2};
 
-// How often a wait with a limit of its own asks whether it may go on.
+// How often a wait under a `ReadLimit` asks whether it may go on.
 constexpr std::chrono::milliseconds limitStep{50};
 
-// Waits once: without a time-out, or from a stop of the capture worker on until its grace is over, or as long as the
-// calling thread has set itself.
+// Waits for one notification: without a timeout, or until the grace period after a stop of the capture worker is over,
+// or until the calling thread's `ReadLimit` is reached.
 class LimitedWait {
 public:
-  /// False if the wait has to be given up. The lock may have been given back for a moment:
-  /// `isThere` then tells whether what is waited for came meanwhile.
+  /// False if the wait has to end without a result. The lock may have been released for a moment: `isThere` then says
+  /// whether the result came meanwhile.
   template <typename IsThere>
   bool wait(std::condition_variable& condition, std::unique_lock<std::mutex>& lock, bool captureHasStopped,
             const IsThere& isThere) {
@@ -61,7 +61,7 @@ public:
   }
 
 private:
-  // What is asked may want locks of its own, such as an interpreter's.
+  // The limit's function may take other locks, such as an interpreter's.
   bool askLimit(std::unique_lock<std::mutex>& lock) {
     lock.unlock();
     const bool may = m_limit->mayGoOn();
@@ -73,8 +73,8 @@ private:
   std::optional<Clock::time_point> m_end;
 };
 
-// A frame or a disparity that the worker of the base class did not publish: one with another timestamp, or any image
-// where that worker published none.
+// Whether the base class's worker did not publish the latest result: its timestamp is another one, or there is an image
+// although that worker has published none.
 bool publishedElsewhere(const StereoCamera::TimeFrame& latest, std::uint64_t ownPublications,
                         std::chrono::microseconds ownTimestamp) {
   return loadRelaxed(latest.timestamp) != ownTimestamp || (ownPublications == 0 && !latest.first.empty());
@@ -82,30 +82,29 @@ bool publishedElsewhere(const StereoCamera::TimeFrame& latest, std::uint64_t own
 
 }  // namespace
 
-// Whether the frames' only source has ended. `m_frameMutex` is held.
+// Whether the only source of frames has ended. `m_frameMutex` is held.
 bool StereoCamera::noFrameCanCome() const {
   const Internals& shared = *m_internals;
   return shared.captureStopped && !publishedElsewhere(m_rawFrame, shared.publishedFrames, shared.ownTimestamp);
 }
 
-// Waits, `m_frameMutex` being held by `frameLock`, for the next frame that is published after this call began: once,
-// without a time-out, whatever notifies `m_frameCond`. False if a stop operation ended the wait instead: for the
-// disparity worker `stopStereoCompute`, for every other thread `stopCapture`. Notes the outcome for a rectified read
-// on this thread.
+// Waits for the next frame published after this call began. `frameLock` holds `m_frameMutex`. Waits once, without a
+// timeout; any notification of `m_frameCond` ends it. False if a stop operation ended the wait: `stopStereoCompute` for
+// the disparity worker, `stopCapture` for every other thread. Records the outcome for a rectified read on this thread.
 bool StereoCamera::waitForFrame(std::unique_lock<std::mutex>& frameLock, bool isDisparityWorker) {
   const bool came = isDisparityWorker ? waitAsDisparityWorker(frameLock) : waitAsReader(frameLock);
   stereo::RectifiedRead::note(this, !came);
   return came;
 }
 
-// Ended by `stopCapture`.
+// The wait of any thread but the disparity worker. `stopCapture` ends it.
 bool StereoCamera::waitAsReader(std::unique_lock<std::mutex>& frameLock) {
   const Internals& shared = *m_internals;
   if (noFrameCanCome()) {
     return false;
   }
   const auto isReleased = [&shared, releases = shared.frameReleases] { return shared.frameReleases != releases; };
-  // A frame that came together with a stop still counts. The timestamp tells of frames that a derived class published.
+  // A frame that came together with a stop still counts. The timestamp shows frames that a derived class published.
   const auto hasArrived = [this, published = shared.publishedFrames, timestamp = m_rawFrame.timestamp] {
     return m_internals->publishedFrames != published || m_rawFrame.timestamp != timestamp;
   };
@@ -126,7 +125,7 @@ bool StereoCamera::waitAsReader(std::unique_lock<std::mutex>& frameLock) {
   return true;
 }
 
-// Ended by `stopStereoCompute`, and only where no frame comes: the cycle in progress is to be finished.
+// The disparity worker's wait. `stopStereoCompute` ends it, but only if no frame comes: it lets the cycle finish.
 bool StereoCamera::waitAsDisparityWorker(std::unique_lock<std::mutex>& frameLock) {
   Internals& shared = *m_internals;
   const stereo::ReadWatchdog::ReadScope scope(shared.disparityWatchdog);
@@ -141,7 +140,7 @@ bool StereoCamera::waitAsDisparityWorker(std::unique_lock<std::mutex>& frameLock
       return false;
     }
     if (noFrameCanCome() && !shared.disparityStarved.exchange(true)) {
-      // Neither will there be disparities. The two mutexes are never held together.
+      // No disparity can come either. The two mutexes are never held together.
       frameLock.unlock();
       releaseDisparityReaders();
       frameLock.lock();
@@ -156,8 +155,8 @@ bool StereoCamera::waitAsDisparityWorker(std::unique_lock<std::mutex>& frameLock
   }
 }
 
-// Waits for the next disparity: once, without a time-out, whatever notifies `m_disparityCond`. `m_disparityMutex` is
-// held by the lock returned; a lock that holds nothing says that a stop operation ended the wait.
+// Waits for the next disparity: once, without a timeout; any notification of `m_disparityCond` ends it. The returned
+// lock holds `m_disparityMutex`; it holds nothing if a stop operation ended the wait.
 std::unique_lock<std::mutex> StereoCamera::waitForDisparity() {
   Internals& shared = *m_internals;
   std::unique_lock<std::mutex> lock;
@@ -165,7 +164,7 @@ std::unique_lock<std::mutex> StereoCamera::waitForDisparity() {
   bool sawStopped = false;
   do {
     if (lock.owns_lock()) {
-      lock.unlock();  // a stop came between the two locks, and has notified already
+      lock.unlock();  // a stop came between the two locks and has already notified
     }
     sawStopped = shared.captureStopped;
     if (sawStopped) {
@@ -179,7 +178,7 @@ std::unique_lock<std::mutex> StereoCamera::waitForDisparity() {
       !publishedElsewhere(m_disparityFrame, shared.publishedDisparities, shared.ownDisparityTimestamp)) {
     return {};
   }
-  // The timestamp tells of disparities that a derived class published while a limited wait had given the lock back.
+  // The timestamp shows disparities that a derived class published while a limited wait had released the lock.
   const auto hasArrived = [this, published = shared.publishedDisparities,
                            timestamp = loadRelaxed(m_disparityFrame.timestamp)] {
     return m_internals->publishedDisparities != published || loadRelaxed(m_disparityFrame.timestamp) != timestamp;
@@ -203,8 +202,8 @@ std::unique_lock<std::mutex> StereoCamera::waitForDisparity() {
   return lock;
 }
 
-// Releases readers of frames when `stopCapture` has ended the worker, if there was one. Also wakes a disparity worker
-// that waits, for it to see that.
+// Releases waiting readers of frames once `stopCapture` has ended the worker, if there was one. Also wakes a waiting
+// disparity worker so that it notices.
 void StereoCamera::releaseFrameReaders(bool captureEnded) {
   Internals& shared = *m_internals;
   const std::lock_guard lock(m_frameMutex);
@@ -224,15 +223,15 @@ std::unique_lock<std::mutex> StereoCamera::lockDisparityUnlessHeld() {
   return HeldDisparityLock::of(this) == nullptr ? std::unique_lock(m_disparityMutex) : std::unique_lock<std::mutex>();
 }
 
-// Releases readers of disparities: none can come.
+// Releases waiting readers of disparities: none can come.
 void StereoCamera::releaseDisparityReaders() {
   const auto lock = lockDisparityUnlessHeld();
   ++m_internals->disparityReleases;
   m_disparityCond.notify_all();
 }
 
-// Releases readers of disparities when `stopCapture` is done. A disparity worker may be fed by an override; one that is
-// not says so when it misses its next frame.
+// Releases waiting readers of disparities once `stopCapture` is done. An override may still feed the disparity worker;
+// if not, the worker releases them when it misses its next frame.
 void StereoCamera::releaseDisparityReadersOfCapture() {
   Internals& shared = *m_internals;
   const auto lock = lockDisparityUnlessHeld();

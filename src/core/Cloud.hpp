@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Samples point clouds.
 #pragma once
 
 #include <cstddef>
@@ -8,14 +9,14 @@
 
 namespace stereo::core {
 
-/// What a cloud is sampled from. Sizes may differ: look-ups that would leave an image skip the pixel.
+/// The images that a cloud is sampled from. Sizes may differ: a lookup outside an image skips the pixel.
 struct CloudImages {
-  cv::Mat view;       ///< CV_8UC3, perspective view of the left eye; gives the grid, and the colors.
+  cv::Mat view;       ///< CV_8UC3, perspective view of the left eye; defines the grid and the colors.
   cv::Mat disparity;  ///< CV_32FC1, pixels.
   cv::Mat depth;      ///< CV_32FC1, meters.
 };
 
-/// Geometry of the views. A camera matrix of zeros gives no points.
+/// Geometry of the views. With a camera matrix of zeros there are no points.
 struct CloudModel {
   int mode = 1;                           ///< 1: longitude-latitude pair, 2: perspective pair, other: no points.
   double fx = 0, fy = 0, cx = 0, cy = 0;  ///< Camera matrix of the perspective view, pixels.
@@ -34,7 +35,7 @@ struct CloudPoint {
 /// Sampled points in order. Movable, not copyable.
 class SampledCloud {
 public:
-  /// Room for so many points.
+  /// Reserves memory for `capacity` points.
   explicit SampledCloud(std::size_t capacity);
 
   const CloudPoint* begin() const { return m_points.get(); }
@@ -48,16 +49,16 @@ private:
   struct Free {
     void operator()(CloudPoint* points) const;
   };
-  std::unique_ptr<CloudPoint[], Free> m_points;  // memory without contents at first
+  std::unique_ptr<CloudPoint[], Free> m_points;  // uninitialized at first
   std::size_t m_size = 0;
 };
 
-/// The two ways of sampling. They differ in border, radius test and source of the depth; see the implementation.
+/// The two ways of sampling. They differ in border, radius test and source of the depth; see CloudSamplers.hpp.
 enum class CloudForm { plain, colored };
 
 /// Samples a cloud, block by block in row-major order: in each 4 x 4 block of the view the pixels of odd row and column
-/// are tried, and where more than two of them have a depth, all but the nearest and the farthest become points.
-/// Throws cv::Exception for non-empty images of other types than stated, as far as the form and the mode read them.
+/// are sampled. If more than two of them have a depth, all but the nearest and the farthest become points. Throws
+/// cv::Exception for non-empty images of other types than stated, as far as the form and the mode read them.
 SampledCloud sampleCloud(const CloudImages& images, const CloudModel& model, CloudForm form);
 
 }  // namespace stereo::core

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Vector kernels of the point clouds.
 #include "src/core/CloudKernels.hpp"
 
 #include <cmath>
@@ -11,8 +12,8 @@ namespace {
 
 constexpr double pi = 3.141592653589793;
 
-// acos(t) for -1 <= t <= 1, within 3e-8 radians: the root takes out what is steep at the ends, a polynomial gives the
-// rest (Abramowitz and Stegun, 4.4.46).
+// acos(t) for -1 <= t <= 1, within 3e-8 radians: a square root for the steep ends, times a polynomial (Abramowitz and
+// Stegun, 4.4.46).
 STEREO_CAMERA_ALWAYS_INLINE double approximateArcCosine(double t) {
   const double a = std::abs(t);
   double rest = -0.0012624911;
@@ -28,16 +29,16 @@ STEREO_CAMERA_ALWAYS_INLINE double approximateArcCosine(double t) {
   return t < 0 ? pi - positive : positive;
 }
 
-// Nearness to the next integer, in pixels, that leaves a doubt about the integer part of a scaled angle; and the
-// largest scale, pixels per radian, at which that is well above the error of the angle.
+// A scaled angle closer than this to an integer, in pixels, leaves a doubt about its integer part. The largest scale,
+// in pixels per radian, is one at which this margin is still far above the error of the angle.
 constexpr double margin = 1e-3;
 constexpr double maxScale = 5000;
 
-// Squares between these have lost nothing to the ends of the range of numbers.
+// Squares between these have neither overflowed nor lost digits to underflow.
 constexpr double minSquare = 1e-200;
 constexpr double maxSquare = 1e200;
 
-// Integer part of `value`, or `kUncertainPixel` where it may be another one or lie outside [0, limit).
+// Integer part of `value`, or `kUncertainPixel` if it may be another one or lie outside [0, limit).
 STEREO_CAMERA_ALWAYS_INLINE std::int32_t indexOf(double value, double limit) {
   const bool within = (value > margin) & (value < limit - margin);
   const double held = within ? value : 0.0;
@@ -65,10 +66,10 @@ STEREO_CAMERA_ALWAYS_INLINE void unprojectBody(const double* __restrict dx, cons
     const std::int32_t column = indexOf(approximateArcCosine(-X) * m.columnScale, m.cols);
     const double squared = dx[k] * dx[k] + dy * dy;
     const std::int32_t inside = squared < m.radius.surelyInside ? 0 : kUncertainPixel;
-    // Doubts have the sign bit set, indices have not.
-    const std::int32_t place = (row | column | inside | exact | all) < 0 ? kUncertainPixel : row;
+    // Doubts have the sign bit set, indices do not.
+    const std::int32_t found = (row | column | inside | exact | all) < 0 ? kUncertainPixel : row;
     lambdas[k] = lambda;
-    rowOf[k] = squared > m.radius.surelyOutside ? kNoPixel : place;
+    rowOf[k] = squared > m.radius.surelyOutside ? kNoPixel : found;
     columnOf[k] = column;
   }
 }

@@ -1,36 +1,38 @@
 // SPDX-License-Identifier: Apache-2.0
+// Vector kernels of the point clouds.
 #pragma once
 
 #include <cstdint>
 
 namespace stereo::core {
 
-// In all of these the arrays hold `count` places of one row of the view and do not overlap.
+// All arrays hold `count` samples of one row of the view and do not overlap.
 
-/// Squared distances from the principal point, pixels, below and above which there is no question of the radius.
+/// Squared distances from the principal point, pixels: below the one a pixel is surely inside the radius, above the
+/// other surely outside.
 struct RadiusSquares {
   double surelyInside;
   double surelyOutside;
 };
 
-/// What a lifted look-up needs beside the place; see `unprojectRow`.
+/// The parameters of `unprojectRow`.
 struct UnprojectModel {
   double xi;                     ///< mirror parameter
   double rowScale, columnScale;  ///< pixels per radian of latitude and longitude
-  int rows, cols;                ///< of the images that are looked into
+  int rows, cols;                ///< of the images to look up
   RadiusSquares radius;
 };
 
-/// Where a place has no look-up, and where whether and which is to be found out with care.
+/// Instead of a row: no pixel is to be looked up, or the exact functions have to decide.
 constexpr std::int32_t kNoPixel = -1;
 constexpr std::int32_t kUncertainPixel = -2;
 
-/// Lifts the places (x, y) of the plane at distance 1 onto the unit sphere,
+/// Unprojects the points (x, y) of the plane at distance 1 to the unit sphere,
 ///   r2 = x^2 + y^2,  lambda = (xi + sqrt(1 + (1 - xi^2) r2)) / (1 + r2),
 ///   (X, Y, Z) = (lambda x, lambda y, lambda - xi),
-/// and gives the pixel that the ray's longitude acos(-X) and latitude acos(-Y / |(Y, Z)|) fall in. `dx`, `dy` are the
-/// distances from the principal point, pixels. `row` is one of the two values above where there is no such pixel, the
-/// place lies outside the radius or the rounding of the angles leaves a doubt.
+/// and finds the pixel that the ray's longitude acos(-X) and latitude acos(-Y / |(Y, Z)|) fall into. `dx`, `dy` are the
+/// distances from the principal point, pixels. `row` is `kNoPixel` outside the radius, and `kUncertainPixel` if there
+/// is no such pixel or the rounding of the angles leaves a doubt.
 void unprojectRow(const double* dx, const double* x, int count, double dy, double y, const UnprojectModel& model,
                   double* lambda, std::int32_t* row, std::int32_t* column);
 

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The color scale of the depth picture.
 #include "src/core/ColorMap.hpp"
 
 #include <cmath>
@@ -7,7 +8,7 @@
 namespace stereo::core {
 
 unsigned char lowByte(double value) {
-  // Negated, so that NaN fails too.
+  // Negated, so that NaN fails, too.
   if (!(value > -2147483649.0 && value < 2147483648.0)) {
     return 0;
   }

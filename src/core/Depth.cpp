@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// From disparity to metric depth and to its false-color picture.
 #include "src/core/Depth.hpp"
 
 #include <algorithm>
@@ -27,7 +28,7 @@ public:
         m_cols(cols),
         m_fb(model.f * model.b),
         m_angular{model.b, static_cast<float>(model.W), ((180.0 - model.lonLatFov) / 2.0) / 180.0},
-        // The cut-off compares pixels with the number of the near limit.
+        // The cutoff compares pixels with the number of the near limit.
         m_limits{model.minDepth, model.minDepth, model.maxDepth},
         m_z(model.mode == 2 ? 0 : static_cast<std::size_t>(cols)) {
     std::fill_n(m_z.data(), m_z.size(), 0.0F);
@@ -65,12 +66,12 @@ private:
   cv::AutoBuffer<float> m_z;
 };
 
-// A division a pixel is soon done, two sines are not.
+// One division per pixel is fast, two sines are not.
 std::size_t grainOf(const DepthModel& model) { return model.mode == 2 ? kCoarseGrain : kGrain; }
 
 void requireFloats(const cv::Mat& image) { CV_Assert(image.empty() || (image.dims == 2 && image.type() == CV_32FC1)); }
 
-// Pixels from packed colors, last one first. Each is stored as four bytes, of which the next one covers the fourth.
+// Stores packed colors as pixels in reverse order. Each takes four bytes; the next one overwrites the fourth.
 void storeReversed(const std::uint32_t* colors, int count, cv::Vec3b* out) {
   auto* bytes = reinterpret_cast<unsigned char*>(out);
   static_assert(std::endian::native == std::endian::little, "blue is the first byte of a packed color");
@@ -91,7 +92,7 @@ double baselineMillimeters(const cv::Mat& translation) {
   if (translation.type() != CV_64FC1 || translation.dims != 2 || translation.total() != 3) {
     return cv::norm(translation, cv::NORM_L2);
   }
-  // As OpenCV sums it where it is not compiled with fused multiply-add, which on 64-bit Arm it is.
+  // The sum as OpenCV computes it without fused multiply-add. On 64-bit Arm, OpenCV is compiled with it.
   double squared = 0.0;
   for (int row = 0; row < translation.rows; ++row) {
     for (int column = 0; column < translation.cols; ++column) {

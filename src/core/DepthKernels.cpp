@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Vector kernels of depth: one row at a time.
 #include "src/core/DepthKernels.hpp"
 
 #include <algorithm>
@@ -18,8 +19,8 @@ STEREO_CAMERA_ALWAYS_INLINE float zeroOutOfLimits(float z, const DepthLimits& li
   return ((z > limits.farthest) | (z < limits.nearest)) != 0 ? 0.0F : z;
 }
 
-// Low eight bits of x rounded half away from zero; 0 for what no 32-bit integer holds, NaN included. The remainder
-// after truncation is exact, so nothing is rounded twice.
+// Low eight bits of x rounded half away from zero; 0 for NaN and values outside the range of a 32-bit integer. The
+// remainder after truncation is exact, so nothing is rounded twice.
 STEREO_CAMERA_ALWAYS_INLINE std::uint32_t roundedByte(float x) {
   const float held = ((x > -2147483648.0F) & (x < 2147483648.0F)) != 0 ? x : 0.0F;
   const auto whole = static_cast<std::int32_t>(held);
@@ -28,7 +29,7 @@ STEREO_CAMERA_ALWAYS_INLINE std::uint32_t roundedByte(float x) {
   return static_cast<std::uint32_t>(whole + away) & 0xFFU;
 }
 
-// Depth of a place of the row: given, or f b / d.
+// Depth of a pixel of the row: given, or f b / d.
 struct GivenDepth {
   const float* __restrict z;
   [[gnu::always_inline]] float at(int k, float) const { return z[k]; }
@@ -38,20 +39,20 @@ struct PinholeDepth {
   [[gnu::always_inline]] float at(int, float d) const { return static_cast<float>(fb / static_cast<double>(d)); }
 };
 
-// Largest angle that `approximateSine` is good for, radians.
+// Largest valid argument of `approximateSine`, radians.
 constexpr double maxAngle = 50.0;
 
-// Least sine that it is good for: closer to a multiple of pi, the digits that its pi lacks begin to show.
+// Smallest sine that is accurate: closer to a multiple of pi, the missing digits of pi matter.
 constexpr double minSine = 1e-8;
 
-// sin(x) for |x| <= maxAngle to 1e-15 or so of its value, with nothing in it that keeps a loop from becoming vector
-// code. x = n pi + r with |r| <= pi / 2. Of the two pieces of pi the first ends in so many zeros that n times it is
-// exact; what both together lack shows only in sines below minSine. Then the power series up to r^21; the next term
-// is below 2e-18.
+// sin(x) for |x| <= maxAngle with a relative error of about 1e-15, in operations that compilers turn into vector code.
+// x = n pi + r with |r| <= pi / 2. Pi is split in two: the first part ends in so many zeros that n times it is exact,
+// and the digits that both parts lack matter only for sines below minSine. Then the power series up to r^21; the next
+// term is below 2e-18.
 STEREO_CAMERA_ALWAYS_INLINE double approximateSine(double x) {
   constexpr double piHigh = 0x1.921fb544p+1;
   constexpr double piLow = 0x1.0b4611a62633145c1p-33;
-  // Adding and taking away 1.5 * 2^52 rounds to an integer.
+  // Adding and subtracting 1.5 * 2^52 rounds to an integer.
   constexpr double rounder = 0x1.8p52;
   const double n = (x * 0.3183098861837907 + rounder) - rounder;
   const double r = (x - n * piHigh) - n * piLow;
@@ -66,23 +67,23 @@ STEREO_CAMERA_ALWAYS_INLINE double approximateSine(double x) {
   series = series * s - 1.0 / 5040.0;
   series = series * s + 1.0 / 120.0;
   series = series * s - 1.0 / 6.0;
-  // (-1)^n: n / 2 lies half way between two integers where n is odd.
+  // (-1)^n: n / 2 lies halfway between two integers if n is odd.
   const double halved = n * 0.5;
   const double away = halved - ((halved + rounder) - rounder);
   const double sign = 1.0 - 8.0 * (away * away);
   return sign * (r + r * (s * series));
 }
 
-// The depth as the standard library's sine gives it; one place.
+// The depth of one pixel by the standard library's sine.
 float angularDepth(float d, float column, const AngularModel& model) {
   const float a = (column - d) / model.W;
   const float ratio = d / model.W;
   return static_cast<float>(model.b * std::sin(pi * (a + model.o)) / std::sin(pi * ratio));
 }
 
-// The result is a float, 29 bits shorter than what it is rounded from. A sine that is a little off gives the same float
-// unless the exact quotient lies next to where rounding turns; `doubt` says that it may. (The margin, 1e-12 of the
-// value, is a thousand times what this sine and that of the standard library can differ by.)
+// The result is rounded to float, 29 bits shorter than the double. A slightly different sine gives the same float
+// unless the exact quotient lies next to a rounding boundary; `doubt` marks pixels where it may. (The margin, 1e-12 of
+// the value, is a thousand times the difference between this sine and the standard library's.)
 STEREO_CAMERA_ALWAYS_INLINE void angularBody(const float* __restrict d, int first, int count, const AngularModel& given,
                                              float* __restrict z, std::uint32_t* __restrict doubt) {
   const AngularModel model = given;
@@ -112,7 +113,7 @@ STEREO_CAMERA_ALWAYS_INLINE void metricBody(const float* __restrict d, const Dep
                                             const DepthLimits& given, float* __restrict out) {
   const DepthLimits limits = given;
   for (int k = 0; k < count; ++k) {
-    out[k] = d[k] > limits.cutOff ? zeroOutOfLimits(depth.at(k, d[k]), limits) : -1.0F;
+    out[k] = d[k] > limits.cutoff ? zeroOutOfLimits(depth.at(k, d[k]), limits) : -1.0F;
   }
 }
 
@@ -130,10 +131,10 @@ STEREO_CAMERA_ALWAYS_INLINE void metricPinholeBody(const float* d, double fb, in
 STEREO_CAMERA_KERNEL(metricPinhole, (const float* d, double fb, int count, const DepthLimits& limits, float* out),
                      (d, fb, count, limits, out))
 
-// One place of a row and the lane that it falls to.
+// One pixel of a row and its lane.
 STEREO_CAMERA_ALWAYS_INLINE void measureOne(float d, float z, const DepthLimits& limits, float& depth, float& min,
                                             float& max) {
-  const bool counts = d > limits.cutOff;
+  const bool counts = d > limits.cutoff;
   max = (counts & (z > max)) != 0 ? z : max;
   min = (counts & (z < min)) != 0 ? z : min;
   depth = d > 0 ? zeroOutOfLimits(z, limits) : 0.0F;
@@ -209,7 +210,7 @@ void RangeLanes::widen(float& smallest, float& largest) const {
 }
 
 void angularRow(const float* d, int count, const AngularModel& model, float* z) {
-  // In chunks, so that what is not sure of itself is at hand without memory from elsewhere.
+  // In chunks, so that the doubts fit on the stack.
   constexpr int chunk = 256;
   std::uint32_t doubt[chunk];
   for (int from = 0; from < count; from += chunk) {

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Keeps documents away from OpenCV's parsers that they would not survive.
 #include "src/core/DocumentGuard.hpp"
 
 #include "src/core/ParserBuffer.hpp"
@@ -6,7 +7,7 @@
 namespace stereo::core {
 
 bool safeToParse(std::string_view text) {
-  // The parsers go by the zero that ends a line's text in memory.
+  // The parsers rely on the zero that ends a line in memory.
   if (text.find('\0') != std::string_view::npos) {
     return false;
   }

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Blacks out what lies outside the image circle.
 #include "src/core/FisheyeMask.hpp"
 
 #include <algorithm>
@@ -13,7 +14,7 @@ namespace stereo::core {
 
 namespace {
 
-// False where there is no pixel to mask; throws where masking would leave an image or misread its pixels.
+// False if there is no pixel to mask. Throws if masking would leave an image or misread its pixels.
 bool maskable(const cv::Mat& first, const cv::Mat& second) {
   if (first.empty()) {
     return false;
@@ -24,11 +25,11 @@ bool maskable(const cv::Mat& first, const cv::Mat& second) {
   return true;
 }
 
-// Blackens, row by row from the top, what lies outside the span of columns that is kept. Where nothing lies between the
-// end of a row and the start of the next, what is black there is one piece of memory.
+// Blacks out, row by row from the top, everything outside the span of columns that is kept. If the rows are adjacent in
+// memory, the black end of a row and the black start of the next one are filled in one go.
 class Blackener {
 public:
-  // The first `cols` columns of the image, which has at least as many.
+  // Covers the first `cols` columns of the image, which has at least as many.
   Blackener(cv::Mat& image, int cols)
       : m_image(image), m_rowBytes(bytes(cols)), m_joined(image.cols == cols && image.isContinuous()) {}
 
@@ -42,7 +43,7 @@ public:
       finish();
     }
   }
-  // To be called after the last row.
+  // Call this after the last row.
   void finish() { fill(m_black, m_end); }
 
 private:
@@ -56,8 +57,8 @@ private:
   cv::Mat& m_image;
   const std::size_t m_rowBytes;
   const bool m_joined;
-  unsigned char* m_black = nullptr;      // start of what is still to be blackened
-  const unsigned char* m_end = nullptr;  // and its end, unless the next row goes on with it
+  unsigned char* m_black = nullptr;      // start of the bytes still to be filled
+  const unsigned char* m_end = nullptr;  // and their end, unless the next row continues them
 };
 
 // Both images of a pair, with one geometry.
@@ -78,10 +79,10 @@ private:
   Blackener m_second;
 };
 
-// Rows whose spans are found at once, on the stack.
+// Rows whose spans are computed at once, on the stack.
 constexpr int rowsAtOnce = 128;
 
-// Has `find(first, count, spans)` find the spans that the rows keep, some at a time, and blackens the rest.
+// Computes the spans that the rows keep with `find(first, count, spans)`, some rows at a time, and blacks out the rest.
 template <typename Find>
 void blackenOutside(cv::Mat& first, cv::Mat& second, const Find& find) {
   PairBlackener outside(first, second);
@@ -97,7 +98,7 @@ void blackenOutside(cv::Mat& first, cv::Mat& second, const Find& find) {
   outside.finish();
 }
 
-// The circle for images so high that a row's squared distance does not fit an int, a row at a time.
+// The circle for images so tall that a row's squared distance does not fit an int; one row.
 void findTallCircle(float R2, cv::Size size, int row, const KeptSpans& spans) {
   const std::int64_t cols = size.width;
   const std::int64_t cx = size.width >> 1;
@@ -111,11 +112,11 @@ void findTallCircle(float R2, cv::Size size, int row, const KeptSpans& spans) {
   }
 }
 
-// What a row of the ellipse keeps, by trying columns from the one nearest to the center outwards.
+// The span that a row of the ellipse keeps, found by testing columns from the center outward.
 void searchSpan(const Ellipse& ellipse, int cols, int row, std::int32_t& left, std::int32_t& right) {
   const float ey = rowTerm(ellipse, row);
   left = right = cols;
-  // If any column is kept, then one of the two next to the center.
+  // If any column is kept, one of the two next to the center is.
   int inside = static_cast<int>(std::clamp(std::floor(ellipse.cxe), 0.0F, static_cast<float>(cols - 1)));
   if (!keeps(ellipse, inside, ey)) {
     if (inside + 1 >= cols || !keeps(ellipse, inside + 1, ey)) {
@@ -123,7 +124,7 @@ void searchSpan(const Ellipse& ellipse, int cols, int row, std::int32_t& left, s
     }
     ++inside;
   }
-  // The first column, and the first after the last, by halving: e grows with the distance from the center.
+  // Find both ends by bisection: e grows with the distance from the center.
   int black = -1;
   left = inside;
   while (left - black > 1) {
@@ -181,7 +182,7 @@ void maskEllipse(cv::Mat& first, cv::Mat& second, const EllipseShift& shift) {
     });
     return;
   }
-  // What is kept need not be a span: every pixel by itself.
+  // A row may keep something other than a span: test every pixel.
   for (int i = 0; i < first.rows; ++i) {
     const float ey = rowTerm(ellipse, i);
     auto* inFirst = first.ptr<cv::Vec3b>(i);

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
+// Blacks out what lies outside the image circle.
 #pragma once
 
 #include <opencv2/core.hpp>
 
 namespace stereo::core {
 
-/// Shifts of the elliptical mask against the ellipse inscribed in the image, pixels.
+/// Differences between the elliptical mask and the ellipse inscribed in the image, pixels.
 struct EllipseShift {
   float radiusY;
   float radiusX;

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Which compiled form of the kernels runs.
 #include "src/core/InstructionSet.hpp"
 
 #include <algorithm>
@@ -29,7 +30,7 @@ InstructionSet initialSet() {
       return set;
     }
   }
-  // The results don't depend on it, so a host goes on; it is told once.
+  // The results do not depend on it, so the program goes on, with one message.
   static_cast<void>(std::fprintf(stderr, "STEREO_CAMERA_INSTRUCTIONS: '%s' cannot be had on this processor, using %s\n",
                                  wanted, name(widest)));
   return widest;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What OpenCV 4.6's parser takes for JSON, with comments as in C++.
+// JSON as OpenCV 4.6's parser understands it, with comments as in C++.
 #include <string_view>
 
 #include "src/core/ParserBuffer.hpp"
@@ -12,7 +12,7 @@ class Json {
 public:
   explicit Json(ParserBuffer& text) : m_text(text) {}
 
-  // The parser does not look at what comes behind the root.
+  // The parser ignores what follows the root.
   void follow() {
     skipBlanks();
     value();
@@ -21,7 +21,7 @@ public:
 private:
   void nextLine() { require(m_text.nextLine()); }
 
-  // Goes to what is not blank or part of a comment.
+  // Skips blanks and comments.
   void skipBlanks() {
     for (;;) {
       switch (*m_text.at) {

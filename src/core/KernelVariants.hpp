@@ -1,19 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
+// Compiles a kernel for several instruction sets.
 #pragma once
 
 #include "src/core/InstructionSet.hpp"
 
-// A kernel is a loop over plain arrays that the compiler turns into vector code. STEREO_CAMERA_KERNEL compiles one and
-// the same body for each instruction set and gives a function that picks the form in use:
+// A kernel is a loop over plain arrays that the compiler turns into vector code. STEREO_CAMERA_KERNEL compiles the same
+// body for each instruction set and defines a function that picks the form in use:
 //
 //   STEREO_CAMERA_ALWAYS_INLINE void halveBody(const float* in, float* out, int count) { ... }
 //   STEREO_CAMERA_KERNEL(halve, (const float* in, float* out, int count), (in, out, count))
 //
-// The body must be forced inline, or it would stay the plain form whoever calls it, and for the same reason may only
-// call what is forced inline or is a single instruction. Fused multiply-add stays off in all forms, so that they agree
-// to the bit. Files with kernels are compiled without errno and traps for mathematics: neither is looked at here, and
-// both would keep divisions, roots and comparisons from becoming vectors. So pixels that do not count may raise
-// floating-point exceptions (masked, unless a host asks for signals), and rounding is to nearest on every thread.
+// The body must be forced inline, because otherwise every form would call the plain one. For the same reason it may
+// only call functions that are forced inline or a single instruction. Fused multiply-add stays off in all forms, so
+// that they agree to the bit. Files with kernels are compiled without errno and traps for mathematics: nothing here
+// checks either, and both would prevent vector code for divisions, roots and comparisons. So pixels that do not count
+// may raise floating-point exceptions (masked, unless a host enables signals), and rounding must be to nearest on every
+// thread.
 
 #define STEREO_CAMERA_ALWAYS_INLINE [[gnu::always_inline]] inline
 

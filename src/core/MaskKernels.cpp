@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Vector kernels of the masks.
 #include "src/core/MaskKernels.hpp"
 
 #include <cmath>
@@ -16,7 +17,7 @@ STEREO_CAMERA_ALWAYS_INLINE int clipped(int value, int most) {
 
 STEREO_CAMERA_ALWAYS_INLINE void circleBody(int cx, int cy, float R2, int cols, int first, int count,
                                             std::int32_t* __restrict left, std::int32_t* __restrict right) {
-  // Wider than any image that memory holds, and such that nothing overflows when the center's column is added.
+  // Wider than any image that fits into memory, and small enough that adding the center's column does not overflow.
   constexpr float wide = 1e9F;
   for (int k = 0; k < count; ++k) {
     const int d = cy - (first + k);
@@ -34,8 +35,8 @@ STEREO_CAMERA_KERNEL(circle,
                       std::int32_t* right),
                      (cx, cy, R2, cols, first, count, left, right))
 
-// The columns next to where the ellipse crosses the row say, by the expression that decides each pixel, whether the
-// span is found: the outermost two are kept and their outer neighbors, where the image has any, are not.
+// The span is found if the expression that decides each pixel keeps its two outermost columns, but not their outer
+// neighbors (where the image has any).
 STEREO_CAMERA_ALWAYS_INLINE void ellipseBody(const Ellipse& given, int cols, int first, int count,
                                              std::int32_t* __restrict left, std::int32_t* __restrict right,
                                              std::uint32_t* __restrict doubt) {
@@ -47,7 +48,7 @@ STEREO_CAMERA_ALWAYS_INLINE void ellipseBody(const Ellipse& given, int cols, int
     const bool beyond = ey > 1.0F;
     const float inner = 1.0F - ey;
     const float half = e.rx * std::sqrt(inner > 0.0F ? inner : 0.0F);
-    // Rounded up and down by truncating what is not negative; a column that is not a number becomes 0.
+    // Round up and down by truncating non-negative values; NaN becomes column 0.
     const float from = e.cxe - half;
     const float to = e.cxe + half;
     const float fromClipped = from > 0.0F ? (from < end ? from : end) : 0.0F;

@@ -1,31 +1,32 @@
 // SPDX-License-Identifier: Apache-2.0
+// Vector kernels of the masks.
 #pragma once
 
 #include <cstdint>
 
 namespace stereo::core {
 
-/// Columns that a row keeps, [left, right).
+/// Columns that each row keeps, [left, right).
 struct KeptSpans {
   std::int32_t* left;
   std::int32_t* right;
 };
 
-/// Circle of squared radius R2 round row cy and column cx: row i keeps the closed span [cx - half, cx + half],
+/// Circle of squared radius R2 around row cy and column cx: row i keeps the closed span [cx - half, cx + half],
 /// half = floor(sqrt(R2 - (cy - i)^2)), and nothing beyond the radius; clipped to [0, cols). The squares are integers
-/// turned into floats. For `count` rows from `first` on; |cy - i| must stay below 46341, so that its square is an int.
+/// converted to float. For `count` rows from `first` on; |cy - i| must be below 46341, so that its square fits an int.
 void circleSpans(int cx, int cy, float R2, int cols, int first, int count, const KeptSpans& spans);
 
 /// e = dx^2 / rx2 + dy^2 / ry2, dx = j - cxe, dy = i - cye, single precision; pixels with e > 1 are not kept.
 struct Ellipse {
   float cxe, cye;
-  float rx;  ///< |rx|, to look for the ends of a span; what is kept is decided by its square
+  float rx;  ///< |rx|, to locate the ends of a span; its square decides what is kept
   float rx2, ry2;
 };
 
-/// Span that row i of an ellipse keeps, clipped to [0, cols). cxe and rx2 must be finite and rx2 above 0: e then grows
-/// with |dx|, rounding included, so what a row keeps is a span. `doubt` is not 0 where it was not found and is to be
-/// looked for by trying columns. For `count` rows from `first` on.
+/// Span that row i of an ellipse keeps, clipped to [0, cols). cxe and rx2 must be finite and rx2 above 0: then e grows
+/// with |dx| even after rounding, so a row keeps a span. `doubt` is not 0 where the span was not found and has to be
+/// searched by testing columns. For `count` rows from `first` on.
 void ellipseSpans(const Ellipse& ellipse, int cols, int first, int count, const KeptSpans& spans, std::uint32_t* doubt);
 
 /// dy^2 / ry2 of a row.

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Numbers from files and matrices, checked.
 #include "src/core/Numbers.hpp"
 
 #include <cmath>

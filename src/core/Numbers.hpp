@@ -1,17 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
+// Numbers from files and matrices, checked.
 #pragma once
 
 #include <opencv2/core.hpp>
 
 namespace stereo::core {
 
-/// `value` truncated toward zero; what does not fit an int is clamped to the nearest one that does, NaN is 0.
+/// `value` truncated toward zero and clamped to the range of int; 0 for NaN.
 int toInt(double value);
 
-/// Sum in 32 bits, wrapping: numbers that come from a file may be as large as an int.
+/// Sum in 32 bits, wrapping: numbers from a file may be as large as an int.
 int wrappingSum(int a, int b);
 
-/// Element (0, column) of a number or a row read from a file, as double whatever the element type.
+/// Element (0, column) of a matrix read from a file, as double whatever its type.
 /// Throws cv::Exception if the matrix has no such element or more than two dimensions.
 double numberAt(const cv::Mat& matrix, int column);
 

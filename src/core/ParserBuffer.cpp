@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// What the guards of the three syntaxes share: a view of the text as OpenCV's parsers have it.
 #include "src/core/ParserBuffer.hpp"
 
 #include <algorithm>
@@ -42,7 +43,7 @@ void ParserBuffer::skipInteger() {
 void ParserBuffer::skipReal() {
   char* end = at;
   static_cast<void>(std::strtod(at, &end));
-  if (*end == '.') {  // the process's locale may have a comma in its place
+  if (*end == '.') {  // the process's locale may use a comma instead
     char* const point = end;
     *point = ',';
     static_cast<void>(std::strtod(at, &end));
@@ -88,7 +89,7 @@ void Base64Header::addRow(std::string_view row) {
     if (m_size == length) {
       return;
     }
-    // Other characters count as the first digit.
+    // The parsers count other characters as the first digit.
     const std::size_t value = digits.find(c);
     m_bits = m_bits << 6 | (value < digits.size() ? static_cast<unsigned int>(value) : 0U);
     if (++m_digits < 4) {
@@ -100,14 +101,14 @@ void Base64Header::addRow(std::string_view row) {
     m_digits = 0;
   }
   if (m_size == before && m_size < length) {
-    m_bytes[m_size++] = '\0';  // as the parsers have it for a row too short for a byte
+    m_bytes[m_size++] = '\0';  // as the parsers do for a row too short for a byte
   }
 }
 
 void Base64Header::check() const {
   require(m_size == length);
-  // How many elements of a type follow each other: a number before its name, which the parser takes modulo 2^32, and
-  // adds up where one type is named several times in a row. One of these sums has to be above 0.
+  // The number of consecutive elements of a type precedes the type's name. The parser takes it modulo 2^32, and adds
+  // the numbers up if a type is named several times in a row. One of these sums has to be above 0.
   constexpr std::string_view names = "ucwsifdh";
   constexpr auto isPositive = [](std::uint32_t sum) { return sum != 0 && sum < 0x80000000U; };
   bool hasElements = false;

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Projects rays into an eye.
 #include "src/core/RayProjection.hpp"
 
 #include <cmath>

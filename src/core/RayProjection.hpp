@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
+// Projects rays into an eye.
 #pragma once
 
 namespace stereo::core {
 
-/// Unified omnidirectional model of one eye, from ray to pixel, with what turns the rays of a view into the eye's
-/// frame.
+/// Unified omnidirectional model of one eye, from ray to pixel, with the matrix that takes the rays of a view to the
+/// eye's frame.
 struct RayProjection {
   double m[3][3];         ///< rays (X, Y, Z) of the view become (x, y, z) = m (X, Y, Z)
   double fx, fy, cx, cy;  ///< intrinsic matrix of the eye, pixels
@@ -13,8 +14,8 @@ struct RayProjection {
   double xi;              ///< mirror parameter
 };
 
-/// Projects `count` rays, given by component, into the eye: `u[k]`, `v[k]` are column and row in pixels. The ray is
-/// turned, put on the unit sphere, projected, distorted and brought to pixels:
+/// Projects `count` rays, given by component, into the eye: `u[k]`, `v[k]` are column and row in pixels. Each ray is
+/// rotated, normalized to the unit sphere, projected, distorted and converted to pixels:
 ///
 ///   (x, y, z) = m (X, Y, Z),  (Xs, Ys, Zs) = (x, y, z) / |(x, y, z)|
 ///   xu = Xs / (Zs + xi),  yu = Ys / (Zs + xi)

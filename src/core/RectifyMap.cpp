@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Lookup maps that turn a fisheye eye into another view.
 #include "src/core/RectifyMap.hpp"
 
 #include <algorithm>
@@ -19,7 +20,7 @@ namespace {
 
 constexpr double pi = 3.141592653589793;
 
-// The upper left 3 x 3 elements of a matrix, kept where the loops read them without a header in between.
+// The upper left 3 x 3 elements of a matrix, for loops that would be slowed down by a matrix header.
 struct Matrix3 {
   double m[3][3];
 
@@ -45,7 +46,7 @@ struct Matrix3 {
   }
 
   // The adjugate times 1 / det; zeros for a determinant of 0. OpenCV's inverse and product have the same sums in the
-  // same order, but are compiled with fused multiply-add where all processors of an architecture have it, as on 64-bit
+  // same order, but are compiled with fused multiply-add on architectures where every processor has it, such as 64-bit
   // Arm.
   Matrix3 inverse() const {
     Matrix3 inverted;
@@ -91,7 +92,7 @@ RayProjection projectionOf(const RectifyModel& model, const Matrix3& turn) {
   return projection;
 }
 
-// Rays of one row of a view, by component, not turned yet.
+// Rays of one row of a view, by component, not rotated yet.
 class RowOfRays {
 public:
   explicit RowOfRays(int width) : m_width(static_cast<std::size_t>(width)), m_values(3 * m_width) {}
@@ -105,7 +106,7 @@ private:
   cv::AutoBuffer<double> m_values;
 };
 
-// (j, i, 1) for the column j and the row i; (P R)^-1 makes it a ray.
+// (j, i, 1) for the column j and the row i; (P R)^-1 turns it into a ray.
 class PerspectiveRays {
 public:
   void prepare(RowOfRays& rays, int width) const {
@@ -134,9 +135,9 @@ private:
   Matrix3 m_iP;
 };
 
-// The same where a does not depend on the row nor b on the column: W + H pairs of sine and cosine instead of W x H.
-// The zero that stands in P^-1 gives a zero of one and the same sign whatever row or column it is multiplied with, so
-// nothing changes when the angles are taken at row 0 and column 0.
+// The same if a does not depend on the row nor b on the column: W + H pairs of sine and cosine instead of W x H. The
+// zero in P^-1 gives a zero of the same sign for every row or column, so the angles can be taken at row 0 and column 0
+// without changing a bit.
 class SeparableLonLatRays {
 public:
   static bool suits(const Matrix3& iP) { return iP.m[0][1] == 0.0 && iP.m[1][0] == 0.0; }
@@ -168,8 +169,8 @@ private:
   cv::AutoBuffer<double> m_sinA;
 };
 
-// Point (a, b) of the normalized plane, as above, onto the sphere: eta = (xi2 + sqrt(1 + (1 - xi2^2) r2)) / (1 + r2),
-// (X, Y, Z) = (eta a, eta b, eta - xi2)
+// Unprojects the point (a, b) of the normalized plane, as above, to the sphere:
+// eta = (xi2 + sqrt(1 + (1 - xi2^2) r2)) / (1 + r2), (X, Y, Z) = (eta a, eta b, eta - xi2)
 class UnifiedModelRays {
 public:
   UnifiedModelRays(const Matrix3& iP, double xi2) : m_iP(iP), m_xi2(xi2) {}
@@ -191,7 +192,7 @@ private:
   double m_xi2;
 };
 
-// Views of no known geometry: rays of length 0.
+// For unknown modes: rays of length 0.
 class NoRays {
 public:
   void prepare(RowOfRays& rays, int width) const { std::fill_n(rays.X(), 3 * static_cast<std::size_t>(width), 0.0); }
@@ -229,7 +230,7 @@ void requireEye(const cv::Mat& K, const cv::Mat& D, const cv::Mat& R) {
 
 namespace {
 
-// For maps that share memory, pixel by pixel: what is written last stays.
+// For maps that share memory: pixel by pixel, the last value written stays.
 void writeInTurns(const cv::Mat& columns, const cv::Mat& rows, cv::Mat& map1, cv::Mat& map2) {
   for (int i = 0; i < columns.rows; ++i) {
     for (int j = 0; j < columns.cols; ++j) {

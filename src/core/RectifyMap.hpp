@@ -1,14 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
+// Lookup maps that turn a fisheye eye into another view.
 #pragma once
 
 #include <opencv2/core.hpp>
 
 namespace stereo::core {
 
-/// What a look-up map shows, as the public `initRectifyMap` numbers it.
+/// The view that a lookup map makes, numbered as in the public `initRectifyMap`.
 enum ViewMode : int { unifiedModel = 0, longitudeLatitude = 1, perspective = 2 };
 
-/// Calibration of one eye and the camera matrix of the view to be made; see `initRectifyMap` for shapes.
+/// Calibration of one eye, and the camera matrix of the view; see `initRectifyMap` for shapes.
 struct RectifyModel {
   cv::Mat K;
   cv::Mat D;
@@ -18,15 +19,15 @@ struct RectifyModel {
   double xi2 = 0;
 };
 
-/// Throws cv::Exception unless one eye's matrices have the shapes and types that `initRectifyMap` asks for.
+/// Throws cv::Exception unless one eye's matrices have the shapes and types that `initRectifyMap` requires.
 void requireEye(const cv::Mat& K, const cv::Mat& D, const cv::Mat& R);
 
-/// Fills `map1` (source column) and `map2` (source row), CV_32FC1 of `size`. Equations stand in the implementation.
+/// Fills `map1` (source column) and `map2` (source row), CV_32FC1 of `size`. The equations are in the implementation.
 /// Throws cv::Exception for matrices of the wrong shape or type, before anything is written.
 void buildRectifyMap(const RectifyModel& model, cv::Size size, int mode, cv::Mat& map1, cv::Mat& map2);
 
-/// Look-up maps of one eye for one view, CV_32FC1 of the view's size. Copies are headers: they stay valid while other
-/// maps take the place of these.
+/// Lookup maps of one eye for one view, CV_32FC1 of the view's size. Copies are headers: they stay valid when other
+/// maps replace these.
 struct EyeMaps {
   cv::Mat columns;  ///< source column
   cv::Mat rows;     ///< source row
@@ -41,7 +42,7 @@ cv::Mat perspectiveCameraMatrix(cv::Size size, double hFov);
 
 /// Matrix that takes the two angles of the longitude-latitude view to its pixels. Both axes span
 /// alpha = field / 222 * pi radians, centered on pi / 2: f = W / alpha, c = -W (pi - alpha) / (2 alpha), likewise with
-/// H. The 222 degrees are those of the lens: `field` = 222 would give all pi to the picture, 180 gives 145.9 degrees.
+/// H. 222 degrees is the field of the lens: with `field` = 222 the view spans pi, with 180 it spans 145.9 degrees.
 cv::Mat lonLatCameraMatrix(cv::Size size, double field);
 
 }  // namespace stereo::core

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Splits the rows of an image among OpenCV's threads.
 #pragma once
 
 #include <algorithm>
@@ -11,9 +12,9 @@ namespace stereo::core {
 
 namespace detail {
 
-// One chunk of rows on whatever thread. The counter tells the language what OpenCV's threads see to anyway: what was
-// written before the call is seen by the work, and what the work writes is seen after it. (OpenCV's own synchronization
-// is invisible to ThreadSanitizer.)
+// Runs one chunk of rows on any thread. The counter states in terms of the language what OpenCV's threads guarantee
+// anyway: the work sees what was written before the call, and the caller sees what the work wrote. (OpenCV's own
+// synchronization is invisible to ThreadSanitizer.)
 template <typename Work>
 [[gnu::noinline]] void runChunk(const Work& work, std::atomic<int>& passed, int from, int to) {
   passed.load(std::memory_order_acquire);
@@ -25,7 +26,7 @@ template <typename Work>
 class Chunks final : public cv::ParallelLoopBody {
 public:
   Chunks(const Work& work, std::atomic<int>& passed) : m_work(work), m_passed(passed) {}
-  // Reads its own members ahead of the counter, hence the exception.
+  // Reads its members before the counter, hence the attribute.
   __attribute__((no_sanitize("thread"))) void operator()(const cv::Range& range) const override {
     runChunk(m_work, m_passed, range.start, range.end);
   }
@@ -37,20 +38,19 @@ private:
 
 }  // namespace detail
 
-/// Pixels that are worth another thread's attention where each takes some nanoseconds, and where it takes less than
-/// one.
+/// Minimum number of pixels for another thread: if each takes some nanoseconds, and if each takes less than one.
 constexpr std::size_t kGrain = 16384;
 constexpr std::size_t kCoarseGrain = 8 * kGrain;
 
-/// Calls `work(from, to)` for chunks of the rows [0, rows) that together cover them once, on OpenCV's worker threads
-/// where the image is worth it: a chunk has at least `grain` pixels, there are no more than a few a thread, and an
-/// image below two of them stays on the calling thread. `work` may be called by several threads at once.
+/// Calls `work(from, to)` for chunks that cover the rows [0, rows) once, on OpenCV's worker threads if the image is
+/// large enough: a chunk has at least `grain` pixels, each thread gets a few chunks, and an image of less than two
+/// chunks stays on the calling thread. Several threads may call `work` at once.
 template <typename Work>
 void forRows(int rows, int cols, const Work& work, std::size_t grain = kGrain) {
   if (rows <= 0) {
     return;
   }
-  constexpr std::size_t chunksPerThread = 4;  // so that a thread that is late does not keep the others waiting
+  constexpr std::size_t chunksPerThread = 4;  // so that the others need not wait for a late thread
   const std::size_t pixels = static_cast<std::size_t>(rows) * static_cast<std::size_t>(std::max(cols, 0));
   const std::size_t threads = static_cast<std::size_t>(std::max(cv::getNumThreads(), 1));
   const std::size_t chunks = std::min({pixels / grain, static_cast<std::size_t>(rows), chunksPerThread * threads});

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// When a caller's image may be written into.
 #pragma once
 
 #include <cstddef>
@@ -7,9 +8,9 @@
 
 namespace stereo::core {
 
-/// Whether `output` may be written into: nobody but this header can see its pixels, and they are an image of their own.
-/// False for memory that OpenCV did not allocate itself, since whoever did may show it to others, and for parts of
-/// larger images, since a result is to be in one piece. Other threads drop their headers atomically.
+/// Whether the memory of `output` may be reused: no other header refers to its pixels, and they are a whole image.
+/// False for memory that OpenCV did not allocate itself, because its owner may share it, and for parts of larger
+/// images, because a result has to be continuous. Other threads may release their headers at the same time.
 inline bool isSoleOwner(const cv::Mat& output) {
   cv::UMatData* const memory = output.u;
   return memory != nullptr && CV_XADD(&memory->refcount, 0) == 1 && CV_XADD(&memory->urefcount, 0) == 0 &&
@@ -18,8 +19,8 @@ inline bool isSoleOwner(const cv::Mat& output) {
          !output.isSubmatrix();
 }
 
-/// Whether the memory of two pictures meets, their gaps between rows included. Matrices of more dimensions, which have
-/// no rows, may be asked about too.
+/// Whether the memory of two images overlaps, including the gaps between rows. Matrices of more dimensions, which have
+/// no rows, are allowed, too.
 inline bool overlap(const cv::Mat& a, const cv::Mat& b) {
   const auto end = [](const cv::Mat& image) -> const uchar* {
     if (image.dims > 2) {
@@ -30,9 +31,9 @@ inline bool overlap(const cv::Mat& a, const cv::Mat& b) {
   return !a.empty() && !b.empty() && a.data < end(b) && b.data < end(a);
 }
 
-/// Has `make(cv::Mat&)` write a result into `output` where nobody else sees its pixels, or it has none, so that a
-/// caller who keeps his images needs no new memory; any other output is replaced by a fresh image once the result is
-/// there. If it throws, an empty output stays empty. `make` must not read the output's pixels.
+/// Calls `make(cv::Mat&)` to write a result into the memory of `output` if that is its sole owner, so that a caller who
+/// keeps its images needs no new memory. Any other output is replaced by a new image once the result is complete. If
+/// `make` throws, an empty output stays empty. `make` must not read the output's pixels.
 template <typename Make>
 void writeInto(cv::Mat& output, const Make& make) {
   if (isSoleOwner(output)) {
@@ -47,7 +48,7 @@ void writeInto(cv::Mat& output, const Make& make) {
   output = fresh;
 }
 
-/// Deep copy of `image` in `output`, in its old memory where that fits and is nobody else's. An empty image empties it.
+/// Deep copy of `image` in `output`, in its old memory if `writeInto` may reuse it. An empty image empties it.
 inline void copyInto(const cv::Mat& image, cv::Mat& output) {
   writeInto(output, [&](cv::Mat& out) { image.copyTo(out); });
 }

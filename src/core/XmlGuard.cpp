@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What OpenCV 4.6's parser takes for XML.
+// XML as OpenCV 4.6's parser understands it.
 #include <string>
 #include <string_view>
 
@@ -35,7 +35,7 @@ private:
     std::string type;
   };
 
-  // Goes to what is not blank or, where these may stand, part of a comment; to a zero at the end.
+  // Skips blanks and, if allowed, comments; at the end there is a zero.
   void skipBlanks(bool mayComment) {
     for (bool isComment = false;;) {
       if (isComment) {
@@ -77,7 +77,7 @@ private:
     return std::string(m_text.since(start));
   }
 
-  // Behind an attribute's name.
+  // To be called after an attribute's name.
   std::string attributeValue() {
     if (*m_text.at != '=') {
       skipBlanks(false);
@@ -155,7 +155,7 @@ private:
     header.check();
   }
 
-  // Behind the ampersand, up to the semicolon. Returns how many bytes the parser keeps of it.
+  // From after the ampersand to the semicolon. Returns the number of bytes that the parser keeps.
   std::size_t entity() {
     if (*m_text.at == '#') {
       ++m_text.at;
@@ -177,7 +177,7 @@ private:
     if (m_text.skipNumber(m_text.at[1])) {
       return;
     }
-    // The parser's buffer for it; what is too long for that it refuses, an entity of its own invention apart.
+    // Size of the parser's buffer. It refuses longer texts, except for an entity that it does not know.
     constexpr std::size_t longest = 4096;
     const bool isQuoted = *m_text.at == '"';
     m_text.at += isQuoted ? 1 : 0;
@@ -216,7 +216,7 @@ private:
       }
       if (*m_text.at == '<') {
         const Tag element = tag();
-        // A text in such an element is read before it is there.
+        // The parser would read a text in such an element before it exists.
         require(element.kind == Kind::opening && element.type != "str");
         if (element.type == "binary") {
           base64();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What OpenCV 4.6's parser takes for YAML, with its own view of indentation, strings and streams.
+// YAML as OpenCV 4.6's parser understands it, with its own rules for indentation, strings and streams.
 #include <string_view>
 
 #include "src/core/ParserBuffer.hpp"
@@ -23,12 +23,12 @@ public:
       if (m_text.atEnd()) {
         return;
       }
-      m_text.at += 3;  // the dots, or whatever stands in their place
+      m_text.at += 3;  // the dots, or whatever is there instead
     }
   }
 
 private:
-  // Goes to what is not blank or part of a comment, which must not stand left of a column; to three dots at the end.
+  // Skips blanks and comments. What follows must not be left of `minColumn`; at the end there are three dots.
   void skipBlanks(std::size_t minColumn) {
     for (;;) {
       while (*m_text.at == ' ') {
@@ -50,7 +50,7 @@ private:
     }
   }
 
-  // Goes behind the three dashes that begin a stream, or to the root of a first one without them.
+  // Skips the three dashes that begin a stream, or goes to the root of the first stream if it has none.
   void skipToRoot(bool isFirst) {
     for (;;) {
       skipBlanks(0);
@@ -64,7 +64,7 @@ private:
           m_text.at += 3;
           return;
         }
-        require(isFirst);  // the parser would stay here for ever
+        require(isFirst);  // the parser would loop forever here
         return;
       } else if (isAlphanumeric(c) || c == '_') {
         require(isFirst);
@@ -187,7 +187,7 @@ private:
     }
   }
 
-  // A text without quotes. False, without going anywhere, if it is the name of a block's first element.
+  // A text without quotes. False, without moving, if it is the name of a block's first element.
   bool plain(bool isInFlow, bool isText) {
     char* end = m_text.at;
     while (isPrintable(*end) && (isInFlow ? *end != ',' && *end != '}' && *end != ']' : *end != ':' || isText)) {

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Reads settings and calibration files as OpenCV would.
 #include "src/system/DocumentFile.hpp"
 
 #include <algorithm>

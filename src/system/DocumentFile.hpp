@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Reads settings and calibration files as OpenCV would.
 #pragma once
 
 #include <cstddef>
@@ -6,26 +7,26 @@
 
 namespace stereo::sys {
 
-/// What a settings or calibration file holds, unpacked.
+/// The unpacked content of a settings or calibration file.
 struct DocumentFile {
   enum class State {
-    missing,  // or not to be opened
-    damaged,  // not to be read to its end: a folder, a compressed file that is cut off or holds too much
+    missing,  ///< Or impossible to open.
+    damaged,  ///< Impossible to read to the end: a folder, a compressed file that is truncated or too large.
     whole
   };
 
   State state = State::missing;
-  std::string text;  // empty unless whole
+  std::string text;  ///< Empty unless whole.
 };
 
-/// The most that a compressed file may unpack to, and that is taken from a pipe or a device; bytes. An ordinary file
-/// may be of any size.
+/// Limit in bytes of what a compressed file may unpack to, and of what is read from a pipe or a device. A regular file
+/// may have any size.
 constexpr std::size_t maxUnpacked = 64U << 20;
 
-/// Reads the file that OpenCV's storage layer would open under this path: what is behind the last question mark is no
-/// part of the name, and files named ".gz", or ".gz" and a digit which is no part of the name either, may be
-/// compressed. A compressed file of any other name counts as damaged. Bytes that follow a compressed file's end are
-/// left out. Blocks until everything is read.
+/// Reads the file that OpenCV's storage layer would open under this path: text after the last question mark is not part
+/// of the name. Files whose names end in ".gz", or in ".gz" and a digit, which is not part of the name either, may be
+/// compressed. A compressed file of any other name counts as damaged. Bytes after the end of the compressed data are
+/// ignored. Blocks until everything is read.
 DocumentFile readDocumentFile(const std::string& path);
 
 }  // namespace stereo::sys

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Recycled memory for images that come and go with every frame.
 #include "src/system/ImageMemory.hpp"
 
 #include <algorithm>
@@ -11,9 +12,9 @@ namespace stereo::sys {
 
 namespace {
 
-// AddressSanitizer sees a use after free only if memory is freed. ThreadSanitizer does not see that the threads that
-// let go of an image are in order, since the count of its headers changes inside OpenCV; what it is told of OpenCV's
-// own memory covers that. Both get images like any other.
+// AddressSanitizer detects a use after free only if memory is really freed. ThreadSanitizer does not see how the
+// threads that release an image are ordered, because the reference count changes inside OpenCV; its suppressions cover
+// OpenCV's own allocator. So nothing is recycled under either of them.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool recycles = false;
 #elif defined(__has_feature)
@@ -26,14 +27,14 @@ constexpr bool recycles = true;
 constexpr bool recycles = true;
 #endif
 
-// Blocks of this size (bytes) and more are worth keeping; OpenCV's own allocator is as fast for smaller ones.
+// Smallest blocks worth keeping, bytes. OpenCV's own allocator is as fast for smaller ones.
 constexpr std::size_t minBytes = 4096;
 
 class RecyclingAllocator final : public cv::MatAllocator {
 public:
   RecyclingAllocator() { m_kept.reserve(kMaxKept); }
 
-  // Only ever asked through cv::Mat, which leaves the steps to the allocator where it brings no pixels of its own.
+  // Only called through cv::Mat, which leaves the steps to the allocator unless it brings its own pixels.
   cv::UMatData* allocate(int dims, const int* sizes, int type, void* data, std::size_t* step, cv::AccessFlag flags,
                          cv::UMatUsageFlags usage) const override {
     if (data != nullptr || dims != 2) {
@@ -62,7 +63,7 @@ public:
 
   bool allocate(cv::UMatData* block, cv::AccessFlag, cv::UMatUsageFlags) const override { return block != nullptr; }
 
-  // The last header is gone.
+  // Called when the last header is gone.
   void deallocate(cv::UMatData* block) const override {
     if (block == nullptr) {
       return;
@@ -73,7 +74,7 @@ public:
         block->flags = static_cast<cv::UMatData::MemoryFlag>(0);
         cv::UMatData* oldest = nullptr;
         if (m_kept.size() == kMaxKept) {
-          // Of a size that nobody asks for any more, most likely.
+          // Most likely of a size that is no longer needed.
           oldest = m_kept.front();
           m_kept.erase(m_kept.begin());
         }
@@ -104,7 +105,7 @@ public:
   }
 
 private:
-  // The block given back last is the one that the caches still know.
+  // Takes the block that was released last: it is the most likely to be in the caches.
   cv::UMatData* takeKept(std::size_t bytes) const {
     const std::unique_lock lock(m_mutex, std::try_to_lock);
     if (!lock) {
@@ -126,14 +127,14 @@ private:
     delete block;
   }
 
-  // Guards the rest; nothing is called with it held. Images never wait for it, they do without what is kept: in a child
-  // process it may be held by a thread that exists only in the parent.
+  // Guards the rest; nothing is called while it is held. Images never wait for it, but do without a kept block instead:
+  // in a child process, it may be held by a thread that exists only in the parent.
   mutable std::mutex m_mutex;
   mutable std::vector<cv::UMatData*> m_kept;
   int m_users = 0;
 };
 
-// Never destroyed: an image may outlive everything, static objects included.
+// Never destroyed: an image may outlive everything, even static objects.
 RecyclingAllocator& allocator() {
   static auto* const instance = new RecyclingAllocator;
   return *instance;

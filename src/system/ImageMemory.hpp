@@ -1,26 +1,26 @@
 // SPDX-License-Identifier: Apache-2.0
+// Recycled memory for images that come and go with every frame.
 #pragma once
 
 #include <opencv2/core.hpp>
 
 namespace stereo::sys {
 
-/// Memory for images that come and go with every frame. What one image gave back serves the next one of its size, so
-/// that the images of a running camera allocate nothing, and touch no fresh page, from frame to frame.
-///
-/// Nothing is kept back while no camera exists, and at most `kMaxKept` blocks otherwise. Any thread; nobody waits.
+// A block that one image releases serves the next image of its size, so that a running camera allocates nothing, and
+// touches no fresh page, from frame to frame. No block is kept while no camera exists, and at most `kMaxKept`
+// otherwise. Any thread; nothing here waits.
 
-/// Most blocks kept for images to come.
+/// Maximum number of blocks that are kept for later images.
 constexpr int kMaxKept = 16;
 
-/// An empty image that will take its memory from here, whoever fills it. Otherwise an image like any other: headers of
-/// it may be kept and handed on, and may outlive the camera (not the library, where that is unloaded).
+/// An empty image that takes its memory from here, no matter which code fills it. Otherwise an image like any other:
+/// its headers may be kept and passed on, and may outlive the camera (but not the library, if that is unloaded).
 cv::Mat recycledImage();
 
-/// Deep copy in such memory.
+/// A deep copy in such memory.
 cv::Mat recycledCopy(const cv::Mat& image);
 
-/// To be held by every camera as long as it lives. The last one to go gives the memory back to the system.
+/// Every camera holds one for its lifetime. The last one to be destroyed returns the memory to the system.
 class ImageMemoryUser {
 public:
   ImageMemoryUser();

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The shared-memory segment that offers images to another process.
 #include "src/system/SharedFrame.hpp"
 
 #include <atomic>
@@ -16,8 +17,8 @@ constexpr int permissions = 0666;
 constexpr std::int32_t statusFree = 0;
 constexpr std::int32_t statusWritten = 2;
 
-// The word is shared with another process; atomic access keeps the compiler from moving or splitting it, and the
-// acquire on reading keeps the next copy behind the consumer's store.
+// The word is shared with another process. Atomic access keeps the compiler from moving or splitting it; acquiring it
+// on a read keeps the next copy behind the consumer's store.
 std::atomic_ref<std::int32_t> statusOf(void* segment) {
   return std::atomic_ref<std::int32_t>(*static_cast<std::int32_t*>(segment));
 }
@@ -51,7 +52,7 @@ bool SharedFrame::offer(const cv::Mat& image, std::size_t bytes) {
     return false;
   }
   statusOf(m_address).store(statusWritten, std::memory_order_seq_cst);
-  // Some processors show later plain stores first; the mark is to be seen before any of the pixels.
+  // Some processors make later plain stores visible first; the mark must be seen before any of the pixels.
   std::atomic_thread_fence(std::memory_order_seq_cst);
   std::memcpy(static_cast<std::uint8_t*>(m_address) + model::segmentHeaderBytes, image.data, bytes);
   return true;

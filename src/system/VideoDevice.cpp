@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Finds out what reads a video device, and stops its stream from outside.
 #include "src/system/VideoDevice.hpp"
 
 #include <fcntl.h>
@@ -29,8 +30,8 @@ bool streamOff(int descriptor) {
 }  // namespace
 
 BackEnd backEndOf(const cv::VideoCapture& device) {
-  // Asked of the base class, whatever a derived one makes of it: -1 where OpenCV has nothing open. (Asking for the back
-  // end's name raises an error there.)
+  // Asks the base class, whatever a derived one overrides: -1 if OpenCV has nothing open. (Asking for the name of the
+  // back end would raise an error then.)
   const auto backEnd = static_cast<int>(device.cv::VideoCapture::get(cv::CAP_PROP_BACKEND));
   if (backEnd == cv::CAP_GSTREAMER) {
     return BackEnd::gstreamer;
@@ -43,8 +44,8 @@ BackEnd backEndOf(const cv::VideoCapture& device) {
 }
 
 void stopPipeline(cv::VideoCapture& device) {
-  // OpenCV 4.6 stops a running pipeline before it sets any property. Of most it then starts it again, and waits for a
-  // frame; not of this one, which is given the value that it has.
+  // OpenCV 4.6 stops a running pipeline before it sets any property. After most of them it starts the pipeline again
+  // and waits for a frame, but not after this one. The property gets the value that it has.
   constexpr int property = cv::CAP_PROP_GSTREAMER_QUEUE_LENGTH;
   device.set(property, device.get(property));
 }
@@ -60,7 +61,7 @@ void forEachDescriptor(const std::string& path, const std::function<void(int)>& 
     const std::string name = entry.path().filename();
     int number = -1;
     std::from_chars(name.data(), name.data() + name.size(), number);
-    // Others are left alone: closing a duplicate would take the process's locks off its file.
+    // Do not duplicate other descriptors: closing a duplicate would release the process's locks on that file.
     if (fstat(number, &file) != 0 || !isDevice(file, device.st_rdev)) {
       continue;
     }
