@@ -19,7 +19,7 @@ inline constexpr const char* depthmode = "Depthmode";
 
 // Both.
 inline constexpr const char* rectifyFrameSize = "RectifyFrameSize";
-inline constexpr const char* reserved = "Reserved";  ///< Written as an identity matrix, read by nobody.
+inline constexpr const char* reserved = "Reserved";  ///< Written as an identity matrix, never read.
 
 // Calibration.
 inline constexpr const char* serialNumber = "SerialNumber";

@@ -9,7 +9,7 @@ class StereoCamera;
 namespace stereo {
 
 /// Makes the calling thread a camera's disparity worker for as long as this lives. A read on the worker passes through
-/// two virtual operations on its way to the wait for a frame, so the thread is all that tells it from a reader's.
+/// two virtual operations on its way to the wait for a frame, so only the thread distinguishes it from a reader's.
 class DisparityWorkerThread {
 public:
   explicit DisparityWorkerThread(const StereoCamera* camera);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Clouds in the form that the reads hand out: points appended to a caller's list.
+// Clouds in the form that the reads return: points appended to a caller's list.
 #pragma once
 
 #include <algorithm>
