@@ -5,6 +5,8 @@
 #include <chrono>
 #include <functional>
 
+#include "StereoCameraExport.hpp"
+
 /// Limits the waits of the calling thread: reads of a `StereoCamera` wait without a timeout otherwise. While a
 /// `ReadLimit` exists, a read of any camera on its thread that has to wait ends once the limit is reached, and returns
 /// false with its outputs untouched, filled or not. Reads that get their result are not affected.
@@ -13,7 +15,7 @@
 ///     if (!camera.getRawFrame(frame, timestamp) && limit.wasReached()) { ... }
 ///
 /// Limits nest: the innermost one applies. The workers run on their own threads and are not limited.
-class ReadLimit {
+class STEREO_CAMERA_EXPORT ReadLimit {
 public:
   /// Reached `time` from now.
   explicit ReadLimit(std::chrono::steady_clock::duration time);

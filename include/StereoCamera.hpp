@@ -14,6 +14,8 @@
 #include <opencv2/core.hpp>
 #include <opencv2/videoio.hpp>
 
+#include "StereoCameraExport.hpp"
+
 class SystemLog;
 namespace stereo {
 class ReadWatchdog;
@@ -55,7 +57,7 @@ struct PCL {
 /// To feed frames from elsewhere, derive: replace `m_videoCapture` by a `cv::VideoCapture` of your own and set
 /// `m_isOpened`. Overriding `getStereoFrame` changes the source of the rectified reads and of the disparity worker
 /// only. An override that blocks has to end by itself: no stop operation can release it.
-class StereoCamera {
+class STEREO_CAMERA_EXPORT StereoCamera {
 public:
   /// Two images that belong together and the time at which they were captured.
   struct TimeFrame {
@@ -291,32 +293,32 @@ private:
 /// @param map2  CV_32FC1 of `size`: row in the eye's image.
 /// @return true. Throws cv::Exception for matrices of another shape or type. Rays behind the eye are projected like
 /// any other; the inverse of a singular matrix is taken as zero.
-bool initRectifyMap(cv::Mat K, cv::Mat D, cv::Mat R, cv::Mat P, double xi, double xi2, cv::Size size, int mode,
-                    cv::Mat& map1, cv::Mat& map2);
+STEREO_CAMERA_EXPORT bool initRectifyMap(cv::Mat K, cv::Mat D, cv::Mat R, cv::Mat P, double xi, double xi2,
+                                         cv::Size size, int mode, cv::Mat& map1, cv::Mat& map2);
 
 /// Product of row `row` of a CV_64FC1 matrix with the column (a, b, c): (m(row,0) a + m(row,1) b) + m(row,2) c.
 /// Throws cv::Exception if the matrix has no such row, fewer than three columns, or another type.
-double MatRowMul(const cv::Mat& m, double a, double b, double c, int row);
+STEREO_CAMERA_EXPORT double MatRowMul(const cv::Mat& m, double a, double b, double c, int row);
 
-/// Blacks out, in both images, what lies outside the circle of `radius` pixels round (cols / 2, rows / 2) of the
+/// Blacks out everything, in both images, outside the circle of `radius` pixels around (cols / 2, rows / 2) of the
 /// first; in row i the columns [cx - h, cx + h] stay, h = floor(sqrt(radius^2 - (cy - i)^2)). In place. Returns 0.
 /// Throws cv::Exception if either is not CV_8UC3 or the second is smaller than the first.
-int convertRawFisheyeImage(int radius, cv::Mat& first, cv::Mat& second);
+STEREO_CAMERA_EXPORT int convertRawFisheyeImage(int radius, cv::Mat& first, cv::Mat& second);
 
-/// Blacks out, in both images, what lies outside an ellipse: ((j - cx) / rx)^2 + ((i - cy) / ry)^2 > 1, with
+/// Blacks out everything, in both images, outside an ellipse: ((j - cx) / rx)^2 + ((i - cy) / ry)^2 > 1, with
 /// ry = rows / 2 + dRadiusY, rx = cols / 2 + dRadiusX, cx = cols / 2 + dCenterX, cy = rows / 2 + dCenterY, all in
 /// pixels of the first image. In place. Returns 0. Throws as the circular form.
-int convertRawFisheyeImage(cv::Mat& first, cv::Mat& second, float dRadiusY, float dRadiusX, float dCenterX,
-                           float dCenterY);
+STEREO_CAMERA_EXPORT int convertRawFisheyeImage(cv::Mat& first, cv::Mat& second, float dRadiusY, float dRadiusX,
+                                                float dCenterX, float dCenterY);
 
 /// Blue of a value `v` on the scale from `lo` to `hi`: 255 at `lo`, falling to 0 in the middle; 0 elsewhere.
-unsigned char getBlueSegVal(float lo, float hi, float v);
+STEREO_CAMERA_EXPORT unsigned char getBlueSegVal(float lo, float hi, float v);
 /// Green of a value `v` on the scale from `lo` to `hi`. With h = (hi - lo) / 2, r = hi - lo, x = v - lo, the low
 /// eight bits of the truncated -255 x / h for 0 < x <= h, of (-255 x - 255 r) / (h - r) for h < x <= r, else 0.
-unsigned char getGreenSegVal(float lo, float hi, float v);
+STEREO_CAMERA_EXPORT unsigned char getGreenSegVal(float lo, float hi, float v);
 /// Red of a value `v` on the scale from `lo` to `hi`. With h, r, x as above, the low eight bits of the truncated
 /// (255 x + 255 h) / (r - h) for x >= h, else 0.
-unsigned char getRedSegVal(float lo, float hi, float v);
+STEREO_CAMERA_EXPORT unsigned char getRedSegVal(float lo, float hi, float v);
 /// Color (blue, green, red) of a value `v` on the scale from `lo` (blue) over the middle (blue and green) to `hi`
 /// (red). Channels run to 510 and wrap round modulo 256.
-cv::Vec3b getclolor(float lo, float hi, float v);
+STEREO_CAMERA_EXPORT cv::Vec3b getclolor(float lo, float hi, float v);
