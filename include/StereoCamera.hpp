@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The camera, and the free functions that it is made of.
+// The camera, and the free functions that it uses.
 #pragma once
 
 #include <atomic>

@@ -95,7 +95,7 @@ bool StereoCamera::stopStereoCompute() {
     return true;
   }
   {
-    // Called from inside a colored cloud, this thread holds the lock that the worker needs for its last publication.
+    // Called from inside a colored cloud, this thread holds the lock that the worker may need to publish.
     std::unique_lock<std::mutex>* const held = stereo::HeldDisparityLock::of(this);
     const stereo::ScopedUnlock unlocked(held);
     if (!stereo::DisparityWorkerThread::isOf(this)) {
