@@ -41,16 +41,16 @@ void addReprojection(const Calibration& calibration, std::vector<std::vector<dou
 
 Assessment assess(const Calibration& calibration, const cv::Size& eyeSize) {
   Assessment assessment;
-  std::vector<std::vector<double>> reprojection(kRings);
-  std::vector<std::vector<double>> rows(kRings);
-  std::vector<std::vector<double>> latitudes(kRings);
+  std::vector<std::vector<double>> reprojection(ringCount);
+  std::vector<std::vector<double>> rows(ringCount);
+  std::vector<std::vector<double>> latitudes(ringCount);
   std::vector<double> allRows;
   std::vector<double> allLatitudes;
   addReprojection(calibration, reprojection);
   for (const RowError& error : calibration.errors.rows) {
     const auto ring = static_cast<std::size_t>(ringOf(error.angle));
-    latitudes[ring].push_back(error.latitude * kViewFocal);
-    allLatitudes.push_back(error.latitude * kViewFocal);
+    latitudes[ring].push_back(error.latitude * viewFocal);
+    allLatitudes.push_back(error.latitude * viewFocal);
     if (error.rows) {
       rows[ring].push_back(*error.rows);
       allRows.push_back(*error.rows);

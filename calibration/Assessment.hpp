@@ -18,7 +18,7 @@ struct RingErrors {
 
 /// What is to be thought of a calibration.
 struct Assessment {
-  std::vector<RingErrors> rings;     ///< `kRings`
+  std::vector<RingErrors> rings;     ///< `ringCount`
   Spread rows;                       ///< perspective view, pixels
   Spread latitude;                   ///< as in the rings
   std::array<double, 2> coverage{};  ///< share of each eye's circle with corners, 0 to 1

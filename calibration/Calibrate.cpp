@@ -217,9 +217,9 @@ void requireEnough(const std::vector<BoardView>& views, const std::vector<char>&
   for (std::size_t view = 0; view < views.size(); ++view) {
     both += kept[view] != 0 && views[view].seesBoth() ? 1 : 0;
   }
-  if (both < kLeastPictures) {
+  if (both < leastPictures) {
     throw CannotCalibrate("only " + std::to_string(both) + " pictures show the whole board in both eyes" + when +
-                          "; at least " + std::to_string(kLeastPictures) + " are needed, 20 or more are good");
+                          "; at least " + std::to_string(leastPictures) + " are needed, 20 or more are good");
   }
 }
 
@@ -306,7 +306,7 @@ Calibration calibrate(const std::vector<BoardView>& views, const Board& board, c
       motions.push_back(combined(*right.boards[view], inverse(*left.boards[view])));
     }
   }
-  if (motions.size() < kLeastPictures) {
+  if (motions.size() < leastPictures) {
     throw CannotCalibrate("too few pictures make sense in both eyes; take more of them, the board flat and still");
   }
   state.estimate.rig = {{left.model, right.model}, commonMotion(motions)};

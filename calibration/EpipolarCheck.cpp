@@ -94,7 +94,7 @@ void fitTurn(const std::vector<RayPair>& pairs, EpipolarCheckResult& result) {
   cv::Matx33d normal = cv::Matx33d::zeros();
   cv::Vec3d turn(0, 0, 0);
   double variance = 0;
-  double soft = 1.0 / kViewFocal;
+  double soft = 1.0 / viewFocal;
   for (int round = 0; round < 20; ++round) {
     normal = cv::Matx33d::eye() * 1e-9;
     cv::Vec3d right(0, 0, 0);
@@ -135,7 +135,7 @@ void findFaults(EpipolarCheckResult& result) {
                         static_cast<double>(each.matches) >= leastRingShare * static_cast<double>(result.matches);
     if (counts && each.median > mostRingMedian) {
       result.faults.push_back(formatted("from %.0f degrees off the axis on, rows differ by %.2f px",
-                                        static_cast<double>(ring) * kRingDegrees, each.median));
+                                        static_cast<double>(ring) * ringDegrees, each.median));
       break;
     }
   }
@@ -154,7 +154,7 @@ void findFaults(EpipolarCheckResult& result) {
 
 EpipolarCheckResult judgeRows(const std::vector<RayPair>& all) {
   EpipolarCheckResult result;
-  result.rings.resize(kRings);
+  result.rings.resize(ringCount);
   if (all.size() < leastMatches) {
     result.matches = all.size();
     return result;
@@ -162,13 +162,13 @@ EpipolarCheckResult judgeRows(const std::vector<RayPair>& all) {
   fitTurn(all, result);
   std::vector<RayPair> pairs;
   std::copy_if(all.begin(), all.end(), std::back_inserter(pairs), [&](const RayPair& pair) {
-    return std::abs(rowMiss(pair, result.turn * degree)) * kViewFocal <= mistake;
+    return std::abs(rowMiss(pair, result.turn * degree)) * viewFocal <= mistake;
   });
   result.matches = pairs.size();
   std::vector<double> differences;
-  std::vector<std::vector<double>> byRing(kRings);
+  std::vector<std::vector<double>> byRing(ringCount);
   for (const RayPair& pair : pairs) {
-    const double rows = std::abs(rowDifference(pair)) * kViewFocal;
+    const double rows = std::abs(rowDifference(pair)) * viewFocal;
     differences.push_back(rows);
     byRing[static_cast<std::size_t>(ringOf(std::acos(std::clamp(pair.left[2], -1.0, 1.0))))].push_back(rows);
   }

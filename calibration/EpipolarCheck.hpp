@@ -35,7 +35,7 @@ struct EpipolarCheckResult {
   std::size_t matches = 0;
   double median = 0;  ///< pixels
   double p90 = 0;
-  std::vector<EpipolarCheckRing> rings;  ///< by angle off the axis, `kRingDegrees` wide each
+  std::vector<EpipolarCheckRing> rings;  ///< by angle off the axis, `ringDegrees` wide each
   /// How the right eye has turned against its calibration, as the rows tell it, and how sure that is (one standard
   /// deviation): about x (pitch), y (yaw) and z (roll), degrees. Rows tell little of the yaw.
   cv::Vec3d turn;

@@ -16,8 +16,8 @@ std::optional<cv::Point2d> inView(const cv::Vec3d& ray) {
   if (!(ray[2] > 0)) {
     return std::nullopt;
   }
-  const cv::Point2d pixel(kViewFocal * ray[0] / ray[2], kViewFocal * ray[1] / ray[2]);
-  const bool inside = std::abs(pixel.x) <= kViewHalfWidth && std::abs(pixel.y) <= kViewHalfHeight;
+  const cv::Point2d pixel(viewFocal * ray[0] / ray[2], viewFocal * ray[1] / ray[2]);
+  const bool inside = std::abs(pixel.x) <= viewHalfWidth && std::abs(pixel.y) <= viewHalfHeight;
   return inside ? std::optional(pixel) : std::nullopt;
 }
 
@@ -26,7 +26,7 @@ double latitude(const cv::Vec3d& ray) { return std::atan2(ray[1], ray[2]); }
 
 }  // namespace
 
-int ringOf(double angle) { return std::clamp(static_cast<int>(angle * 180.0 / CV_PI / kRingDegrees), 0, kRings - 1); }
+int ringOf(double angle) { return std::clamp(static_cast<int>(angle * 180.0 / CV_PI / ringDegrees), 0, ringCount - 1); }
 
 Spread spreadOf(const std::vector<double>& errors) {
   Spread spread;

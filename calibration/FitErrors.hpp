@@ -11,13 +11,13 @@ namespace stereo::calibration {
 
 /// The perspective view that row differences are told in: the camera's default, 464 x 400 pixels over 90 degrees. One
 /// pixel in its middle is a quarter of a degree.
-inline constexpr double kViewFocal = 232.0;
-inline constexpr double kViewHalfWidth = 232.0;
-inline constexpr double kViewHalfHeight = 200.0;
+inline constexpr double viewFocal = 232.0;
+inline constexpr double viewHalfWidth = 232.0;
+inline constexpr double viewHalfHeight = 200.0;
 
 /// Rings about the optical axis: [0, 15), [15, 30) ... degrees, the last one open.
-inline constexpr double kRingDegrees = 15.0;
-inline constexpr int kRings = 7;
+inline constexpr double ringDegrees = 15.0;
+inline constexpr int ringCount = 7;
 /// Ring of an angle off the axis, radians.
 int ringOf(double angle);
 

@@ -14,8 +14,8 @@ namespace stereo::calibration {
 
 namespace {
 
-using EyeBlock = std::array<double, kEyeParameters>;
-using PoseBlock = std::array<double, kPoseParameters>;
+using EyeBlock = std::array<double, eyeParameters>;
+using PoseBlock = std::array<double, poseParameters>;
 
 constexpr double mostXi = 6.0;
 // Sizes at which a prior costs as much as one corner that is a pixel off.
@@ -94,7 +94,7 @@ public:
       m_problem->SetParameterUpperBound(eye.data(), xi, mostXi);
       if (options.fixedDistortion) {
         m_problem->SetManifold(
-            eye.data(), new ceres::SubsetManifold(kEyeParameters, {radial1, radial2, tangential1, tangential2, skew}));
+            eye.data(), new ceres::SubsetManifold(eyeParameters, {radial1, radial2, tangential1, tangential2, skew}));
       }
     }
     if (options.fixedCamera || options.flatBoard) {
@@ -106,18 +106,18 @@ public:
   }
 
   void addPriors() {
-    ceres::Matrix weights = ceres::Matrix::Zero(5, kEyeParameters);
+    ceres::Matrix weights = ceres::Matrix::Zero(5, eyeParameters);
     weights(0, radial1) = weights(1, radial2) = 1.0 / radialScale;
     weights(2, tangential1) = weights(3, tangential2) = 1.0 / tangentialScale;
     weights(4, skew) = 1.0 / skewScale;
     for (EyeBlock& eye : m_eyes) {
       if (m_problem->HasParameterBlock(eye.data())) {
-        m_problem->AddResidualBlock(new ceres::NormalPrior(weights, ceres::Vector::Zero(kEyeParameters)), nullptr,
+        m_problem->AddResidualBlock(new ceres::NormalPrior(weights, ceres::Vector::Zero(eyeParameters)), nullptr,
                                     eye.data());
       }
     }
-    const ceres::Matrix sagWeights = ceres::Matrix::Identity(kSagParameters, kSagParameters) / sagScale;
-    m_problem->AddResidualBlock(new ceres::NormalPrior(sagWeights, ceres::Vector::Zero(kSagParameters)), nullptr,
+    const ceres::Matrix sagWeights = ceres::Matrix::Identity(sagParameters, sagParameters) / sagScale;
+    m_problem->AddResidualBlock(new ceres::NormalPrior(sagWeights, ceres::Vector::Zero(sagParameters)), nullptr,
                                 m_sags.data());
   }
 
@@ -141,13 +141,13 @@ private:
     double* const board = m_boards[view].data();
     if (eye == 0) {
       m_problem->AddResidualBlock(
-          new ceres::AutoDiffCostFunction<CornerResidual, 2, kEyeParameters, kPoseParameters, kSagParameters>(
+          new ceres::AutoDiffCostFunction<CornerResidual, 2, eyeParameters, poseParameters, sagParameters>(
               new CornerResidual(corner)),
           &m_loss, lens, board, m_sags.data());
     } else {
       m_problem->AddResidualBlock(
-          new ceres::AutoDiffCostFunction<CornerResidual, 2, kEyeParameters, kPoseParameters, kPoseParameters,
-                                          kSagParameters>(new CornerResidual(corner)),
+          new ceres::AutoDiffCostFunction<CornerResidual, 2, eyeParameters, poseParameters, poseParameters,
+                                          sagParameters>(new CornerResidual(corner)),
           &m_loss, lens, m_relative.data(), board, m_sags.data());
     }
   }
@@ -155,7 +155,7 @@ private:
   ceres::CauchyLoss m_loss;
   std::array<EyeBlock, 2> m_eyes;
   PoseBlock m_relative;
-  std::array<double, kSagParameters> m_sags;
+  std::array<double, sagParameters> m_sags;
   std::vector<PoseBlock> m_boards;
   std::unique_ptr<ceres::Problem> m_problem;  // refers to all of the above
 };

@@ -37,10 +37,10 @@ struct CameraSettings {
 class HostCamera : public StereoCamera {
 public:
   /// An index that no back end knows: the base class finds no device, and OpenCV has nothing to report.
-  static constexpr int kNoDevice = 9900;
+  static constexpr int noDevice = 9900;
 
   /// On the video device /dev/video`deviceNode`. By default on none, to load and save files with.
-  explicit HostCamera(int deviceNode = kNoDevice) : StereoCamera(deviceNode) {}
+  explicit HostCamera(int deviceNode = noDevice) : StereoCamera(deviceNode) {}
   /// On the video device that the settings file names.
   explicit HostCamera(const std::string& settingsPath) : StereoCamera(settingsPath) {}
 

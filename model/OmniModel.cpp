@@ -10,9 +10,9 @@ namespace stereo::model {
 namespace {
 
 // Plane coordinates are of the order of 1, so this is a few units in the last place of a double.
-constexpr double kTolerance = 1e-14;
-constexpr double kAccepted = 1e-12;
-constexpr int kMaxSteps = 60;
+constexpr double convergedError = 1e-14;
+constexpr double acceptedError = 1e-12;
+constexpr int maxIterations = 60;
 
 }  // namespace
 
@@ -98,9 +98,9 @@ std::optional<cv::Vec2d> OmniModel::undistort(const cv::Vec2d& distorted) const 
   cv::Vec2d plane = distorted;
   pulledInside(plane);
   int pushes = 0;
-  for (int step = 0; step < kMaxSteps; ++step) {
+  for (int step = 0; step < maxIterations; ++step) {
     const cv::Vec2d miss = distort(plane) - distorted;
-    if (cv::norm(miss) < kTolerance) {
+    if (cv::norm(miss) < convergedError) {
       break;
     }
     const cv::Matx22d m = distortSlope(plane);
@@ -114,7 +114,7 @@ std::optional<cv::Vec2d> OmniModel::undistort(const cv::Vec2d& distorted) const 
       break;
     }
   }
-  if (!(cv::norm(distort(plane) - distorted) < kAccepted)) {
+  if (!(cv::norm(distort(plane) - distorted) < acceptedError)) {
     return std::nullopt;
   }
   return plane;

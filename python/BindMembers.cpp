@@ -3,12 +3,12 @@
 #include <utility>
 
 #include "SystemLog.hpp"
+#include "model/RelaxedAccess.hpp"
 #include "python/Arrays.hpp"
 #include "python/Members.hpp"
 #include "python/Module.hpp"
 #include "python/Results.hpp"
 #include "python/Source.hpp"
-#include "src/StereoCameraCommon/RelaxedAccess.hpp"
 
 namespace stereo::python {
 

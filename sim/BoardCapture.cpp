@@ -13,11 +13,11 @@ namespace stereo::sim {
 
 namespace {
 
-constexpr double kDegree = CV_PI / 180.0;
-constexpr int kSamples = 4;  // a side of a pixel
-constexpr double kBlack = 35.0;
-constexpr double kWhite = 205.0;
-constexpr double kWall = 105.0;
+constexpr double radiansPerDegree = CV_PI / 180.0;
+constexpr int samplesPerSide = 4;  // a side of a pixel
+constexpr double blackGray = 35.0;
+constexpr double whiteGray = 205.0;
+constexpr double wallGray = 105.0;
 
 cv::Matx33d turnX(double a) { return {1, 0, 0, 0, std::cos(a), -std::sin(a), 0, std::sin(a), std::cos(a)}; }
 cv::Matx33d turnY(double a) { return {std::cos(a), 0, std::sin(a), 0, 1, 0, -std::sin(a), 0, std::cos(a)}; }
@@ -36,11 +36,11 @@ std::vector<BoardPlace> placesOf(const BoardCapture::Options& options) {
     };
     // The golden angle spreads the directions evenly; the share of the sphere's cap within 80 degrees grows evenly too.
     const double share = (n + 0.5) / options.places;
-    const double off = std::acos(1.0 - share * (1.0 - std::cos(80.0 * kDegree)));
-    const double about = n * 137.508 * kDegree;
+    const double off = std::acos(1.0 - share * (1.0 - std::cos(80.0 * radiansPerDegree)));
+    const double about = n * 137.508 * radiansPerDegree;
     const cv::Matx33d facing = turnZ(about) * turnY(off) * turnZ(-about);
-    const cv::Matx33d held =
-        turnX(between(-30, 30) * kDegree) * turnY(between(-30, 30) * kDegree) * turnZ(between(-12, 12) * kDegree);
+    const cv::Matx33d held = turnX(between(-30, 30) * radiansPerDegree) * turnY(between(-30, 30) * radiansPerDegree) *
+                             turnZ(between(-12, 12) * radiansPerDegree);
     BoardPlace place;
     place.rotation = facing * held;
     const double distance = between(1.1, 1.9) * size;
@@ -54,12 +54,12 @@ double shade(const cv::Vec3d& onBoard, const BoardCapture::Options& options) {
   const double x = onBoard[0] / options.square + 1.0;
   const double y = onBoard[1] / options.square + 1.0;
   if (x < -0.7 || y < -0.7 || x > options.corners.width + 1.7 || y > options.corners.height + 1.7) {
-    return kWall;
+    return wallGray;
   }
   if (x < 0.0 || y < 0.0 || x > options.corners.width + 1.0 || y > options.corners.height + 1.0) {
-    return kWhite;
+    return whiteGray;
   }
-  return (static_cast<int>(x) + static_cast<int>(y)) % 2 == 0 ? kBlack : kWhite;
+  return (static_cast<int>(x) + static_cast<int>(y)) % 2 == 0 ? blackGray : whiteGray;
 }
 
 // Mean over the pixel of what `sample` gives at (x, y), both from -0.5 to 0.5. Where middle and corners agree, there is
@@ -72,12 +72,12 @@ double pixelShade(const Sample& sample) {
     return middle;
   }
   double sum = 0.0;
-  for (int n = 0; n < kSamples * kSamples; ++n) {
-    const int row = n / kSamples;
-    const int column = n % kSamples;
-    sum += sample((column + 0.5) / kSamples - 0.5, (row + 0.5) / kSamples - 0.5);
+  for (int n = 0; n < samplesPerSide * samplesPerSide; ++n) {
+    const int row = n / samplesPerSide;
+    const int column = n % samplesPerSide;
+    sum += sample((column + 0.5) / samplesPerSide - 0.5, (row + 0.5) / samplesPerSide - 0.5);
   }
-  return sum / (kSamples * kSamples);
+  return sum / (samplesPerSide * samplesPerSide);
 }
 
 }  // namespace
@@ -126,7 +126,7 @@ cv::Mat BoardCapture::render(const BoardPlace& place) const {
       const auto sample = [&](double x, double y) {
         const cv::Vec3d direction = toBoard * (ray + x * across + y * down);
         const double length = direction[2] > 1e-9 ? -from[2] / direction[2] : -1.0;
-        return length > 0.0 ? shade(from + length * direction, m_options) : kWall;
+        return length > 0.0 ? shade(from + length * direction, m_options) : wallGray;
       };
       const double noise =
           4.0 * (unitNumber(mixBits(static_cast<std::uint32_t>(row), static_cast<std::uint32_t>(col)), 3U) - 0.5);

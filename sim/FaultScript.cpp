@@ -26,32 +26,32 @@ struct Word {
   Value value;
 };
 
-constexpr std::array<Word, 12> kWords{{{"drop", Kind::drop, Value::none},
-                                       {"delay", Kind::delay, Value::time},
-                                       {"duplicate", Kind::duplicate, Value::none},
-                                       {"tear", Kind::tear, Value::none},
-                                       {"size", Kind::size, Value::size},
-                                       {"grey", Kind::grey, Value::none},
-                                       {"16bit", Kind::deep, Value::none},
-                                       {"empty", Kind::empty, Value::none},
-                                       {"untouched", Kind::untouched, Value::none},
-                                       {"black", Kind::black, Value::none},
-                                       {"stall", Kind::stall, Value::time},
-                                       {"unplug", Kind::unplug, Value::timeOrEver}}};
+constexpr std::array<Word, 12> faultWords{{{"drop", Kind::drop, Value::none},
+                                           {"delay", Kind::delay, Value::time},
+                                           {"duplicate", Kind::duplicate, Value::none},
+                                           {"tear", Kind::tear, Value::none},
+                                           {"size", Kind::size, Value::size},
+                                           {"grey", Kind::grey, Value::none},
+                                           {"16bit", Kind::deep, Value::none},
+                                           {"empty", Kind::empty, Value::none},
+                                           {"untouched", Kind::untouched, Value::none},
+                                           {"black", Kind::black, Value::none},
+                                           {"stall", Kind::stall, Value::time},
+                                           {"unplug", Kind::unplug, Value::timeOrEver}}};
 
-constexpr std::size_t kMaxDigits = 18;  // fits 64 bits
-constexpr std::uint64_t kLongest = 3'600'000;
-constexpr std::uint64_t kLargestSide = 8192;
+constexpr std::size_t maxDigits = 18;  // fits 64 bits
+constexpr std::uint64_t longestWait = 3'600'000;
+constexpr std::uint64_t largestSide = 8192;
 
 const Word& wordFor(Kind kind) {
-  return *std::find_if(kWords.begin(), kWords.end(), [kind](const Word& word) { return word.kind == kind; });
+  return *std::find_if(faultWords.begin(), faultWords.end(), [kind](const Word& word) { return word.kind == kind; });
 }
 
 std::optional<std::uint64_t> numberFrom(std::string_view text) {
   std::uint64_t number = 0;
   const char* const end = text.data() + text.size();
   const auto [stopped, error] = std::from_chars(text.data(), end, number);
-  if (text.empty() || text.size() > kMaxDigits || error != std::errc() || stopped != end) {
+  if (text.empty() || text.size() > maxDigits || error != std::errc() || stopped != end) {
     return std::nullopt;
   }
   return number;
@@ -80,7 +80,7 @@ void parseFrames(const std::string& text, Fault& fault) {
   auto last = first;
   if (dash != std::string_view::npos) {
     const std::string_view rest = all.substr(dash + 1);
-    last = rest.empty() ? std::optional(Fault::kNoEnd) : numberFrom(rest);
+    last = rest.empty() ? std::optional(Fault::noEnd) : numberFrom(rest);
   }
   if (!first || !last) {
     refuse("'" + text + "' names no frames: it takes N, N-M or N-");
@@ -94,11 +94,11 @@ void parseFrames(const std::string& text, Fault& fault) {
 
 void parseTime(const std::string& text, bool orEver, Fault& fault) {
   if (orEver && text == "ever") {
-    fault.time = Fault::kForEver;
+    fault.time = Fault::forever;
     return;
   }
   const std::string_view all(text);
-  const auto number = all.ends_with("ms") ? numberFrom(all.substr(0, all.size() - 2), 1, kLongest) : std::nullopt;
+  const auto number = all.ends_with("ms") ? numberFrom(all.substr(0, all.size() - 2), 1, longestWait) : std::nullopt;
   if (!number) {
     refuse("'" + text + "' is no time from 1ms to 3600000ms" + (orEver ? " or 'ever'" : ""));
   }
@@ -108,8 +108,8 @@ void parseTime(const std::string& text, bool orEver, Fault& fault) {
 void parseSize(const std::string& text, Fault& fault) {
   const std::string_view all(text);
   const std::size_t cross = std::min(all.find('x'), all.size());
-  const auto width = numberFrom(all.substr(0, cross), 1, kLargestSide);
-  const auto height = numberFrom(all.substr(std::min(cross + 1, all.size())), 1, kLargestSide);
+  const auto width = numberFrom(all.substr(0, cross), 1, largestSide);
+  const auto height = numberFrom(all.substr(std::min(cross + 1, all.size())), 1, largestSide);
   if (!width || !height) {
     refuse("'" + text + "' is no size from 1x1 to 8192x8192");
   }
@@ -118,8 +118,8 @@ void parseSize(const std::string& text, Fault& fault) {
 
 Fault parseFault(const std::vector<std::string>& words) {
   const auto* const word =
-      std::find_if(kWords.begin(), kWords.end(), [&](const Word& each) { return each.text == words[0]; });
-  if (word == kWords.end()) {
+      std::find_if(faultWords.begin(), faultWords.end(), [&](const Word& each) { return each.text == words[0]; });
+  if (word == faultWords.end()) {
     refuse("'" + words[0] + "' is no fault");
   }
   const std::size_t wanted = word->value == Value::none ? 2 : 3;
@@ -197,14 +197,14 @@ std::string printFaults(const FaultScript& script) {
   for (const Fault& fault : script) {
     const Word& word = wordFor(fault.kind);
     text << word.text << ' ' << fault.first;
-    if (fault.last == Fault::kNoEnd) {
+    if (fault.last == Fault::noEnd) {
       text << '-';
     } else if (fault.last != fault.first) {
       text << '-' << fault.last;
     }
     if (word.value == Value::size) {
       text << ' ' << fault.size.width << 'x' << fault.size.height;
-    } else if (word.value == Value::timeOrEver && fault.time == Fault::kForEver) {
+    } else if (word.value == Value::timeOrEver && fault.time == Fault::forever) {
       text << " ever";
     } else if (word.value != Value::none) {
       text << ' ' << fault.time.count() << "ms";
@@ -216,9 +216,9 @@ std::string printFaults(const FaultScript& script) {
 
 FaultScript randomFaults(std::uint64_t seed, const RandomFaults& options) {
   const cv::Size& usual = options.frameSize;
-  const int largest = static_cast<int>(kLargestSide) / 2;
+  const int largest = static_cast<int>(largestSide) / 2;
   if (options.frames < 1 || options.faults < 0 || options.longest.count() < 1 ||
-      options.longest.count() > static_cast<std::int64_t>(kLongest) || usual.empty() || usual.width > largest ||
+      options.longest.count() > static_cast<std::int64_t>(longestWait) || usual.empty() || usual.width > largest ||
       usual.height > largest) {
     throw std::invalid_argument(
         "random faults need 1 frame or more, a time from 1 to 3600000 ms and a size of at most " +
@@ -227,7 +227,7 @@ FaultScript randomFaults(std::uint64_t seed, const RandomFaults& options) {
   Dice dice(seed);
   FaultScript script;
   while (script.size() < static_cast<std::size_t>(options.faults)) {
-    const Word& word = kWords[dice.below(kWords.size())];
+    const Word& word = faultWords[dice.below(faultWords.size())];
     if (!options.otherTypes && (word.kind == Kind::grey || word.kind == Kind::deep)) {
       continue;
     }
@@ -245,7 +245,7 @@ FaultScript randomFaults(std::uint64_t seed, const RandomFaults& options) {
       fault.time = std::chrono::milliseconds(1 + dice.below(static_cast<std::uint64_t>(options.longest.count())));
     }
     if (options.gone && word.kind == Kind::unplug && dice.oneIn(4)) {
-      fault.time = Fault::kForEver;
+      fault.time = Fault::forever;
     }
     script.push_back(fault);
   }

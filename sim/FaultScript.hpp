@@ -27,15 +27,15 @@ struct Fault {
     stall,      ///< no answer for `time`, the device isn't even asked meanwhile
     unplug,     ///< from this frame on the device is gone for `time`: reads fail at once
   };
-  static constexpr std::uint64_t kNoEnd = std::numeric_limits<std::uint64_t>::max();
-  static constexpr std::chrono::milliseconds kForEver = std::chrono::milliseconds::max();
+  static constexpr std::uint64_t noEnd = std::numeric_limits<std::uint64_t>::max();
+  static constexpr std::chrono::milliseconds forever = std::chrono::milliseconds::max();
 
   Kind kind = Kind::drop;
   /// First and last frame that it falls on, both included. Frames are counted from 0 by the reads of a device that is
   /// plugged in; reads that fail because it is unplugged don't count, however many there are.
   std::uint64_t first = 0;
-  std::uint64_t last = 0;             ///< `kNoEnd`: all that follow. Of `unplug` always `first`.
-  std::chrono::milliseconds time{0};  ///< of `delay`, `stall` and `unplug` (there also `kForEver`), otherwise 0
+  std::uint64_t last = 0;             ///< `noEnd`: all that follow. Of `unplug` always `first`.
+  std::chrono::milliseconds time{0};  ///< of `delay`, `stall` and `unplug` (there also `forever`), otherwise 0
   cv::Size size = {};                 ///< of `size`, whole frame in pixels, otherwise 0 x 0
 
   bool falls(std::uint64_t frame) const { return first <= frame && frame <= last; }

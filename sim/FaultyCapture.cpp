@@ -11,7 +11,7 @@ namespace {
 
 using Kind = Fault::Kind;
 
-constexpr double kByteToWord = 257.0;  // 255 becomes 65535
+constexpr double byteToWord = 257.0;  // 255 becomes 65535
 
 /// Upper half of one picture, lower half of another of the same size and type.
 cv::Mat torn(const cv::Mat& upper, const cv::Mat& lower) {
@@ -37,7 +37,7 @@ cv::Mat grey(const cv::Mat& picture) {
 cv::Mat deep(const cv::Mat& picture) {
   cv::Mat result = picture;
   if (picture.depth() == CV_8U) {
-    picture.convertTo(result, CV_16U, kByteToWord);
+    picture.convertTo(result, CV_16U, byteToWord);
   }
   return result;
 }
@@ -195,7 +195,7 @@ bool FaultyCapture::pluggedIn() {
     const Fault& fault = m_script[i];
     if (fault.kind == Kind::unplug && fault.first == m_next && !m_unplugged[i]) {
       m_unplugged[i] = true;
-      m_gone = fault.time == Fault::kForEver;
+      m_gone = fault.time == Fault::forever;
       m_backAt = m_gone ? m_backAt : now + fault.time;
     }
   }

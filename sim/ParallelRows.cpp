@@ -15,7 +15,7 @@ namespace stereo::sim {
 namespace {
 
 // Rows taken at a time: few enough to share out uneven work evenly.
-constexpr int kChunk = 8;
+constexpr int rowsPerChunk = 8;
 
 }  // namespace
 
@@ -25,8 +25,8 @@ void forEachRow(int rows, const std::function<void(int)>& work) {
   std::exception_ptr failure;
   const auto takeRows = [&] {
     try {
-      for (int start = nextRow.fetch_add(kChunk); start < rows; start = nextRow.fetch_add(kChunk)) {
-        for (int row = start; row < std::min(start + kChunk, rows); ++row) {
+      for (int start = nextRow.fetch_add(rowsPerChunk); start < rows; start = nextRow.fetch_add(rowsPerChunk)) {
+        for (int row = start; row < std::min(start + rowsPerChunk, rows); ++row) {
           work(row);
         }
       }
@@ -39,7 +39,7 @@ void forEachRow(int rows, const std::function<void(int)>& work) {
     }
   };
   {
-    const int helpers = std::clamp(cv::getNumThreads(), 1, std::max(1, rows / kChunk)) - 1;
+    const int helpers = std::clamp(cv::getNumThreads(), 1, std::max(1, rows / rowsPerChunk)) - 1;
     std::vector<std::jthread> threads;
     threads.reserve(static_cast<std::size_t>(helpers));
     for (int i = 0; i < helpers; ++i) {

@@ -12,8 +12,8 @@ namespace stereo::sim {
 
 namespace {
 
-constexpr double kHalfField = 111.0 / 180.0 * CV_PI;
-constexpr double kCircleRadius = 464.0;  // pixels, full size
+constexpr double lensHalfField = 111.0 / 180.0 * CV_PI;
+constexpr double circleRadius = 464.0;  // pixels, full size
 
 /// Turn by the vector's length about the vector, radians.
 cv::Matx33d turnAbout(const cv::Vec3d& axisAngle) {
@@ -33,16 +33,16 @@ Eye drawEye(bool isRight, double baseline, std::uint32_t seed) {
   };
   Eye eye;
   model::OmniModel& m = eye.model;
-  m.halfField = kHalfField;
+  m.halfField = lensHalfField;
   m.xi = around(1.5, 0.04);
   m.k1 = around(-0.06, 0.02);
   m.k2 = around(0.010, 0.006);
   m.p1 = around(0.0, 4e-4);
   m.p2 = around(0.0, 4e-4);
   // The focal length is what puts the rim of the field on the rim of the image circle.
-  const double r = std::sin(kHalfField) / (std::cos(kHalfField) + m.xi);
+  const double r = std::sin(lensHalfField) / (std::cos(lensHalfField) + m.xi);
   const double rim = r * (1.0 + m.k1 * r * r + m.k2 * r * r * r * r);
-  m.fx = around(kCircleRadius / rim, 2.5);
+  m.fx = around(circleRadius / rim, 2.5);
   m.fy = m.fx * around(1.0, 0.0015);
   m.skew = around(0.0, 0.15);
   m.cx = around(464.0, 3.0);

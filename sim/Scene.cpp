@@ -14,11 +14,11 @@ namespace stereo::sim {
 namespace {
 
 // A ray's own starting surface doesn't count; far below the nearest thing, far above rounding.
-constexpr double kNear = 1e-9;
+constexpr double nearestHit = 1e-9;
 // Width of the coarsest texture cells as seen by the viewer, radians: the same for any resolution, so that pictures of
 // any size show the same surfaces. A good dozen of the wider pixels.
-constexpr double kCoarsestAngle = 0.12;
-constexpr double kNone = std::numeric_limits<double>::infinity();
+constexpr double coarsestAngle = 0.12;
+constexpr double noHit = std::numeric_limits<double>::infinity();
 
 cv::Matx33d turn(double yawDegrees, double pitchDegrees, double rollDegrees) {
   const double y = yawDegrees * CV_PI / 180.0;
@@ -99,15 +99,15 @@ std::vector<Solid> furnish() {
 cv::Vec3d inFrameOf(const Solid& solid, const cv::Vec3d& vector) { return solid.rotation.t() * vector; }
 
 struct Crossing {
-  double distance = kNone;
+  double distance = noHit;
   int face = 0;
 };
 
 Crossing crossBox(const Solid& solid, const cv::Vec3d& origin, const cv::Vec3d& direction) {
   const cv::Vec3d o = inFrameOf(solid, origin - solid.center);
   const cv::Vec3d d = inFrameOf(solid, direction);
-  double enter = -kNone;
-  double leave = kNone;
+  double enter = -noHit;
+  double leave = noHit;
   int enterFace = 0;
   int leaveFace = 0;
   for (int axis = 0; axis < 3; ++axis) {
@@ -131,10 +131,10 @@ Crossing crossBox(const Solid& solid, const cv::Vec3d& origin, const cv::Vec3d& 
       leaveFace = 2 * axis + (forward ? 1 : 0);
     }
   }
-  if (enter > leave || leave <= kNear) {
+  if (enter > leave || leave <= nearestHit) {
     return {};
   }
-  return enter > kNear ? Crossing{enter, enterFace} : Crossing{leave, leaveFace};
+  return enter > nearestHit ? Crossing{enter, enterFace} : Crossing{leave, leaveFace};
 }
 
 Crossing crossSphere(const Solid& solid, const cv::Vec3d& origin, const cv::Vec3d& direction) {
@@ -146,10 +146,10 @@ Crossing crossSphere(const Solid& solid, const cv::Vec3d& origin, const cv::Vec3
     return {};
   }
   const double half = std::sqrt(half2);
-  if (along - half > kNear) {
+  if (along - half > nearestHit) {
     return {along - half, 0};
   }
-  return along + half > kNear ? Crossing{along + half, 0} : Crossing{};
+  return along + half > nearestHit ? Crossing{along + half, 0} : Crossing{};
 }
 
 Crossing crossPanel(const Solid& solid, const cv::Vec3d& origin, const cv::Vec3d& direction) {
@@ -159,7 +159,7 @@ Crossing crossPanel(const Solid& solid, const cv::Vec3d& origin, const cv::Vec3d
     return {};
   }
   const double distance = normal.dot(solid.center - origin) / slope;
-  if (!(distance > kNear)) {
+  if (!(distance > nearestHit)) {
     return {};
   }
   const cv::Vec3d local = inFrameOf(solid, origin + distance * direction - solid.center);
@@ -224,7 +224,7 @@ Hit SceneSnapshot::trace(const cv::Vec3d& origin, const cv::Vec3d& direction) co
       index = i;
     }
   }
-  CV_Assert(nearest.distance < kNone);
+  CV_Assert(nearest.distance < noHit);
   const Solid& solid = m_solids[index];
   Hit hit;
   hit.distance = nearest.distance;
@@ -258,7 +258,7 @@ cv::Vec3b SceneSnapshot::color(const Hit& hit, const cv::Vec3d& viewer, double p
   for (std::uint32_t c = 0; c < 3; ++c) {
     base[static_cast<int>(c)] *= static_cast<float>(0.8 + 0.4 * unitNumber(seed + 1, 4 * face + c));
   }
-  const cv::Vec3f tone = textureColor(hit.local, pixelAngle * spread, kCoarsestAngle * spread, base, seed);
+  const cv::Vec3f tone = textureColor(hit.local, pixelAngle * spread, coarsestAngle * spread, base, seed);
   cv::Vec3b color;
   for (int c = 0; c < 3; ++c) {
     color[c] = cv::saturate_cast<unsigned char>(255.0 * shade * tone[c]);

@@ -8,12 +8,12 @@ namespace stereo::sim {
 
 namespace {
 
-// Cells of octave k are kLargestCell / 2^k metres wide.
-constexpr double kLargestCell = 1.28;
-constexpr int kOctaves = 13;
+// Cells of octave k are largestCell / 2^k metres wide.
+constexpr double largestCell = 1.28;
+constexpr int octaves = 13;
 // Cells narrower than this many footprints are left out. At both ends octaves fade over a factor of two, so that
 // nothing pops up along a receding surface.
-constexpr double kFinest = 1.6;
+constexpr double finestCell = 1.6;
 
 std::uint32_t finish(std::uint32_t h) {
   h ^= h >> 16U;
@@ -71,17 +71,17 @@ cv::Vec3f textureColor(const cv::Vec3d& position, double footprint, double coars
   const cv::Vec3d turned = turn(position);
   float brightness = 0.0F;
   float tint = 0.0F;
-  double cell = kLargestCell;
+  double cell = largestCell;
   // NOLINTNEXTLINE(cert-flp30-c): halving is exact, and the octaves are counted in whole numbers
-  for (int octave = 0; octave < kOctaves; ++octave, cell *= 0.5) {
+  for (int octave = 0; octave < octaves; ++octave, cell *= 0.5) {
     const double ratio = cell / footprint;
-    if (ratio <= kFinest) {
+    if (ratio <= finestCell) {
       break;
     }
     if (cell >= coarsest) {
       continue;
     }
-    const double weight = fade(kFinest, 2.0 * kFinest, ratio) * (1.0 - fade(0.5 * coarsest, coarsest, cell));
+    const double weight = fade(finestCell, 2.0 * finestCell, ratio) * (1.0 - fade(0.5 * coarsest, coarsest, cell));
     const std::uint32_t octaveSeed = mixBits(seed, static_cast<std::uint32_t>(octave));
     brightness += static_cast<float>(weight) * cellNoise(turned / cell, octaveSeed);
     if (cell > 0.33 * coarsest) {

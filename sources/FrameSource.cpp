@@ -11,7 +11,7 @@ namespace stereo::sources {
 namespace {
 
 // Where there is no rate to go by, a source that has nothing to deliver still keeps its reader from spinning.
-constexpr std::chrono::milliseconds kIdlePause{10};
+constexpr std::chrono::milliseconds idlePause{10};
 
 bool isRate(double rate) { return std::isfinite(rate) && rate >= 0.0; }
 
@@ -130,7 +130,7 @@ cv::Mat FrameSource::take() {
     ++m_delivered;
   } else if (!m_open || m_rate == 0.0) {
     lock.unlock();
-    std::this_thread::sleep_for(kIdlePause);
+    std::this_thread::sleep_for(idlePause);
   }
   return frame;
 }

@@ -13,9 +13,9 @@
 #include <opencv2/core.hpp>
 #include <opencv2/core/persistence.hpp>
 
+#include "DocumentGuard.hpp"
 #include "model/FileKeys.hpp"
 #include "model/HostCamera.hpp"
-#include "src/core/DocumentGuard.hpp"
 
 namespace stereo::sources {
 

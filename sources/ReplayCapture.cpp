@@ -16,7 +16,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::size_t kMaxDecodedBytes = std::size_t{256} << 20U;
+constexpr std::size_t maxDecodedBytes = std::size_t{256} << 20U;
 
 /// 8-bit BGR of whatever a decoder gave; empty stays empty.
 cv::Mat asBgr(const cv::Mat& frame) {
@@ -198,7 +198,7 @@ cv::Mat ReplayCapture::image(std::size_t index) {
   if (m_decoded[index].empty()) {
     cv::Mat frame = asBgr(cv::imread(m_images[index].string(), cv::IMREAD_COLOR));
     const std::size_t bytes = frame.total() * frame.elemSize();
-    if (m_decodedBytes + bytes > kMaxDecodedBytes) {
+    if (m_decodedBytes + bytes > maxDecodedBytes) {
       return frame;
     }
     m_decodedBytes += bytes;

@@ -6,8 +6,8 @@
 
 #include "StereoCamera.hpp"
 #include "model/FileKeys.hpp"
+#include "model/RelaxedAccess.hpp"
 #include "src/StereoCameraCommon/LogReports.hpp"
-#include "src/StereoCameraCommon/RelaxedAccess.hpp"
 #include "src/StereoCameraCommon/Storage.hpp"
 #include "src/core/Numbers.hpp"
 

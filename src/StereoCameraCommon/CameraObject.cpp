@@ -7,9 +7,9 @@
 #include "StereoCamera.hpp"
 #include "SystemLog.hpp"
 #include "model/CameraFacts.hpp"
+#include "model/RelaxedAccess.hpp"
 #include "src/StereoCameraCommon/Internals.hpp"
 #include "src/StereoCameraCommon/LogReports.hpp"
-#include "src/StereoCameraCommon/RelaxedAccess.hpp"
 
 using stereo::loadRelaxed;
 using stereo::storeRelaxed;

@@ -11,9 +11,9 @@
 
 #include "StereoCamera.hpp"
 #include "model/CameraFacts.hpp"
+#include "model/RelaxedAccess.hpp"
 #include "src/StereoCameraCommon/Internals.hpp"
 #include "src/StereoCameraCommon/LogReports.hpp"
-#include "src/StereoCameraCommon/RelaxedAccess.hpp"
 #include "src/core/CapturePass.hpp"
 #include "src/core/Numbers.hpp"
 #include "src/core/RectifyMap.hpp"

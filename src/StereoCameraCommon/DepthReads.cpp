@@ -3,9 +3,9 @@
 #include "src/core/Depth.hpp"
 
 #include "StereoCamera.hpp"
+#include "model/RelaxedAccess.hpp"
 #include "src/StereoCameraCommon/CallingThread.hpp"
 #include "src/StereoCameraCommon/Internals.hpp"
-#include "src/StereoCameraCommon/RelaxedAccess.hpp"
 #include "src/core/Numbers.hpp"
 #include "src/core/StreamMode.hpp"
 #include "src/system/ImageMemory.hpp"

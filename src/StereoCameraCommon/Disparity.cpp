@@ -6,10 +6,10 @@
 #include <unistd.h>
 
 #include "StereoCamera.hpp"
+#include "model/RelaxedAccess.hpp"
 #include "src/StereoCameraCommon/CallingThread.hpp"
 #include "src/StereoCameraCommon/Internals.hpp"
 #include "src/StereoCameraCommon/LogReports.hpp"
-#include "src/StereoCameraCommon/RelaxedAccess.hpp"
 #include "src/core/Matcher.hpp"
 #include "src/system/ImageMemory.hpp"
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // Reads of raw and rectified frames.
 #include "StereoCamera.hpp"
+#include "model/RelaxedAccess.hpp"
 #include "src/StereoCameraCommon/CallingThread.hpp"
 #include "src/StereoCameraCommon/Internals.hpp"
-#include "src/StereoCameraCommon/RelaxedAccess.hpp"
 #include "src/core/RectifyMap.hpp"
 #include "src/core/SoleOwner.hpp"
 #include "src/core/StreamMode.hpp"

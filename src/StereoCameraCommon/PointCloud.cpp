@@ -3,9 +3,9 @@
 #include <opencv2/highgui.hpp>
 
 #include "StereoCamera.hpp"
+#include "model/RelaxedAccess.hpp"
 #include "src/StereoCameraCommon/CallingThread.hpp"
 #include "src/StereoCameraCommon/Internals.hpp"
-#include "src/StereoCameraCommon/RelaxedAccess.hpp"
 #include "src/core/AppendCloud.hpp"
 #include "src/core/Depth.hpp"
 #include "src/core/Numbers.hpp"

@@ -12,7 +12,7 @@
 #include "StereoCamera.hpp"
 #include "model/CameraFacts.hpp"
 #include "model/FileKeys.hpp"
-#include "src/StereoCameraCommon/RelaxedAccess.hpp"
+#include "model/RelaxedAccess.hpp"
 #include "src/StereoCameraCommon/Storage.hpp"
 #include "src/core/Numbers.hpp"
 

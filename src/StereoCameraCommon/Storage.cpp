@@ -7,8 +7,8 @@
 
 #include <opencv2/core/utils/logger.hpp>
 
+#include "DocumentGuard.hpp"
 #include "model/FileKeys.hpp"
-#include "src/core/DocumentGuard.hpp"
 #include "src/system/DocumentFile.hpp"
 
 namespace stereo {

@@ -6,8 +6,8 @@
 
 #include "StereoCamera.hpp"
 #include "model/CameraFacts.hpp"
+#include "model/RelaxedAccess.hpp"
 #include "src/StereoCameraCommon/Internals.hpp"
-#include "src/StereoCameraCommon/RelaxedAccess.hpp"
 #include "src/core/Numbers.hpp"
 #include "src/core/StreamMode.hpp"
 #include "src/system/ImageMemory.hpp"

@@ -7,9 +7,9 @@
 
 #include "ReadLimit.hpp"
 #include "StereoCamera.hpp"
+#include "model/RelaxedAccess.hpp"
 #include "src/StereoCameraCommon/CallingThread.hpp"
 #include "src/StereoCameraCommon/Internals.hpp"
-#include "src/StereoCameraCommon/RelaxedAccess.hpp"
 
 using stereo::HeldDisparityLock;
 using stereo::loadRelaxed;

@@ -38,13 +38,13 @@ constexpr double maxScale = 5000;
 constexpr double minSquare = 1e-200;
 constexpr double maxSquare = 1e200;
 
-// Integer part of `value`, or `kUncertainPixel` if it may be another one or lie outside [0, limit).
+// Integer part of `value`, or `uncertainPixel` if it may be another one or lie outside [0, limit).
 STEREO_CAMERA_ALWAYS_INLINE std::int32_t indexOf(double value, double limit) {
   const bool within = (value > margin) & (value < limit - margin);
   const double held = within ? value : 0.0;
   const auto index = static_cast<std::int32_t>(held);
   const double rest = held - static_cast<double>(index);
-  return ((rest > margin) & (rest < 1.0 - margin)) != 0 ? index : kUncertainPixel;
+  return ((rest > margin) & (rest < 1.0 - margin)) != 0 ? index : uncertainPixel;
 }
 
 STEREO_CAMERA_ALWAYS_INLINE void unprojectBody(const double* __restrict dx, const double* __restrict x, int count,
@@ -53,7 +53,7 @@ STEREO_CAMERA_ALWAYS_INLINE void unprojectBody(const double* __restrict dx, cons
                                                std::int32_t* __restrict columnOf) {
   const UnprojectModel m = given;
   const bool scaled = (m.rowScale < maxScale) & (m.columnScale < maxScale);
-  const std::int32_t all = scaled ? 0 : kUncertainPixel;
+  const std::int32_t all = scaled ? 0 : uncertainPixel;
   for (int k = 0; k < count; ++k) {
     const double r2 = x[k] * x[k] + y * y;
     const double lambda = (m.xi + std::sqrt(1 + (1 - m.xi * m.xi) * r2)) / (1 + r2);
@@ -61,15 +61,15 @@ STEREO_CAMERA_ALWAYS_INLINE void unprojectBody(const double* __restrict dx, cons
     const double Y = lambda * y;
     const double Z = lambda - m.xi;
     const double h2 = Y * Y + Z * Z;
-    const std::int32_t exact = ((h2 > minSquare) & (h2 < maxSquare)) != 0 ? 0 : kUncertainPixel;
+    const std::int32_t exact = ((h2 > minSquare) & (h2 < maxSquare)) != 0 ? 0 : uncertainPixel;
     const std::int32_t row = indexOf(approximateArcCosine(-Y / std::sqrt(h2)) * m.rowScale, m.rows);
     const std::int32_t column = indexOf(approximateArcCosine(-X) * m.columnScale, m.cols);
     const double squared = dx[k] * dx[k] + dy * dy;
-    const std::int32_t inside = squared < m.radius.surelyInside ? 0 : kUncertainPixel;
+    const std::int32_t inside = squared < m.radius.surelyInside ? 0 : uncertainPixel;
     // Doubts have the sign bit set, indices do not.
-    const std::int32_t found = (row | column | inside | exact | all) < 0 ? kUncertainPixel : row;
+    const std::int32_t found = (row | column | inside | exact | all) < 0 ? uncertainPixel : row;
     lambdas[k] = lambda;
-    rowOf[k] = squared > m.radius.surelyOutside ? kNoPixel : found;
+    rowOf[k] = squared > m.radius.surelyOutside ? noPixel : found;
     columnOf[k] = column;
   }
 }

@@ -24,14 +24,14 @@ struct UnprojectModel {
 };
 
 /// Instead of a row: no pixel is to be looked up, or the exact functions have to decide.
-constexpr std::int32_t kNoPixel = -1;
-constexpr std::int32_t kUncertainPixel = -2;
+constexpr std::int32_t noPixel = -1;
+constexpr std::int32_t uncertainPixel = -2;
 
 /// Unprojects the points (x, y) of the plane at distance 1 to the unit sphere,
 ///   r2 = x^2 + y^2,  lambda = (xi + sqrt(1 + (1 - xi^2) r2)) / (1 + r2),
 ///   (X, Y, Z) = (lambda x, lambda y, lambda - xi),
 /// and finds the pixel that the ray's longitude acos(-X) and latitude acos(-Y / |(Y, Z)|) fall into. `dx`, `dy` are the
-/// distances from the principal point, pixels. `row` is `kNoPixel` outside the radius, and `kUncertainPixel` if there
+/// distances from the principal point, pixels. `row` is `noPixel` outside the radius, and `uncertainPixel` if there
 /// is no such pixel or the rounding of the angles leaves a doubt.
 void unprojectRow(const double* dx, const double* x, int count, double dy, double y, const UnprojectModel& model,
                   double* lambda, std::int32_t* row, std::int32_t* column);

@@ -65,7 +65,7 @@ void LonLatSampler::sample(const ViewRow& view, const Columns& columns, Scratch&
     out.Z[q] = lambda - m_model.xi;
     int row = scratch.row[q];
     int column = scratch.column[q];
-    if (row == kUncertainPixel) {
+    if (row == uncertainPixel) {
       findPixel(columns.dx[q], view.dy, lambda, {out.X[q], out.Y[q], out.Z[q]}, row, column);
     }
     out.z[q] = has(m_disparity, row, column) && has(m_depth, row, column) && m_disparity.ptr<float>(row)[column] > 0
@@ -76,7 +76,7 @@ void LonLatSampler::sample(const ViewRow& view, const Columns& columns, Scratch&
 
 // The pixel to look up, computed with the standard library's functions.
 void LonLatSampler::findPixel(double dx, double dy, double lambda, const cv::Vec3d& ray, int& row, int& column) const {
-  row = kNoPixel;
+  row = noPixel;
   if (m_radius.excludes(dx, dy) || std::isnan(lambda)) {
     return;
   }

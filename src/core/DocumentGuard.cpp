@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Keeps documents away from OpenCV's parsers that they would not survive.
-#include "src/core/DocumentGuard.hpp"
+#include "DocumentGuard.hpp"
 
 #include "src/core/ParserBuffer.hpp"
 

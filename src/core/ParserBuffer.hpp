@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "src/core/DocumentGuard.hpp"
+#include "DocumentGuard.hpp"
 
 namespace stereo::core {
 

@@ -32,7 +32,7 @@ constexpr std::size_t minBytes = 4096;
 
 class RecyclingAllocator final : public cv::MatAllocator {
 public:
-  RecyclingAllocator() { m_kept.reserve(kMaxKept); }
+  RecyclingAllocator() { m_kept.reserve(maxKept); }
 
   // Only called through cv::Mat, which leaves the steps to the allocator unless it brings its own pixels.
   cv::UMatData* allocate(int dims, const int* sizes, int type, void* data, std::size_t* step, cv::AccessFlag flags,
@@ -73,7 +73,7 @@ public:
       if (lock && m_users > 0) {
         block->flags = static_cast<cv::UMatData::MemoryFlag>(0);
         cv::UMatData* oldest = nullptr;
-        if (m_kept.size() == kMaxKept) {
+        if (m_kept.size() == maxKept) {
           // Most likely of a size that is no longer needed.
           oldest = m_kept.front();
           m_kept.erase(m_kept.begin());
@@ -94,7 +94,7 @@ public:
 
   void leave() {
     std::vector<cv::UMatData*> kept;
-    kept.reserve(kMaxKept);
+    kept.reserve(maxKept);
     {
       const std::lock_guard lock(m_mutex);
       if (--m_users == 0) {

@@ -7,11 +7,11 @@
 namespace stereo::sys {
 
 // A block that one image releases serves the next image of its size, so that a running camera allocates nothing, and
-// touches no fresh page, from frame to frame. No block is kept while no camera exists, and at most `kMaxKept`
+// touches no fresh page, from frame to frame. No block is kept while no camera exists, and at most `maxKept`
 // otherwise. Any thread; nothing here waits.
 
 /// Maximum number of blocks that are kept for later images.
-constexpr int kMaxKept = 16;
+constexpr int maxKept = 16;
 
 /// An empty image that takes its memory from here, no matter which code fills it. Otherwise an image like any other:
 /// its headers may be kept and passed on, and may outlive the camera (but not the library, if that is unloaded).

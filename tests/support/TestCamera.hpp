@@ -10,7 +10,7 @@
 namespace stereo::test {
 
 /// Index of a video device that no back end knows: nothing is opened and OpenCV says nothing about it.
-constexpr int noDevice = model::HostCamera::kNoDevice;
+constexpr int noDevice = model::HostCamera::noDevice;
 
 /// A camera whose members a test can look at and whose device it can replace. Stops its workers when destroyed.
 class TestCamera : public model::HostCamera {

@@ -94,8 +94,8 @@ void addRings(std::ostringstream& html, const calibration::Assessment& assessmen
     if (each.reprojection.count == 0 && each.latitude.count == 0) {
       continue;
     }
-    const double from = static_cast<double>(ring) * calibration::kRingDegrees;
-    html << "<th class=\"number\">" << formatted("%.0f–%.0f°", from, from + calibration::kRingDegrees) << "</th>";
+    const double from = static_cast<double>(ring) * calibration::ringDegrees;
+    html << "<th class=\"number\">" << formatted("%.0f–%.0f°", from, from + calibration::ringDegrees) << "</th>";
     reprojection.push_back(&each.reprojection);
     rows.push_back(&each.rows);
     latitude.push_back(&each.latitude);

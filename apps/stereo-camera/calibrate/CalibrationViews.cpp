@@ -184,7 +184,7 @@ BoardPictures takeBoards(const LiveOptions& options, const calibration::Board& b
     } catch (const Ended&) {
       break;
     } catch (const Failure& failure) {
-      if (failure.code() != ExitCode::noFrames || frames.size() < calibration::kLeastPictures) {
+      if (failure.code() != ExitCode::noFrames || frames.size() < calibration::leastPictures) {
         throw;
       }
       progress() << failure.what() << ": going on with what there is" << std::endl;

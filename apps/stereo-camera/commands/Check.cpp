@@ -53,8 +53,8 @@ std::string table(const calibration::EpipolarCheckResult& result) {
     if (each.matches == 0) {
       continue;
     }
-    const double from = static_cast<double>(ring) * calibration::kRingDegrees;
-    text += formatted("%3.0f to %3.0f deg   %8zu %12.2f %14.2f\n", from, from + calibration::kRingDegrees, each.matches,
+    const double from = static_cast<double>(ring) * calibration::ringDegrees;
+    text += formatted("%3.0f to %3.0f deg   %8zu %12.2f %14.2f\n", from, from + calibration::ringDegrees, each.matches,
                       each.median, each.p90);
   }
   text += formatted("%-16s %8zu %12.2f %14.2f\n", "all", result.matches, result.median, result.p90);
@@ -75,9 +75,9 @@ Json figures(const calibration::EpipolarCheckResult& result, const std::string& 
   rows(result);
   json.list("rings");
   for (std::size_t ring = 0; ring < result.rings.size(); ++ring) {
-    const double from = static_cast<double>(ring) * calibration::kRingDegrees;
+    const double from = static_cast<double>(ring) * calibration::ringDegrees;
     if (result.rings[ring].matches > 0) {
-      json.object().add("from_degrees", from).add("to_degrees", from + calibration::kRingDegrees);
+      json.object().add("from_degrees", from).add("to_degrees", from + calibration::ringDegrees);
       rows(result.rings[ring]);
       json.end();
     }

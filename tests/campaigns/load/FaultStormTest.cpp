@@ -230,7 +230,7 @@ FaultScript scriptOf(std::uint64_t seed) {
 std::uint64_t lastFrameOf(const FaultScript& script, std::uint64_t seed) {
   std::uint64_t last = 10 + seed * 7 % (frames - 5);
   for (const Fault& fault : script) {
-    last = fault.time == Fault::kForEver ? std::min(last, fault.first) : last;
+    last = fault.time == Fault::forever ? std::min(last, fault.first) : last;
   }
   return last;
 }

@@ -44,7 +44,7 @@ void requireNumbersUnseen(const Maps& maps, cv::Size eye) {
       }
       const int begin = numberColumn(eye, static_cast<int>(y));
       const int next = numberColumn(eye, static_cast<int>(y) + 1);
-      if (x > std::min(begin, next) - 1 && x < std::max(begin, next) + kNumberWidth) {
+      if (x > std::min(begin, next) - 1 && x < std::max(begin, next) + numberWidth) {
         throw std::logic_error("a rectified view looks at the frame's number");
       }
     }

@@ -10,7 +10,7 @@ namespace stereo::soak {
 namespace {
 
 constexpr int fromRim = 2;  // columns
-constexpr std::size_t bytesOfNumber = std::size_t{3} * kNumberWidth;
+constexpr std::size_t bytesOfNumber = std::size_t{3} * numberWidth;
 
 using Bits = std::array<std::uint8_t, bytesOfNumber>;
 
@@ -40,7 +40,7 @@ void drawNumber(cv::Mat eye, std::uint32_t number) {
 std::uint32_t numberIn(const cv::Mat& eye, int row) {
   const cv::Vec3b* const pixels = eye.ptr<cv::Vec3b>(row) + numberColumn(eye.size(), row);
   std::uint32_t number = 0;
-  for (int bit = 0; bit < kNumberWidth; ++bit) {
+  for (int bit = 0; bit < numberWidth; ++bit) {
     number |= pixels[bit][0] >= 128 ? 1U << bit : 0U;
   }
   return number;

@@ -15,7 +15,7 @@ namespace stereo::soak {
 // Eyes are CV_8UC3; the image circle's radius is half their width.
 
 /// Pixels of the number in a row.
-constexpr int kNumberWidth = 32;
+constexpr int numberWidth = 32;
 
 /// First column of the number in this row of an eye.
 int numberColumn(cv::Size eye, int row);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "src/core/DocumentGuard.hpp"
+#include "DocumentGuard.hpp"
 
 #include <string>
 

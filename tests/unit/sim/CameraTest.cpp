@@ -20,7 +20,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-const cv::Size kHalf(928, 400);
+const cv::Size halfSize(928, 400);
 
 bool sameBits(const cv::Mat& a, const cv::Mat& b) {
   return !a.empty() && a.size() == b.size() && a.type() == b.type() && cv::norm(a, b, cv::NORM_INF) == 0.0;
@@ -43,12 +43,12 @@ cv::Mat inCircle(const cv::Mat& eye, int radius) {
 }
 
 TEST(SimulatedCamera, IsReadyOnceConstructed) {
-  SimulatedCamera camera({.frameSize = kHalf, .rate = 20, .seed = 42, .rectFrameSize = {232, 200}});
+  SimulatedCamera camera({.frameSize = halfSize, .rate = 20, .seed = 42, .rectFrameSize = {232, 200}});
   EXPECT_TRUE(camera.isOpened());
   EXPECT_EQ(camera.getDeviceNode(), 0);
   EXPECT_EQ(camera.getSerialNumber(), 42);
   EXPECT_EQ(camera.getRawFrameRate(), 20.0F);
-  EXPECT_EQ(camera.getRawFrameSize(), kHalf);
+  EXPECT_EQ(camera.getRawFrameSize(), halfSize);
   EXPECT_EQ(camera.rectFrameSize(), cv::Size(232, 200));
   EXPECT_EQ(camera.fisheyeRadius(), 232);
   for (const bool isRight : {false, true}) {
@@ -63,13 +63,13 @@ TEST(SimulatedCamera, IsReadyOnceConstructed) {
 
 TEST(SimulatedCamera, OptionsOutOfRangeThrow) {
   EXPECT_THROW(SimulatedCamera({.frameSize = {1280, 720}}), std::invalid_argument);
-  EXPECT_THROW(SimulatedCamera({.frameSize = kHalf, .rate = -1}), std::invalid_argument);
-  EXPECT_THROW(SimulatedCamera({.frameSize = kHalf, .period = 0}), std::invalid_argument);
+  EXPECT_THROW(SimulatedCamera({.frameSize = halfSize, .rate = -1}), std::invalid_argument);
+  EXPECT_THROW(SimulatedCamera({.frameSize = halfSize, .period = 0}), std::invalid_argument);
 }
 
 TEST(SimulatedCamera, DeliversTheRenderedEyesWithinTheImageCircle) {
-  SimulatedCamera camera({.frameSize = kHalf, .rate = 0, .seed = 2, .moving = false});
-  const cv::Mat rendered = Renderer(camera.scene(), camera.rig(), kHalf).render(0.0);
+  SimulatedCamera camera({.frameSize = halfSize, .rate = 0, .seed = 2, .moving = false});
+  const cv::Mat rendered = Renderer(camera.scene(), camera.rig(), halfSize).render(0.0);
   ASSERT_TRUE(camera.startCapture(false, false));
   cv::Mat left;
   cv::Mat right;
@@ -82,13 +82,13 @@ TEST(SimulatedCamera, DeliversTheRenderedEyesWithinTheImageCircle) {
 }
 
 TEST(SimulatedCamera, FramesComeAtTheRateWithRisingStamps) {
-  SimulatedCamera camera({.frameSize = kHalf, .rate = 50, .moving = false});
+  SimulatedCamera camera({.frameSize = halfSize, .rate = 50, .moving = false});
   ASSERT_TRUE(camera.startCapture(false, false));
   cv::Mat frame;
   std::chrono::microseconds first{0};
   std::chrono::microseconds last{0};
   ASSERT_TRUE(camera.getRawFrame(frame, first));
-  EXPECT_EQ(frame.size(), kHalf);
+  EXPECT_EQ(frame.size(), halfSize);
   const std::uint64_t delivered = camera.capture().framesDelivered();
   for (int i = 0; i < 10; ++i) {
     const std::chrono::microseconds before = last;
@@ -105,7 +105,7 @@ TEST(SimulatedCamera, FramesComeAtTheRateWithRisingStamps) {
 TEST(SimulatedCamera, FrameSizeCanBeChosenAsOnARealCamera) {
   SimulatedCamera camera({.frameSize = {1856, 800}, .rate = 0, .moving = false});
   EXPECT_FALSE(camera.setRawFrameSize({640, 480}));
-  EXPECT_TRUE(camera.setRawFrameSize(kHalf));
+  EXPECT_TRUE(camera.setRawFrameSize(halfSize));
   EXPECT_EQ(camera.fisheyeRadius(), 232);
   EXPECT_TRUE(camera.setRawFrameRate(120));
   EXPECT_EQ(camera.capture().get(cv::CAP_PROP_FPS), 120.0);
@@ -113,8 +113,8 @@ TEST(SimulatedCamera, FrameSizeCanBeChosenAsOnARealCamera) {
   cv::Mat frame;
   std::chrono::microseconds timestamp{0};
   ASSERT_TRUE(camera.getRawFrame(frame, timestamp));
-  EXPECT_EQ(frame.size(), kHalf);
-  EXPECT_EQ(camera.getRawFrameSize(), kHalf);
+  EXPECT_EQ(frame.size(), halfSize);
+  EXPECT_EQ(camera.getRawFrameSize(), halfSize);
 }
 
 TEST(SimulatedCamera, DestroyingItStopsBothWorkers) {
@@ -122,7 +122,7 @@ TEST(SimulatedCamera, DestroyingItStopsBothWorkers) {
   for (const double rate : {0.0, 0.01}) {
     const auto start = Clock::now();
     {
-      SimulatedCamera camera({.frameSize = kHalf, .rate = rate, .moving = false, .rectFrameSize = {116, 100}});
+      SimulatedCamera camera({.frameSize = halfSize, .rate = rate, .moving = false, .rectFrameSize = {116, 100}});
       ASSERT_TRUE(camera.startCapture(false, false));
       ASSERT_TRUE(camera.startStereoCompute());
     }
@@ -131,7 +131,7 @@ TEST(SimulatedCamera, DestroyingItStopsBothWorkers) {
 }
 
 TEST(SimulatedCamera, TruthBelongsToTheViewThatTheCameraMakes) {
-  SimulatedCamera camera({.frameSize = kHalf, .rectFrameSize = {116, 100}});
+  SimulatedCamera camera({.frameSize = halfSize, .rectFrameSize = {116, 100}});
   camera.setHorizontalField(60.0);
   camera.setLonLatField(150.0);
   EXPECT_NEAR(camera.perspectiveView().scale(), 58.0 / std::tan(CV_PI / 6.0), 1e-9);
@@ -158,7 +158,7 @@ TEST(ReplayCamera, KeepsEveryPixelOfAnOddRecording) {
 
 TEST(ReplayCamera, TakesTheCamerasOwnImageCircleOrTheGivenOne) {
   const stereo::test::TempDir folder;
-  ASSERT_TRUE(cv::imwrite(folder / "own.png", cv::Mat(kHalf, CV_8UC3, cv::Scalar::all(200))));
+  ASSERT_TRUE(cv::imwrite(folder / "own.png", cv::Mat(halfSize, CV_8UC3, cv::Scalar::all(200))));
   EXPECT_EQ(sources::ReplayCamera({.path = folder / "own.png"}).fisheyeRadius(), 232);
   sources::ReplayCamera camera({.path = folder / "own.png", .rate = 0, .fisheyeRadius = 50});
   ASSERT_TRUE(camera.startCapture(false, false));
@@ -171,7 +171,7 @@ TEST(ReplayCamera, TakesTheCamerasOwnImageCircleOrTheGivenOne) {
 
 TEST(ReplayCamera, ShowsARecordingLikeTheCameraThatMadeIt) {
   const stereo::test::TempDir folder;
-  SimulatedCamera original({.frameSize = kHalf, .rate = 0, .seed = 3, .moving = false});
+  SimulatedCamera original({.frameSize = halfSize, .rate = 0, .seed = 3, .moving = false});
   cv::Mat raw;
   ASSERT_TRUE(original.capture().read(raw));
   ASSERT_TRUE(cv::imwrite(folder / "frame.png", raw));

@@ -46,7 +46,7 @@ TEST(FaultScript, ReadsEveryFaultAndEveryFormOfFrames) {
       "unplug 100 500ms\n"
       "unplug 999999999999999999 ever");
   const FaultScript expected{fault(Kind::drop, 12, 12),
-                             fault(Kind::delay, 40, Fault::kNoEnd, milliseconds(15)),
+                             fault(Kind::delay, 40, Fault::noEnd, milliseconds(15)),
                              fault(Kind::duplicate, 0, 0),
                              fault(Kind::tear, 3, 4),
                              fault(Kind::size, 60, 64, {}, {465, 401}),
@@ -57,7 +57,7 @@ TEST(FaultScript, ReadsEveryFaultAndEveryFormOfFrames) {
                              fault(Kind::black, 20, 29),
                              fault(Kind::stall, 50, 50, milliseconds(3600000)),
                              fault(Kind::unplug, 100, 100, milliseconds(500)),
-                             fault(Kind::unplug, 999999999999999999, 999999999999999999, Fault::kForEver)};
+                             fault(Kind::unplug, 999999999999999999, 999999999999999999, Fault::forever)};
   EXPECT_EQ(script, expected);
   EXPECT_EQ(parseFaults(printFaults(script)), script);
   EXPECT_TRUE(parseFaults("").empty());
@@ -66,8 +66,8 @@ TEST(FaultScript, ReadsEveryFaultAndEveryFormOfFrames) {
 }
 
 TEST(FaultScript, PrintsALineEach) {
-  EXPECT_EQ(printFaults({fault(Kind::drop, 1, 1), fault(Kind::stall, 2, Fault::kNoEnd, milliseconds(7)),
-                         fault(Kind::size, 3, 9, {}, {1, 800}), fault(Kind::unplug, 4, 4, Fault::kForEver)}),
+  EXPECT_EQ(printFaults({fault(Kind::drop, 1, 1), fault(Kind::stall, 2, Fault::noEnd, milliseconds(7)),
+                         fault(Kind::size, 3, 9, {}, {1, 800}), fault(Kind::unplug, 4, 4, Fault::forever)}),
             "drop 1\nstall 2- 7ms\nsize 3-9 1x800\nunplug 4 ever\n");
 }
 
@@ -77,7 +77,7 @@ TEST(FaultScript, FallsFromTheFirstFrameToTheLast) {
   EXPECT_TRUE(span.falls(3));
   EXPECT_TRUE(span.falls(5));
   EXPECT_FALSE(span.falls(6));
-  EXPECT_TRUE(fault(Kind::drop, 3, Fault::kNoEnd).falls(Fault::kNoEnd));
+  EXPECT_TRUE(fault(Kind::drop, 3, Fault::noEnd).falls(Fault::noEnd));
 }
 
 TEST(FaultScript, SaysWhatIsWrongInWhichLine) {
@@ -134,10 +134,10 @@ TEST(FaultScript, RandomOnesComeFromTheirSeedAndStayWithinTheirLimits) {
     for (const Fault& each : script) {
       seen.insert(each.kind);
       spans = spans || each.last > each.first;
-      gone = gone || each.time == Fault::kForEver;
+      gone = gone || each.time == Fault::forever;
       EXPECT_LE(each.first, each.last);
       EXPECT_LT(each.last, limits.frames);
-      EXPECT_TRUE(each.time <= limits.longest || (each.kind == Kind::unplug && each.time == Fault::kForEver));
+      EXPECT_TRUE(each.time <= limits.longest || (each.kind == Kind::unplug && each.time == Fault::forever));
       EXPECT_LE(each.size.width, 128);
       EXPECT_LE(each.size.height, 64);
     }
@@ -150,7 +150,7 @@ TEST(FaultScript, RandomOnesComeFromTheirSeedAndStayWithinTheirLimits) {
 TEST(FaultScript, RandomOnesHaveOtherTypesAndNoReturnOnlyIfAskedFor) {
   for (std::uint64_t seed = 0; seed < 200; ++seed) {
     for (const Fault& each : randomFaults(seed, {.frames = 5})) {
-      EXPECT_TRUE(each.kind != Kind::grey && each.kind != Kind::deep && each.time != Fault::kForEver);
+      EXPECT_TRUE(each.kind != Kind::grey && each.kind != Kind::deep && each.time != Fault::forever);
     }
   }
 }

@@ -11,7 +11,7 @@
 namespace stereo::sim {
 namespace {
 
-const cv::Size kSize(116, 100);
+const cv::Size frameSize(116, 100);
 
 std::shared_ptr<const Scene> makeScene() { return std::make_shared<const Scene>(Scene::Options{.seed = 1}); }
 
@@ -64,12 +64,12 @@ TEST(GroundTruth, DistanceIsWhatMarchingFinds) {
   const Rig rig(1);
   const double time = 0.3;
   const std::vector<Solid> solids = scene->at(time).solids();
-  for (const View& view : {View::perspective(kSize, 90.0), View::lonLat(kSize, 180.0)}) {
+  for (const View& view : {View::perspective(frameSize, 90.0), View::lonLat(frameSize, 180.0)}) {
     const Truth truth = GroundTruth(scene, rig).at(view, time);
     ASSERT_EQ(truth.distance.type(), CV_64FC1);
-    ASSERT_EQ(truth.distance.size(), kSize);
-    for (int row = 0; row < kSize.height; row += 3) {
-      for (int col = 0; col < kSize.width; col += 3) {
+    ASSERT_EQ(truth.distance.size(), frameSize);
+    for (int row = 0; row < frameSize.height; row += 3) {
+      for (int col = 0; col < frameSize.width; col += 3) {
         const cv::Vec3d ray = view.ray(col, row);
         ASSERT_NEAR(truth.distance.at<double>(row, col), test::march(solids, {0, 0, 0}, ray), 1e-5);
         ASSERT_NEAR(truth.depth.at<double>(row, col), truth.distance.at<double>(row, col) * ray[2], 1e-12);
@@ -82,12 +82,12 @@ TEST(GroundTruth, DepthOnPanelsSolvesTheirPlaneEquation) {
   const auto scene = makeScene();
   const Rig rig(1);
   const std::vector<Solid> solids = scene->at(0.0).solids();
-  const View view = View::perspective(kSize, 90.0);
+  const View view = View::perspective(frameSize, 90.0);
   const Truth truth = GroundTruth(scene, rig).at(view, 0.0);
   const double f = 58.0;
   int onPanels = 0;
-  for (int row = 0; row < kSize.height; ++row) {
-    for (int col = 0; col < kSize.width; ++col) {
+  for (int row = 0; row < frameSize.height; ++row) {
+    for (int col = 0; col < frameSize.width; ++col) {
       const Solid& solid = solids[static_cast<std::size_t>(truth.surface.at<int>(row, col) / 6)];
       if (solid.shape != Shape::Panel) {
         continue;
@@ -100,14 +100,14 @@ TEST(GroundTruth, DepthOnPanelsSolvesTheirPlaneEquation) {
       ++onPanels;
     }
   }
-  EXPECT_GT(onPanels, 0.3 * kSize.area());
+  EXPECT_GT(onPanels, 0.3 * frameSize.area());
 }
 
 TEST(GroundTruth, PerspectiveDisparityIsFocalLengthTimesBaselineOverDepth) {
   const Rig rig(1);
-  const Truth truth = GroundTruth(makeScene(), rig).at(View::perspective(kSize, 90.0), 0.1);
-  for (int row = 0; row < kSize.height; ++row) {
-    for (int col = 0; col < kSize.width; ++col) {
+  const Truth truth = GroundTruth(makeScene(), rig).at(View::perspective(frameSize, 90.0), 0.1);
+  for (int row = 0; row < frameSize.height; ++row) {
+    for (int col = 0; col < frameSize.width; ++col) {
       ASSERT_NEAR(truth.disparity.at<double>(row, col), 58.0 * rig.baseline() / truth.depth.at<double>(row, col), 1e-9);
     }
   }
@@ -115,14 +115,14 @@ TEST(GroundTruth, PerspectiveDisparityIsFocalLengthTimesBaselineOverDepth) {
 
 TEST(GroundTruth, LonLatDisparityTriangulatesToTheDistance) {
   const Rig rig(1);
-  const Truth truth = GroundTruth(makeScene(), rig).at(View::lonLat(kSize, 180.0), 0.1);
+  const Truth truth = GroundTruth(makeScene(), rig).at(View::lonLat(frameSize, 180.0), 0.1);
   const double alpha = 180.0 / 222.0 * CV_PI;
-  for (int row = 0; row < kSize.height; ++row) {
-    for (int col = 0; col < kSize.width; ++col) {
+  for (int row = 0; row < frameSize.height; ++row) {
+    for (int col = 0; col < frameSize.width; ++col) {
       // In the triangle of both eyes and the point: baseline / sin(angle at the point) = distance / sin(angle at the
       // right eye), the angles at the eyes being counted from the baseline.
-      const double atLeft = CV_PI / 2 + (col - kSize.width / 2.0) * alpha / kSize.width;
-      const double atPoint = truth.disparity.at<double>(row, col) * alpha / kSize.width;
+      const double atLeft = CV_PI / 2 + (col - frameSize.width / 2.0) * alpha / frameSize.width;
+      const double atPoint = truth.disparity.at<double>(row, col) * alpha / frameSize.width;
       const double distance = rig.baseline() * std::sin(atLeft - atPoint) / std::sin(atPoint);
       ASSERT_NEAR(truth.distance.at<double>(row, col), distance, 1e-9);
     }
@@ -133,12 +133,12 @@ TEST(GroundTruth, OccludedIsWhatTheRightEyesMarchNeverReaches) {
   const auto scene = makeScene();
   const Rig rig(1);
   const std::vector<Solid> solids = scene->at(0.0).solids();
-  const View view = View::perspective(kSize, 90.0);
+  const View view = View::perspective(frameSize, 90.0);
   const Truth truth = GroundTruth(scene, rig).at(view, 0.0);
   int occluded = 0;
   int unoccluded = 0;
-  for (int row = 0; row < kSize.height; row += 2) {
-    for (int col = 0; col < kSize.width; col += 2) {
+  for (int row = 0; row < frameSize.height; row += 2) {
+    for (int col = 0; col < frameSize.width; col += 2) {
       const cv::Vec3d point = view.ray(col, row) * truth.distance.at<double>(row, col);
       const cv::Vec3d way = point - rig.eye(true).position;
       const double length = cv::norm(way);
@@ -161,22 +161,22 @@ TEST(GroundTruth, OccludedIsWhatTheRightEyesMarchNeverReaches) {
 TEST(GroundTruth, SeenMeansInBothImages) {
   // The wide view's uppermost row looks 101 degrees off the axis, above what the frames' 800 rows hold.
   const GroundTruth truth(makeScene(), Rig(1));
-  const Truth wide = truth.at(View::lonLat(kSize, 250.0), 0.0);
-  EXPECT_EQ(wide.seen.at<unsigned char>(0, kSize.width / 2), 0);
-  EXPECT_EQ(wide.seen.at<unsigned char>(kSize.height / 2, kSize.width / 2), 255);
-  const Truth narrow = truth.at(View::perspective(kSize, 90.0), 0.0);
-  EXPECT_GT(cv::countNonZero(narrow.seen), 0.8 * kSize.area());
+  const Truth wide = truth.at(View::lonLat(frameSize, 250.0), 0.0);
+  EXPECT_EQ(wide.seen.at<unsigned char>(0, frameSize.width / 2), 0);
+  EXPECT_EQ(wide.seen.at<unsigned char>(frameSize.height / 2, frameSize.width / 2), 255);
+  const Truth narrow = truth.at(View::perspective(frameSize, 90.0), 0.0);
+  EXPECT_GT(cv::countNonZero(narrow.seen), 0.8 * frameSize.area());
 }
 
 TEST(GroundTruth, SceneOffersNearAndFarDepths) {
-  const Truth truth = GroundTruth(makeScene(), Rig(1)).at(View::perspective(kSize, 90.0), 0.0);
+  const Truth truth = GroundTruth(makeScene(), Rig(1)).at(View::perspective(frameSize, 90.0), 0.0);
   double nearest = 0.0;
   double farthest = 0.0;
   cv::minMaxLoc(truth.depth, &nearest, &farthest);
   EXPECT_LT(nearest, 0.2);
   EXPECT_GT(nearest, 0.1);
   EXPECT_GT(farthest, 2.5);
-  EXPECT_GT(cv::countNonZero((truth.depth > 0.2) & (truth.depth < 1.0)), 0.4 * kSize.area());
+  EXPECT_GT(cv::countNonZero((truth.depth > 0.2) & (truth.depth < 1.0)), 0.4 * frameSize.area());
 }
 
 }  // namespace

@@ -19,9 +19,9 @@ namespace {
 namespace fs = std::filesystem;
 using std::chrono::microseconds;
 
-const fs::path kData = STEREO_CAMERA_TEST_DATA;
-constexpr double kSquare = 0.039;  // metres, side of a square of the board
-const cv::Size kCorners(8, 6);
+const fs::path dataFolder = STEREO_CAMERA_TEST_DATA;
+constexpr double squareSide = 0.039;  // metres, side of a square of the board
+const cv::Size boardCorners(8, 6);
 
 /// How a recorded frame is looked at.
 struct Look {
@@ -63,7 +63,7 @@ Result compute(const fs::path& image, const fs::path& calibration, const Look& l
 bool findBoard(const cv::Mat& picture, std::vector<cv::Point2f>& corners) {
   cv::Mat grey;
   cv::cvtColor(picture, grey, cv::COLOR_BGR2GRAY);
-  if (!cv::findChessboardCorners(grey, kCorners, corners)) {
+  if (!cv::findChessboardCorners(grey, boardCorners, corners)) {
     return false;
   }
   cv::cornerSubPix(grey, corners, {3, 3}, {-1, -1},
@@ -112,15 +112,15 @@ double squareSide(const Result& result, const std::vector<cv::Point2f>& corners)
   }
   std::vector<double> sides;
   const auto at = [&](int row, int col) {
-    return points[static_cast<std::size_t>(row) * static_cast<std::size_t>(kCorners.width) +
+    return points[static_cast<std::size_t>(row) * static_cast<std::size_t>(boardCorners.width) +
                   static_cast<std::size_t>(col)];
   };
-  for (int row = 0; row < kCorners.height; ++row) {
-    for (int col = 0; col < kCorners.width; ++col) {
-      if (col + 1 < kCorners.width) {
+  for (int row = 0; row < boardCorners.height; ++row) {
+    for (int col = 0; col < boardCorners.width; ++col) {
+      if (col + 1 < boardCorners.width) {
         sides.push_back(cv::norm(at(row, col) - at(row, col + 1)));
       }
-      if (row + 1 < kCorners.height) {
+      if (row + 1 < boardCorners.height) {
         sides.push_back(cv::norm(at(row, col) - at(row + 1, col)));
       }
     }
@@ -134,7 +134,7 @@ double validShare(const cv::Mat& disparity) {
 }
 
 TEST(RealDepth, SquaresOfTheBoardHaveTheirSize) {
-  const fs::path folder = kData / "boards";
+  const fs::path folder = dataFolder / "boards";
   if (!fs::exists(folder / "calibration.yml")) {
     GTEST_SKIP() << "no recorded frames at " << folder;
   }
@@ -157,7 +157,7 @@ TEST(RealDepth, SquaresOfTheBoardHaveTheirSize) {
       const double side = squareSide(result, left);
       std::printf("%s, %d x %d: side of a square %.2f mm\n", entry.path().filename().c_str(), look.size.width,
                   look.size.height, 1000 * side);
-      EXPECT_NEAR(side, kSquare, 0.03 * kSquare) << entry.path();
+      EXPECT_NEAR(side, squareSide, 0.03 * squareSide) << entry.path();
       ++boards;
     }
   }
@@ -165,7 +165,7 @@ TEST(RealDepth, SquaresOfTheBoardHaveTheirSize) {
 }
 
 TEST(RealDepth, RobotScenesAreMatchedForTheMostPart) {
-  const fs::path folder = kData / "robot";
+  const fs::path folder = dataFolder / "robot";
   if (!fs::exists(folder / "calibration.yml")) {
     GTEST_SKIP() << "no recorded frames at " << folder;
   }

@@ -15,7 +15,7 @@
 namespace stereo::sim {
 namespace {
 
-const cv::Size kHalf(928, 400);
+const cv::Size halfSize(928, 400);
 
 std::shared_ptr<const Scene> makeScene(std::uint32_t seed, bool moving) {
   return std::make_shared<const Scene>(Scene::Options{.seed = seed, .moving = moving, .period = 2.0});
@@ -51,8 +51,8 @@ TEST(Renderer, SameSeedSameBitsOnAnyNumberOfThreads) {
   cv::Mat reference;
   for (const int count : {1, 2, 3}) {
     const stereo::test::Threads threads(count);
-    const cv::Mat frame = Renderer(makeScene(3, true), Rig(3), kHalf).render(0.4);
-    ASSERT_EQ(frame.size(), kHalf);
+    const cv::Mat frame = Renderer(makeScene(3, true), Rig(3), halfSize).render(0.4);
+    ASSERT_EQ(frame.size(), halfSize);
     ASSERT_EQ(frame.type(), CV_8UC3);
     if (reference.empty()) {
       reference = frame;
@@ -62,26 +62,26 @@ TEST(Renderer, SameSeedSameBitsOnAnyNumberOfThreads) {
 }
 
 TEST(Renderer, AnotherSeedGivesAnotherPicture) {
-  const cv::Mat one = Renderer(makeScene(1, true), Rig(1), kHalf).render(0.0);
-  const cv::Mat two = Renderer(makeScene(2, true), Rig(1), kHalf).render(0.0);
+  const cv::Mat one = Renderer(makeScene(1, true), Rig(1), halfSize).render(0.0);
+  const cv::Mat two = Renderer(makeScene(2, true), Rig(1), halfSize).render(0.0);
   EXPECT_GT(shareOfDifferingPixels(one, two), 0.5);
 }
 
 TEST(Renderer, MovingSceneMovesAndFrozenSceneDoesNot) {
-  const Renderer moving(makeScene(1, true), Rig(1), kHalf);
+  const Renderer moving(makeScene(1, true), Rig(1), halfSize);
   const cv::Mat start = moving.render(0.0);
   EXPECT_GT(shareOfDifferingPixels(start, moving.render(0.5)), 0.02);
   EXPECT_TRUE(sameBits(start, moving.render(2.0))) << "one period later";
-  const Renderer frozen(makeScene(1, false), Rig(1), kHalf);
+  const Renderer frozen(makeScene(1, false), Rig(1), halfSize);
   EXPECT_TRUE(sameBits(frozen.render(0.0), frozen.render(0.5)));
   EXPECT_TRUE(sameBits(frozen.render(0.5), start));
 }
 
 TEST(Renderer, FieldIsLitAndTheRestNearlyBlack) {
   const Rig rig(1);
-  const cv::Mat frame = Renderer(makeScene(1, false), rig, kHalf).render(0.0);
+  const cv::Mat frame = Renderer(makeScene(1, false), rig, halfSize).render(0.0);
   for (const bool isRight : {false, true}) {
-    const model::OmniModel m = rig.modelFor(isRight, kHalf);
+    const model::OmniModel m = rig.modelFor(isRight, halfSize);
     const cv::Mat eye = frame(cv::Rect(isRight ? 464 : 0, 0, 464, 400));
     double inside = 0.0;
     int insideCount = 0;
@@ -106,7 +106,7 @@ TEST(Renderer, FieldIsLitAndTheRestNearlyBlack) {
 TEST(Renderer, BothEyesSeeTheSameColourOfTheSamePoint) {
   const auto scene = makeScene(1, false);
   const Rig rig(1);
-  const cv::Mat frame = Renderer(scene, rig, kHalf).render(0.0);
+  const cv::Mat frame = Renderer(scene, rig, halfSize).render(0.0);
   const cv::Mat left = frame(cv::Rect(0, 0, 464, 400));
   const cv::Mat right = frame(cv::Rect(464, 0, 464, 400));
   const View view = View::perspective({232, 200}, 90.0);
@@ -122,8 +122,8 @@ TEST(Renderer, BothEyesSeeTheSameColourOfTheSamePoint) {
         continue;
       }
       const cv::Vec3d point = view.ray(col, row) * truth.distance.at<double>(row, col);
-      const auto u = rig.project(false, point, kHalf);
-      const auto v = rig.project(true, point, kHalf);
+      const auto u = rig.project(false, point, halfSize);
+      const auto v = rig.project(true, point, halfSize);
       ASSERT_TRUE(u && v);
       const cv::Vec3d seenLeft = sampleBilinear(left, *u);
       differences.push_back(cv::norm(seenLeft - sampleBilinear(right, *v), cv::NORM_INF));
@@ -137,7 +137,7 @@ TEST(Renderer, BothEyesSeeTheSameColourOfTheSamePoint) {
 
 TEST(Renderer, TextureSuitsAMatcherWithNinePixelBlocks) {
   const Rig rig(1);
-  const cv::Mat frame = Renderer(makeScene(1, false), rig, kHalf).render(0.0);
+  const cv::Mat frame = Renderer(makeScene(1, false), rig, halfSize).render(0.0);
   cv::Mat grey;
   cv::cvtColor(frame(cv::Rect(0, 0, 464, 400)), grey, cv::COLOR_BGR2GRAY);
   grey.convertTo(grey, CV_64F);
@@ -160,7 +160,7 @@ TEST(Renderer, TextureSuitsAMatcherWithNinePixelBlocks) {
 TEST(Renderer, FullSizeShowsTheSameSceneAsHalfSize) {
   const auto scene = makeScene(1, false);
   const cv::Mat full = Renderer(scene, Rig(1), {1856, 800}).render(0.0);
-  const cv::Mat half = Renderer(scene, Rig(1), kHalf).render(0.0);
+  const cv::Mat half = Renderer(scene, Rig(1), halfSize).render(0.0);
   ASSERT_EQ(full.size(), cv::Size(1856, 800));
   // Pixel u of the half frame is pixel 2 u of the full one; the full one holds finer texture, so smooth both.
   cv::Mat smoothFull;

@@ -13,19 +13,19 @@
 namespace stereo::sim {
 namespace {
 
-constexpr const char* kKeys[] = {"SerialNumber",
-                                 "PositonNumber",
-                                 "RectifyFrameSize",
-                                 "LeftXi",
-                                 "LeftIntrinsicMatrix",
-                                 "LeftDistortionCoefficients",
-                                 "LeftRotation",
-                                 "RightXi",
-                                 "RightIntrinsicMatrix",
-                                 "RightDistortionCoefficients",
-                                 "RightRotation",
-                                 "Translation",
-                                 "Reserved"};
+constexpr const char* allKeys[] = {"SerialNumber",
+                                   "PositonNumber",
+                                   "RectifyFrameSize",
+                                   "LeftXi",
+                                   "LeftIntrinsicMatrix",
+                                   "LeftDistortionCoefficients",
+                                   "LeftRotation",
+                                   "RightXi",
+                                   "RightIntrinsicMatrix",
+                                   "RightDistortionCoefficients",
+                                   "RightRotation",
+                                   "Translation",
+                                   "Reserved"};
 
 bool sameBits(const cv::Mat& a, const cv::Mat& b) {
   return a.size() == b.size() && a.type() == b.type() && cv::norm(a, b, cv::NORM_INF) == 0.0;
@@ -131,9 +131,9 @@ TEST(Rig, CalibrationFileIsWhatTheCameraItselfWrites) {
   ASSERT_TRUE(camera.saveCalibParams(folder / "camera.yml"));
   const cv::FileStorage ours(folder / "rig.yml", cv::FileStorage::READ);
   const cv::FileStorage theirs(folder / "camera.yml", cv::FileStorage::READ);
-  ASSERT_EQ(ours.root().size(), std::size(kKeys));
-  ASSERT_EQ(theirs.root().size(), std::size(kKeys));
-  for (const char* key : kKeys) {
+  ASSERT_EQ(ours.root().size(), std::size(allKeys));
+  ASSERT_EQ(theirs.root().size(), std::size(allKeys));
+  for (const char* key : allKeys) {
     EXPECT_TRUE(sameBits(ours[key].mat(), theirs[key].mat())) << key;
   }
 }

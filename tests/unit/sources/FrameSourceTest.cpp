@@ -17,8 +17,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-const cv::Size kHalf(928, 400);
-const cv::Size kFull(1856, 800);
+const cv::Size halfSize(928, 400);
+const cv::Size fullSize(1856, 800);
 
 double secondsSince(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
 
@@ -34,10 +34,10 @@ std::unique_ptr<sim::SimulatedCapture> makeCapture(bool moving, const sim::Simul
 
 TEST(SimulatedCapture, DeliversTheSceneFrameByFrameAndStartsOver) {
   const auto scene = std::make_shared<const sim::Scene>(sim::Scene::Options{.seed = 1, .moving = true, .period = 2.0});
-  const sim::Renderer renderer(scene, sim::Rig(1), kHalf);
+  const sim::Renderer renderer(scene, sim::Rig(1), halfSize);
   for (const bool ring : {true, false}) {
     sim::SimulatedCapture capture(scene, sim::Rig(1),
-                                  {.frameSize = kHalf, .rate = 0, .framesPerPeriod = 3, .ring = ring});
+                                  {.frameSize = halfSize, .rate = 0, .framesPerPeriod = 3, .ring = ring});
     EXPECT_DOUBLE_EQ(capture.sceneTime(1), 2.0 / 3.0);
     EXPECT_DOUBLE_EQ(capture.sceneTime(4), 2.0 / 3.0);
     for (int n = 0; n < 5; ++n) {
@@ -51,7 +51,7 @@ TEST(SimulatedCapture, DeliversTheSceneFrameByFrameAndStartsOver) {
 }
 
 TEST(SimulatedCapture, DeliveredPixelsAreTheReadersOwn) {
-  const auto capture = makeCapture(false, {.frameSize = kHalf, .rate = 0});
+  const auto capture = makeCapture(false, {.frameSize = halfSize, .rate = 0});
   cv::Mat first;
   ASSERT_TRUE(capture->read(first));
   const cv::Mat kept = first.clone();
@@ -62,25 +62,25 @@ TEST(SimulatedCapture, DeliveredPixelsAreTheReadersOwn) {
 }
 
 TEST(SimulatedCapture, SizeChangesOnceWidthAndHeightAgree) {
-  const auto capture = makeCapture(false, {.frameSize = kHalf, .rate = 0});
+  const auto capture = makeCapture(false, {.frameSize = halfSize, .rate = 0});
   cv::Mat frame;
   ASSERT_TRUE(capture->read(frame));
-  EXPECT_EQ(frame.size(), kHalf);
+  EXPECT_EQ(frame.size(), halfSize);
   EXPECT_TRUE(capture->set(cv::CAP_PROP_FRAME_WIDTH, 1856));
   ASSERT_TRUE(capture->read(frame));
-  EXPECT_EQ(frame.size(), kHalf) << "1856 x 400 is no format";
+  EXPECT_EQ(frame.size(), halfSize) << "1856 x 400 is no format";
   EXPECT_TRUE(capture->set(cv::CAP_PROP_FRAME_HEIGHT, 800));
   EXPECT_EQ(capture->get(cv::CAP_PROP_FRAME_WIDTH), 1856.0);
   EXPECT_EQ(capture->get(cv::CAP_PROP_FRAME_HEIGHT), 800.0);
   ASSERT_TRUE(capture->read(frame));
-  EXPECT_EQ(frame.size(), kFull);
+  EXPECT_EQ(frame.size(), fullSize);
   EXPECT_FALSE(capture->set(cv::CAP_PROP_FRAME_WIDTH, 1280));
   EXPECT_FALSE(capture->set(cv::CAP_PROP_FRAME_HEIGHT, 720));
   EXPECT_EQ(capture->get(cv::CAP_PROP_FRAME_WIDTH), 1856.0);
 }
 
 TEST(SimulatedCapture, RefusesWhatItDoesNotKnow) {
-  const auto capture = makeCapture(false, {.frameSize = kHalf, .rate = 25});
+  const auto capture = makeCapture(false, {.frameSize = halfSize, .rate = 25});
   EXPECT_FALSE(capture->set(cv::CAP_PROP_BRIGHTNESS, 1));
   EXPECT_EQ(capture->get(cv::CAP_PROP_BRIGHTNESS), 0.0);
   EXPECT_EQ(capture->get(cv::CAP_PROP_FPS), 25.0);
@@ -93,12 +93,12 @@ TEST(SimulatedCapture, RefusesWhatItDoesNotKnow) {
 
 TEST(SimulatedCapture, OptionsOutOfRangeThrow) {
   EXPECT_THROW(makeCapture(true, {.frameSize = {640, 480}}), std::invalid_argument);
-  EXPECT_THROW(makeCapture(true, {.frameSize = kHalf, .rate = -1}), std::invalid_argument);
-  EXPECT_THROW(makeCapture(true, {.frameSize = kHalf, .framesPerPeriod = 0}), std::invalid_argument);
+  EXPECT_THROW(makeCapture(true, {.frameSize = halfSize, .rate = -1}), std::invalid_argument);
+  EXPECT_THROW(makeCapture(true, {.frameSize = halfSize, .framesPerPeriod = 0}), std::invalid_argument);
 }
 
 TEST(SimulatedCapture, KeepsToItsRate) {
-  const auto capture = makeCapture(false, {.frameSize = kHalf, .rate = 50});
+  const auto capture = makeCapture(false, {.frameSize = halfSize, .rate = 50});
   cv::Mat frame;
   ASSERT_TRUE(capture->read(frame));  // rendered now
   const auto start = Clock::now();
@@ -111,7 +111,7 @@ TEST(SimulatedCapture, KeepsToItsRate) {
 }
 
 TEST(SimulatedCapture, CountsThePeriodsThatNobodyCameFor) {
-  const auto capture = makeCapture(false, {.frameSize = kHalf, .rate = 100});
+  const auto capture = makeCapture(false, {.frameSize = halfSize, .rate = 100});
   capture->fillRing();
   cv::Mat frame;
   const auto waitFrom = [](Clock::time_point start, double seconds) {
@@ -138,7 +138,7 @@ TEST(SimulatedCapture, CountsThePeriodsThatNobodyCameFor) {
 }
 
 TEST(SimulatedCapture, MissesNothingWithoutARateOrAtANewOne) {
-  const auto capture = makeCapture(false, {.frameSize = kHalf, .rate = 0});
+  const auto capture = makeCapture(false, {.frameSize = halfSize, .rate = 0});
   cv::Mat frame;
   for (const double rate : {0.0, 1000.0, 0.0, 1000.0}) {
     ASSERT_TRUE(capture->set(cv::CAP_PROP_FPS, rate));
@@ -152,7 +152,7 @@ TEST(SimulatedCapture, MissesNothingWithoutARateOrAtANewOne) {
 }
 
 TEST(SimulatedCapture, NewRateHoldsFromTheNextFrameOn) {
-  const auto capture = makeCapture(false, {.frameSize = kHalf, .rate = 0.2});
+  const auto capture = makeCapture(false, {.frameSize = halfSize, .rate = 0.2});
   cv::Mat frame;
   ASSERT_TRUE(capture->read(frame));
   ASSERT_TRUE(capture->set(cv::CAP_PROP_FPS, 200));
@@ -164,7 +164,7 @@ TEST(SimulatedCapture, NewRateHoldsFromTheNextFrameOn) {
 }
 
 TEST(SimulatedCapture, RingDeliversFarAboveTheRenderingRate) {
-  const auto capture = makeCapture(true, {.frameSize = kFull, .rate = 0, .framesPerPeriod = 2});
+  const auto capture = makeCapture(true, {.frameSize = fullSize, .rate = 0, .framesPerPeriod = 2});
   const auto begin = Clock::now();
   capture->fillRing();
   const double rendering = secondsSince(begin) / 2;
@@ -177,7 +177,7 @@ TEST(SimulatedCapture, RingDeliversFarAboveTheRenderingRate) {
 }
 
 TEST(SimulatedCapture, GrabThenRetrieveGivesTheGrabbedFrame) {
-  const auto capture = makeCapture(true, {.frameSize = kHalf, .rate = 0, .framesPerPeriod = 2});
+  const auto capture = makeCapture(true, {.frameSize = halfSize, .rate = 0, .framesPerPeriod = 2});
   cv::Mat frame;
   EXPECT_FALSE(capture->retrieve(frame)) << "nothing grabbed yet";
   ASSERT_TRUE(capture->grab());
@@ -192,7 +192,7 @@ TEST(SimulatedCapture, GrabThenRetrieveGivesTheGrabbedFrame) {
 }
 
 TEST(SimulatedCapture, ReleasedSourceDeliversNothingAndDoesNotSpin) {
-  const auto capture = makeCapture(false, {.frameSize = kHalf, .rate = 0});
+  const auto capture = makeCapture(false, {.frameSize = halfSize, .rate = 0});
   EXPECT_TRUE(capture->isOpened());
   cv::Mat frame;
   ASSERT_TRUE(capture->read(frame));
@@ -210,7 +210,7 @@ TEST(SimulatedCapture, ReleasedSourceDeliversNothingAndDoesNotSpin) {
 }
 
 TEST(SimulatedCapture, ReleaseEndsARead) {
-  const auto capture = makeCapture(false, {.frameSize = kHalf, .rate = 0.001});
+  const auto capture = makeCapture(false, {.frameSize = halfSize, .rate = 0.001});
   cv::Mat frame;
   ASSERT_TRUE(capture->read(frame));
   const auto start = Clock::now();
@@ -227,7 +227,7 @@ TEST(SimulatedCapture, ReleaseEndsARead) {
 }
 
 TEST(SimulatedCapture, ReadersAndSettersMayShareIt) {
-  const auto capture = makeCapture(true, {.frameSize = kHalf, .rate = 0, .framesPerPeriod = 2});
+  const auto capture = makeCapture(true, {.frameSize = halfSize, .rate = 0, .framesPerPeriod = 2});
   capture->fillRing();
   std::vector<int> good(3, 0);
   std::vector<std::thread> readers;
@@ -235,7 +235,7 @@ TEST(SimulatedCapture, ReadersAndSettersMayShareIt) {
     readers.emplace_back([&capture, &count] {
       for (int i = 0; i < 20; ++i) {
         cv::Mat frame;
-        count += capture->read(frame) && (frame.size() == kHalf || frame.size() == kFull) ? 1 : 0;
+        count += capture->read(frame) && (frame.size() == halfSize || frame.size() == fullSize) ? 1 : 0;
       }
     });
   }

@@ -18,7 +18,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const fs::path kData = STEREO_CAMERA_TEST_DATA;
+const fs::path dataFolder = STEREO_CAMERA_TEST_DATA;
 
 /// Perspective pair of one recorded frame, of this size and horizontal field (degrees).
 void rectify(const fs::path& image, const fs::path& calibration, const cv::Size& size, double field, cv::Mat& left,
@@ -42,7 +42,7 @@ bool findBoard(const cv::Mat& picture, std::vector<cv::Point2f>& corners) {
 }
 
 TEST(RealFrames, ChessboardCornersLieInTheSameRows) {
-  const fs::path folder = kData / "boards";
+  const fs::path folder = dataFolder / "boards";
   if (!fs::exists(folder / "calibration.yml")) {
     GTEST_SKIP() << "no recorded frames at " << folder;
   }
@@ -83,7 +83,7 @@ TEST(RealFrames, ChessboardCornersLieInTheSameRows) {
 class Robot : public testing::TestWithParam<const char*> {};
 
 TEST_P(Robot, FeaturesLieInTheSameRows) {
-  const fs::path folder = kData / "robot";
+  const fs::path folder = dataFolder / "robot";
   const fs::path image = folder / GetParam();
   if (!fs::exists(image)) {
     GTEST_SKIP() << "no recorded frames at " << folder;

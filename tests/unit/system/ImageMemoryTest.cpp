@@ -13,7 +13,7 @@
 #include "tests/support/TestCamera.hpp"
 
 using stereo::sys::ImageMemoryUser;
-using stereo::sys::kMaxKept;
+using stereo::sys::maxKept;
 using stereo::sys::recycledCopy;
 using stereo::sys::recycledImage;
 using stereo::test::sameBits;
@@ -101,7 +101,7 @@ TEST(ImageMemory, TheOldestBlockMakesRoomForNewOnes) {
   std::vector<const unsigned char*> addresses;
   {
     std::vector<cv::Mat> images;
-    for (int k = 0; k < kMaxKept; ++k) {
+    for (int k = 0; k < maxKept; ++k) {
       images.push_back(recycledImage());
       images.back().create(2 * side + k, side, CV_8UC3);
       addresses.push_back(images.back().data);
@@ -109,7 +109,7 @@ TEST(ImageMemory, TheOldestBlockMakesRoomForNewOnes) {
   }
   // All those are kept, although there was one too many.
   std::vector<cv::Mat> images;
-  for (int k = 0; k < kMaxKept; ++k) {
+  for (int k = 0; k < maxKept; ++k) {
     images.push_back(recycledImage());
     images.back().create(2 * side + k, side, CV_8UC3);
     if (recycles) {

@@ -15,8 +15,7 @@ constexpr int maxNesting = 100;
 /// hang: they recurse for each level of nesting until the stack overflows; they read past the end of a text that stops
 /// inside a tag or contains a zero; they loop forever if a stream begins with a dash, or if base 64 elements have no
 /// type. Follows OpenCV 4.6's parser through the document, including comments and strings, and returns false if it
-/// cannot reach the end; OpenCV would call such a document malformed if it survived it. Linear in the length. Exported
-/// for the library of sources, whose recordings hold such documents, too.
+/// cannot reach the end; OpenCV would call such a document malformed if it survived it. Linear in the length.
 STEREO_CAMERA_EXPORT bool safeToParse(std::string_view text);
 
 }  // namespace stereo::core
