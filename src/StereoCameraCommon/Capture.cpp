@@ -18,7 +18,7 @@
 #include "src/core/Numbers.hpp"
 #include "src/core/RectifyMap.hpp"
 #include "src/system/ImageMemory.hpp"
-#include "src/system/SharedFrame.hpp"
+#include "src/system/SharedSegment.hpp"
 #include "src/system/VideoDevice.hpp"
 
 using stereo::loadRelaxed;
@@ -39,7 +39,7 @@ void scaleIntrinsic(cv::Mat& intrinsic, float scale) {
 
 // Maps the segment for the worker. Without it, the consumer would wait forever for a camera that seems to work, so
 // the whole process ends.
-void openSegment(stereo::sys::SharedFrame& segment, float frameScale, key_t key, cv::Size rawFrameSize,
+void openSegment(stereo::sys::SharedSegment& segment, float frameScale, key_t key, cv::Size rawFrameSize,
                  SystemLog* log) {
   if (frameScale == 1.0F || frameScale == 0.5F) {
     if (!segment.create(key, stereo::model::segmentBytes(rawFrameSize))) {
@@ -53,7 +53,7 @@ void openSegment(stereo::sys::SharedFrame& segment, float frameScale, key_t key,
   }
 }
 
-void closeSegment(stereo::sys::SharedFrame& segment, SystemLog* log) {
+void closeSegment(stereo::sys::SharedSegment& segment, SystemLog* log) {
   if (!segment.detach()) {
     reportError(log, "share memory shmdt failed!\n");
   }
@@ -179,7 +179,7 @@ void StereoCamera::captureWorker(float frameScale, stereo::ReadWatchdog& reads) 
     return frame;
   };
 
-  const auto segment = std::make_shared<stereo::sys::SharedFrame>();
+  const auto segment = std::make_shared<stereo::sys::SharedSegment>();
   if (m_useShareMemory) {
     openSegment(*segment, frameScale, stereo::core::wrappingSum(getPosNumber(), stereo::model::firstSegmentKey),
                 loadRelaxed(m_rawFrameSize), m_log);

@@ -13,7 +13,7 @@
 #include "StereoCamera.hpp"
 #include "src/StereoCameraCommon/ReadWatchdog.hpp"
 #include "src/system/ImageMemory.hpp"
-#include "src/system/SharedFrame.hpp"
+#include "src/system/SharedSegment.hpp"
 #include "src/system/VideoDevice.hpp"
 
 /// The private state of a camera, beside its protected members.
@@ -37,7 +37,7 @@ struct StereoCamera::Internals {
   /// Guards each offer into a shared-memory segment (see `deviceWatchdog`) and the list of segments.
   std::mutex segmentMutex;
   /// Segments of running workers. Each belongs to its worker, or to the stop once that worker is abandoned.
-  std::vector<std::shared_ptr<stereo::sys::SharedFrame>> segments;
+  std::vector<std::shared_ptr<stereo::sys::SharedSegment>> segments;
   /// Guards the headers of the maps and of the camera matrix: a second start swaps them while readers use them.
   std::mutex mapMutex;
   /// Guards the headers of `m_disparityFrame`, which the colored depth reads without `m_disparityMutex`.

@@ -21,7 +21,7 @@ namespace {
 constexpr int blockSize = 4;
 constexpr std::size_t oddPerBlock = 2;                              // odd rows, and odd columns, in any four
 constexpr std::size_t maxPerBlock = oddPerBlock * oddPerBlock - 1;  // one point may be both nearest and farthest
-constexpr std::size_t cloudGrain = grain / 2;  // pixels of the view, a quarter of which are sampled
+constexpr std::size_t cloudGrain = fineGrain / 2;  // pixels of the view, a quarter of which are sampled
 
 // Rows or columns at which blocks start, in [start, end).
 struct Span {

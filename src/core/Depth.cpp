@@ -67,7 +67,7 @@ private:
 };
 
 // One division per pixel is fast, two sines are not.
-std::size_t grainOf(const DepthModel& model) { return model.mode == 2 ? coarseGrain : grain; }
+std::size_t grainOf(const DepthModel& model) { return model.mode == 2 ? coarseGrain : fineGrain; }
 
 void requireFloats(const cv::Mat& image) { CV_Assert(image.empty() || (image.dims == 2 && image.type() == CV_32FC1)); }
 

@@ -39,14 +39,14 @@ private:
 }  // namespace detail
 
 /// Minimum number of pixels for another thread: if each takes some nanoseconds, and if each takes less than one.
-constexpr std::size_t grain = 16384;
-constexpr std::size_t coarseGrain = 8 * grain;
+constexpr std::size_t fineGrain = 16384;
+constexpr std::size_t coarseGrain = 8 * fineGrain;
 
 /// Calls `work(from, to)` for chunks that cover the rows [0, rows) once, on OpenCV's worker threads if the image is
 /// large enough: a chunk has at least `grain` pixels, each thread gets a few chunks, and an image of less than two
 /// chunks stays on the calling thread. Several threads may call `work` at once.
 template <typename Work>
-void forRows(int rows, int cols, const Work& work, std::size_t grain = grain) {
+void forRows(int rows, int cols, const Work& work, std::size_t grain = fineGrain) {
   if (rows <= 0) {
     return;
   }

@@ -14,7 +14,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "src/system/SharedFrame.hpp"
+#include "src/system/SharedSegment.hpp"
 #include "tests/campaigns/soak/ConsumerProcess.hpp"
 #include "tests/campaigns/soak/Numbering.hpp"
 #include "tests/campaigns/soak/SegmentReader.hpp"
@@ -24,7 +24,7 @@
 using stereo::soak::faultOfEnd;
 using stereo::soak::SharedCounters;
 using stereo::soak::takeImages;
-using stereo::sys::SharedFrame;
+using stereo::sys::SharedSegment;
 using stereo::test::await;
 using testing::HasSubstr;
 
@@ -109,7 +109,7 @@ protected:
 
   const int key = static_cast<int>(getpid()) * 64 + 62 + 9000;
   SharedCounters shared{pictures};
-  SharedFrame segment;
+  SharedSegment segment;
   std::int32_t* word = nullptr;
   std::function<void()> beforeLook;  // by the taker's thread, if anything
   std::atomic<bool> over{false};

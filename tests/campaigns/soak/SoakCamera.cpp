@@ -10,7 +10,7 @@ namespace stereo::soak {
 namespace {
 
 thread_local bool reads = false;
-thread_local microseconds pairTimestamp{0};
+thread_local microseconds latestPair{0};
 
 }  // namespace
 
@@ -31,13 +31,13 @@ SoakCamera::SoakCamera(std::unique_ptr<cv::VideoCapture> device, cv::Size frameS
 
 void SoakCamera::thisThreadReads() { reads = true; }
 
-microseconds SoakCamera::pairTimestamp() { return pairTimestamp; }
+microseconds SoakCamera::pairTimestamp() { return latestPair; }
 
-void SoakCamera::forgetPair() { pairTimestamp = microseconds(0); }
+void SoakCamera::forgetPair() { latestPair = microseconds(0); }
 
 bool SoakCamera::getStereoFrame(cv::Mat& left, cv::Mat& right, microseconds& timestamp) {
   const bool got = VirtualCamera::getStereoFrame(left, right, timestamp);
-  pairTimestamp = got ? timestamp : microseconds(0);
+  latestPair = got ? timestamp : microseconds(0);
   return got;
 }
 

@@ -13,7 +13,7 @@ namespace stereo::sys {
 
 /// One System V shared-memory segment that offers images to another process: a 32-bit status word (0 free, 2 image
 /// written) and, from byte 4, the pixels. Owned by one worker thread; owns nothing that outlives `detach` and `remove`.
-class SharedFrame {
+class SharedSegment {
 public:
   /// Creates or finds the segment. False if the system refuses, for instance because a smaller one has the key.
   bool create(key_t key, std::size_t size);

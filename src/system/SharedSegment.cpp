@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The shared-memory segment that offers images to another process.
-#include "src/system/SharedFrame.hpp"
+#include "src/system/SharedSegment.hpp"
 
 #include <atomic>
 #include <cstring>
@@ -25,13 +25,13 @@ std::atomic_ref<std::int32_t> statusOf(void* segment) {
 
 }  // namespace
 
-bool SharedFrame::create(key_t key, std::size_t size) {
+bool SharedSegment::create(key_t key, std::size_t size) {
   m_id = shmget(key, size, IPC_CREAT | permissions);
   m_size = m_id == -1 ? 0 : size;
   return m_id != -1;
 }
 
-bool SharedFrame::attach() {
+bool SharedSegment::attach() {
   void* const address = shmat(m_id, nullptr, 0);
   if (address == reinterpret_cast<void*>(-1)) {  // NOLINT(performance-no-int-to-ptr): the system's own failure value
     return false;
@@ -41,7 +41,7 @@ bool SharedFrame::attach() {
   return true;
 }
 
-bool SharedFrame::offer(const cv::Mat& image, std::size_t bytes) {
+bool SharedSegment::offer(const cv::Mat& image, std::size_t bytes) {
   if (m_address == nullptr || m_size < model::segmentHeaderBytes || bytes > m_size - model::segmentHeaderBytes) {
     return false;
   }
@@ -58,12 +58,12 @@ bool SharedFrame::offer(const cv::Mat& image, std::size_t bytes) {
   return true;
 }
 
-bool SharedFrame::detach() {
+bool SharedSegment::detach() {
   const bool detached = shmdt(m_address) != -1;
   m_address = nullptr;
   return detached;
 }
 
-bool SharedFrame::remove() { return shmctl(m_id, IPC_RMID, nullptr) != -1; }
+bool SharedSegment::remove() { return shmctl(m_id, IPC_RMID, nullptr) != -1; }
 
 }  // namespace stereo::sys
