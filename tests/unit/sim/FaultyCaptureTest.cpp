@@ -18,11 +18,11 @@ namespace {
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
-const cv::Size frameSize(6, 4);
+const cv::Size deviceSize(6, 4);
 
 /// Frame n as the device delivers it: every pixel differs from those of other frames and from its neighbours.
 cv::Mat numbered(int number) {
-  cv::Mat frame(frameSize, CV_8UC3);
+  cv::Mat frame(deviceSize, CV_8UC3);
   for (int row = 0; row < frame.rows; ++row) {
     for (int col = 0; col < frame.cols; ++col) {
       frame.at<cv::Vec3b>(row, col) =
@@ -38,7 +38,7 @@ public:
 
 protected:
   cv::Mat next() override { return m_next == failing ? (++m_next, cv::Mat()) : numbered(m_next++); }
-  cv::Size frameSize() const override { return frameSize; }
+  cv::Size frameSize() const override { return deviceSize; }
   bool resize(int /*propId*/, double value) override { return value == 5; }
 
 private:
@@ -94,7 +94,7 @@ TEST(FaultyCapture, WithoutAScriptItIsTheDevice) {
   expectPlain(*device, 0, 3);
   EXPECT_EQ(device->frames(), 4U);
   EXPECT_TRUE(device->isOpened());
-  EXPECT_EQ(device->get(cv::CAP_PROP_FRAME_WIDTH), frameSize.width);
+  EXPECT_EQ(device->get(cv::CAP_PROP_FRAME_WIDTH), deviceSize.width);
   EXPECT_TRUE(device->set(cv::CAP_PROP_FRAME_WIDTH, 5));
   EXPECT_FALSE(device->set(cv::CAP_PROP_FRAME_WIDTH, 6));
   device->release();
@@ -138,8 +138,8 @@ TEST(FaultyCapture, DuplicatesRepeatWhatWasDelivered) {
   cv::Mat image;
   EXPECT_FALSE(device->read(image));
   expectPicture(*device, numbered(4));
-  expectPicture(*device, cv::Mat::zeros(frameSize, CV_8UC3));
-  expectPicture(*device, cv::Mat::zeros(frameSize, CV_8UC3));
+  expectPicture(*device, cv::Mat::zeros(deviceSize, CV_8UC3));
+  expectPicture(*device, cv::Mat::zeros(deviceSize, CV_8UC3));
   expectPlain(*device, 9, 9);
 }
 
@@ -182,16 +182,16 @@ TEST(FaultyCapture, OtherTypesAndBlack) {
   cv::Mat image;
   ASSERT_TRUE(device->read(image));
   EXPECT_EQ(image.type(), CV_8UC1);
-  EXPECT_EQ(image.size(), frameSize);
+  EXPECT_EQ(image.size(), deviceSize);
   EXPECT_GT(cv::countNonZero(image), 0);
   ASSERT_TRUE(device->read(image));
   ASSERT_EQ(image.type(), CV_16UC3);
   EXPECT_EQ(image.at<cv::Vec3w>(3, 5), cv::Vec3w(257 * 2, 257 * 31, 257 * 51));
   ASSERT_TRUE(device->read(image));
   EXPECT_EQ(image.type(), CV_16UC1);
-  expectPicture(*device, cv::Mat::zeros(frameSize, CV_8UC3));
-  expectPicture(*device, cv::Mat::zeros(frameSize, CV_8UC1));
-  expectPicture(*device, cv::Mat::zeros(frameSize, CV_8UC1));
+  expectPicture(*device, cv::Mat::zeros(deviceSize, CV_8UC3));
+  expectPicture(*device, cv::Mat::zeros(deviceSize, CV_8UC1));
+  expectPicture(*device, cv::Mat::zeros(deviceSize, CV_8UC1));
   expectPlain(*device, 6, 6);
 }
 
@@ -213,7 +213,7 @@ TEST(FaultyCapture, ReleaseEndsAStallAndADelay) {
     ASSERT_TRUE(await([&] { return device->isHeldBack(); }));
     // None of these waits for the read, or this test would not end.
     EXPECT_TRUE(device->isOpened());
-    EXPECT_EQ(device->get(cv::CAP_PROP_FRAME_WIDTH), frameSize.width);
+    EXPECT_EQ(device->get(cv::CAP_PROP_FRAME_WIDTH), deviceSize.width);
     EXPECT_EQ(device->frames(), 1U);
     device->release();
     ASSERT_EQ(read.wait_for(std::chrono::seconds(60)), std::future_status::ready);
@@ -272,7 +272,7 @@ TEST(FaultyCapture, GrabAndRetrieveFollowTheScript) {
   EXPECT_TRUE(image.empty());
   EXPECT_TRUE(device->grab());
   EXPECT_TRUE(device->retrieve(image));
-  EXPECT_TRUE(same(image, cv::Mat::zeros(frameSize, CV_8UC3)));
+  EXPECT_TRUE(same(image, cv::Mat::zeros(deviceSize, CV_8UC3)));
   EXPECT_TRUE(device->grab());
   EXPECT_TRUE(device->retrieve(image));
   EXPECT_TRUE(image.empty());
@@ -292,7 +292,7 @@ TEST(FaultyCapture, AFailureOfTheDeviceItselfCounts) {
   EXPECT_FALSE(device->read(image)) << "no fault brings back what is not there";
   EXPECT_TRUE(image.empty());
   expectPlain(*device, 100, 100);
-  expectPicture(*device, cv::Mat::zeros(frameSize, CV_8UC3));
+  expectPicture(*device, cv::Mat::zeros(deviceSize, CV_8UC3));
 }
 
 TEST(FaultyCapture, ReadersOnSeveralThreadsShareTheFramesOut) {

@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 using std::chrono::microseconds;
 
 const fs::path dataFolder = STEREO_CAMERA_TEST_DATA;
-constexpr double squareSide = 0.039;  // metres, side of a square of the board
+constexpr double boardSquare = 0.039;  // metres, side of a square of the board
 const cv::Size boardCorners(8, 6);
 
 /// How a recorded frame is looked at.
@@ -157,7 +157,7 @@ TEST(RealDepth, SquaresOfTheBoardHaveTheirSize) {
       const double side = squareSide(result, left);
       std::printf("%s, %d x %d: side of a square %.2f mm\n", entry.path().filename().c_str(), look.size.width,
                   look.size.height, 1000 * side);
-      EXPECT_NEAR(side, squareSide, 0.03 * squareSide) << entry.path();
+      EXPECT_NEAR(side, boardSquare, 0.03 * boardSquare) << entry.path();
       ++boards;
     }
   }

@@ -92,9 +92,9 @@ TEST_P(Robot, FeaturesLieInTheSameRows) {
   cv::Mat right;
   ASSERT_NO_FATAL_FAILURE(rectify(image, folder / "calibration.yml", {464, 400}, 90.0, left, right));
   ASSERT_EQ(left.size(), cv::Size(464, 400));
-  const std::vector<test::Match> matches = test::matchPictures(left, right);
+  const std::vector<sim::test::Match> matches = sim::test::matchPictures(left, right);
   ASSERT_GT(matches.size(), 50U);
-  const double rows = test::medianRowDifference(matches);
+  const double rows = sim::test::medianRowDifference(matches);
   RecordProperty("matches", static_cast<int>(matches.size()));
   RecordProperty("medianRowDifference", std::to_string(rows));
   EXPECT_LT(rows, 0.3);
