@@ -119,7 +119,7 @@ def run(block, build, folder, environment):
         flags = (build / "docs" / "flags.txt").read_text(encoding="utf-8").split("\n")
         compiler = flags[0] if block.language == "cpp" else "cc"
         own = [flag for flag in flags[1:] if flag] if block.language == "cpp" else ["-Wall", "-Werror"]
-        if "<SimulatedCamera.hpp>" in block.text:
+        if "<sim/" in block.text or "<sources/" in block.text:
             own.append("-std=c++20")  # the cameras without hardware take it
         command = [compiler, str(source), "-o", str(folder / "block")] + own
         if not finish(command, block, folder, environment):
