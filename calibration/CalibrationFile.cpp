@@ -4,15 +4,15 @@
 #include <stdexcept>
 #include <vector>
 
+#include "StereoCamera.hpp"
 #include "calibration/Rectification.hpp"
 #include "model/CameraFacts.hpp"
-#include "model/HostCamera.hpp"
 
 namespace stereo::calibration {
 
 void saveCalibration(const std::string& path, const StereoRig& rig, int frameWidth, const Label& label) {
   const std::array<cv::Matx33d, 2> turns = rectify(rig.rightFromLeft);
-  model::HostCamera camera;
+  StereoCamera camera(model::noDevice);
   camera.setSerialNumber(label.serialNumber);
   camera.setPosNumber(label.posNumber);
   camera.setRectFrameSize(label.rectFrameSize);
@@ -32,7 +32,7 @@ void saveCalibration(const std::string& path, const StereoRig& rig, int frameWid
     throw std::runtime_error("cannot write '" + path + "'");
   }
   // Whether the file could be written, the camera doesn't tell.
-  model::HostCamera again;
+  StereoCamera again(model::noDevice);
   bool same = again.loadCalibParams(path);
   for (const bool isRight : {false, true}) {
     std::vector<cv::Mat> read;

@@ -26,7 +26,7 @@ Every call releases the interpreter lock while it works or waits.)";
   auto& error = py::register_exception<cv::Exception>(module, "Error", PyExc_RuntimeError);
   error.attr("__doc__") = "OpenCV refused something: its text. (The C++ library throws cv::Exception.)";
   module.attr("__version__") = STEREO_CAMERA_VERSION;
-  module.attr("NO_DEVICE") = static_cast<int>(stereo::sources::VirtualCamera::noDevice);
+  module.attr("NO_DEVICE") = static_cast<int>(stereo::model::noDevice);
 
   bindResults(module);
   bindSource(module);

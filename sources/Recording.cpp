@@ -15,7 +15,7 @@
 
 #include "DocumentGuard.hpp"
 #include "model/FileKeys.hpp"
-#include "model/HostCamera.hpp"
+#include "sources/HostCamera.hpp"
 
 namespace stereo::sources {
 
@@ -123,7 +123,7 @@ Recording Recording::open(const fs::path& folder) {
   return recording;
 }
 
-void Recording::writeSettings(const fs::path& folder, const model::CameraSettings& settings) {
+void Recording::writeSettings(const fs::path& folder, const CameraSettings& settings) {
   writeDocument(folder / settingsFile, [&](cv::FileStorage& storage) {
     const auto number = [&](const char* key, double value) {
       storage << key << cv::Mat(cv::Mat_<double>(1, 1, value));

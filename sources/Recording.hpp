@@ -9,11 +9,9 @@
 #include <string>
 #include <vector>
 
-namespace stereo::model {
-struct CameraSettings;
-}
-
 namespace stereo::sources {
+
+struct CameraSettings;
 
 /// A recording that cannot be written. One line, with the remedy where there is one.
 class RecordingError : public std::runtime_error {
@@ -49,7 +47,7 @@ struct Recording {
   };
 
   /// Writes `settings.yml` with all keys that can be loaded. Throws RecordingError.
-  static void writeSettings(const std::filesystem::path& folder, const model::CameraSettings& settings);
+  static void writeSettings(const std::filesystem::path& folder, const CameraSettings& settings);
   /// Writes `about.yml`; `source` says in words where the frames are from. Throws RecordingError.
   static void writeAbout(const std::filesystem::path& folder, const std::string& source, const std::string& codec,
                          int fisheyeRadius, const Counts& counts);

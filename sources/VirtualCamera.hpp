@@ -7,14 +7,14 @@
 
 #include <opencv2/videoio.hpp>
 
-#include "model/HostCamera.hpp"
+#include "sources/HostCamera.hpp"
 
 namespace stereo::sources {
 
 /// A camera whose frames come from a source such as `FrameSource` instead of a video device.
 ///
 /// Life and threads are those of `StereoCamera`, but for one relief: destroying it stops the workers.
-class VirtualCamera : public model::HostCamera {
+class VirtualCamera : public HostCamera {
 public:
   /// As the base class, but the log takes the file's level at once: it was made before there were settings.
   bool loadConfig(std::string path) override;

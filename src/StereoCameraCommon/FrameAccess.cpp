@@ -4,8 +4,8 @@
 #include "model/RelaxedAccess.hpp"
 #include "src/StereoCameraCommon/CallingThread.hpp"
 #include "src/StereoCameraCommon/Internals.hpp"
+#include "src/core/OutputReuse.hpp"
 #include "src/core/RectifyMap.hpp"
-#include "src/core/SoleOwner.hpp"
 #include "src/core/StreamMode.hpp"
 #include "src/system/ImageMemory.hpp"
 

@@ -3,7 +3,7 @@
 #include "src/core/CapturePass.hpp"
 
 #include "src/core/FisheyeMask.hpp"
-#include "src/core/SoleOwner.hpp"
+#include "src/core/OutputReuse.hpp"
 
 namespace stereo::core {
 

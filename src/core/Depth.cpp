@@ -10,8 +10,8 @@
 #include <mutex>
 
 #include "src/core/DepthKernels.hpp"
+#include "src/core/OutputReuse.hpp"
 #include "src/core/Rows.hpp"
-#include "src/core/SoleOwner.hpp"
 
 namespace stereo::core {
 

@@ -10,9 +10,9 @@
 #include <opencv2/imgproc.hpp>
 
 #include "src/core/Numbers.hpp"
+#include "src/core/OutputReuse.hpp"
 #include "src/core/RayProjection.hpp"
 #include "src/core/Rows.hpp"
-#include "src/core/SoleOwner.hpp"
 
 namespace stereo::core {
 

@@ -4,16 +4,16 @@
 #include <memory>
 #include <vector>
 
-#include "model/HostCamera.hpp"
+#include "sources/HostCamera.hpp"
 #include "tests/support/ScriptedCapture.hpp"
 
 namespace stereo::test {
 
 /// Index of a video device that no back end knows: nothing is opened and OpenCV says nothing about it.
-constexpr int noDevice = model::HostCamera::noDevice;
+constexpr int noDevice = model::noDevice;
 
 /// A camera whose members a test can look at and whose device it can replace. Stops its workers when destroyed.
-class TestCamera : public model::HostCamera {
+class TestCamera : public sources::HostCamera {
 public:
   TestCamera() = default;
   explicit TestCamera(const std::string& settingsPath) : HostCamera(settingsPath) {}

@@ -67,7 +67,7 @@ void applySettings(sources::VirtualCamera& camera, const std::string& path) {
   }
 }
 
-OpenedCamera opened(std::unique_ptr<model::HostCamera> camera, const SourceOptions& options,
+OpenedCamera opened(std::unique_ptr<sources::HostCamera> camera, const SourceOptions& options,
                     const std::string& description) {
   camera->setDepthMode(options.depthMode);
   camera->setAlgorithm(options.matcher == "bm" ? 1 : 0);

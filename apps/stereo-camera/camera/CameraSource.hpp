@@ -5,7 +5,7 @@
 #include <string>
 
 #include "apps/stereo-camera/observe/RunRecord.hpp"
-#include "model/HostCamera.hpp"
+#include "sources/HostCamera.hpp"
 #include "sources/Recorder.hpp"
 
 namespace CLI {
@@ -61,7 +61,7 @@ struct SourceOptions {
 
 /// A camera that was opened and calibrated, not yet started.
 struct OpenedCamera {
-  std::unique_ptr<model::HostCamera> camera;
+  std::unique_ptr<sources::HostCamera> camera;
   std::string description;  ///< "simulated camera, seed 1"
   bool calibrated = false;
   cv::Size askedSize;  ///< frame size a device seemed to take, to be compared with its frames; may be empty

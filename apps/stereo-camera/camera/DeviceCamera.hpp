@@ -4,13 +4,13 @@
 
 #include <string>
 
-#include "model/HostCamera.hpp"
+#include "sources/HostCamera.hpp"
 
 namespace stereo::app {
 
 /// A camera on a real video device, with what a host has to see to itself: the radius of the image circle, which the
 /// class takes from `setRawFrameSize` alone and for the camera's two formats only.
-class DeviceCamera : public model::HostCamera {
+class DeviceCamera : public sources::HostCamera {
 public:
   using HostCamera::HostCamera;
 

@@ -14,7 +14,7 @@
 #include "apps/stereo-camera/output/Output.hpp"
 #include "apps/stereo-camera/process/Failure.hpp"
 #include "apps/stereo-camera/process/RunTime.hpp"
-#include "apps/stereo-camera/stream/NetworkImages.hpp"
+#include "apps/stereo-camera/receive/NetworkImages.hpp"
 #include "model/CameraFacts.hpp"
 
 namespace stereo::app {

@@ -118,7 +118,7 @@ void record(const RecordOptions& options) {
                               .spare = options.keepFree * 1'000'000});
   made.begin();
   OpenedCamera opened = openCamera(options.source, {.recorder = &recorder});
-  const model::CameraSettings settings = opened.camera->settings();
+  const sources::CameraSettings settings = opened.camera->settings();
   sources::Recording::writeSettings(folder, settings);
   const auto tellAbout = [&](const sources::Recorder::Counts& counts) {
     sources::Recording::writeAbout(folder, opened.description, options.codec, settings.fisheyeRadius, counts);

@@ -12,8 +12,8 @@
 
 #include "apps/stereo-camera/camera/CalibrationCheck.hpp"
 #include "apps/stereo-camera/process/Failure.hpp"
+#include "model/CameraFacts.hpp"
 #include "model/FileKeys.hpp"
-#include "model/HostCamera.hpp"
 #include "model/Text.hpp"
 
 namespace stereo::app {
@@ -126,7 +126,7 @@ Findings checkSettingsFile(const std::string& path) {
     add(findings, "settings: no such file '" + path + "'", "give the one that is there: see ls");
     return findings;
   }
-  model::HostCamera camera;
+  StereoCamera camera(model::noDevice);
   if (!isReadable(path) || !camera.loadConfig(path)) {
     add(findings, "settings: '" + path + "' does not load",
         "see docs/keys.md for the form; \"DeviceNode\" must be there");
@@ -153,7 +153,7 @@ Findings checkCalibrationFile(const std::string& path) {
     add(findings, "calibration: no such file '" + path + "'", "give the one that is there: see ls");
     return findings;
   }
-  model::HostCamera camera;
+  StereoCamera camera(model::noDevice);
   try {
     checkCalibration(camera, path, isReadable(path) && camera.loadCalibParams(path));
   } catch (const Failure& failure) {

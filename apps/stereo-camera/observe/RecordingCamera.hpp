@@ -35,8 +35,8 @@ private:
   const std::function<std::chrono::microseconds()> m_newestTimestamp;
 };
 
-/// A `model::HostCamera` whose published frames are recorded as its device delivered them, with the timestamps that it
-/// gave them.
+/// A `sources::HostCamera` whose published frames are recorded as its device delivered them, with the timestamps that
+/// it gave them.
 template <typename Camera>
 class RecordingCamera final : public Camera {
 public:

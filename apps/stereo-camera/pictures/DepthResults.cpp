@@ -96,7 +96,7 @@ cv::Mat greyDisparity(const cv::Mat& disparity) {
 }  // namespace
 
 DepthResults readDepth(OpenedCamera& opened, Watchdog& watch) {
-  model::HostCamera& camera = *opened.camera;
+  sources::HostCamera& camera = *opened.camera;
   watch.startStereoCompute();
   DepthResults products;
   std::chrono::microseconds timestamp{0};

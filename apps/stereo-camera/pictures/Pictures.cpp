@@ -18,7 +18,7 @@ namespace {
 }  // namespace
 
 void readPictures(OpenedCamera& opened, Watchdog& watch, std::vector<Picture>& pictures) {
-  model::HostCamera& camera = *opened.camera;
+  sources::HostCamera& camera = *opened.camera;
   const auto add = [&pictures](const char* file, const char* title, const char* caption, const cv::Mat& image) {
     pictures.push_back({file, title, caption, image});
   };

@@ -40,7 +40,7 @@ void addPatienceOption(CLI::App& command, double& seconds) {
 Watchdog::Watchdog(OpenedCamera& opened, double patience)
     : Watchdog(*opened.camera, std::chrono::milliseconds(static_cast<long>(1000 * patience)), opened.askedSize) {}
 
-Watchdog::Watchdog(model::HostCamera& camera, std::chrono::milliseconds patience, cv::Size askedSize)
+Watchdog::Watchdog(sources::HostCamera& camera, std::chrono::milliseconds patience, cv::Size askedSize)
     : m_camera(camera), m_patience(patience), m_askedSize(askedSize), m_last(Clock::now()), m_thread([this] {
         loop();
       }) {}

@@ -7,7 +7,7 @@
 #include <mutex>
 #include <thread>
 
-#include "model/HostCamera.hpp"
+#include "sources/HostCamera.hpp"
 
 namespace CLI {
 class App;
@@ -36,7 +36,7 @@ public:
   Watchdog(OpenedCamera& opened, double patience);
   /// With `askedSize` the first read that succeeds says on standard error, in one line, if the frames have another
   /// size.
-  Watchdog(model::HostCamera& camera, std::chrono::milliseconds patience, cv::Size askedSize = {});
+  Watchdog(sources::HostCamera& camera, std::chrono::milliseconds patience, cv::Size askedSize = {});
   /// Stops the camera, if `finish` has not.
   ~Watchdog();
   Watchdog(const Watchdog&) = delete;
@@ -76,7 +76,7 @@ private:
   void loop();
   void stopCamera(std::unique_lock<std::mutex>& lock);
 
-  model::HostCamera& m_camera;
+  sources::HostCamera& m_camera;
   const std::chrono::milliseconds m_patience;
   const cv::Size m_askedSize;
   bool m_toldOfSkipped = false;

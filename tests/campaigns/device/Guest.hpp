@@ -19,10 +19,10 @@
 
 #include <gtest/gtest.h>
 
-#include "model/HostCamera.hpp"
+#include "sources/HostCamera.hpp"
 #include "tests/campaigns/device/Pattern.hpp"
-#include "tests/support/Program.hpp"
 #include "tests/support/Await.hpp"
+#include "tests/support/Program.hpp"
 
 namespace stereo::test {
 
@@ -182,7 +182,7 @@ private:
 };
 
 /// A camera on a real device, with its device to look at. Stops its workers when destroyed.
-class GuestCamera : public model::HostCamera {
+class GuestCamera : public sources::HostCamera {
 public:
   explicit GuestCamera(int deviceNode) : HostCamera(deviceNode) { watch(); }
   explicit GuestCamera(const std::string& settingsPath) : HostCamera(settingsPath) { watch(); }

@@ -100,7 +100,7 @@ std::string Checks::disparity(const cv::Mat& view, const cv::Mat& disparity, con
   if (!frame) {
     return unknownTimestamp;
   }
-  const DepthResults& expected = depthOf(frame->number);
+  const ExpectedDepth& expected = depthOf(frame->number);
   return compare({{"view", m_book.of(frame->number).perspective[0], view},
                   {"disparity", expected.disparity, disparity},
                   {"metric depth", expected.metric, metric}},
@@ -127,16 +127,17 @@ std::string Checks::oneOf(const char* name, bool beforeIncluded, Stamp before, S
 
 std::string Checks::colouredDepth(const cv::Mat& picture, Stamp before, Stamp after) const {
   return oneOf("a coloured depth", true, before, after,
-               [&](const DepthResults& expected) { return differenceOf(expected.coloured, picture).empty(); });
+               [&](const ExpectedDepth& expected) { return differenceOf(expected.coloured, picture).empty(); });
 }
 
 std::string Checks::cloud(const std::vector<cv::Vec3f>& points, Stamp before, Stamp after) const {
-  return oneOf("a cloud", false, before, after,
-               [&](const DepthResults& expected) { return baseline::difference(expected.plainCloud, points).empty(); });
+  return oneOf("a cloud", false, before, after, [&](const ExpectedDepth& expected) {
+    return baseline::difference(expected.plainCloud, points).empty();
+  });
 }
 
 std::string Checks::cloud(const std::vector<PCL>& points, Stamp before, Stamp after) const {
-  return oneOf("a coloured cloud", false, before, after, [&](const DepthResults& expected) {
+  return oneOf("a coloured cloud", false, before, after, [&](const ExpectedDepth& expected) {
     return baseline::difference(expected.colouredCloud, points).empty();
   });
 }

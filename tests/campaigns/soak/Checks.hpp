@@ -58,7 +58,7 @@ private:
     const cv::Mat& actual;
   };
   std::string compare(const std::vector<Named>& images, std::uint32_t number) const;
-  const DepthResults& depthOf(std::uint32_t number) const {
+  const ExpectedDepth& depthOf(std::uint32_t number) const {
     return m_book.of(number).depth[m_depthMode - 1][m_algorithm];
   }
   template <typename Same>

@@ -13,9 +13,9 @@
 
 using std::chrono::microseconds;
 using stereo::soak::Checks;
-using stereo::soak::DepthResults;
 using stereo::soak::differenceOfEye;
 using stereo::soak::drawNumber;
+using stereo::soak::ExpectedDepth;
 using stereo::soak::ExpectedImages;
 using stereo::soak::Ledger;
 using stereo::soak::now;
@@ -39,7 +39,7 @@ const ExpectedImages& book() {
 constexpr int depthMode = 2;
 constexpr int algorithm = 1;
 
-const DepthResults& depthOf(std::uint32_t number) { return book().of(number).depth[depthMode - 1][algorithm]; }
+const ExpectedDepth& depthOf(std::uint32_t number) { return book().of(number).depth[depthMode - 1][algorithm]; }
 
 // An eye as the camera hands it over.
 cv::Mat eyeOf(std::uint32_t number, int eye) {
@@ -166,7 +166,7 @@ TEST_F(SoakChecks, NoticeWrongViewsDisparitiesAndDepths) {
   EXPECT_THAT(checks.depthPair(picture.lonLat[0], pair[1], pair[0], timestamps[12]), HasSubstr("left view"));
   EXPECT_THAT(checks.depthPair(pair[0], picture.lonLat[1], pair[0], timestamps[12]), HasSubstr("right view"));
   EXPECT_THAT(checks.depthPair(pair[0], pair[1], withOtherPixel(pair[0]), timestamps[12]), HasSubstr("third view"));
-  const DepthResults& depth = depthOf(12);
+  const ExpectedDepth& depth = depthOf(12);
   EXPECT_THAT(checks.disparity(book().of(11).perspective[0], depth.disparity, depth.metric, timestamps[12]),
               HasSubstr("view is not"));
   EXPECT_THAT(checks.disparity(pair[0], withOtherPixel(depth.disparity), depth.metric, timestamps[12]),

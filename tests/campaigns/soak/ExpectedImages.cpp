@@ -121,7 +121,7 @@ public:
   }
 
 private:
-  DepthResults depthOf(const cv::Mat& disparity, const cv::Mat& view, int mode) const {
+  ExpectedDepth depthOf(const cv::Mat& disparity, const cv::Mat& view, int mode) const {
     core::DepthModel depth;
     depth.mode = mode;
     depth.b = core::baselineMeters(m_translation);
@@ -139,7 +139,7 @@ private:
     cloud.baselineMillimeters = cv::norm(m_translation, cv::NORM_L2);
     cloud.xi = m_xi[0];
     cloud.threshold = m_setting.cloudRadius;
-    DepthResults products;
+    ExpectedDepth products;
     products.disparity = disparity;
     baseline::metricDepth(disparity, depth, products.metric);
     baseline::coloredDepth(disparity, depth, products.coloured);

@@ -24,7 +24,7 @@ struct Setting {
 };
 
 /// What comes of one picture's disparity.
-struct DepthResults {
+struct ExpectedDepth {
   cv::Mat disparity;  ///< CV_32FC1, pixels
   cv::Mat metric;     ///< CV_32FC1, metres
   cv::Mat coloured;   ///< CV_8UC3
@@ -38,7 +38,7 @@ struct Picture {
   cv::Mat eye[2];          ///< masked; left, right
   cv::Mat perspective[2];  ///< rectified; left, right
   cv::Mat lonLat[2];
-  DepthResults depth[2][2];  ///< [depth mode - 1][algorithm]
+  ExpectedDepth depth[2][2];  ///< [depth mode - 1][algorithm]
 };
 
 /// The pictures of one frame size, worked out by the plain forms of the algorithms. Never changed once made.

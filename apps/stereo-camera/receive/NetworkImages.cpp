@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "apps/stereo-camera/stream/NetworkImages.hpp"
+#include "apps/stereo-camera/receive/NetworkImages.hpp"
 
 #include <string>
 #include <utility>

@@ -12,7 +12,7 @@
 
 #include "sim/SimulatedCapture.hpp"
 
-namespace stereo::sources {
+namespace stereo::sim {
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -26,18 +26,16 @@ bool sameBits(const cv::Mat& a, const cv::Mat& b) {
   return !a.empty() && a.size() == b.size() && a.type() == b.type() && cv::norm(a, b, cv::NORM_INF) == 0.0;
 }
 
-std::unique_ptr<sim::SimulatedCapture> makeCapture(bool moving, const sim::SimulatedCapture::Options& options) {
-  const auto scene =
-      std::make_shared<const sim::Scene>(sim::Scene::Options{.seed = 1, .moving = moving, .period = 2.0});
-  return std::make_unique<sim::SimulatedCapture>(scene, sim::Rig(1), options);
+std::unique_ptr<SimulatedCapture> makeCapture(bool moving, const SimulatedCapture::Options& options) {
+  const auto scene = std::make_shared<const Scene>(Scene::Options{.seed = 1, .moving = moving, .period = 2.0});
+  return std::make_unique<SimulatedCapture>(scene, Rig(1), options);
 }
 
 TEST(SimulatedCapture, DeliversTheSceneFrameByFrameAndStartsOver) {
-  const auto scene = std::make_shared<const sim::Scene>(sim::Scene::Options{.seed = 1, .moving = true, .period = 2.0});
-  const sim::Renderer renderer(scene, sim::Rig(1), halfSize);
+  const auto scene = std::make_shared<const Scene>(Scene::Options{.seed = 1, .moving = true, .period = 2.0});
+  const Renderer renderer(scene, Rig(1), halfSize);
   for (const bool ring : {true, false}) {
-    sim::SimulatedCapture capture(scene, sim::Rig(1),
-                                  {.frameSize = halfSize, .rate = 0, .framesPerPeriod = 3, .ring = ring});
+    SimulatedCapture capture(scene, Rig(1), {.frameSize = halfSize, .rate = 0, .framesPerPeriod = 3, .ring = ring});
     EXPECT_DOUBLE_EQ(capture.sceneTime(1), 2.0 / 3.0);
     EXPECT_DOUBLE_EQ(capture.sceneTime(4), 2.0 / 3.0);
     for (int n = 0; n < 5; ++n) {
@@ -251,4 +249,4 @@ TEST(SimulatedCapture, ReadersAndSettersMayShareIt) {
 }
 
 }  // namespace
-}  // namespace stereo::sources
+}  // namespace stereo::sim

@@ -11,8 +11,9 @@
 #include <opencv2/videoio.hpp>
 
 #include "StereoCamera.hpp"
+#include "model/CameraFacts.hpp"
 
-namespace stereo::model {
+namespace stereo::sources {
 
 /// The settings that a camera works with, in the units of the settings file.
 struct CameraSettings {
@@ -36,11 +37,8 @@ struct CameraSettings {
 /// Life and threads are those of `StereoCamera`. All operations belong to the host's thread unless they say otherwise.
 class HostCamera : public StereoCamera {
 public:
-  /// An index that no back end knows: the base class finds no device, and OpenCV has nothing to report.
-  static constexpr int noDevice = 9900;
-
   /// On the video device /dev/video`deviceNode`. By default on none, to load and save files with.
-  explicit HostCamera(int deviceNode = noDevice) : StereoCamera(deviceNode) {}
+  explicit HostCamera(int deviceNode = model::noDevice) : StereoCamera(deviceNode) {}
   /// On the video device that the settings file names.
   explicit HostCamera(const std::string& settingsPath) : StereoCamera(settingsPath) {}
 
@@ -94,4 +92,4 @@ protected:
   void stopWorkers();
 };
 
-}  // namespace stereo::model
+}  // namespace stereo::sources

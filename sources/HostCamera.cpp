@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "model/HostCamera.hpp"
+#include "sources/HostCamera.hpp"
 
-namespace stereo::model {
+namespace stereo::sources {
 
 void HostCamera::setDepthLimits(float nearest, float farthest) {
   m_minDepth = nearest;
@@ -40,4 +40,4 @@ void HostCamera::stopWorkers() {
   stopCapture();
 }
 
-}  // namespace stereo::model
+}  // namespace stereo::sources

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "src/core/SoleOwner.hpp"
+#include "src/core/OutputReuse.hpp"
 
 #include <stdexcept>
 #include <vector>
