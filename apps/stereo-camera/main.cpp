@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The host program: parses the command line and runs a command.
 #include <iostream>
 #include <map>
 
@@ -20,7 +21,7 @@ struct OutputOptions {
 
   void addTo(CLI::App& command) {
     auto* const silence = command.add_flag("--quiet", quiet, "no log and no progress; errors stay");
-    command.add_flag("--verbose", verbose, "warnings of OpenCV, GStreamer and FFmpeg, too")->excludes(silence);
+    command.add_flag("--verbose", verbose, "also warnings of OpenCV, GStreamer and FFmpeg")->excludes(silence);
   }
 };
 
@@ -73,7 +74,7 @@ int run(int argc, char** argv) {
 
 }  // namespace
 
-// Outside of what is caught there is only what fails where there is no memory.
+// Only a failed allocation can escape what is caught.
 // NOLINTNEXTLINE(bugprone-exception-escape)
 int main(int argc, char** argv) {
   takeOverStandardOutput();

@@ -99,7 +99,7 @@ TEST(CheckProgram, TellsATurnedEye) {
   const Outcome turned = run(arguments);
   EXPECT_EQ(turned.code, static_cast<int>(ExitCode::problems)) << turned.out;
   EXPECT_THAT(turned.out, HasSubstr("about z (roll)"));
-  EXPECT_THAT(turned.err, HasSubstr("calibrate anew"));
+  EXPECT_THAT(turned.err, HasSubstr("calibrate again"));
 }
 
 TEST(CalibrateProgram, RefusesWhatMakesNoSense) {
@@ -185,7 +185,7 @@ TEST(CheckProgram, CountsAStillPictureOnce) {
   EXPECT_EQ(once.code, 0) << once.err;
   EXPECT_EQ(often.code, 0) << often.err;
   EXPECT_EQ(once.out, often.out);
-  EXPECT_THAT(often.err, HasSubstr("frame 4 of 4: seen already; it counts once"));
+  EXPECT_THAT(often.err, HasSubstr("frame 4 of 4: same as before, counted once"));
 }
 
 TEST(CheckProgram, SaysThatABoardMisleadsIt) {

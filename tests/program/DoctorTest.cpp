@@ -87,7 +87,7 @@ TEST_F(Files, EachFaultOfACalibrationIsNamed) {
   expectProblem(checkCalibrationFile(calibration("LeftXi", [](cv::Mat& xi) { xi *= -1; })), "left eye's xi");
   expectProblem(
       checkCalibrationFile(calibration("RightIntrinsicMatrix", [](cv::Mat& K) { K.at<double>(0, 2) = 1392; })),
-      "right eye's centre");
+      "right eye's center");
   expectProblem(checkCalibrationFile(calibration("RightIntrinsicMatrix", [](cv::Mat& K) { K.at<double>(0, 0) = 2; })),
                 "right eye's focal length");
 }
@@ -174,5 +174,5 @@ TEST(Doctor, LooksForTheEncoder) {
                {"GST_PLUGIN_PATH=" STEREO_CAMERA_PLUGIN_FOLDER, "GST_REGISTRY_FORK=no",
                 "GST_REGISTRY=" + folder.path("registry")});
   with.wait();
-  EXPECT_THAT(with.out(), HasSubstr("encoder and the other GStreamer elements are there"));
+  EXPECT_THAT(with.out(), HasSubstr("encoder and other GStreamer elements are installed"));
 }

@@ -184,7 +184,7 @@ TEST_F(HostProgram, SnapshotOfARecordingWithoutCalibrationSaysWhatIsMissing) {
   EXPECT_EQ(cv::norm(cv::imread(file("out.d/raw.png")), cv::imread(picture), cv::NORM_INF), 0);
   EXPECT_TRUE(std::filesystem::exists(file("out.d/left.png")));
   EXPECT_FALSE(std::filesystem::exists(file("out.d/perspective-left.png")));
-  EXPECT_THAT(outcome.err, HasSubstr("they need a calibration"));
+  EXPECT_THAT(outcome.err, HasSubstr("without a calibration"));
 }
 
 TEST_F(HostProgram, InfoTellsSourceSizesAndCalibration) {
@@ -321,8 +321,7 @@ TEST_F(HostProgram, SnapshotReplacesNothingUnasked) {
   for (const auto& entry : std::filesystem::directory_iterator(file("shot"))) {
     const std::string name = entry.path().filename().string();
     std::ofstream(file("one/" + name)) << "mine";
-    expectFailure(shot + file("one") + "'", ExitCode::output,
-                  name + "' is there already: give another -o, or --replace");
+    expectFailure(shot + file("one") + "'", ExitCode::output, name + "' exists: use another -o, or --replace");
     EXPECT_EQ(readFile(file("one/" + name)), "mine");
     std::filesystem::remove(file("one/" + name));
     ++files;

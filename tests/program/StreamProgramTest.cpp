@@ -16,8 +16,8 @@
 #include <opencv2/imgcodecs.hpp>
 
 #include "apps/stereo-camera/process/Failure.hpp"
-#include "tests/support/Program.hpp"
 #include "tests/support/Await.hpp"
+#include "tests/support/Program.hpp"
 #include "tests/support/StreamReceiver.hpp"
 #include "tests/support/TempDir.hpp"
 
@@ -197,7 +197,7 @@ TEST_F(StreamProgram, ReceiverSaysWhatItCannotHave) {
   address.sin_port = htons(9250);
   address.sin_addr.s_addr = htonl(INADDR_ANY);
   ASSERT_EQ(bind(taken, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-  expectFailure({"receive", "--port", "9250"}, ExitCode::source, "port 9250 cannot be listened to");
+  expectFailure({"receive", "--port", "9250"}, ExitCode::source, "port 9250 cannot be opened");
   close(taken);
   stereo::test::writeFile(file("taken"), "a file, not a folder");
   expectFailure({"receive", "--save", file("taken")}, ExitCode::output, "taken");
@@ -216,7 +216,7 @@ TEST_F(StreamProgram, WithoutAnEncoderNothingIsSent) {
                           "GST_REGISTRY_1_0=" + file("registry")};
   Program stream(STEREO_CAMERA_PROGRAM, Arguments{"stream", "--mode", "1", "--seconds", "0.2"} + stillCamera, nowhere);
   EXPECT_EQ(stream.wait(), static_cast<int>(ExitCode::output));
-  EXPECT_THAT(stream.err(), HasSubstr("stereo-camera: nothing can be sent: GStreamer has no element"));
+  EXPECT_THAT(stream.err(), HasSubstr("stereo-camera: cannot stream: GStreamer has no element"));
   EXPECT_EQ(stream.out(), "");
   Program receiver(STEREO_CAMERA_PROGRAM, {"receive"}, nowhere);
   EXPECT_EQ(receiver.wait(), static_cast<int>(ExitCode::source));

@@ -12,15 +12,15 @@ namespace {
 
 Reader::Read readPair(StereoCamera& camera) {
   return [&camera, left = cv::Mat(), right = cv::Mat()]() mutable -> std::int64_t {
-    inputTimestamp = 0;  // stays so where no frame could be had, which images that are filled already would hide
+    inputTimestamp = 0;  // stays 0 without a frame; the return value is true with images filled before
     return camera.getRectStereoFrame(left, right) ? inputTimestamp : 0;
   };
 }
 
 Reader::Read readDepth(StereoCamera& camera) {
-  return [&camera, colour = cv::Mat()]() mutable -> std::int64_t {
+  return [&camera, color = cv::Mat()]() mutable -> std::int64_t {
     std::chrono::microseconds timestamp{0};
-    return camera.getDepthFrame(colour, true, timestamp) ? timestamp.count() : 0;
+    return camera.getDepthFrame(color, true, timestamp) ? timestamp.count() : 0;
   };
 }
 

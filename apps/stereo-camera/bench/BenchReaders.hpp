@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The three readers of a measured run, a thread each.
 #pragma once
 
 #include <atomic>
@@ -14,25 +15,25 @@
 
 namespace stereo::app {
 
-/// One kind of product, read over and over on a thread of its own, from construction until the camera is stopped.
+/// Reads one kind of product repeatedly on a thread of its own, from construction until the camera is stopped.
 class Reader {
 public:
-  /// Reads once; the timestamp that goes with the result in system microseconds, 0 if there was none.
+  /// Reads once; returns the timestamp of the result, system microseconds, or 0 if there was none.
   using Read = std::function<std::int64_t()>;
 
   Reader(std::string name, StereoCamera& camera, Read read);
-  /// Whoever the reader waits for is to have released it.
+  /// The camera must have released the reader: it was stopped.
   ~Reader() { end(); }
   Reader(const Reader&) = delete;
   Reader& operator=(const Reader&) = delete;
 
   const std::string& name() const { return m_name; }
   bool hasRead() const { return m_hasRead; }
-  /// A read has thrown, and the thread ended with it.
+  /// A read threw, which ended the thread.
   bool failed() const { return m_failed; }
   void askToEnd() { m_ending = true; }
   void end();
-  /// Once ended: throws what the reads threw.
+  /// Once ended: rethrows what a read threw.
   void check() const;
   /// Once ended.
   const BoundedList<Product>& products() const { return m_products; }
@@ -48,10 +49,10 @@ private:
   std::atomic<bool> m_hasRead{false};
   std::atomic<bool> m_failed{false};
   std::atomic<bool> m_ending{false};
-  std::thread m_thread;  // the last: it uses the others
+  std::thread m_thread;  // last: it uses the others
 };
 
-/// The three readers of a measured run, on a camera that is a `MeasuredCamera`. They are ended by stopping the camera.
+/// The three readers of a measured run, on a `MeasuredCamera`. Stopping the camera ends them.
 class Readers {
 public:
   Readers(StereoCamera& camera, Watchdog& watch);
@@ -60,11 +61,11 @@ public:
   Readers& operator=(const Readers&) = delete;
 
   bool failed() const { return pair.failed() || depth.failed() || cloud.failed(); }
-  /// The first that has read nothing yet; null if all have.
+  /// The first that has read nothing yet; null if none.
   const Reader* waiting() const;
-  /// Stops the camera, which releases who waits in it, and the readers with it.
+  /// Stops the camera, which releases waiting readers, and ends the readers.
   void end();
-  /// Once ended: throws what a reader met with.
+  /// Once ended: rethrows what a read threw.
   void check() const;
 
 private:

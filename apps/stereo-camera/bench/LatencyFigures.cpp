@@ -8,7 +8,7 @@ namespace stereo::app {
 
 namespace {
 
-constexpr std::int64_t hold = 1000;  // microseconds that a worker holds what it published
+constexpr std::int64_t hold = 1000;  // microseconds that a worker holds what it publishes
 
 double milliseconds(std::int64_t from, std::int64_t to) { return static_cast<double>(to - from) / 1000.0; }
 

@@ -23,7 +23,7 @@ namespace {
 
 constexpr double degree = CV_PI / 180.0;
 
-// "data:image/jpeg;base64,...": a page that can be sent to somebody is one file.
+// "data:image/jpeg;base64,...", so that the page is a single file to send.
 std::string embedded(const cv::Mat& image) {
   std::vector<unsigned char> bytes;
   cv::imencode(".jpg", image, bytes, {cv::IMWRITE_JPEG_QUALITY, 88});
@@ -40,8 +40,8 @@ void addFigure(std::ostringstream& html, const cv::Mat& image, const std::string
   }
 }
 
-// Green for a perfect fit, yellow for half a pixel, red for a pixel and more.
-cv::Scalar colourOf(double error) {
+// Green for a perfect fit, yellow for half a pixel, red for a pixel or more.
+cv::Scalar colorOf(double error) {
   const double share = std::min(error, 1.0);
   return {40.0, 255.0 * std::min(1.0, 2.0 * (1.0 - share)), 255.0 * std::min(1.0, 2.0 * share)};
 }
@@ -67,7 +67,7 @@ void drawRings(cv::Mat& eyeImage, const model::OmniModel& eye) {
   }
 }
 
-// Three rows: how many corners, their mean and their greatest error, ring by ring.
+// Three rows: number of corners, mean and maximum error for each ring.
 void addSpreads(std::ostringstream& html, const std::string& title,
                 const std::vector<const calibration::Spread*>& spreads) {
   html << "<tr><th class=\"group\" colspan=\"" << spreads.size() + 1 << "\">" << title << "</th></tr>\n";
@@ -83,7 +83,7 @@ void addSpreads(std::ostringstream& html, const std::string& title,
   row("most", [](const calibration::Spread& spread) { return formatted("%.2f", spread.most); });
 }
 
-// A column a ring: few enough for a telephone's width.
+// A column for each ring; they fit a phone's width.
 void addRings(std::ostringstream& html, const calibration::Assessment& assessment) {
   std::vector<const calibration::Spread*> reprojection;
   std::vector<const calibration::Spread*> rows;
@@ -114,7 +114,7 @@ void addPictures(std::ostringstream& html, const CalibrationStory& story) {
   html << "<h2>Pictures</h2>\n<div class=\"scroll\"><table>\n<tr><th>picture</th><th class=\"number\">left "
           "corners</th><th "
           "class=\"number\">right "
-          "corners</th><th class=\"number\">thrown out</th><th class=\"number\">rms, px</th><th>verdict</th></tr>\n";
+          "corners</th><th class=\"number\">rejected</th><th class=\"number\">rms, px</th><th>verdict</th></tr>\n";
   const calibration::Calibration& result = story.result;
   for (std::size_t view = 0; view < result.views.size(); ++view) {
     const calibration::BoardView& each = result.views[view];
@@ -127,12 +127,12 @@ void addPictures(std::ostringstream& html, const CalibrationStory& story) {
          << "</td><td class=\"number\">" << each.corners[1].size() << "</td><td class=\"number\">"
          << each.corners[0].size() + each.corners[1].size() - used << "</td><td class=\"number\">"
          << (std::isfinite(rms) ? formatted("%.2f", rms) : "") << "</td><td>"
-         << (result.kept[view] != 0 ? "kept" : "thrown out: does not fit the others") << "</td></tr>\n";
+         << (result.kept[view] != 0 ? "kept" : "rejected: does not fit the others") << "</td></tr>\n";
   }
   html << "</table></div>\n";
 }
 
-// The kept picture of both eyes that fits worst and the one that fits best; the same if there is but one.
+// Of the kept pictures of both eyes, the one that fits best and the one that fits worst; the same if there is only one.
 std::pair<std::size_t, std::size_t> extremes(const calibration::Calibration& result) {
   std::vector<std::pair<double, std::size_t>> order;
   for (std::size_t view = 0; view < result.views.size(); ++view) {
@@ -171,7 +171,7 @@ std::vector<std::pair<std::string, std::string>> calibrationFacts(const Calibrat
     const model::OmniModel& m = result.estimate.rig.eyes[eye];
     facts.emplace_back(
         eye == 0 ? "left eye" : "right eye",
-        formatted("xi %.4f, focal length %.2f x %.2f px, centre (%.2f, %.2f) px, k1 %.5f, k2 %.5f, p1 %.5f, "
+        formatted("xi %.4f, focal length %.2f x %.2f px, center (%.2f, %.2f) px, k1 %.5f, k2 %.5f, p1 %.5f, "
                   "p2 %.5f",
                   m.xi, m.fx, m.fy, m.cx, m.cy, m.k1, m.k2, m.p1, m.p2));
   }
@@ -230,7 +230,7 @@ cv::Mat coveragePicture(const CalibrationStory& story) {
       for (std::size_t k = 0; k < result.views[view].corners[eye].size(); ++k) {
         const bool used = result.selection[view][eye][k] != 0;
         const double error = used ? result.errors.reprojection[view][eye][k] : 1.0;
-        cv::circle(half, result.views[view].corners[eye][k], used ? 3 : 4, colourOf(error), used ? cv::FILLED : 2,
+        cv::circle(half, result.views[view].corners[eye][k], used ? 3 : 4, colorOf(error), used ? cv::FILLED : 2,
                    cv::LINE_AA);
       }
     }
@@ -276,7 +276,7 @@ std::string calibrationPage(const CalibrationStory& story) {
     html << "<p class=\"fault\">" << escaped(fault) << "</p>\n";
   }
   if (story.assessment.faults.empty()) {
-    html << "<p class=\"good\">Good: corners lie " << formatted("%.2f", story.result.rms())
+    html << "<p class=\"good\">Good: corners are " << formatted("%.2f", story.result.rms())
          << " px from the model (rms), rectified rows agree to " << formatted("%.2f", story.assessment.rows.mean)
          << " px (mean).</p>\n";
   }
@@ -290,13 +290,13 @@ std::string calibrationPage(const CalibrationStory& story) {
   html << "</table></div>\n";
   addFigure(html, coveragePicture(story), "Coverage",
             "All corners, left eye and right eye. Green fits, yellow is half a pixel off, red a pixel or more; open "
-            "circles were thrown out. Rings every 30 degrees off the axis. Where there are no corners the model is a "
+            "circles were rejected. Rings every 30 degrees off the axis. Where there are no corners the model is a "
             "guess.");
   addRings(html, story.assessment);
   const auto [best, worst] = extremes(story.result);
   addFigure(html, rectifiedPicture(story, best),
             "The picture that fits best, rectified: " + story.result.views[best].name,
-            "The same thing lies on the same line in both eyes.");
+            "Each point is on the same line in both eyes.");
   if (worst != best) {
     addFigure(html, rectifiedPicture(story, worst),
               "The picture that fits worst, rectified: " + story.result.views[worst].name,

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The results of calibrate: facts, JSON, HTML page and pictures.
 #pragma once
 
 #include <functional>
@@ -14,7 +15,7 @@
 
 namespace stereo::app {
 
-/// What the report is made from.
+/// What the report is made of.
 struct CalibrationStory {
   const calibration::Calibration& result;
   const calibration::Assessment& assessment;
@@ -24,20 +25,20 @@ struct CalibrationStory {
   std::function<cv::Mat(std::size_t)> picture;  ///< side-by-side picture of a view, CV_8UC3; may be empty
 };
 
-/// Facts of a calibration, name and value, for the terminal and the page.
+/// Facts about a calibration, name and value, for the terminal and the page.
 std::vector<std::pair<std::string, std::string>> calibrationFacts(const CalibrationStory& story);
 
-/// The figures of the same, with what is good and bad about it.
+/// The same as figures, with problems and advice.
 Json calibrationFigures(const CalibrationStory& story);
 
-/// The page, complete in itself: its pictures are part of it.
+/// The page as HTML, with its pictures embedded.
 std::string calibrationPage(const CalibrationStory& story);
 
-/// Both eyes side by side (CV_8UC3) with every corner that was found, as dots coloured from green (fits) over yellow to
-/// red (a pixel off or thrown out), and circles every 30 degrees off the axis.
+/// Both eyes side by side (CV_8UC3) with every corner found, as dots colored from green (fits) over yellow to red (a
+/// pixel off or rejected), and circles every 30 degrees off the axis.
 cv::Mat coveragePicture(const CalibrationStory& story);
 
-/// The pair of one view rectified as the camera does it by default but twice as large, with lines across both eyes.
+/// The pair of one view, rectified as the camera does by default but twice as large, with lines across both eyes.
 cv::Mat rectifiedPicture(const CalibrationStory& story, std::size_t view);
 
 }  // namespace stereo::app

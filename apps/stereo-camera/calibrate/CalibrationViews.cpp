@@ -39,7 +39,7 @@ std::vector<fs::path> imagesOf(const fs::path& folder) {
     }
   }
   if (failure || images.empty()) {
-    throw Failure(ExitCode::source, "there is no image to be read in the folder '" + folder.string() + "'");
+    throw Failure(ExitCode::source, "no readable image in the folder '" + folder.string() + "'");
   }
   std::sort(images.begin(), images.end());
   return images;
@@ -57,7 +57,7 @@ std::string coverageText(const calibration::Coverage& coverage) {
   return text + (where.empty() ? "" : "; next: " + where);
 }
 
-// The frame of both eyes side by side; empty if the camera has ended.
+// The next frame, both eyes side by side.
 cv::Mat nextFrame(StereoCamera& camera, Watchdog& watch) {
   cv::Mat left;
   cv::Mat right;
@@ -67,13 +67,13 @@ cv::Mat nextFrame(StereoCamera& camera, Watchdog& watch) {
   return frame;
 }
 
-// Looks for a board of another size where none of the size asked for was seen in the first pictures. Throws Failure
-// with the size that would fit, if there is one.
+// Looks for a board of another size if none of the requested size was seen in the first pictures. Throws Failure with
+// the size that would fit, if there is one.
 class WrongBoard {
 public:
   explicit WrongBoard(const calibration::Board& board) : m_board(board) {}
 
-  /// Whether a whole board was seen in the next picture.
+  /// Adds a picture; `isSeen`: it shows a whole board.
   void offer(const cv::Mat& picture, bool isSeen) {
     m_isSeen = m_isSeen || isSeen;
     if (m_isSeen || m_isTold) {
@@ -129,11 +129,12 @@ BoardPictures readBoards(const fs::path& folder, const calibration::Board& board
       continue;
     }
     if (picture.cols % 2 != 0) {
-      throw Failure(ExitCode::problems, "'" + name + "' has an odd width: both eyes lie side by side, equally wide");
+      throw Failure(ExitCode::problems,
+                    "'" + name + "' has an odd width: both eyes must be side by side, equally wide");
     }
     if (!size.empty() && picture.size() != size) {
       throw Failure(ExitCode::problems, "'" + name +
-                                            "' has another size than the pictures before: one folder holds the "
+                                            "' differs in size from the pictures before: one folder holds the "
                                             "pictures of one camera at one size");
     }
     size = picture.size();
@@ -187,7 +188,7 @@ BoardPictures takeBoards(const LiveOptions& options, const calibration::Board& b
       if (failure.code() != ExitCode::noFrames || frames.size() < calibration::leastPictures) {
         throw;
       }
-      progress() << failure.what() << ": going on with what there is" << std::endl;
+      progress() << failure.what() << ": continuing with the pictures so far" << std::endl;
       break;
     }
     if (collector == nullptr) {
@@ -195,7 +196,7 @@ BoardPictures takeBoards(const LiveOptions& options, const calibration::Board& b
       collector = std::make_unique<Collector>(result.eyeSize, isDevice);
     }
     if (frame.size() != cv::Size(2 * result.eyeSize.width, result.eyeSize.height)) {
-      throw Failure(ExitCode::problems, "the frames change their size; calibrate from one size at a time");
+      throw Failure(ExitCode::problems, "the frame size changed; calibrate from one size at a time");
     }
     char name[32];
     std::snprintf(name, sizeof name, "board-%03zu.png", frames.size() + 1);
@@ -212,21 +213,22 @@ BoardPictures takeBoards(const LiveOptions& options, const calibration::Board& b
       last = Clock::now();
       told = verdict;
     } else {
-      // Once, not for every frame; and no faster than it can be read, where a board at the edge comes and goes.
+      // Once per reason, not for every frame; and slowly enough to read if a board at the edge comes and goes.
       if (verdict != told && Clock::now() - toldAt >= std::chrono::seconds(1)) {
         tell(frames.size(), wanted, "waiting", describe(verdict));
         told = verdict;
         toldAt = Clock::now();
       }
       if (Clock::now() - last > std::chrono::duration<double>(options.idle)) {
-        progress() << "nothing new for " << options.idle << " seconds: going on with what there is" << std::endl;
+        progress() << "nothing new for " << options.idle << " seconds: continuing with the pictures so far"
+                   << std::endl;
         break;
       }
     }
   }
   watch.finish();
   if (signalReceived() == SIGINT && !frames.empty()) {
-    forgiveSignal();  // whoever presses Ctrl-C has held the board long enough
+    forgiveSignal();  // Ctrl-C means: that is enough pictures
   }
   checkSignals();
   if (collector != nullptr) {

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Opens a camera that a calibration board is shown to.
 #pragma once
 
 #include "apps/stereo-camera/camera/CameraSource.hpp"
@@ -6,8 +7,7 @@
 
 namespace stereo::app {
 
-/// Opens what `openCamera` would, but the simulated camera with this board moved about before it, in place of the room.
-/// Throws Failure.
+/// As `openCamera`, but the simulated camera sees this board, moved about, instead of the room. Throws Failure.
 OpenedCamera openBoardCamera(const SourceOptions& options, const calibration::Board& board);
 
 }  // namespace stereo::app

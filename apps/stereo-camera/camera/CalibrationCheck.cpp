@@ -18,7 +18,7 @@ struct Expected {
   int cols;
 };
 
-// In the order in which the camera hands its calibration out.
+// In the order of `getCalibParams`.
 constexpr Expected perEye[] = {
     {"IntrinsicMatrix", 3, 3}, {"DistortionCoefficients", 1, 4}, {"Xi", 1, 1}, {"Rotation", 3, 3}};
 

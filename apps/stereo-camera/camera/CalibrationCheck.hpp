@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Checks that a camera's calibration is complete and well formed.
 #pragma once
 
 #include <string>
@@ -7,8 +8,8 @@
 
 namespace stereo::app {
 
-/// Throws Failure (calibration), naming the keys that are missing or of the wrong shape, unless the camera has a
-/// calibration that maps can be built from. `complete` is what loading the file returned.
+/// Throws Failure (calibration), naming keys that are missing or have the wrong shape, unless maps can be built from
+/// the camera's calibration. `complete`: what loading the file returned.
 void checkCalibration(StereoCamera& camera, const std::string& file, bool complete);
 
 }  // namespace stereo::app

@@ -52,7 +52,7 @@ std::unique_ptr<Camera> makeCamera(const Onlooker& onlooker, const Argument& arg
   return std::make_unique<Camera>(argument);
 }
 
-// Settings on a camera that has its frames from elsewhere: what they say about the device does not apply.
+// Settings for a camera without a device: what they say about the device does not apply.
 void applySettings(sources::VirtualCamera& camera, const std::string& path) {
   const cv::Size rawSize = camera.getRawFrameSize();
   const cv::Size rectifiedSize = camera.rectFrameSize();
@@ -90,8 +90,7 @@ void loadCalibration(OpenedCamera& opened, const std::string& path) {
   opened.calibrated = true;
 }
 
-// Of random faults: they go on for this many frames, and then all is well. Half a minute of a camera at its full rate,
-// a fault every second.
+// Random faults last this many frames: half a minute at full rate, about a fault a second.
 constexpr std::uint64_t randomFrames = 900;
 constexpr int randomFaultCount = 30;
 
@@ -105,7 +104,7 @@ sim::FaultScript faultsFrom(const std::string& text, const cv::Size& frameSize) 
     if (error != std::errc() || stopped != end) {
       throw Failure(ExitCode::usage, "--faults: '" + text + "' is not a seed such as seed:7");
     }
-    // Frames of another type stay out: matching them ends the process.
+    // No frames of other types: matching them ends the process.
     return sim::randomFaults(seed, {.frames = randomFrames, .faults = randomFaultCount, .frameSize = frameSize});
   }
   requireReadable(text, "faults", ExitCode::source);
@@ -149,7 +148,7 @@ OpenedCamera openSimulated(const SourceOptions& options, const Onlooker& onlooke
   return simulated;
 }
 
-// A recording's settings stand in for what the command line does not give.
+// A recording's settings apply where the command line sets nothing.
 void takeRecordedSettings(sources::ReplayCamera& camera, const SourceOptions& options, const std::string& path) {
   applySettings(camera, path);
   if (options.given("--rectified")) {
@@ -221,12 +220,12 @@ OpenedCamera openDevice(const SourceOptions& options, const Onlooker& onlooker) 
   if (!camera->isOpened()) {
     const std::string reason = notSupported(supportedFormatsOfNode(camera->getDeviceNode(), requested.size), requested);
     if (!reason.empty()) {
-      // The settings are told to the device before anybody sees whether it opened.
+      // The class sends its settings to the device before it checks whether that is open.
       throw Failure(ExitCode::source, "cannot use " + description + ": " + reason);
     }
     throw Failure(ExitCode::source, "cannot open " + description + " (/dev/video" +
                                         std::to_string(camera->getDeviceNode()) +
-                                        "): is it there, may you read it, and does nobody else hold it?");
+                                        "): does it exist, may you read it, and is no other program using it?");
   }
   bool isAboutSize = false;
   const std::string unmet = unmetRequest(*camera, requested, isAboutSize);
@@ -279,7 +278,7 @@ void SourceOptions::addTo(CLI::App& added, const SourceUse& use) {
         ->type_name("WxH")
         ->capture_default_str();
   }
-  added.add_option("--rate", rate, "frames per second; 0: as fast as they can be had")
+  added.add_option("--rate", rate, "frames per second; 0: as fast as possible")
       ->check(CLI::Range(0.0, 1000.0))
       ->capture_default_str();
   if (use.depth) {
@@ -299,7 +298,7 @@ void SourceOptions::addTo(CLI::App& added, const SourceUse& use) {
   added.add_option("--seed", seed, "seed of the simulated camera")->capture_default_str();
   if (use.scene) {
     added.add_flag("--still", still, "simulated scene without motion");
-    added.add_option("--faults", faults, "what goes wrong with the simulated camera: a file, or seed:N to draw it")
+    added.add_option("--faults", faults, "faults of the simulated camera: a file, or seed:N for random ones")
         ->type_name("FILE")
         ->excludes(opened)
         ->excludes(played)

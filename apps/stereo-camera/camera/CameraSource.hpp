@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Options that name a camera, and opening what they name.
 #pragma once
 
 #include <memory>
@@ -15,11 +16,10 @@ class Option;
 
 namespace stereo::app {
 
-/// Which options a command has a use for, beside those that name the source. A command without one of them goes by its
-/// default.
+/// Which options a command takes besides those that name the source. The others keep their defaults.
 struct SourceUse {
   bool plays = true;        ///< frames are read: --once
-  bool scene = true;        ///< of the simulated camera: --still, --faults
+  bool scene = true;        ///< for the simulated camera: --still, --faults
   bool calibration = true;  ///< --calibration
   bool rectified = false;   ///< --rectified
   bool depth = false;       ///< --depth-mode
@@ -27,8 +27,8 @@ struct SourceUse {
   bool position = false;    ///< --position
 };
 
-/// Where frames come from and how they are rectified, as the command line tells. One of simulate (the default), replay,
-/// device and settings; settings may also go with simulate and replay, and then only adjust them.
+/// Where frames come from and how they are rectified, from the command line. One of simulate (the default), replay,
+/// device and settings; settings may also adjust simulate and replay.
 struct SourceOptions {
   bool simulate = false;
   std::string replay;
@@ -44,49 +44,49 @@ struct SourceOptions {
   bool once = false;
   int depthMode = 2;
   std::string matcher = "sgm";
-  int position = -1;  // negative: as the calibration says
+  int position = -1;  // negative: from the calibration
 
-  /// Adds the options that the subcommand has a use for.
+  /// Adds the options that the subcommand takes.
   void addTo(CLI::App& command, const SourceUse& use);
 
-  /// Whether the command line names a source; the simulated camera stands in otherwise.
+  /// Whether the command line names a source. If not, the simulated camera is used.
   bool named() const;
-  /// Throws Failure (usage) with the choices unless a source is named. `others`: what the command takes beside them.
+  /// Throws Failure (usage) with the choices unless a source is named. `others`: further choices of the command.
   void requireNamed(const std::string& others = "") const;
 
-  /// The command that they were added to, which knows which of them were given; none: all count as given.
+  /// The command that the options were added to, which knows which were given; null: all count as given.
   const CLI::App* command = nullptr;
   bool given(const char* option) const;
 };
 
-/// A camera that was opened and calibrated, not yet started.
+/// A camera that is open and calibrated, but not started.
 struct OpenedCamera {
   std::unique_ptr<sources::HostCamera> camera;
   std::string description;  ///< "simulated camera, seed 1"
   bool calibrated = false;
-  cv::Size askedSize;  ///< frame size a device seemed to take, to be compared with its frames; may be empty
+  cv::Size askedSize;  ///< size that a device seemed to accept, for comparison with its frames; may be empty
 
-  /// Of the camera: "sgm" or "bm".
+  /// "sgm" or "bm"
   std::string matcher() const { return camera->algorithm() == 1 ? "bm" : "sgm"; }
 };
 
-/// Who looks on while a camera works, at most one of them, and then outlives it.
+/// Who observes the camera: at most one, which outlives it.
 struct Onlooker {
-  RunRecord* record = nullptr;  ///< it is measured: a `MeasuredCamera`, a simulated one with its frames rendered
-  sources::Recorder* recorder = nullptr;  ///< its frames are recorded: a `RecordingCamera`
+  RunRecord* record = nullptr;            ///< measure it: opens a `MeasuredCamera`
+  sources::Recorder* recorder = nullptr;  ///< record its frames: opens a `RecordingCamera`
 };
 
-/// Opens what the options name, and says first on standard error what that is, "source: simulated camera, seed 1".
+/// Opens the source that the options name, after naming it on standard error: "source: simulated camera, seed 1".
 /// Throws Failure with one line that says what is missing.
 ///
-/// A recording brings its calibration and settings: the one is loaded unless the options name another, the others stand
-/// in for all that was not given on the command line. It is played as it was recorded, or at the rate that was given.
+/// A recording comes with calibration and settings. Its calibration is loaded unless the options name another; its
+/// settings apply to all that the command line does not set. It plays with its recorded timing, or at --rate if given.
 OpenedCamera openCamera(const SourceOptions& options, const Onlooker& onlooker = {});
 
-/// Adds --device, whose number it leaves in `device`.
+/// Adds --device, which stores the node number in `device`.
 CLI::Option* addDeviceOption(CLI::App& command, int& device);
 
-/// "1856x800" to a size. Throws Failure (usage) for anything else than two numbers from 1 to 32767.
+/// "1856x800" to a size. Throws Failure (usage) for anything but two numbers from 1 to 32767.
 cv::Size parseSize(const std::string& text, const std::string& option);
 
 }  // namespace stereo::app

@@ -8,14 +8,14 @@
 
 namespace stereo::app {
 
-/// A camera on a real video device, with what a host has to see to itself: the radius of the image circle, which the
-/// class takes from `setRawFrameSize` alone and for the camera's two formats only.
-class DeviceCamera : public sources::HostCamera {
+/// A camera on a real video device that sets the radius of the image circle for any frame size. The class sets it only
+/// in `setRawFrameSize`, and only for the camera's two formats.
+class DeviceCamera : public model::HostCamera {
 public:
   using HostCamera::HostCamera;
 
   /// Sends the frame size to the device and sets the image circle: a quarter of the width for the camera's formats,
-  /// otherwise so large that every pixel stays. Before `startCapture`.
+  /// otherwise large enough to keep every pixel. Call before `startCapture`.
   void chooseFrameSize(cv::Size size);
 
   /// The video device itself; with GStreamer it may have closed since the camera was opened.

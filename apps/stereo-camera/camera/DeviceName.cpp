@@ -12,7 +12,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Where symbolic links lead to, whether there is anything or not.
+// Target of symbolic links, whether it exists or not.
 fs::path followed(fs::path path) {
   std::error_code failure;
   for (int links = 0; links < 16 && fs::is_symlink(path, failure); ++links) {

@@ -10,7 +10,7 @@ namespace stereo::app {
 
 namespace {
 
-constexpr double nearRate = 0.5;  // frames a second; 29.97 is what is meant by 30
+constexpr double nearRate = 0.5;  // frames a second; 29.97 counts as 30
 
 std::string giveSize(const RequestedFormat& requested, const std::string& which) {
   return requested.fromFile ? "set \"FrameSize\" in the settings to " + which : "give --size " + which;
@@ -36,24 +36,24 @@ std::string backEndOf(const cv::VideoCapture& device) {
 
 std::string chosenInstead(cv::Size size, double rate, const RequestedFormat& requested) {
   if (size != requested.size) {
-    return "the device gives " + model::sizeText(size) + " instead of " + model::sizeText(requested.size) + ": " +
+    return "the device delivers " + model::sizeText(size) + " instead of " + model::sizeText(requested.size) + ": " +
            giveSize(requested, model::sizeOption(size)) + ", or try another of its nodes";
   }
-  // 0: the driver has no say in its rate.
+  // 0: the driver does not report a rate.
   if (rate > 0 && std::abs(rate - requested.rate) >= nearRate) {
-    return "the device gives " + numberText(rate) + " frames a second instead of " + numberText(requested.rate) + ": " +
-           giveRate(requested, numberText(rate));
+    return "the device delivers " + numberText(rate) + " frames a second instead of " + numberText(requested.rate) +
+           ": " + giveRate(requested, numberText(rate));
   }
   return "";
 }
 
 std::string notSupported(const SupportedFormats& supported, const RequestedFormat& requested) {
   if (supported.formats.empty() && !supported.otherSizes.empty()) {
-    return "the device does not offer " + model::sizeText(requested.size) + ": " +
-           giveSize(requested, "one that it offers (" + sizesText(supported) + ")");
+    return "the device does not support " + model::sizeText(requested.size) + ": " +
+           giveSize(requested, "one that it supports (" + sizesText(supported) + ")");
   }
   if (!supported.formats.empty() && !supported.hasRate(requested.rate)) {
-    return "the device does not offer " + numberText(requested.rate) + " frames a second at " +
+    return "the device does not support " + numberText(requested.rate) + " frames a second at " +
            model::sizeText(requested.size) + ": " + giveRate(requested, ratesText(supported));
   }
   return "";
@@ -69,7 +69,7 @@ std::string unmetRequest(const DeviceCamera& camera, const RequestedFormat& requ
   if (!device->isOpened()) {
     const std::string reason = notSupported(supportedFormatsOfNode(camera.nodeNumber(), requested.size), requested);
     throw Failure(ExitCode::source, "the device closed when it was asked for " + asked(requested) + "; " +
-                                        (reason.empty() ? "ask for a size and rate that it has" : reason) +
+                                        (reason.empty() ? "request a size and rate that it supports" : reason) +
                                         ", or let V4L2 choose the nearest (OPENCV_VIDEOIO_PRIORITY_V4L2=999)");
   }
   if (backEnd == "V4L2") {

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Compares the format requested from a device with what it supports or chose.
 #pragma once
 
 #include <string>
@@ -8,23 +9,22 @@
 
 namespace stereo::app {
 
-/// A frame size and rate that a device was asked for, and how the user asked.
+/// A frame size and rate requested from a device, and where the user set them.
 struct RequestedFormat {
   cv::Size size;
   double rate = 0;        ///< frames a second
-  bool fromFile = false;  ///< by the settings, not by options
+  bool fromFile = false;  ///< set in the settings file, not by options
 };
 
-/// What became of the wishes once they were told to the device, as far as that shows before a frame has come: a line
-/// with the remedy for the user, empty where all seems well. Throws Failure (source) with such a line where the device
-/// has closed over it. OpenCV's answers differ: V4L2 tells what the driver chose, GStreamer only ever what was there at
-/// first, so there it is what the driver offers that counts.
-/// Whether it is about the size goes to `isAboutSize`.
+/// Checks, before any frame has come, whether the device accepted the requested format. Returns a line with the remedy
+/// for the user, empty where all seems well; `isAboutSize` says whether it is about the size. Throws Failure (source)
+/// with such a line if the device closed because of the request. V4L2 reports what the driver chose; GStreamer keeps
+/// reporting the initial values, so there the driver's supported formats decide.
 std::string unmetRequest(const DeviceCamera& camera, const RequestedFormat& requested, bool& isAboutSize);
 
-/// The same for what V4L2 tells (`took`: size and rate).
+/// The same from the size and rate (frames a second) that V4L2 reports.
 std::string chosenInstead(cv::Size size, double rate, const RequestedFormat& requested);
-/// The same for what the driver offers; nothing where it does not tell.
+/// The same from the driver's supported formats; empty where it reports none.
 std::string notSupported(const SupportedFormats& supported, const RequestedFormat& requested);
 
 }  // namespace stereo::app

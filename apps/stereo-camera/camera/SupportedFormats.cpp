@@ -42,7 +42,7 @@ bool covers(const v4l2_frmsizeenum& offered, cv::Size size) {
          fits(height, range.min_height, range.max_height, range.step_height);
 }
 
-// Frames a second; 0 for an interval that makes no sense.
+// Frames a second; 0 for an invalid interval.
 double rateOf(const v4l2_fract& interval) {
   return interval.numerator == 0 ? 0 : static_cast<double>(interval.denominator) / interval.numerator;
 }
@@ -79,7 +79,7 @@ void addOther(SupportedFormats& supported, cv::Size size) {
 }  // namespace
 
 bool SupportedFormats::hasRate(double rate) const {
-  constexpr double near = 0.5;  // 29.97 is what is meant by 30
+  constexpr double near = 0.5;  // 29.97 counts as 30
   return !reportsRates() ||
          std::any_of(rates.begin(), rates.end(), [&](double one) { return std::abs(one - rate) < near; }) ||
          std::any_of(rateRanges.begin(), rateRanges.end(),

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Frame sizes and rates that a video device supports, from its driver.
 #pragma once
 
 #include <string>
@@ -9,23 +10,23 @@
 
 namespace stereo::app {
 
-/// What the driver of a video device says it has, for one frame size that is wanted.
+/// What the driver of a video device supports at one requested frame size.
 struct SupportedFormats {
-  std::vector<std::string> formats;                   ///< pixel formats that come in that size, "YUYV"
-  std::vector<cv::Size> otherSizes;                   ///< some of the sizes that it has instead
+  std::vector<std::string> formats;                   ///< pixel formats at that size, "YUYV"
+  std::vector<cv::Size> otherSizes;                   ///< some of its other sizes
   std::vector<double> rates;                          ///< frames a second at that size, fastest first
   std::vector<std::pair<double, double>> rateRanges;  ///< any rate from the first to the second
 
-  /// Whether the driver tells anything about sizes.
+  /// Whether the driver reports sizes.
   bool reportsSizes() const { return !formats.empty() || !otherSizes.empty(); }
   bool reportsRates() const { return !rates.empty() || !rateRanges.empty(); }
-  /// Whether the rate (frames a second) is on offer, as far as the driver tells.
+  /// Whether the rate (frames a second) is supported; true if the driver reports no rates.
   bool hasRate(double rate) const;
 };
 
-/// Asks the driver. `device`: an open descriptor of the video device, which others may be reading meanwhile.
+/// Queries the driver. `device`: an open descriptor of the video device, which others may read meanwhile.
 SupportedFormats supportedFormats(int device, cv::Size wanted);
-/// The same by number, /dev/video<node>; nothing is offered where it cannot be opened.
+/// The same by number, /dev/video<node>; empty if it cannot be opened.
 SupportedFormats supportedFormatsOfNode(int node, cv::Size wanted);
 
 /// "29.97"

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Command bench: measures a sustained run.
 #include <algorithm>
 #include <memory>
 #include <thread>
@@ -33,12 +34,12 @@ struct BenchOptions {
   JsonOption json;
 };
 
-// A run ends when its notes are almost full: figures of a part would be taken for those of the whole.
+// A run ends when its record is almost full, so that the results cover all of it.
 constexpr std::uint64_t mostFrames = 250'000;
 static_assert(mostFrames < RunRecord::defaultCapacity);
-constexpr std::chrono::milliseconds lookAround{20};  // how often the host's thread sees to the run's end
+constexpr std::chrono::milliseconds lookAround{20};  // interval of the host's checks for the run's end
 
-/// Counters that run all the time, at one moment.
+/// Running counters at one moment.
 struct Moment {
   std::int64_t time = systemMicroseconds();
   std::int64_t process = processMicroseconds();
@@ -48,13 +49,13 @@ struct Moment {
   explicit Moment(const RunRecord& record) : missed(record.framesMissed ? record.framesMissed() : 0) {}
 };
 
-/// Keeps the watch content as long as frames come. Throws Failure (noFrames) when they have ceased.
+/// Reports to the watchdog that frames come. Throws Failure (noFrames) when no more do.
 class FrameArrivals {
 public:
   FrameArrivals(StereoCamera& camera, Watchdog& watch, const RunRecord& record)
       : m_camera(camera), m_watch(watch), m_record(record) {}
 
-  /// Whether a frame came since the last call. Throws Ended when the source is over.
+  /// Whether a frame came since the last call. Throws Ended if the source is over.
   bool frameCame() {
     const std::uint64_t frames = m_record.framesRead;
     const bool beats = frames != m_frames;
@@ -76,7 +77,7 @@ std::vector<std::pair<std::string, std::string>> factsOf(const OpenedCamera& ope
   const double rate = options.source.rate;
   return {{"machine", processorName() + ", " + std::to_string(processorCount()) + " cores"},
           {"source", opened.description},
-          {"asked rate", rate > 0 ? formatted("%.1f frames a second", rate) : "as fast as it goes"},
+          {"asked rate", rate > 0 ? formatted("%.1f frames a second", rate) : "as fast as possible"},
           {"raw frame", model::sizeText(opened.camera->getRawFrameSize())},
           {"rectified eye", model::sizeText(opened.camera->rectFrameSize())},
           {"matcher", opened.matcher() == "bm" ? "block matching" : "semi-global"},
@@ -137,7 +138,7 @@ BenchReport reportOn(const OpenedCamera& opened, const BenchOptions& options, co
     report.framesLost = missedByGaps(frames, window, deviceRate);
     report.lostHow = deviceRate > 0
                          ? formatted("estimated from gaps of more than 1.5 periods at %.1f a second", deviceRate)
-                         : "not known: the device tells no rate and --rate gives none";
+                         : "unknown: neither the device nor --rate states a rate";
   }
   report.waiting = waitingShare(frames, window);
   fillProducts(report, record, readers, window);
@@ -150,7 +151,7 @@ BenchReport reportOn(const OpenedCamera& opened, const BenchOptions& options, co
   return report;
 }
 
-/// A run, until its time or its source is over.
+/// A run until its time or its source is over.
 struct Run {
   RunTime& time;
   FrameArrivals arrivals;
@@ -158,17 +159,16 @@ struct Run {
   const RunRecord& record;
   Moment start;
   bool measuring = false;
-  bool tooShort = false;  ///< it had a source that ended before it measured
+  bool tooShort = false;  ///< the source was over before each product was read
 
-  /// Until each reader has read something. Throws Failure (noFrames) if that takes longer than the patience.
+  /// Waits until each reader has read something. Throws Failure (noFrames) if that takes longer than the patience.
   void awaitProducts(std::chrono::milliseconds patience) {
     auto begun = Watchdog::Clock::now();
     const Reader* waiting = nullptr;
     while ((waiting = readers.waiting()) != nullptr && !time.over() && !readers.failed()) {
       const bool framesCome = arrivals.frameCame();
       if (!readers.pair.hasRead()) {
-        begun =
-            Watchdog::Clock::now();  // a slow source takes its time for the frames that the worker throws away first
+        begun = Watchdog::Clock::now();  // the warm-up takes a slow source a while
         start = Moment(record);
       } else if (framesCome && Watchdog::Clock::now() - begun > patience) {
         throw Failure(ExitCode::noFrames,
@@ -183,7 +183,7 @@ struct Run {
     if (measuring) {
       start = Moment(record);
       time.begin();
-      progress() << "measuring for " << seconds << " s, Ctrl-C ends it earlier ..." << std::endl;
+      progress() << "measuring for " << seconds << " s, Ctrl-C ends earlier ..." << std::endl;
     }
     while (!time.over() && !readers.failed() && record.framesRead < mostFrames) {
       arrivals.frameCame();
@@ -197,7 +197,7 @@ void bench(const BenchOptions& options) {
   RunRecord record;
   OpenedCamera opened = openCamera(options.source, {.record = &record});
   if (!opened.calibrated) {
-    throw Failure(ExitCode::calibration, "bench measures depth too: it needs a calibration (--calibration FILE)");
+    throw Failure(ExitCode::calibration, "bench also measures depth, so it needs a calibration (--calibration FILE)");
   }
   StereoCamera& camera = *opened.camera;
   const double announced = record.deviceRate ? record.deviceRate() : 0;
@@ -233,7 +233,7 @@ void bench(const BenchOptions& options) {
     results() << benchTable(report) << std::flush;
   }
   options.json.write(benchJson(report));
-  // Who ends a run early need not have got everything.
+  // A run that the user ended early need not have everything.
   const bool complete = report.seconds >= options.seconds;
   for (const Figures& each : report.products) {
     if (complete && each.count == 0) {
@@ -246,10 +246,10 @@ void bench(const BenchOptions& options) {
 
 Action addBench(CLI::App& program) {
   auto options = std::make_shared<BenchOptions>();
-  // What a board is expected to keep up with.
+  // The matcher that boards keep up with.
   options->source.matcher = "bm";
   CLI::App* const command =
-      program.add_subcommand("bench", "measure a sustained run: all workers, and three readers at once");
+      program.add_subcommand("bench", "measure a sustained run: all workers and three readers at once");
   options->source.addTo(*command, {.rectified = true, .depth = true, .matcher = true});
   command->add_option("--seconds", options->seconds, "time to measure")
       ->check(CLI::Range(0.1, 1e6))

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Command calibrate: makes a calibration file.
 #include "calibration/Calibrate.hpp"
 
 #include <filesystem>
@@ -14,8 +15,8 @@
 #include "apps/stereo-camera/output/Output.hpp"
 #include "apps/stereo-camera/process/Failure.hpp"
 #include "apps/stereo-camera/process/Signals.hpp"
-#include "calibration/CalibrationFile.hpp"
 #include "apps/stereo-camera/session/Watchdog.hpp"
+#include "calibration/CalibrationFile.hpp"
 #include "model/Text.hpp"
 
 namespace stereo::app {
@@ -43,15 +44,13 @@ calibration::Board boardOf(const CalibrateOptions& options) {
     throw Failure(ExitCode::usage, "--board: 3 to 50 inner corners each way, such as 8x6");
   }
   if (board.corners.width == board.corners.height) {
-    throw Failure(ExitCode::usage,
-                  "--board: as many corners each way look the same turned by a quarter; take a board "
-                  "such as 8x6");
+    throw Failure(ExitCode::usage, "--board: a square board looks the same rotated by 90 degrees; use one such as 8x6");
   }
   return board;
 }
 
-// The file's folder, made ready before anything is taken: hours of holding a board should not end at a full or missing
-// one.
+// The file's folder, prepared before any picture is taken, so that nobody holds a board for hours only to find it
+// missing or not writable.
 std::unique_ptr<OutputFolder> placeFor(const std::filesystem::path& file, bool replace) {
   return std::make_unique<OutputFolder>(file.parent_path(), replace, std::vector{file.filename().string()});
 }
@@ -94,7 +93,7 @@ void calibrate(CalibrateOptions options) {
   std::string text;
   for (std::size_t view = 0; view < result.views.size(); ++view) {
     if (result.kept[view] == 0) {
-      text += "thrown out: " + result.views[view].name + " does not fit the others\n";
+      text += "rejected: " + result.views[view].name + " does not fit the others\n";
     }
   }
   const calibration::Assessment assessment = calibration::assess(result, pictures.eyeSize);
@@ -123,7 +122,7 @@ void calibrate(CalibrateOptions options) {
   }
   options.json.write(calibrationFigures(story).add("calibration", options.output).add("report", options.report));
   if (!assessment.faults.empty()) {
-    throw Failure(ExitCode::problems, "the calibration was written, but don't rely on it: see the lines above");
+    throw Failure(ExitCode::problems, "the calibration was written, but is not reliable: see the lines above");
   }
 }
 
@@ -138,7 +137,7 @@ Action addCalibrate(CLI::App& program) {
   auto* const folder = command
                            ->add_option("folder", options->folder,
                                         "folder of side-by-side pictures of the board; "
-                                        "without, pictures are taken from the source")
+                                        "without it, pictures are taken from the source")
                            ->check(CLI::ExistingDirectory);
   for (const char* live : {"--simulate", "--replay", "--device", "--settings"}) {
     folder->excludes(command->get_option(live));
@@ -146,7 +145,7 @@ Action addCalibrate(CLI::App& program) {
   command->add_option("--board", options->board, "inner corners of the board, along and across")
       ->type_name("WxH")
       ->capture_default_str();
-  command->add_option("--square", options->square, "side of a square, millimetres")
+  command->add_option("--square", options->square, "side of a square, millimeters")
       ->required()
       ->check(CLI::Range(0.5, 1000.0));
   command->add_option("-o,--output", options->output, "calibration file to write (.yml, .xml or .json)")
@@ -154,7 +153,7 @@ Action addCalibrate(CLI::App& program) {
       ->capture_default_str();
   command->add_option("--report", options->report, "page with errors and coverage (default: beside the output, .html)")
       ->type_name("FILE");
-  command->add_flag("--replace", options->replace, "replace files that are there already");
+  command->add_flag("--replace", options->replace, "replace existing files");
   command->add_option("--serial", options->serialNumber, "serial number for the file")->capture_default_str();
   command->add_option("--position", options->posNumber, "position of the camera on its machine, for the file")
       ->check(CLI::Range(0, 999))
@@ -164,7 +163,7 @@ Action addCalibrate(CLI::App& program) {
       ->capture_default_str();
   command->add_option("--keep", options->live.keep, "folder for the pictures taken (default: OUTPUT-pictures)")
       ->type_name("FOLDER");
-  command->add_option("--idle", options->live.idle, "seconds without a new picture after which to go on")
+  command->add_option("--idle", options->live.idle, "seconds without a new picture after which to continue")
       ->check(CLI::Range(1.0, 36000.0))
       ->capture_default_str();
   addPatienceOption(*command, options->live.patience);

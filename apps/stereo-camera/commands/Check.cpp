@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Command check: whether the calibration still fits, by the epipolar check.
 #include <functional>
 #include <memory>
 #include <set>
@@ -35,11 +36,11 @@ struct CheckOptions {
 calibration::EyeCalibration eyeOf(StereoCamera& camera, bool isRight) {
   std::vector<cv::Mat> params;
   camera.getCalibParams(params, isRight);
-  // The capture worker has scaled the intrinsic matrix to the raw frame; a view of its own for each.
+  // Copies, since the matrices share the camera's memory. The capture worker has scaled K to the raw frame.
   return {params[0].clone(), params[1].clone(), params[2].at<double>(0, 0), params[3].clone()};
 }
 
-// What a picture holds, told from others'.
+// A hash of the pixels, to recognize repeated frames.
 std::size_t fingerprint(const cv::Mat& image) {
   const cv::Mat pixels = image.isContinuous() ? image : image.clone();
   return std::hash<std::string_view>()(
@@ -128,10 +129,10 @@ void check(const CheckOptions& options) {
       rows = std::make_unique<calibration::EpipolarCheck>(eyeOf(camera, false), eyeOf(camera, true), size);
     }
     if (left.size() != size) {
-      throw Failure(ExitCode::noFrames, "the frames change their size; check one size at a time");
+      throw Failure(ExitCode::noFrames, "the frame size changed; check one size at a time");
     }
     if (!seen.insert(fingerprint(left)).second) {
-      progress() << "frame " << frame + 1 << " of " << options.frames << ": seen already; it counts once" << std::endl;
+      progress() << "frame " << frame + 1 << " of " << options.frames << ": same as before, counted once" << std::endl;
       continue;
     }
     const std::size_t found = rows->add(left, right);
@@ -140,12 +141,12 @@ void check(const CheckOptions& options) {
       pictures.emplace_back();
       cv::hconcat(left, right, pictures.back());
     }
-    progress() << "frame " << frame + 1 << " of " << options.frames << ": " << found << " things seen by both eyes"
+    progress() << "frame " << frame + 1 << " of " << options.frames << ": " << found << " points seen by both eyes"
                << std::endl;
   }
   watch.finish();
   calibration::EpipolarCheckResult result = rows->result();
-  // A chessboard's corners all look alike, and are taken for one another.
+  // A chessboard's corners all look alike, so they are mismatched.
   const cv::Size board =
       result.faults.empty() ? cv::Size() : calibration::boardSizeIn(pictures, static_cast<int>(pictures.size()));
   if (!board.empty()) {
@@ -171,12 +172,12 @@ void check(const CheckOptions& options) {
   }
   if (!result.enough) {
     throw Failure(ExitCode::problems, "cannot tell: only " + std::to_string(result.matches) +
-                                          " things were seen by both eyes; show a brighter scene with more detail, "
-                                          "one metre away or more");
+                                          " points were seen by both eyes; show a brighter scene with more detail, "
+                                          "at least one meter away");
   }
   if (!result.faults.empty()) {
     throw Failure(ExitCode::problems,
-                  "the calibration does not fit this camera any more: calibrate anew "
+                  "the calibration no longer fits this camera: calibrate again "
                   "(stereo-camera calibrate, docs/calibration.md)");
   }
 }
@@ -186,11 +187,9 @@ void check(const CheckOptions& options) {
 Action addCheck(CLI::App& program) {
   auto options = std::make_shared<CheckOptions>();
   CLI::App* const command =
-      program.add_subcommand("check", "tell from any scene whether the calibration still fits the camera");
+      program.add_subcommand("check", "check with any scene whether the calibration still fits the camera");
   options->source.addTo(*command, {});
-  command->add_option("--frames", options->frames, "frames to look at")
-      ->check(CLI::Range(1, 1000))
-      ->capture_default_str();
+  command->add_option("--frames", options->frames, "frames to use")->check(CLI::Range(1, 1000))->capture_default_str();
   addPatienceOption(*command, options->patience);
   options->json.addTo(*command);
   return [options] { check(*options); };

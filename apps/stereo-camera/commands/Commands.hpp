@@ -1,19 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
+// The subcommands, a source file each.
 #pragma once
 
 #include <functional>
 
-// The parser is included by those who use it: it takes long to compile.
+// Forward declaration, since the parser takes long to compile.
 namespace CLI {
 class App;
 }  // namespace CLI
 
 namespace stereo::app {
 
-/// What a subcommand does once the command line is read.
+/// What a subcommand does once the command line is parsed.
 using Action = std::function<void()>;
 
-// Each adds its subcommand and returns what to do if it was chosen.
+// Each adds its subcommand and returns its action.
 Action addDemo(CLI::App& program);
 Action addSnapshot(CLI::App& program);
 Action addInfo(CLI::App& program);
@@ -25,7 +26,7 @@ Action addRecord(CLI::App& program);
 Action addDoctor(CLI::App& program);
 Action addCalibrate(CLI::App& program);
 Action addCheck(CLI::App& program);
-// The last: it tells of all that were added before it.
+// Last: it completes all that were added before it.
 Action addCompletion(CLI::App& program);
 
 }  // namespace stereo::app

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Completion of command lines, made from what the parser knows.
+// Command completion: prints shell completion made from the parser's options.
 #include <algorithm>
 #include <memory>
 #include <string>
@@ -22,7 +22,7 @@ std::string replaced(std::string text, const std::string& what, const std::strin
   return text;
 }
 
-// But for the hidden ones and arguments without a name.
+// Except hidden ones and positional arguments.
 std::vector<const CLI::Option*> optionsOf(const CLI::App& command) {
   std::vector<const CLI::Option*> options = command.get_options();
   options.erase(
@@ -130,7 +130,7 @@ std::string forBash(const CLI::App& program) {
 
 std::string zshQuoted(const std::string& text) { return "'" + replaced(text, "'", "'\\''") + "'"; }
 
-// What stands between brackets or colons in zsh's lists of options.
+// Text escaped for the brackets and colons of zsh's option lists.
 std::string zshText(std::string text) {
   for (const char* const special : {"\\", "[", "]", ":"}) {
     text = replaced(std::move(text), special, std::string("\\") + special);
@@ -201,7 +201,7 @@ std::string forZsh(const CLI::App& program) {
 
 Action addCompletion(CLI::App& program) {
   auto shell = std::make_shared<std::string>();
-  CLI::App* const command = program.add_subcommand("completion", "print what completes command lines in a shell");
+  CLI::App* const command = program.add_subcommand("completion", "print shell completion code");
   command->add_option("shell", *shell, "bash or zsh")->required()->check(CLI::IsMember({"bash", "zsh"}));
   return [&program, shell] { results() << (*shell == "bash" ? forBash(program) : forZsh(program)); };
 }

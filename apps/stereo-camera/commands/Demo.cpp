@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Command demo: a page of everything that the camera delivers.
 #include <algorithm>
 #include <memory>
 #include <optional>
@@ -32,7 +33,7 @@ double since(Watchdog::Clock::time_point start) {
   return std::chrono::duration<double>(Watchdog::Clock::now() - start).count();
 }
 
-// Reads over and over for a time, and tells how fast.
+// Reads repeatedly for a time and measures how fast.
 template <typename Read>
 Timing measure(const std::string& name, double seconds, Watchdog& watch, Read read) {
   progress() << "measuring " << name << " ..." << std::endl;
@@ -72,12 +73,12 @@ void measureReads(OpenedCamera& opened, Watchdog& watch, double seconds, std::ve
   }
   add("getRectStereoFrame (perspective)", [&] { return camera.getRectStereoFrame(a, b); });
   add("getRectStereoFrame (depth pair, view)", [&] { return camera.getRectStereoFrame(a, b, c, timestamp); });
-  add("getDepthFrame (colour)", [&] { return camera.getDepthFrame(a, true, timestamp); });
+  add("getDepthFrame (color)", [&] { return camera.getDepthFrame(a, true, timestamp); });
   add("getPointCloud (plain)", [&] {
     std::vector<cv::Vec3f> cloud;
     return camera.getPointCloud(cloud, timestamp);
   });
-  add("getPointCloud (coloured)", [&] {
+  add("getPointCloud (colored)", [&] {
     std::vector<PCL> cloud;
     return camera.getPointCloud(cloud, timestamp);
   });
@@ -104,7 +105,7 @@ void demo(const DemoOptions& options) {
     if (ended.signal() != 0 || pictures.empty()) {
       throw;
     }
-    report.note = "The recording was over before all was read; without --once it starts over. ";
+    report.note = "The recording ended before everything was read; without --once it starts over. ";
   }
   watch.finish();
   const double rate = opened.camera->getRawFrameRate();
@@ -115,17 +116,17 @@ void demo(const DemoOptions& options) {
     report.facts.emplace_back("rectified eye", model::sizeText(opened.camera->rectFrameSize()));
     report.facts.emplace_back("perspective field", text(opened.camera->horizontalField(), "degrees"));
     report.facts.emplace_back("depth from", opened.camera->depthMode() == 1
-                                                ? "the longitude-latitude pair (relative metres)"
+                                                ? "the longitude-latitude pair (relative meters)"
                                                 : "the perspective pair");
   } else {
-    report.note += "No rectified pictures and no depth: they need a calibration (--calibration FILE).";
+    report.note += "No rectified pictures and no depth without a calibration (--calibration FILE).";
   }
   if (!report.note.empty()) {
     progress() << report.note << std::endl;
   }
   if (depth) {
     report.facts.emplace_back("points", std::to_string(depth->plain.size()) + " plain, " +
-                                            std::to_string(depth->coloured.size()) + " coloured");
+                                            std::to_string(depth->colored.size()) + " colored");
     report.files = depthFiles();
     const std::vector<Picture> more = writeDepth(*depth, folder.draft());
     pictures.insert(pictures.end(), more.begin(), more.end());
@@ -143,7 +144,7 @@ void demo(const DemoOptions& options) {
 Action addDemo(CLI::App& program) {
   auto options = std::make_shared<DemoOptions>();
   CLI::App* const command =
-      program.add_subcommand("demo", "run the camera for a moment and make a page of all that it gives");
+      program.add_subcommand("demo", "run the camera briefly and make a page of everything it delivers");
   options->source.addTo(*command, {.rectified = true, .depth = true, .matcher = true});
   command->add_option("-o,--output", options->output, "folder for pictures and page")
       ->type_name("FOLDER")

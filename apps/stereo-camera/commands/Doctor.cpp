@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Command doctor: finds problems of device, files, shared memory and stream.
 #include <memory>
 
 #include <CLI/CLI.hpp>
@@ -28,10 +29,10 @@ struct DoctorOptions {
   bool stream = false;
   bool noDevice = false;
   JsonOption json;
-  std::string probe;  // a back end: this process is the one that tries it
+  std::string probe;  // a back end that this process is to try
 };
 
-// Findings as they come, for people and as JSON.
+// Prints findings as they come, as text or JSON.
 class DoctorReport {
 public:
   explicit DoctorReport(const JsonOption& json) : m_option(json) {
@@ -93,11 +94,11 @@ void doctor(const DoctorOptions& options) {
 Action addDoctor(CLI::App& program) {
   auto options = std::make_shared<DoctorOptions>();
   CLI::App* const command =
-      program.add_subcommand("doctor", "look for what is wrong with device, files, shared memory and stream");
+      program.add_subcommand("doctor", "find problems of device, files, shared memory and stream");
   auto* const device = addDeviceOption(*command, options->device)->default_str("0");
-  command->add_flag("--no-device", options->noDevice, "leave the device out")->excludes(device);
-  command->add_option("--settings", options->settings, "settings file to look at")->type_name("FILE");
-  command->add_option("--calibration", options->calibration, "calibration file to look at")->type_name("FILE");
+  command->add_flag("--no-device", options->noDevice, "do not check the device")->excludes(device);
+  command->add_option("--settings", options->settings, "settings file to check")->type_name("FILE");
+  command->add_option("--calibration", options->calibration, "calibration file to check")->type_name("FILE");
   command->add_option("--size", options->size, "side-by-side frame, pixels")->type_name("WxH")->capture_default_str();
   command->add_option("--rate", options->rate, "frames per second")
       ->check(CLI::Range(1.0, 1000.0))
@@ -105,7 +106,7 @@ Action addDoctor(CLI::App& program) {
   command->add_option("--position", options->position, "position of the camera on its machine")
       ->check(CLI::Range(0, 999))
       ->capture_default_str();
-  command->add_flag("--stream", options->stream, "look at what the network stream needs, too");
+  command->add_flag("--stream", options->stream, "also check what the network stream needs");
   command
       ->add_option("--receiver", options->receiver,
                    "last octet of the stream's receiver's address " STEREO_CAMERA_STREAM_NETWORK "N")

@@ -22,7 +22,7 @@ constexpr std::size_t leastWidth = 40;
 constexpr std::size_t nameColumn = 26;  // where descriptions begin
 constexpr std::size_t indentation = 2;
 
-// How many letters are to be put in, taken out, changed or exchanged with their neighbour to get from one to the other.
+// Edit distance: how many letters to insert, delete, change or swap with a neighbor.
 std::size_t distance(const std::string& a, const std::string& b) {
   std::vector<std::vector<std::size_t>> d(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
   for (std::size_t i = 0; i <= a.size(); ++i) {
@@ -40,12 +40,12 @@ std::size_t distance(const std::string& a, const std::string& b) {
   return d[a.size()][b.size()];
 }
 
-// "; did you mean 'record'?", or nothing where none is near.
+// "; did you mean 'record'?", or nothing if no name is similar.
 std::string suggestion(const std::string& word, const std::vector<std::string>& names) {
   std::string nearest;
   std::size_t least = std::max<std::size_t>(2, word.size() / 3) + 1;
   for (const std::string& name : names) {
-    // The beginning of a name counts as near.
+    // The beginning of a name counts as similar.
     const std::size_t far = name.rfind(word, 0) == 0 && word.size() > 2 ? 1 : distance(word, name);
     if (far < least) {
       least = far;
@@ -114,7 +114,7 @@ std::string valueName(const CLI::Option& option) {
   if (option.get_type_size() == 0) {
     return "";
   }
-  // CLI11 joins the name of the type and those of the checks: "TEXT:{sgm,bm}", "FLOAT:FLOAT in [0 - 1000]".
+  // CLI11 joins the names of the type and the checks: "TEXT:{sgm,bm}", "FLOAT:FLOAT in [0 - 1000]".
   const std::string names = option.get_type_name();
   const std::size_t choices = names.find('{');
   if (choices != std::string::npos) {
@@ -129,7 +129,7 @@ std::string HelpFormatter::row(const std::string& name, const std::string& text)
   if (text.empty()) {
     return result + "\n";
   }
-  // Wide enough for two words side by side; otherwise one below the other.
+  // In two columns if the terminal is wide enough, otherwise one below the other.
   const std::size_t column = m_width >= 2 * nameColumn ? nameColumn : 2 * indentation;
   if (result.size() + 2 > column) {
     result += "\n" + std::string(column, ' ');

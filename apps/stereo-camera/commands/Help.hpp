@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Help texts, and messages for wrong command lines.
 #pragma once
 
 #include <string>
@@ -7,7 +8,7 @@
 
 namespace stereo::app {
 
-/// Help as wide as the terminal: names in a column, what they are for beside them, broken between words.
+/// Help as wide as the terminal: names in one column, wrapped descriptions beside them.
 class HelpFormatter : public CLI::Formatter {
 public:
   explicit HelpFormatter(std::size_t width) : m_width(width) {}
@@ -23,17 +24,16 @@ private:
   const std::size_t m_width;  // columns
 };
 
-/// Columns of the terminal: as COLUMNS says, or the terminal on standard output or error; 80 where there is none.
+/// Columns of the terminal: COLUMNS, or those of the terminal on standard output or error; 80 without one.
 std::size_t terminalWidth();
 
-/// Broken between words so that no line is longer than `width`, as far as words allow. Lines after the first are
-/// indented.
+/// Wraps between words to lines of at most `width` columns, longer words excepted. Lines after the first are indented.
 std::string wrapped(const std::string& text, std::size_t width, std::size_t indent);
 
-/// What a value of the option is called, "FILE"; or which there are, "{sgm,bm}". Empty for a flag.
+/// Name of the option's value, "FILE", or its choices, "{sgm,bm}". Empty for a flag.
 std::string valueName(const CLI::Option& option);
 
-/// A line about what the command line got wrong, with the name that was probably meant.
+/// One line that says what is wrong with the command line, with the name that was probably meant.
 std::string usageMessage(const CLI::App& program, int argc, const char* const* argv, const CLI::ParseError& error);
 
 }  // namespace stereo::app

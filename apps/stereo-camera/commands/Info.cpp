@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Command info: facts about the camera.
 #include <cmath>
 #include <memory>
 #include <vector>
@@ -47,7 +48,7 @@ std::string describeEye(StereoCamera& camera, bool isRight, Json& json) {
   }
   json.end().add("turn_degrees", turn).end();
   return fact(isRight ? "right eye" : "left eye",
-              formatted("xi %.4f, focal length %.1f x %.1f px, centre (%.1f, %.1f) px, skew %.3f", xi,
+              formatted("xi %.4f, focal length %.1f x %.1f px, center (%.1f, %.1f) px, skew %.3f", xi,
                         K.at<double>(0, 0), K.at<double>(1, 1), K.at<double>(0, 2), K.at<double>(1, 2),
                         K.at<double>(0, 1))) +
          fact("", formatted("k1 %.5f, k2 %.5f, p1 %.5f, p2 %.5f; turned by %.2f degrees", D.at<double>(0, 0),
@@ -102,7 +103,7 @@ void info(const InfoOptions& options) {
 
 Action addInfo(CLI::App& program) {
   auto options = std::make_shared<InfoOptions>();
-  CLI::App* const command = program.add_subcommand("info", "device, sizes, rate and calibration in short");
+  CLI::App* const command = program.add_subcommand("info", "summary of device, sizes, rate and calibration");
   options->source.addTo(*command, {.plays = false, .scene = false, .rectified = true});
   options->json.addTo(*command);
   return [options] { info(*options); };

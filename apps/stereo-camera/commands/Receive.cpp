@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Command receive: shows or saves a camera's network stream.
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -23,8 +24,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::milliseconds slice{100};  // a wait without a look at Ctrl-C and window is no longer than this
-constexpr int fastCompression = 1;               // of 9: saving is to keep up with the stream
+constexpr std::chrono::milliseconds slice{100};  // longest wait between checks for Ctrl-C and the window
+constexpr int fastCompression = 1;               // of 9, so that saving keeps up with the stream
 constexpr int escapeKey = 27;
 
 struct ReceiveOptions {
@@ -35,13 +36,13 @@ struct ReceiveOptions {
   double patience = 10;
 };
 
-// Shows what was received. Owns the window; lives on the host's thread, as windows must.
+// Shows received images. Owns the window; used on the host's thread, as windows require.
 class Window {
 public:
   Window() {
     // Without a display the window library ends the process instead of reporting an error.
     if (std::getenv("DISPLAY") == nullptr && std::getenv("WAYLAND_DISPLAY") == nullptr) {
-      throw Failure(ExitCode::output, "--show: there is no display (DISPLAY is not set)");
+      throw Failure(ExitCode::output, "--show: no display (DISPLAY is not set)");
     }
     cv::namedWindow(name, cv::WINDOW_NORMAL | cv::WINDOW_KEEPRATIO);
   }
@@ -51,7 +52,7 @@ public:
 
   void show(const cv::Mat& image) { cv::imshow(name, image); }
 
-  // Lets the window live for a moment; false once the user has closed it, or pressed q or Escape.
+  // Processes the window's events; false once the user closed it or pressed q or Escape.
   bool stays() {
     const int key = cv::waitKey(1);
     return key != 'q' && key != escapeKey && cv::getWindowProperty(name, cv::WND_PROP_VISIBLE) > 0;
@@ -108,7 +109,7 @@ void receive(const ReceiveOptions& options) {
   results() << "received " << received << " images, the last of " << size.width << " x " << size.height << " pixels"
             << std::endl;
   if (stream.dropped() > 0) {
-    results() << stream.dropped() << " images were left out, since they came faster than they could be "
+    results() << stream.dropped() << " images were dropped, since they came faster than they could be "
               << (options.save.empty() ? "shown" : "saved") << std::endl;
   }
 }
@@ -117,13 +118,13 @@ void receive(const ReceiveOptions& options) {
 
 Action addReceive(CLI::App& program) {
   auto options = std::make_shared<ReceiveOptions>();
-  CLI::App* const command = program.add_subcommand("receive", "take images from a camera's network stream");
+  CLI::App* const command = program.add_subcommand("receive", "receive images from a camera's network stream");
   command->add_option("--port", options->port, "UDP port: 9200 + position of the camera")
       ->check(CLI::Range(1, 65535))
       ->capture_default_str();
   command->add_option("--save", options->save, "folder for the images, as numbered PNG files")->type_name("FOLDER");
   command->add_flag("--show", options->show, "show the images in a window (q or Escape ends)");
-  command->add_option("--count", options->count, "images after which to end, 0: when no more come, or at Ctrl-C")
+  command->add_option("--count", options->count, "images after which to end; 0: when no more come, or at Ctrl-C")
       ->check(CLI::NonNegativeNumber)
       ->capture_default_str();
   command->add_option("--patience", options->patience, "seconds without an image after which to end")

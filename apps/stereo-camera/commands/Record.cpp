@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Command record: writes raw frames to be replayed.
 #include <exception>
 #include <filesystem>
 #include <iostream>
@@ -36,14 +37,14 @@ struct RecordOptions {
   double patience = 10;
 };
 
-// A frame may take as long as it likes to be encoded; this is how often the end is looked for meanwhile.
+// Encoding a frame may take long; interval of checks for the end meanwhile.
 constexpr std::chrono::milliseconds lookAround{200};
 
-// Makes the folder, and takes back what a recording without any frame would leave in it.
+// Makes the folder, and removes what a recording without frames would leave in it.
 class Folder {
 public:
   explicit Folder(std::filesystem::path path) : m_path(std::move(path)), m_made(m_path) {}
-  // Last of all: whoever writes into it is gone.
+  // Runs last, after everything that writes into the folder.
   ~Folder() {
     std::error_code ignored;
     if (m_begun && (m_nothingCame || !sources::Recording::isAt(m_path))) {
@@ -55,9 +56,9 @@ public:
   Folder(const Folder&) = delete;
   Folder& operator=(const Folder&) = delete;
 
-  // From here on files of a recording in it are ours.
+  // From here on, a recording's files in the folder are ours.
   void begin() { m_begun = true; }
-  // Its video, if there is one, has no frame.
+  // The video, if there is one, has no frame.
   void nothingCame() { m_nothingCame = true; }
 
 private:
@@ -71,11 +72,11 @@ void tellOfDrops(const sources::Recorder::Counts& counts, sources::Recorder::Cou
   if (counts.dropped > 0 && told.dropped == 0) {
     std::cerr
         << "stereo-camera: frames are dropped: they come faster than they can be written. A lower --rate, smaller "
-           "frames (--size 928x400), --codec huffyuv or a quicker disk helps; --queue bridges short delays"
+           "frames (--size 928x400), --codec huffyuv or a faster disk helps; --queue bridges short delays"
         << std::endl;
   }
   if (counts.unfit > 0 && told.unfit == 0) {
-    std::cerr << "stereo-camera: frames of another size or type than the first are left out" << std::endl;
+    std::cerr << "stereo-camera: frames of another size or type than the first are skipped" << std::endl;
   }
   told = counts;
 }
@@ -93,7 +94,7 @@ void recordUntilDone(const RecordOptions& options, OpenedCamera& opened, sources
       watch.run([] { return true; });
       runTime.begin();
     } else if (!opened.camera->isOpened()) {
-      watch.run([] { return false; });  // the watch has stopped the camera, and says why
+      watch.run([] { return false; });  // throws the watchdog's reason for stopping the camera
       break;
     }
     tellOfDrops(recorder.counts(), told);
@@ -107,7 +108,7 @@ void recordUntilDone(const RecordOptions& options, OpenedCamera& opened, sources
 }
 
 void record(const RecordOptions& options) {
-  options.source.requireNamed();  // hours of the wrong camera would be found out too late
+  options.source.requireNamed();  // so that nobody records the wrong camera for hours
   const std::filesystem::path folder(options.output);
   Folder made(folder);
   sources::Recorder recorder({.folder = folder,
@@ -125,16 +126,16 @@ void record(const RecordOptions& options) {
   };
   tellAbout({});
   if (opened.calibrated) {
-    // Now, since starting scales it.
+    // Before the start, which scales it.
     opened.camera->saveCalibParams((folder / sources::Recording::calibrationFile).string());
   }
   startCapture(opened);
-  // Whatever ends it, what came until then is there to be replayed.
+  // Whatever ends it, the frames so far can be replayed.
   std::exception_ptr failure;
   try {
     recordUntilDone(options, opened, recorder);
   } catch (const Ended&) {
-    // What came is all that there is.
+    // The frames so far are the recording.
   } catch (const Failure&) {
     failure = std::current_exception();
   } catch (const sources::RecordingError&) {
@@ -159,7 +160,8 @@ void record(const RecordOptions& options) {
     std::rethrow_exception(failure);
   }
   results() << "recorded " << counts.written << " frames, " << model::sizeText(size) << ", to " << options.output
-            << "; dropped " << counts.dropped << ", left out as unfit " << counts.unfit << std::endl;
+            << "; dropped " << counts.dropped << ", skipped " << counts.unfit << " of another size or type"
+            << std::endl;
   if (failure) {
     std::rethrow_exception(failure);
   }
@@ -170,7 +172,7 @@ void record(const RecordOptions& options) {
 Action addRecord(CLI::App& program) {
   auto options = std::make_shared<RecordOptions>();
   CLI::App* const command =
-      program.add_subcommand("record", "write raw frames with their stamps, lossless, to be replayed (--replay)");
+      program.add_subcommand("record", "write raw frames with their timestamps, lossless, for --replay");
   options->source.addTo(*command, {.rectified = true, .depth = true, .matcher = true, .position = true});
   command->add_option("-o,--output", options->output, "folder for the recording")
       ->type_name("FOLDER")
@@ -178,11 +180,11 @@ Action addRecord(CLI::App& program) {
   command->add_option("--codec", options->codec, "huffyuv (fast) or ffv1 (smaller files); both are lossless")
       ->check(CLI::IsMember({"huffyuv", "ffv1"}))
       ->capture_default_str();
-  command->add_option("--seconds", options->seconds, "how long; 0: until Ctrl-C")
+  command->add_option("--seconds", options->seconds, "time to record; 0: until Ctrl-C")
       ->check(CLI::Range(0.0, 1e6))
       ->capture_default_str();
-  command->add_option("--frames", options->frames, "how many frames; 0: no limit")->capture_default_str();
-  command->add_option("--queue", options->queue, "frames that wait to be written at most; more are dropped")
+  command->add_option("--frames", options->frames, "frames to record; 0: no limit")->capture_default_str();
+  command->add_option("--queue", options->queue, "most frames that wait to be written; more are dropped")
       ->check(CLI::Range(1, 10000))
       ->capture_default_str();
   command->add_option("--keep-free", options->keepFree, "megabytes to leave free on the disk")

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Command share: offers the left eye in shared memory.
 #include <memory>
 
 #include <CLI/CLI.hpp>
@@ -26,7 +27,7 @@ struct ShareOptions {
   double patience = 10;
 };
 
-// What would make the camera end the whole process, told as other failures are.
+// Throws Failure where the camera would end the process.
 void checkSegment(cv::Size frame, int position) {
   if (frame.width != 1856 && frame.width != 928) {
     throw Failure(ExitCode::usage,
@@ -36,7 +37,7 @@ void checkSegment(cv::Size frame, int position) {
   const std::string key = std::to_string(holder.key);
   if (holder.isOurs && holder.users > 0 && holder.isAlive) {
     throw Failure(ExitCode::output, "the key " + key + " is in use: " + holder.maker +
-                                        " shares at this position; stop it, or give another --position");
+                                        " shares at this position; stop it, or use another --position");
   }
   if (holder.isOurs && holder.bytes < model::segmentBytes(frame)) {
     throw Failure(ExitCode::output,
@@ -58,7 +59,7 @@ void share(const ShareOptions& options) {
   cv::Mat right;
   std::chrono::microseconds timestamp{0};
   int frames = 0;
-  // The camera offers images by itself; the reads are here to notice when no more frames come.
+  // The camera shares images by itself; these reads notice when no more frames come.
   try {
     while (!time.over()) {
       if (!watch.run([&] { return camera.getStereoFrame(left, right, timestamp); }) || frames++ > 0) {
@@ -93,7 +94,7 @@ Action addShare(CLI::App& program) {
   auto options = std::make_shared<ShareOptions>();
   CLI::App* const command = program.add_subcommand("share", "offer the left eye to another process in shared memory");
   options->source.addTo(*command, {.position = true});
-  command->add_option("--seconds", options->seconds, "time to share, 0: until Ctrl-C")
+  command->add_option("--seconds", options->seconds, "time to share; 0: until Ctrl-C")
       ->check(CLI::Range(0.0, 1e6))
       ->capture_default_str();
   addPatienceOption(*command, options->patience);

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Command snapshot: writes one of each picture.
 #include <array>
 #include <iostream>
 #include <memory>
@@ -26,7 +27,7 @@ struct SnapshotOptions {
   double patience = 10;
 };
 
-// All that it may write. Looked for before the camera is opened.
+// All files that it may write. It checks for existing ones before it opens the camera.
 constexpr std::array names = {"raw.png",
                               "left.png",
                               "right.png",
@@ -61,7 +62,7 @@ void snapshot(const SnapshotOptions& options) {
     if (ended.signal() != 0 || pictures.empty()) {
       throw;
     }
-    std::cerr << "stereo-camera: the recording was over before all pictures were read: without --once it starts over"
+    std::cerr << "stereo-camera: the recording ended before all pictures were read; without --once it starts over"
               << std::endl;
   }
   watch.finish();
@@ -78,7 +79,7 @@ void snapshot(const SnapshotOptions& options) {
     results() << (std::filesystem::path(options.output) / name).string() << std::endl;
   }
   if (!opened.calibrated) {
-    progress() << "no rectified pictures and no depth: they need a calibration (--calibration FILE)" << std::endl;
+    progress() << "no rectified pictures and no depth without a calibration (--calibration FILE)" << std::endl;
   }
 }
 
@@ -91,7 +92,7 @@ Action addSnapshot(CLI::App& program) {
   command->add_option("-o,--output", options->output, "folder for the pictures")
       ->type_name("FOLDER")
       ->capture_default_str();
-  command->add_flag("--replace", options->replace, "replace files that are there already");
+  command->add_flag("--replace", options->replace, "replace existing files");
   addPatienceOption(*command, options->patience);
   return [options] { snapshot(*options); };
 }

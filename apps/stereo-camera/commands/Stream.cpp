@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Command stream: sends pictures over the network.
 #include <iostream>
 #include <memory>
 #include <string>
@@ -23,7 +24,7 @@ namespace stereo::app {
 
 namespace {
 
-constexpr double defaultRate = 30;  // told to the encoder where --rate leaves the rate to the source, a second
+constexpr double defaultRate = 30;  // frames a second, for the encoder where --rate leaves the rate to the source
 constexpr int depthStream = 4;      // the mode that shows depth
 constexpr int perspectivePair = 2;  // the depth mode that is streamed
 constexpr int firstRectifiedMode = 2;
@@ -45,7 +46,7 @@ void tellReceiver(const StreamOptions& options, int port) {
             << " ! avdec_h264 ! videoconvert ! autovideosink" << std::endl;
 }
 
-// One call of the operation whose images the mode streams. False if it gave none.
+// One call of the operation whose images the mode streams. False if it returned none.
 bool readOnce(StereoCamera& camera, int mode, cv::Mat& a, cv::Mat& b) {
   std::chrono::microseconds timestamp{0};
   if (mode == depthStream) {
@@ -65,7 +66,7 @@ void stream(const StreamOptions& options) {
     opened.camera->setDepthMode(perspectivePair);
   }
   if (const std::vector<std::string> missing = missingStreamElements(); !missing.empty()) {
-    throw Failure(ExitCode::output, "nothing can be sent: GStreamer has no element " + missing.front() + ": " +
+    throw Failure(ExitCode::output, "cannot stream: GStreamer has no element " + missing.front() + ": " +
                                         streamRemedy(missing.front()) + " (docs/streaming.md)");
   }
   StereoCamera& camera = *opened.camera;
@@ -83,11 +84,11 @@ void stream(const StreamOptions& options) {
   auto last = Watchdog::Clock::now();
   try {
     while (!time.over()) {
-      // Frames may come while nothing can be made of them, for instance while there is no disparity yet.
+      // Frames may come before there is anything to stream, for instance before the first disparity.
       if (watch.run([&] { return readOnce(camera, options.mode, a, b); })) {
         if (images++ == 0 && !opened.camera->streamOpened()) {
           throw Failure(ExitCode::output,
-                        "nothing is sent: the stream does not open (--verbose shows what GStreamer says of it)");
+                        "nothing is sent: the stream does not open (--verbose shows GStreamer's messages)");
         }
         time.begin();
         last = Watchdog::Clock::now();
@@ -106,7 +107,7 @@ void stream(const StreamOptions& options) {
   }
   const double seconds = time.elapsed();
   watch.finish();
-  // The first image marks the start, so that one interval less than images has passed.
+  // Time starts at the first image, so there is one interval less than images.
   results() << model::formatted("streamed %d images in %.1f s, %.1f a second\n", images, seconds,
                                 images > 1 ? (images - 1) / seconds : 0.0);
 }
@@ -115,7 +116,7 @@ void stream(const StreamOptions& options) {
 
 Action addStream(CLI::App& program) {
   auto options = std::make_shared<StreamOptions>();
-  CLI::App* const command = program.add_subcommand("stream", "send what the camera sees over the network, as H.264");
+  CLI::App* const command = program.add_subcommand("stream", "send pictures over the network as H.264");
   options->source.addTo(*command, {.rectified = true, .matcher = true, .position = true});
   command
       ->add_option("--mode", options->mode,
@@ -127,7 +128,7 @@ Action addStream(CLI::App& program) {
                    "last octet of the receiver's address " STEREO_CAMERA_STREAM_NETWORK "N")
       ->check(CLI::Range(1, 254))
       ->capture_default_str();
-  command->add_option("--seconds", options->seconds, "time to stream, 0: until Ctrl-C")
+  command->add_option("--seconds", options->seconds, "time to stream; 0: until Ctrl-C")
       ->check(CLI::Range(0.0, 1e6))
       ->capture_default_str();
   addPatienceOption(*command, options->patience);

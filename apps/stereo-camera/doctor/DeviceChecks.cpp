@@ -25,28 +25,28 @@ namespace stereo::app {
 
 namespace {
 
-constexpr std::chrono::seconds patience{20};       // with a back end that may block for ever; slow boards take five
-constexpr std::chrono::seconds startPatience{60};  // with a process that loads its libraries, from a slow card perhaps
+constexpr std::chrono::seconds patience{20};       // a back end may block forever; slow boards need five
+constexpr std::chrono::seconds startPatience{60};  // a process may load its libraries from a slow card
 
-// What the driver offers of the size and rate that are wanted.
-void checkOffers(Findings& findings, int device, cv::Size size, double rate) {
+// Whether the driver supports the size and rate.
+void checkSupportedFormats(Findings& findings, int device, cv::Size size, double rate) {
   const SupportedFormats supported = supportedFormats(device, size);
   if (!supported.reportsSizes()) {
-    add(findings, "device: tells no sizes; what it delivers is below", "");
+    add(findings, "device: reports no sizes; what it delivers is below", "");
     return;
   }
   if (supported.formats.empty()) {
-    add(findings, "device: " + model::sizeText(size) + " is not on offer", "it offers " + sizesText(supported));
+    add(findings, "device: " + model::sizeText(size) + " is not supported", "it supports " + sizesText(supported));
     return;
   }
   std::string formats;
   for (const std::string& format : supported.formats) {
     formats += " " + format;
   }
-  add(findings, "device: " + model::sizeText(size) + " on offer as" + formats, "");
+  add(findings, "device: " + model::sizeText(size) + " supported as" + formats, "");
   if (supported.reportsRates()) {
     add(findings, "device: " + ratesText(supported) + " frames a second at that size",
-        supported.hasRate(rate) ? "" : "ask for one of these (--rate, or \"FrameRate\" in the settings)");
+        supported.hasRate(rate) ? "" : "request one of these (--rate, or \"FrameRate\" in the settings)");
   }
 }
 
@@ -60,15 +60,15 @@ void checkBackEnd(Findings& findings, int node, const std::string& backEnd, cv::
   double told = 0;
   switch (answer.how) {
     case ProbeAnswer::How::answered:
-      // NOLINTNEXTLINE(cert-err34-c): this program's own line; the sizes are compared with those asked for
+      // NOLINTNEXTLINE(cert-err34-c): this program's own line; the sizes are compared with those requested
       if (std::sscanf(answer.line.c_str(), "frame %dx%d %lf", &delivered.width, &delivered.height, &told) == 3) {
         add(findings, head + model::sizeText(delivered) + " at " + numberText(told) + " frames a second",
             delivered == size ? ""
-                              : "asked for " + model::sizeText(size) +
-                                    ": give --size, or \"FrameSize\" in the settings, what it delivers");
+                              : "requested " + model::sizeText(size) +
+                                    ": set --size, or \"FrameSize\" in the settings, to what it delivers");
       } else {
         add(findings, head + answer.line.substr(std::string("fails ").size()),
-            "see the device's offers above; another program may hold it (fuser -v /dev/video" + std::to_string(node) +
+            "see its supported formats above; another program may use it (fuser -v /dev/video" + std::to_string(node) +
                 ")");
       }
       break;
@@ -77,12 +77,12 @@ void checkBackEnd(Findings& findings, int node, const std::string& backEnd, cv::
           "the device has stalled: unplug it, or reload its driver");
       break;
     case ProbeAnswer::How::endedWithout:
-      add(findings, head + "nothing: the process that asked it ended without an answer",
-          "see what it says: stereo-camera doctor --device " + std::to_string(node) + " --probe " + backEnd);
+      add(findings, head + "nothing: the process that tried it ended without an answer",
+          "see its output: stereo-camera doctor --device " + std::to_string(node) + " --probe " + backEnd);
       break;
     case ProbeAnswer::How::neverBegan:
-      add(findings, head + "nothing: another process of this program does not start",
-          "try again when the machine has less to do, and see that /proc is there");
+      add(findings, head + "nothing: another process of this program did not start",
+          "try again when the machine is less busy, and check that /proc is mounted");
       break;
   }
 }
@@ -94,7 +94,7 @@ Findings checkDevice(int node, cv::Size size, double rate) {
   const std::string path = "/dev/video" + std::to_string(node);
   struct stat about {};
   if (stat(path.c_str(), &about) != 0) {
-    add(findings, "device: no " + path, "plug the camera in, and see what there is: ls /dev/video*");
+    add(findings, "device: no " + path, "plug the camera in and list the devices: ls /dev/video*");
     return findings;
   }
   const Descriptor device(open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
@@ -119,7 +119,7 @@ Findings checkDevice(int node, cv::Size size, double rate) {
   if (!captures) {
     return findings;
   }
-  checkOffers(findings, device, size, rate);
+  checkSupportedFormats(findings, device, size, rate);
   for (const char* const backEnd : {"gstreamer", "v4l2"}) {
     checkSignals();
     checkBackEnd(findings, node, backEnd, size, rate);
@@ -134,12 +134,12 @@ void probeBackEnd(int node, const std::string& backEnd, cv::Size size, double ra
     results() << "fails it does not open" << std::endl;
     return;
   }
-  // As the camera asks; what came of it only a frame tells.
+  // As the camera requests it; only a frame shows the outcome.
   capture.set(cv::CAP_PROP_FRAME_WIDTH, size.width);
   capture.set(cv::CAP_PROP_FRAME_HEIGHT, size.height);
   capture.set(cv::CAP_PROP_FPS, rate);
   if (!capture.isOpened()) {
-    results() << "fails it closes when it is asked for " << model::sizeText(size) << " at " << numberText(rate)
+    results() << "fails it closes on the request for " << model::sizeText(size) << " at " << numberText(rate)
               << std::endl;
     return;
   }

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Doctor's checks of a video device.
 #pragma once
 
 #include <string>
@@ -9,13 +10,13 @@
 
 namespace stereo::app {
 
-/// Whether /dev/video<node> is there, may be read and written, captures, and offers the frame size and rate; then what
-/// each of OpenCV's back ends delivers when it is asked for them.
+/// Checks that /dev/video<node> exists, is readable and writable, captures, and supports the frame size and rate; then
+/// what each of OpenCV's back ends delivers on request.
 Findings checkDevice(int node, cv::Size size, double rate);
 
-/// What one back end ("gstreamer" or "v4l2") delivers: two lines on standard output, "began" before the device is
-/// opened, then "frame WxH R" with the size of a frame that was read and the rate that the back end tells, or "fails
-/// REASON". Blocks as long as the device does, so it is run in a process of its own.
+/// Tries one back end ("gstreamer" or "v4l2"). Prints two lines on standard output: "began" before it opens the device,
+/// then "frame WxH R" with the size of a frame and the reported rate, or "fails REASON". Blocks as long as the device
+/// does, so it runs in a process of its own.
 void probeBackEnd(int node, const std::string& backEnd, cv::Size size, double rate);
 
 }  // namespace stereo::app

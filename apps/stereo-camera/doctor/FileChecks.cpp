@@ -29,7 +29,7 @@ bool isMissing(const std::string& path) {
   return !std::filesystem::exists(path, failure) && !failure;
 }
 
-// Values of a file that the camera has loaded, so that it is known to be one that parsers survive.
+// Values of a file that the camera has already loaded, so it is safe to parse.
 class Values {
 public:
   explicit Values(const std::string& path) : m_storage(path, cv::FileStorage::READ) {}
@@ -55,7 +55,7 @@ void checkRange(Findings& findings, const Values& values, const char* name, doub
   const double value = values.number(name);
   const std::string what = formatted("settings: \"%s\" is %g", name, value);
   const bool well = value >= least && value <= most;
-  add(findings, what, well ? "" : formatted("give %g to %g; the camera takes %s instead", least, most, instead));
+  add(findings, what, well ? "" : formatted("set it from %g to %g; the camera uses %s instead", least, most, instead));
 }
 
 void checkNames(Findings& findings, const Values& values) {
@@ -66,8 +66,8 @@ void checkNames(Findings& findings, const Values& values) {
       model::keys::reserved};
   for (const std::string& name : values.names()) {
     if (known.count(name) == 0) {
-      add(findings, "settings: nobody reads \"" + name.substr(0, 60) + "\"",
-          "check the spelling, capitals included, or leave it out");
+      add(findings, "settings: unknown name \"" + name.substr(0, 60) + "\"",
+          "check the spelling, including capitals, or remove it");
     }
   }
 }
@@ -82,14 +82,14 @@ void checkFrameSizes(Findings& findings, const Values& values) {
   }
   if (!values.has(model::keys::rectifyFrameSize)) {
     add(findings, "settings: no \"RectifyFrameSize\"",
-        "give one, such as 464 x 400: without, there are no maps, and depth ends the process");
+        "set it, for example to 464 x 400: without it there are no maps, and depth ends the process");
     return;
   }
   const double width = values.number(model::keys::rectifyFrameSize, 0);
   const double height = values.number(model::keys::rectifyFrameSize, 1);
   const bool well = width >= 1 && height >= 1 && width <= 4096 && height <= 4096;
   add(findings, formatted("settings: \"RectifyFrameSize\" is %g x %g", width, height),
-      well ? "" : "give the width and height of one rectified eye, in pixels");
+      well ? "" : "set the width and height of one rectified eye, in pixels");
 }
 
 void checkEye(Findings& findings, StereoCamera& camera, bool isRight) {
@@ -101,16 +101,15 @@ void checkEye(Findings& findings, StereoCamera& camera, bool isRight) {
   const double fy = K.at<double>(1, 1);
   const bool focal = fx > 100 && fx < 4000 && fy > 100 && fy < 4000 && std::abs(fx / fy - 1) < 0.1;
   add(findings, formatted("calibration: %s eye's focal length %.1f x %.1f pixels", eye, fx, fy),
-      focal ? "" : "it belongs to raw frames 1856 pixels wide, 100 to 4000 pixels, both nearly equal; calibrate anew");
+      focal ? "" : "expected for raw frames 1856 pixels wide: 100 to 4000 pixels, both nearly equal; calibrate again");
   const double cx = K.at<double>(0, 2);
   const double cy = K.at<double>(1, 2);
-  const bool centre = cx > 232 && cx < 696 && cy > 200 && cy < 600;
-  add(findings, formatted("calibration: %s eye's centre (%.1f, %.1f)", eye, cx, cy),
-      centre ? ""
-             : "it should lie in the middle half of an eye of 928 x 800; was the file made for another frame size?");
+  const bool center = cx > 232 && cx < 696 && cy > 200 && cy < 600;
+  add(findings, formatted("calibration: %s eye's center (%.1f, %.1f)", eye, cx, cy),
+      center ? "" : "expected in the middle half of an eye of 928 x 800; was the file made for another frame size?");
   const double xi = params[2].at<double>(0, 0);
   add(findings, formatted("calibration: %s eye's xi %.4f", eye, xi),
-      xi > 0 && xi < 4 ? "" : "a fisheye has a mirror parameter above 0 and below 4; calibrate anew");
+      xi > 0 && xi < 4 ? "" : "a fisheye's mirror parameter is above 0 and below 4; calibrate again");
   const cv::Mat& R = params[3];
   const double off = cv::norm(R * R.t() - cv::Mat::eye(3, 3, CV_64F), cv::NORM_INF);
   const bool rotation = off < 1e-4 && cv::determinant(R) > 0;
@@ -123,26 +122,26 @@ void checkEye(Findings& findings, StereoCamera& camera, bool isRight) {
 Findings checkSettingsFile(const std::string& path) {
   Findings findings;
   if (isMissing(path)) {
-    add(findings, "settings: no such file '" + path + "'", "give the one that is there: see ls");
+    add(findings, "settings: no such file '" + path + "'", "give an existing file: see ls");
     return findings;
   }
   StereoCamera camera(model::noDevice);
   if (!isReadable(path) || !camera.loadConfig(path)) {
     add(findings, "settings: '" + path + "' does not load",
-        "see docs/keys.md for the form; \"DeviceNode\" must be there");
+        "see docs/keys.md for the format; \"DeviceNode\" is required");
     return findings;
   }
   add(findings, "settings: '" + path + "' loads");
   const Values values(path);
   checkNames(findings, values);
   checkFrameSizes(findings, values);
-  checkRange(findings, values, model::keys::frameRate, 1, 1000, "it as it is");
+  checkRange(findings, values, model::keys::frameRate, 1, 1000, "this value");
   checkRange(findings, values, model::keys::hFov, 60, 140, "90");
   checkRange(findings, values, model::keys::transmode, -1, 4, "-1");
   checkRange(findings, values, model::keys::depthmode, 1, 2, "1");
   checkRange(findings, values, model::keys::transrate, 0, static_cast<double>(camera.getRawFrameRate()),
              "the frame rate");
-  checkRange(findings, values, model::keys::ipLastSegment, 1, 254, "it as it is");
+  checkRange(findings, values, model::keys::ipLastSegment, 1, 254, "this value");
   checkRange(findings, values, model::keys::algorithm, 0, 1, "no matcher");
   return findings;
 }
@@ -150,14 +149,14 @@ Findings checkSettingsFile(const std::string& path) {
 Findings checkCalibrationFile(const std::string& path) {
   Findings findings;
   if (isMissing(path)) {
-    add(findings, "calibration: no such file '" + path + "'", "give the one that is there: see ls");
+    add(findings, "calibration: no such file '" + path + "'", "give an existing file: see ls");
     return findings;
   }
   StereoCamera camera(model::noDevice);
   try {
     checkCalibration(camera, path, isReadable(path) && camera.loadCalibParams(path));
   } catch (const Failure& failure) {
-    add(findings, "calibration: " + std::string(failure.what()), "calibrate, or copy the file once more");
+    add(findings, "calibration: " + std::string(failure.what()), "calibrate, or copy the file again");
     return findings;
   }
   add(findings, "calibration: '" + path + "' is complete");
@@ -167,7 +166,7 @@ Findings checkCalibrationFile(const std::string& path) {
   camera.getCalibParams(params, false);
   const double baseline = cv::norm(params[4], cv::NORM_L2);
   add(findings, formatted("calibration: baseline %.2f mm", baseline),
-      baseline >= 10 && baseline <= 500 ? "" : "the translation is in millimetres, 10 to 500 long");
+      baseline >= 10 && baseline <= 500 ? "" : "expected 10 to 500: the translation is in millimeters");
   return findings;
 }
 

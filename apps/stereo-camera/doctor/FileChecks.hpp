@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Doctor's checks of settings and calibration files.
 #pragma once
 
 #include <string>
@@ -7,11 +8,12 @@
 
 namespace stereo::app {
 
-/// Whether a settings file loads, says all it has to and nothing that is replaced, and has no names that nobody reads.
+/// Checks that a settings file loads, has what depth needs, has no value that the camera would replace, and no unknown
+/// name.
 Findings checkSettingsFile(const std::string& path);
 
-/// Whether a calibration file is complete and makes sense: rotations that are rotations, a baseline in millimetres,
-/// mirror parameters, focal lengths and centres that a fisheye of this camera can have.
+/// Checks that a calibration file is complete and plausible: orthonormal rotations, a baseline in millimeters, and
+/// mirror parameters, focal lengths and centers possible for this camera's fisheyes.
 Findings checkCalibrationFile(const std::string& path);
 
 }  // namespace stereo::app

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// What doctor found, and the remedies.
 #pragma once
 
 #include <string>
@@ -6,7 +7,7 @@
 
 namespace stereo::app {
 
-/// One thing that was looked at. A remedy is there exactly where something is wrong.
+/// One thing that was checked. Has a remedy exactly if something is wrong.
 struct Finding {
   std::string what;    ///< "calibration: baseline 60.5 mm"
   std::string remedy;  ///< empty: all is well

@@ -20,7 +20,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// The process with its standard output in the writing end; below 0 where it could not be started.
+// Starts the process with its standard output at the writing end of a pipe; below 0 if it could not be started.
 pid_t start(const std::string& program, std::vector<std::string>& arguments, int writing) {
   std::vector<char*> pointers;
   for (std::string& argument : arguments) {
@@ -37,7 +37,7 @@ pid_t start(const std::string& program, std::vector<std::string>& arguments, int
   return failure == 0 ? child : -1;
 }
 
-// Of what was written so far, as far as its lines are whole.
+// The answer in the complete lines of the output so far.
 ProbeAnswer understood(const std::string& output) {
   ProbeAnswer answer;
   std::istringstream lines(output.substr(0, output.rfind('\n') + 1));

@@ -19,7 +19,7 @@ namespace stereo::app {
 
 namespace {
 
-// What a process calls itself, or its number where it is gone.
+// Number and name of a process.
 std::string nameOf(pid_t process) {
   if (process == 0) {
     return "a process outside this container";
@@ -31,7 +31,7 @@ std::string nameOf(pid_t process) {
                       : "process " + std::to_string(process) + " (" + name + ")";
 }
 
-// Of this machine in the network whose three octets, each with its dot, are given.
+// This machine's address in the network, given as three octets and a dot; empty if there is none.
 std::string addressIn(const std::string& network) {
   ifaddrs* all = nullptr;
   if (getifaddrs(&all) != 0) {
@@ -88,14 +88,13 @@ Findings checkSharedMemory(int position) {
   if (!holder.exists) {
     add(findings, what + " is free");
   } else if (!holder.isOurs) {
-    add(findings, what + " is there, but not for you",
-        "run as the user who made it, or have him remove it: ipcrm -M " + key);
+    add(findings, what + " exists, but you may not use it",
+        "run as the user who made it, or have that user remove it: ipcrm -M " + key);
   } else {
     add(findings,
-        what + " is held: made by " + holder.maker + ", " + std::to_string(holder.bytes) + " bytes, attached " +
+        what + " is in use: made by " + holder.maker + ", " + std::to_string(holder.bytes) + " bytes, attached " +
             std::to_string(holder.users) + " times",
-        holder.users == 0 ? "nobody uses it any more: ipcrm -M " + key
-                          : "stop that camera first, or give this one another position");
+        holder.users == 0 ? "unused: ipcrm -M " + key : "stop that camera first, or give this one another position");
   }
   return findings;
 }
@@ -110,7 +109,7 @@ std::vector<std::string> missingStreamElements() {
 
 std::string streamRemedy(const std::string& element) {
   return element == "omxh264enc"
-             ? "install the board's encoder, or on a PC name the folder of the stand-in in GST_PLUGIN_PATH"
+             ? "install the board's encoder; on a PC, set GST_PLUGIN_PATH to the folder of the stand-in"
              : "install gstreamer1.0-plugins-base and gstreamer1.0-plugins-good";
 }
 
@@ -120,7 +119,7 @@ Findings checkStream(int lastOctet, int position) {
     add(findings, "stream: no GStreamer element " + element, streamRemedy(element));
   }
   if (findings.empty()) {
-    add(findings, "stream: encoder and the other GStreamer elements are there");
+    add(findings, "stream: encoder and other GStreamer elements are installed");
   }
   const std::string network = STEREO_CAMERA_STREAM_NETWORK;
   const std::string receiver =

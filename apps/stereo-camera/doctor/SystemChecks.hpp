@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Doctor's checks of shared memory and the network stream.
 #pragma once
 
 #include <cstddef>
@@ -9,28 +10,28 @@
 
 namespace stereo::app {
 
-/// Whether the shared-memory key of the camera at `position` is free, or whose it is.
+/// Checks that the shared-memory key of the camera at `position` is free, and if not, who holds it.
 Findings checkSharedMemory(int position);
 
-/// What there is under the shared-memory key of the camera at a position.
+/// The segment at the shared-memory key of the camera at a position.
 struct SegmentHolder {
   int key = 0;
-  bool exists = false;  ///< what follows is about it
-  bool isOurs = false;  ///< it may be looked at
+  bool exists = false;
+  bool isOurs = false;  ///< we may inspect it; the rest is set only then
   std::size_t bytes = 0;
-  std::size_t users = 0;  ///< how often it is attached
-  bool isAlive = false;   ///< who made it is still there
+  std::size_t users = 0;  ///< attachments
+  bool isAlive = false;   ///< the process that made it still runs
   std::string maker;      ///< "process 123 (stereo-camera)"
 };
 SegmentHolder segmentHolder(int position);
 
-/// The GStreamer elements that the stream takes and that are not there. Makes no pipeline, and so sends nothing.
+/// The GStreamer elements that the stream needs and that are not installed. Makes no pipeline, so sends nothing.
 std::vector<std::string> missingStreamElements();
-/// Where to get one of them.
+/// How to install one of them.
 std::string streamRemedy(const std::string& element);
 
-/// Whether the stream could leave: the encoder element is there and this machine has an address in the receiver's
-/// network. Nothing is sent.
+/// Checks that the stream could be sent: its elements are installed and this machine has an address in the receiver's
+/// network. Sends nothing.
 Findings checkStream(int lastOctet, int position);
 
 }  // namespace stereo::app

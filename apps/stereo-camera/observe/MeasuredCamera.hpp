@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// A camera that records when its frames and disparities were ready, for bench.
 #pragma once
 
 #include <memory>
@@ -13,20 +14,20 @@
 
 namespace stereo::app {
 
-/// Timestamp of the raw pair from which the calling thread's latest rectified pair or coloured cloud was made, system
-/// microseconds. The operations themselves give none, or another.
+/// Timestamp of the raw pair that the calling thread's latest rectified pair or colored cloud was made from, system
+/// microseconds. The operations themselves return none, or another.
 inline thread_local std::int64_t inputTimestamp = 0;
 
-/// A camera that notes what it does, without a thread or lock of its own: it looks where the camera's own threads call
-/// through the virtual table anyway.
+/// A camera that records what it does, without a thread or lock of its own, in the virtual calls of the camera's
+/// threads.
 ///
-/// - Its device is wrapped into a `MeasuredCapture`.
-/// - The disparity worker comes for each pair through the four-argument `getRectStereoFrame`. By then it has published
-///   the disparity before and has held it for its readers, for a millisecond; that is the moment that is noted. While
-///   it is measured, nobody else may call that form.
-/// - `getStereoFrame` notes the timestamp for the calling thread, since the two-argument `getRectStereoFrame` gives
-/// none.
-/// - The two-image `getDepthFrame`, which the coloured cloud calls while it holds the disparity's mutex, notes the
+/// - Its device is wrapped in a `MeasuredCapture`.
+/// - The disparity worker fetches each pair through the four-argument `getRectStereoFrame`. By then it has published
+///   the previous disparity and held it for its readers for a millisecond; that moment is recorded. Nobody else may
+///   call that form during a measurement.
+/// - `getStereoFrame` records the timestamp for the calling thread, since the two-argument `getRectStereoFrame` returns
+///   none.
+/// - The two-image `getDepthFrame`, which the colored cloud calls while it holds the disparity's mutex, records the
 ///   timestamp of the disparity. Other callers must hold that mutex too.
 template <typename Camera>
 class MeasuredCamera final : public Camera {
@@ -43,7 +44,7 @@ public:
       record.framesMissed = [source] { return source->framesMissed(); };
     }
     record.deviceRate = [this] { return this->m_videoCapture->get(cv::CAP_PROP_FPS); };
-    // The reading thread is the only one that writes this timestamp, so it needs no lock to look at it.
+    // Only the reading thread writes this timestamp, so it needs no lock to read it.
     this->m_videoCapture =
         new MeasuredCapture(std::move(device), record, [this] { return this->m_rawFrame.timestamp; });
   }
@@ -64,7 +65,7 @@ public:
   }
 
   bool getRectStereoFrame(cv::Mat& left, cv::Mat& right, cv::Mat& view, std::chrono::microseconds& timestamp) override {
-    // Written by the disparity worker alone, which this is.
+    // Only the disparity worker writes it, and this runs on that thread.
     const std::int64_t published = this->m_disparityFrame.timestamp.count();
     if (published != m_disparityTimestamp) {
       m_disparityTimestamp = published;

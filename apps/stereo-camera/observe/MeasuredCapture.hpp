@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// A device wrapper that records when it was read, for bench.
 #pragma once
 
 #include <chrono>
@@ -12,14 +13,14 @@
 
 namespace stereo::app {
 
-/// A wrapped device that notes when it was read and when it answered.
+/// A wrapped device that records when it was read and when it returned.
 ///
-/// Reads and grabs belong to one thread at a time, the one that adds to the record. The others are as safe as the
-/// device's own.
+/// One thread at a time may read or grab; it adds to the record. The other operations are as thread-safe as the
+/// device's.
 class MeasuredCapture final : public WrappedDevice {
 public:
-  /// `newestTimestamp` tells the timestamp of the raw frame that was published last. It is called by the reading thread
-  /// before each read, and so tells what became of the frame before. The record outlives this object.
+  /// `newestTimestamp` returns the timestamp of the raw frame published last. The reading thread calls it before each
+  /// read, which shows what became of the previous frame. The record outlives this object.
   MeasuredCapture(std::unique_ptr<cv::VideoCapture> device, RunRecord& record,
                   std::function<std::chrono::microseconds()> newestTimestamp);
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Hands what a camera publishes to a recorder.
+// A camera that passes the frames it publishes to a recorder.
 #pragma once
 
 #include <chrono>
@@ -12,11 +12,11 @@
 
 namespace stereo::app {
 
-/// A wrapped device that hands a copy of each frame to a recorder. Read by one thread at a time.
+/// A wrapped device that passes a copy of each frame to a recorder. Read by one thread at a time.
 class RecordedCapture final : public WrappedDevice {
 public:
-  /// `newestTimestamp` tells the timestamp of the raw frame that was published last. It is called by the reading thread
-  /// before each read, and so tells what became of the frame before. The recorder outlives this object.
+  /// `newestTimestamp` returns the timestamp of the raw frame published last. The reading thread calls it before each
+  /// read, which shows what became of the previous frame. The recorder outlives this object.
   RecordedCapture(std::unique_ptr<cv::VideoCapture> wrapped, sources::Recorder& recorder,
                   std::function<std::chrono::microseconds()> newestTimestamp)
       : WrappedDevice(std::move(wrapped)), m_recorder(recorder), m_newestTimestamp(std::move(newestTimestamp)) {}
@@ -35,8 +35,7 @@ private:
   const std::function<std::chrono::microseconds()> m_newestTimestamp;
 };
 
-/// A `sources::HostCamera` whose published frames are recorded as its device delivered them, with the timestamps that
-/// it gave them.
+/// A `model::HostCamera` whose published frames are recorded as its device delivered them, with its timestamps.
 template <typename Camera>
 class RecordingCamera final : public Camera {
 public:
@@ -46,7 +45,7 @@ public:
       : Camera(std::forward<Arguments>(arguments)...), m_recorder(recorder) {
     if (this->m_videoCapture != nullptr) {
       std::unique_ptr<cv::VideoCapture> device(std::exchange(this->m_videoCapture, nullptr));
-      // The reading thread is the only one that writes this timestamp, so it needs no lock to look at it.
+      // Only the reading thread writes this timestamp, so it needs no lock to read it.
       this->m_videoCapture =
           new RecordedCapture(std::move(device), recorder, [this] { return this->m_rawFrame.timestamp; });
     }
@@ -56,7 +55,7 @@ public:
     this->stopWorkers();  // they call virtual operations, which must not change under them
   }
 
-  /// The last frame has no read after it that would tell what became of it.
+  /// No read follows the last frame to show what became of it.
   bool stopCapture() override {
     const bool stopped = Camera::stopCapture();
     m_recorder.published(this->m_rawFrame.timestamp);

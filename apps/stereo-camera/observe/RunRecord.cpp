@@ -23,7 +23,7 @@ void RunRecord::published(std::int64_t timestamp) {
     return;
   }
   m_newest = timestamp;
-  // A list that is full no longer has the frame that this belongs to.
+  // A full list does not hold the frame that this belongs to.
   if (frames.count() > 0 && frames.count() == frames.kept().size()) {
     frames.kept().back().published = timestamp;
   }

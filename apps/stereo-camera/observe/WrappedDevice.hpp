@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Base class of devices that observe another one.
 #pragma once
 
 #include <memory>
@@ -7,8 +8,8 @@
 
 namespace stereo::app {
 
-/// An opened device inside another that looks on: does what the device does that it owns, and where OpenCV opened that,
-/// tells its back end too. As safe to share between threads as the device is.
+/// Owns an open device and forwards everything to it, including the back end's name where OpenCV opened it. As
+/// thread-safe as the device.
 class WrappedDevice : public cv::VideoCapture {
 public:
   bool read(cv::OutputArray image) override { return m_device->read(image); }
@@ -24,7 +25,7 @@ public:
 
 protected:
   explicit WrappedDevice(std::unique_ptr<cv::VideoCapture> device) : m_device(std::move(device)) {
-    // Shared with the device, which does the work: whoever asks for the back end's name asks this.
+    // Shared with the device only so that `getBackendName`, which is not virtual, works here.
     cv::Ptr<cv::IVideoCapture> cv::VideoCapture::*const opened = &WrappedDevice::icap;
     icap = (*m_device).*opened;
   }

@@ -21,7 +21,7 @@ namespace stereo::app {
 
 namespace {
 
-/// Writes to a descriptor at each flush, all or an exception.
+/// Writes to a descriptor at each flush; throws if not all is written.
 class ResultBuffer : public std::stringbuf {
 public:
   explicit ResultBuffer(int descriptor) : m_descriptor(descriptor) {}
@@ -51,11 +51,11 @@ std::ostream* progressStream = &std::cerr;
 }  // namespace
 
 void takeOverStandardOutput() {
-  // Both live as long as the process: other threads may write until its very end.
+  // Both live as long as the process, since other threads may write until its end.
   resultDescriptor = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
   auto* const buffer = new ResultBuffer(resultDescriptor);
   resultStream = new std::ostream(buffer);
-  resultStream->exceptions(std::ios::badbit);  // so that what the buffer throws gets through
+  resultStream->exceptions(std::ios::badbit);  // lets the buffer's exceptions pass
   dup2(STDERR_FILENO, STDOUT_FILENO);
 }
 
@@ -100,7 +100,7 @@ void silenceLibraries() {
     cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_SILENT);
   }
   g_log_set_default_handler([](const gchar*, GLogLevelFlags, const gchar*, gpointer) {}, nullptr);  // GStreamer's
-  setenv("OPENCV_FFMPEG_LOGLEVEL", "-8", 0);  // FFmpeg's own number for silence
+  setenv("OPENCV_FFMPEG_LOGLEVEL", "-8", 0);  // FFmpeg's level "quiet"
 }
 
 }  // namespace stereo::app

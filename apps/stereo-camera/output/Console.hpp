@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Results on standard output, progress on standard error.
 #pragma once
 
 #include <chrono>
@@ -7,25 +8,25 @@
 
 namespace stereo::app {
 
-// What the program says, and where: results on standard output and nothing else, what happens meanwhile on standard
-// error. Written by the host's thread; anything may be asked for on any thread.
+// Standard output has the results and nothing else; everything else goes to standard error. Only the host's thread
+// writes; the streams may be fetched on any thread.
 
-/// Keeps standard output for results: descriptor 1, to which the library's log and its stream write, leads to standard
-/// error from here on. Once, before anything is written.
+/// Reserves standard output for results: from here on, descriptor 1, to which the library's log and its stream write,
+/// leads to standard error. Call once, before anything is written.
 void takeOverStandardOutput();
 
-/// What was asked for. Buffered until it is flushed; a write that fails throws Failure (output). Standard output itself
-/// where that was not taken over.
+/// The stream for results. Buffered until flushed; a failed write throws Failure (output). Plain standard output if
+/// that was not taken over.
 std::ostream& results();
 
-/// The descriptor of the same.
+/// Its descriptor.
 int resultsDescriptor();
 
-/// What happens meanwhile: source, progress. Standard error, or nothing.
+/// The stream for source and progress: standard error, or nothing after `beQuiet`.
 std::ostream& progress();
 
-/// How far something has come that takes its time: one line on a terminal, brought up to date in place; elsewhere a
-/// line at once and then one every ten seconds. Nothing after `beQuiet`.
+/// Progress of something slow: on a terminal one line, updated in place; elsewhere a line at once and then one every
+/// ten seconds. Nothing after `beQuiet`.
 class ProgressLine {
 public:
   ProgressLine() = default;
@@ -34,19 +35,19 @@ public:
   ProgressLine(const ProgressLine&) = delete;
   ProgressLine& operator=(const ProgressLine&) = delete;
 
-  /// May be called as often as there is news; says no more than can be read.
+  /// May be called as often as there is news; limits how often it writes.
   void show(const std::string& text);
 
 private:
   std::chrono::steady_clock::time_point m_next;  // not before this
-  bool m_open = false;                           // the cursor stands behind the line
+  bool m_open = false;                           // the cursor is behind the line
 };
 
-/// No log and no progress from here on; errors and results stay.
+/// From here on, no log and no progress; errors and results stay.
 void beQuiet();
 
-/// Keeps OpenCV, GStreamer and FFmpeg from writing warnings above an error that the program tells in its own words.
-/// What the environment says of it (OPENCV_LOG_LEVEL, OPENCV_FFMPEG_LOGLEVEL) counts instead. Before OpenCV is used.
+/// Silences warnings of OpenCV, GStreamer and FFmpeg, since the program reports errors in its own words. The
+/// environment (OPENCV_LOG_LEVEL, OPENCV_FFMPEG_LOGLEVEL) takes precedence. Call before OpenCV is used.
 void silenceLibraries();
 
 }  // namespace stereo::app

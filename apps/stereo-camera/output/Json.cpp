@@ -34,7 +34,7 @@ std::string quoted(std::string_view text) {
   return result + '"';
 }
 
-// Neither a device nor a pipe: written beside its place first.
+// Neither a device nor a pipe, so written beside its place first.
 bool isPlain(const std::filesystem::path& path) {
   std::error_code failure;
   return !std::filesystem::exists(path, failure) || std::filesystem::is_regular_file(path, failure);
@@ -109,7 +109,7 @@ std::string jsonKey(std::string_view name) {
 }
 
 void JsonOption::addTo(CLI::App& command) {
-  command.add_option("--json", m_path, "file for the figures as JSON; - is standard output, in place of the text")
+  command.add_option("--json", m_path, "file for the results as JSON; - for standard output instead of the text")
       ->type_name("FILE");
 }
 

@@ -26,7 +26,7 @@ Failure cannotWrite(const fs::path& path, const std::string& reason) {
   return {ExitCode::output, "cannot write '" + path.string() + "': " + reason};
 }
 
-// The topmost folder on the way to this one that is not there.
+// The topmost folder on the way to this one that does not exist.
 fs::path missingPart(fs::path folder) {
   std::error_code failure;
   fs::path missing;
@@ -53,7 +53,7 @@ void writeFile(const fs::path& path, std::string_view bytes) {
 }
 
 void writeImage(const fs::path& path, const cv::Mat& image, const std::vector<int>& parameters) {
-  // Not by cv::imwrite, which does not notice that the last bytes found no room.
+  // Not with cv::imwrite, which does not notice a full disk at the last bytes.
   std::vector<unsigned char> bytes;
   bool encoded = false;
   try {
@@ -62,7 +62,7 @@ void writeImage(const fs::path& path, const cv::Mat& image, const std::vector<in
     // Reported below.
   }
   if (!encoded) {
-    throw cannotWrite(path, "the image cannot be encoded so");
+    throw cannotWrite(path, "the image cannot be encoded in this format");
   }
   writeFile(path, {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
 }
@@ -111,7 +111,7 @@ OutputFolder::~OutputFolder() {
 void OutputFolder::requireFree(const fs::path& path) const {
   std::error_code ignored;
   if (!m_replace && fs::exists(fs::symlink_status(path, ignored))) {
-    throw Failure(ExitCode::output, "'" + path.string() + "' is there already: give another -o, or --replace");
+    throw Failure(ExitCode::output, "'" + path.string() + "' exists: use another -o, or --replace");
   }
 }
 

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Files that commands write, complete or not at all.
 #pragma once
 
 #include <filesystem>
@@ -11,19 +12,18 @@
 
 namespace stereo::app {
 
-// Files that commands leave. All throw Failure (output) with the file's name and the reason.
+// All throw Failure (output) with the file's name and the reason.
 
-/// Writes the bytes, in place of what is there.
+/// Writes the bytes, replacing the file.
 void writeFile(const std::filesystem::path& path, std::string_view bytes);
 
-/// Encodes the image as its file's name says, with OpenCV's parameters (`cv::imwrite`), and writes it.
+/// Encodes the image in the format of the file's name, with OpenCV's parameters (`cv::imwrite`), and writes it.
 void writeImage(const std::filesystem::path& path, const cv::Mat& image, const std::vector<int>& parameters = {});
 
-/// Makes the folder, if it is not there.
+/// Makes the folder if it does not exist.
 void makeFolder(const std::filesystem::path& folder);
 
-/// A folder that is there while this lives: made where it was not, with those that it lies in, and taken away at the
-/// end if nothing is in it.
+/// Makes a folder with its parents if it does not exist, and removes what it made on destruction if it is empty.
 class MadeFolder {
 public:
   explicit MadeFolder(const std::filesystem::path& folder);
@@ -33,22 +33,23 @@ public:
 
 private:
   const std::filesystem::path m_folder;   // absolute
-  const std::filesystem::path m_topmost;  // of those that were made; empty: all were there
+  const std::filesystem::path m_topmost;  // of those that it made; empty: none
 };
 
-/// Files of one folder that are there once all of them are complete: they are written beside their places and moved
-/// there at the end. Whatever ends the program in order before leaves nothing behind, not even a folder that was made.
+/// Writes files of one folder so that they appear once all of them are complete: they are written beside their places
+/// and moved at the end. If an exception ends the program before, nothing stays behind, not even a folder that was
+/// made.
 class OutputFolder {
 public:
-  /// Makes the folder if it is not there. Unless files may be replaced, none of these `names` may be in it.
+  /// Makes the folder if it does not exist. Unless files may be replaced, none of these `names` may exist in it.
   OutputFolder(std::filesystem::path folder, bool replace, const std::vector<std::string>& names);
   ~OutputFolder();
   OutputFolder(const OutputFolder&) = delete;
   OutputFolder& operator=(const OutputFolder&) = delete;
 
-  /// Where the files are to be written.
+  /// Folder to write the files to.
   const std::filesystem::path& draft() const { return m_draft; }
-  /// Moves them to their places. Nothing is replaced that must not be.
+  /// Moves them to their places. Replaces existing files only if allowed.
   void commit();
 
 private:

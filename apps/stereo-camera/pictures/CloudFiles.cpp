@@ -13,7 +13,7 @@ namespace stereo::app {
 
 namespace {
 
-static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the files are written as the numbers lie in memory");
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "numbers are written as they are in memory");
 
 void append(std::string& bytes, const cv::Vec3f& point) {
   char raw[sizeof(float) * 3];
@@ -66,12 +66,12 @@ cv::Mat renderCloud(const std::vector<PCL>& cloud, double degrees, cv::Size size
   if (depths.empty()) {
     return picture;
   }
-  // The eye starts where the camera is and swings round the middle of the cloud on its axis.
+  // The viewpoint starts at the camera and swings around the middle of the cloud on its axis.
   const double middle = median(depths);
   const double angle = degrees * CV_PI / 180;
   const double f = 0.9 * std::min(size.width, size.height);
   cv::Mat nearest(size, CV_32FC1, cv::Scalar(std::numeric_limits<double>::infinity()));
-  constexpr int dot = 1;  // pixels round the centre
+  constexpr int dot = 1;  // pixels around the center
   for (const PCL& point : cloud) {
     const double x = point.point[0];
     const double y = point.point[1];

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The demo's HTML page and text table.
 #pragma once
 
 #include <string>
@@ -18,7 +19,7 @@ struct Timing {
   double p90Ms = 0;
 };
 
-/// What the demo has to tell beside its pictures.
+/// What the demo reports besides its pictures.
 struct DemoReport {
   std::string source;
   std::vector<std::pair<std::string, std::string>> facts;  ///< name and value
@@ -27,12 +28,12 @@ struct DemoReport {
   std::string note;                                        ///< what is missing and why; may be empty
 };
 
-/// The page, complete in itself but for the pictures, which lie beside it.
+/// The page as HTML. It refers to the pictures, which are files beside it.
 std::string page(const DemoReport& report, const std::vector<Picture>& pictures);
 
 /// The page's style sheet, for other pages of the program.
 extern const char* const pageStyle;
-/// Text as it stands in HTML.
+/// Text escaped for HTML.
 std::string escaped(const std::string& text);
 
 /// The timings as a table of text.

@@ -11,16 +11,16 @@ namespace stereo::app {
 
 namespace {
 
-constexpr int disparityRange = 32;  // pixels that the matchers search
+constexpr int disparityRange = 32;  // pixels, of the matchers
 
-// Millimetres in 16 bits; 0 where there is no depth.
-cv::Mat millimetres(const cv::Mat& metric) {
+// CV_16UC1, millimeters; 0 where there is no depth.
+cv::Mat millimeters(const cv::Mat& metric) {
   cv::Mat result;
-  metric.convertTo(result, CV_16UC1, 1000.0);  // what is negative becomes 0
+  metric.convertTo(result, CV_16UC1, 1000.0);  // negative values become 0
   return result;
 }
 
-// Blue, green, red at equal steps from `least` to `most`, as the camera paints them.
+// Blue, green, red at equal steps from `least` to `most`, as the camera colors depth.
 ColorScale cameraScale(float least, float most) {
   constexpr int steps = 32;
   ColorScale scale{least, most, {}};
@@ -30,14 +30,14 @@ ColorScale cameraScale(float least, float most) {
   return scale;
 }
 
-// The scale that a coloured depth was painted with. It runs from the nearest to the farthest depth of the picture, or
-// to the limit that some depth is beyond; only the right choice gives every pixel's color. None if no choice does.
-std::optional<ColorScale> scaleOf(const cv::Mat& colour, const cv::Mat& metric, const cv::Vec2f& limits) {
-  if (colour.size() != metric.size() || cv::countNonZero(metric > 0) == 0) {
+// The scale of a colored depth picture. It runs from the nearest to the farthest depth, or to the limit that some depth
+// exceeds; only the right choice reproduces every pixel's color. None if no choice does.
+std::optional<ColorScale> scaleOf(const cv::Mat& color, const cv::Mat& metric, const cv::Vec2f& limits) {
+  if (color.size() != metric.size() || cv::countNonZero(metric > 0) == 0) {
     return std::nullopt;
   }
   cv::Mat upright;
-  cv::flip(colour, upright, -1);
+  cv::flip(color, upright, -1);
   double least = 0;
   double most = 0;
   cv::minMaxLoc(metric, &least, &most, nullptr, nullptr, metric > 0);
@@ -58,7 +58,7 @@ std::optional<ColorScale> scaleOf(const cv::Mat& colour, const cv::Mat& metric, 
   return std::nullopt;
 }
 
-// The same for the program's own picture of metric depth, whose colors change evenly.
+// The program's own picture of metric depth, with an even color scale.
 Picture metricPicture(const cv::Mat& metric) {
   Picture picture{"depth-metric.png", "Metric depth", "Near blue, far red, black where there is none.", {}};
   const cv::Mat valid = metric > 0;
@@ -87,10 +87,10 @@ Picture metricPicture(const cv::Mat& metric) {
   return picture;
 }
 
-cv::Mat greyDisparity(const cv::Mat& disparity) {
-  cv::Mat grey;
-  disparity.convertTo(grey, CV_8UC1, 255.0 / disparityRange);
-  return grey;
+cv::Mat grayDisparity(const cv::Mat& disparity) {
+  cv::Mat gray;
+  disparity.convertTo(gray, CV_8UC1, 255.0 / disparityRange);
+  return gray;
 }
 
 }  // namespace
@@ -100,58 +100,58 @@ DepthResults readDepth(OpenedCamera& opened, Watchdog& watch) {
   watch.startStereoCompute();
   DepthResults products;
   std::chrono::microseconds timestamp{0};
-  // Frames may come while no disparity is published yet; reads then say so at once.
+  // Frames may come before the first disparity; reads then return false at once.
   const auto end = Watchdog::Clock::now() + watch.patience();
-  while (!watch.run([&] { return camera.getDepthFrame(products.colour, true, timestamp); })) {
+  while (!watch.run([&] { return camera.getDepthFrame(products.color, true, timestamp); })) {
     if (Watchdog::Clock::now() > end) {
       throw Failure(ExitCode::noFrames, "frames come, but no disparity within " +
                                             std::to_string(watch.patience().count()) +
                                             " ms; a smaller --rectified size is faster");
     }
   }
-  // The coloured depth is made from the latest disparity, which is known if none came meanwhile: mostly so right behind
-  // a cloud, which waits for one.
+  // Colored depth is made from the latest disparity. Which one that was is known only if none came meanwhile, which is
+  // likely right after a cloud, since that waits for a new one.
   constexpr int tries = 20;
   for (int k = 0; k < tries; ++k) {
     products.plain.clear();
     watch.run([&] { return camera.getPointCloud(products.plain, timestamp); });
     const StereoCamera::TimeFrame latest = camera.latestDisparity();
-    watch.run([&] { return camera.getDepthFrame(products.colour, true, timestamp); });
+    watch.run([&] { return camera.getDepthFrame(products.color, true, timestamp); });
     products.disparity = latest.second;
     if (camera.latestDisparity().timestamp == latest.timestamp) {
       break;
     }
   }
-  watch.run([&] { return camera.getPointCloud(products.coloured, timestamp); });
+  watch.run([&] { return camera.getPointCloud(products.colored, timestamp); });
   camera.getDepthFrame(products.disparity, products.metric);
-  products.colourScale = scaleOf(products.colour, products.metric, {camera.nearLimit(), camera.farLimit()});
+  products.colorScale = scaleOf(products.color, products.metric, {camera.nearLimit(), camera.farLimit()});
   return products;
 }
 
 std::vector<Picture> writeDepth(const DepthResults& products, const std::filesystem::path& folder) {
   writeImage(folder / "disparity.tiff", products.disparity);
   writeImage(folder / "depth.tiff", products.metric);
-  writeImage(folder / "depth.png", millimetres(products.metric));
+  writeImage(folder / "depth.png", millimeters(products.metric));
   writePly(folder / "cloud.ply", products.plain);
-  writePly(folder / "cloud-coloured.ply", products.coloured);
+  writePly(folder / "cloud-coloured.ply", products.colored);
   const cv::Size cloudSize(480, 400);
-  return {{"disparity.png", "Disparity", "Bright is near, black has no match.", greyDisparity(products.disparity)},
-          {"depth-colour.png", "Coloured depth",
-           "Near blue, far red, black out of limits; turned by 180 degrees, as the camera gives it.", products.colour,
-           products.colourScale},
+  return {{"disparity.png", "Disparity", "Bright is near, black has no match.", grayDisparity(products.disparity)},
+          {"depth-colour.png", "Colored depth",
+           "Near blue, far red, black out of limits; rotated by 180 degrees, as the camera returns it.", products.color,
+           products.colorScale},
           metricPicture(products.metric),
-          {"cloud-left.png", "Cloud, from the left", "Coloured points, eye swung by 20 degrees.",
-           renderCloud(products.coloured, -20, cloudSize)},
-          {"cloud-right.png", "Cloud, from the right", "Coloured points, eye swung by 20 degrees.",
-           renderCloud(products.coloured, 20, cloudSize)}};
+          {"cloud-left.png", "Cloud, from the left", "Colored points, viewpoint swung by 20 degrees.",
+           renderCloud(products.colored, -20, cloudSize)},
+          {"cloud-right.png", "Cloud, from the right", "Colored points, viewpoint swung by 20 degrees.",
+           renderCloud(products.colored, 20, cloudSize)}};
 }
 
 std::vector<std::pair<std::string, std::string>> depthFiles() {
-  return {{"depth.png", "depth, 16 bits, millimetres (0 without depth)"},
+  return {{"depth.png", "depth, 16 bits, millimeters (0 without depth)"},
           {"disparity.tiff", "disparity, float, pixels"},
-          {"depth.tiff", "depth, float, metres (0 out of limits, -1 without a match)"},
-          {"cloud.ply", "plain point cloud, metres"},
-          {"cloud-coloured.ply", "coloured point cloud, metres"}};
+          {"depth.tiff", "depth, float, meters (0 out of limits, -1 without a match)"},
+          {"cloud.ply", "plain point cloud, meters"},
+          {"cloud-coloured.ply", "colored point cloud, meters"}};
 }
 
 }  // namespace stereo::app

@@ -64,7 +64,7 @@ void readEyes(StereoCamera& camera, Watchdog& watch, cv::Mat& left, cv::Mat& rig
     throw Failure(ExitCode::noFrames, "the camera delivers frames without pixels");
   }
   if (left.size() != right.size() || left.type() != CV_8UC3 || right.type() != CV_8UC3) {
-    throw Failure(ExitCode::noFrames, "the camera does not deliver two colour pictures of one size side by side");
+    throw Failure(ExitCode::noFrames, "the camera does not deliver two color pictures of one size side by side");
   }
 }
 
@@ -75,7 +75,7 @@ void writePictures(const std::vector<Picture>& pictures, const std::filesystem::
 }
 
 void startCapture(OpenedCamera& opened, bool useTransmit, bool useShareMemory) {
-  // Rendering ahead takes longer than patience with a camera lasts on a slow machine.
+  // On a slow machine, rendering ahead takes longer than the watchdog's limit.
   {
     ProgressLine line;
     opened.camera->prepare([&line](std::size_t done, std::size_t all) {

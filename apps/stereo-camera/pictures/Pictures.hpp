@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Reads pictures from a camera and writes them to files.
 #pragma once
 
 #include <chrono>
@@ -16,33 +17,32 @@ namespace stereo::app {
 
 /// What the colors of a picture mean, from the least value to the most.
 struct ColorScale {
-  double least = 0;               ///< metres
-  double most = 0;                ///< metres
+  double least = 0;               ///< meters
+  double most = 0;                ///< meters
   std::vector<cv::Vec3b> colors;  ///< blue, green, red at equal steps of the value
 };
 
-/// One picture that was read and where it was written.
+/// One picture and its file.
 struct Picture {
   std::string file;     ///< name within the output folder
   std::string title;    ///< "Raw frame"
-  std::string caption;  ///< what one sees
+  std::string caption;  ///< what it shows
   cv::Mat image;
-  std::optional<ColorScale> scale = {};  ///< of colored depth
+  std::optional<ColorScale> scale = {};  ///< for colored depth
 };
 
-/// Reads one of each product, each from a frame of its own, and appends it to the pictures. Throws Failure where
-/// nothing comes, Ended where the source is over before all have come.
+/// Reads one of each picture, each from a frame of its own, and appends it to the pictures. Throws Failure if nothing
+/// comes, Ended if the source is over before all are read.
 void readPictures(OpenedCamera& opened, Watchdog& watch, std::vector<Picture>& pictures);
 
-/// Reads the next frame's eyes. Throws Failure (noFrames) where nothing comes, or no two pictures of one size in
-/// colour.
+/// Reads the eyes of the next frame. Throws Failure (noFrames) if nothing comes, or not two color pictures of one size.
 void readEyes(StereoCamera& camera, Watchdog& watch, cv::Mat& left, cv::Mat& right);
 
 /// Writes the pictures. Throws Failure (output) if one cannot be written.
 void writePictures(const std::vector<Picture>& pictures, const std::filesystem::path& folder);
 
-/// Starts capture, by default without stream and shared memory; turns what the calibration or a size makes fail into a
-/// Failure.
+/// Starts capture, by default without stream and shared memory. Throws Failure if the calibration or a size makes it
+/// fail.
 void startCapture(OpenedCamera& opened, bool useTransmit = false, bool useShareMemory = false);
 
 }  // namespace stereo::app

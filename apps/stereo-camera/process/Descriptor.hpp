@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
+// Owns a file descriptor.
 #pragma once
 
 #include <unistd.h>
 
 namespace stereo::app {
 
-/// Closes a file descriptor at its end; below 0 it is none. Not copied.
+/// Closes its file descriptor on destruction; below 0 there is none. Not copyable.
 class Descriptor {
 public:
   explicit Descriptor(int number) : m_number(number) {}

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Thrown when a recording is over or a signal came.
 #pragma once
 
 #include <string>
@@ -9,14 +10,13 @@
 
 namespace stereo::app {
 
-/// Nothing more comes, and nothing is wrong: a recording that is played once is over, or a signal asks for the
-/// program's end. Whoever can make a result of what came until then catches it; otherwise the program ends with it as
-/// with any failure.
+/// No more frames come, but nothing is wrong: a recording played once is over, or a signal asked the program to end.
+/// Catch it to make a result of what came so far; otherwise it ends the program like any failure.
 class Ended : public Failure {
 public:
   /// The recording is over.
   Ended() : Failure(ExitCode::noFrames, "the recording is over, and was too short for a result") {}
-  /// The exit code is that which a shell gives a program that was killed by the signal.
+  /// The exit code is the one that a shell reports for a program killed by the signal.
   explicit Ended(int signal)
       : Failure(static_cast<ExitCode>(128 + signal),
                 std::string("ended by SIG") + sigabbrev_np(signal) + " before there was a result"),

@@ -14,7 +14,7 @@ std::string processorName() {
   std::ifstream about("/proc/cpuinfo");
   for (std::string line; std::getline(about, line);) {
     const std::size_t colon = line.find(": ");
-    // Which of them there is depends on the architecture.
+    // The key depends on the architecture.
     for (const char* const key : {"model name", "Model", "Hardware"}) {
       if (line.rfind(key, 0) == 0 && colon != std::string::npos) {
         return line.substr(colon + 2);

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Processor name, processor time and memory of process and machine.
 #pragma once
 
 #include <cstdint>
@@ -7,16 +8,16 @@
 
 namespace stereo::app {
 
-/// What the system calls its processor, or the board where it has no name for that.
+/// The processor's name according to the system, or the board's if it has none.
 std::string processorName();
 /// Processors that this process may run on.
 unsigned processorCount();
 /// Processor time that this process has used so far, all threads, microseconds.
 std::int64_t processMicroseconds();
-/// Processor time that was used on the machine since it started, all processes and the kernel, microseconds; nothing
-/// where the system doesn't tell.
+/// Processor time used since the machine started, all processes and the kernel, microseconds; nothing if the system
+/// doesn't report it.
 std::optional<std::int64_t> machineMicroseconds();
-/// The most memory that this process ever had resident, megabytes (10^6 bytes).
+/// Peak resident memory of this process, megabytes (10^6 bytes).
 double peakMegabytes();
 
 }  // namespace stereo::app

@@ -1,18 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
+// How long a command runs.
 #pragma once
 
 #include <chrono>
 
 namespace stereo::app {
 
-/// How long a subcommand goes on: for a number of seconds, or until a signal asks for its end (Signals.hpp). Made and
-/// used by the host's thread.
+/// How long a command runs: for a number of seconds, or until a signal asks it to end (Signals.hpp). Made and used by
+/// the host's thread.
 class RunTime {
 public:
-  /// `seconds` of 0: no end of its own.
+  /// `seconds` of 0: no time limit.
   explicit RunTime(double seconds) : m_seconds(seconds) {}
 
-  /// The time counts from the first call on: what a camera takes to deliver its first frame is not part of it.
+  /// Starts the time at the first call, so that waiting for the first frame doesn't count.
   void begin();
   /// Whether the time has passed or a signal came.
   bool over() const;

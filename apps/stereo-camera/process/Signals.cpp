@@ -11,7 +11,7 @@ namespace stereo::app {
 
 namespace {
 
-// Set by the handler, which may run on any thread of the process: OpenCV and GStreamer have theirs.
+// Set by the handler, which may run on any thread, including those of OpenCV and GStreamer.
 std::atomic<int> received{0};
 static_assert(std::atomic<int>::is_always_lock_free, "a handler must not wait for a lock");
 
@@ -23,7 +23,7 @@ void note(int signal) {
 void handle(int signal, bool once) {
   struct sigaction action {};
   action.sa_handler = note;
-  // Reset: the second one ends the process. Restart: no library's system call fails because of the first.
+  // Reset: the second signal ends the process. Restart: the first makes no library's system call fail.
   action.sa_flags = SA_RESTART | (once ? static_cast<int>(SA_RESETHAND) : 0);
   sigemptyset(&action.sa_mask);
   sigaction(signal, &action, nullptr);
@@ -34,7 +34,7 @@ void handle(int signal, bool once) {
 void takeOverSignals() {
   handle(SIGINT, true);
   handle(SIGTERM, true);
-  // These come twice without anybody's having lost patience: from shell and kernel, and with every line.
+  // These come twice without anyone asking twice: from shell and kernel, and with every line written.
   for (const int signal : {SIGHUP, SIGPIPE}) {
     struct sigaction former {};
     if (sigaction(signal, nullptr, &former) == 0 && former.sa_handler != SIG_IGN) {

@@ -12,26 +12,26 @@ namespace stereo::app {
 
 namespace {
 
-// Between packets and decoder a queue of its own, so that a key frame's burst meets a thread that only takes packets.
-// One decoder thread: with more, the decoder holds the last pictures back until the stream ends.
+// A queue between packets and decoder, so that a thread that only receives packets takes a key frame's burst. One
+// decoder thread: with more, the decoder holds the last pictures back until the stream ends.
 constexpr const char* afterSource =
     " caps=\"application/x-rtp,media=video,encoding-name=H264,clock-rate=90000,payload=96\""
     " ! queue max-size-buffers=0 max-size-time=0 max-size-bytes=67108864"
     " ! rtph264depay ! avdec_h264 max-threads=1 ! videoconvert ! video/x-raw,format=BGR"
     " ! fakesink name=sink sync=false async=false signal-handoffs=true";
 
-constexpr std::size_t mostWaiting = 30;  // images; about a second's
+constexpr std::size_t mostWaiting = 30;  // images, about a second
 
 [[noreturn]] void fail(const std::string& what) { throw Failure(ExitCode::source, "cannot receive: " + what); }
 
-// Takes the message out of the error.
+// The error's message; frees the error.
 std::string textOf(GError* error) {
   std::string text = error != nullptr ? error->message : "unknown error";
   g_clear_error(&error);
   return text;
 }
 
-// A copy of the buffer's pixels, which are in the format that the pad tells.
+// A copy of the buffer's pixels, in the format of the pad.
 cv::Mat imageOf(GstBuffer* buffer, GstPad* pad) {
   int width = 0;
   int height = 0;
@@ -45,7 +45,7 @@ cv::Mat imageOf(GstBuffer* buffer, GstPad* pad) {
     return {};
   }
   cv::Mat image;
-  const std::size_t stride = (static_cast<std::size_t>(width) * 3 + 3) / 4 * 4;  // rows begin at multiples of four
+  const std::size_t stride = (static_cast<std::size_t>(width) * 3 + 3) / 4 * 4;  // rows are aligned to four bytes
   if (width > 0 && height > 0 && map.size >= stride * static_cast<std::size_t>(height)) {
     image = cv::Mat(height, width, CV_8UC3, map.data, stride).clone();
   }
@@ -60,7 +60,7 @@ NetworkImages::NetworkImages(int port) {
   if (gst_init_check(nullptr, nullptr, &error) == 0) {
     fail(textOf(error));
   }
-  // The kernel's buffer: as much of this as it grants.
+  // Requested size of the kernel's buffer; it may grant less.
   const std::string source = "udpsrc buffer-size=8388608 port=" + std::to_string(port);
   m_pipeline = gst_parse_launch((source + afterSource).c_str(), &error);
   if (error != nullptr || m_pipeline == nullptr) {
@@ -71,9 +71,9 @@ NetworkImages::NetworkImages(int port) {
   g_signal_connect(sink, "handoff", G_CALLBACK(&NetworkImages::handOver), this);
   gst_object_unref(sink);
   if (gst_element_set_state(m_pipeline, GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
-    // GStreamer's own message does not say more than that something could not be set.
+    // GStreamer's message only says that something could not be set.
     close();
-    fail("port " + std::to_string(port) + " cannot be listened to; does another program hold it?");
+    fail("port " + std::to_string(port) + " cannot be opened; is another program using it?");
   }
 }
 
@@ -81,14 +81,14 @@ NetworkImages::~NetworkImages() { close(); }
 
 void NetworkImages::close() {
   if (m_pipeline != nullptr) {
-    // Waits for GStreamer's threads, so that none hands over any more.
+    // Waits for GStreamer's threads, so that no more images come.
     gst_element_set_state(m_pipeline, GST_STATE_NULL);
     gst_object_unref(m_pipeline);
     m_pipeline = nullptr;
   }
 }
 
-// On a thread of GStreamer's.
+// On a GStreamer thread.
 void NetworkImages::handOver(GstElement*, void* buffer, void* pad, void* self) {
   auto* const receiver = static_cast<NetworkImages*>(self);
   cv::Mat image = imageOf(static_cast<GstBuffer*>(buffer), static_cast<GstPad*>(pad));

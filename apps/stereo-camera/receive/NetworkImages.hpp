@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Receives a camera's network stream.
 #pragma once
 
 #include <chrono>
@@ -12,21 +13,20 @@ typedef struct _GstElement GstElement;  // NOLINT(bugprone-reserved-identifier):
 
 namespace stereo::app {
 
-/// The images of a camera's network stream, as they arrive on a UDP port of this machine.
+/// Images of a camera's network stream, from a UDP port of this machine.
 ///
-/// GStreamer takes packets and decodes on threads of its own, and copies each image into a queue. Where the host takes
-/// images more slowly than they come, the oldest in the queue are dropped: images may be missing then, but packets are
-/// not. Used by one thread.
+/// GStreamer receives packets and decodes on threads of its own, and each image is copied into a queue. If the host
+/// takes images more slowly than they come, the oldest in the queue are dropped; packets are not. Used by one thread.
 class NetworkImages {
 public:
-  /// Listens once constructed. Throws Failure (source) if the port cannot be had or GStreamer lacks an element.
+  /// Starts listening. Throws Failure (source) if the port cannot be opened or GStreamer lacks an element.
   explicit NetworkImages(int port);
   ~NetworkImages();
   NetworkImages(const NetworkImages&) = delete;
   NetworkImages& operator=(const NetworkImages&) = delete;
 
-  /// Waits for the next image, no longer than `limit`. CV_8UC3 (blue, green, red) with pixels of its own; empty if none
-  /// came. Throws Failure (source) when the receiver has broken down.
+  /// Waits for the next image, at most `limit`. CV_8UC3 (blue, green, red) with pixels of its own; empty if none came.
+  /// Throws Failure (source) if the pipeline failed.
   cv::Mat next(std::chrono::milliseconds limit);
 
   /// Images dropped so far.

@@ -20,9 +20,9 @@ namespace stereo::app {
 
 namespace {
 
-// A stop takes thirteen seconds at most, on a device whose driver and back end do nothing to end a read.
+// A stop takes at most thirteen seconds, on a device whose driver and back end do nothing to end a read.
 constexpr std::chrono::seconds stopGrace{20};
-constexpr std::chrono::milliseconds lookAround{20};  // how often signals and the source's end are looked for
+constexpr std::chrono::milliseconds lookAround{20};  // interval of checks for signals and the end of the source
 
 [[noreturn]] void abandon() {
   std::cerr << "stereo-camera: the device does not end its read; giving up on it" << std::endl;
@@ -57,7 +57,7 @@ void Watchdog::alive() {
 
 void Watchdog::startStereoCompute() {
   const std::lock_guard lock(m_disparityMutex);
-  checkAfterRead(false);  // after a stop it would be started for nothing
+  checkAfterRead(false);  // don't start it after a stop
   m_camera.startStereoCompute();
 }
 
@@ -68,8 +68,8 @@ void Watchdog::checkAfterRead(bool got) {
       break;
     case Reason::noFrames:
       throw Failure(ExitCode::noFrames, "no frame for " + std::to_string(m_patience.count()) +
-                                            " ms: is the camera plugged in, and does another program hold it? " +
-                                            "(stereo-camera doctor tells)");
+                                            " ms: is the camera plugged in, and does another program use it? " +
+                                            "(try stereo-camera doctor)");
     case Reason::over:
       if (!got) {  // the last frame counts
         throw Ended();
@@ -146,7 +146,7 @@ void Watchdog::loop() {
   }
 }
 
-// From the watch's thread, since the host's sits in a read. The stop may itself not return.
+// On the watchdog's thread, since the host's is blocked in a read. The stop itself may not return.
 void Watchdog::stopCamera(std::unique_lock<std::mutex>& lock) {
   m_phase = Phase::stopping;
   lock.unlock();

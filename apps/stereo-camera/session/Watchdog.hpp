@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Stops a camera that delivers nothing, so that no read waits forever.
 #pragma once
 
 #include <atomic>
@@ -17,26 +18,25 @@ namespace stereo::app {
 
 struct OpenedCamera;
 
-/// Adds --patience: after how many seconds without a frame to give up.
+/// Adds --patience: seconds without a frame after which to give up.
 void addPatienceOption(CLI::App& command, double& seconds);
 
-/// Keeps the program from waiting for ever on a camera that delivers nothing: reads have no time-out of their own.
+/// Keeps the program from waiting forever on a camera that delivers nothing: reads have no timeout of their own.
 ///
-/// The watch stops the camera, and with that releases whoever is blocked in a read, when `alive` was not called for as
-/// long as the patience lasts, when the source is over, and when a signal asks for the program's end. Where even the
-/// stop does not end, because a driver never returns from its read, the watch ends the process with ExitCode::noFrames.
+/// The watchdog stops the camera, which releases waiting readers, if `alive` was not called for as long as the patience
+/// lasts, if the source is over, or if a signal asked the program to end. If even the stop does not return, because a
+/// driver never returns from its read, it ends the process with ExitCode::noFrames.
 ///
 /// Made and used by the host's thread after `startCapture`; has a thread of its own.
 class Watchdog {
 public:
   using Clock = std::chrono::steady_clock;
 
-  /// `patience` in seconds. The camera is started, and outlives the watch, which says at the end how many frames its
-  /// source had to leave out.
+  /// `patience` in seconds. The camera is started, and outlives the watchdog, which reports at the end how many frames
+  /// its source skipped.
   Watchdog(OpenedCamera& opened, double patience);
-  /// With `askedSize` the first read that succeeds says on standard error, in one line, if the frames have another
-  /// size.
-  Watchdog(sources::HostCamera& camera, std::chrono::milliseconds patience, cv::Size askedSize = {});
+  /// With `askedSize`, the first successful read reports in one line on standard error if frames have another size.
+  Watchdog(model::HostCamera& camera, std::chrono::milliseconds patience, cv::Size askedSize = {});
   /// Stops the camera, if `finish` has not.
   ~Watchdog();
   Watchdog(const Watchdog&) = delete;
@@ -47,12 +47,12 @@ public:
   /// A read has returned.
   void alive();
 
-  /// Starts the camera's disparity worker, which only this may do while it watches: its own stop may come meanwhile.
-  /// Throws what `run` throws if it has come.
+  /// Starts the camera's disparity worker. Only the watchdog may do so, since it may be stopping the camera meanwhile.
+  /// Throws as `run` does if it has stopped it.
   void startStereoCompute();
 
-  /// Calls `read`, which returns whether it got anything. If it did not because the camera was stopped, throws Failure
-  /// (noFrames) where nothing comes any more and Ended where the source is over or a signal came.
+  /// Calls `read` and returns its result, whether it got anything. If it got nothing because the camera was stopped,
+  /// throws Failure (noFrames) if no frames come, Ended if the source is over or a signal came.
   template <typename Read>
   bool run(Read read) {
     const bool got = read();
@@ -63,7 +63,7 @@ public:
     return got;
   }
 
-  /// Stops the camera. Under guard as well: a stop waits for the device's read. Back when it is stopped.
+  /// Stops the camera and returns when it is stopped. Guarded as well, since a stop waits for the device's read.
   void finish();
 
 private:
@@ -86,7 +86,7 @@ private:
   Phase m_phase = Phase::watching;  // guarded by m_mutex
   Clock::time_point m_last;         // guarded by m_mutex
   std::atomic<Reason> m_reason{Reason::none};
-  std::mutex m_disparityMutex;  // start by the host's thread, stop by the watch's
+  std::mutex m_disparityMutex;  // started by the host's thread, stopped by the watchdog's
   std::thread m_thread;
 };
 

@@ -44,13 +44,13 @@ TEST(RequestedFormat, WhatWasTakenAsAskedNeedsNoLine) {
 
 TEST(RequestedFormat, AnotherSizeIsNamedWithTheRemedy) {
   EXPECT_THAT(chosenInstead({640, 480}, 30, byOption),
-              AllOf(HasSubstr("gives 640 x 480 instead of 1856 x 800"), HasSubstr("--size 640x480")));
+              AllOf(HasSubstr("delivers 640 x 480 instead of 1856 x 800"), HasSubstr("--size 640x480")));
   EXPECT_THAT(chosenInstead({640, 480}, 30, byFile), HasSubstr("\"FrameSize\" in the settings to 640x480"));
 }
 
 TEST(RequestedFormat, AnotherRateIsNamedWithTheRemedy) {
   EXPECT_THAT(chosenInstead(full, 25, byOption),
-              AllOf(HasSubstr("gives 25 frames a second instead of 30"), HasSubstr("--rate 25")));
+              AllOf(HasSubstr("delivers 25 frames a second instead of 30"), HasSubstr("--rate 25")));
   EXPECT_THAT(chosenInstead(full, 25, byFile), HasSubstr("\"FrameRate\" in the settings to 25"));
 }
 
@@ -65,12 +65,12 @@ TEST(RequestedFormat, SizesOnOffer) {
   others.otherSizes = {{640, 480}, {1280, 720}};
   EXPECT_EQ(sizesText(others), "640x480, 1280x720");
   EXPECT_THAT(notSupported(others, byOption),
-              AllOf(HasSubstr("does not offer 1856 x 800"), HasSubstr("640x480, 1280x720")));
+              AllOf(HasSubstr("does not support 1856 x 800"), HasSubstr("640x480, 1280x720")));
 }
 
 TEST(RequestedFormat, RatesOnOffer) {
   EXPECT_THAT(notSupported(someRates({25, 15, 5}), byOption),
-              AllOf(HasSubstr("does not offer 30 frames a second"), HasSubstr("--rate 25, 15 or 5")));
+              AllOf(HasSubstr("does not support 30 frames a second"), HasSubstr("--rate 25, 15 or 5")));
   EXPECT_EQ(notSupported(someRates({29.97, 15}), byOption), "");
   EXPECT_EQ(notSupported(someRates({}, {{1, 60}}), byOption), "");
   EXPECT_THAT(notSupported(someRates({}, {{1, 25}}), byOption), HasSubstr("any from 1 to 25"));
