@@ -16,7 +16,7 @@ namespace {
 constexpr double degree = CV_PI / 180.0;
 constexpr double mostRms = 1.0;
 constexpr double mostRowMean = 0.5;
-constexpr double leastBaseline = 20.0;  // millimetres
+constexpr double leastBaseline = 20.0;  // millimeters
 constexpr double mostBaseline = 500.0;
 constexpr std::size_t goodPictures = 15;
 constexpr double goodCoverage = 0.5;
@@ -72,9 +72,9 @@ Assessment assess(const Calibration& calibration, const cv::Size& eyeSize) {
 
   if (!(calibration.rmsUsed() <= mostRms)) {
     assessment.faults.push_back(
-        formatted("corners lie %.2f px off (at most %.0f): are the pictures sharp, both eyes taken at "
+        formatted("corners are %.2f px off (at most %.0f): are the pictures sharp, both eyes taken at "
                   "the same moment, the board flat?",
-                  calibration.rms(), mostRms));
+                  calibration.rmsUsed(), mostRms));
   }
   const double rowMean = std::max(assessment.rows.mean, assessment.latitude.mean);
   if (rowMean > mostRowMean) {
@@ -85,21 +85,20 @@ Assessment assess(const Calibration& calibration, const cv::Size& eyeSize) {
   }
   if (!(calibration.baseline() >= leastBaseline && calibration.baseline() <= mostBaseline)) {
     assessment.faults.push_back(
-        formatted("the eyes are %.1f mm apart: is --square in millimetres?", calibration.baseline()));
+        formatted("the eyes are %.1f mm apart: is --square in millimeters?", calibration.baseline()));
   }
   const std::size_t thrownOut = calibration.views.size() - calibration.picturesKept();
   if (3 * thrownOut > calibration.views.size()) {
     assessment.faults.push_back(
-        formatted("%zu of %zu pictures fit no camera: were they taken with one and the same camera and "
-                  "board?",
-                  thrownOut, calibration.views.size()));
+        formatted("%zu of %zu pictures do not fit: were all taken with the same camera and board?", thrownOut,
+                  calibration.views.size()));
   }
   if (!calibration.converged) {
-    assessment.faults.emplace_back("the solver did not come to rest: take more pictures, evenly over the field");
+    assessment.faults.emplace_back("the solver did not converge: take more pictures, evenly over the field");
   }
   if (calibration.picturesKept() < goodPictures) {
     assessment.advice.push_back(
-        formatted("%zu pictures are few: 20 to 40 make the result firmer", calibration.picturesKept()));
+        formatted("%zu pictures are few: 20 to 40 make the result more reliable", calibration.picturesKept()));
   }
   if (std::min(assessment.coverage[0], assessment.coverage[1]) < goodCoverage) {
     const std::string where = coverage.emptiest();

@@ -14,21 +14,21 @@ namespace stereo::calibration {
 
 namespace {
 
-// Half the side of the square that a corner is refined in, pixels, and its share of the distance to the next corner:
-// a window that takes in a neighbour is drawn towards it.
+// Half the side of the window that a corner is refined in, pixels, and its share of the distance to the nearest corner:
+// a window that contains a neighbor is drawn toward it.
 constexpr int leastWindow = 2;
 constexpr int mostWindow = 6;
 constexpr double windowShare = 0.35;
 
-cv::Mat greyOf(const cv::Mat& image) {
-  cv::Mat grey = image;
+cv::Mat grayOf(const cv::Mat& image) {
+  cv::Mat gray = image;
   if (image.channels() == 3) {
-    cv::cvtColor(image, grey, cv::COLOR_BGR2GRAY);
+    cv::cvtColor(image, gray, cv::COLOR_BGR2GRAY);
   }
-  return grey;
+  return gray;
 }
 
-double nearestNeighbour(const std::vector<cv::Point2f>& corners, std::size_t k, const cv::Size& size) {
+double nearestNeighbor(const std::vector<cv::Point2f>& corners, std::size_t k, const cv::Size& size) {
   const int row = static_cast<int>(k) / size.width;
   const int col = static_cast<int>(k) % size.width;
   double nearest = std::numeric_limits<double>::infinity();
@@ -43,16 +43,16 @@ double nearestNeighbour(const std::vector<cv::Point2f>& corners, std::size_t k, 
   return nearest;
 }
 
-// False if a corner ran away: then it was none.
-bool refine(const cv::Mat& grey, std::vector<cv::Point2f>& corners, const cv::Size& size) {
+// False if a corner moved far: then it was none.
+bool refine(const cv::Mat& gray, std::vector<cv::Point2f>& corners, const cv::Size& size) {
   const cv::TermCriteria criteria(cv::TermCriteria::COUNT | cv::TermCriteria::EPS, 60, 0.001);
   const std::vector<cv::Point2f> found = corners;
   for (std::size_t k = 0; k < corners.size(); ++k) {
-    const double room = nearestNeighbour(found, k, size);
-    // Its own window for each: near the rim of a fisheye one board has squares of very different sizes.
+    const double room = nearestNeighbor(found, k, size);
+    // A window for each, since near the rim of a fisheye the squares of one board differ much in size.
     const int window = std::clamp(static_cast<int>(windowShare * room), leastWindow, mostWindow);
     std::vector<cv::Point2f> one{found[k]};
-    cv::cornerSubPix(grey, one, {window, window}, {-1, -1}, criteria);
+    cv::cornerSubPix(gray, one, {window, window}, {-1, -1}, criteria);
     corners[k] = one[0];
     if (cv::norm(corners[k] - found[k]) > 0.5 * room) {
       return false;
@@ -61,15 +61,15 @@ bool refine(const cv::Mat& grey, std::vector<cv::Point2f>& corners, const cv::Si
   return true;
 }
 
-bool search(const cv::Mat& grey, const cv::Size& size, double scale, int flags, std::vector<cv::Point2f>& corners) {
-  cv::Mat scaled = grey;
+bool search(const cv::Mat& gray, const cv::Size& size, double scale, int flags, std::vector<cv::Point2f>& corners) {
+  cv::Mat scaled = gray;
   if (scale != 1.0) {
-    cv::resize(grey, scaled, {}, scale, scale, scale > 1.0 ? cv::INTER_CUBIC : cv::INTER_AREA);
+    cv::resize(gray, scaled, {}, scale, scale, scale > 1.0 ? cv::INTER_CUBIC : cv::INTER_AREA);
   }
   if (!cv::findChessboardCorners(scaled, size, corners, flags)) {
     return false;
   }
-  // Pixel (u, v) of the picture has its centre at scale (u + 0.5) - 0.5 in the scaled one.
+  // The center of pixel u is at scale (u + 0.5) - 0.5 in the scaled picture.
   for (cv::Point2f& corner : corners) {
     const auto s = static_cast<float>(scale);
     corner = (corner + cv::Point2f(0.5F, 0.5F)) / s - cv::Point2f(0.5F, 0.5F);
@@ -77,30 +77,30 @@ bool search(const cv::Mat& grey, const cv::Size& size, double scale, int flags, 
   return true;
 }
 
-bool searchThoroughly(const cv::Mat& grey, const cv::Size& size, std::vector<cv::Point2f>& corners) {
+bool searchThoroughly(const cv::Mat& gray, const cv::Size& size, std::vector<cv::Point2f>& corners) {
   constexpr int flags = cv::CALIB_CB_ADAPTIVE_THRESH | cv::CALIB_CB_NORMALIZE_IMAGE;
-  if (search(grey, size, 1.0, flags, corners) || search(grey, size, 2.0, flags, corners)) {
+  if (search(gray, size, 1.0, flags, corners) || search(gray, size, 2.0, flags, corners)) {
     return true;
   }
   cv::Mat even;
-  cv::createCLAHE(4.0, {8, 8})->apply(grey, even);
+  cv::createCLAHE(4.0, {8, 8})->apply(gray, even);
   return search(even, size, 1.0, flags, corners) || search(even, size, 2.0, flags, corners) ||
-         cv::findChessboardCornersSB(grey, size, corners, cv::CALIB_CB_NORMALIZE_IMAGE | cv::CALIB_CB_ACCURACY);
+         cv::findChessboardCornersSB(gray, size, corners, cv::CALIB_CB_NORMALIZE_IMAGE | cv::CALIB_CB_ACCURACY);
 }
 
-// Pictures are looked through at about this width, small ones enlarged; corners are refined at the size they have.
+// The quick search scales pictures to about this width; corners are refined at the original size.
 constexpr double quickWidth = 928.0;
 
 }  // namespace
 
 std::vector<cv::Point2d> findCorners(const cv::Mat& eyeImage, const Board& board, Effort effort) {
-  const cv::Mat grey = greyOf(eyeImage);
+  const cv::Mat gray = grayOf(eyeImage);
   std::vector<cv::Point2f> corners;
   constexpr int quickFlags = cv::CALIB_CB_ADAPTIVE_THRESH | cv::CALIB_CB_NORMALIZE_IMAGE | cv::CALIB_CB_FAST_CHECK;
   const bool found = effort == Effort::quick
-                         ? search(grey, board.corners, std::min(2.0, quickWidth / grey.cols), quickFlags, corners)
-                         : searchThoroughly(grey, board.corners, corners);
-  if (!found || corners.size() != board.count() || !refine(grey, corners, board.corners)) {
+                         ? search(gray, board.corners, std::min(2.0, quickWidth / gray.cols), quickFlags, corners)
+                         : searchThoroughly(gray, board.corners, corners);
+  if (!found || corners.size() != board.count() || !refine(gray, corners, board.corners)) {
     return {};
   }
   const auto width = static_cast<std::size_t>(board.corners.width);
@@ -117,7 +117,8 @@ std::vector<cv::Point2d> findCorners(const cv::Mat& eyeImage, const Board& board
 
 BoardView findBoard(const cv::Mat& picture, const Board& board, const std::string& name, Effort effort) {
   if (picture.empty() || (picture.type() != CV_8UC1 && picture.type() != CV_8UC3) || picture.cols % 2 != 0) {
-    throw std::invalid_argument("a side-by-side picture has 8 bits a channel, one or three of them, and an even width");
+    throw std::invalid_argument(
+        "a side-by-side picture must be 8-bit with one or three channels, and have an even width");
   }
   BoardView view;
   view.name = name;
@@ -126,7 +127,7 @@ BoardView findBoard(const cv::Mat& picture, const Board& board, const std::strin
     const cv::Mat half = picture.colRange(eye * width, (eye + 1) * width);
     view.corners[static_cast<std::size_t>(eye)] = findCorners(half, board, effort);
   }
-  // A board looks much the same upside down: both lists have to begin at the same corner.
+  // A board looks much the same upside down; both lists must begin at the same corner.
   auto& [left, right] = view.corners;
   if (view.seesBoth() && (left.back() - left.front()).dot(right.back() - right.front()) < 0.0) {
     std::reverse(right.begin(), right.end());
@@ -135,12 +136,11 @@ BoardView findBoard(const cv::Mat& picture, const Board& board, const std::strin
 }
 
 cv::Size boardSize(const cv::Mat& eyeImage) {
-  // From a small board on, the finder goes on as far as the pattern does. Anything smaller is found where there is
-  // none.
+  // The finder grows a small board as far as the pattern goes. Smaller ones are found where there is none.
   const cv::Size least(4, 4);
   std::vector<cv::Point2f> corners;
   cv::Mat found;
-  if (!cv::findChessboardCornersSB(greyOf(eyeImage), least, corners, cv::CALIB_CB_NORMALIZE_IMAGE | cv::CALIB_CB_LARGER,
+  if (!cv::findChessboardCornersSB(grayOf(eyeImage), least, corners, cv::CALIB_CB_NORMALIZE_IMAGE | cv::CALIB_CB_LARGER,
                                    found)) {
     return {};
   }

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The chessboard, its views and poses, and the pair of eyes.
 #pragma once
 
 #include <array>
@@ -12,15 +13,15 @@
 
 namespace stereo::calibration {
 
-/// A chessboard, told by its inner corners. The two counts differ, or the board would look the same turned by a
-/// quarter.
+/// A chessboard, described by its inner corners. The two counts differ, or the board would look the same rotated by 90
+/// degrees.
 ///
-/// Frame: x along a row, y along a column, z away from who looks at it; the first corner is the origin; millimetres. No
-/// board is flat. What bends most of them is told by three numbers, the sags, millimetres:
+/// Frame: x along a row, y along a column, z away from the viewer; the first corner is the origin; millimeters. No
+/// board is flat. Three numbers, the sags (millimeters), describe how most of them bend:
 ///   z = s1 u^2 + s2 u v + s3 v^2,  u = (x - middle) / a,  v = (y - middle) / a,  a half the longer side.
 struct Board {
   cv::Size corners{8, 6};  ///< inner corners in a row and in a column
-  double square = 39.0;    ///< side of a square, millimetres
+  double square = 39.0;    ///< side of a square, millimeters
 
   std::size_t count() const { return static_cast<std::size_t>(corners.area()); }
   /// Corner `index`, row by row, of the flat board.
@@ -31,8 +32,8 @@ struct Board {
   cv::Vec3d point(std::size_t index, const cv::Vec3d& sags) const;
 };
 
-/// The corners that both eyes saw of one side-by-side picture: [0] the left eye, [1] the right one. Empty where the eye
-/// did not show the whole board, otherwise `Board::count` points in the board's order, pixels of the eye's image.
+/// The corners found in one side-by-side picture: [0] the left eye, [1] the right one. Empty if the eye did not see the
+/// whole board, otherwise `Board::count` points in the board's order, pixels of the eye's image.
 struct BoardView {
   std::string name;
   std::array<std::vector<cv::Point2d>, 2> corners;
@@ -41,15 +42,15 @@ struct BoardView {
   bool seesBoth() const { return sees(0) && sees(1); }
 };
 
-/// A rigid motion: p' = R p + t, R turning by the vector's length (radians) about the vector.
+/// A rigid motion: p' = R p + t, where R rotates by the vector's length (radians) about the vector.
 struct Pose {
   cv::Vec3d rotation;
-  cv::Vec3d translation;  ///< millimetres
+  cv::Vec3d translation;  ///< millimeters
 };
 
-/// Both eyes and how they stand to each other: x_right = R x_left + t.
+/// Both eyes and their relative pose: x_right = R x_left + t.
 struct StereoRig {
-  std::array<model::OmniModel, 2> eyes;  ///< pixels of the eye's image as it was given
+  std::array<model::OmniModel, 2> eyes;  ///< pixels of the eye's original image
   Pose rightFromLeft;
 };
 

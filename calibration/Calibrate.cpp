@@ -15,10 +15,10 @@ namespace stereo::calibration {
 namespace {
 
 constexpr int mostRounds = 8;
-// A corner this many standard deviations off is thrown out, but never one nearer than half a pixel.
+// A corner this many standard deviations off is rejected, but never one nearer than half a pixel.
 constexpr double cornerLimit = 5.0;
 constexpr double leastCornerLimit = 0.5;
-// A picture goes if its rms is this many times that of the middle picture, but never below half a pixel.
+// A picture is rejected if its rms is this many times the median picture's, but never below half a pixel.
 constexpr double pictureLimit = 3.0;
 constexpr double leastPictureLimit = 0.5;
 
@@ -32,10 +32,10 @@ std::size_t chosen(const std::vector<char>& corners) {
   return static_cast<std::size_t>(std::count(corners.begin(), corners.end(), 1));
 }
 
-// The motion from left to right that the pictures agree on best: the one whose median distance to the others' is least.
+// The motion from left to right that the pictures agree on best: the one with the least median distance to the others.
 Pose commonMotion(const std::vector<Pose>& motions) {
   const auto distance = [](const Pose& a, const Pose& b) {
-    // A degree counts like a tenth of the distance between the eyes.
+    // A degree counts as a tenth of the distance between the eyes.
     const double turned = cv::norm(combined(a, inverse(b)).rotation) * 180.0 / CV_PI;
     return turned + 10.0 * cv::norm(a.translation - b.translation) / std::max(1.0, cv::norm(a.translation));
   };
@@ -65,15 +65,13 @@ EyeStart startOf(const std::vector<BoardView>& views, int eye, const Board& boar
                           " eye's corners: are --board and the pictures right, and is the board flat?");
   }
   char line[120];
-  // Cut to the line where a name is longer.
-  static_cast<void>(
-      std::snprintf(line, sizeof line, "%s eye by itself: %.2f px in the middle picture", name, start->rms));
+  // A longer text is cut.
+  static_cast<void>(std::snprintf(line, sizeof line, "%s eye alone: %.2f px in the median picture", name, start->rms));
   tell(line);
   return *start;
 }
 
-// Root mean square of a picture's distances but for the tenth that is worst: a corner gone astray does not condemn a
-// picture.
+// Root mean square of a picture's distances without the worst tenth, so that single outliers do not reject a picture.
 double pictureRms(const FitErrors& errors, std::size_t view) {
   std::vector<double> all = distances(errors, view);
   std::sort(all.begin(), all.end());
@@ -93,14 +91,14 @@ public:
     m_state.converged = result.converged;
     if (!result.usable) {
       throw CannotCalibrate(
-          "the solver found no way from the start to the corners; take more pictures, evenly over "
+          "the solver did not converge from the initial estimate; take more pictures, evenly over "
           "the field");
     }
     m_state.errors = fitErrors(m_state.estimate, m_views, m_board, m_state.selection);
   }
 
-  // Standard deviation of one coordinate, pixels, that outliers don't touch: the median of the distances is 1.177 times
-  // as large if both coordinates are normal.
+  // Robust standard deviation of one coordinate, pixels: if both coordinates are normal, the median of the distances is
+  // 1.177 times as large.
   double sigma() const {
     std::vector<double> all;
     for (std::size_t view = 0; view < m_views.size(); ++view) {
@@ -110,7 +108,7 @@ public:
     return all.empty() ? 0.0 : median(all) / 1.177;
   }
 
-  // Whether anything was thrown out.
+  // Rejects corners and pictures; returns whether there were any.
   bool throwOut() {
     const double limit = std::max(cornerLimit * sigma(), leastCornerLimit);
     const double worst = pictureLimitNow();
@@ -129,7 +127,7 @@ public:
     return changed;
   }
 
-  // Boards of dropped pictures are placed anew with the camera as it is now; those that fit come back.
+  // Estimates the boards of rejected pictures again with the current camera; those that fit are taken back.
   bool takeBack() {
     const double worst = pictureLimitNow();
     bool changed = false;
@@ -165,7 +163,7 @@ private:
     }
   }
 
-  // Of a picture in which less than three quarters of an eye's corners are good, nothing is.
+  // If less than three quarters of an eye's corners are good, the whole picture is rejected.
   bool throwOutCorners(std::size_t view, double limit) {
     bool changed = false;
     for (std::size_t eye = 0; eye < 2; ++eye) {
@@ -290,8 +288,8 @@ Calibration calibrate(const std::vector<BoardView>& views, const Board& board, c
                       const std::function<void(const std::string&)>& tell) {
   if (board.corners.width == board.corners.height) {
     throw std::invalid_argument(
-        "a board with as many corners in a row as in a column looks the same turned by a "
-        "quarter");
+        "a board with as many corners in a row as in a column looks the same rotated by 90 "
+        "degrees");
   }
   Calibration state;
   state.views = views;
@@ -306,8 +304,8 @@ Calibration calibrate(const std::vector<BoardView>& views, const Board& board, c
       motions.push_back(combined(*right.boards[view], inverse(*left.boards[view])));
     }
   }
-  if (motions.size() < leastPictures) {
-    throw CannotCalibrate("too few pictures make sense in both eyes; take more of them, the board flat and still");
+  if (motions.size() < kLeastPictures) {
+    throw CannotCalibrate("too few pictures fit in both eyes; take more of them, the board flat and still");
   }
   state.estimate.rig = {{left.model, right.model}, commonMotion(motions)};
   state.selection = allCorners(views);

@@ -31,8 +31,8 @@ void saveCalibration(const std::string& path, const StereoRig& rig, int frameWid
   } catch (const cv::Exception&) {
     throw std::runtime_error("cannot write '" + path + "'");
   }
-  // Whether the file could be written, the camera doesn't tell.
-  StereoCamera again(model::noDevice);
+  // The camera does not report whether the file could be written.
+  model::HostCamera again;
   bool same = again.loadCalibParams(path);
   for (const bool isRight : {false, true}) {
     std::vector<cv::Mat> read;

@@ -7,8 +7,8 @@ namespace stereo::calibration {
 
 namespace {
 
-// Mean distance between the corners of two pictures, as a share of an eye's width: below, the board has not moved
-// enough to be another picture, or has moved too much to be held still.
+// Mean distance between the corners of two pictures, as a share of an eye's width: below the first, the picture is not
+// new; above the second, the board is not held still.
 constexpr double leastMove = 0.05;
 constexpr double mostShake = 0.003;
 
@@ -60,7 +60,7 @@ std::string describe(Collector::Verdict verdict) {
     case Collector::Verdict::moving:
       return "hold the board still";
     case Collector::Verdict::known:
-      return "too like a picture taken before: move or tilt the board";
+      return "too similar to an earlier picture: move or tilt the board";
   }
   return "";
 }

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Selects frames of a running camera for calibration.
 #pragma once
 
 #include <string>
@@ -9,18 +10,17 @@
 
 namespace stereo::calibration {
 
-/// Chooses, of the frames of a running camera, those that are worth keeping: the whole board in both eyes, held still,
-/// and somewhere else or otherwise than in all pictures so far.
+/// Selects frames of a running camera for calibration: those with the whole board in both eyes, held still, and placed
+/// differently than in all pictures so far.
 class Collector {
 public:
-  /// @param still whether the board has to be held still from one frame to the next: both eyes of a rolling shutter,
-  /// and
-  ///              a hand's blur, ask for it; pictures that are single shots anyway don't.
+  /// @param still whether the board must be still from one frame to the next. Needed against rolling shutters and
+  /// motion blur, not for single shots.
   Collector(const cv::Size& eyeSize, bool still);
 
   enum class Verdict { taken, nowhere, leftOnly, rightOnly, moving, known };
 
-  /// Looks at the next frame's corners and keeps them if they are worth it.
+  /// Checks the corners of the next frame and keeps them if they are useful.
   Verdict offer(const BoardView& view);
   const std::vector<BoardView>& views() const { return m_views; }
   const Coverage& coverage() const { return m_coverage; }
@@ -35,7 +35,7 @@ private:
   BoardView m_last;
 };
 
-/// One line's worth: "taken", "the right eye does not show the whole board", ...
+/// One line: "taken", "the right eye does not show the whole board", ...
 std::string describe(Collector::Verdict verdict);
 
 }  // namespace stereo::calibration

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Which parts of the image circles have corners.
 #pragma once
 
 #include <array>
@@ -11,16 +12,16 @@
 
 namespace stereo::calibration {
 
-/// Where in the pictures corners were found: a grid of squares over the circle that an eye's picture holds (its
-/// diameter the eye's width), a square counting as covered once it has a corner.
+/// Where in the pictures corners were found: a grid over each eye's image circle, whose diameter is the eye's width. A
+/// cell counts as covered once it has a corner.
 class Coverage {
 public:
   explicit Coverage(const cv::Size& eyeSize);
 
   void add(const BoardView& view);
-  /// Share of the squares with a corner, 0 to 1.
+  /// Share of the cells with a corner, 0 to 1.
   double share(int eye) const;
-  /// Where the left eye lacks most: "middle", "left", "lower right", ...; empty once nothing much is missing.
+  /// Where the left eye lacks most corners: "middle", "left", "lower right", ...; empty once little is missing.
   std::string emptiest() const;
 
 private:

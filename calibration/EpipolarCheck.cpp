@@ -20,26 +20,26 @@ using model::formatted;
 namespace {
 
 constexpr double degree = CV_PI / 180.0;
-// The pictures that are compared: longitude-latitude, square, so wide that the rings to 75 degrees fit in.
+// The compared pictures: longitude-latitude, square, wide enough for the rings to 75 degrees.
 constexpr int pictureSide = 840;
 constexpr double pictureRange = 2.62;  // radians
 constexpr double scale = pictureSide / pictureRange;
 
 constexpr int mostCorners = 2000;
-constexpr double thereAndBack = 0.15;  // pixels by which a corner may miss its start
-constexpr double usedRadius = 0.93;    // of the image circle: its rim is no feature of the scene
+constexpr double thereAndBack = 0.15;  // pixels that a corner tracked there and back may be off
+constexpr double usedRadius = 0.93;    // of the image circle, since its rim is not part of the scene
 
-// Limits of what still fits, pixels of the default view and degrees.
+// Limits for a calibration that fits, pixels of the default view and degrees.
 constexpr double mostMedian = 0.6;
 constexpr double mostRingMedian = 1.0;
 constexpr std::size_t leastMatches = 60;
 constexpr std::size_t leastRingMatches = 25;
-constexpr double leastRingShare = 0.06;  // of all matches: one thing of the scene, matched wrongly, is no ring
+constexpr double leastRingShare = 0.06;  // of all matches, so that one mismatched object does not decide a ring
 constexpr double mostTurn = 0.15;
 constexpr double mostYaw = 0.2;
-// No lens drifts so far that rows are this far off once the turn is made good: such a match is a mistake.
+// No lens drifts so far that rows are this far off after compensating the rotation: such a match is wrong.
 constexpr double mistake = 4.0;         // pixels of the default view
-constexpr double leastLikeness = 0.85;  // correlation of what surrounds the two corners
+constexpr double leastLikeness = 0.85;  // correlation of the patches around the two corners
 constexpr int patchSide = 15;
 
 double quantile(std::vector<double> values, double share) {
@@ -63,17 +63,17 @@ cv::Vec3d rayOf(const cv::Point2f& pixel) {
   return {-std::cos(a), -std::sin(a) * std::cos(b), std::sin(a) * std::sin(b)};
 }
 
-cv::Mat greyOf(const cv::Mat& image, const std::array<cv::Mat, 2>& maps) {
+cv::Mat grayOf(const cv::Mat& image, const std::array<cv::Mat, 2>& maps) {
   cv::Mat turned;
   cv::remap(image, turned, maps[0], maps[1], cv::INTER_LINEAR);
-  cv::Mat grey;
-  cv::cvtColor(turned, grey, cv::COLOR_BGR2GRAY);
-  return grey;
+  cv::Mat gray;
+  cv::cvtColor(turned, gray, cv::COLOR_BGR2GRAY);
+  return gray;
 }
 
 double latitude(const cv::Vec3d& ray) { return std::atan2(ray[1], ray[2]); }
 
-// How a ray's latitude atan2(y, z) grows with a small turn w of the eye, which moves the ray r by w x r:
+// Derivative of a ray's latitude atan2(y, z) by a small rotation w of the eye, which moves the ray r by w x r:
 //   -wx + (x y wy + x z wz) / (y^2 + z^2).
 cv::Vec3d latitudeSlope(const cv::Vec3d& r) {
   const double across = std::max(r[1] * r[1] + r[2] * r[2], 1e-9);
@@ -84,12 +84,12 @@ double rowDifference(const RayPair& pair) {
   return std::remainder(latitude(pair.left) - latitude(pair.right), 2.0 * CV_PI);
 }
 
-// What is left of the rows' difference once the right eye is turned, radians.
+// The rows' difference that remains after rotating the right eye, radians.
 double rowMiss(const RayPair& pair, const cv::Vec3d& turn) {
   return rowDifference(pair) - latitudeSlope(pair.right).dot(turn);
 }
 
-// The small turn of the right eye that makes up for the rows: least squares with weights that outliers lose.
+// The small rotation of the right eye that best aligns the rows: least squares with robust weights.
 void fitTurn(const std::vector<RayPair>& pairs, EpipolarCheckResult& result) {
   cv::Matx33d normal = cv::Matx33d::zeros();
   cv::Vec3d turn(0, 0, 0);
@@ -126,8 +126,7 @@ void fitTurn(const std::vector<RayPair>& pairs, EpipolarCheckResult& result) {
 
 void findFaults(EpipolarCheckResult& result) {
   if (result.median > mostMedian) {
-    result.faults.push_back(
-        formatted("rows differ by %.2f px in the middle (at most %.1f fit)", result.median, mostMedian));
+    result.faults.push_back(formatted("rows differ by %.2f px (median; at most %.1f)", result.median, mostMedian));
   }
   for (std::size_t ring = 0; ring < result.rings.size(); ++ring) {
     const EpipolarCheckRing& each = result.rings[ring];
@@ -143,7 +142,7 @@ void findFaults(EpipolarCheckResult& result) {
   for (int k = 0; k < 3; ++k) {
     const double size = std::abs(result.turn[k]);
     if (size > (k == 1 ? mostYaw : mostTurn) && size > 5.0 * result.turnDeviation[k]) {
-      result.faults.push_back("the right eye looks turned by " +
+      result.faults.push_back("the right eye appears rotated by " +
                               formatted("%.2f +- %.2f degrees", result.turn[k], result.turnDeviation[k]) + " about " +
                               axes[k]);
     }
@@ -211,7 +210,7 @@ EpipolarCheck::EpipolarCheck(const EyeCalibration& left, const EyeCalibration& r
 
 namespace {
 
-// Whether the surroundings of two corners look alike: their normalised correlation.
+// Whether the patches around two corners look alike, by normalized correlation.
 bool alike(const cv::Mat& left, const cv::Point2f& inLeft, const cv::Mat& right, const cv::Point2f& inRight) {
   cv::Mat first;
   cv::Mat second;
@@ -226,10 +225,10 @@ bool alike(const cv::Mat& left, const cv::Point2f& inLeft, const cv::Mat& right,
 
 std::size_t EpipolarCheck::add(const cv::Mat& left, const cv::Mat& right) {
   CV_Assert(left.size() == m_eyeSize && right.size() == m_eyeSize && left.type() == CV_8UC3 && right.type() == CV_8UC3);
-  const cv::Mat greyLeft = greyOf(left, m_maps[0]);
-  const cv::Mat greyRight = greyOf(right, m_maps[1]);
+  const cv::Mat grayLeft = grayOf(left, m_maps[0]);
+  const cv::Mat grayRight = grayOf(right, m_maps[1]);
   std::vector<cv::Point2f> corners;
-  cv::goodFeaturesToTrack(greyLeft, corners, mostCorners, 0.005, 6.0, m_mask);
+  cv::goodFeaturesToTrack(grayLeft, corners, mostCorners, 0.005, 6.0, m_mask);
   if (corners.empty()) {
     return 0;
   }
@@ -240,14 +239,14 @@ std::size_t EpipolarCheck::add(const cv::Mat& left, const cv::Mat& right) {
   std::vector<unsigned char> foundThere;
   std::vector<unsigned char> foundBack;
   std::vector<float> error;
-  cv::calcOpticalFlowPyrLK(greyLeft, greyRight, corners, there, foundThere, error, window, 4, criteria);
-  cv::calcOpticalFlowPyrLK(greyRight, greyLeft, there, back, foundBack, error, window, 4, criteria);
+  cv::calcOpticalFlowPyrLK(grayLeft, grayRight, corners, there, foundThere, error, window, 4, criteria);
+  cv::calcOpticalFlowPyrLK(grayRight, grayLeft, there, back, foundBack, error, window, 4, criteria);
   std::size_t found = 0;
   const cv::Rect picture(0, 0, pictureSide, pictureSide);
   for (std::size_t k = 0; k < corners.size(); ++k) {
     const bool same = foundThere[k] != 0 && foundBack[k] != 0 && cv::norm(back[k] - corners[k]) < thereAndBack;
     if (same && picture.contains(cv::Point(there[k])) && m_mask.at<unsigned char>(cv::Point(there[k])) != 0 &&
-        alike(greyLeft, corners[k], greyRight, there[k])) {
+        alike(grayLeft, corners[k], grayRight, there[k])) {
       m_pairs.push_back({rayOf(corners[k]), rayOf(there[k])});
       ++found;
     }

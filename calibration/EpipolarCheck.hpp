@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Epipolar check: whether rectified rows agree, from any scene.
 #pragma once
 
 #include <array>
@@ -9,22 +10,22 @@
 
 namespace stereo::calibration {
 
-/// One eye's calibration, as `StereoCamera::getCalibParams` hands it out, in pixels of the eye's image as it is.
+/// One eye's calibration, as from `StereoCamera::getCalibParams`, in pixels of the eye's image.
 struct EyeCalibration {
   cv::Mat K;  ///< 3x3 CV_64F
   cv::Mat D;  ///< 1x4 CV_64F: k1, k2, p1, p2
   double xi = 0;
-  cv::Mat R;  ///< 3x3 CV_64F, turns the eye's rays into the common frame
+  cv::Mat R;  ///< 3x3 CV_64F, rotates the eye's rays into the common frame
 };
 
-/// A thing of the scene seen by both eyes: its rays in the common frame, unit length.
+/// A point of the scene seen by both eyes: its unit rays in the common frame.
 struct RayPair {
   cv::Vec3d left;
   cv::Vec3d right;
 };
 
-/// Row differences are angles about the baseline, told in pixels of the default perspective view in its middle (232
-/// pixels a radian, one is a quarter of a degree): the same unit over the whole field.
+/// Row differences are angles about the baseline in pixels of the middle of the default perspective view (232 per
+/// radian, a quarter of a degree each): the same unit over the whole field.
 struct EpipolarCheckRing {
   std::size_t matches = 0;
   double median = 0;  ///< of the absolute differences, pixels
@@ -35,23 +36,23 @@ struct EpipolarCheckResult {
   std::size_t matches = 0;
   double median = 0;  ///< pixels
   double p90 = 0;
-  std::vector<EpipolarCheckRing> rings;  ///< by angle off the axis, `ringDegrees` wide each
-  /// How the right eye has turned against its calibration, as the rows tell it, and how sure that is (one standard
-  /// deviation): about x (pitch), y (yaw) and z (roll), degrees. Rows tell little of the yaw.
+  std::vector<EpipolarCheckRing> rings;  ///< by angle off the axis, `kRingDegrees` wide each
+  /// Rotation of the right eye against its calibration, from the rows, and its standard deviation: about x (pitch),
+  /// y (yaw) and z (roll), degrees. Rows depend little on the yaw.
   cv::Vec3d turn;
   cv::Vec3d turnDeviation;
   std::vector<std::string> faults;  ///< why the calibration does not fit; empty: it fits
-  bool enough = false;              ///< false: too few matches to say anything, and no faults told
+  bool enough = false;              ///< false: too few matches to judge, so no faults
 };
 
-/// Tells from what happens to be in the pictures whether rectified rows still agree.
+/// Checks from pictures of any scene whether rectified rows still agree.
 class EpipolarCheck {
 public:
   /// Throws cv::Exception for a calibration of the wrong shape.
   EpipolarCheck(const EyeCalibration& left, const EyeCalibration& right, const cv::Size& eyeSize);
 
-  /// Looks for the same things in both eyes (CV_8UC3, of the size given): corners followed from the left rectified
-  /// picture into the right one and back. Returns how many were found.
+  /// Finds points seen by both eyes (CV_8UC3, of the given size): corners tracked from the left rectified picture to
+  /// the right one and back. Returns how many.
   std::size_t add(const cv::Mat& left, const cv::Mat& right);
   EpipolarCheckResult result() const;
 
@@ -62,8 +63,8 @@ private:
   std::vector<RayPair> m_pairs;
 };
 
-/// The verdict on such pairs. Pairs whose rows stay more than 4 pixels apart once the turn is made good are taken for
-/// mistaken matches and left out.
+/// The result for such pairs. Pairs whose rows stay more than 4 pixels apart after compensating the rotation count as
+/// wrong matches and are ignored.
 EpipolarCheckResult judgeRows(const std::vector<RayPair>& all);
 
 }  // namespace stereo::calibration

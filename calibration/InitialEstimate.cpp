@@ -13,12 +13,11 @@ namespace {
 
 constexpr double degree = CV_PI / 180.0;
 constexpr double infinite = std::numeric_limits<double>::infinity();
-// What is tried: mirror parameters from a narrow lens's to a strong fisheye's, and the angles that the side of the
-// picture may lie at.
+// The grid: mirror parameters from a narrow lens's to a strong fisheye's, and half fields of view, degrees.
 constexpr double xis[] = {0.3, 0.8, 1.2, 1.6, 2.2};
 constexpr double halfFields[] = {50, 65, 80, 95, 111};
 constexpr std::size_t improved = 4;
-// A start that is farther off, in shares of the picture's width, fits nothing.
+// Misfit, as a share of the picture's width, above which an estimate is useless.
 constexpr double hopeless = 0.02;
 
 double median(std::vector<double> values) {
@@ -40,7 +39,7 @@ model::OmniModel candidate(double xi, double halfField, const cv::Size& eyeSize)
   return eye;
 }
 
-// Poses of all boards as this model sees them, and the median of their misfits.
+// Estimates the poses of all boards with this model, and the median of their misfits.
 void assess(EyeStart& start, const std::vector<BoardView>& views, std::size_t eye, const Board& board) {
   std::vector<double> misfits;
   start.boards.assign(views.size(), std::nullopt);
@@ -58,7 +57,7 @@ void assess(EyeStart& start, const std::vector<BoardView>& views, std::size_t ey
   start.rms = median(misfits);
 }
 
-// Lets the solver work on one eye, all boards that have a pose with it.
+// Refines one eye together with all boards that have a pose.
 void improve(EyeStart& start, const std::vector<BoardView>& views, std::size_t eye, const Board& board,
              double lossScale, bool fixedDistortion) {
   Estimate estimate;
@@ -89,7 +88,7 @@ void improve(EyeStart& start, const std::vector<BoardView>& views, std::size_t e
   start.rms = median(misfits);
 }
 
-// Boards that the start could not place may have a pose now.
+// Estimates poses of boards that had none with the initial model.
 void placeMissing(EyeStart& start, const std::vector<BoardView>& views, std::size_t eye, const Board& board) {
   for (std::size_t view = 0; view < views.size(); ++view) {
     if (!start.boards[view] && !views[view].corners[eye].empty()) {
@@ -101,7 +100,7 @@ void placeMissing(EyeStart& start, const std::vector<BoardView>& views, std::siz
   }
 }
 
-// A corner on the flat board, in units, as the homography takes it.
+// A corner on the flat board in units of `unit`, homogeneous.
 cv::Vec3d homogeneous(const Board& board, std::size_t index, double unit) {
   const cv::Vec3d point = board.point(index);
   return {point[0] / unit, point[1] / unit, 1.0};
@@ -117,7 +116,7 @@ std::size_t placed(const EyeStart& start) {
 std::optional<Pose> boardPose(const model::OmniModel& eye, const std::vector<cv::Point2d>& corners,
                               const Board& board) {
   // ray x (H (X, Y, 1)) = 0, H = [r1 r2 t]: three equations a corner for H's nine elements. Board coordinates are
-  // taken in units of the board's length to keep the columns alike.
+  // in units of the board's length, to balance the columns.
   const double unit = board.square * std::max(board.corners.width, board.corners.height);
   cv::Matx<double, 9, 9> normal = cv::Matx<double, 9, 9>::zeros();
   std::vector<cv::Vec3d> rays;
@@ -195,7 +194,7 @@ std::optional<EyeStart> initialEye(const std::vector<BoardView>& views, int eye,
   for (const double xi : xis) {
     for (const double halfField : halfFields) {
       if (std::cos(halfField * degree) + xi < 0.2) {
-        continue;  // such a lens has no pixel for the side of the picture
+        continue;  // such a lens does not reach the edge of the picture
       }
       EyeStart start;
       start.model = candidate(xi, halfField * degree, eyeSize);
@@ -207,14 +206,14 @@ std::optional<EyeStart> initialEye(const std::vector<BoardView>& views, int eye,
   std::sort(starts.begin(), starts.end(), better);
   starts.resize(std::min(improved, starts.size()));
   for (EyeStart& start : starts) {
-    // Loose first, the pinhole of the lens before its distortion; then sharper with the boards that have a pose by now.
+    // First with a wide loss and fixed distortion; then sharper, with all boards that have a pose by then.
     improve(start, views, which, board, 5.0, true);
     placeMissing(start, views, which, board);
     improve(start, views, which, board, 2.0, false);
     placeMissing(start, views, which, board);
     improve(start, views, which, board, 1.0, false);
   }
-  // A start that has lost boards is no match for one that explains them all.
+  // An estimate that lost boards cannot be compared with one that explains all.
   const std::size_t most = placed(*std::max_element(
       starts.begin(), starts.end(), [](const auto& a, const auto& b) { return placed(a) < placed(b); }));
   std::erase_if(starts, [most](const EyeStart& start) { return 10 * placed(start) < 9 * most; });

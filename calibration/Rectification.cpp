@@ -7,7 +7,7 @@ namespace stereo::calibration {
 
 std::array<cv::Matx33d, 2> rectify(const Pose& rightFromLeft) {
   const cv::Matx33d Q = rotationMatrix(rightFromLeft.rotation);
-  // Where the right eye is and looks, in the frame of the left one.
+  // Position and direction of the right eye in the frame of the left one.
   const cv::Vec3d position = -(Q.t() * rightFromLeft.translation);
   const cv::Vec3d axis(Q(2, 0), Q(2, 1), Q(2, 2));
   const double baseline = cv::norm(position);

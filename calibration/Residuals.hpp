@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Residuals of the solver: a corner's reprojection error, with derivatives.
 #pragma once
 
 #include <ceres/rotation.h>
@@ -6,25 +7,25 @@
 
 namespace stereo::calibration {
 
-/// What the solver changes of an eye. The focal lengths are divided by 1 + xi, which is how large things look near the
-/// axis: xi and focal length alone trade off against each other so closely that a solver creeps.
+/// The solver's parameters of an eye. Focal lengths are divided by 1 + xi, which is the magnification near the axis: xi
+/// and focal length themselves are so correlated that a solver creeps.
 enum EyeParameter : int {
   xi,
   reducedFocalX,
   reducedFocalY,
-  centreX,
-  centreY,
+  centerX,
+  centerY,
   radial1,
   radial2,
   tangential1,
   tangential2,
   skew
 };
-inline constexpr int eyeParameters = 10;
-inline constexpr int poseParameters = 6;  // rotation vector, translation in millimetres
-inline constexpr int sagParameters = 3;   // of the board, millimetres
+inline constexpr int kEyeParameters = 10;
+inline constexpr int kPoseParameters = 6;  // rotation vector, translation in millimeters
+inline constexpr int kSagParameters = 3;   // of the board, millimeters
 
-/// Pixel of a point in the frame of the eye (model/OmniModel states the model; here with derivatives). False where the
+/// Projects a point in the frame of the eye (model/OmniModel states the model; here with derivatives). False if the
 /// model has no pixel for it.
 template <typename T>
 bool projectPoint(const T* eye, const T* p, T* pixel) {
@@ -43,8 +44,8 @@ bool projectPoint(const T* eye, const T* p, T* pixel) {
   const T xd = g * x + T(2) * p1 * x * y + p2 * (r2 + T(2) * x * x);
   const T yd = g * y + T(2) * p2 * x * y + p1 * (r2 + T(2) * y * y);
   const T grown = T(1) + eye[xi];
-  pixel[0] = eye[reducedFocalX] * grown * xd + eye[skew] * yd + eye[centreX];
-  pixel[1] = eye[reducedFocalY] * grown * yd + eye[centreY];
+  pixel[0] = eye[reducedFocalX] * grown * xd + eye[skew] * yd + eye[centerX];
+  pixel[1] = eye[reducedFocalY] * grown * yd + eye[centerY];
   return true;
 }
 
@@ -57,10 +58,10 @@ void move(const T* pose, const T* point, T* result) {
   }
 }
 
-/// A corner's pixel by the model minus the pixel it was found at.
+/// Reprojection error of a corner: the model's pixel minus the pixel found.
 class CornerResidual {
 public:
-  /// `onBoard` and `bend` as `Board::point` and `Board::bend` give them.
+  /// `onBoard` and `bend` from `Board::point` and `Board::bend`.
   CornerResidual(const cv::Vec3d& onBoard, const cv::Vec3d& bend, const cv::Point2d& found)
       : m_onBoard(onBoard), m_bend(bend), m_found(found) {}
 
@@ -74,7 +75,7 @@ public:
     return compare(eye, inEye, residual);
   }
 
-  /// The right eye: board into the left eye's frame and on into the right one's.
+  /// The right eye: board into the left eye's frame, then into the right one's.
   template <typename T>
   bool operator()(const T* eye, const T* rightFromLeft, const T* board, const T* sags, T* residual) const {
     T point[3];
@@ -105,7 +106,7 @@ private:
     return true;
   }
 
-  cv::Vec3d m_onBoard;  // millimetres
+  cv::Vec3d m_onBoard;  // millimeters
   cv::Vec3d m_bend;
   cv::Point2d m_found;  // pixels
 };

@@ -18,11 +18,11 @@ using EyeBlock = std::array<double, eyeParameters>;
 using PoseBlock = std::array<double, poseParameters>;
 
 constexpr double mostXi = 6.0;
-// Sizes at which a prior costs as much as one corner that is a pixel off.
+// Values at which a prior costs as much as one corner that is a pixel off.
 constexpr double radialScale = 1.0;
 constexpr double tangentialScale = 0.05;
 constexpr double skewScale = 1.0;  // pixels
-constexpr double sagScale = 2.0;   // millimetres
+constexpr double sagScale = 2.0;   // millimeters
 
 EyeBlock toBlock(const model::OmniModel& eye) {
   const double grown = 1.0 + eye.xi;
@@ -34,8 +34,8 @@ void fromBlock(const EyeBlock& block, model::OmniModel& eye) {
   eye.fx = block[reducedFocalX] * (1.0 + eye.xi);
   eye.fy = block[reducedFocalY] * (1.0 + eye.xi);
   eye.skew = block[skew];
-  eye.cx = block[centreX];
-  eye.cy = block[centreY];
+  eye.cx = block[centerX];
+  eye.cy = block[centerY];
   eye.k1 = block[radial1];
   eye.k2 = block[radial2];
   eye.p1 = block[tangential1];
@@ -50,7 +50,7 @@ PoseBlock toBlock(const Pose& pose) {
 
 Pose fromBlock(const PoseBlock& block) { return {{block[0], block[1], block[2]}, {block[3], block[4], block[5]}}; }
 
-// The numbers that the solver works on, and the problem made of them.
+// The parameter blocks, and the problem built on them.
 class Work {
 public:
   Work(const Estimate& estimate, const SolverOptions& options)

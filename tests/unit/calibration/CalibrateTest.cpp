@@ -129,12 +129,24 @@ TEST(Calibrate, OutliersAreThrownOut) {
   EXPECT_LT(greatestAngle(raysOf(found, rig, 85)), 0.05);
   EXPECT_THAT(assess(found, eyeSize).faults, testing::IsEmpty());
 
+  // Only corners that the result rests on count, in the decision and in its text.
+  Calibration blurred = found;
+  for (std::size_t view = 0; view < views.size(); ++view) {
+    for (std::size_t eye = 0; eye < 2; ++eye) {
+      const std::vector<char>& used = found.selection[view][eye];
+      for (std::size_t k = 0; k < used.size(); ++k) {
+        blurred.errors.reprojection[view][eye][k] = used[k] != 0 ? 2.0 : 100.0;
+      }
+    }
+  }
+  EXPECT_THAT(assess(blurred, eyeSize).faults, testing::ElementsAre(testing::HasSubstr("corners are 2.00 px off")));
+
   // The same with squares told in centimetres, in half inches, and in tenths.
   for (const double unit : {0.1, 1 / 12.7, 10.0}) {
     Calibration mistaken = found;
     mistaken.estimate.rig.rightFromLeft.translation *= unit;
     EXPECT_THAT(assess(mistaken, eyeSize).faults,
-                testing::ElementsAre(testing::HasSubstr("is --square in millimetres?")));
+                testing::ElementsAre(testing::HasSubstr("is --square in millimeters?")));
   }
 }
 

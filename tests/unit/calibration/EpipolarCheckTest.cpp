@@ -51,7 +51,7 @@ TEST_P(Turned, ThirdOfADegreeIsFoundAndMeasured) {
   cv::Vec3d turn(0, 0, 0);
   turn[GetParam()] = 0.3;
   const EpipolarCheckResult result = judgeRows(pairsFor(turn));
-  EXPECT_THAT(result.faults, Contains(HasSubstr("turned")));
+  EXPECT_THAT(result.faults, Contains(HasSubstr("rotated")));
   // The eye's turn against its calibration.
   EXPECT_LT(cv::norm(result.turn - turn), 0.03) << result.turn;
   EXPECT_LT(cv::norm(result.turnDeviation), 0.03);
