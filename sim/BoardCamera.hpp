@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// A simulated camera that sees a calibration board.
 #pragma once
 
 #include "sim/BoardCapture.hpp"
@@ -6,8 +7,8 @@
 
 namespace stereo::sim {
 
-/// A camera before which a chessboard is held at one place after the other (`BoardCapture`): what a calibration is made
-/// from, with a known answer. The rig is that of a `SimulatedCamera` of the same seed; no calibration is set.
+/// A camera that sees a chessboard held at one place after another (`BoardCapture`), for calibrations with a known
+/// result. The rig is that of a `SimulatedCamera` with the same seed; no calibration is set.
 class BoardCamera : public sources::VirtualCamera {
 public:
   /// Throws std::invalid_argument for options out of range.

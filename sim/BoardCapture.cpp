@@ -13,17 +13,17 @@ namespace stereo::sim {
 
 namespace {
 
-constexpr double radiansPerDegree = CV_PI / 180.0;
-constexpr int samplesPerSide = 4;  // a side of a pixel
-constexpr double blackGray = 35.0;
-constexpr double whiteGray = 205.0;
-constexpr double wallGray = 105.0;
+constexpr double kDegree = CV_PI / 180.0;
+constexpr int kSamples = 4;  // per side of a pixel
+constexpr double kBlack = 35.0;
+constexpr double kWhite = 205.0;
+constexpr double kWall = 105.0;
 
 cv::Matx33d turnX(double a) { return {1, 0, 0, 0, std::cos(a), -std::sin(a), 0, std::sin(a), std::cos(a)}; }
 cv::Matx33d turnY(double a) { return {std::cos(a), 0, std::sin(a), 0, 1, 0, -std::sin(a), 0, std::cos(a)}; }
 cv::Matx33d turnZ(double a) { return {std::cos(a), -std::sin(a), 0, std::sin(a), std::cos(a), 0, 0, 0, 1}; }
 
-// Places like those that a patient person finds: from the middle outwards, all round, near and far, never quite square.
+// Places as a patient person would choose them: from the middle outward, all around, near and far, always tilted.
 std::vector<BoardPlace> placesOf(const BoardCapture::Options& options) {
   std::vector<BoardPlace> places;
   const cv::Vec3d middle(0.5 * (options.corners.width - 1) * options.square,
@@ -62,8 +62,8 @@ double shade(const cv::Vec3d& onBoard, const BoardCapture::Options& options) {
   return (static_cast<int>(x) + static_cast<int>(y)) % 2 == 0 ? blackGray : whiteGray;
 }
 
-// Mean over the pixel of what `sample` gives at (x, y), both from -0.5 to 0.5. Where middle and corners agree, there is
-// no edge in between.
+// Mean of `sample` over the pixel, at (x, y) from -0.5 to 0.5 each. If middle and corners agree, there is no edge in
+// between.
 template <typename Sample>
 double pixelShade(const Sample& sample) {
   const double middle = sample(0.0, 0.0);
@@ -86,7 +86,7 @@ BoardCapture::BoardCapture(const Rig& rig, const Options& options)
     : sources::FrameSource(options.rate), m_options(options) {
   if (!model::isFrameSize(options.frameSize) || options.corners.width < 2 || options.corners.height < 2 ||
       !(options.square > 0.0) || options.places < 1 || options.framesPerPlace < 1) {
-    throw std::invalid_argument("a board has 2 x 2 corners or more, frames are 1856x800 or 928x400 pixels");
+    throw std::invalid_argument("a board needs at least 2 x 2 corners, and frames are 1856x800 or 928x400 pixels");
   }
   m_places = placesOf(options);
   const cv::Size& size = options.frameSize;

@@ -17,7 +17,7 @@ namespace {
 
 using Kind = Fault::Kind;
 
-/// What stands behind the frames of a fault.
+/// What follows the frames of a fault.
 enum class Value { none, time, timeOrEver, size };
 
 struct Word {
@@ -26,18 +26,18 @@ struct Word {
   Value value;
 };
 
-constexpr std::array<Word, 12> faultWords{{{"drop", Kind::drop, Value::none},
-                                           {"delay", Kind::delay, Value::time},
-                                           {"duplicate", Kind::duplicate, Value::none},
-                                           {"tear", Kind::tear, Value::none},
-                                           {"size", Kind::size, Value::size},
-                                           {"grey", Kind::grey, Value::none},
-                                           {"16bit", Kind::deep, Value::none},
-                                           {"empty", Kind::empty, Value::none},
-                                           {"untouched", Kind::untouched, Value::none},
-                                           {"black", Kind::black, Value::none},
-                                           {"stall", Kind::stall, Value::time},
-                                           {"unplug", Kind::unplug, Value::timeOrEver}}};
+constexpr std::array<Word, 12> kWords{{{"drop", Kind::drop, Value::none},
+                                       {"delay", Kind::delay, Value::time},
+                                       {"duplicate", Kind::duplicate, Value::none},
+                                       {"tear", Kind::tear, Value::none},
+                                       {"size", Kind::size, Value::size},
+                                       {"grey", Kind::gray, Value::none},
+                                       {"16bit", Kind::deep, Value::none},
+                                       {"empty", Kind::empty, Value::none},
+                                       {"untouched", Kind::untouched, Value::none},
+                                       {"black", Kind::black, Value::none},
+                                       {"stall", Kind::stall, Value::time},
+                                       {"unplug", Kind::unplug, Value::timeOrEver}}};
 
 constexpr std::size_t maxDigits = 18;  // fits 64 bits
 constexpr std::uint64_t longestWait = 3'600'000;
@@ -83,7 +83,7 @@ void parseFrames(const std::string& text, Fault& fault) {
     last = rest.empty() ? std::optional(Fault::noEnd) : numberFrom(rest);
   }
   if (!first || !last) {
-    refuse("'" + text + "' names no frames: it takes N, N-M or N-");
+    refuse("'" + text + "' names no frames: use N, N-M or N-");
   }
   if (*last < *first) {
     refuse("the frames '" + text + "' end before they begin");
@@ -100,7 +100,7 @@ void parseTime(const std::string& text, bool orEver, Fault& fault) {
   const std::string_view all(text);
   const auto number = all.ends_with("ms") ? numberFrom(all.substr(0, all.size() - 2), 1, longestWait) : std::nullopt;
   if (!number) {
-    refuse("'" + text + "' is no time from 1ms to 3600000ms" + (orEver ? " or 'ever'" : ""));
+    refuse("'" + text + "' is not a time from 1ms to 3600000ms" + (orEver ? " or 'ever'" : ""));
   }
   fault.time = std::chrono::milliseconds(*number);
 }
@@ -111,16 +111,16 @@ void parseSize(const std::string& text, Fault& fault) {
   const auto width = numberFrom(all.substr(0, cross), 1, largestSide);
   const auto height = numberFrom(all.substr(std::min(cross + 1, all.size())), 1, largestSide);
   if (!width || !height) {
-    refuse("'" + text + "' is no size from 1x1 to 8192x8192");
+    refuse("'" + text + "' is not a size from 1x1 to 8192x8192");
   }
   fault.size = {static_cast<int>(*width), static_cast<int>(*height)};
 }
 
 Fault parseFault(const std::vector<std::string>& words) {
   const auto* const word =
-      std::find_if(faultWords.begin(), faultWords.end(), [&](const Word& each) { return each.text == words[0]; });
-  if (word == faultWords.end()) {
-    refuse("'" + words[0] + "' is no fault");
+      std::find_if(kWords.begin(), kWords.end(), [&](const Word& each) { return each.text == words[0]; });
+  if (word == kWords.end()) {
+    refuse("'" + words[0] + "' is not a fault");
   }
   const std::size_t wanted = word->value == Value::none ? 2 : 3;
   if (words.size() != wanted) {
@@ -143,7 +143,7 @@ Fault parseFault(const std::vector<std::string>& words) {
   return fault;
 }
 
-/// Numbers that are the same with every standard library, which its distributions are not.
+/// Random numbers that are the same with every standard library, unlike its distributions.
 class Dice {
 public:
   explicit Dice(std::uint64_t seed) : m_engine(seed) {}
@@ -221,14 +221,14 @@ FaultScript randomFaults(std::uint64_t seed, const RandomFaults& options) {
       options.longest.count() > static_cast<std::int64_t>(longestWait) || usual.empty() || usual.width > largest ||
       usual.height > largest) {
     throw std::invalid_argument(
-        "random faults need 1 frame or more, a time from 1 to 3600000 ms and a size of at most " +
-        std::to_string(largest) + " pixels a side");
+        "random faults need at least 1 frame, a time from 1 to 3600000 ms and a size of at most " +
+        std::to_string(largest) + " pixels per side");
   }
   Dice dice(seed);
   FaultScript script;
   while (script.size() < static_cast<std::size_t>(options.faults)) {
-    const Word& word = faultWords[dice.below(faultWords.size())];
-    if (!options.otherTypes && (word.kind == Kind::grey || word.kind == Kind::deep)) {
+    const Word& word = kWords[dice.below(kWords.size())];
+    if (!options.otherTypes && (word.kind == Kind::gray || word.kind == Kind::deep)) {
       continue;
     }
     Fault fault;

@@ -26,7 +26,7 @@ cv::Mat resized(const cv::Mat& picture, const cv::Size& size) {
   return result;
 }
 
-cv::Mat grey(const cv::Mat& picture) {
+cv::Mat gray(const cv::Mat& picture) {
   cv::Mat result = picture;
   if (picture.channels() == 3) {
     cv::cvtColor(picture, result, cv::COLOR_BGR2GRAY);
@@ -114,7 +114,7 @@ FaultyCapture::Answer FaultyCapture::take() {
     return {};
   }
   Answer answer;
-  // Into an image of its own each time: the one before may be wanted once more.
+  // A new image each time, since the previous one may be needed again.
   answer.success = m_device->read(answer.picture) && !answer.picture.empty();
   if (!answer.success) {
     return {};
@@ -156,8 +156,8 @@ void FaultyCapture::spoil(Answer& answer, std::uint64_t frame) {
       case Kind::size:
         picture = resized(picture, fault.size);
         break;
-      case Kind::grey:
-        picture = grey(picture);
+      case Kind::gray:
+        picture = gray(picture);
         break;
       case Kind::deep:
         picture = deep(picture);
@@ -168,7 +168,7 @@ void FaultyCapture::spoil(Answer& answer, std::uint64_t frame) {
       case Kind::delay:
       case Kind::stall:
       case Kind::unplug:
-        break;  // seen to before
+        break;  // handled elsewhere
     }
   }
 }

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// True depth of rectified pixels.
 #pragma once
 
 #include <memory>
@@ -10,12 +11,12 @@
 
 namespace stereo::sim {
 
-/// A rectified view as the camera makes it: which ray belongs to a pixel and the other way round.
+/// A rectified view as the camera makes it: pixel to ray, and point to pixel.
 class View {
 public:
-  /// Pinhole with focal length f = (W / 2) / tan(field / 2) pixels and its centre at (W / 2 - 0.5, H / 2 - 0.5).
+  /// Pinhole with focal length f = (W / 2) / tan(field / 2) pixels and its center at (W / 2 - 0.5, H / 2 - 0.5).
   static View perspective(const cv::Size& size, double horizontalFieldDegrees);
-  /// Longitude and latitude, each over the range alpha = rangeDegrees / 222 * pi round the axis: pixel (col, row) has
+  /// Longitude and latitude, each over the range alpha = rangeDegrees / 222 * pi around the axis: pixel (col, row) has
   /// a = pi / 2 + (col - W / 2) alpha / W and b = pi / 2 + (row - H / 2) alpha / H; its ray is
   /// (-cos a, -sin a cos b, sin a sin b).
   static View lonLat(const cv::Size& size, double rangeDegrees);
@@ -26,7 +27,7 @@ public:
   cv::Point2d pixel(const cv::Vec3d& point) const;
 
   const cv::Size& size() const { return m_size; }
-  /// Focal length in pixels (perspective) or pixels a radian along a row (longitude-latitude).
+  /// Focal length in pixels (perspective), or pixels per radian along a row (longitude-latitude).
   double scale() const { return m_scaleX; }
 
 private:
@@ -40,14 +41,14 @@ private:
   double m_centerY = 0.0;
 };
 
-/// What a perfect camera would report for each pixel of the left rectified view. All of the view's size.
+/// The exact values for each pixel of the left rectified view. All matrices have the view's size.
 struct Truth {
-  cv::Mat depth;      ///< CV_64FC1: z, metres
-  cv::Mat distance;   ///< CV_64FC1: along the ray, metres
+  cv::Mat depth;      ///< CV_64FC1: z, meters
+  cv::Mat distance;   ///< CV_64FC1: along the ray, meters
   cv::Mat disparity;  ///< CV_64FC1: column in the left view minus column in the right one, pixels
-  cv::Mat surface;    ///< CV_32SC1: `Hit::surface`; neighbours that differ have an edge between them
+  cv::Mat surface;    ///< CV_32SC1: `Hit::surface`; neighbors that differ have an edge between them
   cv::Mat occluded;   ///< CV_8UC1: 255 where something hides the point from the right eye
-  cv::Mat seen;       ///< CV_8UC1: 255 where both lenses and their images take in the point and nothing hides it
+  cv::Mat seen;       ///< CV_8UC1: 255 where the point is in the field and image of both eyes and nothing hides it
 };
 
 /// True depth of the scene for every pixel of a rectified left view. Immutable; any thread.
@@ -55,7 +56,7 @@ class GroundTruth {
 public:
   GroundTruth(std::shared_ptr<const Scene> scene, const Rig& rig);
 
-  /// The truth at `time`, seconds. Rows are shared out over threads (`forEachRow`).
+  /// The truth at `time`, seconds. Rows are spread over threads (`forEachRow`).
   Truth at(const View& view, double time) const;
 
 private:

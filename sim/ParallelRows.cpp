@@ -14,8 +14,8 @@ namespace stereo::sim {
 
 namespace {
 
-// Rows taken at a time: few enough to share out uneven work evenly.
-constexpr int rowsPerChunk = 8;
+// Rows taken at a time: few, to balance uneven work.
+constexpr int kChunk = 8;
 
 }  // namespace
 

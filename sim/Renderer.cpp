@@ -12,7 +12,7 @@ namespace stereo::sim {
 
 namespace {
 
-/// What a sensor shows where no light falls: near black, with a little noise that never changes.
+/// A sensor's pixels without light: near black, with a little constant noise.
 cv::Vec3b darkPixel(int row, int col) {
   const std::uint32_t bits = mixBits(static_cast<std::uint32_t>(row), static_cast<std::uint32_t>(col));
   const auto level = static_cast<unsigned char>(5 + bits % 4);

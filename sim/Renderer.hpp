@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Renders what both eyes see of the scene.
 #pragma once
 
 #include <memory>
@@ -11,23 +12,22 @@
 
 namespace stereo::sim {
 
-/// Draws what the rig sees of the scene: both eyes side by side, left eye left, CV_8UC3 BGR.
+/// Renders what the rig sees of the scene: both eyes side by side, left eye on the left, CV_8UC3 BGR.
 ///
-/// The ray of every pixel is worked out once, at construction (some tenths of a second and 18 MB at full size). Rows
-/// are shared out over threads (`forEachRow`); the picture doesn't depend on how. `render` may be called by any number
-/// of threads.
+/// The ray of every pixel is computed once, at construction (some tenths of a second and 18 MB at full size). Rows are
+/// spread over threads (`forEachRow`), which does not affect the picture. Any number of threads may call `render`.
 class Renderer {
 public:
   /// `frameSize` is one of the camera's formats: 1856 x 800 or 928 x 400; any other throws std::invalid_argument.
   Renderer(std::shared_ptr<const Scene> scene, const Rig& rig, const cv::Size& frameSize);
 
-  /// The frame at `time`, seconds; the caller owns its pixels. Dark, but not quite black, outside the lenses' field.
+  /// The frame at `time`, seconds; the caller owns its pixels. Dark, but not black, outside the lenses' field.
   cv::Mat render(double time) const;
 
   const cv::Size& frameSize() const { return m_frameSize; }
   /// Width of a pixel in the middle of the field, radians.
   double pixelAngle() const { return m_pixelAngle; }
-  /// Where colours are drawn for, so that both eyes see the same: the middle between the eyes, metres.
+  /// Viewpoint for colors, so that both eyes see the same ones: midway between the eyes, meters.
   const cv::Vec3d& viewer() const { return m_viewer; }
 
 private:
@@ -35,8 +35,8 @@ private:
   cv::Size m_frameSize;
   double m_pixelAngle = 0.0;
   cv::Vec3d m_viewer;
-  cv::Vec3d m_positions[2];       // of the eyes, metres
-  std::vector<cv::Vec3f> m_rays;  // one a pixel of the frame, rectified left frame; zero: no ray gets there
+  cv::Vec3d m_positions[2];       // of the eyes, meters
+  std::vector<cv::Vec3f> m_rays;  // one for each pixel of the frame, rectified left frame; zero: none
 };
 
 }  // namespace stereo::sim

@@ -15,7 +15,7 @@ namespace {
 constexpr double lensHalfField = 111.0 / 180.0 * CV_PI;
 constexpr double circleRadius = 464.0;  // pixels, full size
 
-/// Turn by the vector's length about the vector, radians.
+/// Rotation by the vector's length, radians, about the vector.
 cv::Matx33d turnAbout(const cv::Vec3d& axisAngle) {
   const double angle = cv::norm(axisAngle);
   if (angle == 0.0) {
@@ -39,8 +39,8 @@ Eye drawEye(bool isRight, double baseline, std::uint32_t seed) {
   m.k2 = around(0.010, 0.006);
   m.p1 = around(0.0, 4e-4);
   m.p2 = around(0.0, 4e-4);
-  // The focal length is what puts the rim of the field on the rim of the image circle.
-  const double r = std::sin(lensHalfField) / (std::cos(lensHalfField) + m.xi);
+  // The focal length puts the rim of the field on the rim of the image circle.
+  const double r = std::sin(kHalfField) / (std::cos(kHalfField) + m.xi);
   const double rim = r * (1.0 + m.k1 * r * r + m.k2 * r * r * r * r);
   m.fx = around(circleRadius / rim, 2.5);
   m.fy = m.fx * around(1.0, 0.0015);
@@ -48,7 +48,7 @@ Eye drawEye(bool isRight, double baseline, std::uint32_t seed) {
   m.cx = around(464.0, 3.0);
   m.cy = around(400.0, 3.0);
   const double degree = CV_PI / 180.0;
-  // The eyes squint outwards by about a degree in all and tilt and roll less.
+  // The eyes diverge by about a degree in all, and tilt and roll less.
   eye.rotation = turnAbout({around(0.0, 0.4) * degree, around(isRight ? -0.6 : 0.6, 0.4) * degree,
                             around(isRight ? 0.4 : -0.4, 0.4) * degree});
   eye.position = isRight ? cv::Vec3d(baseline, 0, 0) : cv::Vec3d(0, 0, 0);
@@ -76,10 +76,10 @@ std::optional<cv::Point2d> Rig::project(bool isRight, const cv::Vec3d& point, co
   if (!pixel || pixel->x < 0.0 || pixel->y < 0.0 || pixel->x > width - 1.0 || pixel->y > height - 1.0) {
     return std::nullopt;
   }
-  // The camera's mask has its centre and radius in whole pixels.
-  const cv::Point centre(width / 2, height / 2);
+  // The camera's mask has its center and radius in whole pixels.
+  const cv::Point center(width / 2, height / 2);
   const int circle = frameSize.width / 4;
-  return std::hypot(pixel->x - centre.x, pixel->y - centre.y) <= circle ? pixel : std::nullopt;
+  return std::hypot(pixel->x - center.x, pixel->y - center.y) <= circle ? pixel : std::nullopt;
 }
 
 std::vector<cv::Mat> Rig::calibParams(bool isRight) const {

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The simulated eyes and their calibration.
 #pragma once
 
 #include <cstdint>
@@ -16,33 +17,33 @@ namespace stereo::sim {
 /// One eye of the rig.
 struct Eye {
   model::OmniModel model;  ///< pixels of the eye in a full-size (1856 x 800) frame
-  cv::Matx33d rotation;    ///< turns the eye's frame into the rectified one
-  cv::Vec3d position;      ///< metres, rectified left frame
+  cv::Matx33d rotation;    ///< from the eye's frame to the rectified one
+  cv::Vec3d position;      ///< meters, rectified left frame
 };
 
-/// Two fisheye eyes side by side: what a calibration would find if it were free of error.
+/// Two fisheye eyes side by side, and their exact calibration.
 ///
-/// Frame: rectified left camera, metres; x right, y down, z forward; left eye at the origin, right eye at
+/// Frame: rectified left camera, meters; x right, y down, z forward; left eye at the origin, right eye at
 /// (baseline, 0, 0). The lenses see 222 degrees in a circle of 464 pixels (full size); the eyes differ a little in
-/// focal length, centre, distortion and direction, as real ones do.
+/// focal length, center, distortion and direction, as real ones do.
 class Rig {
 public:
   /// The same seed gives the same rig.
   explicit Rig(std::uint32_t seed = 1);
 
   const Eye& eye(bool isRight) const { return m_eyes[isRight ? 1 : 0]; }
-  /// Metres between the eyes.
+  /// Meters between the eyes.
   double baseline() const { return m_baseline; }
   /// The eye's model in pixels of a frame of this size.
   model::OmniModel modelFor(bool isRight, const cv::Size& frameSize) const;
 
-  /// Pixel, in the image of one eye of a frame of this size, of a point (metres, rectified left frame); nothing if it
-  /// lies outside the lens's field, the eye's image or the image circle.
+  /// Pixel of a point (meters, rectified left frame) in one eye's image of a frame of this size; nothing if it is
+  /// outside the lens's field, the eye's image or the image circle.
   std::optional<cv::Point2d> project(bool isRight, const cv::Vec3d& point, const cv::Size& frameSize) const;
 
-  /// {intrinsic matrix for a frame 1856 wide, distortion 1x4, xi 1x1, rotation, translation 3x1 in millimetres}, all
-  /// CV_64F and owned by the caller: as the camera takes them. The translation is that of x_right = Q x_left + t
-  /// between the frames of the eyes; its norm is the baseline.
+  /// {intrinsic matrix for a frame 1856 wide, distortion 1x4, xi 1x1, rotation, translation 3x1 in millimeters}, all
+  /// CV_64F and owned by the caller, as for `setCalibParams`. The translation t is that of x_right = Q x_left + t
+  /// between the eyes' frames; its norm is the baseline.
   std::vector<cv::Mat> calibParams(bool isRight) const;
 
   /// Writes a calibration file as the camera reads it (YAML, XML or JSON by extension), replacing the file. Throws

@@ -13,12 +13,12 @@ namespace stereo::sim {
 
 namespace {
 
-// A ray's own starting surface doesn't count; far below the nearest thing, far above rounding.
-constexpr double nearestHit = 1e-9;
+// Hits nearer than this are the ray's own starting surface; far below the nearest object, far above rounding.
+constexpr double kNear = 1e-9;
 // Width of the coarsest texture cells as seen by the viewer, radians: the same for any resolution, so that pictures of
-// any size show the same surfaces. A good dozen of the wider pixels.
-constexpr double coarsestAngle = 0.12;
-constexpr double noHit = std::numeric_limits<double>::infinity();
+// any size show the same surfaces. More than a dozen of the wider pixels.
+constexpr double kCoarsestAngle = 0.12;
+constexpr double kNone = std::numeric_limits<double>::infinity();
 
 cv::Matx33d turn(double yawDegrees, double pitchDegrees, double rollDegrees) {
   const double y = yawDegrees * CV_PI / 180.0;
@@ -52,7 +52,7 @@ std::vector<Solid> furnish() {
                     {0.50F, 0.68F, 0.48F}});
   solids.push_back(
       {Shape::Panel, {0.02, -0.78, 0.45}, {0.5, 0.4, 0}, turn(0, -65, 5), {}, 1, 0.0, {0.62F, 0.48F, 0.60F}});
-  // Near things in front.
+  // Near objects in front.
   solids.push_back({Shape::Sphere,
                     {0.07, 0.06, 0.56},
                     {0.09, 0.09, 0.09},
@@ -85,7 +85,7 @@ std::vector<Solid> furnish() {
                     1,
                     1.4,
                     {0.74F, 0.52F, 0.40F}});
-  // Farther off in front.
+  // Farther objects in front.
   solids.push_back(
       {Shape::Box, {-0.15, 0.55, 2.1}, {0.35, 0.45, 0.3}, turn(25, 0, 0), {}, 1, 0.0, {0.45F, 0.50F, 0.65F}});
   solids.push_back({Shape::Sphere, {0.9, -0.5, 1.9}, {0.35, 0.35, 0.35}, straight, {}, 1, 0.0, {0.62F, 0.66F, 0.46F}});
@@ -201,7 +201,7 @@ SceneSnapshot::SceneSnapshot(std::vector<Solid> solids, std::uint32_t seed)
     : m_solids(std::move(solids)), m_seed(seed) {
   m_reach.reserve(m_solids.size());
   for (const Solid& solid : m_solids) {
-    // A hair wider than the solid, lest rounding cut off a corner.
+    // Slightly wider than the solid, so that rounding cuts off no corner.
     m_reach.push_back((solid.shape == Shape::Sphere ? solid.halfExtent[0] : cv::norm(solid.halfExtent)) * 1.000001);
   }
 }
@@ -210,7 +210,7 @@ Hit SceneSnapshot::trace(const cv::Vec3d& origin, const cv::Vec3d& direction) co
   Crossing nearest;
   std::size_t index = 0;
   for (std::size_t i = 0; i < m_solids.size(); ++i) {
-    // Most rays pass far by most solids: the surrounding sphere settles that without the exact test.
+    // Most rays miss most solids by far: the bounding sphere saves the exact test.
     const cv::Vec3d toCenter = m_solids[i].center - origin;
     const double along = toCenter.dot(direction);
     const double reach2 = m_reach[i] * m_reach[i];
@@ -238,7 +238,7 @@ Hit SceneSnapshot::trace(const cv::Vec3d& origin, const cv::Vec3d& direction) co
 bool SceneSnapshot::visible(const cv::Vec3d& origin, const cv::Vec3d& target) const {
   const cv::Vec3d way = target - origin;
   const double length = cv::norm(way);
-  // A micrometre of grace: the target's own surface is not in front of itself.
+  // A micrometer of tolerance, so that the target's own surface is not in front of it.
   return trace(origin, way / length).distance > length - 1e-6;
 }
 
@@ -248,9 +248,9 @@ cv::Vec3b SceneSnapshot::color(const Hit& hit, const cv::Vec3d& viewer, double p
   const cv::Vec3d way = hit.point - viewer;
   const double distance = cv::norm(way);
   const double incidence = std::max(0.15, std::abs(hit.normal.dot(way)) / distance);
-  const double spread = distance / incidence;  // metres on the surface for each radian
+  const double spread = distance / incidence;  // meters on the surface for each radian
 
-  // Faces differ a little in colour, which sets edges off; light comes from above and behind.
+  // Faces differ a little in color, which shows edges; light comes from above and behind.
   const cv::Vec3d light(0.2, -0.8, -0.566);
   const double shade = 0.7 + 0.3 * std::abs(hit.normal.dot(light));
   const std::uint32_t seed = mixBits(m_seed, static_cast<std::uint32_t>(index));
@@ -270,7 +270,7 @@ Scene::Scene(const Options& options) : m_options(options), m_solids(furnish()) {
   if (!(options.period > 0.0) || !std::isfinite(options.period)) {
     throw std::invalid_argument("the scene's period must be above 0 s");
   }
-  // The room stays; everything else is shifted by up to a centimetre, turned a little and tinted.
+  // The room stays; everything else is shifted by up to a centimeter, rotated a little and tinted.
   for (std::size_t i = 1; i < m_solids.size(); ++i) {
     Solid& solid = m_solids[i];
     const std::uint32_t seed = mixBits(options.seed, 1000U + static_cast<std::uint32_t>(i));

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// A textured room of known geometry.
 #pragma once
 
 #include <cstdint>
@@ -9,67 +10,67 @@
 namespace stereo::sim {
 
 enum class Shape {
-  Box,     ///< Six faces; seen from outside, or from inside where the ray starts there.
+  Box,     ///< Six faces; seen from outside, or from inside if the ray starts there.
   Sphere,  ///< Radius `halfExtent[0]`.
   Panel    ///< Rectangle in its own plane z = 0, seen from both sides.
 };
 
-/// One thing in the scene: a shape, where it is and how it swings.
+/// One object of the scene: its shape, pose and motion.
 struct Solid {
   Shape shape = Shape::Box;
-  cv::Vec3d center;                           ///< metres
-  cv::Vec3d halfExtent;                       ///< metres, along its own axes
-  cv::Matx33d rotation = cv::Matx33d::eye();  ///< turns its own axes into the scene's
-  cv::Vec3d swing;                            ///< metres: the centre moves by swing * sin(phase + ...)
-  int swingsPerPeriod = 1;                    ///< whole, so that the motion closes after one period
+  cv::Vec3d center;                           ///< meters
+  cv::Vec3d halfExtent;                       ///< meters, along its own axes
+  cv::Matx33d rotation = cv::Matx33d::eye();  ///< from its own axes to the scene's
+  cv::Vec3d swing;                            ///< meters: the center moves by swing * sin(phase + ...)
+  int swingsPerPeriod = 1;                    ///< an integer, so that the motion repeats after one period
   double phase = 0.0;                         ///< radians
   cv::Vec3f color{0.5F, 0.5F, 0.5F};          ///< mean blue, green, red, 0 to 1
 };
 
-/// Where a ray meets the scene first.
+/// First intersection of a ray with the scene.
 struct Hit {
-  double distance = 0.0;  ///< metres along the unit ray
+  double distance = 0.0;  ///< meters along the unit ray
   int surface = -1;       ///< 6 * index of the solid + face (0 to 5 for boxes: -x, +x, -y, +y, -z, +z)
-  cv::Vec3d point;        ///< metres, scene frame
-  cv::Vec3d local;        ///< metres, frame of the solid
+  cv::Vec3d point;        ///< meters, scene frame
+  cv::Vec3d local;        ///< meters, frame of the solid
   cv::Vec3d normal;       ///< unit length, scene frame, either sign
 };
 
-/// The scene at one instant. Immutable; any number of threads.
+/// The scene at one instant. Immutable; any thread.
 class SceneSnapshot {
 public:
   SceneSnapshot(std::vector<Solid> solids, std::uint32_t seed);
 
-  /// First surface along `direction` (unit length) from `origin`, a point inside the room: there always is one.
+  /// First surface along `direction` (unit length) from `origin`, a point inside the room, so there always is one.
   Hit trace(const cv::Vec3d& origin, const cv::Vec3d& direction) const;
 
-  /// Whether nothing lies between the two points; `target` itself may lie on a surface.
+  /// Whether nothing is between the two points; `target` itself may be on a surface.
   bool visible(const cv::Vec3d& origin, const cv::Vec3d& target) const;
 
-  /// Colour (blue, green, red) of a surface point, drawn as fine as a viewer at `viewer` (metres) with pixels
-  /// `pixelAngle` radians wide can resolve. Doesn't depend on where the ray came from: give the middle between the
-  /// eyes, and both eyes see the same colour.
+  /// Color (blue, green, red) of a surface point, with the detail that a viewer at `viewer` (meters) with pixels
+  /// `pixelAngle` radians wide can resolve. Does not depend on the ray's origin: with the midpoint between the eyes as
+  /// viewer, both eyes see the same color.
   cv::Vec3b color(const Hit& hit, const cv::Vec3d& viewer, double pixelAngle) const;
 
-  /// The solids as they stand at this instant (the room first); their motion is already applied.
+  /// The solids at this instant, the room first; their motion is already applied.
   const std::vector<Solid>& solids() const { return m_solids; }
 
 private:
   std::vector<Solid> m_solids;
-  std::vector<double> m_reach;  // radius of the sphere about each solid's centre that holds all of it
+  std::vector<double> m_reach;  // radius of each solid's bounding sphere about its center
   std::uint32_t m_seed;
 };
 
-/// A textured room with things in it from 0.15 m to several metres off, for both eyes of a stereo camera.
+/// A textured room with objects from 0.15 m to several meters away.
 ///
-/// Metres, in the rectified left camera's frame: x right, y down, z forward; the left eye is the origin and the right
-/// one a few centimetres along +x. Walls stand all round, so that every ray of a lens that sees more than half the
-/// world ends on something. The same seed gives the same scene, bit for bit, on any number of threads.
+/// Meters, in the rectified left camera's frame: x right, y down, z forward; the left eye is the origin and the right
+/// one a few centimeters along +x. Walls are on all sides, so that every ray of a lens with more than 180 degrees hits
+/// something. The same seed gives the same scene, bit for bit, on any number of threads.
 class Scene {
 public:
   struct Options {
-    std::uint32_t seed = 1;  ///< draws textures, colours and small shifts of the things
-    bool moving = true;      ///< false: the scene stands still as at time 0
+    std::uint32_t seed = 1;  ///< of textures, colors and small shifts of the objects
+    bool moving = true;      ///< false: the scene stays as at time 0
     double period = 2.0;     ///< seconds after which the motion repeats, above 0
   };
 

@@ -18,7 +18,7 @@ std::unique_ptr<cv::VideoCapture> withFaults(std::unique_ptr<SimulatedCapture> d
 
 }  // namespace
 
-/// What exists before the camera: its device is handed to the base class and referred to afterwards.
+/// Made before the camera: the base class takes over the device, which is still referred to afterward.
 struct SimulatedCamera::Parts {
   explicit Parts(const Options& options)
       : scene(std::make_shared<const Scene>(Scene::Options{options.seed, options.moving, options.period})),

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The simulated camera.
 #pragma once
 
 #include <cstdint>
@@ -15,22 +16,22 @@
 
 namespace stereo::sim {
 
-/// A calibrated camera in a room of known geometry: ready for `startCapture` once constructed.
+/// A calibrated camera in a room of known geometry, ready for `startCapture` once constructed.
 ///
-/// Its calibration is free of error and already set, its serial number is the seed. `setRawFrameSize` and
-/// `setRawFrameRate` work as on a real camera.
+/// Its exact calibration is already set; its serial number is the seed. `setRawFrameSize` and `setRawFrameRate` work as
+/// with a real camera.
 class SimulatedCamera : public sources::VirtualCamera {
 public:
   struct Options {
     cv::Size frameSize{1856, 800};     ///< 1856 x 800 or 928 x 400
     double rate = 30.0;                ///< frames per second, 0: as fast as possible
-    std::uint32_t seed = 1;            ///< draws rig and scene
-    bool moving = true;                ///< false: the scene stands still
+    std::uint32_t seed = 1;            ///< of rig and scene
+    bool moving = true;                ///< false: the scene does not move
     double period = 2.0;               ///< scene seconds after which the motion repeats
-    int framesPerPeriod = 16;          ///< frames that show one period
+    int framesPerPeriod = 16;          ///< frames of one period
     bool ring = true;                  ///< keep the frames of a period: see `SimulatedCapture`
     cv::Size rectFrameSize{464, 400};  ///< one rectified eye, pixels
-    FaultScript faults = {};           ///< what goes wrong with the device; the first ten frames are warm-up
+    FaultScript faults = {};           ///< faults of the device; the first ten frames are warm-up
   };
 
   /// Throws std::invalid_argument for options out of range.
@@ -39,13 +40,13 @@ public:
 
   const std::shared_ptr<const Scene>& scene() const { return m_scene; }
   const Rig& rig() const { return m_rig; }
-  /// The device, below what goes wrong with it; owned by the camera.
+  /// The device without its faults; owned by the camera.
   SimulatedCapture& capture() const { return m_capture; }
 
-  /// Renders the frames of a period, which takes a hundred times as long as a camera takes to deliver them.
+  /// Renders the frames of a period, which takes a hundred times as long as playing them.
   void prepare(const Progress& progress) override { m_capture.fillRing(progress); }
 
-  /// The rectified views as the camera makes them, by its present settings.
+  /// The rectified views as the camera makes them with its current settings.
   View perspectiveView() const;
   View lonLatView() const;
   /// True depth for either view at a scene time, seconds.

@@ -24,7 +24,7 @@ SimulatedCapture::SimulatedCapture(std::shared_ptr<const Scene> scene, const Rig
       m_scene(std::move(scene)),
       m_rig(rig),
       m_framesPerPeriod(checkedFrames(*m_scene, options.framesPerPeriod)),
-      // A single frame is kept in any case.
+      // A single frame is always kept.
       m_keep(options.ring || m_framesPerPeriod == 1),
       m_renderer(std::make_unique<Renderer>(m_scene, m_rig, options.frameSize)),
       m_asked(options.frameSize),

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The simulated camera's device.
 #pragma once
 
 #include <cstdint>
@@ -13,15 +14,15 @@
 
 namespace stereo::sim {
 
-/// Device that shows a scene: frame n is the scene at time (n mod N) / N of its period, N frames a period (N is 1 for a
-/// scene that stands still).
+/// Device that shows a scene: frame n is the scene at time (n mod N) / N of its period, with N frames per period (1 if
+/// the scene does not move).
 ///
 /// With the ring, each of the N frames is rendered when it is first due and kept (4.5 MB each at full size), so that
-/// from the second period on frames can be had at hundreds a second. Without it, every frame is rendered anew: less
-/// memory, and no more than a few frames a second at full size. Both give the same frames.
+/// from the second period on it delivers hundreds of frames a second. Without it, every frame is rendered again: less
+/// memory, but only a few frames a second at full size. Both give the same frames.
 ///
-/// CAP_PROP_FRAME_WIDTH and _HEIGHT take the sides of the camera's two formats; once both name the same format, the
-/// next frame comes in it. Changing the format drops the ring.
+/// CAP_PROP_FRAME_WIDTH and _HEIGHT accept the sides of the camera's two formats; once both name the same format, the
+/// next frame has it. Changing the format clears the ring.
 class SimulatedCapture final : public sources::FrameSource {
 public:
   struct Options {
@@ -37,8 +38,9 @@ public:
   /// Scene time of frame `index`, seconds.
   double sceneTime(std::uint64_t index) const;
 
-  /// Renders what the ring still lacks, so that the first period runs at full rate too. `tell` is called after each
-  /// frame with how many of how many are there; what it throws ends the rendering. Any thread; others wait.
+  /// Renders the frames that the ring lacks, so that the first period runs at full rate too. `tell` is called after
+  /// each frame with the number rendered and the total; an exception from it ends the rendering. Any thread; others
+  /// wait.
   void fillRing(const std::function<void(std::size_t done, std::size_t all)>& tell = {});
 
 protected:
@@ -57,7 +59,7 @@ private:
   std::unique_ptr<Renderer> m_renderer;
   cv::Size m_asked;             // what the two properties were last set to
   std::uint64_t m_index = 0;    // of the next frame
-  std::vector<cv::Mat> m_ring;  // empty where not rendered yet; pixels are never changed once in here
+  std::vector<cv::Mat> m_ring;  // empty if not rendered yet; pixels in here never change
 };
 
 }  // namespace stereo::sim

@@ -8,12 +8,12 @@ namespace stereo::sim {
 
 namespace {
 
-// Cells of octave k are largestCell / 2^k metres wide.
-constexpr double largestCell = 1.28;
-constexpr int octaves = 13;
-// Cells narrower than this many footprints are left out. At both ends octaves fade over a factor of two, so that
-// nothing pops up along a receding surface.
-constexpr double finestCell = 1.6;
+// Cells of octave k are kLargestCell / 2^k meters wide.
+constexpr double kLargestCell = 1.28;
+constexpr int kOctaves = 13;
+// Cells narrower than this many footprints are omitted. At both ends octaves fade over a factor of two, so that nothing
+// appears suddenly along a receding surface.
+constexpr double kFinest = 1.6;
 
 std::uint32_t finish(std::uint32_t h) {
   h ^= h >> 16U;
@@ -59,7 +59,7 @@ double fade(double from, double to, double value) {
   return t * t * (3.0 - 2.0 * t);
 }
 
-/// A turn about no particular axis: surfaces parallel to the cells would show their grid.
+/// A rotation about an arbitrary axis, since surfaces parallel to the cells would show their grid.
 cv::Vec3d turn(const cv::Vec3d& position) {
   return cv::Matx33d(0.36, 0.48, -0.8, -0.8, 0.6, 0.0, 0.48, 0.64, 0.6) * position;
 }

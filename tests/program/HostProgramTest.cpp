@@ -239,7 +239,8 @@ TEST_F(HostProgram, FaultsFallOnTheSimulatedCamera) {
 
 TEST_F(HostProgram, FaultsThatMakeNoSense) {
   std::ofstream(file("faults")) << "# two\nsmoke 5\n";
-  expectFailure("check --simulate --faults '" + file("faults") + "'", ExitCode::usage, "line 2: 'smoke' is no fault");
+  expectFailure("check --simulate --faults '" + file("faults") + "'", ExitCode::usage,
+                "line 2: 'smoke' is not a fault");
   expectFailure("check --simulate --faults '" + file("nothing") + "'", ExitCode::source, "nothing");
   for (const char* const seed : {"seed:", "seed:x", "seed:-1", "seed:7x", "seed:18446744073709551616"}) {
     expectFailure(std::string("check --simulate --faults ") + seed, ExitCode::usage, "is not a seed");

@@ -50,7 +50,7 @@ TEST(FaultScript, ReadsEveryFaultAndEveryFormOfFrames) {
                              fault(Kind::duplicate, 0, 0),
                              fault(Kind::tear, 3, 4),
                              fault(Kind::size, 60, 64, {}, {465, 401}),
-                             fault(Kind::grey, 1, 1),
+                             fault(Kind::gray, 1, 1),
                              fault(Kind::deep, 2, 2),
                              fault(Kind::empty, 5, 5),
                              fault(Kind::untouched, 6, 6),
@@ -82,37 +82,37 @@ TEST(FaultScript, FallsFromTheFirstFrameToTheLast) {
 
 TEST(FaultScript, SaysWhatIsWrongInWhichLine) {
   const std::pair<std::string, std::string> cases[] = {
-      {"smoke 1", "line 1: 'smoke' is no fault"},
-      {"drop 1\n# fine\n\nDrop 2", "line 4: 'Drop' is no fault"},
+      {"smoke 1", "line 1: 'smoke' is not a fault"},
+      {"drop 1\n# fine\n\nDrop 2", "line 4: 'Drop' is not a fault"},
       {"drop", "line 1: 'drop' takes frames and nothing else"},
       {"black 1 2", "line 1: 'black' takes frames and nothing else"},
       {"delay 1", "line 1: 'delay' takes frames and a time"},
       {"stall 1 5ms 6ms", "line 1: 'stall' takes frames and a time"},
       {"unplug 1", "line 1: 'unplug' takes frames and a time"},
       {"size 1", "line 1: 'size' takes frames and a size"},
-      {"drop x", "line 1: 'x' names no frames: it takes N, N-M or N-"},
-      {"drop -", "line 1: '-' names no frames: it takes N, N-M or N-"},
-      {"drop -5", "line 1: '-5' names no frames: it takes N, N-M or N-"},
-      {"drop +5", "line 1: '+5' names no frames: it takes N, N-M or N-"},
-      {"drop 1-2-3", "line 1: '1-2-3' names no frames: it takes N, N-M or N-"},
-      {"drop 1-x", "line 1: '1-x' names no frames: it takes N, N-M or N-"},
-      {"drop 1.5", "line 1: '1.5' names no frames: it takes N, N-M or N-"},
-      {"drop 1000000000000000000", "line 1: '1000000000000000000' names no frames: it takes N, N-M or N-"},
+      {"drop x", "line 1: 'x' names no frames: use N, N-M or N-"},
+      {"drop -", "line 1: '-' names no frames: use N, N-M or N-"},
+      {"drop -5", "line 1: '-5' names no frames: use N, N-M or N-"},
+      {"drop +5", "line 1: '+5' names no frames: use N, N-M or N-"},
+      {"drop 1-2-3", "line 1: '1-2-3' names no frames: use N, N-M or N-"},
+      {"drop 1-x", "line 1: '1-x' names no frames: use N, N-M or N-"},
+      {"drop 1.5", "line 1: '1.5' names no frames: use N, N-M or N-"},
+      {"drop 1000000000000000000", "line 1: '1000000000000000000' names no frames: use N, N-M or N-"},
       {"drop 7-6", "line 1: the frames '7-6' end before they begin"},
-      {"delay 1 5", "line 1: '5' is no time from 1ms to 3600000ms"},
-      {"delay 1 ms", "line 1: 'ms' is no time from 1ms to 3600000ms"},
-      {"delay 1 0ms", "line 1: '0ms' is no time from 1ms to 3600000ms"},
-      {"delay 1 -5ms", "line 1: '-5ms' is no time from 1ms to 3600000ms"},
-      {"stall 1 3600001ms", "line 1: '3600001ms' is no time from 1ms to 3600000ms"},
-      {"stall 1 ever", "line 1: 'ever' is no time from 1ms to 3600000ms"},
-      {"unplug 1 never", "line 1: 'never' is no time from 1ms to 3600000ms or 'ever'"},
+      {"delay 1 5", "line 1: '5' is not a time from 1ms to 3600000ms"},
+      {"delay 1 ms", "line 1: 'ms' is not a time from 1ms to 3600000ms"},
+      {"delay 1 0ms", "line 1: '0ms' is not a time from 1ms to 3600000ms"},
+      {"delay 1 -5ms", "line 1: '-5ms' is not a time from 1ms to 3600000ms"},
+      {"stall 1 3600001ms", "line 1: '3600001ms' is not a time from 1ms to 3600000ms"},
+      {"stall 1 ever", "line 1: 'ever' is not a time from 1ms to 3600000ms"},
+      {"unplug 1 never", "line 1: 'never' is not a time from 1ms to 3600000ms or 'ever'"},
       {"unplug 1-2 5ms", "line 1: 'unplug' takes the one frame at which it begins"},
       {"unplug 1- ever", "line 1: 'unplug' takes the one frame at which it begins"},
-      {"size 1 64", "line 1: '64' is no size from 1x1 to 8192x8192"},
-      {"size 1 x", "line 1: 'x' is no size from 1x1 to 8192x8192"},
-      {"size 1 0x5", "line 1: '0x5' is no size from 1x1 to 8192x8192"},
-      {"size 1 5x8193", "line 1: '5x8193' is no size from 1x1 to 8192x8192"},
-      {"size 1 5x5x5", "line 1: '5x5x5' is no size from 1x1 to 8192x8192"},
+      {"size 1 64", "line 1: '64' is not a size from 1x1 to 8192x8192"},
+      {"size 1 x", "line 1: 'x' is not a size from 1x1 to 8192x8192"},
+      {"size 1 0x5", "line 1: '0x5' is not a size from 1x1 to 8192x8192"},
+      {"size 1 5x8193", "line 1: '5x8193' is not a size from 1x1 to 8192x8192"},
+      {"size 1 5x5x5", "line 1: '5x5x5' is not a size from 1x1 to 8192x8192"},
   };
   for (const auto& [text, message] : cases) {
     EXPECT_EQ(messageFor(text), message) << text;
@@ -150,7 +150,7 @@ TEST(FaultScript, RandomOnesComeFromTheirSeedAndStayWithinTheirLimits) {
 TEST(FaultScript, RandomOnesHaveOtherTypesAndNoReturnOnlyIfAskedFor) {
   for (std::uint64_t seed = 0; seed < 200; ++seed) {
     for (const Fault& each : randomFaults(seed, {.frames = 5})) {
-      EXPECT_TRUE(each.kind != Kind::grey && each.kind != Kind::deep && each.time != Fault::forever);
+      EXPECT_TRUE(each.kind != Kind::gray && each.kind != Kind::deep && each.time != Fault::kForEver);
     }
   }
 }
