@@ -23,19 +23,15 @@ inline bool isFrameSize(cv::Size size) { return size == fullFrameSize() || size 
 /// Reads of the device whose frames the capture worker discards at its start.
 inline constexpr int warmUpReads = 10;
 
-/// A device node that no back end knows: a camera on it finds no device, and OpenCV has nothing to report.
-inline constexpr int noDevice = 9900;
-
-/// Key of the shared-memory segment and UDP port of the stream, for the camera at position 0. The camera at position n
-/// has each of them plus n.
+/// Key of the shared-memory segment and UDP port of the stream for the camera at position 0; add n for position n.
 inline constexpr int firstSegmentKey = 9000;
 inline constexpr int firstStreamPort = 9200;
 
 /// A segment begins with a 32-bit status word.
 inline constexpr std::size_t segmentHeaderBytes = sizeof(std::int32_t);
 
-/// Bytes of a segment, which holds one eye of a raw frame: (W / 2) * H * 3 + 4. The product is taken in 32-bit signed
-/// arithmetic, wrapping; a size that wrapped is one that no segment can be had for.
+/// Bytes of a segment, which holds one eye of a raw frame: (W / 2) * H * 3 + 4, in wrapping 32-bit signed arithmetic.
+/// No segment can be made of a size that wrapped.
 inline std::size_t segmentBytes(cv::Size rawFrame) {
   const auto half = static_cast<std::uint32_t>(rawFrame.width / 2);
   const auto height = static_cast<std::uint32_t>(rawFrame.height);

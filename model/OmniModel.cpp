@@ -93,8 +93,8 @@ std::optional<cv::Vec2d> OmniModel::undistort(const cv::Vec2d& distorted) const 
     return true;
   };
 
-  // Newton's method, kept on the disc where the model is one to one. A root outside it lets the iteration push
-  // against the rim time and again: then no ray belongs to the pixel.
+  // Newton's method, restricted to the disk where the model is one to one. If the root is outside, the iteration keeps
+  // hitting the rim; then no ray belongs to the pixel.
   cv::Vec2d plane = distorted;
   pulledInside(plane);
   int pushes = 0;

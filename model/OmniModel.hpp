@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The unified omnidirectional camera model of one eye.
 #pragma once
 
 #include <optional>
@@ -9,14 +10,13 @@ namespace stereo::model {
 
 /// One fisheye eye, by the unified omnidirectional model. Frame of the eye: x right, y down, z along the axis.
 ///
-/// A ray (x, y, z), put on the unit sphere as (Xs, Ys, Zs), becomes a pixel (u, v) by
+/// A ray (x, y, z), normalized to (Xs, Ys, Zs), projects to the pixel (u, v):
 ///   xu = Xs / (Zs + xi),  yu = Ys / (Zs + xi),  r2 = xu^2 + yu^2,  g = 1 + k1 r2 + k2 r2^2
 ///   xd = g xu + 2 p1 xu yu + p2 (r2 + 2 xu^2)
 ///   yd = g yu + 2 p2 xu yu + p1 (r2 + 2 yu^2)
 ///   u = fx xd + skew yd + cx,  v = fy yd + cy
 ///
-/// This is the simulator's own statement of the model: it is what the library's maps are checked against, so it
-/// shares no code with them. Pure; any thread.
+/// The library's maps are checked against this, so it shares no code with them. Pure; any thread.
 struct OmniModel {
   double xi = 1.0;
   double fx = 1.0;    ///< pixels
@@ -28,15 +28,15 @@ struct OmniModel {
   double k2 = 0.0;
   double p1 = 0.0;
   double p2 = 0.0;
-  double halfField = CV_PI;  ///< Largest angle off the axis that the lens lets through, radians.
+  double halfField = CV_PI;  ///< largest angle off the axis that the lens sees, radians
 
-  /// Pixel of a ray of any length other than 0; nothing where the lens doesn't see it or the model folds over.
+  /// Pixel of a ray of any length other than 0; nothing if the lens doesn't see it or the model folds over.
   std::optional<cv::Point2d> project(const cv::Vec3d& ray) const;
 
-  /// Unit ray of a pixel; nothing where no ray within the field reaches that pixel.
+  /// Unit ray of a pixel; nothing if no ray within the field reaches it.
   std::optional<cv::Vec3d> unproject(const cv::Point2d& pixel) const;
 
-  /// The same lens read out at `factor` times the resolution (pixel u becomes factor * u).
+  /// The same lens at `factor` times the resolution (pixel u becomes factor * u).
   OmniModel scaled(double factor) const;
 
   cv::Matx33d intrinsic() const;

@@ -11,13 +11,13 @@
 
 namespace stereo::model {
 
-/// What `printf` would print of the values, up to 511 characters.
-// NOLINTNEXTLINE(cert-dcl50-cpp): the compiler checks pattern and values against each other, as it does for printf
+/// The text that `printf` would print, at most 511 characters.
+// NOLINTNEXTLINE(cert-dcl50-cpp): the compiler checks pattern and values against each other, as for printf
 [[gnu::format(printf, 1, 2)]] inline std::string formatted(const char* pattern, ...) {
   std::array<char, 512> line{};
   va_list values;
   va_start(values, pattern);
-  // Cut where it is longer; empty where it cannot be formatted, since the line is zeroed.
+  // A longer text is cut; an error gives an empty text, since the line is zeroed.
   static_cast<void>(std::vsnprintf(line.data(), line.size(), pattern, values));
   va_end(values);
   return line.data();
@@ -26,7 +26,7 @@ namespace stereo::model {
 /// For people: "1856 x 800".
 inline std::string sizeText(cv::Size size) { return std::to_string(size.width) + " x " + std::to_string(size.height); }
 
-/// As options take it: "1856x800".
+/// For options: "1856x800".
 inline std::string sizeOption(cv::Size size) { return std::to_string(size.width) + "x" + std::to_string(size.height); }
 
 }  // namespace stereo::model

@@ -10,13 +10,13 @@ namespace stereo::sources {
 
 namespace {
 
-// Where there is no rate to go by, a source that has nothing to deliver still keeps its reader from spinning.
-constexpr std::chrono::milliseconds idlePause{10};
+// Without a rate, a source that has nothing to deliver waits this long, so that its reader does not spin.
+constexpr std::chrono::milliseconds kIdlePause{10};
 
 bool isRate(double rate) { return std::isfinite(rate) && rate >= 0.0; }
 
 std::chrono::nanoseconds periodOf(double rate) {
-  // A frame an hour is as slow as it gets: the cast stays in range.
+  // At least a frame an hour, so that the cast stays in range.
   return std::chrono::nanoseconds(static_cast<std::int64_t>(1e9 / std::max(rate, 1.0 / 3600.0)));
 }
 
@@ -64,7 +64,7 @@ bool FrameSource::retrieve(cv::OutputArray image, int /*flag*/) {
 }
 
 bool FrameSource::read(cv::OutputArray image) {
-  // Not by way of the grabbed frame: another thread's grab must not come in between.
+  // Not through the grabbed frame, since another thread's grab could come in between.
   const cv::Mat frame = take();
   if (frame.empty()) {
     image.release();

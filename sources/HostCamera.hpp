@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The camera as host programs want it: what it works with can be asked, and its workers are stopped in order.
+// The camera for host programs: settings have setters and accessors, and its workers can be stopped in order.
 #pragma once
 
 #include <cstddef>
@@ -15,7 +15,7 @@
 
 namespace stereo::sources {
 
-/// The settings that a camera works with, in the units of the settings file.
+/// A camera's current settings, in the units of the settings file.
 struct CameraSettings {
   int logLevel = 1;
   int deviceNode = 0;
@@ -29,20 +29,23 @@ struct CameraSettings {
   double transrate = 0.0;
   int transmode = -1;
   int depthmode = 1;
-  int fisheyeRadius = 0;  ///< raw pixels; no key of the settings file
+  int fisheyeRadius = 0;  ///< raw pixels; not in the settings file
 };
 
-/// A `StereoCamera` with setters for what a settings file would otherwise say, and with accessors.
+/// A `StereoCamera` with setters and accessors for what is otherwise set by a settings file.
 ///
-/// Life and threads are those of `StereoCamera`. All operations belong to the host's thread unless they say otherwise.
+/// Lifetime and threads are those of `StereoCamera`. Call everything on the host's thread unless stated otherwise.
 class HostCamera : public StereoCamera {
 public:
-  /// On the video device /dev/video`deviceNode`. By default on none, to load and save files with.
-  explicit HostCamera(int deviceNode = model::noDevice) : StereoCamera(deviceNode) {}
+  /// An index that no back end knows, so that the base class finds no device and OpenCV reports nothing.
+  static constexpr int kNoDevice = 9900;
+
+  /// On the video device /dev/video`deviceNode`. By default on none, to load and save files.
+  explicit HostCamera(int deviceNode = kNoDevice) : StereoCamera(deviceNode) {}
   /// On the video device that the settings file names.
   explicit HostCamera(const std::string& settingsPath) : StereoCamera(settingsPath) {}
 
-  // Setters: before `startCapture`.
+  // Setters: call before `startCapture`.
 
   /// 1: depth from the longitude-latitude pair, 2: from the perspective pair.
   void setDepthMode(int mode) { m_depthmode = mode; }
@@ -56,7 +59,7 @@ public:
   void setDepthLimits(float nearest, float farthest);
   /// Largest distance from the principal point in the clouds, rectified pixels.
   void setCloudRadius(int pixels) { m_threshold = pixels; }
-  /// What the network stream shows (-1 nothing, 0 to 4), the rate told to the encoder and the receiver's last octet.
+  /// What the network stream shows (-1 nothing, 0 to 4), the encoder's rate and the receiver's last octet.
   void setStream(int mode, double rate, int lastOctet);
 
   int depthMode() const { return m_depthmode; }
@@ -70,25 +73,24 @@ public:
   int fisheyeRadius() const { return m_fisheyeRadius; }
   CameraSettings settings() const;
 
-  /// Whether the stream that was asked for could be opened. Once a first frame was read: the worker opens it before.
+  /// Whether the requested stream could be opened. Valid once a first frame was read, since the worker opens it before.
   bool streamOpened() const { return m_videoWriter.isOpened(); }
 
   /// The latest disparity (CV_32FC1, pixels; empty before the first one) with the view that came with it; copies. Any
   /// thread, except one that holds the disparity's mutex.
   TimeFrame latestDisparity();
 
-  /// How far something has come: `done` of `all` steps. It may throw, which ends what reports to it.
+  /// Reports progress: `done` of `all` steps. It may throw, which ends the operation.
   using Progress = std::function<void(std::size_t done, std::size_t all)>;
-  /// Does ahead what would hold up the first frames. Before `startCapture`.
+  /// Does in advance what would delay the first frames. Call before `startCapture`.
   virtual void prepare(const Progress& /*progress*/) {}
-  /// Whether the source has delivered its last frame. False where there is no last one. Any thread.
+  /// Whether the source has delivered its last frame. False if it has no end. Any thread.
   virtual bool isOver() const { return false; }
-  /// Frames so far that the source could not decode and left out. Any thread.
+  /// Frames so far that the source could not decode and skipped. Any thread.
   virtual std::uint64_t skippedFrames() const { return 0; }
 
 protected:
-  /// Ends both workers. The most derived destructor calls it first: the workers call virtual operations, which must not
-  /// change under them.
+  /// Ends both workers. The most derived destructor must call it first, since the workers call virtual operations.
   void stopWorkers();
 };
 

@@ -13,8 +13,8 @@ RecordingError cannotWrite(const fs::path& path, const std::string& reason) {
   return RecordingError("cannot write " + path.string() + ": " + reason);
 }
 
-// Both keep blue, green and red to the bit with OpenCV's writer; the first is several times as fast, the second's files
-// are about two thirds as large.
+// Both keep blue, green and red to the bit with OpenCV's writer. HuffYUV is several times as fast; FFV1's files are
+// about two thirds as large.
 int fourccOf(const std::string& codec) {
   return codec == "ffv1" ? cv::VideoWriter::fourcc('F', 'F', 'V', '1') : cv::VideoWriter::fourcc('H', 'F', 'Y', 'U');
 }
@@ -23,8 +23,8 @@ int fourccOf(const std::string& codec) {
 
 Recorder::Recorder(Options options) : m_options(std::move(options)) {
   if (Recording::isAt(m_options.folder)) {
-    throw RecordingError("there is a recording in " + m_options.folder.string() +
-                         " already: choose another folder (--output), or remove it");
+    throw RecordingError("there is already a recording in " + m_options.folder.string() +
+                         ": choose another folder (--output), or remove it");
   }
   for (const char* name : Recording::files) {
     std::error_code ignored;
@@ -40,7 +40,7 @@ Recorder::Recorder(Options options) : m_options(std::move(options)) {
   if (!m_timestamps) {
     std::error_code ignored;
     fs::remove(timestamps, ignored);
-    throw cannotWrite(timestamps, "is the folder there, and may you write into it?");
+    throw cannotWrite(timestamps, "does the folder exist, and may you write to it?");
   }
   m_thread = std::thread([this] { loop(); });
 }
@@ -49,7 +49,7 @@ Recorder::~Recorder() {
   try {
     finish();
   } catch (const std::exception&) {
-    // Who wanted to know has called it before.
+    // Callers who need errors call `finish` themselves.
   }
   if (!Recording::isAt(m_options.folder)) {
     std::error_code ignored;
@@ -76,7 +76,7 @@ void Recorder::read(const cv::Mat& frame) {
 
 void Recorder::published(std::chrono::microseconds timestamp) {
   if (timestamp.count() == m_newestTimestamp) {
-    return;  // what was read is no frame, or was thrown away: its copy's memory goes to the next
+    return;  // the frame read was discarded; the next one reuses the memory of its copy
   }
   m_newestTimestamp = timestamp.count();
   if (!std::exchange(m_hasCandidate, false)) {
@@ -145,7 +145,7 @@ std::uintmax_t Recorder::bytes() const {
   return failure ? 0 : size;
 }
 
-// OpenCV's writer does not tell of a full disk, so it is not let come to that.
+// OpenCV's writer does not report a full disk, so recording ends before that.
 void Recorder::requireRoom() const {
   std::error_code failure;
   const fs::space_info space = fs::space(m_options.folder, failure);
@@ -180,7 +180,7 @@ void Recorder::loop() {
       lock.lock();
     }
     m_failure = std::current_exception();
-    m_queue.clear();  // and no buffer is given back: what comes now is counted as dropped
+    m_queue.clear();  // without returning buffers, so further frames count as dropped
     m_progress.notify_all();
   }
 }
@@ -216,8 +216,8 @@ void Recorder::close() {
     return;
   }
   m_video.release();
-  // The container's own count, which it takes from its length in milliseconds and so to a thousandth; one that could
-  // not be closed has none.
+  // The container's count is computed from its length in milliseconds, so it is accurate to a thousandth; a container
+  // that could not be closed has none.
   const fs::path path = m_options.folder / Recording::framesFile;
   const cv::VideoCapture video(path.string(), cv::CAP_FFMPEG);
   const auto count = static_cast<std::int64_t>(video.get(cv::CAP_PROP_FRAME_COUNT));

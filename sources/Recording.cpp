@@ -31,7 +31,7 @@ bool readWhole(std::string_view text, Number& number) {
   return error == std::errc() && stopped == text.data() + text.size();
 }
 
-// "12,1763728000000000": the number that is due, and a timestamp.
+// "12,1763728000000000": the expected number, and a timestamp.
 bool readLine(std::string_view line, std::size_t number, std::int64_t& timestamp) {
   const std::size_t comma = line.find(',');
   std::size_t told = 0;
@@ -43,18 +43,18 @@ std::vector<std::int64_t> readTimestamps(const fs::path& path) {
   std::ifstream file(path);
   std::string line;
   if (!std::getline(file, line) || line != Recording::timestampsHeading) {
-    throw std::runtime_error("cannot read the stamps of a recording from " + path.string());
+    throw std::runtime_error("cannot read the timestamps of a recording from " + path.string());
   }
   std::vector<std::int64_t> timestamps;
   while (std::getline(file, line)) {
     if (file.eof()) {
-      break;  // no end of line: whoever wrote it was cut off in the middle
+      break;  // no end of line: the writer was cut off
     }
     std::int64_t timestamp = 0;
     if (!readLine(line, timestamps.size(), timestamp) || timestamp < 0 ||
         (!timestamps.empty() && timestamp <= timestamps.back())) {
       throw std::runtime_error(path.string() + ", line " + std::to_string(timestamps.size() + 2) + ": '" + line +
-                               "' is not the next frame's number and a later stamp");
+                               "' is not the next frame's number and a later timestamp");
     }
     timestamps.push_back(timestamp);
   }
@@ -64,7 +64,7 @@ std::vector<std::int64_t> readTimestamps(const fs::path& path) {
   return timestamps;
 }
 
-// Negative where the file says nothing of it, which is what a recording has that was cut off early.
+// The image circle's radius; negative if the file has none, as in a recording that was cut off early.
 int readRadius(const fs::path& path) {
   if (!fs::exists(path)) {
     return -1;
@@ -85,7 +85,7 @@ int readRadius(const fs::path& path) {
       return static_cast<int>(radius);
     }
   } catch (const cv::Exception&) {
-    // Told below.
+    // Reported below.
   }
   throw std::runtime_error("cannot read the image circle's radius from " + path.string());
 }
@@ -150,7 +150,7 @@ void Recording::writeAbout(const fs::path& folder, const std::string& source, co
                            int fisheyeRadius, const Counts& counts) {
   writeDocument(folder / aboutFile, [&](cv::FileStorage& storage) {
     storage << "Source" << source << "Codec" << codec << "FisheyeRadius" << fisheyeRadius;
-    // Doubles: the storage knows no longer integers than an int.
+    // As doubles, since the storage has no integers wider than an int.
     storage << "FramesWritten" << static_cast<double>(counts.written) << "FramesDropped"
             << static_cast<double>(counts.dropped) << "FramesUnfit" << static_cast<double>(counts.unfit);
   });

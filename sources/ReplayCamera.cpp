@@ -23,7 +23,7 @@ int radiusFor(const std::optional<Recording>& recording, const cv::Size& frameSi
 
 }  // namespace
 
-/// What exists before the camera: its device is handed to the base class and referred to afterwards.
+/// Made before the camera: the base class takes over the device, which is still referred to afterward.
 struct ReplayCamera::Parts {
   explicit Parts(const Options& options)
       : source(
@@ -42,7 +42,7 @@ ReplayCamera::ReplayCamera(const Options& options) : ReplayCamera(options, Parts
 
 ReplayCamera::ReplayCamera(const Options& options, Parts parts)
     : VirtualCamera(std::move(parts.source), parts.capture.get(cv::CAP_PROP_FPS)), m_capture(parts.capture) {
-  // The recording's size cannot be chosen, and may be none of the camera's own: so not by way of `setRawFrameSize`.
+  // Not with `setRawFrameSize`: the recording's size is fixed and may be none of the camera's own.
   m_rawFrameSize = m_capture.firstFrameSize();
   m_fisheyeRadius =
       options.fisheyeRadius >= 0 ? options.fisheyeRadius : radiusFor(m_capture.recording(), m_rawFrameSize);

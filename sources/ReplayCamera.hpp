@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// A camera that plays recordings.
 #pragma once
 
 #include <string>
@@ -10,11 +11,11 @@
 
 namespace stereo::sources {
 
-/// A camera that plays recordings. The calibration is the host's to load (`loadCalibParams`), for a frame 1856 pixels
-/// wide as ever: it is scaled to the recording's width when capture starts.
+/// A camera that plays recordings. The host loads the calibration (`loadCalibParams`), for a frame 1856 pixels wide as
+/// always; it is scaled to the recording's width when capture starts.
 ///
-/// The capture worker throws away the first frames that a device delivers. A recording that is played once would lose
-/// them, so its first frame is delivered that often ahead of the recording.
+/// The capture worker discards a device's first frames (warm-up). So that a recording played once does not lose them,
+/// its first frame is delivered that many times more, ahead of the recording.
 class ReplayCamera : public VirtualCamera {
 public:
   struct Options {
@@ -22,14 +23,14 @@ public:
     double rate = 30.0;                ///< frames per second, 0: as fast as possible
     bool loop = true;                  ///< start over after the last frame
     int fisheyeRadius = -1;            ///< of the image circle, raw pixels; negative: the recording's, else a quarter
-                                       ///< of the width for the camera's own formats, else so large that every pixel
-                                       ///< stays
+                                       ///< of the width for the camera's own formats, else large enough to keep every
+                                       ///< pixel
     cv::Size rectFrameSize{464, 400};  ///< one rectified eye, pixels
-    bool recordedTiming = false;       ///< play a `Recording` as it came, whatever the rate; nothing to other paths
+    bool recordedTiming = false;       ///< play a `Recording` with its own timing, ignoring `rate`
   };
 
-  /// Throws std::runtime_error, with a message of one line, if there is no frame to be had at the path, and
-  /// std::invalid_argument for a rate below 0.
+  /// Throws std::runtime_error with a message of one line if the path has no readable frame, and std::invalid_argument
+  /// for a rate below 0.
   explicit ReplayCamera(const Options& options);
   ~ReplayCamera() override;
 

@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 
 constexpr std::size_t maxDecodedBytes = std::size_t{256} << 20U;
 
-/// 8-bit BGR of whatever a decoder gave; empty stays empty.
+/// Converts a decoder's output to 8-bit BGR; empty stays empty.
 cv::Mat asBgr(const cv::Mat& frame) {
   cv::Mat bgr;
   if (frame.empty() || frame.type() == CV_8UC3) {
@@ -67,7 +67,7 @@ std::vector<std::int64_t> timestampsOf(const std::optional<Recording>& recording
   return recording ? recording->timestamps : std::vector<std::int64_t>();
 }
 
-// Frames per second on the average; what was asked for where there is nothing to tell it from.
+// Mean frames per second of the timestamps; the requested rate if there are too few.
 double rateOf(const ReplayCapture::Options& options, const std::vector<std::int64_t>& timestamps) {
   if (!options.recordedTiming || timestamps.size() < 2) {
     return options.rate;
@@ -89,22 +89,22 @@ ReplayCapture::ReplayCapture(const Options& options, std::optional<Recording> re
       m_leadIn(std::max(options.leadIn, 0)) {
   try {
     if (!fs::exists(m_path)) {
-      throw std::runtime_error("there is no file or folder " + m_path);
+      throw std::runtime_error("no such file or folder " + m_path);
     }
     m_images = imagesOf(m_path);
     if (m_images.empty() && fs::is_directory(m_path)) {
-      throw std::runtime_error("there is no image in the folder " + m_path);
+      throw std::runtime_error("no readable image in the folder " + m_path);
     }
   } catch (const fs::filesystem_error& error) {
     throw std::runtime_error("cannot read " + m_path + ": " + error.code().message());
   }
   m_decoded.resize(m_images.size());
   m_spoilt.resize(m_images.size());
-  // The first frame is read here and kept back: its size has to be known, and a stream cannot be asked twice.
+  // The first frame is read here and kept, since its size must be known and a stream can be read only once.
   if (!m_images.empty()) {
     m_first = nextImage();
   } else if (!cv::haveImageWriter(m_path)) {
-    // Neither an image nor named like one.
+    // Not an image, nor named like one.
     openVideo();
     m_first = nextOfVideo();
   }
@@ -156,7 +156,7 @@ bool ReplayCapture::resize(int propId, double value) {
 }
 
 cv::Mat ReplayCapture::nextImage() {
-  // At most once round: the files may have been spoilt since.
+  // Each at most once, since all files may have become unreadable meanwhile.
   for (std::size_t tries = 0; tries < m_images.size(); ++tries) {
     if (m_index == m_images.size()) {
       if (!m_loop) {
@@ -179,13 +179,13 @@ cv::Mat ReplayCapture::nextImage() {
 
 cv::Mat ReplayCapture::nextOfVideo() {
   cv::Mat frame;
-  // Of a recording, what has no timestamp is not played.
+  // A recording's frames without timestamp are not played.
   const bool atEnd = !m_timestamps.empty() && m_videoFrames == m_timestamps.size();
   if (atEnd || !m_video.read(frame)) {
     if (m_videoFrames < m_timestamps.size()) {
       m_skipped = std::max<std::uint64_t>(m_skipped, m_timestamps.size() - m_videoFrames);
     }
-    // Opened anew rather than rewound, which not every container can do.
+    // Opened again, since not every container can be rewound.
     if (m_loop && openVideo()) {
       m_video.read(frame);
     }

@@ -28,7 +28,7 @@ bool VirtualCamera::loadConfig(std::string path) {
 void VirtualCamera::stopWorkers() {
   m_isOpened = false;
   if (m_videoCapture != nullptr) {
-    // A source at a slow rate gives up waiting for its next frame.
+    // Ends a slow source's wait for its next frame.
     m_videoCapture->release();
   }
   HostCamera::stopWorkers();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A camera on a source of frames in place of a video device.
+// A camera whose frames come from a source instead of a video device.
 #pragma once
 
 #include <memory>
@@ -11,20 +11,20 @@
 
 namespace stereo::sources {
 
-/// A camera whose frames come from a source such as `FrameSource` instead of a video device.
+/// A camera on a source such as `FrameSource`.
 ///
-/// Life and threads are those of `StereoCamera`, but for one relief: destroying it stops the workers.
-class VirtualCamera : public HostCamera {
+/// Lifetime and threads are those of `StereoCamera`, except that destroying it stops the workers.
+class VirtualCamera : public model::HostCamera {
 public:
-  /// As the base class, but the log takes the file's level at once: it was made before there were settings.
+  /// As the base class, but also applies the file's level to the log, which was made before the settings.
   bool loadConfig(std::string path) override;
 
 protected:
-  /// Takes over the source as this camera's device, opened, at `rate` frames per second (0: whatever comes). Its
-  /// `release`, called from another thread, has to end a read that waits.
+  /// Takes over the source as this camera's open device, at `rate` frames per second (0: as they come). Its `release`,
+  /// called from another thread, must end a waiting read.
   VirtualCamera(std::unique_ptr<cv::VideoCapture> source, double rate);
 
-  /// As the base class, whatever the workers wait for: the source is released first.
+  /// As the base class, but releases the source first, so that no worker keeps waiting.
   void stopWorkers();
 };
 

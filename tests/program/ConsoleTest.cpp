@@ -81,7 +81,7 @@ TEST_F(Console, QuietLeavesErrorsAlone) {
   EXPECT_EQ(m_err, "");
   EXPECT_THAT(m_out, HasSubstr("the calibration fits"));
   EXPECT_EQ(run({"info", "--quiet", "--replay", file("none")}), static_cast<int>(ExitCode::source));
-  EXPECT_THAT(m_err, StartsWith("stereo-camera: there is no file"));
+  EXPECT_THAT(m_err, StartsWith("stereo-camera: no such file"));
   EXPECT_EQ(run({"info", "--quiet", "--verbose"}), static_cast<int>(ExitCode::usage));
 }
 

@@ -142,10 +142,10 @@ TEST_F(RecordProgram, MistakesAreToldInOneLine) {
       << m_err;
   EXPECT_EQ(run({"record", "--simulate", "--still", "--size", "928x400", "--frames", "1", "-o", file("x")}),
             static_cast<int>(ExitCode::output));
-  EXPECT_THAT(m_err, HasSubstr("there is a recording in"));
+  EXPECT_THAT(m_err, HasSubstr("there is already a recording in"));
   stereo::test::writeFile(file("x/stamps.csv"), "nonsense\n");
   EXPECT_EQ(run({"snapshot", "--replay", file("x"), "-o", file("y")}), static_cast<int>(ExitCode::source));
-  EXPECT_THAT(m_err, HasSubstr("cannot read the stamps"));
+  EXPECT_THAT(m_err, HasSubstr("cannot read the timestamps"));
 }
 
 TEST_F(RecordProgram, NothingIsLeftWhereNothingCame) {

@@ -117,7 +117,7 @@ TEST_F(RecordingAt, StampsThatMakeNoSenseAreRefusedWithTheirLine) {
   writeTimestamps("");
   EXPECT_NE(complaint().find("no frame"), std::string::npos);
   writeTimestamps("0,100\n", "number,time\n");
-  EXPECT_NE(complaint().find("cannot read the stamps"), std::string::npos);
+  EXPECT_NE(complaint().find("cannot read the timestamps"), std::string::npos);
 }
 
 TEST_F(RecordingAt, RadiusThatIsNoneIsRefused) {

@@ -169,7 +169,7 @@ TEST_F(RecorderTest, DoesNotWriteOverARecording) {
     readAndPublish(recorder, picture(0), 1);
     recorder.finish();
   }
-  EXPECT_THAT(failureOf([&] { Recorder again(options()); }), HasSubstr("there is a recording"));
+  EXPECT_THAT(failureOf([&] { Recorder again(options()); }), HasSubstr("there is already a recording"));
   ReplayCapture capture = replay();
   expectFrame(capture, picture(0), 1);
 }
