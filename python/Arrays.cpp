@@ -12,7 +12,7 @@ namespace stereo::python {
 
 namespace {
 
-// OpenCV's remap takes no more; a disparity worker would end the process with its refusal.
+// OpenCV's remap throws for more, which would end the process on a disparity worker.
 constexpr py::ssize_t largestSide = std::numeric_limits<short>::max() - 1;
 
 py::dtype typeOf(const cv::Mat& image) {
@@ -36,7 +36,7 @@ py::dtype typeOf(const cv::Mat& image) {
   }
 }
 
-// The base of an array: keeps `object`, which the array lies in, until the array is gone.
+// The base of an array: keeps `object`, which owns the array's memory, as long as the array.
 template <typename T>
 std::pair<T*, py::capsule> keep(T object) {
   auto owner = std::make_unique<T>(std::move(object));
@@ -70,7 +70,7 @@ void requireSides(const py::array& array, const char* name) {
   }
 }
 
-// The array itself if it lies in memory as a matrix does, otherwise a copy that does.
+// The array itself if its memory layout is a matrix's, otherwise a copy.
 Wrapped wrap(const py::array& array, int type) {
   constexpr int asMatrix = py::array::c_style | +py::detail::npy_api::NPY_ARRAY_ALIGNED_;
   Wrapped wrapped{py::array::ensure(array, asMatrix), {}};
@@ -80,7 +80,7 @@ Wrapped wrap(const py::array& array, int type) {
   const bool isRow = wrapped.array.ndim() == 1;
   const auto rows = static_cast<int>(isRow ? 1 : wrapped.array.shape(0));
   const auto columns = static_cast<int>(wrapped.array.shape(isRow ? 0 : 1));
-  // Only read from, unless the caller made sure that it may be written into.
+  // Only read, unless the caller checked that it is writable.
   wrapped.image = cv::Mat(rows, columns, type, const_cast<void*>(wrapped.array.data()));
   return wrapped;
 }

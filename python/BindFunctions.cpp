@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Binds the free functions.
 #include <stdexcept>
 
 #include "StereoCamera.hpp"
@@ -45,11 +46,11 @@ void bindFunctions(py::module_& module) {
              R"(initRectifyMap(K, D, R, P, xi, xi2, size, mode)
 --
 
-Maps (columns, rows), float32, that turn one fisheye eye into another view: for each pixel of the view of `size` (width,
-height), where in the eye's image it comes from. By the unified omnidirectional model: a ray (x, y, z), put on the unit
-sphere, is projected as xu = x / (z + xi), yu = y / (z + xi), distorted by D (k1, k2, p1, p2) and turned into pixels by
-K. K, R, P: (3, 3), D: (1, 4), float64. `mode`: 0 plane lifted with `xi2`, 1 longitude-latitude, 2 perspective; any
-other gives NaN. TypeError, ValueError or Error for what does not suit.)");
+Maps (columns, rows), float32, from a view of `size` (width, height) to a fisheye eye: for each pixel of the view, its
+place in the eye's image. Unified omnidirectional model: a ray (x, y, z) of unit length is projected as xu = x / (z +
+xi), yu = y / (z + xi), distorted by D (k1, k2, p1, p2) and converted to pixels by K. K, R, P: (3, 3), D: (1, 4),
+float64. `mode`: 0 plane unprojected with `xi2`, 1 longitude-latitude, 2 perspective; any other gives NaN. Raises
+TypeError, ValueError or Error for unsuitable arguments.)");
   module.def(
       "MatRowMul",
       [](const py::object& m, double a, double b, double c, int row) {
@@ -58,19 +59,19 @@ other gives NaN. TypeError, ValueError or Error for what does not suit.)");
       py::arg("m"), py::arg("a"), py::arg("b"), py::arg("c"), py::arg("row"), R"(MatRowMul(m, a, b, c, row)
 --
 
-Product of row `row` of a float64 matrix with the column (a, b, c). Error if there is no such row.)");
+Product of row `row` of a float64 matrix with the column (a, b, c). Raises Error if there is no such row.)");
   module.def("convertRawFisheyeImage", &blackOutCircle, py::arg("radius"), py::arg("first"), py::arg("second"),
              R"(convertRawFisheyeImage(*args, **kwargs)
 --
 
-Blacks out, in place, in two images (rows x columns x 3, uint8, writable and in one piece) what lies outside
+Blackens, in place, in two images (rows x columns x 3, uint8, writable and contiguous) what is outside
 
-(radius, first, second): the circle of `radius` pixels round the middle of the first;
+(radius, first, second): the circle of `radius` pixels around the middle of the first;
 
-(first, second, dRadiusY, dRadiusX, dCenterX, dCenterY): an ellipse with the half axes rows / 2 + dRadiusY and
-columns / 2 + dRadiusX round (columns / 2 + dCenterX, rows / 2 + dCenterY), pixels.
+(first, second, dRadiusY, dRadiusX, dCenterX, dCenterY): an ellipse with the semi-axes rows / 2 + dRadiusY and
+columns / 2 + dRadiusX around (columns / 2 + dCenterX, rows / 2 + dCenterY), pixels.
 
-0. Error if the second is smaller than the first.)");
+Returns 0. Raises Error if the second is smaller than the first.)");
   module.def("convertRawFisheyeImage", &blackOutEllipse, py::arg("first"), py::arg("second"), py::arg("dRadiusY"),
              py::arg("dRadiusX"), py::arg("dCenterX"), py::arg("dCenterY"));
   module.def("getBlueSegVal", &getBlueSegVal, py::arg("lo"), py::arg("hi"), py::arg("v"),

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Binds the camera's members and its log.
 #include <string>
 #include <utility>
 
@@ -14,7 +15,7 @@ namespace stereo::python {
 
 namespace {
 
-// The camera's log, for as long as the camera.
+// The camera's log; keeps the camera alive.
 struct Log {
   SystemLog& log;
 };
@@ -105,7 +106,7 @@ void defRawFrame(CameraClass& camera) {
         (self.*(&Members::m_frameCond)).notify_all();
       },
       "Latest left and right eye, a copy: TimeFrame(first, second, timestamp), None while there is none. Setting it "
-      "publishes the images to the readers, if the stamp is another one than before. m_frameMutex is taken inside.");
+      "publishes the images to readers if the timestamp is a new one. Takes m_frameMutex.");
 }
 
 void defDisparityFrame(CameraClass& camera) {
@@ -127,7 +128,7 @@ void defDisparityFrame(CameraClass& camera) {
                                       toTimestamp(parts[2], "m_disparityFrame")};
         Companion::of(self).publishesDisparities = true;
         const Released released;
-        // The coloured depth reads the disparity under the frames' mutex. Nobody takes the two in the other order.
+        // Colored depth reads the disparity under the frames' mutex. The two are never locked in the other order.
         const std::lock_guard disparityLock(self.*(&Members::m_disparityMutex));
         const std::lock_guard frameLock(self.*(&Members::m_frameMutex));
         StereoCamera::TimeFrame& published = self.*(&Members::m_disparityFrame);
@@ -137,11 +138,11 @@ void defDisparityFrame(CameraClass& camera) {
         (self.*(&Members::m_disparityCond)).notify_all();
       },
       "Latest view (rows x columns x 3, uint8) and disparity (rows x columns, float32, pixels), a copy: "
-      "TimeFrame(first, "
-      "second, timestamp), None while there is none. Setting it publishes it to the readers of clouds, if the stamp is "
-      "another one than before. "
-      "m_disparityMutex "
-      "is taken inside: not to be touched in an override of getDepthFrame(disparity), which is called with it held.");
+      "TimeFrame(first, second, timestamp), None while there is none. Setting it publishes it to readers of clouds if "
+      "the "
+      "timestamp is a new one. Takes m_disparityMutex, so don't use it in an override of getDepthFrame(disparity), "
+      "which "
+      "is called with that held.");
 }
 
 void defNumbers(CameraClass& camera) {
@@ -160,13 +161,13 @@ void defNumbers(CameraClass& camera) {
   defNumber(camera, "m_useTransmit", &Members::m_useTransmit, "Feed the network stream.");
   defNumber(camera, "m_isOpened", &Members::m_isOpened, "Device open; the capture worker runs while True.");
   defNumber(camera, "m_isComputing", &Members::m_isComputing, "The disparity worker runs while True.");
-  defNumber(camera, "m_maxDepth", &Members::m_maxDepth, "Far limit of depth, metres.");
+  defNumber(camera, "m_maxDepth", &Members::m_maxDepth, "Far limit of depth, meters.");
   defNumber(camera, "m_minDepth", &Members::m_minDepth,
-            "Near limit of depth, metres; its number also cuts off disparities, pixels.");
+            "Near limit of depth, meters; its number also cuts off disparities, pixels.");
   defNumber(camera, "m_transmode", &Members::m_transmode, "Stream mode, -1 (none) to 4.");
   defNumber(camera, "m_transrate", &Members::m_transrate, "Frames per second announced to the encoder.");
   defNumber(camera, "m_hFov", &Members::m_hFov, "Horizontal field of the perspective view, degrees.");
-  defNumber(camera, "m_defaultHFov", &Members::m_defaultHFov, "What m_hFov falls back to, degrees.");
+  defNumber(camera, "m_defaultHFov", &Members::m_defaultHFov, "Default of m_hFov, degrees.");
   defNumber(camera, "m_fisheyeFov", &Members::m_fisheyeFov, "Field of the lenses, degrees; for information.");
   defNumber(camera, "m_lonLatFov", &Members::m_lonLatFov, "Angular range of the longitude-latitude view, degrees.");
   defNumber(camera, "m_depthmode", &Members::m_depthmode, "Depth from the 1 longitude-latitude, 2 perspective pair.");
@@ -186,14 +187,14 @@ void defMatrices(CameraClass& camera) {
   defMatrix(camera, "m_rightIntrinsic", &Members::m_rightIntrinsic, 3, 3, "As the left eye's.");
   defMatrix(camera, "m_rightDistortion", &Members::m_rightDistortion, 1, 4, "As the left eye's.");
   defMatrix(camera, "m_translation", &Members::m_translation, 1, 1,
-            "Between the eyes, float64, millimetres; its norm is the baseline. A copy.");
+            "Between the eyes, float64, millimeters; its norm is the baseline. A copy.");
   defMatrix(camera, "m_rectCameraMatrix", &Members::m_rectCameraMatrix, 3, 3,
             "Camera matrix of the perspective view, (3, 3) float64, pixels; a copy, empty before startCapture.");
   defMaps(
       camera, "m_rectifyMaps", &Members::m_rectifyMaps,
       "Perspective maps ((left columns, left rows), (right columns, right rows)), float32, pixels of the eye; copies, "
       "None before startCapture. Not while another thread starts.");
-  defMaps(camera, "m_lonLatMaps", &Members::m_lonLatMaps, "Longitude-latitude maps, in the same form.");
+  defMaps(camera, "m_lonLatMaps", &Members::m_lonLatMaps, "Longitude-latitude maps, as m_rectifyMaps.");
 }
 
 void bindLog(py::module_& module) {
@@ -201,11 +202,11 @@ void bindLog(py::module_& module) {
       .def(
           "runTimeInfo", [](Log& self, const std::string& text) { self.log.runTimeInfo("%s", text.c_str()); },
           py::arg("text"), py::call_guard<Released>(),
-          "runTimeInfo(self, text)\n--\n\nWrites a progress record; a line end is the caller's to give.")
+          "runTimeInfo(self, text)\n--\n\nWrites a progress record; `text` should end with a newline.")
       .def(
           "runTimeError", [](Log& self, const std::string& text) { self.log.runTimeError("%s", text.c_str()); },
           py::arg("text"), py::call_guard<Released>(),
-          "runTimeError(self, text)\n--\n\nWrites an error record; a line end is the caller's to give.");
+          "runTimeError(self, text)\n--\n\nWrites an error record; `text` should end with a newline.");
 }
 
 }  // namespace
@@ -226,19 +227,19 @@ void bindMembers(py::module_& module, CameraClass& camera) {
                                      return py::cast(Log{*log});
                                    },
                                    py::keep_alive<0, 1>()),
-                               "The log; None where it could not be made or the settings failed to load.");
+                               "The log; None if it could not be made or the settings failed to load.");
   camera.def_property_readonly(
       "m_logName", [](const StereoCamera& self) { return self.*(&Members::m_logName); },
-      "What the log's records begin with.");
+      "Name at the head of the log's records.");
   camera.def_property(
       "m_videoCapture", &sourceOf, [](StereoCamera& self, const py::object& source) { installSource(self, source); },
-      "The frame source in Python, None if the device is another one. Setting it is setVideoCapture.");
+      "The frame source in Python, None for any other device. Setting it calls setVideoCapture.");
   camera.def_property_readonly(
       "m_captureThread", [](const StereoCamera& self) { return self.*(&Members::m_captureThread) != nullptr; },
-      "Whether the capture worker was started and not stopped yet.");
+      "Whether the capture worker is started and not stopped.");
   camera.def_property_readonly(
       "m_computeThread", [](const StereoCamera& self) { return self.*(&Members::m_computeThread) != nullptr; },
-      "Whether the disparity worker was started and not stopped yet.");
+      "Whether the disparity worker is started and not stopped.");
 }
 
 }  // namespace stereo::python

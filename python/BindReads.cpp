@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Binds the camera's reads.
 #include <utility>
 #include <vector>
 
@@ -85,23 +86,23 @@ void bindReads(CameraClass& camera) {
       .def("getRawFrame", &getRawFrame, py::arg("timeout") = py::none(), R"(getRawFrame(self, timeout=None)
 --
 
-Next frame, both eyes joined side by side: RawFrame(frame, timestamp), rows x columns x 3, uint8, black outside the
-image circles. Waits for it. None if there is none (any more).
+Waits for the next frame, both eyes side by side: RawFrame(frame, timestamp), rows x columns x 3, uint8, black outside
+the image circles. None if there is none (anymore).
 
-As with every read that waits: TimeoutError if nothing came within `timeout` seconds; signals end it, so Ctrl-C does.
-Without a timeout, RuntimeError at once where nobody can answer: the camera is not open, or was not started, and frames
-were not published by setting m_rawFrame (clouds: no disparity worker, and m_disparityFrame).)")
+Every waiting read raises TimeoutError if nothing came within `timeout` seconds, and signals such as Ctrl-C end it.
+Without a timeout, it raises RuntimeError at once if no result can ever come: the camera is not open or not started, and
+m_rawFrame was not set (clouds: no disparity worker, and m_disparityFrame was not set).)")
       .def("getStereoFrame", &getStereoFrame, py::arg("timeout") = py::none(), R"(getStereoFrame(self, timeout=None)
 --
 
-Next frame's eyes: StereoFrame(left, right, timestamp), each rows x columns x 3, uint8. Waits for it. None if there is
-none (any more). The disparity worker and the rectified reads call it: an override is their source.)")
+Waits for the eyes of the next frame: StereoFrame(left, right, timestamp), each rows x columns x 3, uint8. None if there
+is none (anymore). The disparity worker and the rectified reads call it, so an override feeds them.)")
       .def("getRectStereoFrame", &getRectStereoFrame, py::arg("view") = false, py::arg("timeout") = py::none(),
            R"(getRectStereoFrame(self, view=False, timeout=None)
 --
 
-Next frame's eyes, rectified, each rows x columns x 3, uint8, of the rectified size. Waits for it. None if there is
-none (any more). Raises Error while there are no maps.
+Waits for the rectified eyes of the next frame, each rows x columns x 3, uint8, of the rectified size. None if there is
+none (anymore). Raises Error while there are no maps.
 
 Without `view`, both in the perspective view: RectStereoFrame(left, right). With it, the pair that depth is computed
 from (m_depthmode 1: longitude-latitude, 2: perspective) and the left eye in the perspective view:
@@ -111,22 +112,22 @@ RectViewFrame(left, right, view, timestamp). The disparity worker calls it with 
            R"(getDepthFrame(self, disparity=None, color=True, timeout=None)
 --
 
-Without a disparity, the next raw frame's depth as a picture: DepthFrame(depth, timestamp), rows x columns x 3, uint8,
-turned by 180 degrees, near blue and far red, black where there is no depth within limits; `color` is ignored. Waits
-for the frame. None at once without a disparity worker, and while there is no disparity yet.
+Without a disparity, waits for the next raw frame and returns depth as a picture: DepthFrame(depth, timestamp), rows x
+columns x 3, uint8, rotated by 180 degrees, near blue and far red, black where there is no depth within limits; `color`
+is ignored. Returns None at once without a disparity worker or before the first disparity.
 
-With a disparity (rows x columns, float32, pixels of the rectified eye), its depth: rows x columns, float32, metres; -1
+With a disparity (rows x columns, float32, pixels of the rectified eye), its depth: rows x columns, float32, meters; -1
 where the disparity is not above the near limit's number, 0 where the depth is out of limits. With m_depthmode 2 that
-is f * b / d, with focal length f in pixels and baseline b in metres; with 1, on longitude-latitude pictures,
-b * sin(pi * ((column - d) / W + o)) / sin(pi * d / W), o = (180 - m_lonLatFov) / 360. Does not wait, whatever the
+is f * b / d, with focal length f in pixels and baseline b in meters; with 1, on longitude-latitude pictures,
+b * sin(pi * ((column - d) / W + o)) / sin(pi * d / W), o = (180 - m_lonLatFov) / 360. Does not wait and ignores the
 timeout.)")
       .def("getPointCloud", &getPointCloud, py::arg("colored") = false, py::arg("timeout") = py::none(),
            R"(getPointCloud(self, colored=False, timeout=None)
 --
 
-Points of the next disparity: PointCloud(points, timestamp), N x 3, float32, metres in the left rectified camera's
-frame (x right, y down, z forward). With `colored`, ColoredPointCloud(points, colors, timestamp), the colours N x 3,
-uint8: blue, green, red. Waits for the disparity. None if there are no points (any more).)");
+Waits for the next disparity and returns its points: PointCloud(points, timestamp), N x 3, float32, meters in the left
+rectified camera's frame (x right, y down, z forward). With `colored`, ColoredPointCloud(points, colors, timestamp), the
+colors N x 3, uint8: blue, green, red. None if there are no points (anymore).)");
 }
 
 }  // namespace stereo::python

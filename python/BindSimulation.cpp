@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Binds the cameras without hardware.
 #include <cmath>
 #include <filesystem>
 #include <memory>
@@ -24,7 +25,7 @@ using sim::SimulatedCamera;
 using sources::ReplayCamera;
 using sources::VirtualCamera;
 
-// A virtual camera on a source in Python, of which its worker is told.
+// A virtual camera on a source in Python; tells the source which camera it belongs to.
 template <template <typename> typename Kind>
 Kind<VirtualCamera>* onSource(const py::object& source, double rate) {
   auto adapter = std::make_unique<SourceAdapter>(source);
@@ -66,7 +67,7 @@ struct Keywords {
   }
 };
 
-// The two forms of a camera that takes options: as it is, and with overrides. `toOptions` makes them of the arguments.
+// The two forms of a camera with options: plain, and with overrides. `toOptions` makes the options from the arguments.
 template <typename Camera, typename... Arguments, typename Options>
 auto madeFrom(Options (*toOptions)(Arguments...)) {
   return py::init(
@@ -105,15 +106,15 @@ py::object truthOf(const SimulatedCamera& camera, const std::string& view, doubl
 void bindVirtualCamera(py::module_& module) {
   py::class_<VirtualCamera, StereoCamera, Overrides<VirtualCamera>, Owner<VirtualCamera>>(
       module, "VirtualCamera",
-      "A camera whose frames come from a `VideoCapture` in Python, with setters for what a settings file would tell.")
+      "A camera whose frames come from a `VideoCapture` in Python, with setters for the settings.")
       .def(py::init(
                [](const py::object& source, double rate) -> VirtualCamera* { return onSource<Handle>(source, rate); },
                [](const py::object& source, double rate) { return onSource<Overrides>(source, rate); }),
            py::arg("source"), py::arg("rate") = 0.0, R"(__init__(self, source, rate=0.0)
 --
 
-Opened, on that source, which is kept; at `rate` frames per second, 0: whatever comes. TypeError if it is not derived
-from `VideoCapture`.)")
+Opens the camera on that source and keeps a reference to it. `rate`: frames per second, 0: as they come. Raises
+TypeError unless the source is derived from `VideoCapture`.)")
       .def(
           "setDepthMode",
           [](VirtualCamera& self, int mode) {
@@ -123,8 +124,7 @@ from `VideoCapture`.)")
           py::arg("mode"), R"(setDepthMode(self, mode)
 --
 
-1: depth from the longitude-latitude pair, 2: from the perspective pair. Like all these setters, before
-`startCapture`.)")
+1: depth from the longitude-latitude pair, 2: from the perspective pair. Call all setters before `startCapture`.)")
       .def("setAlgorithm", &VirtualCamera::setAlgorithm, py::arg("algorithm"),
            "setAlgorithm(self, algorithm)\n--\n\n0: semi-global matching, 1: block matching, any other: none.")
       .def(
@@ -148,15 +148,15 @@ from `VideoCapture`.)")
           "setDepthLimits",
           [](VirtualCamera& self, float nearest, float farthest) {
             require(nearest >= 0 && nearest < farthest && std::isfinite(farthest),
-                    "depth limits must be numbers of metres, 0 <= nearest < farthest");
+                    "depth limits must be numbers of meters, 0 <= nearest < farthest");
             self.setDepthLimits(nearest, farthest);
           },
           py::arg("nearest"), py::arg("farthest"),
-          "setDepthLimits(self, nearest, farthest)\n--\n\nLimits of depth, metres.")
+          "setDepthLimits(self, nearest, farthest)\n--\n\nLimits of depth, meters.")
       .def(
           "setCloudRadius",
           [](VirtualCamera& self, int pixels) {
-            require(pixels >= 0, "the cloud's radius must be a number of pixels from 0 on");
+            require(pixels >= 0, "the cloud's radius must be a number of pixels, 0 or above");
             self.setCloudRadius(pixels);
           },
           py::arg("pixels"),
@@ -166,7 +166,7 @@ from `VideoCapture`.)")
           "setStream",
           [](VirtualCamera& self, int mode, double rate, int lastOctet) {
             require(mode >= -1 && mode <= 4, "the stream mode must be from -1 to 4");
-            require(rate >= 0 && std::isfinite(rate), "the stream's rate must be a number from 0 on");
+            require(rate >= 0 && std::isfinite(rate), "the stream's rate must be a number, 0 or above");
             require(lastOctet >= 0 && lastOctet <= 255, "the last octet must be from 0 to 255");
             self.setStream(mode, rate, lastOctet);
           },
@@ -174,8 +174,8 @@ from `VideoCapture`.)")
           R"(setStream(self, mode, rate, lastOctet)
 --
 
-What the network stream shows (-1 nothing, 0 to 4), frames per second told to the encoder, receiver's last octet. It is
-opened only if `startCapture` is asked for it.)")
+What the network stream shows (-1 nothing, 0 to 4), the encoder's frames per second, the receiver's last octet. The
+stream is opened only if `startCapture` requests it.)")
       .def(
           "latestDisparity",
           [](VirtualCamera& self) {
@@ -195,8 +195,8 @@ TimeFrame(first, second, timestamp). None before the first. Does not wait.)")
       .def("algorithm", &VirtualCamera::algorithm, "algorithm(self)\n--\n\nAs set.")
       .def("horizontalField", &VirtualCamera::horizontalField, "horizontalField(self)\n--\n\nDegrees.")
       .def("lonLatField", &VirtualCamera::lonLatField, "lonLatField(self)\n--\n\nDegrees.")
-      .def("nearLimit", &VirtualCamera::nearLimit, "nearLimit(self)\n--\n\nNear limit of depth, metres.")
-      .def("farLimit", &VirtualCamera::farLimit, "farLimit(self)\n--\n\nFar limit of depth, metres.")
+      .def("nearLimit", &VirtualCamera::nearLimit, "nearLimit(self)\n--\n\nNear limit of depth, meters.")
+      .def("farLimit", &VirtualCamera::farLimit, "farLimit(self)\n--\n\nFar limit of depth, meters.")
       .def("cloudRadius", &VirtualCamera::cloudRadius, "cloudRadius(self)\n--\n\nRectified pixels.")
       .def(
           "rectFrameSize", [](const VirtualCamera& self) { return fromSize(self.rectFrameSize()); },
@@ -209,7 +209,7 @@ void bindSimulation(py::module_& module) {
   const SimulatedCamera::Options simulated;
   py::class_<SimulatedCamera, VirtualCamera, Overrides<SimulatedCamera>, Owner<SimulatedCamera>>(
       module, "SimulatedCamera",
-      "A calibrated camera in a room of known geometry: ready for `startCapture` once constructed.")
+      "A calibrated camera in a room of known geometry, ready for `startCapture` once constructed.")
       .def(madeFrom<SimulatedCamera>(&Keywords::simulated), py::kw_only(),
            py::arg("frameSize") = fromSize(simulated.frameSize), py::arg("rate") = simulated.rate,
            py::arg("seed") = simulated.seed, py::arg("moving") = simulated.moving, py::arg("period") = simulated.period,
@@ -219,10 +219,10 @@ void bindSimulation(py::module_& module) {
            R"(framesPerPeriod=16, ring=True, rectFrameSize=(464, 400), faults='')
 --
 
-`frameSize`: (1856, 800) or (928, 400) pixels; `rate`: frames per second, 0 as fast as possible; `seed` draws rig and
-scene; `moving`: False for a scene that stands still; its motion repeats after `period` seconds, which
-`framesPerPeriod` frames show; `ring`: keep these frames (4.5 MB each); `rectFrameSize`: one rectified eye, pixels;
-`faults`: a script of what goes wrong with the device. ValueError for options out of range.)")
+`frameSize`: (1856, 800) or (928, 400) pixels; `rate`: frames per second, 0 as fast as possible; `seed`: of rig and
+scene; `moving`: False for a scene without motion; its motion repeats after `period` seconds, shown in
+`framesPerPeriod` frames; `ring`: keep these frames (4.5 MB each); `rectFrameSize`: one rectified eye, pixels;
+`faults`: a fault script. Raises ValueError for options out of range.)")
       .def("truth", &truthOf, py::arg("view") = "perspective", py::arg("time") = 0.0,
            R"(truth(self, view='perspective', time=0.0)
 --
@@ -231,18 +231,18 @@ True depth for each pixel of the left eye's 'perspective' or 'lonLat' view at a 
 distance, disparity, surface, occluded, seen).)")
       .def(
           "fillRing", [](const SimulatedCamera& self) { self.capture().fillRing(); }, py::call_guard<Released>(),
-          "fillRing(self)\n--\n\nRenders ahead the frames of a period.")
+          "fillRing(self)\n--\n\nRenders the frames of a period in advance.")
       .def(
           "framesDelivered", [](const SimulatedCamera& self) { return self.capture().framesDelivered(); },
-          "framesDelivered(self)\n--\n\nFrames handed out by the device so far.")
+          "framesDelivered(self)\n--\n\nFrames delivered by the device so far.")
       .def(
           "framesMissed", [](const SimulatedCamera& self) { return self.capture().framesMissed(); },
-          "framesMissed(self)\n--\n\nFrames that were due and that nobody came for in time.");
+          "framesMissed(self)\n--\n\nFrames that were due but not read in time.");
 
   const ReplayCamera::Options replay;
   py::class_<ReplayCamera, VirtualCamera, Overrides<ReplayCamera>, Owner<ReplayCamera>>(
       module, "ReplayCamera",
-      "A camera that plays a recording of side-by-side frames. Its calibration is to be loaded (`loadCalibParams`).")
+      "A camera that plays a recording of side-by-side frames. Load its calibration with `loadCalibParams`.")
       .def(
           madeFrom<ReplayCamera>(&Keywords::replay), py::arg("path"), py::kw_only(), py::arg("rate") = replay.rate,
           py::arg("loop") = replay.loop, py::arg("fisheyeRadius") = replay.fisheyeRadius,
@@ -250,10 +250,10 @@ distance, disparity, surface, occluded, seen).)")
           R"(__init__(self, path, *, rate=30.0, loop=True, fisheyeRadius=-1, rectFrameSize=(464, 400), recordedTiming=False)
 --
 
-`path`: image, folder of images, video or recording; `rate`: frames per second, 0 as fast as possible; `loop`: start over after the
-last frame; `fisheyeRadius`: of the image circle, raw pixels, negative to choose by the frame's size;
-`rectFrameSize`: one rectified eye, pixels; `recordedTiming`: play a recording as it came, whatever the rate.
-RuntimeError if there is no frame at the path, ValueError for a negative rate.)")
+`path`: image, folder of images, video or recording; `rate`: frames per second, 0 as fast as possible; `loop`: start
+over after the last frame; `fisheyeRadius`: of the image circle, raw pixels, negative to choose by the frame's size;
+`rectFrameSize`: one rectified eye, pixels; `recordedTiming`: play a recording with its own timing, ignoring `rate`.
+Raises RuntimeError if the path has no readable frame, ValueError for a negative rate.)")
       .def(
           "recordedStamp",
           [](const ReplayCamera& self) -> py::object {
@@ -263,17 +263,17 @@ RuntimeError if there is no frame at the path, ValueError for a negative rate.)"
           R"(recordedStamp(self)
 --
 
-Stamp that the frame delivered last was recorded with, microseconds since 1970-01-01 UTC; None before the first frame,
-and where no stamps were recorded.)")
+Recorded timestamp of the frame delivered last, microseconds since 1970-01-01 UTC; None before the first frame, and
+without recorded timestamps.)")
       .def(
           "finished", [](const ReplayCamera& self) { return self.capture().finished(); },
-          "finished(self)\n--\n\nWhether a recording that isn't looped has been played to its end.")
+          "finished(self)\n--\n\nWhether a recording that isn't looped was played to its end.")
       .def(
           "framesDelivered", [](const ReplayCamera& self) { return self.capture().framesDelivered(); },
-          "framesDelivered(self)\n--\n\nFrames handed out by the device so far.")
+          "framesDelivered(self)\n--\n\nFrames delivered by the device so far.")
       .def(
           "framesMissed", [](const ReplayCamera& self) { return self.capture().framesMissed(); },
-          "framesMissed(self)\n--\n\nFrames that were due and that nobody came for in time.");
+          "framesMissed(self)\n--\n\nFrames that were due but not read in time.");
 }
 
 }  // namespace stereo::python

@@ -15,7 +15,7 @@ namespace stereo::python {
 
 namespace {
 
-// All cameras that exist, and how many are being retired. Never destroyed: threads may outlast the static objects.
+// All cameras, and how many are being retired. Never destroyed, since threads may outlast static objects.
 struct Cameras {
   std::mutex mutex;  // a leaf
   std::condition_variable retired;
@@ -32,10 +32,10 @@ void retire(StereoCamera* camera) {
   camera->*(&Members::m_isOpened) = false;
   cv::VideoCapture* const device = camera->*(&Members::m_videoCapture);
   if (device != nullptr && typeid(*device) != typeid(cv::VideoCapture)) {
-    device
-        ->release();  // a source of one's own need not be waited for; one of OpenCV's must not be released under a read
+    // Ends the read of a custom source; OpenCV's own must not be released during a read.
+    device->release();
   }
-  // Not by the virtual table: the Python object is gone.
+  // Not virtual calls, since the Python object is gone.
   camera->StereoCamera::stopStereoCompute();
   camera->StereoCamera::stopCapture();
   delete camera;
@@ -71,8 +71,8 @@ void Retire::operator()(StereoCamera* camera) const noexcept {
   try {
     std::thread([camera] { retire(camera); }).detach();
   } catch (const std::system_error& error) {
-    // The camera stays, with its workers: better than a worker that waits for itself.
-    std::cerr << "stereo_camera: no thread to end a camera with: " << error.what() << std::endl;
+    // The camera stays with its workers, which is better than a worker that waits for itself.
+    std::cerr << "stereo_camera: cannot start a thread to end a camera: " << error.what() << std::endl;
     const std::lock_guard lock(cameras().mutex);
     --cameras().retiring;
   }
@@ -80,14 +80,14 @@ void Retire::operator()(StereoCamera* camera) const noexcept {
 
 py::handle selfOf(const void* camera, const std::type_info& type) {
   const py::handle self = py::detail::get_object_handle(camera, py::detail::get_type_info(type));
-  // An object on its way out has no references left; whoever took one would have it destroyed twice.
+  // An object being destroyed has no references left; taking one would destroy it twice.
   return self && Py_REFCNT(self.ptr()) > 0 ? self : py::handle();
 }
 
 void stopAllCameras() {
   std::vector<py::object> alive;
   {
-    // Nothing here lets go of the interpreter lock, so no camera can go meanwhile but those without an object.
+    // Nothing here releases the interpreter lock, so meanwhile no camera goes away except those without an object.
     const std::lock_guard lock(cameras().mutex);
     for (const Companion* camera : cameras().alive) {
       if (const py::handle self = camera->self()) {

@@ -10,14 +10,13 @@ namespace stereo::python {
 
 namespace {
 
-// Where this thread is between Python and the cameras' code.
-thread_local int callsFromPython = 0;                       // `Released` alive since Python was last entered
-thread_local bool onWorker = false;                         // Python was entered from a thread that it didn't call from
-thread_local const StereoCamera* cameraOfThread = nullptr;  // whose worker, if that is known
+// State of this thread between Python and the cameras' code.
+thread_local int callsFromPython = 0;  // live `Released` since Python was last entered
+thread_local bool onWorker = false;    // Python was entered, but did not call the camera on this thread
+thread_local const StereoCamera* cameraOfThread = nullptr;  // whose worker, if known
 
-// Takes the interpreter lock. A daemon thread that comes back when the interpreter is gone is ended right there, in the
-// midst of our frames, whose objects can no longer be given up without the lock. It stays instead, until the process
-// ends.
+// Takes the interpreter lock. If the interpreter is gone, Python ends a daemon thread right there by unwinding our
+// stack frames, whose objects cannot be destroyed without the lock. So the thread stays here until the process ends.
 template <typename Take>
 void orStay(const Take& take) {
   try {

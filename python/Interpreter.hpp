@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The interpreter lock, exceptions and signals.
 #pragma once
 
 #include <pybind11/pybind11.h>
@@ -9,8 +10,8 @@ namespace stereo::python {
 
 namespace py = pybind11;
 
-/// Out of Python: releases the interpreter lock while it lives. All of the camera's operations run inside one, for each
-/// of them waits, takes one of the camera's mutexes or may call an override, and the workers want the lock meanwhile.
+/// Leaves Python: releases the interpreter lock while it lives. All of the camera's operations run inside one, since
+/// each waits, takes one of the camera's mutexes or may call an override, and the workers need the lock meanwhile.
 class Released {
 public:
   Released();
@@ -22,24 +23,24 @@ private:
   PyThreadState* m_state;
 };
 
-/// Into Python, from the camera's code: holds the interpreter lock while it lives. To be entered only if `isPossible`.
+/// Enters Python from the camera's code: holds the interpreter lock while it lives. Only if `isPossible`.
 class Entered {
 public:
-  /// False once the interpreter is going away: who then asks for its lock never gets it.
+  /// False once the interpreter is ending: its lock is then never granted.
   static bool isPossible();
 
-  /// `camera` is the one whose code this is; null where that isn't known.
+  /// `camera`: the one whose code this is; null if unknown.
   explicit Entered(const StereoCamera* camera);
   ~Entered();
   Entered(const Entered&) = delete;
   Entered& operator=(const Entered&) = delete;
 
-  /// Whether the camera's code was itself called from Python, on this thread. Exceptions go to that caller then;
-  /// otherwise this is a worker, and there is nobody to catch them.
+  /// Whether the camera's code was itself called from Python on this thread. Then exceptions go to that caller;
+  /// otherwise this is a worker, and nobody catches them.
   bool isCalledFromPython() const { return m_outerCalls > 0; }
 
 private:
-  // Restored after the lock is given back: dropping the thread's state may run destructors, on a worker as ever.
+  // Restored after the lock is released, since dropping the thread's state may run destructors, still on a worker.
   struct Place {
     ~Place();
     int calls;
@@ -51,8 +52,8 @@ private:
   py::gil_scoped_acquire m_acquire;
 };
 
-/// An exception that waits for its thread to be back in Python: set meanwhile, it would be in the way of whatever
-/// enters Python first. Given up with the interpreter lock held.
+/// An exception kept until its thread is back in Python; if it stayed set, it would disturb whatever enters Python
+/// first. Destroyed with the interpreter lock held.
 class PendingError {
 public:
   PendingError() = default;
@@ -60,7 +61,7 @@ public:
   PendingError(const PendingError&) = delete;
   PendingError& operator=(const PendingError&) = delete;
 
-  /// Takes the exception that is set, if there is none yet. Interpreter lock held.
+  /// Takes the current exception, unless it already has one. Interpreter lock held.
   void take();
   /// Sets it again; false if there is none. Interpreter lock held.
   bool restore();
@@ -71,18 +72,17 @@ private:
   PyObject* m_trace = nullptr;
 };
 
-/// Runs the handlers of signals that came for the interpreter, on its main thread; on any other there are none. From
-/// inside a `Released`. False if one raised, now or before: `error` has the exception.
+/// Runs the interpreter's pending signal handlers if this is its main thread. Called inside a `Released`. False if a
+/// handler raised, now or before; `error` has the exception.
 bool runSignalHandlers(PendingError& error);
 
-/// Whether the calling thread is a worker of any camera that has called Python.
+/// Whether the calling thread is a camera's worker that has called Python.
 bool isWorkerThread();
 /// Whether it is a worker of this camera.
 bool isWorkerOf(const StereoCamera* camera);
 
-/// Reports an exception that has no caller to go to, by `sys.unraisablehook`; `where` is named in the report. To be
-/// called in a handler of whatever Python and the conversions throw, with the interpreter lock held; rethrows what is
-/// no exception of theirs.
+/// Reports an exception that has no caller through `sys.unraisablehook`; the report names `where`. Call it in a
+/// catch-all handler with the interpreter lock held; rethrows what neither Python nor the conversions throw.
 void reportUnraisable(py::handle where);
 
 }  // namespace stereo::python

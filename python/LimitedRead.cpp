@@ -10,7 +10,7 @@ namespace stereo::python {
 
 namespace {
 
-// Longer than that is as good as for ever, and more would not fit the clock.
+// Practically forever; more would not fit the clock.
 constexpr double mostSeconds = 1e9;
 
 }  // namespace
@@ -41,16 +41,16 @@ bool LimitedRead::mayGoOn(ReadLimit* outer) {
     return false;
   }
   m_isLate = m_end && Clock::now() >= *m_end;
-  // An override that reads while it is read itself has the time that its caller has.
+  // A read inside an override has the time that the override's caller has.
   const bool outerMay = outer == nullptr || outer->mayGoOn();
   return m_nobody == nullptr && !m_isLate && outerMay;
 }
 
-// Null where somebody may.
+// Why no result can ever come; null if one may.
 const char* LimitedRead::whyNobodyAnswers() {
   const Companion& companion = Companion::of(m_camera);
   if (companion.isStartingOrStopping()) {
-    return nullptr;  // a stop answers
+    return nullptr;  // a stop releases the read
   }
   if (m_awaited == Awaited::disparity) {
     const bool isComputed = m_camera.*(&Members::m_isComputing);
@@ -74,7 +74,7 @@ void LimitedRead::raiseWhatEndedIt(bool answer) {
     throw py::error_already_set();
   }
   if (answer) {
-    return;  // what is waited for came after all, while it was asked
+    return;  // the result came after all
   }
   if (m_nobody != nullptr && Companion::of(m_camera).stops == m_stopsBefore) {
     throw std::runtime_error(m_nobody);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Reads that Python can end: by a signal, after a time, or at once where nobody can answer.
+// Reads that end on a signal, after a timeout, or at once if no result can ever come.
 #pragma once
 
 #include <chrono>
@@ -20,8 +20,8 @@ public:
   /// `timeout` in seconds, None for none. Raises TypeError for anything but a number, ValueError for one below 0.
   LimitedRead(StereoCamera& camera, Awaited awaited, const py::object& timeout);
 
-  /// Runs `read` without the interpreter lock; its answer. Raises what a signal's handler raised, TimeoutError, and
-  /// RuntimeError for a read without a time-out that nobody can ever answer.
+  /// Runs `read` without the interpreter lock and returns its result. Raises what a signal's handler raised,
+  /// TimeoutError, or RuntimeError if no result can ever come and there is no timeout.
   template <typename Read>
   bool run(const Read& read) {
     bool answer = false;
@@ -48,7 +48,7 @@ private:
   bool m_isLate = false;
   unsigned m_stopsBefore;
   const char* m_nobody = nullptr;
-  PendingError m_error;  // what a signal's handler raised
+  PendingError m_error;  // raised by a signal's handler
 };
 
 }  // namespace stereo::python

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
+// Access to the camera's protected members.
 #pragma once
 
 #include "StereoCamera.hpp"
 
 namespace stereo::python {
 
-/// Names the protected members: `camera.*(&Members::m_hFov)` is the camera's own. Never instantiated.
+/// Gives access to the protected members: `camera.*(&Members::m_hFov)`. Never instantiated.
 class Members : public StereoCamera {
 public:
   Members() = delete;

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Entry point of the module.
 #include "python/Module.hpp"
 
 #include <opencv2/core.hpp>
@@ -11,20 +12,20 @@ namespace py = pybind11;
 using namespace stereo::python;
 
 PYBIND11_MODULE(stereo_camera, module) {
-  // The first line of each documentation string is the signature, in the form that `inspect` and `help` know.
+  // The first line of each docstring is the signature, in the form that `inspect` and `help` parse.
   py::options options;
   options.disable_function_signatures();
 
   module.doc() = R"(Driver of a stereo fisheye camera whose two eyes arrive side by side in one video frame.
 
-Images are arrays of rows x columns x 3, uint8, blue-green-red; stamps are whole microseconds since the epoch
-(1970-01-01 UTC); sizes are (width, height) in pixels. Operations that have nothing to give return None. What they give
-belongs to the caller and outlives the camera.
+Images are arrays of rows x columns x 3, uint8, blue-green-red; timestamps are integer microseconds since the epoch
+(1970-01-01 UTC); sizes are (width, height) in pixels. Operations without a result return None. Results belong to the
+caller and outlive the camera.
 
 Every call releases the interpreter lock while it works or waits.)";
 
   auto& error = py::register_exception<cv::Exception>(module, "Error", PyExc_RuntimeError);
-  error.attr("__doc__") = "OpenCV refused something: its text. (The C++ library throws cv::Exception.)";
+  error.attr("__doc__") = "An error of OpenCV, with its text. (The C++ library throws cv::Exception.)";
   module.attr("__version__") = STEREO_CAMERA_VERSION;
   module.attr("NO_DEVICE") = static_cast<int>(stereo::model::noDevice);
 
@@ -37,6 +38,6 @@ Every call releases the interpreter lock while it works or waits.)";
   bindSimulation(module);
   bindFunctions(module);
 
-  // Workers must not ask for the lock of an interpreter that is going away.
+  // Workers must not request the lock of an interpreter that is ending.
   py::module_::import("atexit").attr("register")(py::cpp_function(&stopAllCameras, "Stops all cameras."));
 }

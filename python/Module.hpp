@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The parts that the module is made of.
 #pragma once
 
 #include <memory>
@@ -15,10 +16,10 @@ using Owner = std::unique_ptr<Camera, Retire>;
 
 using CameraClass = py::class_<StereoCamera, Owner<StereoCamera>>;
 
-// The module's pieces, one file each.
+// The parts of the module, a file each.
 void bindFunctions(py::module_& module);
 void bindMembers(py::module_& module, CameraClass& camera);
-/// The class with its constructors, the setters, getters and files, and starting and stopping.
+/// The class with constructors, setters, getters, files, starting and stopping.
 CameraClass bindCamera(py::module_& module);
 void bindReads(CameraClass& camera);
 void bindVirtualCamera(py::module_& module);

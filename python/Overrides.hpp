@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Virtual operations of the camera overridden in Python.
 #pragma once
 
 #include <chrono>
@@ -13,12 +14,12 @@
 
 namespace stereo::python {
 
-/// A camera whose class was derived in Python: its virtual operations are those of the Python object, where that has
-/// them. The interpreter lock is taken for that and not held during the C++ form.
+/// A camera whose class was derived in Python. Its virtual operations call the Python object's overrides, if there are
+/// any, with the interpreter lock; the C++ forms run without it.
 ///
-/// An exception of an override, or a result that is not of its form, goes to the Python code that called the camera on
-/// this thread. On a worker it is reported (`sys.unraisablehook`); operations that tell success by a bool tell none,
-/// the others do as if they weren't overridden.
+/// If an override raises or returns a malformed result, the exception goes to the Python code that called the camera on
+/// this thread. On a worker it is reported (`sys.unraisablehook`); operations that return a bool then return false, and
+/// the others behave as if not overridden.
 template <typename Base>
 class Overrides final : public Handle<Base> {
 public:
@@ -221,7 +222,7 @@ public:
   }
 
 private:
-  // What an override that fails on a worker rests, so that a worker in a loop leaves other threads their turn.
+  // Pause after an override failed on a worker, so that a worker in a loop lets other threads run.
   static constexpr std::chrono::milliseconds restAfterFailure{10};
 
   static bool truthOf(const py::object& result) {
@@ -246,7 +247,7 @@ private:
   static void append(std::vector<T>& points, const std::vector<T>& more) {
     points.insert(points.end(), more.begin(), more.end());
   }
-  // The matchers take two images of one size; of others they throw, which would end the process.
+  // The matchers throw unless both images have one size, which would end the process.
   static void takePair(const py::sequence& values, cv::Mat& left, cv::Mat& right) {
     const Wrapped images[] = {wrapImage(values[0], "the left image of getRectStereoFrame"),
                               wrapImage(values[1], "the right image of getRectStereoFrame")};
@@ -256,7 +257,7 @@ private:
     left = images[0].image.clone();
     right = images[1].image.clone();
   }
-  /// False for None; otherwise the result's elements are taken.
+  /// False for None; otherwise passes the result's elements on.
   template <typename Take>
   static bool unlessNone(const py::object& result, const char* name, std::size_t count, const Take& take) {
     if (result.is_none()) {
@@ -266,7 +267,7 @@ private:
     return true;
   }
 
-  /// The method of the Python object, if that isn't the one bound to C++; interpreter lock held.
+  /// The Python object's method, unless that is the one bound to C++. Interpreter lock held.
   py::object overrideOf(const char* name) const {
     const py::handle self = this->self();
     if (!self) {
@@ -279,7 +280,7 @@ private:
     return method;
   }
 
-  /// `plain` is the C++ form; `inPython` gets a function that calls the override.
+  /// `plain` is the C++ form; `inPython` receives a function that calls the override.
   template <typename Plain, typename InPython>
   auto ask(const char* name, const Plain& plain, const InPython& inPython) const -> decltype(plain()) {
     using Result = decltype(plain());

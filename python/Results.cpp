@@ -9,7 +9,7 @@ namespace stereo::python {
 
 namespace {
 
-// The module's named tuples. Never freed: the interpreter may be gone when the static objects go.
+// The module's named tuples. Never freed, since the interpreter may be gone when static objects are destroyed.
 struct Types {
   py::object rawFrame;
   py::object stereoFrame;
@@ -38,14 +38,14 @@ py::object makeType(py::module_& module, const char* name, const char* fields, c
 template <typename T>
 py::array_t<T, py::array::c_style> requireRows(py::handle object, const char* what, const char* type) {
   if (!py::isinstance<py::array_t<T>>(object)) {
-    throw py::type_error(std::string(what) + " must give an array of " + type);
+    throw py::type_error(std::string(what) + " must return an array of " + type);
   }
   auto array = py::array_t<T, py::array::c_style>::ensure(object);
   if (!array) {
     throw py::error_already_set();
   }
   if (array.ndim() != 2 || array.shape(1) != 3) {
-    throw py::value_error(std::string(what) + " must give arrays of the shape (N, 3)");
+    throw py::value_error(std::string(what) + " must return arrays of the shape (N, 3)");
   }
   return array;
 }
@@ -67,22 +67,22 @@ void bindResults(py::module_& module) {
       "The pair that depth is computed from and the left eye in the perspective view (rows, columns, 3; uint8, "
       "BGR), and the time of capture in microseconds since the epoch.");
   types().depthFrame = makeType(module, "DepthFrame", "depth timestamp",
-                                "Depth as a picture (rows, columns, 3; uint8, BGR), near blue, far red, turned by 180 "
+                                "Depth as a picture (rows, columns, 3; uint8, BGR), near blue, far red, rotated by 180 "
                                 "degrees, and the time of the newest raw frame in microseconds since the epoch.");
   types().pointCloud =
       makeType(module, "PointCloud", "points timestamp",
-               "Points (N, 3; float32): X, Y, Z in metres in the left rectified camera's frame, and the "
+               "Points (N, 3; float32): X, Y, Z in meters in the left rectified camera's frame, and the "
                "time of the newest raw frame in microseconds since the epoch.");
   types().coloredPointCloud = makeType(
       module, "ColoredPointCloud", "points colors timestamp",
-      "Points (N, 3; float32, metres), their colours (N, 3; uint8: blue, green, red) and the time of the newest "
+      "Points (N, 3; float32, meters), their colors (N, 3; uint8: blue, green, red) and the time of the newest "
       "raw frame in microseconds since the epoch.");
   types().timeFrame = makeType(module, "TimeFrame", "first second timestamp",
                                "Two images that belong together and their time in microseconds since the epoch.");
   types().truth = makeType(
       module, "Truth", "depth distance disparity surface occluded seen",
-      "What a perfect camera would report for each pixel of the left rectified view; six arrays of its size: depth z "
-      "and distance along the ray (float64, metres), disparity (float64, pixels), surface (int32: a number for each "
+      "Exact values for each pixel of the left rectified view; six arrays of its size: depth z "
+      "and distance along the ray (float64, meters), disparity (float64, pixels), surface (int32: a number for each "
       "face of the scene), occluded and seen (uint8: 255 where something hides the point from the right eye, and where "
       "both eyes see it).");
 }
@@ -133,7 +133,7 @@ py::object truth(const std::vector<cv::Mat>& images) {
 }
 
 py::sequence requireElements(py::handle result, const char* what, std::size_t count) {
-  const std::string wanted = std::string(what) + " must give None or " + std::to_string(count) + " values";
+  const std::string wanted = std::string(what) + " must return None or " + std::to_string(count) + " values";
   if (!py::isinstance<py::sequence>(result) || py::isinstance<py::array>(result)) {
     throw py::type_error(wanted + ", not " + Py_TYPE(result.ptr())->tp_name);
   }
@@ -148,7 +148,7 @@ Stamp toTimestamp(py::handle microseconds, const char* what) {
   const auto number = py::reinterpret_steal<py::object>(PyNumber_Index(microseconds.ptr()));
   if (!number) {
     PyErr_Clear();
-    throw py::type_error(std::string(what) + ": a stamp is a whole number of microseconds, not " +
+    throw py::type_error(std::string(what) + ": a timestamp is an integer number of microseconds, not " +
                          Py_TYPE(microseconds.ptr())->tp_name);
   }
   return Stamp(py::cast<std::int64_t>(number));
@@ -162,9 +162,9 @@ std::vector<cv::Vec3f> toPoints(py::handle points, const char* what) {
 
 std::vector<PCL> toPoints(py::handle points, py::handle colors, const char* what) {
   const auto pointArray = requireRows<float>(points, what, "float32 points");
-  const auto colorArray = requireRows<std::uint8_t>(colors, what, "uint8 colours");
+  const auto colorArray = requireRows<std::uint8_t>(colors, what, "uint8 colors");
   if (pointArray.shape(0) != colorArray.shape(0)) {
-    throw py::value_error(std::string(what) + " must give as many colours as points");
+    throw py::value_error(std::string(what) + " must return as many colors as points");
   }
   const auto* const point = reinterpret_cast<const cv::Vec3f*>(pointArray.data());
   const auto* const color = reinterpret_cast<const cv::Vec3b*>(colorArray.data());

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The named tuples that reads return.
 #pragma once
 
 #include <chrono>
@@ -8,7 +9,7 @@
 
 namespace stereo::python {
 
-// What the camera's outputs are in Python: named tuples of the module. Called with the interpreter lock held.
+// The camera's outputs in Python are named tuples. All of these need the interpreter lock.
 
 /// Makes the named tuples, as attributes of the module.
 void bindResults(py::module_& module);
@@ -27,12 +28,12 @@ py::object timeFrame(StereoCamera::TimeFrame frame);
 /// Truth of a simulated scene, in the order of `stereo::sim::Truth`.
 py::object truth(const std::vector<cv::Mat>& images);
 
-// And back, from what an override returned: any sequence of so many elements, otherwise TypeError or ValueError.
+// And back, from an override's result: any sequence of that many elements, otherwise TypeError or ValueError.
 
 /// `what` names the operation in messages.
 py::sequence requireElements(py::handle result, const char* what, std::size_t count);
 Stamp toTimestamp(py::handle microseconds, const char* what);
-/// Points, N x 3 float32, and their colours, N x 3 uint8.
+/// Points, N x 3 float32, and their colors, N x 3 uint8.
 std::vector<cv::Vec3f> toPoints(py::handle points, const char* what);
 std::vector<PCL> toPoints(py::handle points, py::handle colors, const char* what);
 

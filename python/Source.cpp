@@ -13,8 +13,8 @@ namespace {
 
 constexpr std::chrono::milliseconds restAfterFailure{10};
 
-// Calls the object on behalf of the camera. Exceptions go to Python, if that is who called the camera, and otherwise to
-// the hook for those that nobody catches; `failure` is the answer then.
+// Calls the object on behalf of the camera. Exceptions go to Python if it called the camera; otherwise they go to
+// `sys.unraisablehook` and the result is `failure`.
 template <typename Result, typename Call>
 Result ask(const StereoCamera* camera, const py::object& source, Result failure, const Call& call) {
   if (!Entered::isPossible()) {
@@ -36,7 +36,7 @@ Result ask(const StereoCamera* camera, const py::object& source, Result failure,
 
 SourceAdapter::SourceAdapter(py::object source) : m_source(std::move(source)) {
   if (!py::isinstance<PythonSource>(m_source)) {
-    throw py::type_error(std::string("a frame source is derived from stereo_camera.VideoCapture; this is ") +
+    throw py::type_error(std::string("a frame source must be derived from stereo_camera.VideoCapture; this is ") +
                          Py_TYPE(m_source.ptr())->tp_name);
   }
 }
@@ -46,7 +46,7 @@ SourceAdapter::~SourceAdapter() {
     const Entered entered(m_camera);
     m_source = py::object();
   } else {
-    m_source.release();  // the interpreter takes it along
+    m_source.release();  // leaked, since the interpreter is ending
   }
 }
 
@@ -102,7 +102,7 @@ void SourceAdapter::release() {
   try {
     m_source.attr("release")();
   } catch (...) {
-    reportUnraisable(m_source);  // never to the caller: a stop goes on
+    reportUnraisable(m_source);  // not to the caller, so that a stop continues
   }
 }
 
@@ -111,7 +111,7 @@ void installSource(StereoCamera& camera, const py::object& source) {
   adapter->attach(&camera);
   oneAtATime(camera, "setVideoCapture", [&] {
     if (camera.*(&Members::m_captureThread) != nullptr) {
-      throw std::runtime_error("the capture worker runs: a frame source is set before startCapture");
+      throw std::runtime_error("the capture worker runs: set the frame source before startCapture");
     }
     cv::VideoCapture*& device = camera.*(&Members::m_videoCapture);
     delete device;
@@ -127,9 +127,9 @@ py::object sourceOf(StereoCamera& camera) {
 
 void bindSource(py::module_& module) {
   py::class_<PythonSource>(module, "VideoCapture",
-                           R"(A frame source to derive from; installed by `StereoCamera.setVideoCapture`.
+                           R"(Base class of frame sources, for `StereoCamera.setVideoCapture`.
 
-Override `read`; the rest as needed. The camera holds a reference to the source, and calls it from its capture worker
+Override `read`, and the rest as needed. The camera holds a reference to the source and calls it from its capture worker
 (`read`), from a stop (`release`) and from the thread that sets size and rate (`set`).)")
       .def(py::init<>(), "__init__(self)\n--\n\nAn open source.")
       .def(
@@ -142,27 +142,27 @@ Override `read`; the rest as needed. The camera holds a reference to the source,
           R"(read(self)
 --
 
-The next frame: rows x columns x 3, uint8, BGR, both eyes side by side; it is copied. None: there is none just now.
+Returns the next frame: rows x columns x 3, uint8, BGR, both eyes side by side; it is copied. None if there is none now.
 
-To be overridden. Called over and over by the capture worker, without a pause but for 10 ms after a None or an
-exception, so it sets the pace: wait for the frame in here. Exceptions are reported by `sys.unraisablehook`, and count
-as None. Once `release` was called it has to return, otherwise a stop waits for ever.)")
+Must be overridden. The capture worker calls it repeatedly, pausing only for 10 ms after None or an exception, so it
+sets the pace: wait for the frame in here. Exceptions are reported by `sys.unraisablehook` and count as None. It must
+return once `release` was called, otherwise a stop waits forever.)")
       .def(
           "set", [](PythonSource&, int, double) { return false; }, py::arg("propId"), py::arg("value"),
           R"(set(self, propId, value)
 --
 
-Asks for a property by OpenCV's number (3: width, 4: height of the whole frame in pixels, 5: frames per second). Whether
-it was taken, which the camera does not look at. By default nothing is.)")
+Requests a property by OpenCV's number (3: width, 4: height of the whole frame in pixels, 5: frames per second). Returns
+whether it was accepted, which the camera ignores; by default False.)")
       .def(
           "get", [](PythonSource&, int) { return 0.0; }, py::arg("propId"),
           "get(self, propId)\n--\n\nA property by OpenCV's number; 0 by default.")
-      .def("isOpened", &PythonSource::isOpened, "isOpened(self)\n--\n\nWhether `release` was not called yet.")
+      .def("isOpened", &PythonSource::isOpened, "isOpened(self)\n--\n\nWhether `release` was not called.")
       .def("release", &PythonSource::release, R"(release(self)
 --
 
-No more frames are wanted. Called from the thread that stops the camera, while another may be inside `read`: an override
-makes that return.)");
+Called when no more frames are needed, from the thread that stops the camera, while another may be inside `read`. An
+override must make that return.)");
 }
 
 }  // namespace stereo::python

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Frame sources written in Python.
 #pragma once
 
 #include <atomic>
@@ -13,7 +14,7 @@
 
 namespace stereo::python {
 
-/// What a frame source in Python is derived from: bound as `VideoCapture`, with these defaults for what it leaves out.
+/// Base class of frame sources in Python, bound as `VideoCapture`, with the defaults of operations not overridden.
 class PythonSource {
 public:
   PythonSource() = default;
@@ -28,8 +29,8 @@ private:
   std::atomic<bool> m_open{true};
 };
 
-/// A camera's device that asks a Python object for its frames. Belongs to the camera, and holds a reference to the
-/// object as long as it lives. All operations may be called from any thread, without the interpreter lock.
+/// A camera's device that gets its frames from a Python object. The camera owns it; it holds a reference to the object.
+/// All operations may be called from any thread, without the interpreter lock.
 class SourceAdapter final : public cv::VideoCapture {
 public:
   /// Interpreter lock held. Raises TypeError for anything that is not derived from `VideoCapture`.
@@ -38,18 +39,18 @@ public:
   SourceAdapter(const SourceAdapter&) = delete;
   SourceAdapter& operator=(const SourceAdapter&) = delete;
 
-  /// The camera whose worker reads; before any worker runs.
+  /// Sets the camera whose worker reads; before any worker runs.
   void attach(const StereoCamera* camera) { m_camera = camera; }
   /// The Python object.
   const py::object& source() const { return m_source; }
 
-  /// A frame of the object's `read`, copied. False, and the output emptied, for None, an exception (which is reported)
-  /// or anything that is no frame; after a moment then, so that a worker in a loop leaves other threads their turn.
+  /// Copies a frame of the object's `read`. For None, an exception (which is reported) or anything else, empties the
+  /// output and returns false after a pause, so that a worker in a loop lets other threads run.
   bool read(cv::OutputArray image) override;
   bool set(int propId, double value) override;
   double get(int propId) const override;
   bool isOpened() const override;
-  /// Ends the moment that a failed read takes, and tells the object, whose `read` has to return then.
+  /// Ends the pause of a failed read and calls the object's `release`, after which its `read` must return.
   void release() override;
 
 private:
@@ -57,13 +58,12 @@ private:
 
   const StereoCamera* m_camera = nullptr;
   py::object m_source;
-  std::mutex m_mutex;  // a leaf, guards the flag
+  std::mutex m_mutex;  // a leaf lock, guards the flag
   std::condition_variable m_released;
   bool m_isReleased = false;
 };
 
-/// Makes the object the camera's device, which is opened then. Raises RuntimeError while a capture worker may read the
-/// old one.
+/// Makes the object the camera's open device. Raises RuntimeError while a capture worker may read the old one.
 void installSource(StereoCamera& camera, const py::object& source);
 /// The Python object that is the camera's device; None if that is another one.
 py::object sourceOf(StereoCamera& camera);

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Types of the module; what everything means is told by `help(stereo_camera)`."""
+"""Types of the module; `help(stereo_camera)` documents it."""
 
 import os
 from collections.abc import Sequence

@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
 """Builds a wheel of the module `stereo_camera` with CMake, for pip (PEP 517). Needs what the C++ build needs.
 
-`pip install . -C build-dir=build/release` takes an existing build folder, whose Python must be the one that pip runs
-in. Without, the build lies in build/python-<version>, and is gone on with next time.
+`pip install . -C build-dir=build/release` uses an existing build folder, whose Python must be the one that runs pip.
+Without it, the build is in build/python-<version>, where the next one continues.
 """
 
 import base64
@@ -39,7 +39,7 @@ def compile_module(settings):
     """The module's file, up to date."""
     folder = (settings or {}).get("build-dir")
     build = pathlib.Path(folder).resolve() if folder else ROOT / "build" / f"python-{sysconfig.get_python_version()}"
-    if not folder:  # again each time: the Python of an earlier one may be gone
+    if not folder:  # each time, since the Python of an earlier build may be gone
         off = [f"-DSTEREO_CAMERA_BUILD_{part}=OFF" for part in ("TESTS", "APPS", "BENCHMARKS")]
         subprocess.run(
             ["cmake", "-S", ROOT, "-B", build, "-DCMAKE_BUILD_TYPE=Release", "-DSTEREO_CAMERA_BUILD_PYTHON=ON",

@@ -137,9 +137,9 @@ def test_an_exception_goes_to_the_caller_in_python(unraisable):
     "result, kind, text",
     [
         (lambda: 1 / 0, ZeroDivisionError, "division"),
-        (lambda: (1, 2), ValueError, "getStereoFrame must give None or 3 values, not 2"),
+        (lambda: (1, 2), ValueError, "getStereoFrame must return None or 3 values, not 2"),
         (lambda: 7, TypeError, "None or 3 values, not int"),
-        (lambda: (side_by_side(), side_by_side(), "now"), TypeError, "whole number of microseconds, not str"),
+        (lambda: (side_by_side(), side_by_side(), "now"), TypeError, "integer number of microseconds, not str"),
         (lambda: (side_by_side().astype(float), side_by_side(), 1), TypeError, "left image.*uint8"),
         (lambda: (side_by_side(), side_by_side()[0], 1), ValueError, "right image.*shape"),
     ],
