@@ -41,24 +41,24 @@ def open_camera(options):
 
 
 def read(camera):
-    """Left eye, coloured depth and a cloud (points in metres, colours)."""
+    """Left eye, colored depth and a cloud (points in meters, colors)."""
     camera.startCapture()
     camera.startStereoCompute()
-    camera.getPointCloud(timeout=PATIENCE)  # waits for a disparity, which coloured depth does not
+    camera.getPointCloud(timeout=PATIENCE)  # waits for a disparity, which colored depth does not
     depth = camera.getDepthFrame(timeout=PATIENCE)
     frame = camera.getStereoFrame(timeout=PATIENCE)
     if depth is None or frame is None:
-        sys.exit("the camera gave no depth")
+        sys.exit("the camera delivered no depth")
     return frame.left, depth.depth, *cloud_of(camera)
 
 
 def cloud_of(camera):
-    """The cloud of the latest disparity, every pixel of it where the scene has it.
+    """The cloud of the latest disparity, each pixel at its place in the scene.
 
     `getPointCloud` is faster and thinner, but exchanges rows and columns in depth mode 2 (docs/frames.md).
     """
     view, disparity, _ = camera.m_disparityFrame
-    depth = camera.getDepthFrame(disparity)  # metres
+    depth = camera.getDepthFrame(disparity)  # meters
     f, cx, cy = camera.m_rectCameraMatrix[[0, 0, 1], [0, 2, 2]]
     rows, columns = np.nonzero(depth > 0)
     z = depth[rows, columns]
@@ -69,7 +69,7 @@ def draw(left, depth, points, colors, path):
     figure, (eye, picture, top) = plt.subplots(1, 3, figsize=(15, 4.6), constrained_layout=True)
     eye.imshow(left[:, :, ::-1])
     eye.set_title("left eye")
-    picture.imshow(depth[::-1, ::-1, ::-1])  # it comes turned by 180 degrees
+    picture.imshow(depth[::-1, ::-1, ::-1])  # it is rotated by 180 degrees
     picture.set_title("depth, near blue, far red")
     for axes in (eye, picture):
         axes.axis("off")

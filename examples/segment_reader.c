@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Takes images of the left eye from the shared memory of a running camera and writes them as PPM files: plain C11, no
-// library. What each step is for, examples/segment_reader.cpp tells at length.
+// Reads images of the left eye from the shared memory of a running camera and writes them as PPM files: plain C11, no
+// library. examples/segment_reader.cpp explains each step.
 //
 //   segment_reader KEY WIDTH HEIGHT COUNT PREFIX
 //
@@ -35,7 +35,7 @@ static long now_ms(void) {
   return (long)time.tv_sec * 1000 + time.tv_nsec / 1000000;
 }
 
-// Waits for the mark and takes the image into `image`; `again` is as large. 0 if none came, or none that came to rest.
+// Waits for the mark and copies the image to `image`; `again` is as large. 0 if none came, or it kept changing.
 static int take(_Atomic int32_t* status, unsigned char* image, unsigned char* again, size_t bytes) {
   const unsigned char* const pixels = (const unsigned char*)(status + 1);
   const long end = now_ms() + patienceMs;
@@ -45,7 +45,7 @@ static int take(_Atomic int32_t* status, unsigned char* image, unsigned char* ag
     }
     pause_ms(pollMs);
   }
-  // The mark comes before the pixels: the image is whole once it has stopped changing.
+  // The mark comes before the pixels, so the image is complete once it has stopped changing.
   pause_ms(settleMs);
   memcpy(again, pixels, bytes);
   do {
@@ -56,7 +56,7 @@ static int take(_Atomic int32_t* status, unsigned char* image, unsigned char* ag
       return 0;
     }
   } while (memcmp(image, again, bytes) != 0);
-  atomic_store_explicit(status, unused, memory_order_release);  // asks for the next one
+  atomic_store_explicit(status, unused, memory_order_release);  // requests the next one
   return 1;
 }
 
@@ -92,7 +92,7 @@ int main(int argc, char** argv) {
 
   int id = -1;
   const long end = now_ms() + patienceMs;
-  // The system itself refuses a segment that is smaller than asked for (EINVAL).
+  // The system refuses a segment that is smaller than requested (EINVAL).
   while ((id = shmget((key_t)numbers[0], bytes + sizeof(int32_t), 0)) == -1 && errno == ENOENT && now_ms() < end) {
     pause_ms(pollMs);
   }
@@ -102,7 +102,7 @@ int main(int argc, char** argv) {
   if (id == -1) {
     return fail(errno == EINVAL ? "the segment is smaller: is the size that of one eye?" : strerror(errno));
   }
-  void* const segment = shmat(id, NULL, 0);  // to write, too: the status word is handed back
+  void* const segment = shmat(id, NULL, 0);  // writable, to reset the status word
   unsigned char* const image = malloc(2 * bytes);
   if ((intptr_t)segment == -1 || image == NULL) {
     return fail("the segment cannot be mapped");
@@ -111,7 +111,8 @@ int main(int argc, char** argv) {
     char path[4096];
     const int length = snprintf(path, sizeof path, "%s%ld.ppm", argv[5], i);
     if (!take(segment, image, image + bytes, bytes)) {
-      return fail("no whole image for 10 s: was the camera stopped, or does another program read this segment, too?");
+      return fail(
+          "no complete image for 10 s: was the camera stopped, or does another program also read this segment?");
     }
     if (length < 0 || (size_t)length >= sizeof path || !write_ppm(path, image, numbers[1], numbers[2])) {
       return fail("cannot write the image");

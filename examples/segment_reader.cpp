@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Takes images of the left eye from the shared memory of a running camera and writes them as PNG files.
+// Reads images of the left eye from the shared memory of a running camera and writes them as PNG files.
 //
 //   segment_reader KEY WIDTH HEIGHT COUNT PREFIX
 //
@@ -8,11 +8,11 @@
 //
 //   segment_reader 9000 928 800 5 left-
 //
-// Needs OpenCV (Debian: libopencv-dev) and a camera that shares its left eye. No part of the library.
+// Needs OpenCV (Debian: libopencv-dev) and a camera that shares its left eye. Not part of the library.
 //
-// The segment begins with a status word, followed by the pixels (blue, green, red) row by row without gaps. The camera
-// finds the word at 0, stores 2 and then copies an image; the reader takes the image and stores 0, which asks for
-// the next one. There can be one reader only: two would free the segment under each other's hands.
+// The segment begins with a status word, followed by the pixels (blue, green, red) row by row without gaps. When the
+// word is 0, the camera stores 2 and then copies an image; the reader reads the image and stores 0, which requests the
+// next one. There can be only one reader: two would release the segment during each other's reads.
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
@@ -37,10 +37,10 @@ constexpr std::int32_t written = 2;
 constexpr std::size_t headerBytes = sizeof(std::int32_t);
 
 constexpr std::chrono::seconds patience(10);    // for the camera to start, and for each image
-constexpr std::chrono::milliseconds poll(1);    // between looks at the status word
-constexpr std::chrono::milliseconds settle(5);  // several times what copying an image takes
+constexpr std::chrono::milliseconds poll(1);    // between checks of the status word
+constexpr std::chrono::milliseconds settle(5);  // several times as long as copying an image
 
-// A mapped segment; unmapped when this goes. The segment itself belongs to the camera, which removes it.
+// A mapped segment, unmapped on destruction. The segment itself belongs to the camera, which removes it.
 class Segment {
 public:
   Segment(key_t key, std::size_t bytes) {
@@ -50,7 +50,7 @@ public:
       throw std::runtime_error("the segment holds " + std::to_string(about.shm_segsz) + " bytes, not " +
                                std::to_string(bytes) + ": is the size that of one eye?");
     }
-    // To read and to write: the status word is handed back.
+    // Writable, to reset the status word.
     m_address = shmat(id, nullptr, 0);
     if (m_address ==
         reinterpret_cast<void*>(-1)) {  // NOLINT(performance-no-int-to-ptr): the system's own failure value
@@ -61,12 +61,12 @@ public:
   Segment(const Segment&) = delete;
   Segment& operator=(const Segment&) = delete;
 
-  // The camera's process writes the word at any time, hence atomic access. Acquire: pixels are read after the mark was
-  // seen. Release: the word is handed back after the pixels were read.
+  // Atomic, since the camera's process writes the word at any time. Acquire: pixels are read after the mark is seen.
+  // Release: the word is reset after the pixels are read.
   std::int32_t status() const { return __atomic_load_n(word(), __ATOMIC_ACQUIRE); }
   void setFree() { __atomic_store_n(word(), unused, __ATOMIC_RELEASE); }
 
-  // The pixels as they are in the segment at this moment, copied.
+  // A copy of the segment's current pixels.
   cv::Mat copyPixels(cv::Size size) const {
     return cv::Mat(size, CV_8UC3, static_cast<std::uint8_t*>(m_address) + headerBytes).clone();
   }
@@ -91,7 +91,7 @@ private:
   void* m_address;
 };
 
-// Waits for the mark, takes the image and asks for the next one.
+// Waits for the mark, reads the image and requests the next one.
 cv::Mat takeImage(Segment& segment, cv::Size size) {
   const auto end = Clock::now() + patience;
   while (segment.status() != written) {
@@ -101,9 +101,9 @@ cv::Mat takeImage(Segment& segment, cv::Size size) {
     }
     std::this_thread::sleep_for(poll);
   }
-  // The mark is set before the pixels are copied: what is there at this moment may still be the image before, or half
-  // of each. The camera leaves a marked image alone, so the image is whole once it has stopped changing. (A camera's
-  // process that is held up for longer than the two pauses in the middle of its copy goes unnoticed.)
+  // The mark is set before the pixels are copied, so they may still be the previous image's, or half of each. The
+  // camera does not touch a marked image afterward, so the image is complete once it has stopped changing. (A camera
+  // process that is delayed during its copy for longer than the two pauses goes unnoticed.)
   std::this_thread::sleep_for(settle);
   cv::Mat image = segment.copyPixels(size);
   for (;;) {
@@ -113,7 +113,7 @@ cv::Mat takeImage(Segment& segment, cv::Size size) {
       break;
     }
     if (Clock::now() > end) {
-      throw std::runtime_error("the image does not come to rest: does another program read this segment, too?");
+      throw std::runtime_error("the image keeps changing: does another program also read this segment?");
     }
     image = again;
   }

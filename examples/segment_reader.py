@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: Apache-2.0
-"""Takes images of the left eye from the shared memory of a running camera and writes them as PPM files.
+"""Reads images of the left eye from the shared memory of a running camera and writes them as PPM files.
 
     examples/segment_reader.py KEY WIDTH HEIGHT COUNT PREFIX
 
@@ -8,9 +8,8 @@ KEY is 9000 + position of the camera, WIDTH x HEIGHT the size of one eye in pixe
 
     examples/segment_reader.py 9000 928 800 5 left-
 
-Needs NumPy (Debian: python3-numpy) and a camera that shares its left eye, such as `stereo-camera share --simulate`. No
-part of the library. `Segment` is for programs of one's own, too. What each step is for, examples/segment_reader.cpp
-tells.
+Needs NumPy (Debian: python3-numpy) and a camera that shares its left eye, such as `stereo-camera share --simulate`. Not
+part of the library. Other programs may use `Segment`. examples/segment_reader.cpp explains each step.
 """
 
 import ctypes
@@ -26,8 +25,8 @@ except ImportError as missing:
 
 UNUSED, WRITTEN = 0, 2
 PATIENCE = 10.0  # seconds, for the camera to start and for each image
-POLL = 0.001  # seconds between looks at the status word
-SETTLE = 0.005  # seconds, several times what copying an image takes
+POLL = 0.001  # seconds between checks of the status word
+SETTLE = 0.005  # seconds, several times as long as copying an image
 
 LIBC = ctypes.CDLL(None, use_errno=True)
 LIBC.shmget.argtypes = [ctypes.c_int, ctypes.c_size_t, ctypes.c_int]
@@ -41,10 +40,10 @@ class Segment:
     """A camera's segment, mapped until `close`. Belongs to the camera, which removes it."""
 
     def __init__(self, key, width, height):
-        """Waits for the segment of images of width x height pixels. Raises OSError where it cannot be had."""
+        """Waits for the segment of images of width x height pixels. Raises OSError if it cannot be used."""
         count = width * height * 3
         end = time.monotonic() + PATIENCE
-        # The system itself refuses a segment that is smaller than asked for (EINVAL).
+        # The system refuses a segment that is smaller than requested (EINVAL).
         while (number := LIBC.shmget(key, 4 + count, 0)) == -1:
             reason = ctypes.get_errno()
             if reason == errno.EINVAL:
@@ -54,7 +53,7 @@ class Segment:
             if time.monotonic() > end:
                 raise OSError(reason, "no segment with this key: does the camera run, with shared memory?")
             time.sleep(POLL)
-        self._address = LIBC.shmat(number, None, 0)  # to write, too: the status word is handed back
+        self._address = LIBC.shmat(number, None, 0)  # writable, to reset the status word
         if self._address == FAILED:
             raise OSError(ctypes.get_errno(), "the segment cannot be mapped")
         self._status = ctypes.c_int32.from_address(self._address)
@@ -68,7 +67,7 @@ class Segment:
             if time.monotonic() > end:
                 raise TimeoutError("no image for 10 s: the camera was stopped, or delivers no frames")
             time.sleep(POLL)
-        # The mark comes before the pixels: the image is whole once it has stopped changing.
+        # The mark comes before the pixels, so the image is complete once it has stopped changing.
         time.sleep(SETTLE)
         image = self._pixels.copy()
         while True:
@@ -77,16 +76,16 @@ class Segment:
             if np.array_equal(image, again):
                 break
             if time.monotonic() > end:
-                raise TimeoutError("the image does not come to rest: does another program read this segment, too?")
+                raise TimeoutError("the image keeps changing: does another program also read this segment?")
             image = again
-        # Stored after the pixels were read, also on processors that reorder: none stores ahead of what decides it.
+        # Stored after the pixels were read, also on processors that reorder: no store is executed speculatively.
         self._status.value = UNUSED
         return image
 
     def close(self):
-        """Unmaps the segment; images that were taken stay good."""
+        """Unmaps the segment; images already read stay valid."""
         if self._address is not None:
-            del self._pixels, self._status  # they would look into memory that is gone
+            del self._pixels, self._status  # they would access unmapped memory
             LIBC.shmdt(self._address)
             self._address = None
 
@@ -98,7 +97,7 @@ class Segment:
 
 
 def write_ppm(path, image):
-    """A portable pixmap: red comes first there."""
+    """A portable pixmap; its pixels are red, green, blue."""
     height, width, _ = image.shape
     with open(path, "wb") as file:
         file.write(b"P6\n%d %d\n255\n" % (width, height))
