@@ -24,7 +24,7 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/StereoCameraConfig.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/StereoCameraConfigVersion.cmake
   DESTINATION ${stereo_camera_package_dir} COMPONENT development)
 
-# A static library leaves its own dependencies to whoever links it, a shared one does not.
+# Programs that link a static library must also link its dependencies.
 if(BUILD_SHARED_LIBS)
   set(stereo_camera_pc_libs "-lStereoCameraCommon -lopencv_core -lopencv_videoio")
   set(stereo_camera_pc_private "-lopencv_imgproc -lopencv_calib3d -lopencv_highgui -lz -pthread")
@@ -33,7 +33,7 @@ else()
 -lopencv_imgproc -lopencv_core -lz -pthread")
   set(stereo_camera_pc_private "")
 endif()
-# Told from where the file lies, so that it is right wherever `cmake --install --prefix` puts it.
+# Relative to the file, so that it is right wherever `cmake --install --prefix` puts it.
 file(RELATIVE_PATH stereo_camera_pc_up "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" "${CMAKE_INSTALL_PREFIX}")
 set(stereo_camera_pc_prefix "\${pcfiledir}/${stereo_camera_pc_up}")
 foreach(dir libdir includedir)

@@ -8,10 +8,10 @@ set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME stereo-camera)
 set(CPACK_PACKAGE_VENDOR "The stereo camera's developers")
 set(CPACK_PACKAGE_CONTACT "The stereo camera's developers <stereo-camera@example.org>")
-# Set, it would stand above each package's own first line.
+# If set, it would precede each package's own first line.
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
 set(CPACK_STRIP_FILES ON)
-# What a umask of the builder's would make of folders.
+# Folder permissions independent of the builder's umask.
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE
     WORLD_READ WORLD_EXECUTE)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
@@ -26,8 +26,8 @@ set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_PACKAGE_SECTION libs)
 
-# The changelog that Debian's tools read; users' own is CHANGELOG.md. Without a time of its own, so that the same
-# sources give the same package.
+# The changelog for Debian's tools; the users' one is CHANGELOG.md. Its time does not depend on the build, so that the
+# same sources give the same package.
 set(stereo_camera_date "$ENV{SOURCE_DATE_EPOCH}")
 if(NOT stereo_camera_date)
   execute_process(COMMAND git -C ${PROJECT_SOURCE_DIR} log -1 --format=%ct OUTPUT_VARIABLE stereo_camera_date
@@ -40,7 +40,7 @@ string(TIMESTAMP stereo_camera_date "%a, %d %b %Y %H:%M:%S +0000" UTC)
 find_program(STEREO_CAMERA_GZIP gzip)
 
 # stereo_camera_package(COMPONENT name PACKAGE name SUMMARY text DESCRIPTION text...): properties of one package, and
-# the two files that every package brings.
+# the two files that every package has.
 function(stereo_camera_package)
   cmake_parse_arguments(arg "" "COMPONENT;PACKAGE;SUMMARY;SECTION;DEPENDS;RECOMMENDS" "DESCRIPTION" ${ARGN})
   string(TOUPPER ${arg_COMPONENT} upper)
@@ -70,8 +70,8 @@ if(BUILD_SHARED_LIBS)
     DESCRIPTION
       "Raw and rectified eyes, depth and point clouds of a stereo fisheye camera"
       "whose two eyes arrive side by side in one video frame. One eye can be shared"
-      "with another process, and what is read can leave as H.264 over RTP.")
-  # The loader's list of libraries is brought up to date when the package comes or goes.
+      "with another process, and frames can be streamed as H.264 over RTP.")
+  # Updates the loader's list of libraries when the package is installed or removed.
   file(WRITE ${PROJECT_BINARY_DIR}/packages/triggers "activate-noawait ldconfig\n")
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/packages/triggers)
   set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS runtime)
@@ -105,7 +105,7 @@ if(STEREO_CAMERA_BUILD_APPS)
       "on PCs. Not for boards that have that encoder.")
 endif()
 if(STEREO_CAMERA_BUILD_PYTHON)
-  find_package(Python3 3.9 REQUIRED COMPONENTS Interpreter)  # the one that the module is for
+  find_package(Python3 3.9 REQUIRED COMPONENTS Interpreter)  # the module's
   math(EXPR stereo_camera_next_python "${Python3_VERSION_MINOR} + 1")
   stereo_camera_package(COMPONENT python PACKAGE python3-stereo-camera SECTION python
     DEPENDS "python3 (>= ${Python3_VERSION_MAJOR}.${Python3_VERSION_MINOR}), python3 (<< ${Python3_VERSION_MAJOR}.${stereo_camera_next_python}), python3-numpy"

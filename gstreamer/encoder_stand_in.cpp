@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-// Element "omxh264enc", the hardware encoder of the camera's board, in software: a bin that holds an x264enc set to low
-// delay and shows its two pads. Ranked so that nothing picks it by itself: it is there for pipelines that name it.
+// Software element "omxh264enc", named like the hardware encoder of the camera's board: a bin with an x264enc set to
+// low delay. Its rank is none, so that only pipelines that name it use it.
 #include <initializer_list>
 
 #include <gst/gst.h>
 
 namespace {
 
-// Constant quality of the pictures rather than of the bit rate: the stream stays within a board's network.
+// Constant picture quality rather than constant bit rate, since the stream stays in a board's network.
 constexpr guint quantizer = 20;
 constexpr guint framesBetweenKeyFrames = 30;
 constexpr guint tuneZeroLatency = 4;
@@ -43,7 +43,7 @@ static void encoder_stand_in_class_init(EncoderStandInClass* type) {
 static void encoder_stand_in_init(EncoderStandIn* self) {
   GstElement* const encoder = gst_element_factory_make("x264enc", "encoder");
   if (encoder == nullptr) {
-    // Without pads the pipeline that names this element does not link, and that is reported.
+    // Without pads, the pipeline fails to link, which is reported.
     g_warning("x264enc is missing: install gstreamer1.0-plugins-ugly");
     return;
   }
