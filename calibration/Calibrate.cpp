@@ -304,7 +304,7 @@ Calibration calibrate(const std::vector<BoardView>& views, const Board& board, c
       motions.push_back(combined(*right.boards[view], inverse(*left.boards[view])));
     }
   }
-  if (motions.size() < kLeastPictures) {
+  if (motions.size() < leastPictures) {
     throw CannotCalibrate("too few pictures fit in both eyes; take more of them, the board flat and still");
   }
   state.estimate.rig = {{left.model, right.model}, commonMotion(motions)};

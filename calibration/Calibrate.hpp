@@ -54,6 +54,6 @@ Calibration calibrate(const std::vector<BoardView>& views, const Board& board, c
                       const std::function<void(const std::string&)>& tell);
 
 /// Fewest pictures with the board in both eyes that `calibrate` accepts.
-inline constexpr std::size_t kLeastPictures = 5;
+inline constexpr std::size_t leastPictures = 5;
 
 }  // namespace stereo::calibration

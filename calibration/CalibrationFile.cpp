@@ -32,7 +32,7 @@ void saveCalibration(const std::string& path, const StereoRig& rig, int frameWid
     throw std::runtime_error("cannot write '" + path + "'");
   }
   // The camera does not report whether the file could be written.
-  model::HostCamera again;
+  StereoCamera again(model::noDevice);
   bool same = again.loadCalibParams(path);
   for (const bool isRight : {false, true}) {
     std::vector<cv::Mat> read;

@@ -36,7 +36,7 @@ struct EpipolarCheckResult {
   std::size_t matches = 0;
   double median = 0;  ///< pixels
   double p90 = 0;
-  std::vector<EpipolarCheckRing> rings;  ///< by angle off the axis, `kRingDegrees` wide each
+  std::vector<EpipolarCheckRing> rings;  ///< by angle off the axis, `ringDegrees` wide each
   /// Rotation of the right eye against its calibration, from the rows, and its standard deviation: about x (pitch),
   /// y (yaw) and z (roll), degrees. Rows depend little on the yaw.
   cv::Vec3d turn;

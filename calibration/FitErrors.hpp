@@ -12,9 +12,9 @@ namespace stereo::calibration {
 
 /// The perspective view that row differences refer to: the camera's default, 464 x 400 pixels over 90 degrees. A pixel
 /// in its middle is a quarter of a degree.
-inline constexpr double kViewFocal = 232.0;
-inline constexpr double kViewHalfWidth = 232.0;
-inline constexpr double kViewHalfHeight = 200.0;
+inline constexpr double viewFocal = 232.0;
+inline constexpr double viewHalfWidth = 232.0;
+inline constexpr double viewHalfHeight = 200.0;
 
 /// Rings about the optical axis: [0, 15), [15, 30) ... degrees, the last one open.
 inline constexpr double ringDegrees = 15.0;

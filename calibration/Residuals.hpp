@@ -21,9 +21,9 @@ enum EyeParameter : int {
   tangential2,
   skew
 };
-inline constexpr int kEyeParameters = 10;
-inline constexpr int kPoseParameters = 6;  // rotation vector, translation in millimeters
-inline constexpr int kSagParameters = 3;   // of the board, millimeters
+inline constexpr int eyeParameters = 10;
+inline constexpr int poseParameters = 6;  // rotation vector, translation in millimeters
+inline constexpr int sagParameters = 3;   // of the board, millimeters
 
 /// Projects a point in the frame of the eye (model/OmniModel states the model; here with derivatives). False if the
 /// model has no pixel for it.

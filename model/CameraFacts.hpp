@@ -23,6 +23,9 @@ inline bool isFrameSize(cv::Size size) { return size == fullFrameSize() || size 
 /// Reads of the device whose frames the capture worker discards at its start.
 inline constexpr int warmUpReads = 10;
 
+/// A device node that no back end knows: a camera on it finds no device, and OpenCV reports nothing.
+inline constexpr int noDevice = 9900;
+
 /// Key of the shared-memory segment and UDP port of the stream for the camera at position 0; add n for position n.
 inline constexpr int firstSegmentKey = 9000;
 inline constexpr int firstStreamPort = 9200;

@@ -13,11 +13,11 @@ namespace stereo::sim {
 
 namespace {
 
-constexpr double kDegree = CV_PI / 180.0;
-constexpr int kSamples = 4;  // per side of a pixel
-constexpr double kBlack = 35.0;
-constexpr double kWhite = 205.0;
-constexpr double kWall = 105.0;
+constexpr double radiansPerDegree = CV_PI / 180.0;
+constexpr int samplesPerSide = 4;  // per side of a pixel
+constexpr double blackGray = 35.0;
+constexpr double whiteGray = 205.0;
+constexpr double wallGray = 105.0;
 
 cv::Matx33d turnX(double a) { return {1, 0, 0, 0, std::cos(a), -std::sin(a), 0, std::sin(a), std::cos(a)}; }
 cv::Matx33d turnY(double a) { return {std::cos(a), 0, std::sin(a), 0, 1, 0, -std::sin(a), 0, std::cos(a)}; }

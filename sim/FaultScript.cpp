@@ -26,18 +26,18 @@ struct Word {
   Value value;
 };
 
-constexpr std::array<Word, 12> kWords{{{"drop", Kind::drop, Value::none},
-                                       {"delay", Kind::delay, Value::time},
-                                       {"duplicate", Kind::duplicate, Value::none},
-                                       {"tear", Kind::tear, Value::none},
-                                       {"size", Kind::size, Value::size},
-                                       {"grey", Kind::gray, Value::none},
-                                       {"16bit", Kind::deep, Value::none},
-                                       {"empty", Kind::empty, Value::none},
-                                       {"untouched", Kind::untouched, Value::none},
-                                       {"black", Kind::black, Value::none},
-                                       {"stall", Kind::stall, Value::time},
-                                       {"unplug", Kind::unplug, Value::timeOrEver}}};
+constexpr std::array<Word, 12> faultWords{{{"drop", Kind::drop, Value::none},
+                                           {"delay", Kind::delay, Value::time},
+                                           {"duplicate", Kind::duplicate, Value::none},
+                                           {"tear", Kind::tear, Value::none},
+                                           {"size", Kind::size, Value::size},
+                                           {"grey", Kind::gray, Value::none},
+                                           {"16bit", Kind::deep, Value::none},
+                                           {"empty", Kind::empty, Value::none},
+                                           {"untouched", Kind::untouched, Value::none},
+                                           {"black", Kind::black, Value::none},
+                                           {"stall", Kind::stall, Value::time},
+                                           {"unplug", Kind::unplug, Value::timeOrEver}}};
 
 constexpr std::size_t maxDigits = 18;  // fits 64 bits
 constexpr std::uint64_t longestWait = 3'600'000;
@@ -118,8 +118,8 @@ void parseSize(const std::string& text, Fault& fault) {
 
 Fault parseFault(const std::vector<std::string>& words) {
   const auto* const word =
-      std::find_if(kWords.begin(), kWords.end(), [&](const Word& each) { return each.text == words[0]; });
-  if (word == kWords.end()) {
+      std::find_if(faultWords.begin(), faultWords.end(), [&](const Word& each) { return each.text == words[0]; });
+  if (word == faultWords.end()) {
     refuse("'" + words[0] + "' is not a fault");
   }
   const std::size_t wanted = word->value == Value::none ? 2 : 3;
@@ -227,7 +227,7 @@ FaultScript randomFaults(std::uint64_t seed, const RandomFaults& options) {
   Dice dice(seed);
   FaultScript script;
   while (script.size() < static_cast<std::size_t>(options.faults)) {
-    const Word& word = kWords[dice.below(kWords.size())];
+    const Word& word = faultWords[dice.below(faultWords.size())];
     if (!options.otherTypes && (word.kind == Kind::gray || word.kind == Kind::deep)) {
       continue;
     }

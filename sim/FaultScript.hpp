@@ -35,8 +35,8 @@ struct Fault {
   /// First and last frame affected, both included. Reads count frames from 0; reads that fail because the device is
   /// unplugged don't count.
   std::uint64_t first = 0;
-  std::uint64_t last = 0;             ///< `kNoEnd`: all that follow; for `unplug` always `first`
-  std::chrono::milliseconds time{0};  ///< for `delay`, `stall` and `unplug` (there also `kForEver`), otherwise 0
+  std::uint64_t last = 0;             ///< `noEnd`: all that follow; for `unplug` always `first`
+  std::chrono::milliseconds time{0};  ///< for `delay`, `stall` and `unplug` (there also `forever`), otherwise 0
   cv::Size size = {};                 ///< for `size`: whole frame in pixels, otherwise 0 x 0
 
   bool falls(std::uint64_t frame) const { return first <= frame && frame <= last; }

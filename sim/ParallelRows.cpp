@@ -15,7 +15,7 @@ namespace stereo::sim {
 namespace {
 
 // Rows taken at a time: few, to balance uneven work.
-constexpr int kChunk = 8;
+constexpr int rowsPerChunk = 8;
 
 }  // namespace
 

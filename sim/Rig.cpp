@@ -40,7 +40,7 @@ Eye drawEye(bool isRight, double baseline, std::uint32_t seed) {
   m.p1 = around(0.0, 4e-4);
   m.p2 = around(0.0, 4e-4);
   // The focal length puts the rim of the field on the rim of the image circle.
-  const double r = std::sin(kHalfField) / (std::cos(kHalfField) + m.xi);
+  const double r = std::sin(lensHalfField) / (std::cos(lensHalfField) + m.xi);
   const double rim = r * (1.0 + m.k1 * r * r + m.k2 * r * r * r * r);
   m.fx = around(circleRadius / rim, 2.5);
   m.fy = m.fx * around(1.0, 0.0015);

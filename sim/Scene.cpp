@@ -14,11 +14,11 @@ namespace stereo::sim {
 namespace {
 
 // Hits nearer than this are the ray's own starting surface; far below the nearest object, far above rounding.
-constexpr double kNear = 1e-9;
+constexpr double nearestHit = 1e-9;
 // Width of the coarsest texture cells as seen by the viewer, radians: the same for any resolution, so that pictures of
 // any size show the same surfaces. More than a dozen of the wider pixels.
-constexpr double kCoarsestAngle = 0.12;
-constexpr double kNone = std::numeric_limits<double>::infinity();
+constexpr double coarsestAngle = 0.12;
+constexpr double noHit = std::numeric_limits<double>::infinity();
 
 cv::Matx33d turn(double yawDegrees, double pitchDegrees, double rollDegrees) {
   const double y = yawDegrees * CV_PI / 180.0;

@@ -8,12 +8,12 @@ namespace stereo::sim {
 
 namespace {
 
-// Cells of octave k are kLargestCell / 2^k meters wide.
-constexpr double kLargestCell = 1.28;
-constexpr int kOctaves = 13;
+// Cells of octave k are largestCell / 2^k meters wide.
+constexpr double largestCell = 1.28;
+constexpr int octaves = 13;
 // Cells narrower than this many footprints are omitted. At both ends octaves fade over a factor of two, so that nothing
 // appears suddenly along a receding surface.
-constexpr double kFinest = 1.6;
+constexpr double finestCell = 1.6;
 
 std::uint32_t finish(std::uint32_t h) {
   h ^= h >> 16U;

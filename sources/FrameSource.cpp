@@ -11,7 +11,7 @@ namespace stereo::sources {
 namespace {
 
 // Without a rate, a source that has nothing to deliver waits this long, so that its reader does not spin.
-constexpr std::chrono::milliseconds kIdlePause{10};
+constexpr std::chrono::milliseconds idlePause{10};
 
 bool isRate(double rate) { return std::isfinite(rate) && rate >= 0.0; }
 

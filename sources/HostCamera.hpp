@@ -37,11 +37,8 @@ struct CameraSettings {
 /// Lifetime and threads are those of `StereoCamera`. Call everything on the host's thread unless stated otherwise.
 class HostCamera : public StereoCamera {
 public:
-  /// An index that no back end knows, so that the base class finds no device and OpenCV reports nothing.
-  static constexpr int kNoDevice = 9900;
-
   /// On the video device /dev/video`deviceNode`. By default on none, to load and save files.
-  explicit HostCamera(int deviceNode = kNoDevice) : StereoCamera(deviceNode) {}
+  explicit HostCamera(int deviceNode = model::noDevice) : StereoCamera(deviceNode) {}
   /// On the video device that the settings file names.
   explicit HostCamera(const std::string& settingsPath) : StereoCamera(settingsPath) {}
 

@@ -45,7 +45,7 @@ struct Recording {
   };
 
   /// Writes `settings.yml` with all keys that can be loaded. Throws RecordingError.
-  static void writeSettings(const std::filesystem::path& folder, const model::CameraSettings& settings);
+  static void writeSettings(const std::filesystem::path& folder, const CameraSettings& settings);
   /// Writes `about.yml`; `source` describes where the frames are from. Throws RecordingError.
   static void writeAbout(const std::filesystem::path& folder, const std::string& source, const std::string& codec,
                          int fisheyeRadius, const Counts& counts);

@@ -14,7 +14,7 @@ namespace stereo::sources {
 /// A camera on a source such as `FrameSource`.
 ///
 /// Lifetime and threads are those of `StereoCamera`, except that destroying it stops the workers.
-class VirtualCamera : public model::HostCamera {
+class VirtualCamera : public HostCamera {
 public:
   /// As the base class, but also applies the file's level to the log, which was made before the settings.
   bool loadConfig(std::string path) override;

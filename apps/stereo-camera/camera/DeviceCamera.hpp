@@ -10,7 +10,7 @@ namespace stereo::app {
 
 /// A camera on a real video device that sets the radius of the image circle for any frame size. The class sets it only
 /// in `setRawFrameSize`, and only for the camera's two formats.
-class DeviceCamera : public model::HostCamera {
+class DeviceCamera : public sources::HostCamera {
 public:
   using HostCamera::HostCamera;
 

@@ -35,7 +35,7 @@ private:
   const std::function<std::chrono::microseconds()> m_newestTimestamp;
 };
 
-/// A `model::HostCamera` whose published frames are recorded as its device delivered them, with its timestamps.
+/// A `sources::HostCamera` whose published frames are recorded as its device delivered them, with its timestamps.
 template <typename Camera>
 class RecordingCamera final : public Camera {
 public:

@@ -36,7 +36,7 @@ public:
   /// its source skipped.
   Watchdog(OpenedCamera& opened, double patience);
   /// With `askedSize`, the first successful read reports in one line on standard error if frames have another size.
-  Watchdog(model::HostCamera& camera, std::chrono::milliseconds patience, cv::Size askedSize = {});
+  Watchdog(sources::HostCamera& camera, std::chrono::milliseconds patience, cv::Size askedSize = {});
   /// Stops the camera, if `finish` has not.
   ~Watchdog();
   Watchdog(const Watchdog&) = delete;

@@ -150,7 +150,7 @@ TEST(FaultScript, RandomOnesComeFromTheirSeedAndStayWithinTheirLimits) {
 TEST(FaultScript, RandomOnesHaveOtherTypesAndNoReturnOnlyIfAskedFor) {
   for (std::uint64_t seed = 0; seed < 200; ++seed) {
     for (const Fault& each : randomFaults(seed, {.frames = 5})) {
-      EXPECT_TRUE(each.kind != Kind::gray && each.kind != Kind::deep && each.time != Fault::kForEver);
+      EXPECT_TRUE(each.kind != Kind::gray && each.kind != Kind::deep && each.time != Fault::forever);
     }
   }
 }
