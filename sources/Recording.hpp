@@ -11,6 +11,8 @@
 
 namespace stereo::sources {
 
+struct CameraSettings;
+
 /// A recording cannot be written. The message is one line, with the remedy if there is one.
 class RecordingError : public std::runtime_error {
 public:
