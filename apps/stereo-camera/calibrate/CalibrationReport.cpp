@@ -276,7 +276,7 @@ std::string calibrationPage(const CalibrationStory& story) {
     html << "<p class=\"fault\">" << escaped(fault) << "</p>\n";
   }
   if (story.assessment.faults.empty()) {
-    html << "<p class=\"good\">Good: corners are " << formatted("%.2f", story.result.rms())
+    html << "<p class=\"good\">Good: corners are " << formatted("%.2f", story.result.rmsUsed())
          << " px from the model (rms), rectified rows agree to " << formatted("%.2f", story.assessment.rows.mean)
          << " px (mean).</p>\n";
   }
