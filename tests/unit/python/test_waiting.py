@@ -144,8 +144,14 @@ def run(script, mark):
                 self.gone.set()
 
         def interrupted(read):
-            pathlib.Path({str(mark)!r}).touch()
+            # The mark is made by another thread, which gets its turn once this one waits in the read.
+            reading = threading.Event()
+            def mark():
+                reading.wait()
+                pathlib.Path({str(mark)!r}).touch()
+            threading.Thread(target=mark).start()
             try:
+                reading.set()
                 read()
             except KeyboardInterrupt:
                 signal.signal(signal.SIGINT, signal.SIG_IGN)
