@@ -320,5 +320,5 @@ STEREO_CAMERA_EXPORT unsigned char getGreenSegVal(float lo, float hi, float v);
 /// (255 x + 255 h) / (r - h) for x >= h, else 0.
 STEREO_CAMERA_EXPORT unsigned char getRedSegVal(float lo, float hi, float v);
 /// Color (blue, green, red) of a value `v` on the scale from `lo` (blue) over the middle (blue and green) to `hi`
-/// (red). Channels run to 510 and wrap round modulo 256.
+/// (red). Channels run to 510 and wrap around modulo 256.
 STEREO_CAMERA_EXPORT cv::Vec3b getclolor(float lo, float hi, float v);

@@ -5,8 +5,6 @@
 #include <atomic>
 #include <string>
 
-#include "StereoCameraExport.hpp"
-
 /// Runtime log of one object: progress on standard output, errors on standard error.
 ///
 /// A record is "YYYY-MM-DD hh:mm:ss.uuuuuu [name] " (local time) and the formatted text unchanged, written at once in a
@@ -14,7 +12,7 @@
 /// file or terminal begins with one, so that every record starts on its own line.
 ///
 /// Safe to call from any number of threads, on one log or several. Nothing throws.
-class STEREO_CAMERA_EXPORT SystemLog {
+class [[gnu::visibility("default")]] SystemLog {
 public:
   /// A log at level 1. `name` is part of each record.
   explicit SystemLog(std::string name);

@@ -94,8 +94,11 @@ void writeDocument(const fs::path& path, const std::function<void(cv::FileStorag
   // In memory, since OpenCV does not notice a full disk.
   cv::FileStorage storage(path.filename().string(), cv::FileStorage::WRITE | cv::FileStorage::MEMORY);
   write(storage);
+  const std::string text = storage.releaseAndGetString();
   std::ofstream file(path, std::ios::trunc | std::ios::binary);
-  file << storage.releaseAndGetString() << std::flush;
+  if (file) {
+    file << text << std::flush;
+  }
   if (!file) {
     throw RecordingError("cannot write '" + path.string() + "': " + std::strerror(errno));
   }

@@ -126,7 +126,7 @@ cv::Mat ReplayCapture::next() {
     frame = m_images.empty() ? nextOfVideo() : nextImage();
   }
   if (frame.empty()) {
-    m_finished = true;
+    m_finished = !m_loop;
   } else {
     m_frameSize = frame.size();
     if (!m_timestamps.empty()) {

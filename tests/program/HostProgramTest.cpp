@@ -119,18 +119,18 @@ TEST_F(HostProgram, DemoWritesEveryPictureAndAPageThatShowsThem) {
 TEST_F(HostProgram, SnapshotWritesDepthThatAgreesWithItself) {
   ASSERT_EQ(run("snapshot --size 928x400 --still --patience 120 -o '" + file("shot") + "'").code, 0);
   const cv::Mat disparity = cv::imread(file("shot/disparity.tiff"), cv::IMREAD_UNCHANGED);
-  const cv::Mat metres = cv::imread(file("shot/depth.tiff"), cv::IMREAD_UNCHANGED);
-  const cv::Mat millimetres = cv::imread(file("shot/depth.png"), cv::IMREAD_UNCHANGED);
+  const cv::Mat meters = cv::imread(file("shot/depth.tiff"), cv::IMREAD_UNCHANGED);
+  const cv::Mat millimeters = cv::imread(file("shot/depth.png"), cv::IMREAD_UNCHANGED);
   ASSERT_EQ(disparity.type(), CV_32FC1);
-  ASSERT_EQ(metres.type(), CV_32FC1);
-  ASSERT_EQ(millimetres.type(), CV_16UC1);
-  ASSERT_EQ(metres.size(), cv::Size(464, 400));
+  ASSERT_EQ(meters.type(), CV_32FC1);
+  ASSERT_EQ(millimeters.type(), CV_16UC1);
+  ASSERT_EQ(meters.size(), cv::Size(464, 400));
   int valid = 0;
-  for (int r = 0; r < metres.rows; ++r) {
-    for (int c = 0; c < metres.cols; ++c) {
-      const float depth = metres.at<float>(r, c);
+  for (int r = 0; r < meters.rows; ++r) {
+    for (int c = 0; c < meters.cols; ++c) {
+      const float depth = meters.at<float>(r, c);
       EXPECT_EQ(depth == -1.0F, disparity.at<float>(r, c) <= 0.05F);
-      EXPECT_NEAR(millimetres.at<ushort>(r, c), depth > 0 ? 1000.0 * depth : 0.0, 0.51);
+      EXPECT_NEAR(millimeters.at<ushort>(r, c), depth > 0 ? 1000.0 * depth : 0.0, 0.51);
       valid += depth > 0 ? 1 : 0;
     }
   }
@@ -138,7 +138,7 @@ TEST_F(HostProgram, SnapshotWritesDepthThatAgreesWithItself) {
 }
 
 // Reads the header and leaves the stream at the first point; returns the number of points.
-std::size_t plyPoints(std::ifstream& ply, bool coloured) {
+std::size_t plyPoints(std::ifstream& ply, bool colored) {
   std::string line;
   std::size_t points = 0;
   int properties = 0;
@@ -148,22 +148,22 @@ std::size_t plyPoints(std::ifstream& ply, bool coloured) {
     }
     properties += line.rfind("property ", 0) == 0 ? 1 : 0;
   }
-  EXPECT_EQ(properties, coloured ? 6 : 3);
+  EXPECT_EQ(properties, colored ? 6 : 3);
   return points;
 }
 
 TEST_F(HostProgram, SnapshotWritesCloudsAsPly) {
   ASSERT_EQ(run("snapshot --size 928x400 --still --patience 120 -o '" + file("shot") + "'").code, 0);
-  for (const bool coloured : {false, true}) {
-    std::ifstream ply(file(coloured ? "shot/cloud-coloured.ply" : "shot/cloud.ply"), std::ios::binary);
-    const std::size_t points = plyPoints(ply, coloured);
+  for (const bool colored : {false, true}) {
+    std::ifstream ply(file(colored ? "shot/cloud-coloured.ply" : "shot/cloud.ply"), std::ios::binary);
+    const std::size_t points = plyPoints(ply, colored);
     EXPECT_GT(points, 500U);
     std::vector<float> depths;
     for (std::size_t k = 0; k < points; ++k) {
       float xyz[3];
       char rgb[3];
       ply.read(reinterpret_cast<char*>(xyz), sizeof xyz);
-      if (coloured) {
+      if (colored) {
         ply.read(rgb, sizeof rgb);
       }
       depths.push_back(xyz[2]);

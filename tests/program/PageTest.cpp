@@ -23,7 +23,7 @@ using testing::Not;
 
 namespace {
 
-// The ends of the scale below a picture, metres; empty if it has none.
+// The ends of the scale below a picture, meters; empty if it has none.
 std::vector<double> scaleBelow(const std::string& html, const std::string& picture) {
   const std::size_t at = html.find("src=\"" + picture + "\"");
   if (at == std::string::npos) {
@@ -85,7 +85,7 @@ TEST(Page, ShowsDepthInColorsWithAScaleInMeters) {
   EXPECT_EQ(cv::countNonZero(black != (metric <= 0)), 0) << "what has depth is to be seen, and nothing else";
 
   // The camera's: with the ends of its scale each depth has the color that the camera gave it. They are read from the
-  // page, to the centimetre, so a color may be a little off.
+  // page, to the centimeter, so a color may be a little off.
   const std::vector<double> camera = scaleBelow(html, "depth-colour.png");
   ASSERT_EQ(camera.size(), 3U);
   cv::Mat colored = cv::imread(output + "/depth-colour.png", cv::IMREAD_UNCHANGED);

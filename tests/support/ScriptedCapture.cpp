@@ -60,7 +60,7 @@ void Gate::open() {
   m_condition.notify_all();
 }
 
-cv::Mat twoColours(cv::Size size, const cv::Scalar& left, const cv::Scalar& right) {
+cv::Mat twoColors(cv::Size size, const cv::Scalar& left, const cv::Scalar& right) {
   cv::Mat frame(size, CV_8UC3, left);
   frame(cv::Rect(size.width / 2, 0, size.width - size.width / 2, size.height)).setTo(right);
   return frame;

@@ -55,7 +55,7 @@ private:
   bool m_open = false;
 };
 
-/// A side-by-side frame of one colour an eye.
-cv::Mat twoColours(cv::Size size, const cv::Scalar& left, const cv::Scalar& right);
+/// A side-by-side frame of one color an eye.
+cv::Mat twoColors(cv::Size size, const cv::Scalar& left, const cv::Scalar& right);
 
 }  // namespace stereo::test

@@ -90,12 +90,12 @@ void writeCamera(const std::string& picture, cv::Size rectified, const Writer& o
       }
       require(camera->startStereoCompute(), "disparity worker of " + life);
       std::vector<cv::Vec3f> plain;
-      std::vector<PCL> coloured;
+      std::vector<PCL> colored;
       // A cloud comes with a disparity, so there is one afterwards.
       static_cast<void>(camera->getPointCloud(plain, timestamp));
-      static_cast<void>(camera->getPointCloud(coloured, timestamp));
-      cv::Mat colours;
-      require(camera->getDepthFrame(colours, true, timestamp), "depth of " + life);
+      static_cast<void>(camera->getPointCloud(colored, timestamp));
+      cv::Mat colors;
+      require(camera->getDepthFrame(colors, true, timestamp), "depth of " + life);
       camera->stopStereoCompute();
       camera->stopCapture();
       cv::Mat disparity = camera->m_disparityFrame.second.clone();
@@ -103,9 +103,9 @@ void writeCamera(const std::string& picture, cv::Size rectified, const Writer& o
       camera->getDepthFrame(disparity, depth);
       out.write(life + "-disparity", disparity);
       out.write(life + "-depth", depth);
-      out.write(life + "-colours", colours);
+      out.write(life + "-colours", colors);
       out.write(life + "-cloud", numbers(plain));
-      out.write(life + "-coloured-cloud", numbers(coloured));
+      out.write(life + "-coloured-cloud", numbers(colored));
     }
   }
 }

@@ -131,7 +131,7 @@ void writeMaps(const std::vector<Calibration>& calibrations, const Writer& out) 
   Draw draw(3);
   std::vector<double> matrices;
   std::vector<float> baselines;
-  std::vector<double> millimetres;
+  std::vector<double> millimeters;
   for (std::size_t k = 0; k < calibrations.size(); ++k) {
     const Calibration& each = calibrations[k];
     const cv::Mat pinhole = core::perspectiveCameraMatrix(mapSize, 60 + draw.below(8000) / 100.0);
@@ -140,7 +140,7 @@ void writeMaps(const std::vector<Calibration>& calibrations, const Writer& out) 
     append(matrices, lonLat);
     baselines.push_back(core::baselineMeters(each[4]));
     for (int r = 0; r < 3; ++r) {
-      millimetres.push_back(core::baselineMillimeters(each[3].row(r) * 60.0));
+      millimeters.push_back(core::baselineMillimeters(each[3].row(r) * 60.0));
     }
     for (const int mode : {0, 1, 2}) {
       cv::Mat columns;
@@ -154,7 +154,7 @@ void writeMaps(const std::vector<Calibration>& calibrations, const Writer& out) 
   }
   out.write("view-matrices", matrices);
   out.write("baselines", baselines);
-  out.write("baselines-millimetres", millimetres);
+  out.write("baselines-millimetres", millimeters);
 }
 
 void writeMasks(const Writer& out) {

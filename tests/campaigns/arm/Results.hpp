@@ -25,7 +25,7 @@ void writeMaps(const std::vector<Calibration>& calibrations, const Writer& out);
 /// Circular and elliptical masks.
 void writeMasks(const Writer& out);
 
-/// Metric and coloured depth in both modes, and clouds in both forms, of disparities made up here: what a matcher
+/// Metric and colored depth in both modes, and clouds in both forms, of disparities made up here: what a matcher
 /// gives, and numbers that it never should.
 void writeDepths(const Writer& out);
 

@@ -193,7 +193,7 @@ TEST_F(Device, GivesEveryProduct) {
       std::printf("%s after %.1f s\n", what,
                   std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
     };
-    // The three-argument read is coloured whatever is asked for.
+    // The three-argument read is colored whatever is asked for.
     cv::Mat colored;
     ASSERT_TRUE(await(
         [&] { return camera.getDepthFrame(colored, true, timestamp) && cv::countNonZero(colored.reshape(1)) > 0; },

@@ -33,7 +33,7 @@ constexpr int kernelDevice = 1;
 inline const cv::Size fullSize(1856, 800);
 inline const cv::Size halfSize(928, 400);
 
-/// For each product. The first coloured cloud takes 10 to 30 s under emulation: HighGUI wakes up.
+/// For each product. The first colored cloud takes 10 to 30 s under emulation: HighGUI wakes up.
 constexpr std::chrono::seconds productLimit(90);
 
 /// How many descriptors of video devices this process has, of devices that are gone too.

@@ -21,7 +21,7 @@ public:
   static constexpr int bits = 16;
   int shift() const { return m_square; }
 
-  /// Bytes of a frame as the device takes it: luma of each pixel, and between them the two colour values of a pair.
+  /// Bytes of a frame as the device takes it: luma of each pixel, and between them the two color values of a pair.
   std::size_t bytes() const { return static_cast<std::size_t>(m_frame.area()) * 2; }
 
   /// The texture, without a number, as YUYV.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Disparities, views and settings of any values and shapes: metric depth, coloured depth and both clouds equal the
+// Disparities, views and settings of any values and shapes: metric depth, colored depth and both clouds equal the
 // plain forms' to the bit, or are refused with the outputs untouched.
 #include <algorithm>
 #include <condition_variable>
@@ -51,7 +51,7 @@ bool isDoubles(const cv::Mat& matrix, int rows, int cols) {
 
 bool isImage(const cv::Mat& image, int type) { return image.empty() || (image.dims == 2 && image.type() == type); }
 
-// Millimetres; OpenCV has no norm for some types.
+// Millimeters; OpenCV has no norm for some types.
 bool hasNorm(const cv::Mat& translation, double& norm) {
   try {
     norm = translation.empty() ? 0.0 : cv::norm(translation, cv::NORM_L2);
@@ -173,7 +173,7 @@ void tryMetric(TestCamera& camera, const Case& given, int output, cv::Mat& expec
   requireSame("depth", baseline::difference(expected, inPlace ? disparity : depth).c_str());
 }
 
-void tryColoured(TestCamera& camera, const Case& given, int output) {
+void tryColored(TestCamera& camera, const Case& given, int output) {
   cv::Mat picture = output % 2 == 0 ? cv::Mat()
                                     : cv::Mat(given.disparity.dims == 2 ? given.disparity.size() : cv::Size(2, 2),
                                               CV_8UC3, cv::Scalar(9, 9, 9));
@@ -226,10 +226,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const int output = input.byte();
   const Case given(input, camera);
   isTrying = true;
-  cv::Mat metres;
-  tryMetric(camera, given, output, metres);
-  tryColoured(camera, given, output);
-  const CloudImages images{given.view, given.disparity, metres};
+  cv::Mat meters;
+  tryMetric(camera, given, output, meters);
+  tryColored(camera, given, output);
+  const CloudImages images{given.view, given.disparity, meters};
   tryCloud<cv::Vec3f>(camera, given, true, "plain cloud",
                       [&](auto& points) { baseline::plainCloud(images, given.cloud, points); });
   tryCloud<PCL>(camera, given, isImage(given.view, CV_8UC3), "coloured cloud",

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A thousand short lives of a camera whose device goes wrong in ways drawn from a seed, with readers of every kind.
+// Short lives of a camera whose device goes wrong in ways drawn from a seed, with readers of every kind.
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -105,7 +105,7 @@ cv::Mat remapped(const cv::Mat& frame, int eye, const cv::Mat (&maps)[2][2]) {
 std::vector<cv::Mat> readOnce(StormCamera& camera, int kind, std::array<cv::Mat, 3>& held, microseconds& timestamp) {
   auto& [a, b, c] = held;
   std::vector<cv::Vec3f> plain;
-  std::vector<PCL> coloured;
+  std::vector<PCL> colored;
   std::vector<cv::Mat> images;
   pairTimestamp = microseconds(0);
   switch (kind) {
@@ -130,7 +130,7 @@ std::vector<cv::Mat> readOnce(StormCamera& camera, int kind, std::array<cv::Mat,
     case 6:
       return camera.getPointCloud(plain, timestamp) ? std::vector{cv::Mat(plain, true)} : images;
     default:
-      return camera.getPointCloud(coloured, timestamp) ? std::vector{cv::Mat(1, 1, CV_8U)} : images;
+      return camera.getPointCloud(colored, timestamp) ? std::vector{cv::Mat(1, 1, CV_8U)} : images;
   }
   if (pairTimestamp.count() == 0) {
     return {};
@@ -190,9 +190,9 @@ std::string faultInDisparity(const StormCamera& camera) {
     return "a disparity with a stamp that no published frame has";
   }
   const auto& chosen = camera.m_depthmode == 1 ? camera.m_lonLatMaps : camera.m_rectifyMaps;
-  cv::Mat grey[2];
+  cv::Mat gray[2];
   for (int eye = 0; eye < 2; ++eye) {
-    cv::cvtColor(remapped(*frame, eye, chosen), grey[eye], cv::COLOR_BGR2GRAY);
+    cv::cvtColor(remapped(*frame, eye, chosen), gray[eye], cv::COLOR_BGR2GRAY);
   }
   const auto matcher = cv::StereoBM::create(32, 9);
   matcher->setPreFilterCap(31);
@@ -202,7 +202,7 @@ std::string faultInDisparity(const StormCamera& camera) {
   matcher->setSpeckleRange(32);
   matcher->setDisp12MaxDiff(1);
   cv::Mat sixteenths;
-  matcher->compute(grey[0], grey[1], sixteenths);
+  matcher->compute(gray[0], gray[1], sixteenths);
   cv::Mat disparity;
   sixteenths.convertTo(disparity, CV_32F, 1.0 / 16.0);
   const bool same =
@@ -215,7 +215,7 @@ struct Result {
   std::array<int, readKinds> reads{};
 };
 
-// Matching takes 8-bit BGR only, anything else ends the process by design: grey and 16-bit frames are left to the lives
+// Matching takes 8-bit BGR only, anything else ends the process by design: gray and 16-bit frames are left to the lives
 // without a disparity worker. Sizes need not be: the rectified eyes' is always the same.
 FaultScript scriptOf(std::uint64_t seed) {
   return stereo::sim::randomFaults(seed, {.frames = frames,
@@ -250,7 +250,7 @@ Result live(std::uint64_t seed) {
   for (int kind = 0; kind < readKinds; ++kind) {
     readers.emplace_back([&camera, &over, &readings, kind, computes] {
       std::array<cv::Mat, 3> held;
-      // Without a disparity worker the coloured depth fails at once: once is enough.
+      // Without a disparity worker the colored depth fails at once: once is enough.
       for (bool again = true; again && !over; again = computes || kind != 5) {
         const microseconds called = now();
         microseconds timestamp{0};

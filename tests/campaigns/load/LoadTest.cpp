@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Everything at once for a minute, and a thousand lives of a camera.
+// Everything at once for a while, and many lives of a camera.
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
@@ -96,7 +96,7 @@ TEST(Load, AllReadersBothWorkersAndCycles) {
           cv::Mat c;
           microseconds timestamp{0};
           std::vector<cv::Vec3f> plain;
-          std::vector<PCL> coloured;
+          std::vector<PCL> colored;
           bool got = false;
           switch (kind) {
             case 0:
@@ -121,7 +121,7 @@ TEST(Load, AllReadersBothWorkersAndCycles) {
               got = camera.getPointCloud(plain, timestamp);
               break;
             default:
-              got = camera.getPointCloud(coloured, timestamp);
+              got = camera.getPointCloud(colored, timestamp);
               break;
           }
           if (got) {
@@ -189,6 +189,7 @@ TEST(Load, ManyStartsAndStopsLeaveNothingBehind) {
   // The sanitizers keep freed memory and shadows of it; theirs are the leak reports.
   (void)grown;
 #else
-  EXPECT_LT(grown, 8 * 1024) << "kilobytes after " << manyLives << " lives";
+  // Kilobytes: the allocator's own unrest, and 6 a life.
+  EXPECT_LT(grown, 2 * 1024 + 6 * manyLives) << "after " << manyLives << " lives";
 #endif
 }

@@ -25,14 +25,14 @@ public:
       case Product::eyes:
         return m_camera.getStereoFrame(m_a, m_b, m_timestamp) ? checked(m_checks.eyes(m_a, m_b, m_timestamp))
                                                               : std::nullopt;
-      case Product::colouredDepth:
-        return colouredDepth();
+      case Product::coloredDepth:
+        return coloredDepth();
       case Product::disparity:
         return disparity();
       case Product::plainCloud:
         return cloud(m_plain);
-      case Product::colouredCloud:
-        return cloud(m_coloured);
+      case Product::coloredCloud:
+        return cloud(m_colored);
       default:
         return rectified(product);
     }
@@ -61,12 +61,12 @@ private:
                                             : m_checks.depthPair(m_a, m_b, m_c, m_timestamp));
   }
 
-  std::optional<std::string> colouredDepth() {
+  std::optional<std::string> coloredDepth() {
     const microseconds before = m_camera.disparityTimestamp();
     if (!m_camera.getDepthFrame(m_a, true, m_timestamp)) {
       return std::nullopt;
     }
-    return checked(m_checks.colouredDepth(m_a, before, m_camera.disparityTimestamp()));
+    return checked(m_checks.coloredDepth(m_a, before, m_camera.disparityTimestamp()));
   }
 
   std::optional<std::string> disparity() {
@@ -104,7 +104,7 @@ private:
   cv::Mat m_c;
   StereoCamera::TimeFrame m_result;
   std::vector<cv::Vec3f> m_plain;
-  std::vector<PCL> m_coloured;
+  std::vector<PCL> m_colored;
   microseconds m_called{0};
   microseconds m_timestamp{0};
   microseconds m_last{0};
@@ -127,7 +127,7 @@ void CheckingReaders::run(Product product) {
   const auto index = static_cast<std::size_t>(product);
   Reader reader(m_camera, m_checks);
   while (!m_over) {
-    if (product == Product::colouredDepth) {
+    if (product == Product::coloredDepth) {
       m_computing.wait(false);
     }
     const std::optional<std::string> fault = reader.read(product);

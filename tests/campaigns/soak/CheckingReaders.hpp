@@ -17,15 +17,15 @@ namespace stereo::soak {
 
 /// Everything that is read, each by a thread of its own.
 enum class Product {
-  frame,          ///< both raw eyes side by side
-  eyes,           ///< the raw eyes
-  pair,           ///< perspective views
-  pairAndView,    ///< what depth is computed from, without a timestamp
-  stampedPair,    ///< what depth is computed from
-  colouredDepth,  ///< false colours
-  disparity,      ///< the latest disparity, and metres from it
+  frame,         ///< both raw eyes side by side
+  eyes,          ///< the raw eyes
+  pair,          ///< perspective views
+  pairAndView,   ///< what depth is computed from, without a timestamp
+  stampedPair,   ///< what depth is computed from
+  coloredDepth,  ///< false colors
+  disparity,     ///< the latest disparity, and meters from it
   plainCloud,
-  colouredCloud,
+  coloredCloud,
 };
 inline constexpr std::array<const char*, 9> productNames = {"frame",         "eyes",         "pair",
                                                             "pair and view", "stamped pair", "colored depth",
@@ -42,7 +42,7 @@ public:
   CheckingReaders(const CheckingReaders&) = delete;
   CheckingReaders& operator=(const CheckingReaders&) = delete;
 
-  /// Whether the disparity worker runs: reads of coloured depth fail at once without, so they pause meanwhile.
+  /// Whether the disparity worker runs: reads of colored depth fail at once without, so they pause meanwhile.
   void setComputing(bool computing);
   /// No read begins from now on. Those that wait are ended by stopping the camera.
   void end();

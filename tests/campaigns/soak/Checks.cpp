@@ -125,9 +125,9 @@ std::string Checks::oneOf(const char* name, bool beforeIncluded, Stamp before, S
   return std::string(name) + " that is none of the possible frames'" + (numbers.empty() ? ": there are none" : numbers);
 }
 
-std::string Checks::colouredDepth(const cv::Mat& picture, Stamp before, Stamp after) const {
+std::string Checks::coloredDepth(const cv::Mat& picture, Stamp before, Stamp after) const {
   return oneOf("a coloured depth", true, before, after,
-               [&](const ExpectedDepth& expected) { return differenceOf(expected.coloured, picture).empty(); });
+               [&](const ExpectedDepth& expected) { return differenceOf(expected.colored, picture).empty(); });
 }
 
 std::string Checks::cloud(const std::vector<cv::Vec3f>& points, Stamp before, Stamp after) const {
@@ -138,7 +138,7 @@ std::string Checks::cloud(const std::vector<cv::Vec3f>& points, Stamp before, St
 
 std::string Checks::cloud(const std::vector<PCL>& points, Stamp before, Stamp after) const {
   return oneOf("a coloured cloud", false, before, after, [&](const ExpectedDepth& expected) {
-    return baseline::difference(expected.colouredCloud, points).empty();
+    return baseline::difference(expected.coloredCloud, points).empty();
   });
 }
 

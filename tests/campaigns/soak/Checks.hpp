@@ -20,7 +20,7 @@ class Checks {
 public:
   using Stamp = std::chrono::microseconds;
 
-  /// Book and ledger have to outlive this. `depthMode` is 1 or 2, `algorithm` 0 or 1.
+  /// Images and ledger have to outlive this. `depthMode` is 1 or 2, `algorithm` 0 or 1.
   Checks(const ExpectedImages& book, const Ledger& ledger, int depthMode, int algorithm)
       : m_book(book), m_ledger(ledger), m_depthMode(depthMode), m_algorithm(algorithm) {}
 
@@ -36,14 +36,14 @@ public:
   std::string perspectivePair(const cv::Mat& left, const cv::Mat& right, Stamp timestamp) const;
   /// Views of that frame's eyes that depth is computed from, and the left one's perspective view.
   std::string depthPair(const cv::Mat& left, const cv::Mat& right, const cv::Mat& view, Stamp timestamp) const;
-  /// The disparity of that frame, with its view, and the metres made of it.
+  /// The disparity of that frame, with its view, and the meters made of it.
   std::string disparity(const cv::Mat& view, const cv::Mat& disparity, const cv::Mat& metric, Stamp timestamp) const;
 
   // What follows carries no timestamp of the disparity that it was made of. The latest disparity's timestamp was
   // `before` when the read began and `after` when it had ended.
 
   /// The picture of one of the disparities that were the latest in between.
-  std::string colouredDepth(const cv::Mat& picture, Stamp before, Stamp after) const;
+  std::string coloredDepth(const cv::Mat& picture, Stamp before, Stamp after) const;
   /// The cloud of one of the disparities that came in between.
   std::string cloud(const std::vector<cv::Vec3f>& points, Stamp before, Stamp after) const;
   std::string cloud(const std::vector<PCL>& points, Stamp before, Stamp after) const;

@@ -117,10 +117,10 @@ TEST_F(SoakChecks, LetPassWhatIsRight) {
   const Checks angular(book(), ledger, 1, algorithm);
   EXPECT_EQ(angular.depthPair(picture.lonLat[0], picture.lonLat[1], picture.perspective[0], timestamps[12]), "");
   EXPECT_EQ(checks.disparity(picture.perspective[0], depthOf(12).disparity, depthOf(12).metric, timestamps[12]), "");
-  EXPECT_EQ(checks.colouredDepth(depthOf(11).coloured, timestamps[11], timestamps[12]), "");
-  EXPECT_EQ(checks.colouredDepth(depthOf(12).coloured, timestamps[11], timestamps[12]), "");
+  EXPECT_EQ(checks.coloredDepth(depthOf(11).colored, timestamps[11], timestamps[12]), "");
+  EXPECT_EQ(checks.coloredDepth(depthOf(12).colored, timestamps[11], timestamps[12]), "");
   EXPECT_EQ(checks.cloud(depthOf(12).plainCloud, timestamps[11], timestamps[12]), "");
-  EXPECT_EQ(checks.cloud(depthOf(12).colouredCloud, timestamps[11], timestamps[12]), "");
+  EXPECT_EQ(checks.cloud(depthOf(12).coloredCloud, timestamps[11], timestamps[12]), "");
   EXPECT_GT(checks.made(), 0U);
 }
 
@@ -176,25 +176,25 @@ TEST_F(SoakChecks, NoticeWrongViewsDisparitiesAndDepths) {
 }
 
 TEST_F(SoakChecks, NoticeDepthsAndCloudsOfNoDisparityInBetween) {
-  EXPECT_THAT(checks.colouredDepth(depthOf(12).coloured, timestamps[11], timestamps[12]), HasSubstr("there are none"));
+  EXPECT_THAT(checks.coloredDepth(depthOf(12).colored, timestamps[11], timestamps[12]), HasSubstr("there are none"));
   ledger.matched(timestamps[11]);
-  EXPECT_THAT(checks.colouredDepth(depthOf(12).coloured, timestamps[11], timestamps[12]),
+  EXPECT_THAT(checks.coloredDepth(depthOf(12).colored, timestamps[11], timestamps[12]),
               HasSubstr("possible frames' 11"));
-  EXPECT_THAT(checks.colouredDepth(withOtherPixel(depthOf(11).coloured), timestamps[11], timestamps[12]),
+  EXPECT_THAT(checks.coloredDepth(withOtherPixel(depthOf(11).colored), timestamps[11], timestamps[12]),
               HasSubstr("none of"));
   // A cloud is made of a disparity to come: the one that was there when the read began is none of these.
   EXPECT_THAT(checks.cloud(depthOf(11).plainCloud, timestamps[11], timestamps[12]), HasSubstr("there are none"));
   ledger.matched(timestamps[12]);
   std::vector<cv::Vec3f> points = depthOf(12).plainCloud;
-  std::vector<PCL> colouredPoints = depthOf(12).colouredCloud;
+  std::vector<PCL> coloredPoints = depthOf(12).coloredCloud;
   ASSERT_FALSE(points.empty());
-  ASSERT_FALSE(colouredPoints.empty());
+  ASSERT_FALSE(coloredPoints.empty());
   points.back()[2] += 1;
   EXPECT_THAT(checks.cloud(points, timestamps[11], timestamps[12]), HasSubstr("a cloud that is none"));
-  colouredPoints.front().color[1] ^= 1;
-  EXPECT_THAT(checks.cloud(colouredPoints, timestamps[11], timestamps[12]), HasSubstr("a coloured cloud that is none"));
-  colouredPoints.clear();
-  EXPECT_NE(checks.cloud(colouredPoints, timestamps[11], timestamps[12]), "");
+  coloredPoints.front().color[1] ^= 1;
+  EXPECT_THAT(checks.cloud(coloredPoints, timestamps[11], timestamps[12]), HasSubstr("a coloured cloud that is none"));
+  coloredPoints.clear();
+  EXPECT_NE(checks.cloud(coloredPoints, timestamps[11], timestamps[12]), "");
 }
 
 TEST(SoakDevice, DeliversWholeNumberedFramesAndTornOnesWhenAsked) {

@@ -65,10 +65,10 @@ cv::Mat disparityOf(const cv::Mat& left, const cv::Mat& right, int algorithm) {
     matcher->setSpeckleWindowSize(100);
     matcher->setSpeckleRange(32);
     matcher->setDisp12MaxDiff(1);
-    cv::Mat grey[2];
-    cv::cvtColor(left, grey[0], cv::COLOR_BGR2GRAY);
-    cv::cvtColor(right, grey[1], cv::COLOR_BGR2GRAY);
-    matcher->compute(grey[0], grey[1], sixteenths);
+    cv::Mat gray[2];
+    cv::cvtColor(left, gray[0], cv::COLOR_BGR2GRAY);
+    cv::cvtColor(right, gray[1], cv::COLOR_BGR2GRAY);
+    matcher->compute(gray[0], gray[1], sixteenths);
   }
   cv::Mat disparity;
   sixteenths.convertTo(disparity, CV_32F, 1.0 / 16.0);
@@ -142,10 +142,10 @@ private:
     ExpectedDepth products;
     products.disparity = disparity;
     baseline::metricDepth(disparity, depth, products.metric);
-    baseline::coloredDepth(disparity, depth, products.coloured);
+    baseline::coloredDepth(disparity, depth, products.colored);
     const core::CloudImages images{view, disparity, products.metric};
     baseline::plainCloud(images, cloud, products.plainCloud);
-    baseline::coloredCloud(images, cloud, products.colouredCloud);
+    baseline::coloredCloud(images, cloud, products.coloredCloud);
     return products;
   }
 

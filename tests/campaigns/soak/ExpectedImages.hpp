@@ -18,18 +18,18 @@ struct Setting {
   cv::Size rectSize{464, 400};
   double hFov = 90;        ///< degrees
   double lonLatFov = 180;  ///< degrees
-  float nearest = 0.05F;   ///< metres
-  float farthest = 20;     ///< metres
+  float nearest = 0.05F;   ///< meters
+  float farthest = 20;     ///< meters
   int cloudRadius = 180;   ///< rectified pixels
 };
 
 /// What comes of one picture's disparity.
 struct ExpectedDepth {
   cv::Mat disparity;  ///< CV_32FC1, pixels
-  cv::Mat metric;     ///< CV_32FC1, metres
-  cv::Mat coloured;   ///< CV_8UC3
+  cv::Mat metric;     ///< CV_32FC1, meters
+  cv::Mat colored;    ///< CV_8UC3
   std::vector<cv::Vec3f> plainCloud;
-  std::vector<PCL> colouredCloud;
+  std::vector<PCL> coloredCloud;
 };
 
 /// One picture and everything that the camera has to make of it. The frame's number is not drawn in yet.

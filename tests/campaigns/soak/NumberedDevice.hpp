@@ -18,7 +18,7 @@ namespace stereo::soak {
 class NumberedDevice final : public sources::FrameSource {
 public:
   /// `newest` is the number of the newest frame of all devices of the run. With `tears`, the lower half of every 50th
-  /// frame is the frame's before. Book, ledger and number have to outlive the device.
+  /// frame is the frame's before. Images, ledger and number have to outlive the device.
   NumberedDevice(const ExpectedImages& book, Ledger& ledger, std::atomic<std::uint32_t>& newest, bool tears);
 
   bool read(cv::OutputArray image) override;

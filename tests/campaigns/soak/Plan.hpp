@@ -38,7 +38,7 @@ inline Plan planOf(int life, bool streams) {
 /// What is done wrong on purpose, so that it can be seen to be noticed.
 struct Breaks {
   bool tear = false;        ///< the device tears frames
-  bool restart = false;     ///< whoever reads coloured depth is not told when the disparity worker goes on
+  bool restart = false;     ///< whoever reads colored depth is not told when the disparity worker goes on
   bool image = false;       ///< the consumer is told of other images than will come
   bool memory = false;      ///< four megabytes are lost with every life
   bool descriptor = false;  ///< one is lost with every life

@@ -23,10 +23,10 @@ constexpr std::int32_t written = 2;
 constexpr std::size_t headerBytes = sizeof(std::int32_t);
 constexpr std::chrono::microseconds poll(300);  // the handshake has nothing to wait on
 
-class Taker {
+class SegmentReader {
 public:
-  Taker(const SharedCounters& shared, const std::function<bool()>& isWanted, int id, bool fullSize,
-        std::uint8_t* segment)
+  SegmentReader(const SharedCounters& shared, const std::function<bool()>& isWanted, int id, bool fullSize,
+                std::uint8_t* segment)
       : m_shared(shared),
         m_isWanted(isWanted),
         m_id(id),
@@ -119,7 +119,7 @@ std::optional<std::string> takeFrom(const SharedCounters& shared, const std::fun
     return std::nullopt;
   }
   ++shared.counters().attached;
-  Taker taker(shared, isWanted, id, fullSize, static_cast<std::uint8_t*>(address));
+  SegmentReader taker(shared, isWanted, id, fullSize, static_cast<std::uint8_t*>(address));
   std::optional<std::string> fault = taker.run();
   shmdt(address);
   return fault;

@@ -34,9 +34,9 @@ constexpr int pictures = 3;
 const cv::Size eyeSize = SharedCounters::eyeSize(false);
 const std::size_t bytes = static_cast<std::size_t>(eyeSize.area()) * 3;
 
-class SoakTaker : public testing::Test {
+class SoakSegmentReader : public testing::Test {
 protected:
-  SoakTaker() {
+  SoakSegmentReader() {
     for (int i = 0; i < pictures; ++i) {
       cv::Mat eye = shared.leftEye(false, i);
       cv::RNG random(static_cast<std::uint64_t>(i) + 1);
@@ -44,7 +44,7 @@ protected:
     }
     shared.counters().newest = 100;
   }
-  ~SoakTaker() override {
+  ~SoakSegmentReader() override {
     over = true;
     if (taker.joinable()) {
       taker.join();
@@ -119,7 +119,7 @@ protected:
 
 }  // namespace
 
-TEST_F(SoakTaker, TakesWholeImagesAndFreesTheSegment) {
+TEST_F(SoakSegmentReader, TakesWholeImagesAndFreesTheSegment) {
   makeSegment();
   begin();
   for (const std::uint32_t number : {1U, 2U, 7U, 100U}) {
@@ -132,7 +132,7 @@ TEST_F(SoakTaker, TakesWholeImagesAndFreesTheSegment) {
   EXPECT_STREQ(shared.counters().failure.data(), "");
 }
 
-TEST_F(SoakTaker, GoesOnWithTheNextSegment) {
+TEST_F(SoakSegmentReader, GoesOnWithTheNextSegment) {
   makeSegment();
   begin();
   ASSERT_TRUE(offer(eyeOf(1)));
@@ -144,7 +144,7 @@ TEST_F(SoakTaker, GoesOnWithTheNextSegment) {
   EXPECT_EQ(shared.counters().attached, 2U);
 }
 
-TEST_F(SoakTaker, FreesWhatAKilledOneHadTaken) {
+TEST_F(SoakSegmentReader, FreesWhatAKilledOneHadTaken) {
   makeSegment();
   shared.counters().last = 5;
   ASSERT_TRUE(offer(eyeOf(5)));
@@ -154,7 +154,7 @@ TEST_F(SoakTaker, FreesWhatAKilledOneHadTaken) {
   EXPECT_EQ(shared.counters().again, 1U);
 }
 
-TEST_F(SoakTaker, FreesAnImageThatIsMarkedAgainBeforeItsPixelsComeOnlyOnce) {
+TEST_F(SoakSegmentReader, FreesAnImageThatIsMarkedAgainBeforeItsPixelsComeOnlyOnce) {
   makeSegment();
   shared.counters().last = 5;
   shared.counters().patience = 50;
@@ -169,7 +169,7 @@ TEST_F(SoakTaker, FreesAnImageThatIsMarkedAgainBeforeItsPixelsComeOnlyOnce) {
   EXPECT_EQ(shared.counters().again, 1U);
 }
 
-TEST_F(SoakTaker, EndsWhenItIsNoLongerWanted) {
+TEST_F(SoakSegmentReader, EndsWhenItIsNoLongerWanted) {
   makeSegment();
   begin();
   over = true;
@@ -188,14 +188,14 @@ TEST(SoakConsumer, NotesAnEndThatWasNotAskedFor) {
   EXPECT_EQ(faultOfEnd(W_EXITCODE(0, SIGSEGV), true, ""), "ended with wait status 11");
 }
 
-TEST_F(SoakTaker, NoticesAStatusWordOutOfTheHandshake) {
+TEST_F(SoakSegmentReader, NoticesAStatusWordOutOfTheHandshake) {
   makeSegment();
   begin();
   setWord(1);
   EXPECT_EQ(failure(), "status word 1");
 }
 
-TEST_F(SoakTaker, NoticesAnImageThatStaysTorn) {
+TEST_F(SoakSegmentReader, NoticesAnImageThatStaysTorn) {
   makeSegment();
   shared.counters().patience = 50;
   cv::Mat torn = eyeOf(8);
@@ -207,7 +207,7 @@ TEST_F(SoakTaker, NoticesAnImageThatStaysTorn) {
   EXPECT_EQ(shared.counters().taken, 0U);
 }
 
-TEST_F(SoakTaker, NoticesAnImageThatIsMarkedButStaysTheSame) {
+TEST_F(SoakSegmentReader, NoticesAnImageThatIsMarkedButStaysTheSame) {
   makeSegment();
   begin();
   ASSERT_TRUE(offer(eyeOf(8)));
@@ -217,7 +217,7 @@ TEST_F(SoakTaker, NoticesAnImageThatIsMarkedButStaysTheSame) {
   EXPECT_THAT(failure(), HasSubstr("stays the same"));
 }
 
-TEST_F(SoakTaker, NoticesFramesThatGoBackOrWereNeverDelivered) {
+TEST_F(SoakSegmentReader, NoticesFramesThatGoBackOrWereNeverDelivered) {
   makeSegment();
   shared.counters().last = 9;
   begin();
@@ -229,7 +229,7 @@ TEST_F(SoakTaker, NoticesFramesThatGoBackOrWereNeverDelivered) {
   EXPECT_THAT(failure(), HasSubstr("frame 101 after frame 9, the newest being 100"));
 }
 
-TEST_F(SoakTaker, NoticesASegmentOfAnotherSize) {
+TEST_F(SoakSegmentReader, NoticesASegmentOfAnotherSize) {
   makeSegment(1234);
   begin();
   EXPECT_EQ(failure(), "a segment of 1234 bytes");

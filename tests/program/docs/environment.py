@@ -12,7 +12,7 @@ import re
 import sys
 
 ROOT = pathlib.Path(__file__).resolve().parents[3]
-SOURCES = ["src", "log", "apps", "sim", "calibration", "python", "gstreamer"]
+SOURCES = ["src", "log", "model", "sources", "apps", "sim", "calibration", "python", "gstreamer"]
 PAGES = ["docs/using.md", "docs/stereo-camera.1"]
 
 code = [path.read_text() for room in SOURCES for path in sorted((ROOT / room).rglob("*.[ch]pp"))]

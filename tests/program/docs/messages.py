@@ -15,7 +15,7 @@ import sys
 
 ROOT = pathlib.Path(__file__).resolve().parents[3]
 PAGE = ROOT / "docs" / "troubleshooting.md"
-SOURCES = ["src/**/*.cpp", "apps/**/*.cpp", "sim/*.cpp", "calibration/*.cpp", "python/*.cpp", "examples/*"]
+SOURCES = ["src/**/*.cpp", "apps/**/*.cpp", "model/*.hpp", "sources/*.cpp", "sim/*.cpp", "calibration/*.cpp", "python/*.cpp", "examples/*"]
 # Said by the compiler, the loader, OpenCV, the interpreter.
 OTHERS = re.compile(
     r"terminate called|Could not find a package|… not compatible|error while loading|DSO missing|undefined reference"

@@ -217,10 +217,10 @@ TEST(CaptureWorker, SurvivesFramesThatChangeSizeTypeAndShrinkToOnePixel) {
   TestCamera camera([&](int read) { return frames[static_cast<std::size_t>(read) % frames.size()]; });
   camera.m_fisheyeRadius = 4;
   camera.startCapture(false, false);
-  bool sawGrey = false;
+  bool sawGray = false;
   bool sawEmpty = false;
   bool sawSmall = false;
-  for (int i = 0; i < 100000 && !(sawGrey && sawEmpty && sawSmall); ++i) {
+  for (int i = 0; i < 100000 && !(sawGray && sawEmpty && sawSmall); ++i) {
     cv::Mat left;
     cv::Mat right;
     microseconds timestamp{0};
@@ -231,12 +231,12 @@ TEST(CaptureWorker, SurvivesFramesThatChangeSizeTypeAndShrinkToOnePixel) {
     if (left.type() == CV_8UC1 && !left.empty()) {
       // Not an image that the mask is made for: it arrives as it was delivered.
       EXPECT_TRUE(sameBits(left, frames[4](cv::Rect(0, 0, 15, 8))));
-      sawGrey = true;
+      sawGray = true;
     }
     sawEmpty = sawEmpty || left.empty();
     sawSmall = sawSmall || left.size() == cv::Size(1, 1);
   }
-  EXPECT_TRUE(sawGrey);
+  EXPECT_TRUE(sawGray);
   EXPECT_TRUE(sawEmpty);
   EXPECT_TRUE(sawSmall);
 }

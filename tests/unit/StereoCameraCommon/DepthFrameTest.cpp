@@ -38,8 +38,8 @@ protected:
     camera.publishDisparity(view, disparity);
   }
 
-  // Calls the colour form while raw frames with rising timestamps, from 1000 on, are published.
-  bool colourDepth(cv::Mat& depth, microseconds& timestamp, bool color = true) {
+  // Calls the color form while raw frames with rising timestamps, from 1000 on, are published.
+  bool colorDepth(cv::Mat& depth, microseconds& timestamp, bool color = true) {
     std::atomic<bool> done{false};
     bool answer = false;
     std::thread reader([&] {
@@ -77,7 +77,7 @@ protected:
 
 }  // namespace
 
-TEST_F(DepthFrame, ColourIsRefusedAtOnceWithoutAWorker) {
+TEST_F(DepthFrame, ColorIsRefusedAtOnceWithoutAWorker) {
   camera.publishDisparity(view, disparity);
   cv::Mat depth(1, 1, CV_8UC1, cv::Scalar(sentinel));
   microseconds timestamp{sentinel};
@@ -86,7 +86,7 @@ TEST_F(DepthFrame, ColourIsRefusedAtOnceWithoutAWorker) {
   EXPECT_EQ(timestamp.count(), sentinel);
 }
 
-TEST_F(DepthFrame, ColourPaintsTheDisparityWithTheNewestFramesStamp) {
+TEST_F(DepthFrame, ColorPaintsTheDisparityWithTheNewestFramesStamp) {
   for (const int mode : {1, 2}) {
     camera.m_depthmode = mode;
     camera.stopStereoCompute();
@@ -95,7 +95,7 @@ TEST_F(DepthFrame, ColourPaintsTheDisparityWithTheNewestFramesStamp) {
     for (const bool color : {true, false}) {
       cv::Mat depth;
       microseconds timestamp{0};
-      ASSERT_TRUE(colourDepth(depth, timestamp, color));
+      ASSERT_TRUE(colorDepth(depth, timestamp, color));
       EXPECT_GE(timestamp.count(), 1000);
       EXPECT_LT(timestamp.count(), next);
       const auto model = expectedModel(mode);
@@ -106,26 +106,26 @@ TEST_F(DepthFrame, ColourPaintsTheDisparityWithTheNewestFramesStamp) {
   }
 }
 
-TEST_F(DepthFrame, ColourWithoutADisparitySetsOnlyTheStamp) {
+TEST_F(DepthFrame, ColorWithoutADisparitySetsOnlyTheStamp) {
   disparity.release();
   start();
   cv::Mat depth(1, 1, CV_8UC1, cv::Scalar(sentinel));
   microseconds timestamp{0};
-  EXPECT_FALSE(colourDepth(depth, timestamp));
+  EXPECT_FALSE(colorDepth(depth, timestamp));
   EXPECT_EQ(depth.at<uchar>(0, 0), sentinel);
   EXPECT_GE(timestamp.count(), 1000);
 }
 
 // It looks at the disparity under the capture side's mutex: a disparity worker that holds its own is not waited for.
-TEST_F(DepthFrame, ColourDoesNotWaitForTheDisparityMutex) {
+TEST_F(DepthFrame, ColorDoesNotWaitForTheDisparityMutex) {
   start();
   const std::lock_guard held(camera.m_disparityMutex);
   cv::Mat depth;
   microseconds timestamp{0};
-  EXPECT_TRUE(colourDepth(depth, timestamp));
+  EXPECT_TRUE(colorDepth(depth, timestamp));
 }
 
-TEST_F(DepthFrame, ColourIsReleasedByStopCaptureWithOutputsUntouched) {
+TEST_F(DepthFrame, ColorIsReleasedByStopCaptureWithOutputsUntouched) {
   start();
   cv::Mat depth;
   microseconds timestamp{sentinel};

@@ -117,7 +117,7 @@ TEST(StartStereoCompute, IsRefusedWhileAWorkerRuns) {
   EXPECT_TRUE(await([&] { return camera.calls() > calls + 2; }));
 }
 
-TEST(DisparityWorker, SemiGlobalMatchingOnColour) {
+TEST(DisparityWorker, SemiGlobalMatchingOnColor) {
   const RectifiedFrame pair = shiftedPair(pairSize, 8, 2);
   FedCamera camera(always(pair));
   camera.m_algorithm = 0;
@@ -132,7 +132,7 @@ TEST(DisparityWorker, SemiGlobalMatchingOnColour) {
   EXPECT_NEAR(published.second.at<float>(20, 70), 8.0, 0.2);  // the shift itself
 }
 
-TEST(DisparityWorker, BlockMatchingOnGrey) {
+TEST(DisparityWorker, BlockMatchingOnGray) {
   const RectifiedFrame pair = shiftedPair(pairSize, 11, 3);
   FedCamera camera(always(pair));
   camera.m_algorithm = 1;
@@ -266,7 +266,7 @@ TEST(StopStereoCompute, InTheWrongOrderAndTwice) {
   EXPECT_EQ(camera.m_computeThread, nullptr);
 }
 
-// A host's reader is not to be sent home when only the disparity worker is.
+// A host's reader is not to be released when only the disparity worker is.
 TEST(StopStereoCompute, LeavesReadersOfFramesWaiting) {
   FedCamera camera(always(shiftedPair(pairSize, 8, 1)));
   camera.startStereoCompute();

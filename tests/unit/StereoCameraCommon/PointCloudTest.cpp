@@ -117,7 +117,7 @@ TEST_F(PointCloud, PlainAppendsEveryPoint) {
   }
 }
 
-TEST_F(PointCloud, ColouredAppendsEveryPointWithTheColourOfItsPixel) {
+TEST_F(PointCloud, ColoredAppendsEveryPointWithTheColorOfItsPixel) {
   for (const int mode : {1, 2}) {
     camera.m_depthmode = mode;
     const auto points = expected(mode, CloudForm::colored);
@@ -142,9 +142,9 @@ TEST_F(PointCloud, TheStampIsTheNewestFrames) {
   std::vector<cv::Vec3f> plain;
   whilePublishing([&] { return camera.getPointCloud(plain, timestamp); });
   EXPECT_EQ(timestamp, microseconds(4321));
-  std::vector<PCL> coloured;
+  std::vector<PCL> colored;
   timestamp = microseconds(0);
-  whilePublishing([&] { return camera.getPointCloud(coloured, timestamp); });
+  whilePublishing([&] { return camera.getPointCloud(colored, timestamp); });
   EXPECT_EQ(timestamp, microseconds(4321));
 }
 
@@ -155,8 +155,8 @@ TEST_F(PointCloud, DepthComesThroughTheVirtualTableUnlockedOnlyInThePlainForm) {
     whilePublishing([&] { return camera.getPointCloud(plain, timestamp); });
     return camera.mutexFree.load();
   }));
-  std::vector<PCL> coloured;
-  EXPECT_TRUE(whilePublishing([&] { return camera.getPointCloud(coloured, timestamp); }));
+  std::vector<PCL> colored;
+  EXPECT_TRUE(whilePublishing([&] { return camera.getPointCloud(colored, timestamp); }));
   EXPECT_FALSE(camera.mutexFree);
   EXPECT_GE(camera.conversions, 2);
 }
@@ -186,8 +186,8 @@ TEST_F(PointCloud, WithoutABuiltCameraMatrixThereAreNoPoints) {
     camera.m_depthmode = mode;
     std::vector<cv::Vec3f> none;
     EXPECT_FALSE(whilePublishing([&] { return camera.getPointCloud(none, timestamp); }));
-    std::vector<PCL> noneColoured;
-    EXPECT_FALSE(whilePublishing([&] { return camera.getPointCloud(noneColoured, timestamp); }));
+    std::vector<PCL> noneColored;
+    EXPECT_FALSE(whilePublishing([&] { return camera.getPointCloud(noneColored, timestamp); }));
   }
 }
 
@@ -219,7 +219,7 @@ TEST_F(PointCloud, WaitingReadersAreReleasedByEitherStop) {
   for (const bool capture : {false, true}) {
     camera.startStereoCompute();
     std::vector<cv::Vec3f> plain{{1, 2, 3}};
-    std::vector<PCL> coloured(1);
+    std::vector<PCL> colored(1);
     std::atomic<int> waiting{0};
     std::thread first([&] {
       ++waiting;
@@ -229,7 +229,7 @@ TEST_F(PointCloud, WaitingReadersAreReleasedByEitherStop) {
     std::thread second([&] {
       microseconds other{7};
       ++waiting;
-      EXPECT_FALSE(camera.getPointCloud(coloured, other));
+      EXPECT_FALSE(camera.getPointCloud(colored, other));
       EXPECT_EQ(other.count(), 7);
       --waiting;
     });
@@ -247,6 +247,6 @@ TEST_F(PointCloud, WaitingReadersAreReleasedByEitherStop) {
     first.join();
     second.join();
     EXPECT_EQ(plain.size(), 1U);
-    EXPECT_EQ(coloured.size(), 1U);
+    EXPECT_EQ(colored.size(), 1U);
   }
 }

@@ -92,7 +92,7 @@ TEST(ReadLimit, AsksWithNoLockHeld) {
 // However the frame falls in with the asking.
 TEST(ReadLimit, ChangesNothingForAReadThatGetsItsFrame) {
   std::atomic<int> number{0};
-  TestCamera camera([&](int) { return stereo::test::twoColours({64, 32}, cv::Scalar::all(number), {4, 5, 6}); });
+  TestCamera camera([&](int) { return stereo::test::twoColors({64, 32}, cv::Scalar::all(number), {4, 5, 6}); });
   camera.m_fisheyeRadius = 1000;
   camera.startCapture(false, false);
   microseconds last{0};
@@ -141,7 +141,7 @@ TEST(ReadLimit, GetsADisparityThatCameWhileItAsked) {
 
 TEST(ReadLimit, OfTheLongestTimeIsNone) {
   std::atomic<int> number{0};
-  TestCamera camera([&](int) { return stereo::test::twoColours({64, 32}, cv::Scalar::all(number), {4, 5, 6}); });
+  TestCamera camera([&](int) { return stereo::test::twoColors({64, 32}, cv::Scalar::all(number), {4, 5, 6}); });
   camera.startCapture(false, false);
   ReadLimit limit(steady_clock::duration::max());
   cv::Mat frame;

@@ -22,8 +22,8 @@ const cv::Size frameSize(64, 24);
 
 // A frame whose every pixel tells its number, in two bytes, and its eye, in the third.
 cv::Mat numbered(int number) {
-  return stereo::test::twoColours(frameSize, cv::Scalar(number & 0xFF, (number >> 8) & 0xFF, 1),
-                                  cv::Scalar(number & 0xFF, (number >> 8) & 0xFF, 2));
+  return stereo::test::twoColors(frameSize, cv::Scalar(number & 0xFF, (number >> 8) & 0xFF, 1),
+                                 cv::Scalar(number & 0xFF, (number >> 8) & 0xFF, 2));
 }
 
 // The number that all pixels of an eye agree on; -1 where they don't, or where they are another eye's.

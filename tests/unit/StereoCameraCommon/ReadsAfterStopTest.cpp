@@ -15,14 +15,14 @@ using stereo::test::FedCamera;
 using stereo::test::Gate;
 using stereo::test::RectifiedFrame;
 using stereo::test::TestCamera;
-using stereo::test::twoColours;
+using stereo::test::twoColors;
 
 namespace {
 
 const cv::Size frameSize(64, 32);
 const cv::Size rectifiedSize(16, 12);
 
-cv::Mat aFrame() { return twoColours(frameSize, {1, 2, 3}, {4, 5, 6}); }
+cv::Mat aFrame() { return twoColors(frameSize, {1, 2, 3}, {4, 5, 6}); }
 
 // Outputs that hold something before they are read into.
 struct Filled {
@@ -261,8 +261,8 @@ TEST(CloudsAfterStop, FailWhereTheDisparityWorkerHasNoFrames) {
   while (camera.getPointCloud(points, timestamp)) {  // one that was in the making may still come
   }
   EXPECT_FALSE(camera.getPointCloud(points, timestamp));
-  std::vector<PCL> coloured(1);
-  EXPECT_FALSE(camera.getPointCloud(coloured, timestamp));
+  std::vector<PCL> colored(1);
+  EXPECT_FALSE(camera.getPointCloud(colored, timestamp));
   cv::Mat depth;
   EXPECT_FALSE(camera.getDepthFrame(depth, true, timestamp));
   camera.stopStereoCompute();

@@ -61,8 +61,8 @@ private:
   void* m_address;
 };
 
-// Frames of one grey value each: the number of the read, from 1 to 255 and round again.
-cv::Mat grey(cv::Size size, int read) { return cv::Mat(size, CV_8UC3, cv::Scalar::all(1 + read % 255)); }
+// Frames of one gray value each: the number of the read, from 1 to 255 and round again.
+cv::Mat gray(cv::Size size, int read) { return cv::Mat(size, CV_8UC3, cv::Scalar::all(1 + read % 255)); }
 
 struct SharingCamera : TestCamera {
   SharingCamera(cv::Size size, stereo::test::ScriptedCapture::Script script) : TestCamera(std::move(script)) {
@@ -76,7 +76,7 @@ struct SharingCamera : TestCamera {
 
 TEST(SharedMemory, SegmentHasTheStatedKeySizeAndPermissionsAndIsRemoved) {
   for (const auto& [size, bytes] : {std::pair(fullSize, fullBytes), std::pair(halfSize, halfBytes)}) {
-    SharingCamera camera(size, [size = size](int read) { return grey(size, read); });
+    SharingCamera camera(size, [size = size](int read) { return gray(size, read); });
     camera.startCapture(false, true);
     ASSERT_TRUE(await([&] { return exists(camera.getPosNumber()); }));
     const Peer peer(camera.getPosNumber());
@@ -88,7 +88,7 @@ TEST(SharedMemory, SegmentHasTheStatedKeySizeAndPermissionsAndIsRemoved) {
 }
 
 TEST(SharedMemory, WithoutAConsumerExactlyOneImageIsWritten) {
-  SharingCamera camera(halfSize, [](int read) { return grey(halfSize, read); });
+  SharingCamera camera(halfSize, [](int read) { return gray(halfSize, read); });
   camera.startCapture(false, true);
   ASSERT_TRUE(await([&] { return exists(camera.getPosNumber()); }));
   const Peer peer(camera.getPosNumber());
@@ -105,8 +105,8 @@ TEST(SharedMemory, WithoutAConsumerExactlyOneImageIsWritten) {
 }
 
 TEST(SharedMemory, HoldsTheLeftEyeAfterMasking) {
-  SharingCamera camera(
-      halfSize, [](int) { return stereo::test::twoColours(halfSize, cv::Scalar(1, 2, 3), cv::Scalar(4, 5, 6)); });
+  SharingCamera camera(halfSize,
+                       [](int) { return stereo::test::twoColors(halfSize, cv::Scalar(1, 2, 3), cv::Scalar(4, 5, 6)); });
   camera.setRawFrameSize(halfSize);  // radius 232: the corners are black
   camera.startCapture(false, true);
   ASSERT_TRUE(await([&] { return exists(camera.getPosNumber()); }));
@@ -125,7 +125,7 @@ TEST(SharedMemory, HoldsTheLeftEyeAfterMasking) {
 
 // A real second process that follows the handshake and checks every image that it takes.
 TEST(SharedMemory, AnotherProcessTakesWholeImagesByTheHandshake) {
-  SharingCamera camera(halfSize, [](int read) { return grey(halfSize, read); });
+  SharingCamera camera(halfSize, [](int read) { return gray(halfSize, read); });
   const int position = camera.getPosNumber();
   const pid_t consumer = fork();
   if (consumer == 0) {
@@ -149,7 +149,7 @@ TEST(SharedMemory, KeyComesThroughTheVirtualTable) {
     int getPosNumber() const override { return other; }
     int other = ownPosition();
   };
-  Derived camera(halfSize, [](int read) { return grey(halfSize, read); });
+  Derived camera(halfSize, [](int read) { return gray(halfSize, read); });
   camera.startCapture(false, true);
   EXPECT_TRUE(await([&] { return exists(camera.other); }));
   EXPECT_FALSE(exists(camera.m_posNumber));
@@ -157,7 +157,7 @@ TEST(SharedMemory, KeyComesThroughTheVirtualTable) {
 }
 
 TEST(SharedMemory, AFrameThatGrewBeyondTheSegmentIsNotOffered) {
-  SharingCamera camera(halfSize, [](int read) { return grey(read < 10 ? halfSize : fullSize, read); });
+  SharingCamera camera(halfSize, [](int read) { return gray(read < 10 ? halfSize : fullSize, read); });
   camera.startCapture(false, true);
   ASSERT_TRUE(await([&] { return exists(camera.getPosNumber()); }));
   const Peer peer(camera.getPosNumber());
@@ -180,7 +180,7 @@ TEST(SharedMemory, AnImageOfAnotherTypeIsNotOffered) {
 TEST(SharedMemory, AWorkerThatHasNoSegmentOffersNothingAndReportsAtItsEnd) {
   const OutputCapture err(2);
   Gate gate;
-  SharingCamera camera(halfSize, [&](int read) { return read < 11 || gate.pass() ? grey(halfSize, read) : cv::Mat(); });
+  SharingCamera camera(halfSize, [&](int read) { return read < 11 || gate.pass() ? gray(halfSize, read) : cv::Mat(); });
   camera.startCapture(false, false);
   EXPECT_TRUE(await([&] { return camera.device().reads() > 11; }));
   camera.m_useShareMemory = true;
@@ -196,7 +196,7 @@ TEST(SharedMemory, AWorkerThatHasNoSegmentOffersNothingAndReportsAtItsEnd) {
 TEST(SharedMemory, RemovalThatFailsIsReportedAndTheWorkerEnds) {
   const OutputCapture out(1);
   const OutputCapture err(2);
-  SharingCamera camera(halfSize, [](int read) { return grey(halfSize, read); });
+  SharingCamera camera(halfSize, [](int read) { return gray(halfSize, read); });
   camera.startCapture(false, true);
   ASSERT_TRUE(await([&] { return exists(camera.getPosNumber()); }));
   EXPECT_TRUE(await([&] { return camera.device().reads() > 11; }));
@@ -221,7 +221,7 @@ protected:
 
 TEST_F(SharedMemoryDeathTest, KeyHeldByASmallerSegment) {
   const auto run = [] {
-    SharingCamera camera(halfSize, [](int read) { return grey(halfSize, read); });
+    SharingCamera camera(halfSize, [](int read) { return gray(halfSize, read); });
     static const int held = shmget(camera.getPosNumber() + 9000, 100, IPC_CREAT | 0600);
     std::atexit([] { shmctl(held, IPC_RMID, nullptr); });
     startAndWait(camera);
@@ -231,7 +231,7 @@ TEST_F(SharedMemoryDeathTest, KeyHeldByASmallerSegment) {
 
 TEST_F(SharedMemoryDeathTest, RawWidthThatIsNotTheCameras) {
   const auto run = [] {
-    SharingCamera camera(halfSize, [](int read) { return grey(halfSize, read); });
+    SharingCamera camera(halfSize, [](int read) { return gray(halfSize, read); });
     camera.m_rawFrameSize = {640, 480};
     startAndWait(camera);
   };
@@ -240,7 +240,7 @@ TEST_F(SharedMemoryDeathTest, RawWidthThatIsNotTheCameras) {
 
 TEST_F(SharedMemoryDeathTest, SizeThatNoSegmentCanHave) {
   const auto run = [] {
-    SharingCamera camera(halfSize, [](int read) { return grey(halfSize, read); });
+    SharingCamera camera(halfSize, [](int read) { return gray(halfSize, read); });
     camera.m_rawFrameSize = {1856, 1000000};  // the product wraps below zero
     startAndWait(camera);
   };

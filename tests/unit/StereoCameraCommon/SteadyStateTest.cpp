@@ -13,7 +13,7 @@ using std::chrono::microseconds;
 using stereo::compare::allocations;
 using stereo::test::await;
 using stereo::test::TestCamera;
-using stereo::test::twoColours;
+using stereo::test::twoColors;
 
 namespace {
 
@@ -39,7 +39,7 @@ protected:
 
   std::uint64_t allocatedBySteadyPasses() const { return atRead[lastCounted] - atRead[firstCounted]; }
 
-  const cv::Mat frame = twoColours({1856, 800}, {10, 20, 30}, {40, 50, 60});
+  const cv::Mat frame = twoColors({1856, 800}, {10, 20, 30}, {40, 50, 60});
   std::array<std::uint64_t, lastCounted + 1> atRead{};
   std::atomic<int> reads{0};
   TestCamera camera;

@@ -18,7 +18,7 @@ using stereo::test::FedCamera;
 using stereo::test::Gate;
 using stereo::test::RectifiedFrame;
 using stereo::test::TestCamera;
-using stereo::test::twoColours;
+using stereo::test::twoColors;
 
 namespace {
 
@@ -27,7 +27,7 @@ class GatedCamera : public TestCamera {
 public:
   GatedCamera() {
     install(new stereo::test::ScriptedCapture([this](int read) {
-      return read < 10 || gate.pass() ? twoColours({64, 32}, {1, 2, 3}, {4, 5, 6}) : cv::Mat();
+      return read < 10 || gate.pass() ? twoColors({64, 32}, {1, 2, 3}, {4, 5, 6}) : cv::Mat();
     }));
     stereo::test::calibrate(*this);
     m_fisheyeRadius = 1000;
@@ -89,7 +89,7 @@ template <typename Point>
 void expectToReturn(bool capture, bool disparity) {
   StoppedFromInside camera;
   if (capture) {
-    camera.install(new stereo::test::ScriptedCapture([](int) { return twoColours({64, 32}, {1, 2, 3}, {4, 5, 6}); }));
+    camera.install(new stereo::test::ScriptedCapture([](int) { return twoColors({64, 32}, {1, 2, 3}, {4, 5, 6}); }));
     camera.startCapture(false, false);
   }
   if (disparity) {
@@ -122,7 +122,7 @@ void expectToReturn(bool capture, bool disparity) {
 
 }  // namespace
 
-TEST(StopFromInside, AColouredCloudReturns) {
+TEST(StopFromInside, AColoredCloudReturns) {
   for (const bool capture : {false, true}) {
     for (const bool disparity : {false, true}) {
       expectToReturn<PCL>(capture, disparity);

@@ -26,7 +26,7 @@ using std::chrono::steady_clock;
 using stereo::ReadWatchdog;
 using stereo::test::await;
 using stereo::test::TestCamera;
-using stereo::test::twoColours;
+using stereo::test::twoColors;
 
 namespace {
 
@@ -82,7 +82,7 @@ public:
   std::atomic<bool> endsOnRelease{true};
 
 private:
-  const cv::Mat m_frame = twoColours({64, 32}, {1, 2, 3}, {4, 5, 6});
+  const cv::Mat m_frame = twoColors({64, 32}, {1, 2, 3}, {4, 5, 6});
   std::mutex m_mutex;
   std::condition_variable m_changed;
   int m_left;
@@ -213,7 +213,7 @@ TEST(BackEnd, IsAskedForWithoutErrors) {
     TestCamera closed;
     closed.startCapture(false, false);
     closed.stopCapture();
-    TestCamera derived([](int) { return twoColours({64, 32}, {1, 2, 3}, {4, 5, 6}); });
+    TestCamera derived([](int) { return twoColors({64, 32}, {1, 2, 3}, {4, 5, 6}); });
     derived.startCapture(false, false);
     derived.startCapture(false, false);
     derived.stopCapture();

@@ -13,7 +13,7 @@
 
 namespace stereo::test {
 
-/// A board's corners at one place, millimetres in the rectified left frame of the rig, bent by `sag` millimetres
+/// A board's corners at one place, millimeters in the rectified left frame of the rig, bent by `sag` millimeters
 /// between the middle and the middle of the short sides.
 inline std::vector<cv::Vec3d> boardAt(const calibration::Board& board, const cv::Matx33d& turn, const cv::Vec3d& middle,
                                       double sag) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Boards seen by a rig that is known: what comes out is compared in rays and millimetres, since xi, focal length and
+// Boards seen by a rig that is known: what comes out is compared in rays and millimeters, since xi, focal length and
 // distortion trade off against each other.
 #include "calibration/Calibrate.hpp"
 
@@ -141,7 +141,7 @@ TEST(Calibrate, OutliersAreThrownOut) {
   }
   EXPECT_THAT(assess(blurred, eyeSize).faults, testing::ElementsAre(testing::HasSubstr("corners are 2.00 px off")));
 
-  // The same with squares told in centimetres, in half inches, and in tenths.
+  // The same with squares told in centimeters, in half inches, and in tenths.
   for (const double unit : {0.1, 1 / 12.7, 10.0}) {
     Calibration mistaken = found;
     mistaken.estimate.rig.rightFromLeft.translation *= unit;

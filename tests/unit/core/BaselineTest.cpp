@@ -168,7 +168,7 @@ TEST(Baseline, CloudKeepsTheMiddleOfABlock) {
   EXPECT_EQ(points[0].point[2], 2);
   EXPECT_EQ(points[0].color, cv::Vec3b(1, 2, 3));
   EXPECT_EQ(points[1].point[2], 3);
-  // From the disparity instead: 1 mm * 1000 / d metres.
+  // From the disparity instead: 1 mm * 1000 / d meters.
   model.baselineMillimeters = 1;
   std::vector<cv::Vec3f> plain;
   baseline::plainCloud({view, depth, {}}, model, plain);

@@ -50,9 +50,9 @@ struct Sample {
 
 // The stated sampling, written out without any of the library's helpers: `lookUp` is false where a look-up leaves an
 // image.
-std::vector<Sample> expectedCloud(const CloudImages& in, const CloudModel& m, bool coloured) {
+std::vector<Sample> expectedCloud(const CloudImages& in, const CloudModel& m, bool colored) {
   std::vector<Sample> cloud;
-  const bool border = coloured && m.mode == 1;
+  const bool border = colored && m.mode == 1;
   const int startRow = border ? static_cast<int>(0.05 * in.view.rows) : 0;
   const int startCol = border ? static_cast<int>(0.05 * in.view.cols) : 0;
   const double endRow = border ? 0.95 * in.view.rows : in.view.rows;
@@ -94,7 +94,7 @@ std::vector<Sample> expectedCloud(const CloudImages& in, const CloudModel& m, bo
             if (!(in.disparity.at<float>(static_cast<int>(row), static_cast<int>(col)) > 0)) {
               continue;
             }
-          } else if (coloured) {
+          } else if (colored) {
             if (far || !inside(in.depth, j, i)) {
               continue;
             }
@@ -105,7 +105,7 @@ std::vector<Sample> expectedCloud(const CloudImages& in, const CloudModel& m, bo
             }
             z = static_cast<float>(m.baselineMillimeters / 1000.0 * m.fx / in.disparity.at<float>(j, i));
           }
-          if (!(z > 0) || (coloured && !inside(in.view, i, j))) {
+          if (!(z > 0) || (colored && !inside(in.view, i, j))) {
             continue;
           }
           block.push_back({std::sqrt(z * (X * X) + z * (Y * Y) + z * (Z * Z)),
@@ -155,14 +155,14 @@ void expectSame(const SampledCloud& cloud, const std::vector<Sample>& expected, 
 TEST(SampleCloud, IsTheStatedSamplingToTheBit) {
   for (int seed = 0; seed < 20; ++seed) {
     for (const int mode : {1, 2}) {
-      for (const bool coloured : {false, true}) {
+      for (const bool colored : {false, true}) {
         CloudModel m = model(mode);
         m.threshold = 5 + 2 * seed;
         m.xi = 0.1 * seed;
         const CloudImages in = images(seed);
-        const auto cloud = sampleCloud(in, m, coloured ? CloudForm::colored : CloudForm::plain);
-        expectSame(cloud, expectedCloud(in, m, coloured),
-                   "seed " + std::to_string(seed) + " mode " + std::to_string(mode) + (coloured ? " coloured" : ""));
+        const auto cloud = sampleCloud(in, m, colored ? CloudForm::colored : CloudForm::plain);
+        expectSame(cloud, expectedCloud(in, m, colored),
+                   "seed " + std::to_string(seed) + " mode " + std::to_string(mode) + (colored ? " coloured" : ""));
         if (seed == 10) {
           EXPECT_FALSE(cloud.empty());
         }
@@ -176,14 +176,14 @@ TEST(SampleCloud, SkipsLookUpsThatWouldLeaveTheImages) {
   for (const cv::Size size : {cv::Size(46, 40), cv::Size(40, 46), cv::Size(37, 29), cv::Size(5, 3), cv::Size(3, 3),
                               cv::Size(2, 2), cv::Size(1, 1), cv::Size(9, 1)}) {
     for (const int mode : {1, 2}) {
-      for (const bool coloured : {false, true}) {
+      for (const bool colored : {false, true}) {
         for (const cv::Size other : {size, cv::Size(20, 31)}) {
           const CloudImages in = images(3, size, other);
           CloudModel m = model(mode);
           m.cx = size.width / 2.0;
           m.cy = size.height / 2.0;
-          expectSame(sampleCloud(in, m, coloured ? CloudForm::colored : CloudForm::plain),
-                     expectedCloud(in, m, coloured), "size " + std::to_string(size.width));
+          expectSame(sampleCloud(in, m, colored ? CloudForm::colored : CloudForm::plain), expectedCloud(in, m, colored),
+                     "size " + std::to_string(size.width));
         }
       }
     }
@@ -244,7 +244,7 @@ TEST(SampleCloud, AnInfiniteDepthIsTheFarthestAndIsTrimmed) {
   EXPECT_EQ(std::count_if(infinite.begin(), infinite.end(), [](const CloudPoint& p) { return p.point[2] == inf; }), 1);
 }
 
-TEST(SampleCloud, OnlyTheColouredFormOfModeOneLeavesOutTheBorder) {
+TEST(SampleCloud, OnlyTheColoredFormOfModeOneLeavesOutTheBorder) {
   CloudModel m = model(1);
   m.threshold = 1000;
   m.fx = m.fy = 60;
@@ -258,12 +258,12 @@ TEST(SampleCloud, OnlyTheColouredFormOfModeOneLeavesOutTheBorder) {
     }
     return e;
   };
-  const cv::Vec4i coloured = extremes(sampleCloud(in, m, CloudForm::colored));
-  EXPECT_GE(coloured[0], 3);
-  EXPECT_GE(coloured[2], 4);
+  const cv::Vec4i colored = extremes(sampleCloud(in, m, CloudForm::colored));
+  EXPECT_GE(colored[0], 3);
+  EXPECT_GE(colored[2], 4);
   // The last block that begins before 95 % may reach three pixels beyond.
-  EXPECT_LT(coloured[1], 57 + 4);
-  EXPECT_LT(coloured[3], 76 + 4);
+  EXPECT_LT(colored[1], 57 + 4);
+  EXPECT_LT(colored[3], 76 + 4);
   const cv::Vec4i plain = extremes(sampleCloud(in, m, CloudForm::plain));
   EXPECT_LT(plain[0], 4);
   EXPECT_LT(plain[2], 4);

@@ -64,7 +64,7 @@ TEST(Getclolor, IsTheStatedArithmeticOverAGrid) {
   }
 }
 
-TEST(Getclolor, AZeroRangeAndNotANumberGiveSomeColourWithoutHarm) {
+TEST(Getclolor, AZeroRangeAndNotANumberGiveSomeColorWithoutHarm) {
   EXPECT_EQ(getclolor(1.0F, 1.0F, 1.0F), cv::Vec3b(0, 0, 0));  // 0 / 0 in every channel
   EXPECT_EQ(getclolor(1.0F, 1.0F, 2.0F), cv::Vec3b(0, 0, 0));  // infinite
   EXPECT_EQ(getclolor(0.0F, 1.0F, notANumber), cv::Vec3b(0, 0, 0));

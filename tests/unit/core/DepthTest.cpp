@@ -144,7 +144,7 @@ TEST(DepthRange, SpansAllDepthsAboveTheCutOffAndIsThenClamped) {
   EXPECT_EQ(none.min, 1e11F);
 }
 
-TEST(PaintDepth, ColoursEveryDepthWithinLimitsAndTurnsThePicture) {
+TEST(PaintDepth, ColorsEveryDepthWithinLimitsAndTurnsThePicture) {
   for (const int mode : {1, 2}) {
     const DepthModel m = model(mode);
     const cv::Mat d = disparities(mode + 10);
@@ -182,7 +182,7 @@ TEST(PaintDepth, PaintsDisparitiesThatTheMetricDepthCutsOff) {
   EXPECT_EQ(picture.at<cv::Vec3b>(0, 0), cv::Vec3b(0, 0, 0));
 }
 
-TEST(BaselineMetres, IsTheNormInMetresRoundedOnce) {
+TEST(BaselineMeters, IsTheNormInMetresRoundedOnce) {
   EXPECT_EQ(stereo::core::baselineMeters((cv::Mat_<double>(3, 1) << -60.1, 1.2, 0.3)),
             static_cast<float>(0.001 * std::sqrt(60.1 * 60.1 + 1.2 * 1.2 + 0.3 * 0.3)));
   EXPECT_EQ(stereo::core::baselineMeters((cv::Mat_<double>(1, 3) << 3, 0, 4)), 0.005F);
@@ -190,17 +190,17 @@ TEST(BaselineMetres, IsTheNormInMetresRoundedOnce) {
 }
 
 // Within a few units in the last place on processors for which OpenCV is compiled with fused multiply-add.
-TEST(BaselineMillimetres, IsOpenCVsNorm) {
+TEST(BaselineMillimeters, IsOpenCVsNorm) {
   cv::RNG random(21);
   for (int k = 0; k < 20000; ++k) {
     cv::Mat translation = cv::Mat(k % 2 == 0 ? cv::Size(1, 3) : cv::Size(3, 1), CV_64FC1);
     random.fill(translation, cv::RNG::UNIFORM, -100, 100);
     const double norm = cv::norm(translation, cv::NORM_L2);
-    const double millimetres = stereo::core::baselineMillimeters(translation);
+    const double millimeters = stereo::core::baselineMillimeters(translation);
 #if defined(__x86_64__)
-    ASSERT_EQ(millimetres, norm);
+    ASSERT_EQ(millimeters, norm);
 #else
-    ASSERT_LE(std::abs(millimetres - norm), 4 * (std::nextafter(norm, inf) - norm));
+    ASSERT_LE(std::abs(millimeters - norm), 4 * (std::nextafter(norm, inf) - norm));
 #endif
   }
   EXPECT_EQ(stereo::core::baselineMillimeters(cv::Mat()), 0.0);

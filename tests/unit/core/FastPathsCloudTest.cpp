@@ -96,7 +96,7 @@ std::vector<cv::Vec3f> plainCloud(const CloudImages& images, const CloudModel& m
   return points;
 }
 
-std::vector<PCL> colouredCloud(const CloudImages& images, const CloudModel& model) {
+std::vector<PCL> coloredCloud(const CloudImages& images, const CloudModel& model) {
   std::vector<PCL> points;
   for (const core::CloudPoint& sampled : core::sampleCloud(images, model, CloudForm::colored)) {
     points.push_back({sampled.point, images.view.at<cv::Vec3b>(sampled.row, sampled.col)});
@@ -107,14 +107,14 @@ std::vector<PCL> colouredCloud(const CloudImages& images, const CloudModel& mode
 // Both forms; returns how many points there were, so that a test can see that it compared something.
 std::size_t expectSameClouds(const CloudImages& images, const CloudModel& model) {
   std::vector<cv::Vec3f> plain;
-  std::vector<PCL> coloured;
+  std::vector<PCL> colored;
   baseline::plainCloud(images, model, plain);
-  baseline::coloredCloud(images, model, coloured);
+  baseline::coloredCloud(images, model, colored);
   withEachInstructionSet([&] {
     EXPECT_TRUE(same(plain, plainCloud(images, model))) << "plain, " << text(images, model);
-    EXPECT_TRUE(same(coloured, colouredCloud(images, model))) << "coloured, " << text(images, model);
+    EXPECT_TRUE(same(colored, coloredCloud(images, model))) << "coloured, " << text(images, model);
   });
-  return plain.size() + coloured.size();
+  return plain.size() + colored.size();
 }
 
 }  // namespace
@@ -173,12 +173,12 @@ TEST(FastClouds, EqualThePlainFormAlongTheRadius) {
   cv::RNG random(5);
   const cv::Size size(61, 61);
   const CloudImages images = someImages(random, size, size, size, 0);
-  for (const double centre : {31.0, 30.0, 29.5, 30.3}) {
+  for (const double center : {31.0, 30.0, 29.5, 30.3}) {
     for (int threshold = -1; threshold < 45; ++threshold) {
       for (const int mode : {1, 2}) {
         CloudModel model = usualModel(mode, size);
-        model.cx = centre;
-        model.cy = centre;
+        model.cx = center;
+        model.cy = center;
         model.threshold = threshold;
         expectSameClouds(images, model);
       }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Metric and coloured depth against their plain forms, to the bit.
+// Metric and colored depth against their plain forms, to the bit.
 #include <algorithm>
 #include <cmath>
 #include <sstream>
@@ -122,7 +122,7 @@ void expectSamePicture(const cv::Mat& disparity, const DepthModel& model) {
     cv::Mat depths;
     cv::Mat picture;
     const DepthRange range = core::measureDepths(disparity, model, depths);
-    // The smallest of zeros of both signs is either; neither shows in a colour.
+    // The smallest of zeros of both signs is either; neither shows in a color.
     EXPECT_TRUE(same(one(expectedRange.min + 0.0F), one(range.min + 0.0F)))
         << "least, " << text(model, disparity.size());
     EXPECT_TRUE(same(one(expectedRange.max), one(range.max))) << "largest, " << text(model, disparity.size());
@@ -184,7 +184,7 @@ TEST(FastDepth, EqualsThePlainFormForLargeImagesWithHoles) {
 }
 
 TEST(FastDepth, EqualsThePlainFormWhereAllIsAlike) {
-  // One depth, so that the colour scale has no width; nothing but holes; nothing but the last pixel.
+  // One depth, so that the color scale has no width; nothing but holes; nothing but the last pixel.
   for (const cv::Size size : {cv::Size(33, 7), cv::Size(1, 1), cv::Size(64, 2)}) {
     for (const int mode : {1, 2}) {
       for (const float d : {20.0F, -1.0F, 0.03F, infinity, notANumber, 0.0F}) {

@@ -147,12 +147,12 @@ TEST(EllipticalMask, FourByFour) {
   convertRawFisheyeImage(first, second, 0, 0, 0, 0);
   EXPECT_EQ(first.at<cv::Vec3b>(0, 0), cv::Vec3b(0, 0, 0));  // e = 2
   EXPECT_NE(first.at<cv::Vec3b>(0, 2), cv::Vec3b(0, 0, 0));  // e = 1: on the ellipse
-  EXPECT_NE(first.at<cv::Vec3b>(2, 2), cv::Vec3b(0, 0, 0));  // the centre
+  EXPECT_NE(first.at<cv::Vec3b>(2, 2), cv::Vec3b(0, 0, 0));  // the center
   EXPECT_EQ(second.at<cv::Vec3b>(0, 0), cv::Vec3b(0, 0, 0));
 }
 
 TEST(EllipticalMask, TakesItsArgumentsInOrder) {
-  // Vertical semi-axis 1 (4 - 3), horizontal 4 + 1, centre (5 + 1, 4 - 2): only rows 1 to 3 can survive.
+  // Vertical semi-axis 1 (4 - 3), horizontal 4 + 1, center (5 + 1, 4 - 2): only rows 1 to 3 can survive.
   cv::Mat first = noise({10, 8}, 1);
   cv::Mat second = noise({10, 8}, 2);
   convertRawFisheyeImage(first, second, -3, 0, 1, -2);
@@ -166,12 +166,12 @@ TEST(EllipticalMask, TakesItsArgumentsInOrder) {
 
 TEST(Masks, RefuseImagesThatTheyWouldMisreadOrLeave) {
   cv::Mat image = noise({6, 6}, 1);
-  cv::Mat grey(6, 6, CV_8UC1);
+  cv::Mat gray(6, 6, CV_8UC1);
   cv::Mat small = noise({5, 6}, 1);
   cv::Mat low = noise({6, 5}, 1);
   cv::Mat none;
-  EXPECT_THROW(convertRawFisheyeImage(1, grey, image), cv::Exception);
-  EXPECT_THROW(convertRawFisheyeImage(1, image, grey), cv::Exception);
+  EXPECT_THROW(convertRawFisheyeImage(1, gray, image), cv::Exception);
+  EXPECT_THROW(convertRawFisheyeImage(1, image, gray), cv::Exception);
   EXPECT_THROW(convertRawFisheyeImage(1, image, small), cv::Exception);
   EXPECT_THROW(convertRawFisheyeImage(1, image, low), cv::Exception);
   EXPECT_THROW(convertRawFisheyeImage(1, image, none), cv::Exception);

@@ -18,8 +18,8 @@ using stereo::sim::View;
 
 namespace {
 
-constexpr double nearest = 0.2;   // metres
-constexpr double farthest = 1.0;  // metres
+constexpr double nearest = 0.2;   // meters
+constexpr double farthest = 1.0;  // meters
 constexpr double reach = 31.0;    // pixels of disparity that the matchers can find
 
 double quantile(std::vector<double> values, double share) {
@@ -76,7 +76,7 @@ std::unique_ptr<SimulatedCamera> runningCamera(const Setting& setting, int depth
   return camera;
 }
 
-// One disparity and its metres.
+// One disparity and its meters.
 cv::Mat metricDepth(SimulatedCamera& camera) {
   std::vector<cv::Vec3f> points;
   microseconds timestamp{0};
@@ -180,7 +180,7 @@ double distanceTo(const cv::Vec4d& plane, const cv::Vec3d& point) {
 
 }  // namespace
 
-// The clouds of depth mode 2 look depth up with row and column changed. In a square view with its centre in the middle
+// The clouds of depth mode 2 look depth up with row and column changed. In a square view with its center in the middle
 // that amounts to points with x and y changed: put back, they must lie on what they show.
 TEST(CloudAccuracy, PointsLieOnTheScenesPlanes) {
   for (const int algorithm : {0, 1}) {
@@ -188,15 +188,15 @@ TEST(CloudAccuracy, PointsLieOnTheScenesPlanes) {
     const View view = camera->perspectiveView();
     const Truth truth = camera->truth(view);
     std::vector<cv::Vec3f> plain;
-    std::vector<PCL> coloured;
+    std::vector<PCL> colored;
     microseconds timestamp{0};
     ASSERT_TRUE(camera->getPointCloud(plain, timestamp));
-    ASSERT_TRUE(camera->getPointCloud(coloured, timestamp));
-    std::vector<cv::Vec3f> fromColoured;
-    for (const PCL& point : coloured) {
-      fromColoured.push_back(point.point);
+    ASSERT_TRUE(camera->getPointCloud(colored, timestamp));
+    std::vector<cv::Vec3f> fromColored;
+    for (const PCL& point : colored) {
+      fromColored.push_back(point.point);
     }
-    for (const auto& cloud : {plain, fromColoured}) {
+    for (const auto& cloud : {plain, fromColored}) {
       Errors errors;
       std::map<int, std::vector<cv::Vec3d>> measuredOn;
       std::map<int, std::vector<cv::Vec3d>> trueOn;
@@ -252,7 +252,7 @@ TEST(CloudAccuracy, PointsLieOnTheScenesPlanes) {
   }
 }
 
-// Depth mode 1 takes the pictures to span 180 degrees, while they span 145.9. By its own formula its metres are the
+// Depth mode 1 takes the pictures to span 180 degrees, while they span 145.9. By its own formula its meters are the
 // distance along the ray of a point that is seen where the picture would show it then; near the axis that comes to
 // alpha / pi = 0.81 of the true distance.
 TEST(LongitudeLatitudeDepth, IsRelativeByTheRatioOfTheFields) {

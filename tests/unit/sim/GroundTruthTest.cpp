@@ -29,7 +29,7 @@ TEST(View, PerspectiveIsThePinholeOfItsField) {
   EXPECT_NEAR(view.scale(), 232.0, 1e-9);
   const cv::Vec3d axis = view.ray(231.5, 199.5);
   EXPECT_LT(cv::norm(axis - cv::Vec3d(0, 0, 1)), 1e-12);
-  // Half a field to the right of the centre lies the edge, half a width away.
+  // Half a field to the right of the center lies the edge, half a width away.
   const cv::Vec3d edge = view.ray(231.5 + 232.0, 199.5);
   EXPECT_NEAR(std::atan2(edge[0], edge[2]) * 180.0 / CV_PI, 45.0, 1e-9);
   EXPECT_GT(view.ray(231.5, 300.0)[1], 0.0) << "rows run downwards";

@@ -11,7 +11,7 @@
 
 namespace stereo::sim::test {
 
-/// Distance from a point to the nearest point of a solid's surface, metres. The room (the first solid) is looked at
+/// Distance from a point to the nearest point of a solid's surface, meters. The room (the first solid) is looked at
 /// from inside.
 inline double distanceTo(const Solid& solid, bool isRoom, const cv::Vec3d& point) {
   const cv::Vec3d p = solid.rotation.inv() * (point - solid.center);
@@ -27,7 +27,7 @@ inline double distanceTo(const Solid& solid, bool isRoom, const cv::Vec3d& point
   return cv::norm(outside);
 }
 
-/// Distance along a unit ray to the first surface, metres, found without solving for any crossing: steps as long as
+/// Distance along a unit ray to the first surface, meters, found without solving for any crossing: steps as long as
 /// nothing can be nearer.
 inline double march(const std::vector<Solid>& solids, const cv::Vec3d& origin, const cv::Vec3d& direction) {
   double way = 0.0;

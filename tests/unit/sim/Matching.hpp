@@ -19,12 +19,12 @@ struct Match {
 /// Corners of the left picture found again in the right one to a fraction of a pixel, and from there back where they
 /// started to within 0.1 pixel.
 inline std::vector<Match> matchPictures(const cv::Mat& left, const cv::Mat& right) {
-  cv::Mat greyLeft;
-  cv::Mat greyRight;
-  cv::cvtColor(left, greyLeft, cv::COLOR_BGR2GRAY);
-  cv::cvtColor(right, greyRight, cv::COLOR_BGR2GRAY);
+  cv::Mat grayLeft;
+  cv::Mat grayRight;
+  cv::cvtColor(left, grayLeft, cv::COLOR_BGR2GRAY);
+  cv::cvtColor(right, grayRight, cv::COLOR_BGR2GRAY);
   std::vector<cv::Point2f> corners;
-  cv::goodFeaturesToTrack(greyLeft, corners, 1500, 0.005, 5.0);
+  cv::goodFeaturesToTrack(grayLeft, corners, 1500, 0.005, 5.0);
   if (corners.empty()) {
     return {};
   }
@@ -34,8 +34,8 @@ inline std::vector<Match> matchPictures(const cv::Mat& left, const cv::Mat& righ
   std::vector<unsigned char> foundThere;
   std::vector<unsigned char> foundBack;
   std::vector<float> error;
-  cv::calcOpticalFlowPyrLK(greyLeft, greyRight, corners, there, foundThere, error, {21, 21}, 4, criteria);
-  cv::calcOpticalFlowPyrLK(greyRight, greyLeft, there, back, foundBack, error, {21, 21}, 4, criteria);
+  cv::calcOpticalFlowPyrLK(grayLeft, grayRight, corners, there, foundThere, error, {21, 21}, 4, criteria);
+  cv::calcOpticalFlowPyrLK(grayRight, grayLeft, there, back, foundBack, error, {21, 21}, 4, criteria);
   std::vector<Match> matches;
   for (std::size_t i = 0; i < corners.size(); ++i) {
     if (foundThere[i] != 0 && foundBack[i] != 0 && cv::norm(back[i] - corners[i]) < 0.1) {

@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 using std::chrono::microseconds;
 
 const fs::path dataFolder = STEREO_CAMERA_TEST_DATA;
-constexpr double boardSquare = 0.039;  // metres, side of a square of the board
+constexpr double boardSquare = 0.039;  // meters, side of a square of the board
 const cv::Size boardCorners(8, 6);
 
 /// How a recorded frame is looked at.
@@ -34,7 +34,7 @@ struct Look {
 struct Result {
   cv::Mat left, right;  // perspective pair
   cv::Mat disparity;    // pixels
-  cv::Mat depth;        // metres
+  cv::Mat depth;        // meters
   std::vector<cv::Vec3f> cloud;
   cv::Mat camera;  // 3x3
 };
@@ -61,12 +61,12 @@ Result compute(const fs::path& image, const fs::path& calibration, const Look& l
 }
 
 bool findBoard(const cv::Mat& picture, std::vector<cv::Point2f>& corners) {
-  cv::Mat grey;
-  cv::cvtColor(picture, grey, cv::COLOR_BGR2GRAY);
-  if (!cv::findChessboardCorners(grey, boardCorners, corners)) {
+  cv::Mat gray;
+  cv::cvtColor(picture, gray, cv::COLOR_BGR2GRAY);
+  if (!cv::findChessboardCorners(gray, boardCorners, corners)) {
     return false;
   }
-  cv::cornerSubPix(grey, corners, {3, 3}, {-1, -1},
+  cv::cornerSubPix(gray, corners, {3, 3}, {-1, -1},
                    cv::TermCriteria(cv::TermCriteria::COUNT | cv::TermCriteria::EPS, 100, 0.001));
   return true;
 }
@@ -101,7 +101,7 @@ double wellMatched(const Result& result, const std::vector<cv::Point2f>& left, s
   return static_cast<double>(good) / static_cast<double>(left.size());
 }
 
-/// Median distance of neighbouring corners in space, metres, each at the measured depth.
+/// Median distance of neighbouring corners in space, meters, each at the measured depth.
 double squareSide(const Result& result, const std::vector<cv::Point2f>& corners) {
   const cv::Mat& P = result.camera;
   std::vector<cv::Vec3d> points;
@@ -138,7 +138,7 @@ TEST(RealDepth, SquaresOfTheBoardHaveTheirSize) {
   if (!fs::exists(folder / "calibration.yml")) {
     GTEST_SKIP() << "no recorded frames at " << folder;
   }
-  // The boards were held at half a metre with eyes 117 mm apart: only coarse, wide pictures bring them within the 32
+  // The boards were held at half a meter with eyes 117 mm apart: only coarse, wide pictures bring them within the 32
   // pixels that the matchers look at.
   int boards = 0;
   for (const Look& look : {Look{{360, 320}, 120, 0}, Look{{400, 340}, 130, 0}, Look{{400, 340}, 130, 1}}) {

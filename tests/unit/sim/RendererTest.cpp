@@ -103,7 +103,7 @@ TEST(Renderer, FieldIsLitAndTheRestNearlyBlack) {
   }
 }
 
-TEST(Renderer, BothEyesSeeTheSameColourOfTheSamePoint) {
+TEST(Renderer, BothEyesSeeTheSameColorOfTheSamePoint) {
   const auto scene = makeScene(1, false);
   const Rig rig(1);
   const cv::Mat frame = Renderer(scene, rig, halfSize).render(0.0);
@@ -138,13 +138,13 @@ TEST(Renderer, BothEyesSeeTheSameColourOfTheSamePoint) {
 TEST(Renderer, TextureSuitsAMatcherWithNinePixelBlocks) {
   const Rig rig(1);
   const cv::Mat frame = Renderer(makeScene(1, false), rig, halfSize).render(0.0);
-  cv::Mat grey;
-  cv::cvtColor(frame(cv::Rect(0, 0, 464, 400)), grey, cv::COLOR_BGR2GRAY);
-  grey.convertTo(grey, CV_64F);
+  cv::Mat gray;
+  cv::cvtColor(frame(cv::Rect(0, 0, 464, 400)), gray, cv::COLOR_BGR2GRAY);
+  gray.convertTo(gray, CV_64F);
   cv::Mat mean;
   cv::Mat meanSquare;
-  cv::boxFilter(grey, mean, CV_64F, {9, 9});
-  cv::boxFilter(grey.mul(grey), meanSquare, CV_64F, {9, 9});
+  cv::boxFilter(gray, mean, CV_64F, {9, 9});
+  cv::boxFilter(gray.mul(gray), meanSquare, CV_64F, {9, 9});
   const cv::Mat variance = meanSquare - mean.mul(mean);
   int flat = 0;
   int count = 0;

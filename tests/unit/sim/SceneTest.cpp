@@ -97,7 +97,7 @@ TEST(Scene, FrozenSceneStandsAsAtTimeZero) {
   EXPECT_EQ(largestMove(frozen.at(0.7), Scene({.moving = true}).at(0.0)), 0.0);
 }
 
-TEST(Scene, SeedDrawsShapeAndColour) {
+TEST(Scene, SeedDrawsShapeAndColor) {
   const SceneSnapshot one = Scene({.seed = 1}).at(0.0);
   const SceneSnapshot same = Scene({.seed = 1}).at(0.0);
   const SceneSnapshot two = Scene({.seed = 2}).at(0.0);
@@ -125,7 +125,7 @@ TEST(Scene, VisibleMeansNothingInBetween) {
 }
 
 TEST(Scene, TextureFollowsAThingThatMoves) {
-  // The same spot of the same solid keeps its colour while the solid swings (as long as it stays as far off).
+  // The same spot of the same solid keeps its color while the solid swings (as long as it stays as far off).
   const Scene scene({.moving = true, .period = 2.0});
   const SceneSnapshot before = scene.at(0.0);
   const SceneSnapshot after = scene.at(0.1);

@@ -31,12 +31,12 @@ void rectify(const fs::path& image, const fs::path& calibration, const cv::Size&
 }
 
 bool findBoard(const cv::Mat& picture, std::vector<cv::Point2f>& corners) {
-  cv::Mat grey;
-  cv::cvtColor(picture, grey, cv::COLOR_BGR2GRAY);
-  if (!cv::findChessboardCorners(grey, {8, 6}, corners)) {
+  cv::Mat gray;
+  cv::cvtColor(picture, gray, cv::COLOR_BGR2GRAY);
+  if (!cv::findChessboardCorners(gray, {8, 6}, corners)) {
     return false;
   }
-  cv::cornerSubPix(grey, corners, {3, 3}, {-1, -1},
+  cv::cornerSubPix(gray, corners, {3, 3}, {-1, -1},
                    cv::TermCriteria(cv::TermCriteria::COUNT | cv::TermCriteria::EPS, 100, 0.001));
   return true;
 }

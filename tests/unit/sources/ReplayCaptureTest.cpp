@@ -110,7 +110,7 @@ TEST(ReplayCapture, SizesStayAsRecorded) {
   EXPECT_EQ(capture.get(cv::CAP_PROP_FPS), 10.0);
 }
 
-TEST(ReplayCapture, GreyBecomesColour) {
+TEST(ReplayCapture, GrayBecomesColor) {
   const stereo::test::TempDir folder;
   write(folder / "grey8.png", cv::Mat(8, 8, CV_8UC1, cv::Scalar(99)));
   write(folder / "grey16.png", cv::Mat(8, 8, CV_16UC1, cv::Scalar(99 * 257)));

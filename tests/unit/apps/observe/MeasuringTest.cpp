@@ -203,7 +203,7 @@ TEST(Figures, TimesCountFromTheNewestFrameBeforeTheStamp) {
   EXPECT_EQ(productTimes(products, frames, window), (std::vector<double>{3.0, 2.5}));
 }
 
-TEST(Figures, ColouredDepthIsAsOldAsTheDisparityThatWasSurelyThere) {
+TEST(Figures, ColoredDepthIsAsOldAsTheDisparityThatWasSurelyThere) {
   const std::vector<Product> disparities{{100, 10'000, 0}, {200, 20'000, 0}};
   const std::vector<Product> pictures{{7'999, 12'000, 1},   // before any
                                       {8'000, 13'000, 2},   // the reader looks at 9'000, when the first is there
