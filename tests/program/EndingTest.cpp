@@ -109,7 +109,7 @@ TEST_F(Ending, OfARecordingLeavesSnapshotWhatItHas) {
   EXPECT_TRUE(std::filesystem::exists(file("whole/depth.tiff")));
   const std::string picture = file("whole/raw.png");
   EXPECT_EQ(run({"snapshot", "--replay", picture, "--once", "--patience", "300", "-o", file("one")}), 0) << m_err;
-  EXPECT_THAT(m_err, HasSubstr("over before all pictures were read"));
+  EXPECT_THAT(m_err, HasSubstr("ended before all pictures were read"));
   EXPECT_TRUE(std::filesystem::exists(file("one/raw.png")));
   EXPECT_FALSE(std::filesystem::exists(file("one/left.png")));
 }
