@@ -6,10 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <regex>
 #include <stdexcept>
-
-#include <CLI/CLI.hpp>
 
 #include "apps/stereo-camera/camera/BoardCameraSource.hpp"
 #include "apps/stereo-camera/camera/CalibrationCheck.hpp"
@@ -239,11 +236,18 @@ OpenedCamera openDevice(const SourceOptions& options, const Onlooker& onlooker) 
   return result;
 }
 
-}  // namespace
-
-bool SourceOptions::given(const char* option) const {
-  return command == nullptr || (command->get_option_no_throw(option) != nullptr && command->count(option) > 0);
+// Takes a number from 1 to 32767 without leading zeros off the front of the text; 0 if there is none.
+int takeLength(std::string_view& text) {
+  int length = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), length);
+  if (error != std::errc() || text.front() == '0' || length < 1 || length > 32767) {
+    return 0;
+  }
+  text.remove_prefix(static_cast<std::size_t>(end - text.data()));
+  return length;
 }
+
+}  // namespace
 
 bool SourceOptions::named() const { return simulate || !replay.empty() || device >= 0 || !settings.empty(); }
 
@@ -252,69 +256,6 @@ void SourceOptions::requireNamed(const std::string& others) const {
     throw Failure(ExitCode::usage,
                   "name a source: " + others + "--device N, --settings FILE, --replay PATH or --simulate");
   }
-}
-
-void SourceOptions::addTo(CLI::App& added, const SourceUse& use) {
-  command = &added;
-  auto* const simulated = added.add_flag("--simulate", simulate, "simulated camera in a room");
-  auto* const played =
-      added.add_option("--replay", replay, "image, folder of images, video of side-by-side frames, or recording")
-          ->type_name("PATH");
-  auto* const opened = addDeviceOption(added, device);
-  auto* const configured =
-      added
-          .add_option("--settings", settings,
-                      "settings file, naming the device; with --simulate or --replay, settings for that")
-          ->type_name("FILE");
-  played->excludes(simulated);
-  opened->excludes(simulated)->excludes(played)->excludes(configured);
-  if (use.calibration) {
-    added.add_option("--calibration", calibration, "calibration file (the simulated camera brings its own)")
-        ->type_name("FILE");
-  }
-  added.add_option("--size", frameSize, "side-by-side frame, pixels")->type_name("WxH")->capture_default_str();
-  if (use.rectified) {
-    added.add_option("--rectified", rectifiedSize, "one rectified eye, pixels")
-        ->type_name("WxH")
-        ->capture_default_str();
-  }
-  added.add_option("--rate", rate, "frames per second; 0: as fast as possible")
-      ->check(CLI::Range(0.0, 1000.0))
-      ->capture_default_str();
-  if (use.depth) {
-    added.add_option("--depth-mode", depthMode, "depth from the longitude-latitude (1) or the perspective pair (2)")
-        ->check(CLI::Range(1, 2))
-        ->capture_default_str();
-  }
-  if (use.matcher) {
-    added.add_option("--matcher", matcher, "semi-global (sgm) or block matching (bm)")
-        ->check(CLI::IsMember({"sgm", "bm"}))
-        ->capture_default_str();
-  }
-  if (use.position) {
-    added.add_option("--position", position, "position of the camera on its machine (default: the calibration's)")
-        ->check(CLI::Range(0, 999));
-  }
-  added.add_option("--seed", seed, "seed of the simulated camera")->capture_default_str();
-  if (use.scene) {
-    added.add_flag("--still", still, "simulated scene without motion");
-    added.add_option("--faults", faults, "faults of the simulated camera: a file, or seed:N for random ones")
-        ->type_name("FILE")
-        ->excludes(opened)
-        ->excludes(played)
-        ->each([this](const std::string&) { simulate = true; });
-  }
-  if (use.plays) {
-    added.add_flag("--once", once, "play the recording once instead of over and over");
-  }
-}
-
-CLI::Option* addDeviceOption(CLI::App& added, int& device) {
-  return added
-      .add_option_function<std::string>(
-          "--device", [&device](const std::string& name) { device = deviceNode(name); },
-          "video device: N or /dev/videoN, or a path below /dev/v4l")
-      ->type_name("DEVICE");
 }
 
 OpenedCamera openCamera(const SourceOptions& options, const Onlooker& onlooker) {
@@ -349,12 +290,13 @@ OpenedCamera openBoardCamera(const SourceOptions& options, const calibration::Bo
 }
 
 cv::Size parseSize(const std::string& text, const std::string& option) {
-  static const std::regex pattern("([1-9][0-9]{0,4})[xX]([1-9][0-9]{0,4})");
-  std::smatch match;
-  if (std::regex_match(text, match, pattern)) {
-    const cv::Size size(std::stoi(match[1]), std::stoi(match[2]));
-    if (size.width <= 32767 && size.height <= 32767) {
-      return size;
+  std::string_view rest = text;
+  const int width = takeLength(rest);
+  if (width > 0 && !rest.empty() && (rest.front() == 'x' || rest.front() == 'X')) {
+    rest.remove_prefix(1);
+    const int height = takeLength(rest);
+    if (height > 0 && rest.empty()) {
+      return {width, height};
     }
   }
   throw Failure(ExitCode::usage, option + ": '" + text + "' is not a size such as 464x400");

@@ -2,6 +2,7 @@
 // Options that name a camera, and opening what they name.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -9,23 +10,7 @@
 #include "sources/HostCamera.hpp"
 #include "sources/Recorder.hpp"
 
-namespace CLI {
-class App;
-class Option;
-}  // namespace CLI
-
 namespace stereo::app {
-
-/// Which options a command takes besides those that name the source. The others keep their defaults.
-struct SourceUse {
-  bool plays = true;        ///< frames are read: --once
-  bool scene = true;        ///< for the simulated camera: --still, --faults
-  bool calibration = true;  ///< --calibration
-  bool rectified = false;   ///< --rectified
-  bool depth = false;       ///< --depth-mode
-  bool matcher = false;     ///< --matcher
-  bool position = false;    ///< --position
-};
 
 /// Where frames come from and how they are rectified, from the command line. One of simulate (the default), replay,
 /// device and settings; settings may also adjust simulate and replay.
@@ -46,17 +31,13 @@ struct SourceOptions {
   std::string matcher = "sgm";
   int position = -1;  // negative: from the calibration
 
-  /// Adds the options that the subcommand takes.
-  void addTo(CLI::App& command, const SourceUse& use);
-
   /// Whether the command line names a source. If not, the simulated camera is used.
   bool named() const;
   /// Throws Failure (usage) with the choices unless a source is named. `others`: further choices of the command.
   void requireNamed(const std::string& others = "") const;
 
-  /// The command that the options were added to, which knows which were given; null: all count as given.
-  const CLI::App* command = nullptr;
-  bool given(const char* option) const;
+  /// Whether the command line has an option, "--rate". A recording's settings give way to those only.
+  std::function<bool(const char*)> given = [](const char*) { return true; };
 };
 
 /// A camera that is open and calibrated, but not started.
@@ -82,9 +63,6 @@ struct Onlooker {
 /// A recording comes with calibration and settings. Its calibration is loaded unless the options name another; its
 /// settings apply to all that the command line does not set. It plays with its recorded timing, or at --rate if given.
 OpenedCamera openCamera(const SourceOptions& options, const Onlooker& onlooker = {});
-
-/// Adds --device, which stores the node number in `device`.
-CLI::Option* addDeviceOption(CLI::App& command, int& device);
 
 /// "1856x800" to a size. Throws Failure (usage) for anything but two numbers from 1 to 32767.
 cv::Size parseSize(const std::string& text, const std::string& option);

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "apps/stereo-camera/camera/DeviceName.hpp"
 
+#include <algorithm>
+#include <cctype>
 #include <filesystem>
-#include <regex>
+#include <string_view>
 
 #include "apps/stereo-camera/process/Failure.hpp"
 
@@ -21,18 +23,25 @@ fs::path followed(fs::path path) {
   return path;
 }
 
+// Number from one or two digits; -1 for any other text.
+int nodeNumber(std::string_view digits) {
+  const bool isNumber = !digits.empty() && digits.size() <= 2 &&
+                        std::all_of(digits.begin(), digits.end(), [](unsigned char c) { return std::isdigit(c) != 0; });
+  return isNumber ? std::stoi(std::string(digits)) : -1;
+}
+
 }  // namespace
 
 int deviceNode(const std::string& name) {
-  static const std::regex number("[0-9]{1,2}");
-  static const std::regex node("/dev/video([0-9]{1,2})");
-  if (std::regex_match(name, number)) {
-    return std::stoi(name);
+  if (const int node = nodeNumber(name); node >= 0) {
+    return node;
   }
+  constexpr std::string_view prefix = "/dev/video";
   const std::string path = followed(fs::path(name).lexically_normal()).string();
-  std::smatch match;
-  if (std::regex_match(path, match, node)) {
-    return std::stoi(match[1]);
+  if (path.rfind(prefix, 0) == 0) {
+    if (const int node = nodeNumber(std::string_view(path).substr(prefix.size())); node >= 0) {
+      return node;
+    }
   }
   std::error_code failure;
   if (name.rfind('/', 0) == 0 && !fs::exists(name, failure)) {

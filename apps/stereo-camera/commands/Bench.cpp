@@ -11,6 +11,7 @@
 #include "apps/stereo-camera/bench/LatencyFigures.hpp"
 #include "apps/stereo-camera/camera/CameraSource.hpp"
 #include "apps/stereo-camera/commands/Commands.hpp"
+#include "apps/stereo-camera/commands/Options.hpp"
 #include "apps/stereo-camera/output/Console.hpp"
 #include "apps/stereo-camera/pictures/Pictures.hpp"
 #include "apps/stereo-camera/process/Ended.hpp"
@@ -250,11 +251,11 @@ Action addBench(CLI::App& program) {
   options->source.matcher = "bm";
   CLI::App* const command =
       program.add_subcommand("bench", "measure a sustained run: all workers and three readers at once");
-  options->source.addTo(*command, {.rectified = true, .depth = true, .matcher = true});
+  addSourceOptions(*command, options->source, {.rectified = true, .depth = true, .matcher = true});
   command->add_option("--seconds", options->seconds, "time to measure")
       ->check(CLI::Range(0.1, 1e6))
       ->capture_default_str();
-  options->json.addTo(*command);
+  addJsonOption(*command, options->json);
   addPatienceOption(*command, options->patience);
   return [options] { bench(*options); };
 }

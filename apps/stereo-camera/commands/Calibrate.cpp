@@ -10,6 +10,7 @@
 #include "apps/stereo-camera/calibrate/CalibrationReport.hpp"
 #include "apps/stereo-camera/calibrate/CalibrationViews.hpp"
 #include "apps/stereo-camera/commands/Commands.hpp"
+#include "apps/stereo-camera/commands/Options.hpp"
 #include "apps/stereo-camera/output/Console.hpp"
 #include "apps/stereo-camera/output/Json.hpp"
 #include "apps/stereo-camera/output/Output.hpp"
@@ -133,7 +134,7 @@ Action addCalibrate(CLI::App& program) {
   CLI::App* const command =
       program.add_subcommand("calibrate", "make a calibration file from pictures of a chessboard");
   SourceOptions& source = options->live.source;
-  source.addTo(*command, {.scene = false, .calibration = false});
+  addSourceOptions(*command, source, {.scene = false, .calibration = false});
   auto* const folder = command
                            ->add_option("folder", options->folder,
                                         "folder of side-by-side pictures of the board; "
@@ -167,7 +168,7 @@ Action addCalibrate(CLI::App& program) {
       ->check(CLI::Range(1.0, 36000.0))
       ->capture_default_str();
   addPatienceOption(*command, options->live.patience);
-  options->json.addTo(*command);
+  addJsonOption(*command, options->json);
   return [options] { calibrate(*options); };
 }
 

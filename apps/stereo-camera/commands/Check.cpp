@@ -9,6 +9,7 @@
 
 #include "apps/stereo-camera/camera/CameraSource.hpp"
 #include "apps/stereo-camera/commands/Commands.hpp"
+#include "apps/stereo-camera/commands/Options.hpp"
 #include "apps/stereo-camera/output/Console.hpp"
 #include "apps/stereo-camera/output/Json.hpp"
 #include "apps/stereo-camera/pictures/Pictures.hpp"
@@ -188,10 +189,10 @@ Action addCheck(CLI::App& program) {
   auto options = std::make_shared<CheckOptions>();
   CLI::App* const command =
       program.add_subcommand("check", "check with any scene whether the calibration still fits the camera");
-  options->source.addTo(*command, {});
+  addSourceOptions(*command, options->source, {});
   command->add_option("--frames", options->frames, "frames to use")->check(CLI::Range(1, 1000))->capture_default_str();
   addPatienceOption(*command, options->patience);
-  options->json.addTo(*command);
+  addJsonOption(*command, options->json);
   return [options] { check(*options); };
 }
 

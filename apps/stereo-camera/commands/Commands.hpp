@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The subcommands, a source file each.
+// The subcommands, a source file each, and the program made of them.
 #pragma once
 
 #include <functional>
@@ -28,5 +28,9 @@ Action addCalibrate(CLI::App& program);
 Action addCheck(CLI::App& program);
 // Last: it completes all that were added before it.
 Action addCompletion(CLI::App& program);
+
+/// Parses the command line, and runs its command or prints what it asks for. Returns the exit code. Throws Failure,
+/// and whatever the command throws.
+int runCommand(int argc, char** argv);
 
 }  // namespace stereo::app

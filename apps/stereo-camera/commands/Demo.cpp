@@ -8,6 +8,7 @@
 
 #include "apps/stereo-camera/camera/CameraSource.hpp"
 #include "apps/stereo-camera/commands/Commands.hpp"
+#include "apps/stereo-camera/commands/Options.hpp"
 #include "apps/stereo-camera/output/Console.hpp"
 #include "apps/stereo-camera/output/Output.hpp"
 #include "apps/stereo-camera/pictures/DemoPage.hpp"
@@ -145,7 +146,7 @@ Action addDemo(CLI::App& program) {
   auto options = std::make_shared<DemoOptions>();
   CLI::App* const command =
       program.add_subcommand("demo", "run the camera briefly and make a page of everything it delivers");
-  options->source.addTo(*command, {.rectified = true, .depth = true, .matcher = true});
+  addSourceOptions(*command, options->source, {.rectified = true, .depth = true, .matcher = true});
   command->add_option("-o,--output", options->output, "folder for pictures and page")
       ->type_name("FOLDER")
       ->capture_default_str();

@@ -6,6 +6,7 @@
 
 #include "apps/stereo-camera/camera/CameraSource.hpp"
 #include "apps/stereo-camera/commands/Commands.hpp"
+#include "apps/stereo-camera/commands/Options.hpp"
 #include "apps/stereo-camera/doctor/DeviceChecks.hpp"
 #include "apps/stereo-camera/doctor/FileChecks.hpp"
 #include "apps/stereo-camera/doctor/SystemChecks.hpp"
@@ -112,7 +113,7 @@ Action addDoctor(CLI::App& program) {
                    "last octet of the stream's receiver's address " STEREO_CAMERA_STREAM_NETWORK "N")
       ->check(CLI::Range(1, 254))
       ->capture_default_str();
-  options->json.addTo(*command);
+  addJsonOption(*command, options->json);
   command->add_option("--probe", options->probe)->check(CLI::IsMember({"gstreamer", "v4l2"}))->group("");
   return [options] { doctor(*options); };
 }

@@ -8,6 +8,7 @@
 
 #include "apps/stereo-camera/camera/CameraSource.hpp"
 #include "apps/stereo-camera/commands/Commands.hpp"
+#include "apps/stereo-camera/commands/Options.hpp"
 #include "apps/stereo-camera/output/Console.hpp"
 #include "apps/stereo-camera/output/Json.hpp"
 #include "model/CameraFacts.hpp"
@@ -104,8 +105,8 @@ void info(const InfoOptions& options) {
 Action addInfo(CLI::App& program) {
   auto options = std::make_shared<InfoOptions>();
   CLI::App* const command = program.add_subcommand("info", "summary of device, sizes, rate and calibration");
-  options->source.addTo(*command, {.plays = false, .scene = false, .rectified = true});
-  options->json.addTo(*command);
+  addSourceOptions(*command, options->source, {.plays = false, .scene = false, .rectified = true});
+  addJsonOption(*command, options->json);
   return [options] { info(*options); };
 }
 

@@ -10,6 +10,7 @@
 
 #include "apps/stereo-camera/camera/CameraSource.hpp"
 #include "apps/stereo-camera/commands/Commands.hpp"
+#include "apps/stereo-camera/commands/Options.hpp"
 #include "apps/stereo-camera/output/Console.hpp"
 #include "apps/stereo-camera/output/Output.hpp"
 #include "apps/stereo-camera/pictures/Pictures.hpp"
@@ -173,7 +174,7 @@ Action addRecord(CLI::App& program) {
   auto options = std::make_shared<RecordOptions>();
   CLI::App* const command =
       program.add_subcommand("record", "write raw frames with their timestamps, lossless, for --replay");
-  options->source.addTo(*command, {.rectified = true, .depth = true, .matcher = true, .position = true});
+  addSourceOptions(*command, options->source, {.rectified = true, .depth = true, .matcher = true, .position = true});
   command->add_option("-o,--output", options->output, "folder for the recording")
       ->type_name("FOLDER")
       ->capture_default_str();

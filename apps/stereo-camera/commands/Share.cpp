@@ -6,6 +6,7 @@
 
 #include "apps/stereo-camera/camera/CameraSource.hpp"
 #include "apps/stereo-camera/commands/Commands.hpp"
+#include "apps/stereo-camera/commands/Options.hpp"
 #include "apps/stereo-camera/doctor/SystemChecks.hpp"
 #include "apps/stereo-camera/output/Console.hpp"
 #include "apps/stereo-camera/pictures/Pictures.hpp"
@@ -93,7 +94,7 @@ void share(const ShareOptions& options) {
 Action addShare(CLI::App& program) {
   auto options = std::make_shared<ShareOptions>();
   CLI::App* const command = program.add_subcommand("share", "offer the left eye to another process in shared memory");
-  options->source.addTo(*command, {.position = true});
+  addSourceOptions(*command, options->source, {.position = true});
   command->add_option("--seconds", options->seconds, "time to share; 0: until Ctrl-C")
       ->check(CLI::Range(0.0, 1e6))
       ->capture_default_str();

@@ -9,6 +9,7 @@
 
 #include "apps/stereo-camera/camera/CameraSource.hpp"
 #include "apps/stereo-camera/commands/Commands.hpp"
+#include "apps/stereo-camera/commands/Options.hpp"
 #include "apps/stereo-camera/output/Console.hpp"
 #include "apps/stereo-camera/output/Output.hpp"
 #include "apps/stereo-camera/pictures/DepthResults.hpp"
@@ -88,7 +89,7 @@ void snapshot(const SnapshotOptions& options) {
 Action addSnapshot(CLI::App& program) {
   auto options = std::make_shared<SnapshotOptions>();
   CLI::App* const command = program.add_subcommand("snapshot", "read one of each picture to files");
-  options->source.addTo(*command, {.rectified = true, .depth = true, .matcher = true});
+  addSourceOptions(*command, options->source, {.rectified = true, .depth = true, .matcher = true});
   command->add_option("-o,--output", options->output, "folder for the pictures")
       ->type_name("FOLDER")
       ->capture_default_str();

@@ -9,6 +9,7 @@
 
 #include "apps/stereo-camera/camera/CameraSource.hpp"
 #include "apps/stereo-camera/commands/Commands.hpp"
+#include "apps/stereo-camera/commands/Options.hpp"
 #include "apps/stereo-camera/doctor/SystemChecks.hpp"
 #include "apps/stereo-camera/output/Console.hpp"
 #include "apps/stereo-camera/pictures/Pictures.hpp"
@@ -117,7 +118,7 @@ void stream(const StreamOptions& options) {
 Action addStream(CLI::App& program) {
   auto options = std::make_shared<StreamOptions>();
   CLI::App* const command = program.add_subcommand("stream", "send pictures over the network as H.264");
-  options->source.addTo(*command, {.rectified = true, .matcher = true, .position = true});
+  addSourceOptions(*command, options->source, {.rectified = true, .matcher = true, .position = true});
   command
       ->add_option("--mode", options->mode,
                    "0 right eye, 1 both eyes, 2 rectified right eye, 3 both rectified eyes, 4 view and depth")

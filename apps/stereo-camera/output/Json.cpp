@@ -8,8 +8,6 @@
 #include <cstdio>
 #include <filesystem>
 
-#include <CLI/CLI.hpp>
-
 #include "apps/stereo-camera/output/Console.hpp"
 #include "apps/stereo-camera/output/Output.hpp"
 
@@ -108,28 +106,23 @@ std::string jsonKey(std::string_view name) {
   return key;
 }
 
-void JsonOption::addTo(CLI::App& command) {
-  command.add_option("--json", m_path, "file for the results as JSON; - for standard output instead of the text")
-      ->type_name("FILE");
-}
-
 void JsonOption::check() const {
-  if (wanted() && !replacesText() && isPlain(m_path)) {
-    writeFile(draftOf(m_path), "");
-    std::filesystem::remove(draftOf(m_path));
+  if (wanted() && !replacesText() && isPlain(path)) {
+    writeFile(draftOf(path), "");
+    std::filesystem::remove(draftOf(path));
   }
 }
 
 void JsonOption::write(const Json& figures) const {
   if (replacesText()) {
     results() << figures.text() << std::flush;
-  } else if (wanted() && isPlain(m_path)) {
-    const std::filesystem::path place(m_path);
+  } else if (wanted() && isPlain(path)) {
+    const std::filesystem::path place(path);
     OutputFolder folder(place.parent_path(), true, {});
     writeFile(folder.draft() / place.filename(), figures.text());
     folder.commit();
   } else if (wanted()) {
-    writeFile(m_path, figures.text());
+    writeFile(path, figures.text());
   }
 }
 

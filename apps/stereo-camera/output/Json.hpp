@@ -6,10 +6,6 @@
 #include <string>
 #include <string_view>
 
-namespace CLI {
-class App;
-}  // namespace CLI
-
 namespace stereo::app {
 
 /// Results as a JSON object, in the order in which they are added.
@@ -47,19 +43,16 @@ std::string jsonKey(std::string_view name);
 /// The option --json: results as JSON besides, or instead of, the text.
 class JsonOption {
 public:
-  void addTo(CLI::App& command);
+  std::string path;  ///< empty: no results as JSON; "-": standard output
 
-  bool wanted() const { return !m_path.empty(); }
+  bool wanted() const { return !path.empty(); }
   /// JSON replaces the text on standard output.
-  bool replacesText() const { return m_path == "-"; }
+  bool replacesText() const { return path == "-"; }
   /// Throws Failure (output) if the file cannot be written. Call it ahead, since the results may take long.
   void check() const;
   /// Writes the results if requested, to standard output or to the file, which is then complete or unchanged. Throws
   /// Failure (output).
   void write(const Json& figures) const;
-
-private:
-  std::string m_path;  // "-": standard output
 };
 
 }  // namespace stereo::app

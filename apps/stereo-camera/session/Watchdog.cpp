@@ -7,8 +7,6 @@
 #include <iostream>
 #include <utility>
 
-#include <CLI/CLI.hpp>
-
 #include "apps/stereo-camera/camera/CameraSource.hpp"
 #include "apps/stereo-camera/camera/SupportedFormats.hpp"
 #include "apps/stereo-camera/process/Ended.hpp"
@@ -30,12 +28,6 @@ constexpr std::chrono::milliseconds lookAround{20};  // interval of checks for s
 }
 
 }  // namespace
-
-void addPatienceOption(CLI::App& command, double& seconds) {
-  command.add_option("--patience", seconds, "seconds without a frame after which to give up")
-      ->check(CLI::Range(0.1, 3600.0))
-      ->capture_default_str();
-}
 
 Watchdog::Watchdog(OpenedCamera& opened, double patience)
     : Watchdog(*opened.camera, std::chrono::milliseconds(static_cast<long>(1000 * patience)), opened.askedSize) {}

@@ -10,16 +10,9 @@
 
 #include "sources/HostCamera.hpp"
 
-namespace CLI {
-class App;
-}
-
 namespace stereo::app {
 
 struct OpenedCamera;
-
-/// Adds --patience: seconds without a frame after which to give up.
-void addPatienceOption(CLI::App& command, double& seconds);
 
 /// Keeps the program from waiting forever on a camera that delivers nothing: reads have no timeout of their own.
 ///

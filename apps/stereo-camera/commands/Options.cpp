@@ -1,0 +1,97 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/stereo-camera/commands/Options.hpp"
+
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include "apps/stereo-camera/camera/CameraSource.hpp"
+#include "apps/stereo-camera/camera/DeviceName.hpp"
+#include "apps/stereo-camera/output/Json.hpp"
+
+namespace stereo::app {
+
+void addSourceOptions(CLI::App& command, SourceOptions& options, const SourceUse& use) {
+  options.given = [&command](const char* option) {
+    return command.get_option_no_throw(option) != nullptr && command.count(option) > 0;
+  };
+  auto* const simulated = command.add_flag("--simulate", options.simulate, "simulated camera in a room");
+  auto* const played =
+      command
+          .add_option("--replay", options.replay, "image, folder of images, video of side-by-side frames, or recording")
+          ->type_name("PATH");
+  auto* const opened = addDeviceOption(command, options.device);
+  auto* const configured =
+      command
+          .add_option("--settings", options.settings,
+                      "settings file, naming the device; with --simulate or --replay, settings for that")
+          ->type_name("FILE");
+  played->excludes(simulated);
+  opened->excludes(simulated)->excludes(played)->excludes(configured);
+  if (use.calibration) {
+    command.add_option("--calibration", options.calibration, "calibration file (the simulated camera brings its own)")
+        ->type_name("FILE");
+  }
+  command.add_option("--size", options.frameSize, "side-by-side frame, pixels")
+      ->type_name("WxH")
+      ->capture_default_str();
+  if (use.rectified) {
+    command.add_option("--rectified", options.rectifiedSize, "one rectified eye, pixels")
+        ->type_name("WxH")
+        ->capture_default_str();
+  }
+  command.add_option("--rate", options.rate, "frames per second; 0: as fast as possible")
+      ->check(CLI::Range(0.0, 1000.0))
+      ->capture_default_str();
+  if (use.depth) {
+    command
+        .add_option("--depth-mode", options.depthMode,
+                    "depth from the longitude-latitude (1) or the perspective pair (2)")
+        ->check(CLI::Range(1, 2))
+        ->capture_default_str();
+  }
+  if (use.matcher) {
+    command.add_option("--matcher", options.matcher, "semi-global (sgm) or block matching (bm)")
+        ->check(CLI::IsMember({"sgm", "bm"}))
+        ->capture_default_str();
+  }
+  if (use.position) {
+    command
+        .add_option("--position", options.position,
+                    "position of the camera on its machine (default: the calibration's)")
+        ->check(CLI::Range(0, 999));
+  }
+  command.add_option("--seed", options.seed, "seed of the simulated camera")->capture_default_str();
+  if (use.scene) {
+    command.add_flag("--still", options.still, "simulated scene without motion");
+    command.add_option("--faults", options.faults, "faults of the simulated camera: a file, or seed:N for random ones")
+        ->type_name("FILE")
+        ->excludes(opened)
+        ->excludes(played)
+        ->each([&options](const std::string&) { options.simulate = true; });
+  }
+  if (use.plays) {
+    command.add_flag("--once", options.once, "play the recording once instead of over and over");
+  }
+}
+
+CLI::Option* addDeviceOption(CLI::App& command, int& device) {
+  return command
+      .add_option_function<std::string>(
+          "--device", [&device](const std::string& name) { device = deviceNode(name); },
+          "video device: N or /dev/videoN, or a path below /dev/v4l")
+      ->type_name("DEVICE");
+}
+
+void addPatienceOption(CLI::App& command, double& seconds) {
+  command.add_option("--patience", seconds, "seconds without a frame after which to give up")
+      ->check(CLI::Range(0.1, 3600.0))
+      ->capture_default_str();
+}
+
+void addJsonOption(CLI::App& command, JsonOption& option) {
+  command.add_option("--json", option.path, "file for the results as JSON; - for standard output instead of the text")
+      ->type_name("FILE");
+}
+
+}  // namespace stereo::app

@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: Apache-2.0
+// Options that several commands take.
+#pragma once
+
+namespace CLI {
+class App;
+class Option;
+}  // namespace CLI
+
+namespace stereo::app {
+
+class JsonOption;
+struct SourceOptions;
+
+/// Which options a command takes besides those that name the source. The others keep their defaults.
+struct SourceUse {
+  bool plays = true;        ///< frames are read: --once
+  bool scene = true;        ///< for the simulated camera: --still, --faults
+  bool calibration = true;  ///< --calibration
+  bool rectified = false;   ///< --rectified
+  bool depth = false;       ///< --depth-mode
+  bool matcher = false;     ///< --matcher
+  bool position = false;    ///< --position
+};
+
+/// Adds the options of a source that the subcommand takes. `options` outlives the parsing, `command` the options.
+void addSourceOptions(CLI::App& command, SourceOptions& options, const SourceUse& use);
+
+/// Adds --device, which stores the node number in `device`.
+CLI::Option* addDeviceOption(CLI::App& command, int& device);
+
+/// Adds --patience: seconds without a frame after which to give up.
+void addPatienceOption(CLI::App& command, double& seconds);
+
+/// Adds --json: the file for the results.
+void addJsonOption(CLI::App& command, JsonOption& option);
+
+}  // namespace stereo::app
