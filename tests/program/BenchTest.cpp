@@ -10,8 +10,8 @@
 
 #include "apps/stereo-camera/process/Failure.hpp"
 #include "sim/SimulatedCamera.hpp"
-#include "tests/support/Program.hpp"
 #include "tests/support/Await.hpp"
+#include "tests/support/Program.hpp"
 #include "tests/support/TempDir.hpp"
 
 using stereo::app::ExitCode;
