@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The measured run as its user meets it.
+// `bench` as its user sees it.
 #include <filesystem>
 
 #include <gmock/gmock.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// `calibrate` and `check` as their user meets them.
+// `calibrate` and `check` as their user sees them.
 #include <filesystem>
 #include <regex>
 
@@ -45,7 +45,7 @@ TEST(CalibrateProgram, CalibratesTheSimulatedCameraAndCheckAgrees) {
   const std::string page = readFile(folder.path("calibration.html"));
   EXPECT_THAT(page, HasSubstr("data:image/jpeg;base64,"));
   EXPECT_THAT(page, HasSubstr("board-010.png"));
-  // One file: nothing that lies elsewhere.
+  // A single file that needs no other.
   EXPECT_THAT(page, Not(HasSubstr("src=\"board")));
   EXPECT_THAT(page, Not(HasSubstr("http")));
   const stereo::sim::Rig rig(1);
@@ -156,7 +156,7 @@ TEST(CalibrateProgram, TellsTheSizeThatWouldFitWhereNoBoardIsFound) {
   const stereo::test::TempDir pictures;
   const stereo::test::TempDir output;
   writeBoards(pictures, 12);
-  // Whoever counts squares instead of the corners between them.
+  // For users who count squares instead of the corners between them.
   const Outcome wrong =
       run({"calibrate", pictures.path(""), "--board", "7x6", "--square", "20", "-o", output.path("calibration.yml")});
   EXPECT_EQ(wrong.code, static_cast<int>(ExitCode::problems));

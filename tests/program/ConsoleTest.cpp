@@ -122,7 +122,7 @@ TEST_F(Console, OutputThatFindsNoRoomIsAFailure) {
 }
 
 TEST_F(Console, OutputThatNobodyReadsIsAFailure) {
-  // A pipe of its own, so that the reader is surely gone: opened for both, then for writing alone.
+  // A pipe of its own whose reader is certainly gone: opened for both, then only for writing.
   EXPECT_EQ(shell("mkfifo '" + file("pipe") + "' && exec 3<>'" + file("pipe") + "' 4>'" + file("pipe") +
                   "' 3>&- && \"$0\" info >&4"),
             static_cast<int>(ExitCode::output));
@@ -158,7 +158,7 @@ TEST_F(Console, JsonStandsBesideTheTextInAFile) {
   ASSERT_EQ(run({"info", "--simulate", "--json", file("info.json")}), 0) << m_err;
   EXPECT_THAT(m_out, HasSubstr("baseline"));
   EXPECT_TRUE(cv::FileStorage(file("info.json"), cv::FileStorage::READ).isOpened());
-  // Nothing half-done beside it.
+  // No unfinished file beside it.
   const auto files = std::filesystem::directory_iterator(m_folder.path());
   EXPECT_EQ(std::distance(begin(files), end(files)), 1);
   EXPECT_EQ(run({"info", "--simulate", "--json", file("none/info.json")}), static_cast<int>(ExitCode::output));

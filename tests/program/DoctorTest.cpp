@@ -35,7 +35,7 @@ Findings problems(const Findings& all) {
   return wrong;
 }
 
-// Exactly one thing wrong, and what it is.
+// Exactly one problem, and which.
 void expectProblem(const Findings& all, const std::string& what) {
   const Findings wrong = problems(all);
   ASSERT_EQ(wrong.size(), 1U) << (wrong.empty() ? "" : wrong.front().what);
@@ -161,7 +161,7 @@ TEST(Doctor, ExitCodeSaysWhetherAllIsWell) {
   EXPECT_EQ(wrong.wait(), static_cast<int>(ExitCode::usage));
 }
 
-// Without the stand-in there is no encoder; which network this machine is in is its own business.
+// Without the stand-in there is no encoder. The machine's network does not matter.
 TEST(Doctor, LooksForTheEncoder) {
   const TempDir folder;
   Program without(STEREO_CAMERA_PROGRAM, {"doctor", "--no-device", "--position", "732", "--stream"},

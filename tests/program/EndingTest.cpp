@@ -114,7 +114,7 @@ TEST_F(Ending, OfARecordingLeavesSnapshotWhatItHas) {
   EXPECT_FALSE(std::filesystem::exists(file("one/left.png")));
 }
 
-// What a shell makes of a program that a signal ended; -1 would be one that the signal killed.
+// The exit code that a shell gives a program ended by a signal; -1 would mean that the signal killed it.
 constexpr int afterSignal = 128;
 
 TEST_F(Ending, BySignalLeavesNoPictures) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The host program as its user meets it: a command line, an exit code, lines and files.
+// The host program as its user sees it: a command line, an exit code, lines and files.
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -42,7 +42,7 @@ protected:
     return {WEXITSTATUS(status), readFile(file("out")), readFile(file("err"))};
   }
 
-  // The program's own word on what went wrong: the last line on standard error, and the only one of its kind.
+  // The program's error message: the last line on standard error, and the only one of its kind.
   void expectFailure(const std::string& arguments, ExitCode code, const std::string& message) {
     const Outcome outcome = run(arguments);
     EXPECT_EQ(outcome.code, static_cast<int>(code)) << arguments << "\n" << outcome.err;
@@ -316,7 +316,7 @@ TEST_F(HostProgram, EndsWithAMessageWhenFramesStop) {
 TEST_F(HostProgram, SnapshotReplacesNothingUnasked) {
   const std::string shot = "snapshot --size 928x400 --still --patience 120 -o '";
   ASSERT_EQ(run(shot + file("shot") + "'").code, 0);
-  // Each of its files is in its way by itself, before any time is lost.
+  // Each of its files alone makes it fail, before any time is lost.
   int files = 0;
   std::filesystem::create_directory(file("one"));
   for (const auto& entry : std::filesystem::directory_iterator(file("shot"))) {

@@ -102,7 +102,7 @@ TEST(Page, ShowsDepthInColorsWithAScaleInMeters) {
         const cv::Vec3b found = colored.at<cv::Vec3b>(row, col);
         bool isClose = true;
         for (int channel = 0; channel < 3; ++channel) {
-          // Bytes wrap round: 2 is next to 254.
+          // Bytes wrap around: 2 is next to 254.
           isClose = isClose && std::abs(static_cast<std::int8_t>(expected[channel] - found[channel])) < 16;
         }
         ++compared;

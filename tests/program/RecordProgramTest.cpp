@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Recording and replaying as the host program's user meets them.
+// Recording and replaying as the host program's user sees them.
 #include <filesystem>
 
 #include <gmock/gmock.h>
@@ -71,7 +71,7 @@ TEST_F(RecordProgram, ReplayGivesTheSameBitsAsLive) {
       EXPECT_EQ(live == readFile(file(std::string("again/") + name)), true) << name << " is another, rate " << rate;
     }
   }
-  // What the command line says counts, the recording's settings stand in for the rest.
+  // The command line wins; the recording's settings fill in the rest.
   ASSERT_EQ(run({"snapshot", "--replay", file("taken"), "--rectified", "200x180", "-o", file("other")}), 0) << m_err;
   EXPECT_EQ(cv::imread(file("other/perspective-left.png")).size(), cv::Size(200, 180));
   EXPECT_EQ(cv::imread(file("other/lonlat-left.png")).size(), cv::Size(200, 180));
@@ -86,7 +86,7 @@ TEST_F(RecordProgram, KeepsTheCalibrationAsItWasBeforeTheStart) {
                  file("large")}),
             0)
       << m_err;
-  // Files tell it for frames 1856 pixels wide, whatever the width of these.
+  // Files give it for frames 1856 pixels wide, whatever the width of these.
   const auto intrinsic = [&](const std::string& folder) {
     cv::Mat matrix;
     cv::FileStorage(file(folder + "/calibration.yml"), cv::FileStorage::READ)["LeftIntrinsicMatrix"] >> matrix;
@@ -171,7 +171,7 @@ TEST_F(RecordProgram, ForeignFilesInTheFolderStay) {
   EXPECT_THAT(m_err, HasSubstr("settings.yml"));
   EXPECT_EQ(readFile(folder + "/settings.yml"), "mine\n");
   EXPECT_FALSE(std::filesystem::exists(folder + "/stamps.csv"));
-  // What is no file of a recording is in nobody's way, and stays too.
+  // Files that don't belong to a recording are left alone.
   std::filesystem::rename(folder + "/settings.yml", folder + "/notes.txt");
   EXPECT_EQ(run({"record", "--replay", file("none"), "-o", folder}), static_cast<int>(ExitCode::source));
   EXPECT_EQ(readFile(folder + "/notes.txt"), "mine\n");

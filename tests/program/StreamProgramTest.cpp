@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Streaming, receiving and sharing as their users meet them: processes that talk to each other. Runs only in a network
+// Streaming, receiving and sharing as their users see them: processes that talk to each other. Runs only in a network
 // of its own (scripts/in-own-network), so that nothing can leave.
 #include <csignal>
 #include <filesystem>

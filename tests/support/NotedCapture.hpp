@@ -65,7 +65,7 @@ public:
     if (!deliveries.empty()) {
       deliveries.back().nextAsked = std::min(deliveries.back().nextAsked, now());
     }
-    // Into an image of its own, of a type that nothing delivers: so it shows whether the read left it as it came, and
+    // Into an image of its own, of a type that nothing delivers. So it shows whether the read left it untouched, and
     // nothing is noted that the caller's image held before.
     cv::Mat picture(1, 1, CV_8SC1);
     const bool success = faulty.read(picture);

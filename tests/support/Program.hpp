@@ -85,7 +85,7 @@ private:
     return result;
   }
 
-  // As the system wants them: good as long as the strings are.
+  // As the system wants them; valid as long as the strings are.
   static std::vector<char*> pointers(std::vector<std::string>& strings) {
     std::vector<char*> result;
     result.reserve(strings.size() + 1);

@@ -59,7 +59,7 @@ Reading readFrom(const std::string& path, const Open& open) {
   }
 }
 
-// Sends one reading after the other; ends at the first that does not come.
+// Sends one reading after the other; ends at the first that fails.
 [[noreturn]] void readAll(const std::vector<std::string>& documents, std::size_t first, const std::string& path,
                           const Open& open, int results) {
   const rlimit noCore{0, 0};
@@ -69,7 +69,7 @@ Reading readFrom(const std::string& path, const Open& open) {
   }
   cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_SILENT);
   for (std::size_t k = first; k < documents.size(); ++k) {
-    // Of the processor's time: a document takes a few thousandths of it.
+    // Seconds of processor time. A document takes a few milliseconds.
     const itimerval limit{{0, 0}, {0, 300'000}};
     setitimer(ITIMER_VIRTUAL, &limit, nullptr);
     try {

@@ -34,7 +34,7 @@ bool inOwnNetwork() {
 
 StreamReceiver::StreamReceiver(int port) {
   gst_init(nullptr, nullptr);
-  // One decoder thread: with more, the decoder keeps the last pictures to itself until the stream ends.
+  // One decoder thread: with more, the decoder holds back the last pictures until the stream ends.
   const std::string text = "udpsrc port=" + std::to_string(port) +
                            " buffer-size=33554432 caps=\"application/x-rtp,media=video,encoding-name=H264,"
                            "clock-rate=90000,payload=96\" ! rtph264depay ! avdec_h264 max-threads=1 ! videoconvert ! "

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A process of its own that takes images from the camera's shared-memory segment by the handshake and checks each.
+// Takes images from the camera's shared-memory segment, by the handshake, and checks each.
 //
 //   segment_consumer KEY BYTES IMAGES
 //

@@ -38,10 +38,10 @@ void require(bool done, const std::string& what) {
   }
 }
 
-// A device that shows one picture for ever, so that whatever is read, and when, is made of the same frame.
+// A device that shows one picture forever, so that every read at any time is made of the same frame.
 std::unique_ptr<test::TestCamera> cameraOn(const cv::Mat& frame, const std::string& calibration, cv::Size rectified) {
   auto camera = std::make_unique<test::TestCamera>([frame](int) {
-    // A device's pace: it leaves the processor to the matcher.
+    // A camera's pace, which leaves the processor to the matcher.
     std::this_thread::sleep_for(std::chrono::milliseconds(30));
     return frame;
   });

@@ -117,7 +117,7 @@ void writeIngredients(const std::vector<Calibration>& calibrations, const Writer
   out.write("ingredient-inverse", inverses);
   out.write("ingredient-product", products);
   out.write("ingredient-norm", norms);
-  // Places that no image has, and none at all: maps of calibrations that make no sense hold such.
+  // Positions outside any image, and none at all: maps of absurd calibrations hold such.
   constexpr float infinity = std::numeric_limits<float>::infinity();
   const cv::Mat nowhere = (cv::Mat_<float>(1, 8) << std::numeric_limits<float>::quiet_NaN(), infinity, -infinity, 1e20F,
                            -1e20F, 40000.0F, -40000.0F, 3e6F);

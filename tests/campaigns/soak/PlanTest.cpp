@@ -62,7 +62,7 @@ TEST(SoakPlan, BringsEveryTwoChoicesTogether) {
   }
 }
 
-// What CTest lets live.
+// As long as CTest allows.
 TEST(SoakPlan, BringsEveryChoiceWithinTenLives) {
   auto left = choices(true);
   for (int life = 0; life < 10; ++life) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// That the soak sees what is held, and that its judge tells what leaks from what comes and goes.
+// The soak sees what is held, and tells a leak from what comes and goes.
 #include <memory>
 #include <thread>
 #include <vector>

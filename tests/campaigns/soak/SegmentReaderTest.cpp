@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// That the process that takes images from the segment takes what is right and notices what is wrong.
+// The process that takes images from the segment accepts good ones and notices bad ones.
 #include <atomic>
 #include <functional>
 #include <stdexcept>
@@ -97,7 +97,7 @@ protected:
   std::int32_t getWord() const { return std::atomic_ref<std::int32_t>(*word).load(); }
   void setWord(std::int32_t value) const { std::atomic_ref<std::int32_t>(*word).store(value); }
 
-  // What the taker ended with.
+  // The consumer's exit code.
   std::string failure() {
     over = !await([this] { return ended.load(); });
     taker.join();

@@ -181,7 +181,7 @@ bool Soak::await(const std::function<bool()>& condition) {
   return true;
 }
 
-// A moment of waiting, with all that has to be seen to meanwhile.
+// Waits a moment, and does what has to be done meanwhile.
 void Soak::tick() {
   alarm(hung);  // its signal ends the process: a stop that never comes back is told by nothing else
   sigset_t signals;

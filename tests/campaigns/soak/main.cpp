@@ -19,8 +19,8 @@ namespace {
 using stereo::soak::Breaks;
 using stereo::soak::Options;
 
-// What is freed goes back to the system, instead of being kept for an image of the same size by each of the allocator's
-// arenas, which takes hundreds of lives to come to an end.
+// Freed memory goes back to the system. Otherwise each of the allocator's arenas keeps some for an image of the same
+// size, which levels off only after hundreds of lives.
 void keepNothingFreed() {
   constexpr int bytes = 128 * 1024;  // the system's own limits at first; setting them keeps them there
   mallopt(M_MMAP_THRESHOLD, bytes);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A read of a GStreamer device that nothing ends. This program puts a function of its own in the place of the C
-// library's stat, to see which video device a stop looks for.
+// A read of a GStreamer device that nothing ends. This program replaces a function of the C
+// library, stat, to see which video device a stop looks for.
 #include <atomic>
 #include <condition_variable>
 #include <memory>
@@ -44,7 +44,7 @@ using stereo::test::TestCamera;
 
 namespace {
 
-// What the test and a device that outlives its camera share.
+// Shared by the test and a device that outlives its camera.
 struct Fate {
   std::mutex mutex;
   std::condition_variable changed;
@@ -54,7 +54,7 @@ struct Fate {
   std::atomic<bool> isGone{false};
 };
 
-// A pipeline of OpenCV's whose reads stall after the first few.
+// An OpenCV pipeline whose reads stall after the first few.
 class StalledPipeline : public cv::VideoCapture {
 public:
   explicit StalledPipeline(std::shared_ptr<Fate> fate)
@@ -108,7 +108,7 @@ TEST(AbandonedRead, LeavesDeviceAndThreadUntouchedUntilItReturns) {
     EXPECT_FALSE(camera.getRawFrame(frame, timestamp));
   }
   EXPECT_FALSE(fate->isGone);
-  // Long after the camera, the read returns: the thread ends, and takes the device with it.
+  // Long after the camera is gone, the read returns. The thread ends, and destroys the device.
   {
     const std::lock_guard lock(fate->mutex);
     fate->isLetGo = true;
@@ -117,7 +117,7 @@ TEST(AbandonedRead, LeavesDeviceAndThreadUntouchedUntilItReturns) {
   EXPECT_TRUE(await([&] { return fate->isGone.load(); }));
 }
 
-// Settings that are loaded meanwhile name the next device, not the one that is open.
+// Settings loaded meanwhile name the next device, not the open one.
 TEST(AbandonedRead, TheDeviceThatWasOpenedIsTold) {
   const auto fate = std::make_shared<Fate>();
   const TempDir folder;

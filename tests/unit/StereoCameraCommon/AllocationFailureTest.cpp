@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the camera does when its log, its device or a file's reader or writer cannot be had. This program's own
+// What the camera does when its log, its device or a file's reader or writer cannot be allocated. This program's own
 // non-throwing allocation refuses objects of a chosen size on demand.
 #include <atomic>
 #include <cstddef>
@@ -46,7 +46,7 @@ using stereo::test::TestCamera;
 using stereo::test::writeDocument;
 using Texts = std::vector<std::string>;
 
-// Objects of this size cannot be made while it lives.
+// While it lives, objects of this size cannot be allocated.
 template <typename Object>
 class Refusal {
 public:
@@ -59,7 +59,7 @@ public:
   Refusal& operator=(const Refusal&) = delete;
 };
 
-// Each must be refused alone.
+// Each must be refused on its own.
 static_assert(sizeof(SystemLog) != sizeof(cv::VideoCapture) && sizeof(SystemLog) != sizeof(cv::FileStorage) &&
               sizeof(cv::VideoCapture) != sizeof(cv::FileStorage));
 
@@ -157,7 +157,7 @@ TEST_F(AllocationFailure, SettingsFailWithoutAReader) {
   camera.m_logLevel = 8;
   camera.m_threshold = 9;
   const Refusal<cv::FileStorage> refusal;
-  // A file of no bytes is not given to the parser, but needs a reader as any other.
+  // An empty file is not given to the parser, but needs a reader like any other.
   for (const std::string& file : {path, m_dir.write("empty.yml", ""), m_dir.path("missing.yml")}) {
     const OutputCapture errors(2);
     EXPECT_FALSE(camera.loadConfig(file));

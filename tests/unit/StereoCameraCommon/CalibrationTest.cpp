@@ -58,7 +58,7 @@ void expectSame(const Document& actual, const Document& expected) {
   }
 }
 
-// What a camera with this calibration reads: the nine matrices behind the two numbers.
+// What a camera with this calibration returns: the two numbers, then the nine matrices.
 Document calibrationFile(double serial, double position, int number) {
   const std::vector<cv::Mat> left = someCalibration(number);
   const std::vector<cv::Mat> right = someCalibration(number + 1);
@@ -126,7 +126,7 @@ TEST_P(Calibration, NumbersAreTruncatedTowardZero) {
   EXPECT_EQ(camera.m_posNumber, 12345);
 }
 
-// Without a word, and what is there is taken all the same.
+// No message, and what is there is used.
 TEST_P(Calibration, AnyMissingValueFailsAndEmptiesItsMemberOnly) {
   calibrate(camera);
   for (const auto& [missing, ignored] : calibrationFile(0, 0, 0)) {
@@ -165,7 +165,7 @@ TEST_P(Calibration, RectifiedSizeAndReservedAreNotRead) {
   EXPECT_TRUE(camera.m_rectCameraMatrix.empty());
 }
 
-// Shapes and types are the business of those who compute with them.
+// Shapes and types are checked where they are used.
 TEST_P(Calibration, MatricesAreTakenAsTheyAre) {
   Document document = calibrationFile(77, 5, 1);
   document[2].second = (cv::Mat_<float>(2, 2) << 1.5F, 2.5F, 3.5F, 4.5F);
@@ -251,7 +251,7 @@ TEST_P(Calibration, IsSavedAsMatricesInItsOrder) {
   }
   expected.emplace_back("Reserved", cv::Mat(cv::Mat::eye(3, 3, CV_64F)));
   expectSame(readDocument(path()), expected);
-  // Once before the file is closed and once when it is complete; that the command fails is nobody's business.
+  // Once before the file is closed and once when it is complete. Nobody looks at the command's failure.
   const std::vector<std::size_t> lengths = sync.lengths();
   ASSERT_EQ(lengths.size(), 2U);
   EXPECT_LT(lengths[0], lengths[1]);
@@ -295,7 +295,7 @@ TEST_P(Calibration, SavingToAPathThatCannotBeWrittenWritesNothingAndSaysTrue) {
   EXPECT_EQ(errors.ownText(), "");
 }
 
-// Starting scales the intrinsic matrices to the raw frame; they are saved as they then are.
+// Starting scales the intrinsic matrices to the raw frame; they are saved scaled.
 TEST_P(Calibration, StartScalesWhatIsReadAndSaved) {
   calibrate(camera);
   const Document before = copyOf(camera);
@@ -352,7 +352,7 @@ TEST(CalibrationVector, SetsOneEyeAndTheTranslation) {
     EXPECT_TRUE(camera.setCalibParams(params, isRight));
     expectSame(matricesOf(camera), expected);
     EXPECT_TRUE(camera.m_rectCameraMatrix.empty());
-    // Deep copies: what the host does to its matrices afterwards stays its own.
+    // Deep copies: later changes to the host's matrices don't reach the camera.
     const Document kept = copyOf(camera);
     for (cv::Mat& matrix : params) {
       matrix.setTo(-1);

@@ -47,7 +47,7 @@ public:
 
 }  // namespace
 
-// A device that does not open leaves the camera closed, but with its log and its device, and without a word.
+// A device that does not open leaves the camera closed, with its log and its device, and without a message.
 TEST(CameraObject, KeepsADeviceThatDoesNotOpen) {
   const OutputCapture out(1);
   const OutputCapture errors(2);
@@ -62,8 +62,8 @@ TEST(CameraObject, KeepsADeviceThatDoesNotOpen) {
 
 namespace {
 
-// Asking every back end for a device leaves memory and threads behind in the libraries under them: in a process of its
-// own, which ends without looking back.
+// Asking every back end for a device leaks memory and threads in the libraries below. So this runs in a process of its
+// own, which ends without cleaning up.
 [[noreturn]] void openDeviceThree() {
   class Third : public StereoCamera {
   public:
@@ -190,7 +190,7 @@ TEST(SettingsConstructor, CameraWithoutLogAndDeviceSurvivesEveryOperationThatDoe
 
 namespace {
 
-// What the camera still had when its device was destroyed.
+// State of the camera when its device was destroyed.
 struct Farewell {
   int devices = 0;
   bool opened = true;
@@ -212,7 +212,7 @@ public:
 
 private:
   BareCamera& m_camera;
-  // Taken while the camera is whole; they outlive its derived part.
+  // Taken while the whole object lives; they outlive its derived part.
   std::atomic<bool>& m_isOpened = m_camera.m_isOpened;
   SystemLog*& m_log = m_camera.m_log;
   std::thread*& m_captureThread = m_camera.m_captureThread;
@@ -243,7 +243,7 @@ TEST(CameraDestruction, ClosesThenDropsLogThenDeviceThenThreads) {
 
 namespace {
 
-// The workers are held inside the device and the read, so that what ends the process is the thread object alone.
+// The workers are held inside the device and the read, so that only the thread object can end the process.
 void destroyWhileCapturing() {
   Gate gate;
   BareCamera camera;

@@ -37,7 +37,7 @@ TEST(CameraObject, IsPolymorphicAndNotCopied) {
   static_assert(std::is_default_constructible_v<StereoCamera> && std::is_constructible_v<StereoCamera, int> &&
                 std::is_constructible_v<StereoCamera, std::string>);
   static_assert(std::is_same_v<std::chrono::microseconds::rep, std::int64_t>);
-  // The table of virtual operations comes first, there being no base class in front of it.
+  // The virtual table comes first, since there is no base class.
   TestCamera camera;
   EXPECT_EQ(static_cast<void*>(&camera), static_cast<void*>(static_cast<StereoCamera*>(&camera)));
 }
@@ -99,9 +99,9 @@ TEST(CameraObject, EveryMemberHasItsDefault) {
 
 namespace {
 
-// Where a virtual operation stands in the table: a pointer to one holds its distance from the table's start in bytes,
-// plus one, or on processors that use a function's lowest address bit themselves a mark in its second part. The
-// destructor takes two places.
+// Index of a virtual operation in the table. A pointer to one holds its offset from the table's start in bytes,
+// plus one; on processors that use a function's lowest address bit, the mark is in its second part. The
+// destructor takes two entries.
 template <typename Operation>
 std::ptrdiff_t placeOf(Operation operation) {
   std::ptrdiff_t parts[2];
@@ -129,7 +129,7 @@ std::ptrdiff_t placeConst(Result (StereoCamera::*operation)(Arguments...) const)
 
 }  // namespace
 
-// Programs built against the table as it stands depend on it: an operation may not move.
+// Programs built against this table depend on it: no operation may move.
 TEST(CameraObject, VirtualOperationsKeepTheirPlaces) {
   using std::chrono::microseconds;
   const std::ptrdiff_t places[] = {
@@ -169,7 +169,7 @@ TEST(CameraObject, VirtualOperationsKeepTheirPlaces) {
   for (std::size_t i = 0; i < std::size(places); ++i) {
     EXPECT_EQ(places[i], static_cast<std::ptrdiff_t>(i) + 2) << "operation " << i + 2;
   }
-  // Nothing stands behind them: what a derived class adds comes next.
+  // Nothing follows them: what a derived class adds comes next.
   class Extended : public StereoCamera {
   public:
     virtual void added() {}
@@ -382,7 +382,7 @@ TEST(Setters, FrameSizeRefusesAnyOtherFormat) {
   }
 }
 
-// Without a device the values are stored all the same, but for the radius.
+// Without a device the values are stored too, except for the radius.
 TEST(Setters, AnswerFalseWithoutADevice) {
   TestCamera camera(noFrame);
   ASSERT_TRUE(camera.setRawFrameSize(cv::Size(1856, 800)));

@@ -229,7 +229,7 @@ TEST(CaptureWorker, SurvivesFramesThatChangeSizeTypeAndShrinkToOnePixel) {
     EXPECT_EQ(left.type(), right.type());
     EXPECT_EQ(whole, !left.empty());
     if (left.type() == CV_8UC1 && !left.empty()) {
-      // Not an image that the mask is made for: it arrives as it was delivered.
+      // The mask does not apply to such an image: it arrives as delivered.
       EXPECT_TRUE(sameBits(left, frames[4](cv::Rect(0, 0, 15, 8))));
       sawGray = true;
     }
@@ -352,7 +352,7 @@ TEST(StartCapture, MalformedCalibrationIsAnErrorForTheCaller) {
     camera.startCapture(false, false);
   };
   EXPECT_NO_THROW(start([](TestCamera&) {}));
-  // The left intrinsic matrix is not asked for before the maps are built, so that one missing alone ends here.
+  // The left intrinsic matrix is not checked before the maps are built, so if it alone is missing, the start ends here.
   EXPECT_THROW(start([](TestCamera& c) { c.m_leftIntrinsic.release(); }), cv::Exception);
   EXPECT_THROW(start([](TestCamera& c) { c.m_leftIntrinsic = cv::Mat::eye(3, 3, CV_32F); }), cv::Exception);
   EXPECT_THROW(start([](TestCamera& c) { c.m_rightXi = cv::Mat::ones(1, 1, CV_32F); }), cv::Exception);

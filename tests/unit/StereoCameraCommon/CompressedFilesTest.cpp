@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Settings and calibrations in compressed files, and what is told by a file's name.
+// Settings and calibrations in compressed files, and what a file's name selects.
 #include <cstdlib>
 #include <filesystem>
 #include <random>
@@ -25,7 +25,7 @@ protected:
     writeCompressed(compressedPath(), text);
     return settingsAt(compressedPath());
   }
-  // What is in the file, packed.
+  // The content, compressed.
   std::string packed(const std::string& text) const {
     writeCompressed(compressedPath(), text);
     return readFile(compressedPath());
@@ -69,7 +69,7 @@ TEST_P(CompressedFiles, WhatIsSavedLoads) {
   }
 }
 
-// A digit says how hard to compress, and is no part of the name. What is behind a question mark are parameters.
+// A digit is the level of compression, not part of the name. Parameters follow a question mark.
 TEST_P(CompressedFiles, NamesAreTakenAsTheStorageLayerTakesThem) {
   const SyncProbe sync(path());
   TestCamera saver;
@@ -87,7 +87,7 @@ TEST_P(CompressedFiles, NamesAreTakenAsTheStorageLayerTakesThem) {
   EXPECT_EQ(camera.m_deviceNode, 7);
   EXPECT_EQ(settingsAt("?" + path()), Outcome::malformed);
   EXPECT_EQ(settingsFrom(m_dir.path("two\nlines." + GetParam()), settingsText(7)), Outcome::malformed);
-  // Without such an end nothing is unpacked.
+  // Without such an extension nothing is inflated.
   EXPECT_EQ(settingsFrom(path(), packed(settingsText(7))), Outcome::malformed);
   EXPECT_EQ(settingsFrom(path() + ".GZ", packed(settingsText(7))), Outcome::malformed);
 }
@@ -132,7 +132,7 @@ TEST_P(CompressedFiles, DamagedAnywhere) {
   }
 }
 
-// A legal document, but for its size.
+// A legal document except for its size.
 TEST_P(CompressedFiles, ThatUnpackToTooMuchAreRefused) {
   const std::string text = settingsText(8);
   const std::size_t line = text.find('\n') + 1;

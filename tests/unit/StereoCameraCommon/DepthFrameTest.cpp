@@ -116,7 +116,7 @@ TEST_F(DepthFrame, ColorWithoutADisparitySetsOnlyTheStamp) {
   EXPECT_GE(timestamp.count(), 1000);
 }
 
-// It looks at the disparity under the capture side's mutex: a disparity worker that holds its own is not waited for.
+// It reads the disparity under the capture side's mutex, so it does not wait for a disparity worker that holds its own.
 TEST_F(DepthFrame, ColorDoesNotWaitForTheDisparityMutex) {
   start();
   const std::lock_guard held(camera.m_disparityMutex);
@@ -134,7 +134,7 @@ TEST_F(DepthFrame, ColorIsReleasedByStopCaptureWithOutputsUntouched) {
     EXPECT_FALSE(camera.getDepthFrame(depth, true, timestamp));
     returned = true;
   });
-  // The stop reaches a reader that waits; this one may not have come that far at the first.
+  // The stop reaches a reader that waits; at the first stop this one may not have got there.
   EXPECT_TRUE(await([&] {
     camera.stopCapture();
     return returned.load();
@@ -159,7 +159,7 @@ TEST_F(DepthFrame, MetricFillsANewImage) {
   }
 }
 
-// A header without a reference of its own, as a wrapper of foreign memory makes it.
+// A header without a reference count, as a wrapper of foreign memory makes it.
 TEST_F(DepthFrame, MetricOfAPartOfItsOwnOutput) {
   for (const int mode : {1, 2}) {
     for (const cv::Size size : {cv::Size(20, 16), cv::Size(20, 12)}) {

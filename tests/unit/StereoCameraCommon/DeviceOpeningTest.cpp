@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the constructors do with the device they make. This program puts functions of its own in the place of OpenCV's,
-// so that a numbered device opens where there is none.
+// What the constructors do with the device they make. This program replaces functions of OpenCV,
+// so that a numbered device opens although there is none.
 #include <utility>
 #include <vector>
 

@@ -35,7 +35,7 @@ FedCamera::Feed always(const RectifiedFrame& frame) {
   };
 }
 
-// What is published next, once something is.
+// The next result.
 StereoCamera::TimeFrame nextDisparity(TestCamera& camera) {
   StereoCamera::TimeFrame result;
   EXPECT_TRUE(await([&] {
@@ -226,8 +226,8 @@ TEST(DisparityWorker, HoldsItsMutexWhileItSleeps) {
   camera.m_algorithm = 2;
   camera.startStereoCompute();
   nextDisparity(camera);
-  // A cycle without matching takes microseconds, so that nearly all of the worker's time is the sleep: whoever tries
-  // for the mutex mostly finds it taken.
+  // A cycle without matching takes microseconds, so the worker sleeps nearly all of the time: whoever tries
+  // to lock the mutex mostly finds it locked.
   int taken = 0;
   int tries = 0;
   EXPECT_TRUE(await([&] {
@@ -266,7 +266,7 @@ TEST(StopStereoCompute, InTheWrongOrderAndTwice) {
   EXPECT_EQ(camera.m_computeThread, nullptr);
 }
 
-// A host's reader is not to be released when only the disparity worker is.
+// Stopping only the disparity worker must not release a host's reader.
 TEST(StopStereoCompute, LeavesReadersOfFramesWaiting) {
   FedCamera camera(always(shiftedPair(pairSize, 8, 1)));
   camera.startStereoCompute();

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Settings and calibration files against OpenCV's storage layer by itself: what it reads is read here, with the same
-// values; what it refuses is refused; so is what it does not survive.
+// Settings and calibration files against OpenCV's own storage layer: what it reads is read here, with the same
+// values; what it refuses, or does not survive, is refused.
 #include <algorithm>
 #include <string>
 #include <vector>
@@ -74,7 +74,7 @@ TEST_P(DocumentOracle, ChangedDocumentsAreReadOrRefused) {
   EXPECT_GT(seen.refused, documents.size() / 10);
 }
 
-// A guard that lets everything through is lost with these, one that refuses everything with the documents above.
+// A guard that accepts everything fails here; one that refuses everything fails with the documents above.
 TEST(DocumentOracleAlone, WhatOpenCvDoesNotSurviveIsRefused) {
   const std::string yaml = "%YAML:1.0\n---\n";
   const std::string xml = "<?xml version=\"1.0\"?>\n<opencv_storage>\n";

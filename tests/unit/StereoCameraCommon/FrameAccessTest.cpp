@@ -99,7 +99,7 @@ TEST(GetRectStereoFrame, DepthModeChoosesThePairAndTheViewStaysPerspective) {
     EXPECT_TRUE(sameBits(right, remapped(rightEye, maps[1])));
     EXPECT_TRUE(sameBits(view, remapped(leftEye, camera.m_rectifyMaps[0])));
     EXPECT_NE(timestamp.count(), 0);
-    // The two pairs differ, so that a mix-up would show.
+    // The pairs differ, so that mixing them up would show.
     EXPECT_FALSE(sameBits(remapped(leftEye, camera.m_lonLatMaps[0]), remapped(leftEye, camera.m_rectifyMaps[0])));
     cv::Mat again[3];
     ASSERT_TRUE(camera.getRectStereoFrame(again[0], again[1], again[2]));
@@ -157,7 +157,7 @@ TEST(GetRectStereoFrame, PixelsFromOutsideTheEyeAreBlack) {
   EXPECT_GT(outside, 0);
 }
 
-// A derived class that replaces the frame source at the one place changes every rectified read.
+// A derived class that replaces the one frame source changes every rectified read.
 TEST(GetRectStereoFrame, TakesItsEyesThroughTheVirtualTable) {
   struct Derived : RunningCamera {
     explicit Derived(int depthMode) : RunningCamera(depthMode) {}
@@ -184,7 +184,7 @@ TEST(GetRectStereoFrame, TakesItsEyesThroughTheVirtualTable) {
   EXPECT_TRUE(sameBits(view, remapped(rightEye, camera.m_rectifyMaps[0])));
   EXPECT_EQ(camera.calls, 2);
 
-  // A source that fails: outputs stay as they came, and the answer is about them.
+  // A source that fails: outputs stay untouched, and the result says whether they are filled.
   camera.answer = false;
   cv::Mat none[3];
   timestamp = microseconds(0);
@@ -245,7 +245,7 @@ TEST(Reads, GiveCopiesThatTheWorkerAndOtherHeadersNeverShare) {
   EXPECT_EQ(cv::countNonZero(keptLeft.reshape(1) != sentinel), 0);
   EXPECT_EQ(cv::countNonZero(keptRaw.reshape(1) != sentinel), 0);
 
-  // Nor are pixels that belong to the caller alone, outside any matrix, written into.
+  // Nor are pixels that the caller owns, outside any matrix, written to.
   std::vector<uchar> own(static_cast<std::size_t>(rawSize.area()) * 3, sentinel);
   cv::Mat wrapped(rawSize, CV_8UC3, own.data());
   ASSERT_TRUE(camera.getRawFrame(wrapped, timestamp));
@@ -318,7 +318,7 @@ TEST_F(PublishedByHand, StopCaptureReleasesWaitingReadersWithTheirOutputsUntouch
       EXPECT_FALSE(stopped.getRectStereoFrame(images[3], right));
       ++returned;
     });
-    // The stop reaches those that wait; a reader may not have come that far at the first.
+    // The stop reaches readers that wait; at the first stop a reader may not have got there.
     EXPECT_TRUE(await([&] {
       stopped.stopCapture();
       return returned == 3;
@@ -342,7 +342,7 @@ TEST_F(PublishedByHand, AReaderWaitsAsLongAsNobodyPublishes) {
     EXPECT_FALSE(camera.getRawFrame(frame, timestamp));
     done = true;
   });
-  // Nothing to wait for here but time itself: the point is that it passes without a return.
+  // Only time can be waited for here: the call must not return while it passes.
   EXPECT_FALSE(await([&] { return done.load(); }, std::chrono::milliseconds(150)));
   EXPECT_TRUE(await([&] {
     camera.stopCapture();

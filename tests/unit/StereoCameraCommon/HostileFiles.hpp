@@ -17,12 +17,12 @@ namespace stereo::test {
 
 enum class Outcome { loaded, incomplete, malformed };
 
-// A matrix as the file has it, whether it makes sense or not.
+// A matrix as it stands in the file, plausible or not.
 struct Raw {
   std::string key, rows = "1", cols = "1", type = "d", data = "1";
 };
 
-// Without what a sanitizer's allocator says when it refuses.
+// Without what a sanitizer's allocator prints when it refuses.
 inline std::string withoutAllocatorWarnings(const std::string& output) {
   return std::regex_replace(output, std::regex("==[0-9]+==WARNING: [^\\n]*\\n"), "");
 }
@@ -54,7 +54,7 @@ inline std::string textOf(const std::string& syntax, const std::vector<Raw>& mat
   return syntax == "yml" ? "%YAML:1.0\n---\n" + text : "{\n" + text + "\n}\n";
 }
 
-// Loads whatever it is given into cameras with known values, and checks of every outcome what it promises.
+// Loads anything into cameras with known values, and checks what each outcome promises.
 class HostileFiles : public testing::TestWithParam<std::string> {
 public:
   std::string path() const { return m_dir.path("hostile." + GetParam()); }
@@ -133,7 +133,7 @@ public:
   }
 
 protected:
-  // How many of the camera's nine matrices are still those that it had before the file.
+  // How many of the camera's nine matrices are still those from before the load.
   int untouched() const {
     TestCamera before;
     calibrate(before);

@@ -87,7 +87,7 @@ TEST_P(HostileFiles, Noise) {
   }
 }
 
-// One character changed: whatever comes of it, the promises of the outcome hold.
+// One character changed: the outcome may be any, but keeps its promises.
 TEST_P(HostileFiles, SingleCharactersChanged) {
   std::mt19937 random(20240301);
   const std::string characters = "[]{}\"'-! \n<>&/%#|?,\t0e.nz\x80";
@@ -162,7 +162,7 @@ using HostileFilesDeathTest = HostileFiles;
 INSTANTIATE_TEST_SUITE_P(Syntax, HostileFilesDeathTest, testing::Values("yml", "xml", "json"),
                          [](const auto& instance) { return instance.param; });
 
-// The parser calls itself for each level.
+// The parser recurses at each level.
 TEST_P(HostileFilesDeathTest, NestingThatNoStackHolds) {
   std::string text;
   for (int i = 0; i < 200'000; ++i) {
@@ -174,7 +174,7 @@ TEST_P(HostileFilesDeathTest, NestingThatNoStackHolds) {
   EXPECT_EXIT(loadBoth(*this, head + text), testing::ExitedWithCode(bothMalformed), "");
 }
 
-// The reader has room for 32 sizes.
+// The reader has room for 32 dimensions.
 TEST_P(HostileFilesDeathTest, MatricesOfTooManyDimensions) {
   for (const int dimensions : {33, 40, 3000}) {
     {
@@ -208,7 +208,7 @@ TEST_P(HostileFilesDeathTest, EndAfterTheNameOfAnAttribute) {
   }
 }
 
-// A parser that waits for what does not come would keep the host for ever.
+// A parser that waits for more would block the host forever.
 TEST_P(HostileFilesDeathTest, StreamsThatNeverBegin) {
   if (GetParam() != "yml") {
     return;  // no other syntax has several

@@ -8,7 +8,7 @@
 
 using namespace stereo::test;
 
-// Where a sanitizer's allocator is asked for more than there is, it is to answer as the system's does.
+// A sanitizer's allocator shall refuse too large requests as the system's does.
 // NOLINTBEGIN(bugprone-reserved-identifier): the sanitizers' own names
 extern "C" const char* __asan_default_options();
 extern "C" const char* __asan_default_options() { return "allocator_may_return_null=1:max_allocation_size_mb=4096"; }
@@ -45,7 +45,7 @@ TEST_P(HostileValues, MatricesThatClaimWhatTheyDoNotHold) {
   }
 }
 
-// What could not be read must not be left half made either: a matrix of this size but of nobody's values.
+// Nor may a failed read leave a matrix of the new size with undefined values.
 TEST_P(HostileValues, MatrixThatFailsToReadLeavesItsMemberAlone) {
   writeFile(path(), textOf(GetParam(), {Raw{"LeftXi", "3", "5", "d", "1 2"}}));
   TestCamera fresh;
@@ -85,7 +85,7 @@ TEST_P(HostileValues, NumbersThatNoIntHolds) {
   }
 }
 
-// A size needs two numbers in its first row, a number one; nothing at all is as if the key were missing.
+// A size needs two numbers in its first row, a number one. An empty matrix counts as a missing key.
 TEST_P(HostileValues, ShapesOtherThanStated) {
   const Raw device = number("DeviceNode", "3");
   for (const char* const key : {"FrameSize", "RectifyFrameSize"}) {
@@ -127,7 +127,7 @@ TEST_P(HostileValues, OtherElementTypesAreConverted) {
   }
 }
 
-// The same for the numbers of the calibration file, whose matrices are nobody's business here.
+// The same for the numbers of the calibration file; its matrices don't matter here.
 TEST_P(HostileValues, CalibrationNumbersOfAnyTypeAndSize) {
   std::vector<Raw> document;
   for (const char* const key :

@@ -31,12 +31,12 @@ protected:
       m_threshold = 14;
     }
     ~Camera() override {
-      // The worker calls virtual operations: it has to end before this class does.
+      // The worker calls virtual operations, so it must end before this class is destroyed.
       stopStereoCompute();
       stopCapture();
     }
     void getDepthFrame(cv::Mat& disparity, cv::Mat& depth) override {
-      // Whether another thread could have the mutex now.
+      // Whether another thread could lock the mutex now.
       std::thread([this] {
         const std::unique_lock lock(m_disparityMutex, std::try_to_lock);
         mutexFree = lock.owns_lock();
@@ -149,7 +149,7 @@ TEST_F(PointCloud, TheStampIsTheNewestFrames) {
 }
 
 TEST_F(PointCloud, DepthComesThroughTheVirtualTableUnlockedOnlyInThePlainForm) {
-  // Somebody who publishes may have the mutex just then, so more than one look may be needed.
+  // A publisher may hold the mutex at that moment, so try more than once.
   std::vector<cv::Vec3f> plain;
   EXPECT_TRUE(await([&] {
     whilePublishing([&] { return camera.getPointCloud(plain, timestamp); });
@@ -234,7 +234,7 @@ TEST_F(PointCloud, WaitingReadersAreReleasedByEitherStop) {
       --waiting;
     });
     EXPECT_TRUE(await([&] { return waiting == 2; }));
-    // A reader may have said that it waits just before it does; the stop that ends a worker reaches those that wait.
+    // A reader announces its wait just before it waits; a stop reaches only readers that wait.
     EXPECT_TRUE(await([&] {
       if (capture) {
         camera.stopCapture();

@@ -14,7 +14,7 @@ namespace stereo::test {
 
 namespace {
 
-// What documents are made of, where it means something and where it does not.
+// Parts of documents, in places where they mean something and where they don't.
 constexpr std::array<std::string_view, 51> pieces{": ",
                                                   ", :",
                                                   ",:",
@@ -287,7 +287,7 @@ private:
       } else {
         yamlScalar(true);
       }
-      // A text without quotes goes on to the comma.
+      // An unquoted text ends at the comma.
       m_text += chance(3) && (m_text.back() == '"' || m_text.back() == '}') ? " " : "";
     }
     if (m_text.back() == '[' || m_text.back() == '{' || m_text.back() == '"' || m_text.back() == ']') {

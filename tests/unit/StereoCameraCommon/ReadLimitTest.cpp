@@ -89,7 +89,7 @@ TEST(ReadLimit, AsksWithNoLockHeld) {
   }
 }
 
-// However the frame falls in with the asking.
+// Whenever the frame comes relative to the question.
 TEST(ReadLimit, ChangesNothingForAReadThatGetsItsFrame) {
   std::atomic<int> number{0};
   TestCamera camera([&](int) { return stereo::test::twoColors({64, 32}, cv::Scalar::all(number), {4, 5, 6}); });

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Many readers at once, starts and stops among them.
+// Many readers at once, with starts and stops.
 #include <atomic>
 #include <thread>
 
@@ -26,7 +26,7 @@ cv::Mat numbered(int number) {
                                  cv::Scalar(number & 0xFF, (number >> 8) & 0xFF, 2));
 }
 
-// The number that all pixels of an eye agree on; -1 where they don't, or where they are another eye's.
+// The number in all pixels of an eye; -1 if they differ or belong to the other eye.
 int numberOf(const cv::Mat& eye, int side) {
   const cv::Vec3b pixel = eye.at<cv::Vec3b>(0, 0);
   const cv::Mat different = cv::Mat(eye != cv::Mat(eye.size(), eye.type(), cv::Scalar(pixel[0], pixel[1], pixel[2])));
@@ -85,7 +85,7 @@ TEST(Readers, EightAtOnceGetWholeConsistentFramesNeverOlderThanTheirCall) {
   }
 }
 
-// A frame is published after its read has returned and before the next read begins, and so lies its timestamp.
+// A frame is published, and stamped, after its read has returned and before the next read begins.
 TEST(Readers, TheStampIsThatOfTheFrame) {
   std::mutex mutex;
   std::vector<microseconds> asked;      // by the number of the read

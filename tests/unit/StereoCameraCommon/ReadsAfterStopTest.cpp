@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What reads return once the capture worker was stopped, and where frames come from elsewhere.
+// What reads return after the capture worker has stopped, and when frames come from elsewhere.
 #include <atomic>
 #include <thread>
 #include <vector>
@@ -46,7 +46,7 @@ void prepare(TestCamera& camera) {
   camera.m_rectFrameSize = rectifiedSize;
 }
 
-// Hands frames to the readers itself, from a thread of its own, once it is told to.
+// Publishes frames itself, from its own thread, once told to.
 class OwnPublisher : public TestCamera {
 public:
   ~OwnPublisher() override { endPublishing(); }
@@ -115,7 +115,7 @@ TEST(ReadsAfterStop, WaitingRectifiedReadersAreReleasedWithFalse) {
   EXPECT_TRUE(four.isUntouched());
 }
 
-// The read's own failure is told by its outputs, as it is without a stop.
+// The read's own failure shows in its outputs, as without a stop.
 TEST(ReadsAfterStop, OfAnOverrideThatFailsCountTheirOutputs) {
   struct Failing : TestCamera {
     Failing() : TestCamera([](int) { return aFrame(); }) {}
@@ -172,7 +172,7 @@ TEST(ReadsAfterStop, GoOnWhereADerivedClassPublishes) {
   }
 }
 
-// A stop that found no worker says nothing of what a derived class may publish later.
+// A stop that found no worker does not end what a derived class may publish later.
 TEST(ReadsAfterStop, WaitWhereNoWorkerWasStopped) {
   OwnPublisher camera;
   camera.stopCapture();
@@ -200,7 +200,7 @@ TEST(ReadsAfterStop, AReaderIsReleasedWhenADerivedClassFallsSilent) {
     EXPECT_FALSE(camera.getRawFrame(frame, timestamp));
     done = true;
   });
-  // The reader may not yet wait at the first of them.
+  // At the first of them the reader may not wait yet.
   EXPECT_TRUE(await([&] {
     camera.stopCapture();
     return done.load();
@@ -269,7 +269,7 @@ TEST(CloudsAfterStop, FailWhereTheDisparityWorkerHasNoFrames) {
   EXPECT_FALSE(camera.getPointCloud(points, timestamp));
 }
 
-// However the stop falls in with a read that is just about to wait, while other readers hold the mutex.
+// Whenever the stop comes to a read that is about to wait, while other readers hold the mutex.
 TEST(CloudsAfterStop, NoReaderIsLeftWaiting) {
   for (int round = 0; round < 20; ++round) {
     TestCamera camera([](int) { return aFrame(); });

@@ -34,7 +34,7 @@ class Settings : public testing::TestWithParam<std::string> {
 protected:
   std::string path(const std::string& name = "settings") const { return m_dir.path(name + "." + GetParam()); }
 
-  // Loads a file of these keys; returns what the camera and the result had to say.
+  // Loads a file with these keys; returns the camera's messages and the result.
   bool load(const Document& document, std::string* messages = nullptr) {
     writeDocument(path(), document);
     const OutputCapture errors(2);
@@ -194,7 +194,7 @@ TEST_P(Settings, StreamRateIsHeldAtTheFrameRate) {
     EXPECT_EQ(camera.m_transrate, c.result) << c.rate;
     EXPECT_EQ(messages, c.corrected ? transrateMessage : "") << c.rate;
   }
-  // Without a frame rate in the file its fallback counts, not what the camera had.
+  // Without a frame rate in the file, its fallback applies, not the camera's old rate.
   camera.m_frameRate = 100.0F;
   std::string messages;
   EXPECT_TRUE(load({{"DeviceNode", row({0})}, {"Transrate", row({30.5})}}, &messages));
@@ -202,7 +202,7 @@ TEST_P(Settings, StreamRateIsHeldAtTheFrameRate) {
   EXPECT_EQ(messages, transrateMessage);
 }
 
-// A rate that is not in the file is not looked at, even if the new frame rate is lower.
+// A rate that is not in the file is not adjusted, even if the new frame rate is lower.
 TEST_P(Settings, StreamRateOfTheCameraIsNotCorrected) {
   camera.m_transrate = 50.0;
   EXPECT_TRUE(load({{"DeviceNode", row({0})}, {"FrameRate", row({10})}}));
@@ -266,7 +266,7 @@ TEST_P(Settings, CorrectionsComeInTheirOrderAndLoadingGoesOn) {
   EXPECT_EQ(camera.m_depthmode, 1);
 }
 
-// What is applied before the device node stays applied; the rest is not looked at.
+// What is applied before the device node stays applied; the rest is ignored.
 TEST_P(Settings, MissingDeviceNodeFailsAfterLevelThresholdAndAlgorithm) {
   camera.m_rectFrameSize = cv::Size(10, 20);
   camera.m_hFov = 77.0;
@@ -334,7 +334,7 @@ TEST_P(Settings, AreSavedAsMatricesInTheirOrder) {
     EXPECT_EQ(saved[i].first, expected[i].first);
     EXPECT_TRUE(sameBits(saved[i].second, expected[i].second)) << saved[i].first << saved[i].second;
   }
-  // Once before the file is closed and once when it is complete; that the command fails is nobody's business.
+  // Once before the file is closed and once when it is complete. Nobody looks at the command's failure.
   const std::vector<std::size_t> lengths = sync.lengths();
   ASSERT_EQ(lengths.size(), 2U);
   EXPECT_LT(lengths[0], lengths[1]);

@@ -202,12 +202,12 @@ TEST(SharedMemory, RemovalThatFailsIsReportedAndTheWorkerEnds) {
   EXPECT_TRUE(await([&] { return camera.device().reads() > 11; }));
   shmctl(shmget(camera.getPosNumber() + 9000, 0, 0), IPC_RMID, nullptr);
   EXPECT_TRUE(camera.stopCapture());
-  // Once removed the segment stays until the worker lets go; removing it again then fails.
+  // A removed segment stays until the worker detaches; removing it again then fails.
   EXPECT_THAT(recordTexts(err.text()), testing::ElementsAre("Delete share memory error!"));
   EXPECT_EQ(recordTexts(out.text()).back(), "Stop get frame done.\n");
 }
 
-// The process ends with status 1 in each of these: its own report is all that tells why.
+// The process ends with status 1 in each of these; only its report says why.
 
 class SharedMemoryDeathTest : public testing::Test {
 protected:

@@ -75,7 +75,7 @@ TEST_F(SteadyState, ReadingIntoKeptImagesAllocatesNothing) {
   camera.stopCapture();
 }
 
-// What an image that is not kept costs, so that the figures above mean something.
+// What an image costs that is not reused, so that the figures above mean something.
 TEST_F(SteadyState, ReadingIntoNewImagesIsCounted) {
   camera.startCapture(false, false);
   microseconds timestamp{0};

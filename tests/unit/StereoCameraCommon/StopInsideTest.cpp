@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Stop operations while others are in the middle of something: the disparity worker of a cycle, the caller of a cloud.
+// Stopping in the middle of something: a cycle of the disparity worker, or the making of a cloud.
 #include <atomic>
 #include <condition_variable>
 #include <thread>
@@ -22,7 +22,7 @@ using stereo::test::twoColors;
 
 namespace {
 
-// Delivers a frame for each that is granted, to a disparity worker whose reads are counted.
+// Delivers as many frames as are granted, to a disparity worker whose reads are counted.
 class GatedCamera : public TestCamera {
 public:
   GatedCamera() {
@@ -115,7 +115,7 @@ void expectToReturn(bool capture, bool disparity) {
   }
   reader.join();
   EXPECT_TRUE(camera.wasStopped());
-  // The lock was given back.
+  // The lock was released.
   const std::unique_lock lock(camera.m_disparityMutex, std::try_to_lock);
   EXPECT_TRUE(lock.owns_lock());
 }
@@ -160,14 +160,14 @@ TEST(StopStereoCompute, LetsTheReadInProgressGetItsFrameAndPublishIt) {
     return done.load();
   }));
   stopper.join();
-  // A machine under load may have been too slow to deliver in time.
+  // A loaded machine may have been too slow to deliver in time.
   if (steady_clock::now() - asked < stereo::ReadWatchdog::firstGrace) {
     EXPECT_GT(camera.latestDisparity(), before);
   }
   EXPECT_LE(camera.begun, begun + 1);
 }
 
-// Who waits once for a notification is to get a frame by it.
+// One wait for a notification must yield a frame.
 TEST(StopStereoCompute, NotifiesNobodyBetweenFrames) {
   GatedCamera camera;
   camera.startCapture(false, false);
@@ -210,7 +210,7 @@ TEST(StopStereoCompute, EndsTheReadWhereNoFrameComesForTwoSeconds) {
 }
 
 TEST(StopStereoCompute, EndsTheReadAtOnceWhereTheCaptureHasStopped) {
-  // Any one that a busy machine does not hold up shows it.
+  // Any attempt that a busy machine does not delay shows it.
   const bool quick = await([] {
     GatedCamera camera;
     camera.gate.open();

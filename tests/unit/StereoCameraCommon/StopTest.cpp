@@ -30,7 +30,7 @@ using stereo::test::twoColors;
 
 namespace {
 
-// Delivers frames until it stalls; a stalled read goes on until it is let go or the device is released.
+// Delivers frames until it stalls; a stalled read lasts until it is resumed or the device is released.
 class StallingCapture : public cv::VideoCapture {
 public:
   explicit StallingCapture(int framesBefore) : m_left(framesBefore) {}
@@ -117,14 +117,14 @@ TEST_F(StopWhileStalled, TheReadIsEndedAfterTheGrace) {
   EXPECT_EQ(device->releases(), 1);
 }
 
-// Each of the ten reads of the warm-up would wait as long as the first: none follows the one that had to be ended.
+// Each of the ten warm-up reads would wait as long as the first: after the one that was ended, none follows.
 TEST_F(StopWhileStalled, DuringTheWarmUp) {
   start(3);
   EXPECT_TRUE(camera.stopCapture());
   EXPECT_EQ(device->reads(), 4);
 }
 
-// What one stop gave up is nothing to the next start.
+// What one stop abandoned does not affect the next start.
 TEST_F(StopWhileStalled, TheNextStartReadsAgain) {
   start(3);
   EXPECT_TRUE(camera.stopCapture());
@@ -156,7 +156,7 @@ TEST_F(StopWhileStalled, WithASupersededWorker) {
   EXPECT_GE(device->releases(), 1);
 }
 
-// A source that takes its time to end is not told again.
+// A source that ends slowly is not told twice.
 TEST_F(StopWhileStalled, IsReleasedOnce) {
   start(15);
   device->endsOnRelease = false;
@@ -187,7 +187,7 @@ TEST_F(StopWhileStalled, ReadersAndTheDisparityWorkerAreReleased) {
   reader.join();
 }
 
-// What is not there or not open cannot be streaming.
+// A device that is missing or closed cannot be streaming.
 TEST(StopStreaming, WithoutADeviceDoesNothing) {
   EXPECT_EQ(stereo::sys::stopStreaming(9900), 0);
   EXPECT_EQ(stereo::sys::stopStreaming(-1), 0);
@@ -203,7 +203,7 @@ TEST(BackEnd, IsOpenCVsOwnOrAnother) {
   EXPECT_EQ(stereo::sys::backEndOf(pipeline), BackEnd::gstreamer);
 }
 
-// A host may look at every error that OpenCV raises, caught or not.
+// A host may handle every error that OpenCV raises, caught or not.
 TEST(BackEnd, IsAskedForWithoutErrors) {
   static std::atomic<int> errors{0};
   errors = 0;
@@ -222,7 +222,7 @@ TEST(BackEnd, IsAskedForWithoutErrors) {
   EXPECT_EQ(errors, 0);
 }
 
-// A live pipeline that has nothing to give, as a device has that stalled.
+// A live pipeline without data, like a stalled device.
 TEST(BackEnd, StoppingAPipelineEndsARead) {
   cv::VideoCapture pipeline(
       "videotestsrc is-live=true ! video/x-raw,format=BGR,width=64,height=32,framerate=30/1 ! "
@@ -238,7 +238,7 @@ TEST(BackEnd, StoppingAPipelineEndsARead) {
     });
     reads.workerEnds();
   });
-  // The grace sees to it that the read waits for its frame by then.
+  // By the end of the grace period the read waits for its frame.
   int attempts = 0;
   reads.awaitWorkers([&](int) {
     if (attempts++ == 0) {
@@ -286,7 +286,7 @@ TEST(ReadWatchdog, SlowReadsAreLeftAlone) {
   int interrupted = 0;
   reads.awaitWorkers([&](int) { ++interrupted; });
   worker.join();
-  // A machine under load may hold one up for two seconds; that one is as good as stalled.
+  // A loaded machine may delay one read by two seconds; it counts as stalled.
   if (longest < ReadWatchdog::firstGrace) {
     EXPECT_EQ(interrupted, 0);
     EXPECT_EQ(made, 10);
@@ -316,7 +316,7 @@ TEST(ReadWatchdog, AreMadeAgainWhenResumed) {
   EXPECT_EQ(made, 1);
 }
 
-// What a process has locked of other files stays locked when its video device is looked for.
+// Looking for the video device keeps the process's locks on other files.
 TEST(StopStreaming, LeavesLocksAlone) {
   const stereo::test::TempDir folder;
   const int file = open(folder.path("locked").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
@@ -324,7 +324,7 @@ TEST(StopStreaming, LeavesLocksAlone) {
   struct flock lock {};
   lock.l_type = F_WRLCK;
   ASSERT_EQ(fcntl(file, F_SETLK, &lock), 0);
-  // Any device of the kernel's will do.
+  // Any kernel device will do.
   stereo::sys::forEachDescriptor("/dev/null", [](int) {});
   EXPECT_EXIT(
       {
@@ -336,7 +336,7 @@ TEST(StopStreaming, LeavesLocksAlone) {
   close(file);
 }
 
-// As often as it takes; the reads that follow, as those of a warm-up do, are left out.
+// As often as needed; the reads that follow, like those of a warm-up, are skipped.
 TEST(ReadWatchdog, AReadThatHangsIsInterruptedUntilItEnds) {
   ReadWatchdog reads;
   std::mutex mutex;

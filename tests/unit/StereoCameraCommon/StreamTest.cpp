@@ -28,7 +28,7 @@ const cv::Size rawSize(640, 240);
 const cv::Size rectSize(192, 160);
 constexpr int images = 25;
 
-// Soft blobs that are others in every frame, so that pictures survive the encoder but are not taken for one another.
+// Soft blobs that differ in every frame: they survive the encoder, and frames can be told apart.
 cv::Mat picture(int number) {
   cv::Mat coarse(6, 16, CV_8UC3);
   cv::RNG random(static_cast<std::uint64_t>(number) + 1);
@@ -68,7 +68,7 @@ cv::Mat joined(const cv::Mat& left, const cv::Mat& right) {
   return both;
 }
 
-// One read of the operation that a mode streams; returns what is to be on the network.
+// One read of the operation that a mode streams; returns what must arrive.
 cv::Mat readForMode(int mode, StreamingCamera& camera) {
   cv::Mat a;
   cv::Mat b;
@@ -99,7 +99,7 @@ class StreamOfMode : public Stream, public testing::WithParamInterface<int> {};
 
 TEST_P(StreamOfMode, IsWhatTheClientRead) {
   const int mode = GetParam();
-  // A picture a second more or less is no matter of this test; a port of its own is.
+  // The rate does not matter here; a port of its own does.
   const int position = 10 + mode;
   StreamReceiver receiver(9200 + position);
   std::vector<cv::Mat> sent;
@@ -229,7 +229,7 @@ TEST_F(Stream, StaysOpenAfterTheStopAndIsReplacedByAnotherStart) {
   EXPECT_TRUE(camera.m_videoWriter.isOpened());
 }
 
-// It would be looked up as a name, and the pictures would go wherever the answer says. GStreamer is not even asked.
+// It would be resolved as a host name, and the pictures would go wherever the answer says. GStreamer never sees it.
 TEST_F(Stream, WithoutAnAddressIsToldButNotOpened) {
   for (const int octet : {-1, 256, 300}) {
     StreamingCamera camera(1, 26);
@@ -245,7 +245,7 @@ TEST_F(Stream, WithoutAnAddressIsToldButNotOpened) {
   }
 }
 
-// Reads give the same whether there is a stream or not, and whatever becomes of it.
+// Reads give the same with and without a stream, whatever happens to it.
 TEST_F(Stream, ThatReachesNobodyChangesNoRead) {
   StreamingCamera unreachable(1, 24, true);
   unreachable.m_ipLastSegment = 99;  // no such address in this network

@@ -27,7 +27,7 @@ TEST(BoardFinder, FindsRenderedCornersToAFractionOfAPixelAndAlikeInBothEyes) {
       continue;
     }
     ++found;
-    // From whichever end it is counted, it is the same end in both eyes.
+    // Counting may start at either end, but at the same end in both eyes.
     double best = std::numeric_limits<double>::infinity();
     for (const bool fromEnd : {false, true}) {
       double squares = 0;

@@ -26,7 +26,7 @@ struct RayPairs {
   std::vector<cv::Vec3d> found;  // common frame of the calibration
 };
 
-// Rays over the field to `most` degrees: to the pixel by the true model, and from there by the one that was found.
+// Rays over the field up to `most` degrees: projected by the true model, lifted back by the one that was found.
 RayPairs raysOf(const Calibration& calibration, const sim::Rig& rig, double most) {
   const auto turns = rectify(calibration.estimate.rig.rightFromLeft);
   RayPairs pairs;
@@ -112,9 +112,9 @@ TEST(Calibrate, OutliersAreThrownOut) {
     views[view].corners[0][5] += cv::Point2d(4, -3);
     views[view].corners[1][30] += cv::Point2d(-6, 2);
   }
-  // A picture whose right half was taken at another moment.
+  // A picture whose right half is from another moment.
   views[9].corners[1] = views[14].corners[1];
-  // Found in one eye only: good for that eye.
+  // Found in one eye only: used for that eye.
   views[4].corners[1].clear();
   const Calibration found = calibrate(views, board, eyeSize, quiet);
   EXPECT_EQ(found.picturesKept(), 21U);
@@ -129,7 +129,7 @@ TEST(Calibrate, OutliersAreThrownOut) {
   EXPECT_LT(greatestAngle(raysOf(found, rig, 85)), 0.05);
   EXPECT_THAT(assess(found, eyeSize).faults, testing::IsEmpty());
 
-  // Only corners that the result rests on count, in the decision and in its text.
+  // Only corners that the result is based on count, in the decision and in its text.
   Calibration blurred = found;
   for (std::size_t view = 0; view < views.size(); ++view) {
     for (std::size_t eye = 0; eye < 2; ++eye) {
@@ -141,7 +141,7 @@ TEST(Calibrate, OutliersAreThrownOut) {
   }
   EXPECT_THAT(assess(blurred, eyeSize).faults, testing::ElementsAre(testing::HasSubstr("corners are 2.00 px off")));
 
-  // The same with squares told in centimeters, in half inches, and in tenths.
+  // The same with squares given in centimeters, half inches and tenths.
   for (const double unit : {0.1, 1 / 12.7, 10.0}) {
     Calibration mistaken = found;
     mistaken.estimate.rig.rightFromLeft.translation *= unit;

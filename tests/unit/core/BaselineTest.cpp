@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The plain forms against figures worked out by hand: what everything else is compared with had better be right.
+// The plain forms, which everything else is compared with, against figures worked out by hand.
 #include <gtest/gtest.h>
 #include <opencv2/core.hpp>
 

@@ -189,7 +189,7 @@ TEST(BaselineMeters, IsTheNormInMetresRoundedOnce) {
   EXPECT_EQ(stereo::core::baselineMeters(cv::Mat()), 0.0F);
 }
 
-// Within a few units in the last place on processors for which OpenCV is compiled with fused multiply-add.
+// Within a few units in the last place where OpenCV is compiled with fused multiply-add.
 TEST(BaselineMillimeters, IsOpenCVsNorm) {
   cv::RNG random(21);
   for (int k = 0; k < 20000; ++k) {

@@ -63,7 +63,7 @@ TEST(SafeToParse, RefusesNestingBeyondTheLimit) {
   EXPECT_FALSE(safeToParse(xml(maxNesting)));
 }
 
-// Of comments and strings, whatever is in them.
+// Of comments and strings with any content.
 TEST(SafeToParse, CountsNoBracketsThatAreText) {
   const std::string odd = times(200, "[{");
   EXPECT_TRUE(safeToParse("%YAML:1.0\n---\n# " + odd + "\nA: \"" + odd + "\"\nB: '" + odd + "'\nC: x" + odd + "\n"));
@@ -142,7 +142,7 @@ TEST(SafeToParse, LetsCollectionsInBracketsThrough) {
   }
 }
 
-// The parser would look at a dash for ever that it takes for the start of a stream.
+// The parser would loop forever at a dash that it takes for the start of a stream.
 TEST(SafeToParse, RefusesStreamsThatBeginOrEndInNoKnownWay) {
   const std::string head = "%YAML:1.0\n---\n";
   for (const char* const text : {"A: 5\n...\n- 5\n",

@@ -19,8 +19,8 @@ namespace {
 // Sixteenths of a pixel, as a matcher gives them.
 float matched(cv::RNG& random) { return static_cast<float>(random.uniform(1, 80 * 16)) / 16; }
 
-// With everything that a disparity image could hold. The share of such pixels matters: where all of a row is ordinary,
-// a kernel may take another way.
+// With everything that a disparity image could hold. The share of such pixels matters: for an ordinary row
+// a kernel may take another path.
 cv::Mat someDisparity(cv::RNG& random, cv::Size size, double exceptionalShare) {
   const auto W = static_cast<float>(size.width);
   const std::vector<float> exceptional = {notANumber, -notANumber, infinity, -infinity, 0,

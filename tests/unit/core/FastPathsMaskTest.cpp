@@ -98,7 +98,7 @@ TEST(FastEllipse, EqualsThePlainFormWhereTheRootIsOff) {
   expectSameEllipse(wide, wide.clone(), {-84.0F, 1.95501e-38F, 29.0F, -0.985631F});
   const cv::Mat other = noise({67, 10}, 2);
   expectSameEllipse(other, other.clone(), {50.5088F, -1.0F, -5.22276e-06F, 2.28859e-40F});
-  // Numbers of every size.
+  // Numbers of all magnitudes.
   cv::RNG random(3);
   const auto ofAnySize = [&] {
     return static_cast<float>(std::ldexp(between(random, -1, 1), random.uniform(-140, 128)));

@@ -40,10 +40,10 @@ TEST(InstructionSet, NamesAreThoseOfTheEnvironmentVariable) {
   EXPECT_EQ(std::string(name(InstructionSet::avx512)), "avx512");
 }
 
-// Read once a process, so each choice needs one of its own.
+// Read once per process, so each choice needs its own process.
 class InstructionSetVariable : public testing::Test {
 protected:
-  // Runs this test's process anew with the variable set, and hands over what it said it uses.
+  // Runs this test in a new process with the variable set, and returns the choice that it reports.
   static void chosenWith(const char* value, InstructionSet expected, const char* complaint) {
     EXPECT_EXIT(
         {

@@ -15,7 +15,7 @@ namespace {
 
 constexpr int shift = 7;  // pixels between the eyes
 
-// Texture that the right eye sees `shift` pixels further to the left.
+// Texture that is `shift` pixels further left in the right eye.
 struct Pair {
   cv::Mat left = cv::Mat(60, 160, CV_8UC3);
   cv::Mat right;

@@ -97,7 +97,7 @@ TEST(Overlap, IsByMemoryNotByHeader) {
   EXPECT_FALSE(overlap(whole, cv::Mat()));
 }
 
-// They have no rows to be counted: what a host hands over by mistake must get as far as being refused.
+// They have no rows to count: what a host passes by mistake must be refused, not crash.
 TEST(Overlap, TakesMatricesOfMoreDimensions) {
   const int sizes[] = {2, 3, 4};
   const cv::Mat cube(3, sizes, CV_32FC1, cv::Scalar(before));

@@ -50,7 +50,7 @@ cv::Mat lonLatMatrix(cv::Size size, double alpha) {
           size.height / alpha, -size.height * (pi - alpha) / (2 * alpha), 0, 0, 1);
 }
 
-// The stated arithmetic, written out once more for one pixel, on matrices of its own making.
+// The same arithmetic written out again for one pixel, independently.
 cv::Vec2f mapPixel(const Eye& eye, const cv::Mat& P, double xi2, int mode, int i, int j) {
   const cv::Mat iP = P.inv();
   const cv::Mat iR = eye.R.inv();

@@ -24,7 +24,7 @@
 using stereo::test::OutputCapture;
 using stereo::test::recordTexts;
 
-// One log is owned by each camera and deleted through its own type; reports never throw.
+// Each camera owns a log and deletes it through its own type; reports never throw.
 static_assert(!std::is_polymorphic_v<SystemLog> && std::is_constructible_v<SystemLog, std::string>);
 static_assert(noexcept(std::declval<SystemLog&>().runTimeInfo("x")));
 static_assert(noexcept(std::declval<SystemLog&>().runTimeError("x")));
@@ -167,7 +167,7 @@ TEST_F(SystemLogTest, LevelZeroAndBelowLetErrorsThroughOnly) {
   }
 }
 
-// What a host prints through the same stream and has not flushed stays in front of the record.
+// What a host has printed through the same stream without flushing stays before the record.
 TEST_F(SystemLogTest, RecordsKeepTheirOrderWithWhatTheHostPrints) {
   const OutputCapture out(1);
   SystemLog log("front");
@@ -276,7 +276,7 @@ TEST_F(SystemLogTest, RecordsWithoutLineEndsStayApartAmongManyThreads) {
   expectAllLines(output, 100, false);
 }
 
-// A host may have made its output non-blocking; a pipe then takes a record in pieces and refuses in between.
+// A host may have made its output non-blocking; a pipe then takes a record in pieces, with refusals in between.
 TEST_F(SystemLogTest, NothingIsLostInAFullPipe) {
   for (const int flags : {0, O_NONBLOCK}) {
     int ends[2];
@@ -309,7 +309,7 @@ TEST_F(SystemLogTest, NothingIsLostInAFullPipe) {
   }
 }
 
-// Written at once: nothing is left to be flushed by a process that ends without notice.
+// Written at once: a process that ends suddenly leaves nothing unflushed.
 TEST_F(SystemLogDeathTest, RecordsSurviveTheProcess) {
   EXPECT_EXIT(
       {
@@ -343,7 +343,7 @@ TEST_F(SystemLogDeathTest, ClosedStreamsAreBorne) {
 
 namespace {
 
-// With little more memory than the process has already.
+// With little more memory than the process already has.
 [[noreturn, maybe_unused]] void reportTooMuch() {
   std::size_t pages = 0;
   if (std::FILE* const statm = std::fopen("/proc/self/statm", "r")) {
@@ -391,7 +391,7 @@ TEST_F(SystemLogDeathTest, HostThatHoldsAStreamMayReport) {
       testing::ExitedWithCode(0), "");
 }
 
-// A text with a character that the locale has no bytes for still says which report it was.
+// A text with a character that the locale cannot encode still says which report it was.
 TEST_F(SystemLogTest, RefusedFormatIsReportedAsItStands) {
   const OutputCapture errors(2);
   SystemLog("front").runTimeError("Init Camera %ls Error!\n", L"\u20ac");

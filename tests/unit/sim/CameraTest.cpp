@@ -118,7 +118,7 @@ TEST(SimulatedCamera, FrameSizeCanBeChosenAsOnARealCamera) {
 }
 
 TEST(SimulatedCamera, DestroyingItStopsBothWorkers) {
-  // A worker left behind would end the process. The slow camera's worker waits for its second frame for minutes.
+  // A worker left running would end the process. The slow camera's worker waits minutes for its second frame.
   for (const double rate : {0.0, 0.01}) {
     const auto start = Clock::now();
     {

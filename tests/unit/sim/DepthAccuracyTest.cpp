@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the camera measures in the simulated room against what is there. The table that this prints is the one in
+// What the camera measures in the simulated room, against the truth. This prints the table in
 // docs/accuracy.md.
 #include <algorithm>
 #include <cmath>
@@ -144,7 +144,7 @@ TEST_P(DepthAccuracy, OfThePinholeFormula) {
   EXPECT_LT(withinReach.median(), 0.016);
   EXPECT_LT(withinReach.p90(), 0.045);
   EXPECT_GT(withinReach.validShare(), 0.80);
-  // With what lies nearer than the matchers can see: the middle still holds.
+  // With things nearer than the matchers' reach: the median still holds.
   EXPECT_LT(std::abs(all.bias()), 0.02);
 }
 

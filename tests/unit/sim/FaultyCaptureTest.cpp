@@ -211,7 +211,7 @@ TEST(FaultyCapture, ReleaseEndsAStallAndADelay) {
     cv::Mat image = numbered(0);
     std::future<bool> read = std::async(std::launch::async, [&] { return device->read(image); });
     ASSERT_TRUE(await([&] { return device->isHeldBack(); }));
-    // None of these waits for the read, or this test would not end.
+    // If any of these waited for the read, this test would not end.
     EXPECT_TRUE(device->isOpened());
     EXPECT_EQ(device->get(cv::CAP_PROP_FRAME_WIDTH), deviceSize.width);
     EXPECT_EQ(device->frames(), 1U);

@@ -117,7 +117,7 @@ TEST(SimulatedCapture, CountsThePeriodsThatNobodyCameFor) {
       std::this_thread::yield();
     }
   };
-  // Nobody has asked yet: what was due until now is nobody's loss.
+  // Nobody has read yet: frames due until now are not lost.
   waitFrom(Clock::now(), 0.05);
   ASSERT_TRUE(capture->read(frame));
   EXPECT_EQ(capture->framesMissed(), 0U);

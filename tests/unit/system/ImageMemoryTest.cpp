@@ -20,7 +20,7 @@ using stereo::test::sameBits;
 
 namespace {
 
-// Under these sanitizers images are like any other, so that they see what happens to the memory.
+// Under these sanitizers images use ordinary memory, so that they see errors in it.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool recycles = false;
 #else
@@ -49,7 +49,7 @@ TEST(ImageMemory, AnImageIsEmptyAtFirstAndThenLikeAnyOther) {
   const cv::Mat copy = recycledCopy(source(cv::Rect(1, 2, 3, 4)));
   EXPECT_TRUE(sameBits(copy, source(cv::Rect(1, 2, 3, 4))));
   EXPECT_TRUE(recycledCopy(cv::Mat()).empty());
-  // Shapes that are not pictures are somebody else's business, but work.
+  // Shapes that are not pictures are not pooled, but work.
   cv::Mat cube = recycledImage();
   const int sizes[] = {3, 4, 5};
   cube.create(3, sizes, CV_8UC1);
@@ -67,7 +67,7 @@ TEST(ImageMemory, WhatOneImageGaveBackServesTheNextOfItsSize) {
   if (recycles) {
     EXPECT_EQ(image.data, first);
   }
-  // Taken: two images never have the same memory.
+  // In use: two images never share memory.
   cv::Mat another = recycledImage();
   another.create(side, side, CV_8UC3);
   EXPECT_NE(another.data, image.data);
@@ -107,7 +107,7 @@ TEST(ImageMemory, TheOldestBlockMakesRoomForNewOnes) {
       addresses.push_back(images.back().data);
     }
   }
-  // All those are kept, although there was one too many.
+  // All of these are kept, although there was one too many.
   std::vector<cv::Mat> images;
   for (int k = 0; k < maxKept; ++k) {
     images.push_back(recycledImage());
@@ -136,13 +136,13 @@ TEST(ImageMemory, ThreadsTakeAndGiveBackAtOnce) {
   }
 }
 
-// A child process has none of the threads that may hold the lock while it is made.
+// A child process has none of the threads that may hold the lock at the fork.
 TEST(ImageMemory, AChildMadeAmidTheTrafficIsNotHeldUp) {
   if (!recycles) {
     GTEST_SKIP() << "images are like any other under this sanitizer";
   }
   const ImageMemoryUser user;
-  // OpenCV sets up its own memory with the first image of a process, and a child that is made meanwhile waits for ever
+  // OpenCV sets up its own memory with the first image of a process, and a child forked meanwhile waits forever
   // for the thread that does it.
   addressOfOneImage();
   std::atomic<bool> done{false};

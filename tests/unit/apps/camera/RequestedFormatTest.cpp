@@ -86,7 +86,7 @@ TEST(RequestedFormat, WithoutADriverThereAreNoOffers) {
   EXPECT_TRUE(none.rates.empty());
 }
 
-// A device that is not open at all has closed over the wishes, as far as the user is concerned.
+// To the user, a device that is not open closed because of the requested format.
 TEST(RequestedFormat, AClosedDeviceIsAFailureWithTheRemedy) {
   const DeviceCamera camera(9900);
   try {

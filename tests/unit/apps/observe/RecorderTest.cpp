@@ -211,7 +211,7 @@ TEST_F(RecorderTest, RecordsWhatACameraPublishes) {
   const stereo::sources::Recording recording = stereo::sources::Recording::open(m_folder.path());
   EXPECT_EQ(recording.timestamps.size(), recorder.counts().written);
   EXPECT_THAT(recording.timestamps, testing::IsSupersetOf(timestamps));
-  // Ten warm the camera up; from then on each is there, in turn.
+  // Ten warm the camera up; all later ones are there, in order.
   ReplayCapture capture = replay();
   for (std::size_t i = 0; i < recording.timestamps.size(); ++i) {
     expectFrame(capture, picture((10 + static_cast<int>(i)) % pictures), recording.timestamps[i]);

@@ -60,7 +60,7 @@ TEST(Watchdog, EndsAReadWhenFramesStopComing) {
   std::chrono::microseconds timestamp{0};
   int reads = 0;
   std::thread opener([&] {
-    // The device blocks in its read; it comes back only after the watch has begun to stop the camera.
+    // The device blocks in its read, which returns only after the watchdog has begun to stop the camera.
     while (camera.isOpened()) {
       std::this_thread::yield();
     }
