@@ -35,14 +35,14 @@ Arguments operator+(Arguments first, const Arguments& second) {
 class Ending : public testing::Test {
 protected:
   static void SetUpTestSuite() {
-    s_recorded = std::make_unique<TempDir>();
+    recordedFolder = std::make_unique<TempDir>();
     Program record(STEREO_CAMERA_PROGRAM, {"record", "--simulate", "--still", "--size", "928x400", "--rectified",
                                            "232x200", "--frames", "30", "--queue", "100", "-o", recording()});
     ASSERT_EQ(record.wait(4 * deadline), 0) << record.err();
   }
-  static void TearDownTestSuite() { s_recorded.reset(); }
+  static void TearDownTestSuite() { recordedFolder.reset(); }
 
-  static std::string recording() { return s_recorded->path("taken"); }
+  static std::string recording() { return recordedFolder->path("taken"); }
   static Arguments once() { return {"--replay", recording(), "--once", "--patience", "300"}; }
   std::string file(const std::string& name) const { return m_folder.path(name); }
 
@@ -72,7 +72,7 @@ protected:
   TempDir m_folder;
 
 private:
-  static inline std::unique_ptr<TempDir> s_recorded;
+  static inline std::unique_ptr<TempDir> recordedFolder;
 };
 
 }  // namespace

@@ -44,14 +44,14 @@ class StreamProgram : public testing::Test {
 protected:
   // What the still camera sees, read without the network.
   static void SetUpTestSuite() {
-    s_seen = std::make_unique<TempDir>();
-    Program snapshot(STEREO_CAMERA_PROGRAM, Arguments{"snapshot", "-o", s_seen->path()} + stillCamera);
+    seenFolder = std::make_unique<TempDir>();
+    Program snapshot(STEREO_CAMERA_PROGRAM, Arguments{"snapshot", "-o", seenFolder->path()} + stillCamera);
     ASSERT_EQ(snapshot.wait(), 0) << snapshot.err();
   }
-  static void TearDownTestSuite() { s_seen.reset(); }
+  static void TearDownTestSuite() { seenFolder.reset(); }
   void SetUp() override { ASSERT_TRUE(stereo::test::inOwnNetwork()) << "run this through scripts/in-own-network"; }
 
-  static cv::Mat seen(const std::string& name) { return cv::imread(s_seen->path(name)); }
+  static cv::Mat seen(const std::string& name) { return cv::imread(seenFolder->path(name)); }
   static cv::Mat seen(const std::string& left, const std::string& right) {
     cv::Mat both;
     cv::hconcat(seen(left), seen(right), both);
@@ -105,7 +105,7 @@ protected:
   }
 
 private:
-  static inline std::unique_ptr<TempDir> s_seen;
+  static inline std::unique_ptr<TempDir> seenFolder;
   TempDir m_folder;
 };
 

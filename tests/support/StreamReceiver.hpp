@@ -7,6 +7,7 @@
 
 #include <opencv2/core.hpp>
 
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the library's own name for it
 typedef struct _GstElement GstElement;
 
 namespace stereo::test {

@@ -12,7 +12,6 @@
 using std::chrono::microseconds;
 using stereo::test::await;
 using stereo::test::FedCamera;
-using stereo::test::Gate;
 using stereo::test::RectifiedFrame;
 using stereo::test::TestCamera;
 using stereo::test::twoColors;
