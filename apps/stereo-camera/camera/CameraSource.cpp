@@ -117,6 +117,14 @@ sim::FaultScript faultsFrom(const std::string& text, const cv::Size& frameSize) 
   }
 }
 
+sim::Conditions conditionsFrom(const std::string& text) {
+  try {
+    return sim::parseConditions(text);
+  } catch (const std::invalid_argument& error) {
+    throw Failure(ExitCode::usage, std::string("--conditions: ") + error.what());
+  }
+}
+
 bool isDevice(const SourceOptions& options) {
   return options.device >= 0 || (!options.settings.empty() && !options.simulate);
 }
@@ -136,6 +144,7 @@ OpenedCamera openSimulated(const SourceOptions& options, const Onlooker& onlooke
   simulation.rate = options.rate;
   simulation.seed = options.seed;
   simulation.moving = !options.still;
+  simulation.conditions = conditionsFrom(options.conditions);
   if (!model::isFrameSize(simulation.frameSize)) {
     throw Failure(ExitCode::usage, "--size: the simulated camera delivers 1856x800 or 928x400");
   }
@@ -300,6 +309,13 @@ void SourceOptions::addTo(CLI::App& added, const SourceUse& use) {
     added.add_flag("--still", still, "simulated scene without motion");
     added.add_option("--faults", faults, "faults of the simulated camera: a file, or seed:N for random ones")
         ->type_name("FILE")
+        ->excludes(opened)
+        ->excludes(played)
+        ->each([this](const std::string&) { simulate = true; });
+    added
+        .add_option("--conditions", conditions,
+                    "what makes it hard for the simulated camera: rich, hard, plain, or values such as noise=3,poles=4")
+        ->type_name("LIST")
         ->excludes(opened)
         ->excludes(played)
         ->each([this](const std::string&) { simulate = true; });

@@ -19,7 +19,7 @@ namespace stereo::app {
 /// Which options a command takes besides those that name the source. The others keep their defaults.
 struct SourceUse {
   bool plays = true;        ///< frames are read: --once
-  bool scene = true;        ///< for the simulated camera: --still, --faults
+  bool scene = true;        ///< for the simulated camera: --still, --faults, --conditions
   bool calibration = true;  ///< --calibration
   bool rectified = false;   ///< --rectified
   bool depth = false;       ///< --depth-mode
@@ -40,7 +40,8 @@ struct SourceOptions {
   double rate = 30;
   unsigned seed = 1;
   bool still = false;
-  std::string faults;  // a script's file or "seed:N"; implies simulate
+  std::string faults;      // a script's file or "seed:N"; implies simulate
+  std::string conditions;  // as `sim::parseConditions` reads them; imply simulate
   bool once = false;
   int depthMode = 2;
   std::string matcher = "sgm";
