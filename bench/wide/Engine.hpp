@@ -11,6 +11,7 @@
 
 #include "bench/wide/View.hpp"
 #include "model/OmniModel.hpp"
+#include "sim/Rig.hpp"
 
 namespace stereo::wide {
 
@@ -37,6 +38,9 @@ struct Camera {
   std::vector<cv::Mat> params[2];  ///< calibration of the left and the right eye, as `sim::Rig::calibParams`
   cv::Size eye;                    ///< pixels
 };
+
+/// What a rig says of itself, for full-size frames.
+Camera cameraOf(const sim::Rig& rig);
 
 /// What an engine is asked for.
 struct Task {

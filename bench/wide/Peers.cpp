@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <cmath>
-#include <utility>
+#include "bench/wide/Peers.hpp"
 
-#include <opencv2/calib3d.hpp>
+#include <algorithm>
+#include <cmath>
+
 #include <opencv2/imgproc.hpp>
 
-#include "bench/wide/Engine.hpp"
 #include "model/CameraFacts.hpp"
 
 namespace stereo::wide {
@@ -32,26 +32,14 @@ std::pair<cv::Mat, cv::Mat> mapsOf(const std::vector<cv::Mat>& params, const cv:
 class MatcherEngine : public Engine {
 public:
   MatcherEngine(const Camera& camera, const Task& task, cv::Ptr<cv::StereoMatcher> matcher)
-      : m_task(task), m_baseline(0.001 * cv::norm(camera.params[1][4])), m_matcher(std::move(matcher)) {
-    const cv::Mat rays = task.view.rays();
-    for (const int eye : {0, 1}) {
-      m_maps[eye] = mapsOf(camera.params[eye], camera.eye, rays);
-    }
-  }
+      : m_task(task),
+        m_baseline(0.001 * cv::norm(camera.params[1][4])),
+        m_rectifier(camera, task.view),
+        m_matcher(std::move(matcher)) {}
 
   Measured measure(const cv::Mat& left, const cv::Mat& right) override {
-    cv::Mat gray[2];
-    for (const int eye : {0, 1}) {
-      cv::Mat rectified;
-      cv::remap(eye == 0 ? left : right, rectified, m_maps[eye].first, m_maps[eye].second, cv::INTER_LINEAR);
-      if (rectified.channels() == 3) {
-        cv::cvtColor(rectified, gray[eye], cv::COLOR_BGR2GRAY);
-      } else {
-        gray[eye] = rectified;
-      }
-    }
     cv::Mat sixteenths;
-    m_matcher->compute(gray[0], gray[1], sixteenths);
+    m_matcher->compute(m_rectifier.gray(left, false), m_rectifier.gray(right, true), sixteenths);
     Measured measured;
     measured.range = cv::Mat::zeros(m_task.view.size, CV_32FC1);
     const double step = m_task.view.longitude(1) - m_task.view.longitude(0);
@@ -74,15 +62,34 @@ public:
 private:
   Task m_task;
   double m_baseline;
+  Rectifier m_rectifier;
   cv::Ptr<cv::StereoMatcher> m_matcher;
-  std::pair<cv::Mat, cv::Mat> m_maps[2];
 };
 
-// A multiple of 16: 96 for a view 464 pixels wide.
-int disparitiesOf(const Task& task) { return std::max(1, cvRound(task.view.size.width / 464.0 * 6.0)) * 16; }
+// A multiple of 16.
+int disparitiesOf(const View& view) { return std::max(1, cvRound(view.size.width / 464.0 * 6.0)) * 16; }
 
-cv::Ptr<cv::StereoMatcher> blockMatcher(const Task& task) {
-  auto matcher = cv::StereoBM::create(disparitiesOf(task), 15);
+}  // namespace
+
+Rectifier::Rectifier(const Camera& camera, const View& view) {
+  const cv::Mat rays = view.rays();
+  for (const int eye : {0, 1}) {
+    m_maps[eye] = mapsOf(camera.params[eye], camera.eye, rays);
+  }
+}
+
+cv::Mat Rectifier::gray(const cv::Mat& eyeImage, bool isRight) const {
+  const auto& [columns, rows] = m_maps[isRight ? 1 : 0];
+  cv::Mat gray;
+  cv::remap(eyeImage, gray, columns, rows, cv::INTER_LINEAR);
+  if (gray.channels() == 3) {
+    cv::cvtColor(gray, gray, cv::COLOR_BGR2GRAY);
+  }
+  return gray;
+}
+
+cv::Ptr<cv::StereoMatcher> blockMatcher(const View& view) {
+  auto matcher = cv::StereoBM::create(disparitiesOf(view), 15);
   matcher->setUniquenessRatio(15);
   matcher->setSpeckleWindowSize(100);
   matcher->setSpeckleRange(32);
@@ -90,20 +97,23 @@ cv::Ptr<cv::StereoMatcher> blockMatcher(const Task& task) {
   return matcher;
 }
 
-cv::Ptr<cv::StereoMatcher> semiGlobalMatcher(const Task& task) {
+cv::Ptr<cv::StereoMatcher> semiGlobalMatcher(const View& view) {
   constexpr int block = 7;
-  return cv::StereoSGBM::create(0, disparitiesOf(task), block, 8 * block * block, 32 * block * block, 1, 0, 10, 100, 2);
+  return cv::StereoSGBM::create(0, disparitiesOf(view), block, 8 * block * block, 32 * block * block, 1, 0, 10, 100, 2);
 }
 
-}  // namespace
-
 std::vector<EngineKind> peerEngines() {
-  return {
-      {"StereoBM", [](const Camera& camera,
-                      const Task& task) { return std::make_unique<MatcherEngine>(camera, task, blockMatcher(task)); }},
-      {"StereoSGBM", [](const Camera& camera, const Task& task) {
-         return std::make_unique<MatcherEngine>(camera, task, semiGlobalMatcher(task));
-       }}};
+  return {{"StereoBM",
+           [](const Camera& camera, const Task& task) {
+             return std::make_unique<MatcherEngine>(camera, task, blockMatcher(task.view));
+           }},
+          {"StereoSGBM", [](const Camera& camera, const Task& task) {
+             return std::make_unique<MatcherEngine>(camera, task, semiGlobalMatcher(task.view));
+           }}};
+}
+
+Camera cameraOf(const sim::Rig& rig) {
+  return {{rig.calibParams(false), rig.calibParams(true)}, {model::fullFrameWidth / 2, model::fullFrameHeight}};
 }
 
 model::OmniModel modelOf(const std::vector<cv::Mat>& params, int eyeWidth) {

@@ -31,7 +31,7 @@ void writeTable(std::ostream& out, const std::string& title, const Columns& colu
   if (std::none_of(entries.begin(), entries.end(), [&](const Entry& entry) { return hasAny(entry, columns); })) {
     return;
   }
-  out << '\n' << model::formatted("%-44s", title.c_str());
+  out << '\n' << model::formatted("%-48s", title.c_str());
   for (const Column& column : columns) {
     out << model::formatted(" %12s", column.head.c_str());
   }
@@ -40,7 +40,7 @@ void writeTable(std::ostream& out, const std::string& title, const Columns& colu
     if (!hasAny(entry, columns)) {
       continue;
     }
-    out << model::formatted("%-32s%-12s", entry.part.c_str(), entry.engine.c_str());
+    out << model::formatted("%-36s%-12s", entry.part.c_str(), entry.engine.c_str());
     for (const Column& column : columns) {
       const double value = figure(entry.figures, column.figure);
       out << (std::isnan(value) ? model::formatted(" %12s", "-") : model::formatted(" %12.*f", column.digits, value));
@@ -87,6 +87,21 @@ void writeTables(std::ostream& out, const std::vector<Entry>& entries) {
               {"2 px inside", "nearer than nearest inside too far", 3},
               {"hidden valid", "hidden valid"},
               {"hidden wrong", "hidden wrong"}},
+             entries);
+  writeTable(out, "recorded boards",
+             {{"meters", "distance, meters", 2},
+              {"off axis", "off axis, degrees"},
+              {"corners", "corners"},
+              {"error", "error", 2},
+              {"side", "side", 2}},
+             entries);
+  writeTable(out, "recorded boards together",
+             {{"boards", "boards, count", 0},
+              {"measured", "boards measured, count", 0},
+              {"within 1.5 %", "boards within 1.5 %, count", 0},
+              {"worst", "worst board", 2}},
+             entries);
+  writeTable(out, "recorded scenes", {{"measured", "measured"}, {"both", "both have depth"}, {"agree", "agree"}},
              entries);
   for (const auto& [title, after] : {std::pair("valid", " valid"), std::pair("wrong", " wrong"),
                                      std::pair("median error", " median"), std::pair("bias", " bias")}) {

@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <stdexcept>
-#include <utility>
+#include "bench/wide/WideDepthEngine.hpp"
 
-#include "WideDepth.hpp"
-#include "bench/wide/Engine.hpp"
+#include <stdexcept>
 
 namespace stereo::wide {
 
@@ -24,38 +22,42 @@ public:
   }
 
 private:
-  static WideDepthCalibration calibrationOf(const Camera& camera) {
-    const std::vector<cv::Mat>& left = camera.params[0];
-    const std::vector<cv::Mat>& right = camera.params[1];
-    WideDepthCalibration calibration;
-    calibration.leftIntrinsic = left[0];
-    calibration.leftDistortion = left[1];
-    calibration.leftXi = left[2];
-    calibration.leftRotation = left[3];
-    calibration.rightIntrinsic = right[0];
-    calibration.rightDistortion = right[1];
-    calibration.rightXi = right[2];
-    calibration.rightRotation = right[3];
-    calibration.translation = right[4];
-    return calibration;
-  }
-
   WideDepth m_depth;
   WideDepthImage m_image;
 };
 
 }  // namespace
 
+WideDepthCalibration calibrationOf(const Camera& camera) {
+  const std::vector<cv::Mat>& left = camera.params[0];
+  const std::vector<cv::Mat>& right = camera.params[1];
+  WideDepthCalibration calibration;
+  calibration.leftIntrinsic = left[0];
+  calibration.leftDistortion = left[1];
+  calibration.leftXi = left[2];
+  calibration.leftRotation = left[3];
+  calibration.rightIntrinsic = right[0];
+  calibration.rightDistortion = right[1];
+  calibration.rightXi = right[2];
+  calibration.rightRotation = right[3];
+  calibration.translation = right[4];
+  return calibration;
+}
+
+WideDepthOptions optionsOf(const Task& task) {
+  WideDepthOptions options;
+  options.size = task.view.size;
+  options.horizontalField = task.view.horizontalField;
+  options.verticalField = task.view.verticalField;
+  options.nearest = task.nearest;
+  options.farthest = task.farthest;
+  options.selfCalibrate = task.selfCalibrate;
+  return options;
+}
+
 EngineKind wideDepthEngine() {
   return {"WideDepth", [](const Camera& camera, const Task& task) {
-            WideDepthOptions options;
-            options.size = task.view.size;
-            options.horizontalField = task.view.horizontalField;
-            options.verticalField = task.view.verticalField;
-            options.nearest = task.nearest;
-            options.farthest = task.farthest;
-            options.selfCalibrate = task.selfCalibrate;
-            return std::make_unique<WideDepthEngine>(camera, options, task.view);
+            return std::make_unique<WideDepthEngine>(camera, optionsOf(task), task.view);
           }};
 }
 
