@@ -213,6 +213,10 @@ void WideDepth::Engine::refine() {
   input.rightFirst = 2 * m_size.disparities;
   input.gain = m_gain;
   for (int pass = 0; pass < 2; ++pass) {
+    forStrips(m_size.height, stripRows, threads(), [&](int from, int to) {
+      smoothDisparity(m_size.width, from, to, m_disparity, 4, 1.0F, m_refined.disparity);
+    });
+    std::swap(m_disparity, m_refined.disparity);
     forStrips(m_size.height, stripRows, threads(),
               [&](int from, int to) { refineTerms(input, from, to, m_disparity, m_terms); });
     forStrips(m_size.height, stripRows, threads(),

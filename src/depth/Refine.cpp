@@ -62,4 +62,10 @@ void refineSolve(const RefineInput& input, int from, int to, const Plane& dispar
   }
 }
 
+void smoothDisparity(int width, int from, int to, const Plane& disparity, int reach, float like, Plane& smoothed) {
+  for (int row = from; row < to; ++row) {
+    STEREO_DEPTH_CALL(smoothRow, width, row, disparity, reach, like, smoothed);
+  }
+}
+
 }  // namespace stereo::depth

@@ -71,4 +71,8 @@ void refineTerms(const RefineInput& input, int from, int to, Plane& disparity, R
 void refineSolve(const RefineInput& input, int from, int to, const Plane& disparity, const RefineTerms& terms,
                  float like, RefineResult& result);
 
+/// Averages each disparity of the rows [from, to) with pairs of pixels opposite each other within `reach` that both
+/// differ by at most `like`: planes stay as they are, also next to an edge.
+void smoothDisparity(int width, int from, int to, const Plane& disparity, int reach, float like, Plane& smoothed);
+
 }  // namespace stereo::depth

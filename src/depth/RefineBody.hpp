@@ -159,3 +159,28 @@ void solveRow(const RefineInput& input, int row, const Plane& disparity, const R
     store(result.support.row(row) + x, n);
   }
 }
+
+void smoothRow(int width, int row, const Plane& disparity, int reach, float like, Plane& smoothed) {
+  const Floats limit = Floats{} + like;
+  const Floats zero = Floats{};
+  const Floats two = zero + 2.0F;
+  const float* const d = disparity.row(row);
+  for (int x = 0; x < width; x += lanes) {
+    const Floats own = load(d + x);
+    Floats sum = zero;
+    Floats n = zero + 1.0F;
+    for (int dy = 0; dy <= reach; ++dy) {
+      const float* const below = disparity.row(row + dy) + x;
+      const float* const above = disparity.row(row - dy) + x;
+      for (int dx = dy == 0 ? 1 : -reach; dx <= reach; ++dx) {
+        const Floats a = load(below + dx) - own;
+        const Floats b = load(above - dx) - own;
+        const Floats both = a + b;
+        const Ints member = (absolute(a) <= limit) & (absolute(b) <= limit);
+        sum = sum + masked(both, member);
+        n = n + masked(two, member);
+      }
+    }
+    store(smoothed.row(row) + x, own + sum / n);
+  }
+}
