@@ -13,8 +13,8 @@ namespace stereo::sim {
 
 namespace {
 
-// More than a frame has pixels, so that no value appears twice in a frame. A power of two.
-constexpr std::uint32_t noiseValues = 1U << 21U;
+// A power of two. Values appear again hundreds of rows away, never in the same rows of the other eye.
+constexpr std::uint32_t noiseValues = 1U << 22U;
 
 /// Nearly Gaussian, of unit standard deviation: the sum of eight random bytes, whose variances are (256^2 - 1) / 12
 /// each. Needs no function of the C library, whose last bits differ between processors.
@@ -68,13 +68,14 @@ cv::Mat Degrader::apply(const cv::Mat& frame, std::uint64_t index) const {
   const std::uint32_t first = mixBits(m_seed, static_cast<std::uint32_t>(index));
   forEachRow(frame.rows, [&](int row) {
     auto* const pixels = result.ptr<cv::Vec3b>(row);
-    const std::uint32_t start = first + static_cast<std::uint32_t>(row) * static_cast<std::uint32_t>(frame.cols);
+    const std::uint32_t start = first + 3U * static_cast<std::uint32_t>(row) * static_cast<std::uint32_t>(frame.cols);
     for (int col = 0; col < frame.cols; ++col) {
       const std::array<float, 256>& tone = tones[col < eyeWidth ? 0 : 1];
-      const float noise =
-          m_noise.empty() ? 0.0F : sigma * m_noise[(start + static_cast<std::uint32_t>(col)) % noiseValues];
-      for (int c = 0; c < 3; ++c) {
-        pixels[col][c] = cv::saturate_cast<unsigned char>(tone[pixels[col][c]] + noise);
+      for (std::uint32_t c = 0; c < 3; ++c) {
+        const std::uint32_t at = start + 3U * static_cast<std::uint32_t>(col) + c;
+        const float noise = m_noise.empty() ? 0.0F : sigma * m_noise[at % noiseValues];
+        unsigned char& level = pixels[col][static_cast<int>(c)];
+        level = cv::saturate_cast<unsigned char>(tone[level] + noise);
       }
     }
   });

@@ -19,8 +19,7 @@ struct Degradation {
   bool changesNothing() const { return blur == 0.0 && noise == 0.0 && gain == 0.0 && contrast == 1.0; }
 };
 
-/// Applies a degradation, in this order: blur of each eye, contrast, gain, noise (the same for all channels of a
-/// pixel).
+/// Applies a degradation, in this order: blur of each eye, contrast, gain, noise (each channel has its own).
 ///
 /// The same seed, frame and index give the same picture on every processor. Any number of threads may call `apply`.
 class Degrader {

@@ -194,7 +194,7 @@ std::vector<Solid> randomRoom(std::uint32_t seed, int things) {
     Draws draws(seed, firstThing + static_cast<std::uint32_t>(n));
     const cv::Vec3d direction = drawDirection(draws, 95.0);
     const double distance = draws.scaled(0.11, 6.0);
-    const double angle = draws.between(3.0, 15.0);
+    const double angle = draws.between(3.0, 17.0);
     Solid thing = drawThing(draws, direction, distance, angle);
     if (distance > 0.5 && draws.between(0.0, 1.0) < 0.3) {
       for (int axis = 0; axis < 3; ++axis) {

@@ -5,7 +5,7 @@ namespace stereo::wide {
 
 namespace {
 
-constexpr int thingsOfRoom = 28;
+constexpr int thingsOfRoom = 45;
 
 // Every other room has things nearer than anything measurable.
 void addScenes(std::vector<SceneOfRig>& scenes, const sim::Rig::Options& rig, std::uint32_t firstSeed, int count) {
