@@ -20,6 +20,11 @@ namespace {
 constexpr int stripRows = 16;
 constexpr int matchRows = 200;  // of a strip that is matched by itself: fixed, since the strips show in the result
 constexpr int warmRows = 24;    // before a strip
+constexpr int refinePasses = 2;
+constexpr float largestError = 0.022F;  // standard error over disparity
+constexpr float leastCorrelation = 0.6F;
+constexpr float edgeStep = 1.5F;  // columns by which neighbors of one surface may differ
+constexpr int leastSurface = 60;  // pixels of a connected surface
 
 [[noreturn]] void refuse(const char* why) { CV_Error(cv::Error::StsBadArg, why); }
 
@@ -100,8 +105,10 @@ WideDepth::Engine::Engine(const WideDepthCalibration& calibration, cv::Size eye,
   m_matched.assign(total, 0);
   m_flags.assign(total, 0);
   m_disparity.create(W, H, noDisparity);
+  m_evidence.create(W, H, noDisparity);
   m_terms.create(W, H);
   m_refined.create(W, H);
+  m_fusedWeight.create(W, H, 0.0F);
   for (auto* image : {&m_hidden, &m_beside, &m_specks, &m_states}) {
     image->assign(total, 0);
   }
@@ -182,6 +189,7 @@ void WideDepth::Engine::collect() {
   forStrips(m_size.height, stripRows, threads(), [&](int from, int to) {
     for (int row = from; row < to; ++row) {
       float* const d = m_disparity.row(row);
+      float* const evidence = m_evidence.row(row);
       const auto first = static_cast<std::size_t>(row) * static_cast<std::size_t>(W);
       for (int x = 0; x < W; ++x) {
         const std::size_t at = first + static_cast<std::size_t>(x);
@@ -194,6 +202,9 @@ void WideDepth::Engine::collect() {
           state = RangeState::tooNear;
         }
         m_states[at] = static_cast<std::uint8_t>(state);
+        evidence[x] = (m_flags[at] & (matchDisagrees | matchAmbiguous)) == 0
+                          ? static_cast<float>(m_matched[at]) * 0.0625F
+                          : noDisparity;
         d[x] = state == RangeState::measured ? static_cast<float>(m_matched[at]) * 0.0625F : noDisparity;
       }
     }
@@ -212,17 +223,26 @@ void WideDepth::Engine::refine() {
   input.rightWidth = m_right.map.width;
   input.rightFirst = 2 * m_size.disparities;
   input.gain = m_gain;
-  for (int pass = 0; pass < 2; ++pass) {
+  for (int pass = 0; pass < refinePasses; ++pass) {
+    forStrips(m_size.height, stripRows, threads(), [&](int from, int to) {
+      smoothDisparity(m_size.width, from, to, m_disparity, 4, 1.0F, m_refined.disparity);
+    });
+    std::swap(m_disparity, m_refined.disparity);
     forStrips(m_size.height, stripRows, threads(),
               [&](int from, int to) { refineTerms(input, from, to, m_disparity, m_terms); });
     forStrips(m_size.height, stripRows, threads(),
-              [&](int from, int to) { refineSolve(input, from, to, m_disparity, m_terms, 1.0F, m_refined); });
+              [&](int from, int to) { refineSolve(input, from, to, m_disparity, m_terms, 1.0F, 2, m_refined); });
     std::swap(m_disparity, m_refined.disparity);
   }
+  forStrips(m_size.height, stripRows, threads(), [&](int from, int to) {
+    fuseDisparity(m_size.width, from, to, m_disparity, m_refined.weight, 4, m_refined.disparity, m_fusedWeight);
+  });
+  std::swap(m_disparity, m_refined.disparity);
+  std::swap(m_fusedWeight, m_refined.weight);
 }
 
 void WideDepth::Engine::filter() {
-  const FilterLimits limits;
+  const auto nearParallax = static_cast<float>(0.2 / m_grid.columnStep());
   const int W = m_size.width;
   const auto drop = [&](int from, int to, const std::vector<std::uint8_t>& marks, RangeState why) {
     for (int row = from; row < to; ++row) {
@@ -239,7 +259,8 @@ void WideDepth::Engine::filter() {
   forStrips(m_size.height, stripRows, threads(), [&](int from, int to) {
     for (int row = from; row < to; ++row) {
       float* const d = m_disparity.row(row);
-      const float* const sigma = m_refined.sigma.row(row);
+      float* const sigma = m_refined.sigma.row(row);
+      const float* const weight = m_refined.weight.row(row);
       const float* const correlation = m_refined.correlation.row(row);
       const float* const texture = m_refined.texture.row(row);
       std::uint8_t* const state = m_states.data() + static_cast<std::ptrdiff_t>(row) * W;
@@ -250,22 +271,26 @@ void WideDepth::Engine::filter() {
           }
           continue;
         }
-        const bool exact = sigma[x] <= limits.relativeSigma * std::max(d[x], 0.2F);
-        if (correlation[x] >= limits.correlation && exact) {
+        sigma[x] = std::sqrt(1.0F / (weight[x] + 1e-6F));
+        const bool exact = sigma[x] <= largestError * std::max(d[x], 0.2F);
+        if (correlation[x] >= leastCorrelation && exact) {
           continue;
         }
         d[x] = noDisparity;
-        state[x] = static_cast<std::uint8_t>(!exact || texture[x] < 0.5F ? RangeState::textureless
-                                                                       : RangeState::inconsistent);
+        state[x] =
+            static_cast<std::uint8_t>(!exact || texture[x] < 0.5F ? RangeState::textureless : RangeState::inconsistent);
       }
-      findHidden(m_disparity, W, row, row + 1, limits.step, m_hidden.data());
+      findHidden(m_disparity, W, row, row + 1, edgeStep, m_hidden.data());
     }
     drop(from, to, m_hidden, RangeState::unseen);
   });
-  m_speckFinder.find(m_disparity, limits.step, limits.speck, m_specks.data());
+  m_speckFinder.find(m_disparity, edgeStep, leastSurface, m_specks.data());
   drop(0, m_size.height, m_specks, RangeState::inconsistent);
   forStrips(m_size.height, stripRows, threads(), [&](int from, int to) {
-    findBeside(m_disparity, W, from, to, limits.step, limits.nearby, m_beside.data());
+    std::fill(m_beside.begin() + static_cast<std::ptrdiff_t>(from) * W,
+              m_beside.begin() + static_cast<std::ptrdiff_t>(to) * W, static_cast<std::uint8_t>(0));
+    findBeside(m_disparity, m_disparity, W, from, to, {2, noDisparity, 1.0F, edgeStep}, m_beside.data());
+    findBeside(m_disparity, m_evidence, W, from, to, {3, nearParallax, 1.2F, 1.0F}, m_beside.data());
   });
   drop(0, m_size.height, m_beside, RangeState::inconsistent);
 }
@@ -287,8 +312,8 @@ void WideDepth::Engine::report(const cv::Mat& leftEye, WideDepthImage& out) {
     for (int row = from; row < to; ++row) {
       const std::uint8_t* const state = m_states.data() + static_cast<std::ptrdiff_t>(row) * m_size.width;
       std::copy_n(state, size.width, out.state.ptr(row));
-      rangeRow(model, m_disparity.row(row), m_refined.sigma.row(row), m_refined.correlation.row(row), size.width,
-               out.range.ptr<float>(row), out.state.ptr(row), out.confidence.ptr(row));
+      rangeRow(model, m_disparity.row(row), m_refined.sigma.row(row), size.width, out.range.ptr<float>(row),
+               out.state.ptr(row), out.confidence.ptr(row));
     }
   });
 }

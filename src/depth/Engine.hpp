@@ -62,8 +62,10 @@ private:
   std::vector<std::int16_t> m_matched;
   std::vector<std::uint8_t> m_flags;
   depth::Plane m_disparity;
+  depth::Plane m_evidence;  // as matched, for what may be nearer
   depth::RefineTerms m_terms;
   depth::RefineResult m_refined;
+  depth::Plane m_fusedWeight;
   std::vector<std::uint8_t> m_hidden;
   std::vector<std::uint8_t> m_beside;
   std::vector<std::uint8_t> m_specks;

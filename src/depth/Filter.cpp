@@ -12,6 +12,32 @@ namespace {
 
 constexpr int widestReach = 512;  // columns that a disparity may span: more than any search
 
+// Largest value of the columns [-border, width + border) within `reach` rows; values below `least` do not count.
+void largestDown(const Plane& evidence, int row, int reach, int width, float least, float* most) {
+  for (int x = -Plane::border; x < width + Plane::border; ++x) {
+    most[x] = noDisparity;
+  }
+  for (int dy = -reach; dy <= reach; ++dy) {
+    const float* const line = evidence.row(row + dy);
+    for (int x = -Plane::border; x < width + Plane::border; ++x) {
+      const float value = line[x] >= least ? line[x] : noDisparity;
+      most[x] = value > most[x] ? value : most[x];
+    }
+  }
+}
+
+void largestAlong(const float* __restrict values, int reach, int width, float* __restrict most) {
+  for (int x = 0; x < width; ++x) {
+    most[x] = values[x];
+  }
+  for (int dx = 1; dx <= reach; ++dx) {
+    for (int x = 0; x < width; ++x) {
+      const float value = values[x - dx] > values[x + dx] ? values[x - dx] : values[x + dx];
+      most[x] = value > most[x] ? value : most[x];
+    }
+  }
+}
+
 }  // namespace
 
 void findHidden(const Plane& disparity, int width, int from, int to, float step, std::uint8_t* hidden) {
@@ -33,25 +59,20 @@ void findHidden(const Plane& disparity, int width, int from, int to, float step,
   }
 }
 
-void findBeside(const Plane& disparity, int width, int from, int to, float step, int nearby, std::uint8_t* beside) {
-  std::vector<float> largest(static_cast<std::size_t>(width) + 2 * Plane::border);
+void findBeside(const Plane& disparity, const Plane& evidence, int width, int from, int to, const BesideRule& rule,
+                std::uint8_t* beside) {
+  std::vector<float> memory(2 * (static_cast<std::size_t>(width) + 2 * Plane::border));
+  float* const column = memory.data() + Plane::border;
+  float* const most = column + width + 2 * Plane::border;
+  const int reach = rule.reach;
   for (int row = from; row < to; ++row) {
-    float* const most = largest.data() + Plane::border;
-    for (int x = -nearby; x < width + nearby; ++x) {
-      float value = noDisparity;
-      for (int dy = -nearby; dy <= nearby; ++dy) {
-        value = std::max(value, disparity.row(row + dy)[x]);
-      }
-      most[x] = value;
-    }
+    largestDown(evidence, row, reach, width, rule.least, column);
+    largestAlong(column, reach, width, most);
     const float* const d = disparity.row(row);
     std::uint8_t* const out = beside + static_cast<std::ptrdiff_t>(row) * width;
     for (int x = 0; x < width; ++x) {
-      float value = most[x];
-      for (int dx = -nearby; dx <= nearby; ++dx) {
-        value = std::max(value, most[x + dx]);
-      }
-      out[x] = d[x] != noDisparity && value > d[x] + step ? 255 : 0;
+      const bool marked = (d[x] != noDisparity) & (most[x] > rule.factor * d[x] + rule.step);
+      out[x] = marked ? 255 : out[x];
     }
   }
 }

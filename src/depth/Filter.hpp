@@ -9,21 +9,23 @@
 
 namespace stereo::depth {
 
-/// How far a disparity must be from a doubt to be kept.
-struct FilterLimits {
-  float correlation = 0.6F;
-  float relativeSigma = 0.1F;  ///< largest sigma / disparity
-  float step = 1.5F;           ///< columns by which something nearer must be nearer to count as another thing
-  int nearby = 2;              ///< pixels around something nearer that are dropped
-  int speck = 60;              ///< pixels: smaller connected surfaces are dropped
-};
-
 /// Marks in `hidden` (0 or 255, by row) the pixels of rows [from, to) that something nearer hides from the right eye:
 /// it projects to the same column there.
 void findHidden(const Plane& disparity, int width, int from, int to, float step, std::uint8_t* hidden);
 
-/// Marks in `beside` the pixels of rows [from, to) that have something nearer within `nearby` pixels. 
-void findBeside(const Plane& disparity, int width, int from, int to, float step, int nearby, std::uint8_t* beside);
+/// What counts as the edge of something nearer: disparities of at least `least` and above `factor` d + `step`, within
+/// `reach` pixels of one of d.
+struct BesideRule {
+  int reach;
+  float least;
+  float factor;
+  float step;
+};
+
+/// Marks with 255 in `beside` the pixels of rows [from, to) of `disparity` that are next to something nearer in
+/// `evidence`; leaves the others as they are.
+void findBeside(const Plane& disparity, const Plane& evidence, int width, int from, int to, const BesideRule& rule,
+                std::uint8_t* beside);
 
 /// Finds connected surfaces: pixels next to each other whose disparities differ by at most `step`.
 class SpeckFinder {

@@ -160,8 +160,8 @@ void buildSampleMap(const core::RayProjection& eye, cv::Size image, const ViewGr
         const double dx = u[k] - centerX;
         const double dy = v[k] - centerY;
         const bool seen = std::abs(grid.longitude(first + k)) < CV_PI / 2 && z > behind && away > 1e-3 &&
-                          x * x + y * y < limit * away * away && dx * dx + dy * dy <= radius * radius &&
-                          u[k] >= 0.0F && v[k] >= 0.0F && u[k] <= static_cast<float>(image.width - 1) &&
+                          x * x + y * y < limit * away * away && dx * dx + dy * dy <= radius * radius && u[k] >= 0.0F &&
+                          v[k] >= 0.0F && u[k] <= static_cast<float>(image.width - 1) &&
                           v[k] <= static_cast<float>(image.height - 1);
         map.offset[at] = outside;
         map.right[at] = 0;

@@ -69,7 +69,7 @@ struct SampleMap {
   std::vector<std::int32_t> offset;  ///< of the upper left pixel; `outside` where the eye sees nothing
   std::vector<std::uint8_t> right;
   std::vector<std::uint8_t> lower;
-  std::vector<std::uint8_t> seen;    ///< 255 or 0
+  std::vector<std::uint8_t> seen;  ///< 255 or 0
 };
 
 /// Fills `map` for the columns [first, first + width) of `grid`, in an image whose rows are `stride` pixels apart.

@@ -20,15 +20,14 @@
 #if defined(__x86_64__)
 #define STEREO_DEPTH_HAS_AVX2 1
 #if defined(__clang__)
-#define STEREO_DEPTH_AVX2_BEGIN \
-  _Pragma("clang attribute push(__attribute__((target(\"avx2\"))), apply_to = function)")
+#define STEREO_DEPTH_AVX2_BEGIN _Pragma("clang attribute push(__attribute__((target(\"avx2\"))), apply_to = function)")
 #define STEREO_DEPTH_AVX2_END _Pragma("clang attribute pop")
 #else
 #define STEREO_DEPTH_AVX2_BEGIN _Pragma("GCC push_options") _Pragma("GCC target(\"avx2\")")
 #define STEREO_DEPTH_AVX2_END _Pragma("GCC pop_options")
 #endif
 // Calls the form in use.
-#define STEREO_DEPTH_CALL(function, ...)                             \
+#define STEREO_DEPTH_CALL(function, ...) \
   (core::instructionSet() == core::InstructionSet::plain ? plain::function(__VA_ARGS__) : avx2::function(__VA_ARGS__))
 #else
 #define STEREO_DEPTH_HAS_AVX2 0

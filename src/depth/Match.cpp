@@ -63,8 +63,7 @@ MatchScratch::MatchScratch(const MatchSize& size) {
   rightIndex.assign(static_cast<std::size_t>(size.rightWidth()) + gap, 0);
 }
 
-void matchStrip(const MatchInput& input, int warm, int from, int to, MatchScratch& scratch,
-                const MatchOutput& output) {
+void matchStrip(const MatchInput& input, int warm, int from, int to, MatchScratch& scratch, const MatchOutput& output) {
   const MatchSize& size = input.size;
   for (int path = 0; path < 3; ++path) {
     clearColumns(scratch.paths[path], size.width + 1, size.disparities);

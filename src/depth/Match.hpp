@@ -13,7 +13,7 @@ struct MatchSize {
   static constexpr int least = -2;  ///< columns: room for a parallax of noise about zero
   static constexpr int pad = 4;     ///< columns that the right view has beyond the left one's last
 
-  int width = 0;        ///< of the left view
+  int width = 0;  ///< of the left view
   int height = 0;
   int disparities = 0;  ///< a multiple of 32
 
@@ -26,8 +26,8 @@ struct MatchSize {
 /// width + pad - 1 - c.
 struct MatchInput {
   MatchSize size;
-  const std::uint8_t* left[3];      ///< `width` a row
-  const std::uint8_t* right[3];     ///< `rightWidth()` a row
+  const std::uint8_t* left[3];        ///< `width` a row
+  const std::uint8_t* right[3];       ///< `rightWidth()` a row
   const std::uint8_t* besidePenalty;  ///< P2 between a pixel and the one left of it, `width` a row
   const std::uint8_t* abovePenalty;   ///< P2 between a pixel and those above it, `width` a row
 };
@@ -59,7 +59,8 @@ public:
 };
 
 /// Matches the rows [from, to) of strip after rows [warm, from), whose results are dropped. Costs are Hamming distances
-/// of the descriptors (0 to 24), summed over five paths: from the left, the right, and three from above. A path's cost is
+/// of the descriptors (0 to 24), summed over five paths: from the left, the right, and three from above. A path's cost
+/// is
 ///   L(p, d) = C(p, d) + min(L(q, d), L(q, d - 1) + P1, L(q, d + 1) + P1, min L(q) + P2) - min L(q)
 /// with q the pixel before p. All in 8 bits: a path's cost stays within 24 + P2, so P2 is at most 26.
 void matchStrip(const MatchInput& input, int warm, int from, int to, MatchScratch& scratch, const MatchOutput& output);

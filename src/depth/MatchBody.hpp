@@ -23,15 +23,40 @@ inline Bytes shifted(Bytes value) {
   return reinterpret_cast<Bytes>(reinterpret_cast<Pairs>(value) >> by);
 }
 
-inline int smallestOf(Bytes value) {
-  std::uint8_t bytes[lanes];
-  store(bytes, value);
-  for (int half = lanes / 2; half > 0; half /= 2) {
-    for (int k = 0; k < half; ++k) {
-      bytes[k] = bytes[k + half] < bytes[k] ? bytes[k + half] : bytes[k];
-    }
-  }
-  return bytes[0];
+typedef std::uint8_t Sixteen __attribute__((vector_size(16)));
+
+// Smaller of the two bytes 16 apart.
+inline Sixteen folded(Bytes value) {
+#if STEREO_DEPTH_LANES == 32
+  const Sixteen low = __builtin_shufflevector(value, value, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
+  const Sixteen high =
+      __builtin_shufflevector(value, value, 16, 17, 18, 19, 20, 21, 22, 23, 24, 25, 26, 27, 28, 29, 30, 31);
+  return low < high ? low : high;
+#else
+  return value;
+#endif
+}
+
+struct Four {
+  std::uint8_t of[4];
+};
+
+// Smallest byte of each of four vectors: pairs of them are interleaved and folded until four bytes are left.
+inline Four smallestOf(Bytes first, Bytes second, Bytes third, Bytes fourth) {
+  const auto least = [](Sixteen a, Sixteen b) { return a < b ? a : b; };
+  const auto interleaved = [&least](Sixteen a, Sixteen b) {
+    return least(__builtin_shufflevector(a, b, 0, 16, 1, 17, 2, 18, 3, 19, 4, 20, 5, 21, 6, 22, 7, 23),
+                 __builtin_shufflevector(a, b, 8, 24, 9, 25, 10, 26, 11, 27, 12, 28, 13, 29, 14, 30, 15, 31));
+  };
+  const Sixteen one = interleaved(folded(first), folded(second));
+  const Sixteen two = interleaved(folded(third), folded(fourth));
+  Sixteen all4 = least(__builtin_shufflevector(one, two, 0, 1, 16, 17, 2, 3, 18, 19, 4, 5, 20, 21, 6, 7, 22, 23),
+                       __builtin_shufflevector(one, two, 8, 9, 24, 25, 10, 11, 26, 27, 12, 13, 28, 29, 14, 15, 30, 31));
+  all4 = least(all4, __builtin_shufflevector(all4, all4, 8, 9, 10, 11, 12, 13, 14, 15, 0, 1, 2, 3, 4, 5, 6, 7));
+  all4 = least(all4, __builtin_shufflevector(all4, all4, 4, 5, 6, 7, 0, 1, 2, 3, 12, 13, 14, 15, 8, 9, 10, 11));
+  Four result;
+  std::memcpy(&result, &all4, sizeof result);
+  return result;
 }
 
 // Number of bits in each byte of a, b and c together: a full adder first, then ones and twos in nibbles.
@@ -121,45 +146,42 @@ void forwardRow(const MatchInput& input, int row, MatchScratch& scratch) {
     }
     store(path1 + count - lanes, late1);
     leastAboveLeft = scratch.least[0][static_cast<std::size_t>(x)];
-    leastBefore = smallestOf(n);
-    scratch.least[0][static_cast<std::size_t>(x)] = static_cast<std::uint8_t>(smallestOf(n0));
-    scratch.least[1][static_cast<std::size_t>(x)] = static_cast<std::uint8_t>(smallestOf(n1));
-    scratch.least[2][static_cast<std::size_t>(x)] = static_cast<std::uint8_t>(smallestOf(n2));
+    const Four least4 = smallestOf(n, n0, n1, n2);
+    leastBefore = least4.of[0];
+    scratch.least[0][static_cast<std::size_t>(x)] = least4.of[1];
+    scratch.least[1][static_cast<std::size_t>(x)] = least4.of[2];
+    scratch.least[2][static_cast<std::size_t>(x)] = least4.of[3];
     std::swap(before, now);
     std::swap(above, aboveLeft);
   }
 }
 
-// Index of the smallest sum, the first of several.
+// Index of the smallest sum, the first of several, and whether a sum that is not next to it comes near it: by less than
+// 6 percent, or 2.
 struct Winner {
   int index;
-  int sum;
-  int second;  // smallest sum that is not next to it
+  bool isAmbiguous;
 };
 
-inline Winner winnerOf(const std::uint8_t* sums, int count, Bytes smallest) {
-  Winner winner{};
-  winner.sum = smallestOf(smallest);
-  const Bytes wanted = all(winner.sum);
-  Bytes index = all(0);
-  for (int k = 0; k < lanes; ++k) {
-    index[k] = static_cast<std::uint8_t>(k);
-  }
-  Bytes first = all(255);
-  const Bytes lane = index;
+inline Winner winnerOf(const std::uint8_t* sums, int count, int smallest, Bytes lane) {
+  const Bytes wanted = all(smallest);
+  const int margin = (6 * smallest + 99) / 100;
+  const Bytes bound = all(smallest + (margin > 2 ? margin : 2));
+  const Bytes none = all(255);
+  Bytes index = lane;
+  Bytes best = none;
+  Bytes first = none;
+  Bytes last = none;  // 255 minus the index
   for (int d = 0; d < count; d += lanes) {
-    first = smaller(first, load(sums + d) == wanted ? index : all(255));
+    const Bytes s = load(sums + d);
+    best = smaller(best, s == wanted ? index : none);
+    const auto isNear = s < bound;
+    first = smaller(first, isNear ? index : none);
+    last = smaller(last, isNear ? none - index : none);
     index = index + static_cast<std::uint8_t>(lanes);
   }
-  winner.index = smallestOf(first);
-  index = lane - static_cast<std::uint8_t>(winner.index - 1);  // 0, 1, 2: the winner and its neighbors
-  Bytes second = all(255);
-  for (int d = 0; d < count; d += lanes) {
-    second = smaller(second, index > all(2) ? load(sums + d) : all(255));
-    index = index + static_cast<std::uint8_t>(lanes);
-  }
-  winner.second = smallestOf(second);
-  return winner;
+  const Four least = smallestOf(best, first, last, last);
+  return {least.of[0], least.of[1] + 1 < least.of[0] || 255 - least.of[2] > least.of[0] + 1};
 }
 
 // The path from the right, and the winners of a row.
@@ -204,25 +226,26 @@ void backwardRow(const MatchInput& input, int row, MatchScratch& scratch, const 
       store(bestIndex + d, better ? index : load(bestIndex + d));
       index = index + static_cast<std::uint8_t>(lanes);
     }
-    least = smallestOf(n);
-    const Winner winner = winnerOf(sum, count, smallest);
+    const Four least2 = smallestOf(n, smallest, smallest, smallest);
+    least = least2.of[0];
+    const int smallestSum = least2.of[1];
+    const Winner winner = winnerOf(sum, count, smallestSum, lane);
     int between = 0;
     if (winner.index > 0 && winner.index < count - 1) {
       const int under = sum[winner.index - 1];
       const int over = sum[winner.index + 1];
-      const int rise = (under > over ? under : over) - winner.sum;
+      const int rise = (under > over ? under : over) - smallestSum;
       between = rise > 0 ? (under - over) * 8 / rise : 0;
     }
     disparity[x] = static_cast<std::int16_t>((winner.index + MatchSize::least) * 16 + between);
-    const int margin = winner.second - winner.sum;
-    int flag = winner.index == count - 1 ? matchAtLimit : 0;
-    flag |= margin < 2 || margin * 100 < 6 * winner.sum ? matchAmbiguous : 0;
-    flags[x] = static_cast<std::uint8_t>(flag);
+    flags[x] = static_cast<std::uint8_t>((winner.index == count - 1 ? matchAtLimit : 0) |
+                                         (winner.isAmbiguous ? matchAmbiguous : 0));
     std::swap(before, now);
   }
   for (int x = 0; x < width; ++x) {
     const int index = ((disparity[x] + 8) >> 4) - MatchSize::least;
-    const int other = scratch.rightIndex[static_cast<std::size_t>(width + MatchSize::pad - 1 - x + MatchSize::least + index)];
+    const int other =
+        scratch.rightIndex[static_cast<std::size_t>(width + MatchSize::pad - 1 - x + MatchSize::least + index)];
     if (std::abs(other - index) > 1) {
       flags[x] = static_cast<std::uint8_t>(flags[x] | matchDisagrees);
     }

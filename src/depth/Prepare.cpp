@@ -15,7 +15,8 @@ using core::InstructionSet;
 using core::instructionSet;
 
 // Gray of OpenCV's weights for blue, green, red in 1/256, times 1.
-STEREO_CAMERA_ALWAYS_INLINE void grayOfBody(const std::uint8_t* __restrict bgr, int count, std::uint8_t* __restrict gray) {
+STEREO_CAMERA_ALWAYS_INLINE void grayOfBody(const std::uint8_t* __restrict bgr, int count,
+                                            std::uint8_t* __restrict gray) {
   for (int k = 0; k < count; ++k) {
     gray[k] = static_cast<std::uint8_t>((29 * bgr[3 * k] + 150 * bgr[3 * k + 1] + 77 * bgr[3 * k + 2] + 128) >> 8);
   }
@@ -58,8 +59,8 @@ struct Neighbors {
   const std::uint16_t* from[8];
 };
 
-STEREO_CAMERA_ALWAYS_INLINE void censusRowBody(const std::uint16_t* __restrict center, const Neighbors& given, int count,
-                                            std::uint8_t* __restrict bits) {
+STEREO_CAMERA_ALWAYS_INLINE void censusRowBody(const std::uint16_t* __restrict center, const Neighbors& given,
+                                               int count, std::uint8_t* __restrict bits) {
   const Neighbors n = given;
   for (int k = 0; k < count; ++k) {
     const std::uint16_t c = center[k];
@@ -70,8 +71,7 @@ STEREO_CAMERA_ALWAYS_INLINE void censusRowBody(const std::uint16_t* __restrict c
   }
 }
 
-STEREO_CAMERA_KERNEL(censusRow,
-                     (const std::uint16_t* center, const Neighbors& given, int count, std::uint8_t* bits),
+STEREO_CAMERA_KERNEL(censusRow, (const std::uint16_t* center, const Neighbors& given, int count, std::uint8_t* bits),
                      (center, given, count, bits))
 
 }  // namespace
@@ -117,6 +117,7 @@ void sampleGray(const SampleMap& map, const std::uint8_t* gray, std::ptrdiff_t s
 void sampleColor(const SampleMap& map, const cv::Mat& image, int from, int to, cv::Mat& view) {
   const int channels = image.channels();
   const auto stride = static_cast<std::ptrdiff_t>(image.step);
+  const std::ptrdiff_t gap = stride - static_cast<std::ptrdiff_t>(image.cols) * channels;  // after each row
   for (int row = from; row < to; ++row) {
     std::uint8_t* const out = view.ptr(row);
     const std::size_t first = static_cast<std::size_t>(row) * static_cast<std::size_t>(map.width);
@@ -127,9 +128,8 @@ void sampleColor(const SampleMap& map, const cv::Mat& image, int from, int to, c
         pixel[0] = pixel[1] = pixel[2] = 0;
         continue;
       }
-      const int line = map.offset[k] / image.cols;
-      const int column = map.offset[k] - line * image.cols;
-      const std::uint8_t* const at = image.ptr(line) + static_cast<std::ptrdiff_t>(column) * channels;
+      const std::uint8_t* const at = image.data + static_cast<std::ptrdiff_t>(map.offset[k]) * channels +
+                                     (gap == 0 ? 0 : gap * (map.offset[k] / image.cols));
       const int right = map.right[k];
       const int lower = map.lower[k];
       for (int c = 0; c < 3; ++c) {
@@ -155,9 +155,11 @@ void census(const std::uint16_t* image, int width, int height, int from, int to,
       for (int k = 0; k < 5; ++k) {
         const std::uint16_t* const source =
             image + static_cast<std::ptrdiff_t>(std::clamp(row + k - reach, 0, height - 1)) * width;
-        for (int x = -reach; x < count + reach; ++x) {
-          lines[k][x + reach] = source[std::clamp(first + x, 0, width - 1)];
-        }
+        const int before = std::max(first - reach, 0);
+        const int after = std::min(first + count + reach, width);
+        std::copy(source + before, source + after, lines[k] + (before - first + reach));
+        std::fill(lines[k], lines[k] + (before - first + reach), source[0]);
+        std::fill(lines[k] + (after - first + reach), lines[k] + count + 2 * reach, source[width - 1]);
       }
       int neighbor = 0;
       for (int plane = 0; plane < 3; ++plane) {

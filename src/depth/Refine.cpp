@@ -12,8 +12,12 @@ namespace stereo::depth {
 
 namespace {
 
-constexpr int windowReach = 4;      // pixels: the window is 9 x 9
+constexpr int windowReach = 4;       // pixels: the window is 9 x 9
 constexpr float largestStep = 1.0F;  // columns that one refinement may move a disparity
+
+// Pairs of pixels that are averaged: how much they may differ, columns, and by how many variances from the middle one.
+constexpr float likePair = 4.0F;
+constexpr float agreement = 6.0F;
 
 #if STEREO_DEPTH_HAS_AVX2
 #define STEREO_DEPTH_LANES 8
@@ -44,7 +48,7 @@ void RefineTerms::create(int width, int height) {
 }
 
 void RefineResult::create(int width, int height) {
-  for (Plane* plane : {&disparity, &sigma, &correlation, &texture, &support}) {
+  for (Plane* plane : {&disparity, &sigma, &correlation, &texture, &weight, &support}) {
     plane->create(width, height, plane == &disparity ? noDisparity : 0.0F);
   }
 }
@@ -56,9 +60,22 @@ void refineTerms(const RefineInput& input, int from, int to, Plane& disparity, R
 }
 
 void refineSolve(const RefineInput& input, int from, int to, const Plane& disparity, const RefineTerms& terms,
-                 float like, RefineResult& result) {
+                 float like, int rowStep, RefineResult& result) {
   for (int row = from; row < to; ++row) {
-    STEREO_DEPTH_CALL(solveRow, input, row, disparity, terms, like, result);
+    STEREO_DEPTH_CALL(solveRow, input, row, disparity, terms, like, rowStep, result);
+  }
+}
+
+void smoothDisparity(int width, int from, int to, const Plane& disparity, int reach, float like, Plane& smoothed) {
+  for (int row = from; row < to; ++row) {
+    STEREO_DEPTH_CALL(smoothRow, width, row, disparity, reach, like, smoothed);
+  }
+}
+
+void fuseDisparity(int width, int from, int to, const Plane& disparity, const Plane& weight, int step, Plane& fused,
+                   Plane& fusedWeight) {
+  for (int row = from; row < to; ++row) {
+    STEREO_DEPTH_CALL(fuseRow, width, row, disparity, weight, step, fused, fusedWeight);
   }
 }
 

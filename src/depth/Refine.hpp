@@ -28,11 +28,11 @@ constexpr float noDisparity = -1e6F;
 
 /// The views that are compared, by row. A pixel of the disparity image covers `samples` of them (1 or 2).
 struct RefineInput {
-  int width = 0;    ///< pixels of the disparity image
+  int width = 0;  ///< pixels of the disparity image
   int height = 0;
-  int samples = 0;  ///< samples of the views in a pixel, along the row
-  const std::uint16_t* left = nullptr;   ///< gray times 16; `leftWidth` a row
-  const std::uint16_t* right = nullptr;  ///< `rightWidth` a row
+  int samples = 0;                          ///< samples of the views in a pixel, along the row
+  const std::uint16_t* left = nullptr;      ///< gray times 16; `leftWidth` a row
+  const std::uint16_t* right = nullptr;     ///< `rightWidth` a row
   const std::uint8_t* rightSeen = nullptr;  ///< for each sample of `right`, 0 or 255
   int leftWidth = 0;
   int rightWidth = 0;
@@ -59,6 +59,7 @@ struct RefineResult {
   Plane sigma;        ///< standard error of the disparity, columns
   Plane correlation;  ///< of both views over the window, -1 to 1
   Plane texture;      ///< what both views' gradients have in common: mean of their product, gray levels squared
+  Plane weight;       ///< 1 / sigma^2, 0 for disparities not to be trusted
   Plane support;      ///< pixels of like disparity in the window
 };
 
@@ -69,6 +70,15 @@ void refineTerms(const RefineInput& input, int from, int to, Plane& disparity, R
 /// Solves for each pixel of the rows [from, to), over the pixels of a window of 9 x 9 whose disparities differ by at
 /// most `like` columns from its own.
 void refineSolve(const RefineInput& input, int from, int to, const Plane& disparity, const RefineTerms& terms,
-                 float like, RefineResult& result);
+                 float like, int rowStep, RefineResult& result);
+
+/// Averages each disparity of the rows [from, to) with pairs of pixels opposite each other within `reach` that both
+/// differ by at most `like`: planes stay as they are, also next to an edge.
+void smoothDisparity(int width, int from, int to, const Plane& disparity, int reach, float like, Plane& smoothed);
+
+/// Averages the disparities of the rows [from, to), by weight, with pairs of pixels opposite each other at multiples of
+/// `step`, where they agree with the pixel's own within its error.
+void fuseDisparity(int width, int from, int to, const Plane& disparity, const Plane& weight, int step, Plane& fused,
+                   Plane& fusedWeight);
 
 }  // namespace stereo::depth
