@@ -215,35 +215,38 @@ Figures sceneFigures(const cv::Mat& range, const View& view, const ClassDepth& r
 
 std::vector<Entry> judgeBoards(const fs::path& folder, const std::vector<EngineKind>& engines, const Task& task) {
   std::vector<Entry> entries;
-  for (const EngineKind& kind : engines) {
-    double boards = 0;
-    double measured = 0;
-    double within = 0;
-    double worst = 0;
-    for (const fs::path& picture : picturesOf(folder)) {
-      const Recorded recorded(picture, folder / "calibration.yml");
-      const calibration::BoardView seen =
-          calibration::findBoard(recorded.frame, board, picture.filename().string(), calibration::Effort::thorough);
-      if (!seen.sees(0)) {
-        continue;
-      }
-      ++boards;
-      const cv::Mat range = kind.make(recorded.camera, task)->measure(recorded.eye(false), recorded.eye(true)).range;
-      entries.push_back({"board " + picture.stem().string(), kind.name,
-                         boardFigures(truthOf(seen.corners[0], recorded.camera), range, task.view)});
-      const Figures& figures = entries.back().figures;
+  std::vector<double> boards(engines.size());
+  std::vector<double> measured(engines.size());
+  std::vector<double> within(engines.size());
+  std::vector<double> worst(engines.size());
+  for (const fs::path& picture : picturesOf(folder)) {
+    const Recorded recorded(picture, folder / "calibration.yml");
+    const std::vector<cv::Point2d> corners =
+        calibration::findCorners(recorded.eye(false), board, calibration::Effort::thorough);
+    if (corners.empty()) {
+      continue;
+    }
+    const BoardTruth truth = truthOf(corners, recorded.camera);
+    for (std::size_t n = 0; n < engines.size(); ++n) {
+      const Measured found = engines[n].make(recorded.camera, task)->measure(recorded.eye(false), recorded.eye(true));
+      const Figures figures = boardFigures(truth, found.range, task.view);
+      entries.push_back({"board " + picture.stem().string(), engines[n].name, figures});
+      ++boards[n];
       if (figure(figures, "corners") >= 50.0) {
-        ++measured;
-        within += std::abs(figure(figures, "error")) <= boardError ? 1 : 0;
-        worst = std::max(worst, std::abs(figure(figures, "error")));
+        const double error = std::abs(figure(figures, "error"));
+        ++measured[n];
+        within[n] += error <= boardError ? 1 : 0;
+        worst[n] = std::max(worst[n], error);
       }
     }
+  }
+  for (std::size_t n = 0; n < engines.size(); ++n) {
     entries.push_back({"boards",
-                       kind.name,
-                       {{"boards, count", boards},
-                        {"boards measured, count", measured},
-                        {"boards within 1.5 %, count", within},
-                        {"worst board", worst}}});
+                       engines[n].name,
+                       {{"boards, count", boards[n]},
+                        {"boards measured, count", measured[n]},
+                        {"boards within 1.5 %, count", within[n]},
+                        {"worst board", worst[n]}}});
   }
   return entries;
 }
