@@ -7,7 +7,8 @@ set(stereo_camera_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/StereoCamera)
 install(TARGETS StereoCameraCommon EXPORT StereoCameraTargets
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development)
-install(FILES include/DocumentGuard.hpp include/ReadLimit.hpp include/StereoCamera.hpp include/StereoCameraExport.hpp log/SystemLog.hpp
+install(FILES include/DocumentGuard.hpp include/ReadLimit.hpp include/StereoCamera.hpp include/StereoCameraExport.hpp
+              include/WideDepth.hpp log/SystemLog.hpp
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/stereo-camera COMPONENT development)
 install(EXPORT StereoCameraTargets NAMESPACE StereoCamera:: DESTINATION ${stereo_camera_package_dir}
   COMPONENT development)

@@ -40,7 +40,8 @@ Kind<VirtualCamera>* onSource(const py::object& source, double rate) {
 struct Keywords {
   static SimulatedCamera::Options simulated(const py::object& frameSize, double rate, std::uint32_t seed, bool moving,
                                             double period, int framesPerPeriod, bool ring,
-                                            const py::object& rectFrameSize, const std::string& faults) {
+                                            const py::object& rectFrameSize, const std::string& faults,
+                                            const std::string& conditions) {
     SimulatedCamera::Options options;
     options.frameSize = toSize(frameSize, "frameSize");
     options.rate = rate;
@@ -51,6 +52,7 @@ struct Keywords {
     options.ring = ring;
     options.rectFrameSize = toSize(rectFrameSize, "rectFrameSize");
     options.faults = sim::parseFaults(faults);
+    options.conditions = sim::parseConditions(conditions);
     return options;
   }
 
@@ -215,14 +217,15 @@ void bindSimulation(py::module_& module) {
            py::arg("seed") = simulated.seed, py::arg("moving") = simulated.moving, py::arg("period") = simulated.period,
            py::arg("framesPerPeriod") = simulated.framesPerPeriod, py::arg("ring") = simulated.ring,
            py::arg("rectFrameSize") = fromSize(simulated.rectFrameSize), py::arg("faults") = "",
+           py::arg("conditions") = "",
            R"(__init__(self, *, frameSize=(1856, 800), rate=30.0, seed=1, moving=True, period=2.0, )"
-           R"(framesPerPeriod=16, ring=True, rectFrameSize=(464, 400), faults='')
+           R"(framesPerPeriod=16, ring=True, rectFrameSize=(464, 400), faults='', conditions='')
 --
 
 `frameSize`: (1856, 800) or (928, 400) pixels; `rate`: frames per second, 0 as fast as possible; `seed`: of rig and
 scene; `moving`: False for a scene without motion; its motion repeats after `period` seconds, shown in
 `framesPerPeriod` frames; `ring`: keep these frames (4.5 MB each); `rectFrameSize`: one rectified eye, pixels;
-`faults`: a fault script. Raises ValueError for options out of range.)")
+`faults`: a fault script; `conditions`: what makes it hard, such as 'rich' or 'noise=3,poles=4'. Raises ValueError for options out of range.)")
       .def("truth", &truthOf, py::arg("view") = "perspective", py::arg("time") = 0.0,
            R"(truth(self, view='perspective', time=0.0)
 --

@@ -52,11 +52,15 @@ cv::Point2d View::pixel(const cv::Vec3d& point) const {
 
 GroundTruth::GroundTruth(std::shared_ptr<const Scene> scene, const Rig& rig) : m_scene(std::move(scene)), m_rig(rig) {}
 
+bool GroundTruth::inBothImages(const cv::Vec3d& point) const {
+  const cv::Size full = model::fullFrameSize();
+  return m_rig.project(false, point, full) && m_rig.project(true, point, full);
+}
+
 Truth GroundTruth::at(const View& view, double time) const {
   const SceneSnapshot snapshot = m_scene->at(time);
   const cv::Vec3d leftEye = m_rig.eye(false).position;
   const cv::Vec3d rightEye = m_rig.eye(true).position;
-  const cv::Size full(model::fullFrameWidth, model::fullFrameHeight);
   const cv::Size size = view.size();
   Truth truth;
   truth.depth.create(size, CV_64FC1);
@@ -74,9 +78,28 @@ Truth GroundTruth::at(const View& view, double time) const {
       truth.surface.at<int>(row, col) = hit.surface;
       if (!snapshot.visible(rightEye, hit.point)) {
         truth.occluded.at<unsigned char>(row, col) = 255;
-      } else if (m_rig.project(false, hit.point, full) && m_rig.project(true, hit.point, full)) {
+      } else if (inBothImages(hit.point)) {
         truth.seen.at<unsigned char>(row, col) = 255;
       }
+    }
+  });
+  return truth;
+}
+
+RangeTruth GroundTruth::along(const cv::Mat& rays, double time) const {
+  const SceneSnapshot snapshot = m_scene->at(time);
+  const cv::Vec3d rightEye = m_rig.eye(true).position;
+  RangeTruth truth;
+  truth.range.create(rays.size(), CV_32FC1);
+  truth.surface.create(rays.size(), CV_32SC1);
+  truth.seen.create(rays.size(), CV_8UC1);
+  forEachRow(rays.rows, [&](int row) {
+    for (int col = 0; col < rays.cols; ++col) {
+      const Hit hit = snapshot.trace(m_rig.eye(false).position, cv::normalize(cv::Vec3d(rays.at<cv::Vec3f>(row, col))));
+      truth.range.at<float>(row, col) = static_cast<float>(hit.distance);
+      truth.surface.at<int>(row, col) = hit.surface;
+      const bool isSeen = snapshot.visible(rightEye, hit.point) && inBothImages(hit.point);
+      truth.seen.at<unsigned char>(row, col) = isSeen ? 255 : 0;
     }
   });
   return truth;

@@ -51,6 +51,13 @@ struct Truth {
   cv::Mat seen;       ///< CV_8UC1: 255 where the point is in the field and image of both eyes and nothing hides it
 };
 
+/// The exact values along given rays of the left eye. All matrices have the size of the rays.
+struct RangeTruth {
+  cv::Mat range;    ///< CV_32FC1: along the ray, meters
+  cv::Mat surface;  ///< CV_32SC1: `Hit::surface`
+  cv::Mat seen;     ///< CV_8UC1: 255 where the point is in the field and image of both eyes and nothing hides it
+};
+
 /// True depth of the scene for every pixel of a rectified left view. Immutable; any thread.
 class GroundTruth {
 public:
@@ -58,8 +65,12 @@ public:
 
   /// The truth at `time`, seconds. Rows are spread over threads (`forEachRow`).
   Truth at(const View& view, double time) const;
+  /// `rays`: CV_32FC3, of length 1, rectified left frame.
+  RangeTruth along(const cv::Mat& rays, double time) const;
 
 private:
+  bool inBothImages(const cv::Vec3d& point) const;
+
   std::shared_ptr<const Scene> m_scene;
   Rig m_rig;
 };

@@ -26,7 +26,8 @@ cv::Matx33d turnAbout(const cv::Vec3d& axisAngle) {
   return cv::Matx33d::eye() + std::sin(angle) * across + (1.0 - std::cos(angle)) * (across * across);
 }
 
-Eye drawEye(bool isRight, double baseline, std::uint32_t seed) {
+Eye drawEye(bool isRight, double baseline, const Rig::Options& options) {
+  const std::uint32_t seed = options.seed;
   std::uint32_t drawn = 0;
   const auto around = [&](double middle, double spread) {
     return middle + spread * (2.0 * unitNumber(mixBits(seed, isRight ? 77U : 33U), drawn++) - 1.0);
@@ -34,33 +35,36 @@ Eye drawEye(bool isRight, double baseline, std::uint32_t seed) {
   Eye eye;
   model::OmniModel& m = eye.model;
   m.halfField = lensHalfField;
-  m.xi = around(1.5, 0.04);
+  m.xi = around(options.xi, 0.04);
   m.k1 = around(-0.06, 0.02);
   m.k2 = around(0.010, 0.006);
   m.p1 = around(0.0, 4e-4);
   m.p2 = around(0.0, 4e-4);
-  // The focal length puts the rim of the field on the rim of the image circle.
+  // At factor 1 the focal length puts the rim of the field on the rim of the image circle.
   const double r = std::sin(lensHalfField) / (std::cos(lensHalfField) + m.xi);
   const double rim = r * (1.0 + m.k1 * r * r + m.k2 * r * r * r * r);
-  m.fx = around(circleRadius / rim, 2.5);
+  m.fx = around(options.focal * circleRadius / rim, 2.5);
   m.fy = m.fx * around(1.0, 0.0015);
   m.skew = around(0.0, 0.15);
   m.cx = around(464.0, 3.0);
   m.cy = around(400.0, 3.0);
   const double degree = CV_PI / 180.0;
   // The eyes diverge by about a degree in all, and tilt and roll less.
-  eye.rotation = turnAbout({around(0.0, 0.4) * degree, around(isRight ? -0.6 : 0.6, 0.4) * degree,
-                            around(isRight ? 0.4 : -0.4, 0.4) * degree});
+  eye.rotation = turnAbout(cv::Vec3d{around(0.0, 0.4) * degree, around(isRight ? -0.6 : 0.6, 0.4) * degree,
+                                     around(isRight ? 0.4 : -0.4, 0.4) * degree} +
+                           (isRight ? options.turn * degree : cv::Vec3d()));
   eye.position = isRight ? cv::Vec3d(baseline, 0, 0) : cv::Vec3d(0, 0, 0);
   return eye;
 }
 
 }  // namespace
 
-Rig::Rig(std::uint32_t seed) {
-  m_baseline = 0.060 + 0.001 * (unitNumber(seed, 5) - 0.5);
+Rig::Rig(std::uint32_t seed) : Rig(Options{.seed = seed}) {}
+
+Rig::Rig(const Options& options) : m_error(options.error) {
+  m_baseline = options.baseline + 0.001 * (unitNumber(options.seed, 5) - 0.5);
   for (const bool isRight : {false, true}) {
-    m_eyes[isRight ? 1 : 0] = drawEye(isRight, m_baseline, seed);
+    m_eyes[isRight ? 1 : 0] = drawEye(isRight, m_baseline, options);
   }
 }
 
@@ -83,9 +87,18 @@ std::optional<cv::Point2d> Rig::project(bool isRight, const cv::Vec3d& point, co
 }
 
 std::vector<cv::Mat> Rig::calibParams(bool isRight) const {
-  const Eye& e = eye(isRight);
+  Eye e = eye(isRight);
+  Eye right = eye(true);
+  // The yaw error turns the handed-out rectified frame against the eye, and the translation with it.
+  if (m_error.yaw != 0.0) {
+    right.rotation = turnAbout({0.0, m_error.yaw * CV_PI / 180.0, 0.0}) * right.rotation;
+  }
+  if (isRight) {
+    e.rotation = right.rotation;
+    e.model.cy += m_error.rows;
+  }
   const cv::Vec4d d = e.model.distortion();
-  const cv::Vec3d translation = -1000.0 * (eye(true).rotation.t() * eye(true).position);
+  const cv::Vec3d translation = -1000.0 * (right.rotation.t() * right.position);
   return {cv::Mat(e.model.intrinsic(), true), (cv::Mat_<double>(1, 4) << d[0], d[1], d[2], d[3]),
           (cv::Mat_<double>(1, 1) << e.model.xi), cv::Mat(e.rotation, true), cv::Mat(translation, true)};
 }

@@ -21,6 +21,12 @@ struct Eye {
   cv::Vec3d position;      ///< meters, rectified left frame
 };
 
+/// By how much the calibration that is handed out is wrong. The eyes themselves stay as they are.
+struct CalibrationError {
+  double rows = 0.0;  ///< by how much the right eye's center is too far down, pixels of a full-size frame
+  double yaw = 0.0;   ///< by how much the right eye is taken to be turned to the right, degrees
+};
+
 /// Two fisheye eyes side by side, and their exact calibration.
 ///
 /// Frame: rectified left camera, meters; x right, y down, z forward; left eye at the origin, right eye at
@@ -28,8 +34,19 @@ struct Eye {
 /// focal length, center, distortion and direction, as real ones do.
 class Rig {
 public:
+  /// What the eyes are built like, apart from small differences that the seed draws.
+  struct Options {
+    std::uint32_t seed = 1;
+    double baseline = 0.060;  ///< meters; the seed varies it by half a millimeter
+    double xi = 1.5;
+    double focal = 1.0;           ///< factor of the focal length; at 1 the lens's field fills the image circle
+    cv::Vec3d turn = {};          ///< degrees by which the right eye is turned further: pitch, yaw, roll
+    CalibrationError error = {};  ///< of `calibParams` and `saveCalibration`
+  };
+
   /// The same seed gives the same rig.
   explicit Rig(std::uint32_t seed = 1);
+  explicit Rig(const Options& options);
 
   const Eye& eye(bool isRight) const { return m_eyes[isRight ? 1 : 0]; }
   /// Meters between the eyes.
@@ -54,6 +71,7 @@ public:
 private:
   Eye m_eyes[2];
   double m_baseline = 0.0;
+  CalibrationError m_error;
 };
 
 }  // namespace stereo::sim

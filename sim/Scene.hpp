@@ -10,14 +10,14 @@
 namespace stereo::sim {
 
 enum class Shape {
-  Box,     ///< Six faces; seen from outside, or from inside if the ray starts there.
-  Sphere,  ///< Radius `halfExtent[0]`.
-  Panel    ///< Rectangle in its own plane z = 0, seen from both sides.
+  box,     ///< Six faces; seen from outside, or from inside if the ray starts there.
+  sphere,  ///< Radius `halfExtent[0]`.
+  panel    ///< Rectangle in its own plane z = 0, seen from both sides.
 };
 
 /// One object of the scene: its shape, pose and motion.
 struct Solid {
-  Shape shape = Shape::Box;
+  Shape shape = Shape::box;
   cv::Vec3d center;                           ///< meters
   cv::Vec3d halfExtent;                       ///< meters, along its own axes
   cv::Matx33d rotation = cv::Matx33d::eye();  ///< from its own axes to the scene's
@@ -25,6 +25,7 @@ struct Solid {
   int swingsPerPeriod = 1;                    ///< an integer, so that the motion repeats after one period
   double phase = 0.0;                         ///< radians
   cv::Vec3f color{0.5F, 0.5F, 0.5F};          ///< mean blue, green, red, 0 to 1
+  double plain = 0.0;                         ///< how far the texture is blended to the mean color, 0 to 1
 };
 
 /// First intersection of a ray with the scene.
@@ -61,7 +62,17 @@ private:
   std::uint32_t m_seed;
 };
 
-/// A textured room with objects from 0.15 m to several meters away.
+/// What is in the room, and which surfaces are plain.
+struct Scenery {
+  int things = 0;            ///< above 0: a random room with so many boxes, spheres and panels, from 0.1 m on
+  int nearThings = 0;        ///< further things with surfaces 0.05 to 0.09 m from the left eye
+  int poles = 0;             ///< thin upright poles 0.4 to 3 m away
+  bool plainWalls = false;   ///< whether walls, floor and ceiling are plain
+  double plainThings = 0.0;  ///< percent of the things that are plain
+  double plain = 90.0;       ///< how far plain surfaces are blended to one color, percent
+};
+
+/// A textured room with objects from 0.15 m to several meters away, or as its scenery says.
 ///
 /// Meters, in the rectified left camera's frame: x right, y down, z forward; the left eye is the origin and the right
 /// one a few centimeters along +x. Walls are on all sides, so that every ray of a lens with more than 180 degrees hits
@@ -72,6 +83,7 @@ public:
     std::uint32_t seed = 1;  ///< of textures, colors and small shifts of the objects
     bool moving = true;      ///< false: the scene stays as at time 0
     double period = 2.0;     ///< seconds after which the motion repeats, above 0
+    Scenery scenery = {};
   };
 
   explicit Scene(const Options& options);

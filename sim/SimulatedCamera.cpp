@@ -21,11 +21,13 @@ std::unique_ptr<cv::VideoCapture> withFaults(std::unique_ptr<SimulatedCapture> d
 /// Made before the camera: the base class takes over the device, which is still referred to afterward.
 struct SimulatedCamera::Parts {
   explicit Parts(const Options& options)
-      : scene(std::make_shared<const Scene>(Scene::Options{options.seed, options.moving, options.period})),
-        rig(options.seed),
+      : scene(std::make_shared<const Scene>(
+            Scene::Options{options.seed, options.moving, options.period, options.conditions.scenery})),
+        rig(Rig::Options{.seed = options.seed, .error = options.conditions.calibration}),
         source(std::make_unique<SimulatedCapture>(
             scene, rig,
-            SimulatedCapture::Options{options.frameSize, options.rate, options.framesPerPeriod, options.ring})),
+            SimulatedCapture::Options{options.frameSize, options.rate, options.framesPerPeriod, options.ring,
+                                      options.conditions.picture})),
         capture(*source) {}
 
   std::shared_ptr<const Scene> scene;

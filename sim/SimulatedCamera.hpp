@@ -7,6 +7,7 @@
 
 #include <opencv2/core.hpp>
 
+#include "sim/Conditions.hpp"
 #include "sim/FaultScript.hpp"
 #include "sim/GroundTruth.hpp"
 #include "sim/Rig.hpp"
@@ -18,8 +19,8 @@ namespace stereo::sim {
 
 /// A calibrated camera in a room of known geometry, ready for `startCapture` once constructed.
 ///
-/// Its exact calibration is already set; its serial number is the seed. `setRawFrameSize` and `setRawFrameRate` work as
-/// with a real camera.
+/// Its calibration is already set, and exact unless `conditions` say otherwise; its serial number is the seed.
+/// `setRawFrameSize` and `setRawFrameRate` work as with a real camera.
 class SimulatedCamera : public sources::VirtualCamera {
 public:
   struct Options {
@@ -32,6 +33,7 @@ public:
     bool ring = true;                  ///< keep the frames of a period: see `SimulatedCapture`
     cv::Size rectFrameSize{464, 400};  ///< one rectified eye, pixels
     FaultScript faults = {};           ///< faults of the device; the first ten frames are warm-up
+    Conditions conditions = {};        ///< what makes the pictures, the scene or the calibration harder
   };
 
   /// Throws std::invalid_argument for options out of range.

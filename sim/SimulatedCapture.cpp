@@ -26,6 +26,7 @@ SimulatedCapture::SimulatedCapture(std::shared_ptr<const Scene> scene, const Rig
       m_framesPerPeriod(checkedFrames(*m_scene, options.framesPerPeriod)),
       // A single frame is always kept.
       m_keep(options.ring || m_framesPerPeriod == 1),
+      m_degrader(options.picture, m_scene->options().seed),
       m_renderer(std::make_unique<Renderer>(m_scene, m_rig, options.frameSize)),
       m_asked(options.frameSize),
       m_ring(m_keep ? static_cast<std::size_t>(m_framesPerPeriod) : 0) {}
@@ -47,7 +48,10 @@ void SimulatedCapture::fillRing(const std::function<void(std::size_t done, std::
   }
 }
 
-cv::Mat SimulatedCapture::next() { return frame(m_index++); }
+cv::Mat SimulatedCapture::next() {
+  const std::uint64_t index = m_index++;
+  return m_degrader.apply(frame(index), index);
+}
 
 cv::Size SimulatedCapture::frameSize() const { return m_renderer->frameSize(); }
 

@@ -9,6 +9,7 @@
 
 #include <opencv2/core.hpp>
 
+#include "sim/Degradation.hpp"
 #include "sim/Renderer.hpp"
 #include "sources/FrameSource.hpp"
 
@@ -30,6 +31,7 @@ public:
     double rate = 30.0;             ///< frames per second, 0: as fast as possible
     int framesPerPeriod = 16;       ///< N, 1 to 1024
     bool ring = true;               ///< keep rendered frames
+    Degradation picture = {};       ///< of the frames as they are delivered, with the scene's seed
   };
 
   /// Throws std::invalid_argument for options out of range.
@@ -55,6 +57,7 @@ private:
   const Rig m_rig;
   const int m_framesPerPeriod;
   const bool m_keep;
+  const Degrader m_degrader;
   // The rest is guarded by the source's lock.
   std::unique_ptr<Renderer> m_renderer;
   cv::Size m_asked;             // what the two properties were last set to

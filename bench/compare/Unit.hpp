@@ -35,5 +35,6 @@ void addMaskUnits(std::vector<Unit>& units);
 void addDepthUnits(std::vector<Unit>& units);
 void addCloudUnits(std::vector<Unit>& units);
 void addFrameUnits(std::vector<Unit>& units);
+void addWideUnits(std::vector<Unit>& units);
 
 }  // namespace stereo::compare

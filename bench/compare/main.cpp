@@ -50,6 +50,7 @@ std::vector<Unit> chosenUnits(const std::string& pattern) {
   addDepthUnits(units);
   addCloudUnits(units);
   addFrameUnits(units);
+  addWideUnits(units);
   const std::regex wanted(pattern);
   std::erase_if(units, [&](const Unit& unit) { return !std::regex_search(unit.name, wanted); });
   return units;

@@ -237,6 +237,16 @@ TEST_F(HostProgram, FaultsFallOnTheSimulatedCamera) {
   EXPECT_EQ(run("check --frames 1 --still --size 928x400 --patience 120 --faults seed:7").code, 0);
 }
 
+TEST_F(HostProgram, ConditionsMakeItHardForTheSimulatedCamera) {
+  const std::string check = "check --frames 1 --still --size 928x400 --patience 120 --conditions ";
+  EXPECT_EQ(run(check + "noise=2").code, 0);
+  const Outcome off = run(check + "rows=4,noise=2");
+  EXPECT_EQ(off.code, 7) << off.err;
+  expectFailure(check + "fog", ExitCode::usage, "--conditions: 'fog' is none of rich, hard, plain");
+  expectFailure(check + "noise=900", ExitCode::usage, "noise takes a number from 0 to 100");
+  EXPECT_EQ(run(check + "rich --device 1").code, static_cast<int>(ExitCode::usage));
+}
+
 TEST_F(HostProgram, FaultsThatMakeNoSense) {
   std::ofstream(file("faults")) << "# two\nsmoke 5\n";
   expectFailure("check --simulate --faults '" + file("faults") + "'", ExitCode::usage,

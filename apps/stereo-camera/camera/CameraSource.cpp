@@ -114,6 +114,14 @@ sim::FaultScript faultsFrom(const std::string& text, const cv::Size& frameSize) 
   }
 }
 
+sim::Conditions conditionsFrom(const std::string& text) {
+  try {
+    return sim::parseConditions(text);
+  } catch (const std::invalid_argument& error) {
+    throw Failure(ExitCode::usage, std::string("--conditions: ") + error.what());
+  }
+}
+
 bool isDevice(const SourceOptions& options) {
   return options.device >= 0 || (!options.settings.empty() && !options.simulate);
 }
@@ -133,6 +141,7 @@ OpenedCamera openSimulated(const SourceOptions& options, const Onlooker& onlooke
   simulation.rate = options.rate;
   simulation.seed = options.seed;
   simulation.moving = !options.still;
+  simulation.conditions = conditionsFrom(options.conditions);
   if (!model::isFrameSize(simulation.frameSize)) {
     throw Failure(ExitCode::usage, "--size: the simulated camera delivers 1856x800 or 928x400");
   }

@@ -25,7 +25,8 @@ struct SourceOptions {
   double rate = 30;
   unsigned seed = 1;
   bool still = false;
-  std::string faults;  // a script's file or "seed:N"; implies simulate
+  std::string faults;      // a script's file or "seed:N"; implies simulate
+  std::string conditions;  // as `sim::parseConditions` reads them; imply simulate
   bool once = false;
   int depthMode = 2;
   std::string matcher = "sgm";

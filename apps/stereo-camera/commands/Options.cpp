@@ -69,6 +69,13 @@ void addSourceOptions(CLI::App& command, SourceOptions& options, const SourceUse
         ->excludes(opened)
         ->excludes(played)
         ->each([&options](const std::string&) { options.simulate = true; });
+    command
+        .add_option("--conditions", options.conditions,
+                    "what makes it hard for the simulated camera: rich, hard, plain, or values such as noise=3,poles=4")
+        ->type_name("LIST")
+        ->excludes(opened)
+        ->excludes(played)
+        ->each([&options](const std::string&) { options.simulate = true; });
   }
   if (use.plays) {
     command.add_flag("--once", options.once, "play the recording once instead of over and over");

@@ -15,7 +15,7 @@ struct SourceOptions;
 /// Which options a command takes besides those that name the source. The others keep their defaults.
 struct SourceUse {
   bool plays = true;        ///< frames are read: --once
-  bool scene = true;        ///< for the simulated camera: --still, --faults
+  bool scene = true;        ///< for the simulated camera: --still, --faults, --conditions
   bool calibration = true;  ///< --calibration
   bool rectified = false;   ///< --rectified
   bool depth = false;       ///< --depth-mode

@@ -97,6 +97,7 @@ K, D, XI, R, T = np.eye(3), np.zeros((1, 4)), np.ones((1, 1)), np.eye(3), np.zer
         (lambda c: sc.VirtualCamera(None), TypeError, "this is NoneType"),
         (lambda c: sc.SimulatedCamera(frameSize=(64, 48)), ValueError, "1856x800"),
         (lambda c: sc.SimulatedCamera(faults="fly 3"), ValueError, "(?i)line 1"),
+        (lambda c: sc.SimulatedCamera(conditions="fog"), ValueError, "'fog' is none of rich, hard"),
         (lambda c: sc.ReplayCamera("/does/not/exist"), RuntimeError, "/does/not/exist"),
         (lambda c: sc.convertRawFisheyeImage(3, side_by_side()[:, ::2], side_by_side()), ValueError, "C-contiguous"),
         (lambda c: sc.initRectifyMap(K, D, R, K[:2], 1, 0, (4, 4), 2), ValueError, r"P must have the shape \(3, 3\)"),

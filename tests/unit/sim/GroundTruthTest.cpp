@@ -89,7 +89,7 @@ TEST(GroundTruth, DepthOnPanelsSolvesTheirPlaneEquation) {
   for (int row = 0; row < frameSize.height; ++row) {
     for (int col = 0; col < frameSize.width; ++col) {
       const Solid& solid = solids[static_cast<std::size_t>(truth.surface.at<int>(row, col) / 6)];
-      if (solid.shape != Shape::Panel) {
+      if (solid.shape != Shape::panel) {
         continue;
       }
       // n . (Z (x, y, 1) - c) = 0 for the pixel's direction (x, y, 1).
@@ -177,6 +177,34 @@ TEST(GroundTruth, SceneOffersNearAndFarDepths) {
   EXPECT_GT(nearest, 0.1);
   EXPECT_GT(farthest, 2.5);
   EXPECT_GT(cv::countNonZero((truth.depth > 0.2) & (truth.depth < 1.0)), 0.4 * frameSize.area());
+}
+
+TEST(GroundTruth, RangesAlongRaysAreTheDistancesOfTheView) {
+  const GroundTruth truth(makeScene(), Rig(1));
+  const View view = View::lonLat({96, 80}, 180.0);
+  cv::Mat rays(view.size(), CV_32FC3);
+  for (int row = 0; row < rays.rows; ++row) {
+    for (int col = 0; col < rays.cols; ++col) {
+      rays.at<cv::Vec3f>(row, col) = view.ray(col, row);
+    }
+  }
+  const Truth expected = truth.at(view, 0.3);
+  const RangeTruth along = truth.along(rays, 0.3);
+  // Rays in single precision may fall on the other side of an edge.
+  int other = 0;
+  for (int row = 0; row < rays.rows; ++row) {
+    for (int col = 0; col < rays.cols; ++col) {
+      if (along.surface.at<int>(row, col) != expected.surface.at<int>(row, col)) {
+        ++other;
+        continue;
+      }
+      const double distance = expected.distance.at<double>(row, col);
+      ASSERT_NEAR(along.range.at<float>(row, col), distance, 1e-4 * distance);
+    }
+  }
+  EXPECT_LT(other, 5);
+  EXPECT_LT(cv::countNonZero(along.seen != expected.seen), 5);
+  EXPECT_GT(cv::countNonZero(along.seen), 3000);
 }
 
 }  // namespace

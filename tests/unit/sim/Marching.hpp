@@ -15,7 +15,7 @@ namespace stereo::sim::test {
 /// from inside.
 inline double distanceTo(const Solid& solid, bool isRoom, const cv::Vec3d& point) {
   const cv::Vec3d p = solid.rotation.inv() * (point - solid.center);
-  if (solid.shape == Shape::Sphere) {
+  if (solid.shape == Shape::sphere) {
     return std::abs(cv::norm(p) - solid.halfExtent[0]);
   }
   const cv::Vec3d over(std::abs(p[0]) - solid.halfExtent[0], std::abs(p[1]) - solid.halfExtent[1],

@@ -130,7 +130,7 @@ TEST(Scene, TextureFollowsAThingThatMoves) {
   const SceneSnapshot before = scene.at(0.0);
   const SceneSnapshot after = scene.at(0.1);
   const std::size_t ball = 6;
-  ASSERT_EQ(before.solids()[ball].shape, Shape::Sphere);
+  ASSERT_EQ(before.solids()[ball].shape, Shape::sphere);
   const cv::Vec3d move = after.solids()[ball].center - before.solids()[ball].center;
   ASSERT_GT(cv::norm(move), 0.001);
   int checked = 0;

@@ -1,0 +1,116 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "bench/wide/Simulated.hpp"
+
+#include <iostream>
+#include <map>
+#include <memory>
+
+#include "sim/Rig.hpp"
+
+namespace stereo::wide {
+
+namespace {
+
+// Frames of each rig that a self-calibrating engine sees before it is judged.
+constexpr int framesToLearn = 60;
+
+/// Engines of one kind, one for each rig.
+class EnginesOfKind {
+public:
+  EnginesOfKind(const EngineKind& kind, const Task& task) : m_kind(&kind), m_task(task) {}
+
+  Engine& of(const sim::Rig::Options& options) {
+    std::unique_ptr<Engine>& engine = m_engines[options.seed];
+    if (!engine) {
+      engine = m_kind->make(cameraOf(sim::Rig(options)), m_task);
+    }
+    return *engine;
+  }
+
+private:
+  const EngineKind* m_kind;
+  Task m_task;
+  std::map<std::uint32_t, std::unique_ptr<Engine>> m_engines;
+};
+
+Limits limitsOf(const Task& task) { return {.nearest = task.nearest, .farthest = task.farthest}; }
+
+/// Frame pixels in a row of the view, in the middle of the field.
+double pixelsOfRow(const sim::Rig& rig, const View& view) {
+  const model::OmniModel& model = rig.eye(true).model;
+  return model.fy / (1.0 + model.xi) * (view.latitude(1) - view.latitude(0));
+}
+
+}  // namespace
+
+std::vector<Entry> judgeCases(const std::vector<Case>& cases, const std::vector<SceneOfRig>& scenes,
+                              const std::vector<EngineKind>& engines, const Task& task, const SampleCache& cache) {
+  std::vector<Entry> entries;
+  for (const Case& conditions : cases) {
+    std::vector<EnginesOfKind> kinds;
+    std::vector<Score> scores;
+    for (const EngineKind& kind : engines) {
+      kinds.emplace_back(kind, task);
+      scores.emplace_back(limitsOf(task));
+    }
+    for (const SceneOfRig& scene : scenes) {
+      const Sample sample = cache.sample(scene, conditions, task.view);
+      for (std::size_t n = 0; n < kinds.size(); ++n) {
+        scores[n].add(sample, kinds[n].of(scene.rig).measure(sample.left, sample.right), task.view);
+      }
+    }
+    for (std::size_t n = 0; n < engines.size(); ++n) {
+      entries.push_back({conditions.name, engines[n].name, scores[n].figures()});
+    }
+    std::cerr << conditions.name << ": done" << std::endl;
+  }
+  return entries;
+}
+
+std::vector<Entry> judgeRowErrors(const Case& conditions, const std::vector<SceneOfRig>& scenes,
+                                  const std::vector<EngineKind>& engines, Task task, const SampleCache& cache) {
+  struct RowError {
+    const char* name;
+    double rows;    // of the view
+    double pixels;  // of the frame, if the rows are 0
+  };
+  constexpr RowError errors[] = {{"no row error", 0.0, 0.0},
+                                 {"0.5 pixels of the frame", 0.0, 0.5},
+                                 {"0.5 rows of the view", 0.5, 0.0},
+                                 {"1 row of the view", 1.0, 0.0}};
+  std::vector<Sample> samples;
+  for (const SceneOfRig& scene : scenes) {
+    samples.push_back(cache.sample(scene, conditions, task.view));
+  }
+  std::vector<Entry> entries;
+  for (const RowError& error : errors) {
+    for (const bool selfCalibrate : {false, true}) {
+      task.selfCalibrate = selfCalibrate;
+      for (const EngineKind& kind : engines) {
+        EnginesOfKind ofRigs(kind, task);
+        Score score(limitsOf(task));
+        // Another rig follows where its engine has seen enough.
+        for (int frame = selfCalibrate ? -framesToLearn : 0; frame <= 0; ++frame) {
+          for (std::size_t n = 0; n < scenes.size(); ++n) {
+            const bool isSeen =
+                frame == 0 || (frame + framesToLearn) % static_cast<int>(scenes.size()) == static_cast<int>(n);
+            if (!isSeen) {
+              continue;
+            }
+            sim::Rig::Options rig = scenes[n].rig;
+            rig.error.rows = error.rows * pixelsOfRow(sim::Rig(scenes[n].rig), task.view) + error.pixels;
+            const Measured measured = ofRigs.of(rig).measure(samples[n].left, samples[n].right);
+            if (frame == 0) {
+              score.add(samples[n], measured, task.view);
+            }
+          }
+        }
+        entries.push_back({std::string(error.name) + (selfCalibrate ? ", self-cal." : ""), kind.name, score.figures()});
+      }
+    }
+    std::cerr << error.name << ": done" << std::endl;
+  }
+  return entries;
+}
+
+}  // namespace stereo::wide
