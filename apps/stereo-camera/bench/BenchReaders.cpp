@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "apps/stereo-camera/bench/BenchReaders.hpp"
 
+#include <algorithm>
 #include <utility>
 #include <vector>
 
@@ -65,33 +66,53 @@ void Reader::loop() {
   }
 }
 
-Readers::Readers(StereoCamera& camera, Watchdog& watch)
-    : m_watch(watch),
-      pair("rectified pair", camera, readPair(camera)),
-      depth("coloured depth", camera, readDepth(camera)),
-      cloud("coloured cloud", camera, readCloud(camera)) {}
+Readers::Readers(StereoCamera& camera, Watchdog& watch, WideReader* wideReader)
+    : m_watch(watch), pair("rectified pair", camera, readPair(camera)) {
+  if (wideReader != nullptr) {
+    wide.emplace("wide range", camera, [&camera, wideReader] { return wideReader->read(camera); });
+  } else {
+    depth.emplace("coloured depth", camera, readDepth(camera));
+    cloud.emplace("coloured cloud", camera, readCloud(camera));
+  }
+}
 
-const Reader* Readers::waiting() const {
-  for (const Reader* const each : {&pair, &depth, &cloud}) {
-    if (!each->hasRead()) {
-      return each;
+std::vector<const Reader*> Readers::all() const {
+  std::vector<const Reader*> readers = {&pair};
+  for (const std::optional<Reader>* const each : {&depth, &cloud, &wide}) {
+    if (each->has_value()) {
+      readers.push_back(&**each);
     }
   }
-  return nullptr;
+  return readers;
+}
+
+bool Readers::failed() const {
+  const auto readers = all();
+  return std::any_of(readers.begin(), readers.end(), [](const Reader* each) { return each->failed(); });
+}
+
+const Reader* Readers::waiting() const {
+  const auto readers = all();
+  const auto found = std::find_if(readers.begin(), readers.end(), [](const Reader* each) { return !each->hasRead(); });
+  return found == readers.end() ? nullptr : *found;
 }
 
 void Readers::end() {
-  for (Reader* const each : {&pair, &depth, &cloud}) {
-    each->askToEnd();
-  }
+  const auto eachReader = [this](const auto& action) {
+    action(pair);
+    for (std::optional<Reader>* const each : {&depth, &cloud, &wide}) {
+      if (each->has_value()) {
+        action(**each);
+      }
+    }
+  };
+  eachReader([](Reader& each) { each.askToEnd(); });
   m_watch.finish();
-  for (Reader* const each : {&pair, &depth, &cloud}) {
-    each->end();
-  }
+  eachReader([](Reader& each) { each.end(); });
 }
 
 void Readers::check() const {
-  for (const Reader* const each : {&pair, &depth, &cloud}) {
+  for (const Reader* const each : all()) {
     each->check();
   }
 }

@@ -1,16 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
-// The three readers of a measured run, a thread each.
+// The readers of a measured run, a thread each.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
 #include <exception>
 #include <functional>
+#include <optional>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "StereoCamera.hpp"
 #include "apps/stereo-camera/observe/RunRecord.hpp"
+#include "apps/stereo-camera/pictures/WideResults.hpp"
 #include "apps/stereo-camera/session/Watchdog.hpp"
 
 namespace stereo::app {
@@ -52,29 +55,34 @@ private:
   std::thread m_thread;  // last: it uses the others
 };
 
-/// The three readers of a measured run, on a `MeasuredCamera`. Stopping the camera ends them.
+/// The readers of a measured run, on a `MeasuredCamera`: of the rectified pair and of the class's depth and cloud, or
+/// of wide depth instead of these two. Stopping the camera ends them.
 class Readers {
 public:
-  Readers(StereoCamera& camera, Watchdog& watch);
+  /// `wide`: null for the class's depth; else it is used by a reader's thread, and outlives the readers.
+  Readers(StereoCamera& camera, Watchdog& watch, WideReader* wide);
   ~Readers() { end(); }
   Readers(const Readers&) = delete;
   Readers& operator=(const Readers&) = delete;
 
-  bool failed() const { return pair.failed() || depth.failed() || cloud.failed(); }
+  bool failed() const;
   /// The first that has read nothing yet; null if none.
   const Reader* waiting() const;
   /// Stops the camera, which releases waiting readers, and ends the readers.
   void end();
   /// Once ended: rethrows what a read threw.
   void check() const;
+  /// Those there are.
+  std::vector<const Reader*> all() const;
 
 private:
   Watchdog& m_watch;
 
 public:
-  Reader pair;   ///< timestamps are those of the raw frames
-  Reader depth;  ///< timestamps are those of the raw frames that woke the reader
-  Reader cloud;  ///< timestamps are those of the disparities
+  Reader pair;                  ///< timestamps are those of the raw frames
+  std::optional<Reader> depth;  ///< timestamps are those of the raw frames that woke the reader
+  std::optional<Reader> cloud;  ///< timestamps are those of the disparities
+  std::optional<Reader> wide;   ///< timestamps are those of the raw frames
 };
 
 }  // namespace stereo::app

@@ -2,6 +2,7 @@
 // Command bench: measures a sustained run.
 #include <algorithm>
 #include <memory>
+#include <optional>
 #include <thread>
 
 #include <CLI/CLI.hpp>
@@ -14,6 +15,7 @@
 #include "apps/stereo-camera/commands/Options.hpp"
 #include "apps/stereo-camera/output/Console.hpp"
 #include "apps/stereo-camera/pictures/Pictures.hpp"
+#include "apps/stereo-camera/pictures/WideResults.hpp"
 #include "apps/stereo-camera/process/Ended.hpp"
 #include "apps/stereo-camera/process/Failure.hpp"
 #include "apps/stereo-camera/process/ResourceUsage.hpp"
@@ -30,6 +32,8 @@ namespace {
 
 struct BenchOptions {
   SourceOptions source;
+  bool wide = false;
+  WideOptions wideOptions;
   double seconds = 60;
   double patience = 10;
   JsonOption json;
@@ -76,13 +80,20 @@ private:
 
 std::vector<std::pair<std::string, std::string>> factsOf(const OpenedCamera& opened, const BenchOptions& options) {
   const double rate = options.source.rate;
-  return {{"machine", processorName() + ", " + std::to_string(processorCount()) + " cores"},
-          {"source", opened.description},
-          {"asked rate", rate > 0 ? formatted("%.1f frames a second", rate) : "as fast as possible"},
-          {"raw frame", model::sizeText(opened.camera->getRawFrameSize())},
-          {"rectified eye", model::sizeText(opened.camera->rectFrameSize())},
-          {"matcher", opened.matcher() == "bm" ? "block matching" : "semi-global"},
-          {"depth from", opened.camera->depthMode() == 1 ? "the longitude-latitude pair" : "the perspective pair"}};
+  std::vector<std::pair<std::string, std::string>> facts = {
+      {"machine", processorName() + ", " + std::to_string(processorCount()) + " cores"},
+      {"source", opened.description},
+      {"asked rate", rate > 0 ? formatted("%.1f frames a second", rate) : "as fast as possible"},
+      {"raw frame", model::sizeText(opened.camera->getRawFrameSize())},
+      {"rectified eye", model::sizeText(opened.camera->rectFrameSize())}};
+  if (options.wide) {
+    facts.emplace_back("wide view", options.wideOptions.size + " over " + options.wideOptions.field + " degrees");
+  } else {
+    facts.emplace_back("matcher", opened.matcher() == "bm" ? "block matching" : "semi-global");
+    facts.emplace_back("depth from",
+                       opened.camera->depthMode() == 1 ? "the longitude-latitude pair" : "the perspective pair");
+  }
+  return facts;
 }
 
 void fillProducts(BenchReport& report, const RunRecord& record, const Readers& readers, const Window& window) {
@@ -93,10 +104,14 @@ void fillProducts(BenchReport& report, const RunRecord& record, const Readers& r
   };
   add("raw eyes", publicationTimes(frames, window));
   add(readers.pair.name(), productTimes(readers.pair.products().kept(), frames, window));
+  if (readers.wide) {
+    add(readers.wide->name(), productTimes(readers.wide->products().kept(), frames, window));
+    return;
+  }
   add("disparity", productTimes(disparities, frames, window));
-  add(readers.depth.name(),
-      productTimes(withDisparityTimestamps(readers.depth.products().kept(), disparities), frames, window));
-  add(readers.cloud.name(), productTimes(readers.cloud.products().kept(), frames, window));
+  add(readers.depth->name(),
+      productTimes(withDisparityTimestamps(readers.depth->products().kept(), disparities), frames, window));
+  add(readers.cloud->name(), productTimes(readers.cloud->products().kept(), frames, window));
 }
 
 void fillProcessor(BenchReport& report, const RunRecord& record, const Readers& readers, const Moment& start,
@@ -113,8 +128,10 @@ void fillProcessor(BenchReport& report, const RunRecord& record, const Readers& 
     rest -= 100 * share;
   };
   add("- capture worker", threadShare(record.frames.kept(), window));
-  add("- disparity worker", threadShare(record.disparities.kept(), window));
-  for (const Reader* const each : {&readers.pair, &readers.depth, &readers.cloud}) {
+  if (!readers.wide) {
+    add("- disparity worker", threadShare(record.disparities.kept(), window));
+  }
+  for (const Reader* const each : readers.all()) {
     add("- reader, " + each->name(), threadShare(each->products().kept(), window));
   }
   report.processor.emplace_back("- shared pool and the rest", std::max(rest, 0.0));
@@ -201,14 +218,20 @@ void bench(const BenchOptions& options) {
     throw Failure(ExitCode::calibration, "bench also measures depth, so it needs a calibration (--calibration FILE)");
   }
   StereoCamera& camera = *opened.camera;
+  std::optional<WideReader> wide;
+  if (options.wide) {
+    wide.emplace(opened, options.wideOptions);
+  }
   const double announced = record.deviceRate ? record.deviceRate() : 0;
   const double deviceRate = announced > 0 ? announced : options.source.rate;
 
   RunTime time(options.seconds);
   startCapture(opened);
   Watchdog watch(opened, options.patience);
-  watch.startStereoCompute();
-  Readers readers(camera, watch);
+  if (!wide) {
+    watch.startStereoCompute();
+  }
+  Readers readers(camera, watch, wide ? &*wide : nullptr);
   Run run{time, FrameArrivals(camera, watch, record), readers, record, Moment(record)};
   progress() << "waiting for one of each product from " << opened.description << " ..." << std::endl;
   try {
@@ -249,9 +272,10 @@ Action addBench(CLI::App& program) {
   auto options = std::make_shared<BenchOptions>();
   // The matcher that boards keep up with.
   options->source.matcher = "bm";
-  CLI::App* const command =
-      program.add_subcommand("bench", "measure a sustained run: all workers and three readers at once");
+  CLI::App* const command = program.add_subcommand("bench", "measure a sustained run: all workers and readers at once");
   addSourceOptions(*command, options->source, {.rectified = true, .depth = true, .matcher = true});
+  command->add_flag("--wide", options->wide, "measure wide depth instead of the camera class's depth and cloud");
+  addWideOptions(*command, options->wideOptions);
   command->add_option("--seconds", options->seconds, "time to measure")
       ->check(CLI::Range(0.1, 1e6))
       ->capture_default_str();

@@ -8,6 +8,7 @@
 #include "apps/stereo-camera/camera/CameraSource.hpp"
 #include "apps/stereo-camera/camera/DeviceName.hpp"
 #include "apps/stereo-camera/output/Json.hpp"
+#include "apps/stereo-camera/pictures/WideResults.hpp"
 
 namespace stereo::app {
 
@@ -80,6 +81,24 @@ void addSourceOptions(CLI::App& command, SourceOptions& options, const SourceUse
   if (use.plays) {
     command.add_flag("--once", options.once, "play the recording once instead of over and over");
   }
+}
+
+void addWideOptions(CLI::App& command, WideOptions& options) {
+  command.add_option("--wide-size", options.size, "view of wide depth, pixels")
+      ->type_name("WxH")
+      ->capture_default_str();
+  command.add_option("--wide-field", options.field, "its field, degrees of longitude and latitude, up to 180x180")
+      ->type_name("WxH")
+      ->capture_default_str();
+  command.add_option("--nearest", options.nearest, "least range of wide depth, meters")
+      ->check(CLI::Range(0.01, 1000.0))
+      ->capture_default_str();
+  command.add_option("--farthest", options.farthest, "greatest range of wide depth, meters")
+      ->check(CLI::Range(0.01, 10000.0))
+      ->capture_default_str();
+  command.add_flag("--fuse", options.fuse, "combine successive frames: more range where nothing moves");
+  command.add_flag("!--no-self-calibration", options.selfCalibrate,
+                   "do not correct rows of the eyes that do not match");
 }
 
 CLI::Option* addDeviceOption(CLI::App& command, int& device) {

@@ -11,6 +11,7 @@ namespace stereo::app {
 
 class JsonOption;
 struct SourceOptions;
+struct WideOptions;
 
 /// Which options a command takes besides those that name the source. The others keep their defaults.
 struct SourceUse {
@@ -25,6 +26,9 @@ struct SourceUse {
 
 /// Adds the options of a source that the subcommand takes. `options` outlives the parsing, `command` the options.
 void addSourceOptions(CLI::App& command, SourceOptions& options, const SourceUse& use);
+
+/// Adds the options of wide depth.
+void addWideOptions(CLI::App& command, WideOptions& options);
 
 /// Adds --device, which stores the node number in `device`.
 CLI::Option* addDeviceOption(CLI::App& command, int& device);

@@ -14,6 +14,7 @@
 #include "apps/stereo-camera/output/Output.hpp"
 #include "apps/stereo-camera/pictures/DepthResults.hpp"
 #include "apps/stereo-camera/pictures/Pictures.hpp"
+#include "apps/stereo-camera/pictures/WideResults.hpp"
 #include "apps/stereo-camera/process/Ended.hpp"
 #include "apps/stereo-camera/session/Watchdog.hpp"
 
@@ -23,6 +24,7 @@ namespace {
 
 struct SnapshotOptions {
   SourceOptions source;
+  WideOptions wide;
   std::string output = "snapshot";
   bool replace = false;
   double patience = 10;
@@ -36,6 +38,16 @@ constexpr std::array names = {"raw.png",
                               "perspective-right.png",
                               "lonlat-left.png",
                               "lonlat-right.png",
+                              "wide-range.png",
+                              "wide-view.png",
+                              "wide-state.png",
+                              "wide-top.png",
+                              "wide-cloud-left.png",
+                              "wide-cloud-right.png",
+                              "wide-range.tiff",
+                              "wide-range-mm.png",
+                              "wide-confidence.png",
+                              "wide-cloud.ply",
                               "disparity.tiff",
                               "disparity.png",
                               "depth.tiff",
@@ -50,13 +62,24 @@ constexpr std::array names = {"raw.png",
 void snapshot(const SnapshotOptions& options) {
   OutputFolder folder(options.output, options.replace, {names.begin(), names.end()});
   OpenedCamera opened = openCamera(options.source);
+  std::optional<WideReader> wide;
+  if (opened.calibrated) {
+    wide.emplace(opened, options.wide);
+  }
   startCapture(opened);
   Watchdog watch(opened, options.patience);
   std::vector<Picture> pictures;
+  std::vector<std::pair<std::string, std::string>> files;
   std::optional<DepthResults> depth;
   try {
     readPictures(opened, watch, pictures);
-    if (opened.calibrated) {
+    if (wide) {
+      for (int k = 0; k < (options.wide.fuse ? fusedFrames : 1); ++k) {
+        watch.run([&] { return wide->read(*opened.camera) != 0; });
+      }
+      const std::vector<Picture> more = writeWide(*wide, folder.draft());
+      pictures.insert(pictures.end(), more.begin(), more.end());
+      files = wideFiles();
       depth = readDepth(opened, watch);
     }
   } catch (const Ended& ended) {
@@ -70,13 +93,15 @@ void snapshot(const SnapshotOptions& options) {
   if (depth) {
     const std::vector<Picture> more = writeDepth(*depth, folder.draft());
     pictures.insert(pictures.end(), more.begin(), more.end());
+    const auto theirs = depthFiles();
+    files.insert(files.end(), theirs.begin(), theirs.end());
   }
   writePictures(pictures, folder.draft());
   folder.commit();
   for (const Picture& picture : pictures) {
     results() << (std::filesystem::path(options.output) / picture.file).string() << std::endl;
   }
-  for (const auto& [name, content] : depth ? depthFiles() : decltype(depthFiles()){}) {
+  for (const auto& [name, content] : files) {
     results() << (std::filesystem::path(options.output) / name).string() << std::endl;
   }
   if (!opened.calibrated) {
@@ -90,6 +115,7 @@ Action addSnapshot(CLI::App& program) {
   auto options = std::make_shared<SnapshotOptions>();
   CLI::App* const command = program.add_subcommand("snapshot", "read one of each picture to files");
   addSourceOptions(*command, options->source, {.rectified = true, .depth = true, .matcher = true});
+  addWideOptions(*command, options->wide);
   command->add_option("-o,--output", options->output, "folder for the pictures")
       ->type_name("FOLDER")
       ->capture_default_str();

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "apps/stereo-camera/pictures/DemoPage.hpp"
 
+#include <cmath>
 #include <cstdio>
 #include <sstream>
 
@@ -14,19 +15,59 @@ std::string number(double value) {
   return text;
 }
 
+std::string cssColor(const cv::Vec3b& color) {
+  std::ostringstream text;
+  text << "rgb(" << int{color[2]} << ", " << int{color[1]} << ", " << int{color[0]} << ")";
+  return text.str();
+}
+
 // A bar of a picture's colors, with the values at its ends and in its middle.
 void addScale(std::ostringstream& html, const ColorScale& scale) {
   html << "<div class=\"scale\"><i style=\"background: linear-gradient(to right";
   for (const cv::Vec3b& color : scale.colors) {
-    html << ", rgb(" << int{color[2]} << ", " << int{color[1]} << ", " << int{color[0]} << ")";
+    html << ", " << cssColor(color);
   }
   html << ")\"></i><span>";
-  for (const double value : {scale.least, (scale.least + scale.most) / 2, scale.most}) {
+  const double middle = scale.logarithmic ? std::sqrt(scale.least * scale.most) : (scale.least + scale.most) / 2;
+  for (const double value : {scale.least, middle, scale.most}) {
     char text[32];
     std::snprintf(text, sizeof text, "%.2f m", value);
     html << "<b>" << text << "</b>";
   }
   html << "</span></div>";
+}
+
+void addPicture(std::ostringstream& html, const Picture& picture) {
+  const bool wide = picture.image.cols > 3 * picture.image.rows / 2;
+  html << "<figure" << (wide ? " class=\"wide\"" : "") << "><a href=\"" << picture.file << "\"><img src=\""
+       << picture.file << "\" alt=\"" << escaped(picture.title) << "\"></a>";
+  if (picture.scale) {
+    addScale(html, *picture.scale);
+  }
+  if (!picture.legend.empty()) {
+    html << "<div class=\"legend\">";
+    for (const auto& [color, text] : picture.legend) {
+      html << "<span><i style=\"background: " << cssColor(color) << "\"></i>" << escaped(text) << "</span>";
+    }
+    html << "</div>";
+  }
+  html << "<figcaption><b>" << escaped(picture.title) << "</b>" << escaped(picture.caption) << " " << picture.image.cols
+       << " × " << picture.image.rows << " pixels.</figcaption></figure>\n";
+}
+
+void addSection(std::ostringstream& html, const Section& section) {
+  if (section.pictures.empty()) {
+    return;
+  }
+  html << "<h2>" << escaped(section.heading) << "</h2>\n";
+  if (!section.note.empty()) {
+    html << "<p>" << escaped(section.note) << "</p>\n";
+  }
+  html << "<div class=\"pictures\">\n";
+  for (const Picture& picture : section.pictures) {
+    addPicture(html, picture);
+  }
+  html << "</div>\n";
 }
 
 }  // namespace
@@ -52,6 +93,8 @@ figure { margin: 0 } figure.wide { grid-column: 1 / -1 }
 img { width: 100%; background: #000; display: block } figcaption b { display: block }
 .scale i { display: block; height: .75rem; margin-top: .25rem }
 .scale span { display: flex; justify-content: space-between; font-size: .875rem }
+.legend { display: flex; flex-wrap: wrap; gap: .25rem 1rem; margin-top: .25rem; font-size: .875rem }
+.legend i { display: inline-block; width: .75rem; height: .75rem; margin-right: .35rem }
 .note, .fault, .good { padding: .5rem 1rem; background: var(--note) }
 .fault { background: var(--fault) } .good { background: var(--good) }
 @media (max-width: 40rem) {
@@ -83,7 +126,7 @@ std::string escaped(const std::string& text) {
   return result;
 }
 
-std::string page(const DemoReport& report, const std::vector<Picture>& pictures) {
+std::string page(const DemoReport& report, const std::vector<Section>& sections) {
   std::ostringstream html;
   html << "<!doctype html>\n<html lang=\"en\">\n<meta charset=\"utf-8\">\n"
        << "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n<title>Stereo "
@@ -93,18 +136,9 @@ std::string page(const DemoReport& report, const std::vector<Picture>& pictures)
   if (!report.note.empty()) {
     html << "<p class=\"note\">" << escaped(report.note) << "</p>\n";
   }
-  html << "<div class=\"pictures\">\n";
-  for (const Picture& picture : pictures) {
-    const bool wide = picture.image.cols > 3 * picture.image.rows / 2;
-    html << "<figure" << (wide ? " class=\"wide\"" : "") << "><a href=\"" << picture.file << "\"><img src=\""
-         << picture.file << "\" alt=\"" << escaped(picture.title) << "\"></a>";
-    if (picture.scale) {
-      addScale(html, *picture.scale);
-    }
-    html << "<figcaption><b>" << escaped(picture.title) << "</b>" << escaped(picture.caption) << " "
-         << picture.image.cols << " × " << picture.image.rows << " pixels.</figcaption></figure>\n";
+  for (const Section& section : sections) {
+    addSection(html, section);
   }
-  html << "</div>\n";
   if (!report.files.empty()) {
     html << "<h2>Files</h2>\n<div class=\"scroll\"><table>\n";
     for (const auto& [name, content] : report.files) {

@@ -29,7 +29,7 @@ struct DemoReport {
 };
 
 /// The page as HTML. It refers to the pictures, which are files beside it.
-std::string page(const DemoReport& report, const std::vector<Picture>& pictures);
+std::string page(const DemoReport& report, const std::vector<Section>& sections);
 
 /// The page's style sheet, for other pages of the program.
 extern const char* const pageStyle;

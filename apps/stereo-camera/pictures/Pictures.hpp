@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <opencv2/core.hpp>
@@ -20,6 +21,7 @@ struct ColorScale {
   double least = 0;               ///< meters
   double most = 0;                ///< meters
   std::vector<cv::Vec3b> colors;  ///< blue, green, red at equal steps of the value
+  bool logarithmic = false;       ///< at equal steps of its logarithm instead
 };
 
 /// One picture and its file.
@@ -29,6 +31,15 @@ struct Picture {
   std::string caption;  ///< what it shows
   cv::Mat image;
   std::optional<ColorScale> scale = {};  ///< for colored depth
+  std::vector<std::pair<cv::Vec3b, std::string>> legend =
+      {};  ///< for other colors: blue, green, red, and what it means
+};
+
+/// Pictures under one heading of a page.
+struct Section {
+  std::string heading;
+  std::string note;  ///< what is to be known about them; may be empty
+  std::vector<Picture> pictures;
 };
 
 /// Reads one of each picture, each from a frame of its own, and appends it to the pictures. Throws Failure if nothing
