@@ -94,6 +94,14 @@ py::array requireImage(py::handle object, const char* name) {
   return array;
 }
 
+Wrapped wrapPlane(const py::array& array, const char* name, int type) {
+  if (array.ndim() != 2) {
+    refuseShape(array, name, "(rows, columns)");
+  }
+  requireSides(array, name);
+  return wrap(array, type);
+}
+
 }  // namespace
 
 py::array toArray(cv::Mat image) {
@@ -137,6 +145,21 @@ CloudArrays toArrays(std::vector<PCL> points) {
           py::array(py::dtype::of<std::uint8_t>(), shape, colorStrides, owner->front().color.val, base)};
 }
 
+WidePointArrays toArrays(std::vector<WidePoint> points) {
+  const auto count = static_cast<py::ssize_t>(points.size());
+  const auto [owner, base] = keep(std::move(points));
+  const std::vector<py::ssize_t> triples{count, 3};
+  if (count == 0) {
+    return {py::array(py::dtype::of<float>(), triples), py::array(py::dtype::of<std::uint8_t>(), triples),
+            py::array(py::dtype::of<std::uint8_t>(), std::vector<py::ssize_t>{0})};
+  }
+  constexpr auto step = static_cast<py::ssize_t>(sizeof(WidePoint));
+  const WidePoint& first = owner->front();
+  return {py::array(py::dtype::of<float>(), triples, {step, py::ssize_t{sizeof(float)}}, first.point.val, base),
+          py::array(py::dtype::of<std::uint8_t>(), triples, {step, py::ssize_t{1}}, first.color.val, base),
+          py::array(py::dtype::of<std::uint8_t>(), {count}, {step}, &first.confidence, base)};
+}
+
 Wrapped wrapImage(py::handle object, const char* name) { return wrap(requireImage(object, name), CV_8UC3); }
 
 Wrapped wrapWritableImage(py::handle object, const char* name) {
@@ -148,12 +171,11 @@ Wrapped wrapWritableImage(py::handle object, const char* name) {
 }
 
 Wrapped wrapDisparity(py::handle object, const char* name) {
-  const py::array array = requireType<float>(object, name, "float32");
-  if (array.ndim() != 2) {
-    refuseShape(array, name, "(rows, columns)");
-  }
-  requireSides(array, name);
-  return wrap(array, CV_32FC1);
+  return wrapPlane(requireType<float>(object, name, "float32"), name, CV_32FC1);
+}
+
+Wrapped wrapMask(py::handle object, const char* name) {
+  return wrapPlane(requireType<std::uint8_t>(object, name, "uint8"), name, CV_8UC1);
 }
 
 Wrapped wrapMatrix(py::handle object, const char* name, int rows, int columns) {

@@ -8,6 +8,7 @@
 #include <opencv2/core.hpp>
 
 #include "StereoCamera.hpp"
+#include "WideDepth.hpp"
 
 namespace stereo::python {
 
@@ -32,6 +33,14 @@ struct CloudArrays {
 };
 CloudArrays toArrays(std::vector<PCL> points);
 
+/// Points of wide depth as strided arrays over their own memory.
+struct WidePointArrays {
+  py::array points;      ///< N x 3, float32
+  py::array colors;      ///< N x 3, uint8
+  py::array confidence;  ///< N, uint8
+};
+WidePointArrays toArrays(std::vector<WidePoint> points);
+
 /// An array and a matrix over its pixels, valid as long as this lives. `array` is the caller's own if that is
 /// contiguous, otherwise a copy.
 struct Wrapped {
@@ -42,6 +51,7 @@ struct Wrapped {
 /// `name` is the array's name in messages. A wrong type raises TypeError, a wrong shape ValueError.
 Wrapped wrapImage(py::handle object, const char* name);      ///< rows x columns x 3, uint8: CV_8UC3, not empty
 Wrapped wrapDisparity(py::handle object, const char* name);  ///< rows x columns, float32: CV_32FC1
+Wrapped wrapMask(py::handle object, const char* name);       ///< rows x columns, uint8: CV_8UC1
 /// float64 with one or two axes, at least `rows` x `columns`: CV_64FC1. A single axis is one row.
 Wrapped wrapMatrix(py::handle object, const char* name, int rows, int columns);
 /// As `wrapImage`, for an array to change in place. ValueError unless it is contiguous and writable.

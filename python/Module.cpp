@@ -36,6 +36,7 @@ Every call releases the interpreter lock while it works or waits.)";
   bindMembers(module, camera);
   bindVirtualCamera(module);
   bindSimulation(module);
+  bindWideDepth(module);
   bindFunctions(module);
 
   // Workers must not request the lock of an interpreter that is ending.

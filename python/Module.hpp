@@ -24,5 +24,6 @@ CameraClass bindCamera(py::module_& module);
 void bindReads(CameraClass& camera);
 void bindVirtualCamera(py::module_& module);
 void bindSimulation(py::module_& module);
+void bindWideDepth(py::module_& module);
 
 }  // namespace stereo::python

@@ -19,6 +19,8 @@ struct Types {
   py::object pointCloud;
   py::object coloredPointCloud;
   py::object timeFrame;
+  py::object wideDepthImage;
+  py::object widePoints;
   py::object truth;
 };
 
@@ -79,6 +81,14 @@ void bindResults(py::module_& module) {
       "raw frame in microseconds since the epoch.");
   types().timeFrame = makeType(module, "TimeFrame", "first second timestamp",
                                "Two images that belong together and their time in microseconds since the epoch.");
+  types().wideDepthImage = makeType(
+      module, "WideDepthImage", "range state confidence view",
+      "What a pair of frames gave, four arrays of the view's size: range along each pixel's ray (float32, meters, 0 "
+      "where not measured), state (uint8, see WideDepth), confidence (uint8, 255 is best, 0 where not measured) and "
+      "the left eye in the same geometry (rows, columns, 3; uint8, BGR).");
+  types().widePoints = makeType(module, "WidePoints", "points colors confidence",
+                                "Measured points (N, 3; float32, meters, left rectified frame), their colors (N, 3; "
+                                "uint8: blue, green, red) and confidence (N; uint8, 255 is best).");
   types().truth = makeType(
       module, "Truth", "depth distance disparity surface occluded seen",
       "Exact values for each pixel of the left rectified view; six arrays of its size: depth z "
@@ -122,6 +132,16 @@ py::object timeFrame(StereoCamera::TimeFrame frame) {
     return py::none();
   }
   return types().timeFrame(toArray(std::move(frame.first)), toArray(std::move(frame.second)), frame.timestamp.count());
+}
+
+py::object wideDepthImage(WideDepthImage image) {
+  return types().wideDepthImage(toArray(std::move(image.range)), toArray(std::move(image.state)),
+                                toArray(std::move(image.confidence)), toArray(std::move(image.view)));
+}
+
+py::object widePoints(std::vector<WidePoint> points) {
+  const WidePointArrays arrays = toArrays(std::move(points));
+  return types().widePoints(arrays.points, arrays.colors, arrays.confidence);
 }
 
 py::object truth(const std::vector<cv::Mat>& images) {
@@ -173,6 +193,21 @@ std::vector<PCL> toPoints(py::handle points, py::handle colors, const char* what
     cloud[i] = {point[i], color[i]};
   }
   return cloud;
+}
+
+std::vector<WidePoint> toWidePoints(py::handle points) {
+  const py::sequence elements = requireElements(points, "points", 3);
+  const std::vector<PCL> colored = toPoints(elements[0], elements[1], "points");
+  const auto confidence = py::array_t<std::uint8_t, py::array::c_style>::ensure(elements[2]);
+  if (!confidence || confidence.ndim() != 1 || static_cast<std::size_t>(confidence.shape(0)) != colored.size()) {
+    throw py::value_error("points must have as many values of confidence, uint8, as points");
+  }
+  std::vector<WidePoint> result;
+  result.reserve(colored.size());
+  for (std::size_t i = 0; i < colored.size(); ++i) {
+    result.push_back({colored[i].point, colored[i].color, confidence.at(static_cast<py::ssize_t>(i))});
+  }
+  return result;
 }
 
 }  // namespace stereo::python

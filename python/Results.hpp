@@ -25,6 +25,9 @@ py::object pointCloud(std::vector<cv::Vec3f> points, Stamp timestamp);
 py::object coloredPointCloud(std::vector<PCL> points, Stamp timestamp);
 /// None if there are no images. Takes over the frame's images.
 py::object timeFrame(StereoCamera::TimeFrame frame);
+/// Takes over the images.
+py::object wideDepthImage(WideDepthImage image);
+py::object widePoints(std::vector<WidePoint> points);
 /// Truth of a simulated scene, in the order of `stereo::sim::Truth`.
 py::object truth(const std::vector<cv::Mat>& images);
 
@@ -36,5 +39,7 @@ Stamp toTimestamp(py::handle microseconds, const char* what);
 /// Points, N x 3 float32, and their colors, N x 3 uint8.
 std::vector<cv::Vec3f> toPoints(py::handle points, const char* what);
 std::vector<PCL> toPoints(py::handle points, py::handle colors, const char* what);
+/// Points, colors and confidence, in this order.
+std::vector<WidePoint> toWidePoints(py::handle points);
 
 }  // namespace stereo::python

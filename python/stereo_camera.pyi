@@ -59,6 +59,17 @@ class TimeFrame(NamedTuple):
     second: NDArray[Any]
     timestamp: int
 
+class WideDepthImage(NamedTuple):
+    range: _Floats
+    state: _Image
+    confidence: _Image
+    view: _Image
+
+class WidePoints(NamedTuple):
+    points: _Floats
+    colors: _Image
+    confidence: _Image
+
 class Truth(NamedTuple):
     depth: _Matrix
     distance: _Matrix
@@ -249,6 +260,36 @@ class ReplayCamera(VirtualCamera):
     def framesDelivered(self) -> int: ...
     def framesMissed(self) -> int: ...
 
+class WideDepth:
+    MEASURED: int
+    UNSEEN: int
+    TOO_NEAR: int
+    TEXTURELESS: int
+    INCONSISTENT: int
+    TOO_FAR: int
+    def __init__(
+        self,
+        calibration: _Path | StereoCamera,
+        eye: _Size,
+        *,
+        size: _Size = ...,
+        horizontalField: float = 170.0,
+        verticalField: float = 150.0,
+        nearest: float = 0.15,
+        farthest: float = 10.0,
+        threads: int = 0,
+        selfCalibrate: bool = True,
+        fuse: bool = False,
+    ) -> None: ...
+    def compute(self, left: _Image, right: _Image) -> WideDepthImage: ...
+    def rays(self) -> _Floats: ...
+    def baseline(self) -> float: ...
+    def rowCorrection(self) -> float: ...
+    def reset(self) -> None: ...
+    def organizedCloud(self, image: WideDepthImage) -> _Floats: ...
+    def points(self, image: WideDepthImage, leastConfidence: int = 0) -> WidePoints: ...
+
+def writePly(path: _Path, points: WidePoints) -> None: ...
 def initRectifyMap(
     K: _Matrix, D: _Matrix, R: _Matrix, P: _Matrix, xi: float, xi2: float, size: _Size, mode: int
 ) -> tuple[_Floats, _Floats]: ...

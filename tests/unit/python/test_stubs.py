@@ -59,7 +59,7 @@ def run_module(module, *arguments, folder):
 
 def test_signatures_are_those_of_the_stubs(tmp_path):
     pytest.importorskip("mypy", reason="needs Debian's package mypy")
-    kinds = ["StereoCamera", "VirtualCamera", "SimulatedCamera", "ReplayCamera", "SystemLog", "VideoCapture"]
+    kinds = ["StereoCamera", "VirtualCamera", "SimulatedCamera", "ReplayCamera", "SystemLog", "VideoCapture", "WideDepth"]
     # The classes have a metaclass of pybind11's, which no checker needs to know; logs are made by the camera.
     allowed = [f"stereo_camera.{kind}" for kind in kinds] + ["stereo_camera.SystemLog.__init__"]
     (tmp_path / "allowed").write_text("\n".join(allowed))
