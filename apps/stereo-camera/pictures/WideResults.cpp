@@ -132,7 +132,8 @@ Picture statePicture(const WideDepthImage& image) {
 // The points from above, forward up, with rings around the camera. Without what is far above or below it, such as
 // ceiling and floor, which would cover the rest.
 Picture topPicture(std::vector<WidePoint> points) {
-  constexpr int size = 480;
+  constexpr int size = 480;  // pixels across
+  constexpr int height = 260;
   constexpr double steepest = 0.5;  // sine of the angle up or down
   points.erase(
       std::remove_if(points.begin(), points.end(),
@@ -153,9 +154,9 @@ Picture topPicture(std::vector<WidePoint> points) {
                   formatted("Up to 30 degrees above and below the camera, which looks up from the middle of the lower "
                             "edge; a ring every %.1f m.",
                             step),
-                  cv::Mat::zeros(size, size, CV_8UC3)};
+                  cv::Mat::zeros(height, size, CV_8UC3)};
   const double scale = size / across;
-  const cv::Point camera(size / 2, size - 1);
+  const cv::Point camera(size / 2, height - 1);
   for (double radius = step; radius < across; radius += step) {
     cv::circle(picture.image, camera, cvRound(scale * radius), {70, 70, 70}, 1, cv::LINE_AA);
   }
@@ -168,7 +169,7 @@ Picture topPicture(std::vector<WidePoint> points) {
             [](const WidePoint* a, const WidePoint* b) { return a->point[1] > b->point[1]; });
   for (const WidePoint* const each : sorted) {
     const cv::Point place(cvRound(camera.x + scale * each->point[0]), cvRound(camera.y - scale * each->point[2]));
-    if (place.inside({0, 0, size, size})) {
+    if (place.inside({0, 0, size, height})) {
       picture.image.at<cv::Vec3b>(place) = each->color;
     }
   }
