@@ -1,14 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// The chain from two eyes to range.
+// The chain from two eyes to range: what is prepared once, and the steps of a frame up to refined disparities.
 #include "src/depth/Engine.hpp"
 
 #include <algorithm>
 #include <cmath>
 #include <utility>
 
-#include "src/core/OutputReuse.hpp"
 #include "src/depth/Prepare.hpp"
-#include "src/depth/Range.hpp"
 #include "src/depth/Tasks.hpp"
 
 namespace stereo {
@@ -21,14 +19,9 @@ constexpr int stripRows = 16;
 constexpr int matchRows = 200;  // of a strip that is matched by itself: fixed, since the strips show in the result
 constexpr int warmRows = 24;    // before a strip
 constexpr int refinePasses = 2;
-constexpr float largestError = 0.022F;  // standard error over disparity
-constexpr float leastCorrelation = 0.6F;
-constexpr float edgeStep = 1.5F;  // columns by which neighbors of one surface may differ
-constexpr int leastSurface = 60;  // pixels of a connected surface
+constexpr double columnsPerDegree = 2.6;  // of the grid: finer ones show the eyes' pixels, not more detail
 
 [[noreturn]] void refuse(const char* why) { CV_Error(cv::Error::StsBadArg, why); }
-
-double radians(double degrees) { return degrees * (CV_PI / 180.0); }
 
 WideDepthOptions checked(const WideDepthOptions& options) {
   if (options.size.width < 32 || options.size.height < 32 || options.size.width > 4096 || options.size.height > 4096) {
@@ -50,13 +43,20 @@ WideDepthOptions checked(const WideDepthOptions& options) {
   return options;
 }
 
+int gridFactor(const ViewGrid& view) {
+  const double perDegree = CV_PI / 180.0 / view.columnStep;
+  const int wanted = static_cast<int>(perDegree / columnsPerDegree + 0.5);
+  // At least as many pixels as the windows need.
+  return std::clamp(wanted, 1, std::max(1, std::min(view.width, view.height) / 32));
+}
+
 MatchSize matchSize(const ViewGrid& grid, double baseline, double nearest) {
-  // A column more than the nearest thing's parallax, so that it isn't at the end of the search.
-  const double columns = largestParallax(baseline, nearest) / grid.columnStep() - MatchSize::least + 2;
+  // A few columns more than the nearest thing's parallax, so that it isn't at the end of the search.
+  const double columns = largestParallax(baseline, nearest) / grid.columnStep - MatchSize::least + 2;
   MatchSize size;
   size.width = grid.width;
   size.height = grid.height;
-  size.disparities = std::clamp((static_cast<int>(columns) + 31) / 32 * 32, 32, 256);
+  size.disparities = std::clamp((static_cast<int>(std::min(columns, 256.0)) + 31) / 32 * 32, 32, 256);
   return size;
 }
 
@@ -66,22 +66,23 @@ WideDepth::Engine::Engine(const WideDepthCalibration& calibration, cv::Size eye,
     : m_options(checked(options)),
       m_eyeSize(eye),
       m_eyes(eyePair(calibration, eye)),
-      m_grid{options.size.width, options.size.height, radians(options.horizontalField), radians(options.verticalField)},
+      m_view(ViewGrid::of(m_options)),
+      m_factor(gridFactor(m_view)),
+      m_grid(m_view.coarser(m_factor)),
       m_size(matchSize(m_grid, m_eyes.baseline, options.nearest)),
-      m_speckFinder(m_grid.width, m_grid.height) {
-  m_rays = unitRays(m_grid);
+      m_ranges(m_view, m_eyes.baseline, options.nearest, options.farthest),
+      m_rays(unitRays(m_view)),
+      m_speckFinder(m_grid.width, m_grid.height),
+      m_nearGuard(m_size),
+      m_rowFit(m_grid) {
   const int W = m_size.width;
   const int H = m_size.height;
-  const auto total = static_cast<std::size_t>(W) * static_cast<std::size_t>(H);
+  const std::size_t total = at(H);
   const auto rightTotal = static_cast<std::size_t>(m_size.rightWidth()) * static_cast<std::size_t>(H);
-  m_grayStride = eye.width;
   const std::int32_t outside = eye.width * eye.height;
-  ViewGrid fine = m_grid;
-  fine.width *= 2;
-  buildSampleMap(m_eyes.eyes[0], eye, fine, 0, 2 * W, {}, eye.width, outside, threads(), m_left.map);
-  buildSampleMap(m_eyes.eyes[1], eye, fine, -2 * m_size.disparities, 2 * m_size.rightWidth(), {}, eye.width, outside,
-                 threads(), m_right.map);
-  buildSampleMap(m_eyes.eyes[0], eye, m_grid, 0, W, {}, eye.width, outside, threads(), m_viewMap);
+  buildSampleMap(m_eyes.eyes[0], eye, m_grid.finerColumns(), 0, 2 * W, {}, eye.width, outside, threads(), m_left.map);
+  buildSampleMap(m_eyes.eyes[0], eye, m_view, 0, m_view.width, {}, eye.width, outside, threads(), m_viewMap);
+  buildRightMap();
   for (Eye* const one : {&m_left, &m_right}) {
     one->gray.assign(static_cast<std::size_t>(eye.width) * static_cast<std::size_t>(eye.height + 3), 0);
     one->samples.assign(one->map.offset.size(), 0);
@@ -108,10 +109,19 @@ WideDepth::Engine::Engine(const WideDepthCalibration& calibration, cv::Size eye,
   m_evidence.create(W, H, noDisparity);
   m_terms.create(W, H);
   m_refined.create(W, H);
-  m_fusedWeight.create(W, H, 0.0F);
-  for (auto* image : {&m_hidden, &m_beside, &m_specks, &m_states}) {
+  m_spareWeight.create(W, H, 0.0F);
+  if (m_options.fuse) {
+    m_pastDisparity.create(W, H, noDisparity);
+    m_pastWeight.create(W, H, 0.0F);
+  }
+  for (auto* image : {&m_marks, &m_wideMarks, &m_states}) {
     image->assign(total, 0);
   }
+}
+
+void WideDepth::Engine::buildRightMap() {
+  buildSampleMap(m_eyes.eyes[1], m_eyeSize, m_grid.finerColumns(), -2 * m_size.disparities, 2 * m_size.rightWidth(),
+                 m_rowFit.shift(), m_eyeSize.width, m_eyeSize.width * m_eyeSize.height, threads(), m_right.map);
 }
 
 int WideDepth::Engine::threads() const {
@@ -119,51 +129,93 @@ int WideDepth::Engine::threads() const {
   return m_options.threads == 0 ? available : std::min(m_options.threads, available);
 }
 
+void WideDepth::Engine::checkEyes(const cv::Mat& leftEye, const cv::Mat& rightEye) const {
+  for (const cv::Mat* const eye : {&leftEye, &rightEye}) {
+    if (eye->empty() || eye->dims != 2) {
+      refuse("an eye's image is empty");
+    }
+    if (eye->type() != CV_8UC3 && eye->type() != CV_8UC1) {
+      refuse("an eye's image must be CV_8UC3 or CV_8UC1");
+    }
+    if (eye->size() != m_eyeSize) {
+      CV_Error(cv::Error::StsUnmatchedSizes, cv::format("an eye's image must have %d x %d pixels; got %d x %d",
+                                                        m_eyeSize.width, m_eyeSize.height, eye->cols, eye->rows));
+    }
+  }
+  if (leftEye.type() != rightEye.type()) {
+    refuse("both eyes' images must have the same type");
+  }
+}
+
+void WideDepth::Engine::compute(const cv::Mat& leftEye, const cv::Mat& rightEye, WideDepthImage& out) {
+  checkEyes(leftEye, rightEye);
+  prepare(leftEye, rightEye);
+  penalties();
+  match();
+  collect();
+  refine();
+  if (m_options.fuse) {
+    fuse();
+  }
+  filter();
+  report(leftEye, out);
+  if (m_options.selfCalibrate) {
+    calibrateRows();
+  }
+}
+
+void WideDepth::Engine::reset() {
+  if (m_rowFit.correction() > 0.0) {
+    m_rowFit.reset();
+    buildRightMap();
+  }
+  m_rowFit.reset();
+  if (m_options.fuse) {
+    m_pastDisparity.create(m_size.width, m_size.height, noDisparity);
+    m_pastWeight.create(m_size.width, m_size.height, 0.0F);
+  }
+}
+
 void WideDepth::Engine::prepare(const cv::Mat& leftEye, const cv::Mat& rightEye) {
-  const int strips = (m_eyeSize.height + stripRows - 1) / stripRows;
-  forTasks(2 * strips, threads(), [&](int task) {
-    const int from = task / 2 * stripRows;
-    Eye& eye = task % 2 == 0 ? m_left : m_right;
-    smoothGray(task % 2 == 0 ? leftEye : rightEye, from, std::min(from + stripRows, m_eyeSize.height), eye.gray.data(),
-               m_grayStride);
+  const auto forBoth = [&](int height, const auto& work) {
+    forTasks(2 * ((height + stripRows - 1) / stripRows), threads(), [&](int task) {
+      const int from = task / 2 * stripRows;
+      work(task % 2 != 0, task % 2 == 0 ? m_left : m_right, from, std::min(from + stripRows, height));
+    });
+  };
+  forBoth(m_eyeSize.height, [&](bool isRight, Eye& eye, int from, int to) {
+    smoothGray(isRight ? rightEye : leftEye, from, to, eye.gray.data(), m_eyeSize.width);
   });
-  const int H = m_size.height;
-  forTasks(2 * ((H + stripRows - 1) / stripRows), threads(), [&](int task) {
-    const int from = task / 2 * stripRows;
-    const int to = std::min(from + stripRows, H);
-    Eye& eye = task % 2 == 0 ? m_left : m_right;
-    const int width = task % 2 == 0 ? m_size.width : m_size.rightWidth();
-    sampleGray(eye.map, eye.gray.data(), m_grayStride, from, to, eye.samples.data());
+  forBoth(m_size.height, [&](bool isRight, Eye& eye, int from, int to) {
+    const int width = isRight ? m_size.rightWidth() : m_size.width;
+    sampleGray(eye.map, eye.gray.data(), m_eyeSize.width, from, to, eye.samples.data());
     for (int row = from; row < to; ++row) {
-      const auto at = static_cast<std::ptrdiff_t>(row) * width;
-      halveRow(eye.samples.data() + 2 * at, width, eye.halves.data() + at);
+      const auto first = static_cast<std::ptrdiff_t>(row) * width;
+      halveRow(eye.samples.data() + 2 * first, width, eye.halves.data() + first);
     }
   });
-  forTasks(2 * ((H + stripRows - 1) / stripRows), threads(), [&](int task) {
-    const int from = task / 2 * stripRows;
-    const int to = std::min(from + stripRows, H);
-    Eye& eye = task % 2 == 0 ? m_left : m_right;
-    const int width = task % 2 == 0 ? m_size.width : m_size.rightWidth();
-    census(eye.halves.data(), width, H, from, to, task % 2 != 0,
+  forBoth(m_size.height, [&](bool isRight, Eye& eye, int from, int to) {
+    census(eye.halves.data(), isRight ? m_size.rightWidth() : m_size.width, m_size.height, from, to, isRight,
            {eye.census[0].data(), eye.census[1].data(), eye.census[2].data()});
   });
 }
 
+// P2 is lower where the gray value jumps: an edge of range is likely there.
 void WideDepth::Engine::penalties() {
-  // P2 is lower where the gray value jumps: a range edge is likely there.
-  constexpr int scale = 32;  // of `halves`
+  constexpr int perGray = 32;  // of `halves`
   const int W = m_size.width;
+  const auto penalty = [](int a, int b) {
+    return static_cast<std::uint8_t>(std::max(20 - std::abs(a - b) / (2 * perGray), 9));
+  };
   forStrips(m_size.height, stripRows, threads(), [&](int from, int to) {
     for (int row = from; row < to; ++row) {
-      const std::uint16_t* const now = m_left.halves.data() + static_cast<std::ptrdiff_t>(row) * W;
+      const std::uint16_t* const now = m_left.halves.data() + at(row);
       const std::uint16_t* const above = row > 0 ? now - W : now;
-      std::uint8_t* const beside = m_besidePenalty.data() + static_cast<std::ptrdiff_t>(row) * W;
-      std::uint8_t* const over = m_abovePenalty.data() + static_cast<std::ptrdiff_t>(row) * W;
+      std::uint8_t* const beside = m_besidePenalty.data() + at(row);
+      std::uint8_t* const over = m_abovePenalty.data() + at(row);
       for (int x = 0; x < W; ++x) {
-        const int left = std::abs(now[x] - now[x > 0 ? x - 1 : x]);
-        const int up = std::abs(now[x] - above[x]);
-        beside[x] = static_cast<std::uint8_t>(std::max(20 - left / (2 * scale), 9));
-        over[x] = static_cast<std::uint8_t>(std::max(20 - up / (2 * scale), 9));
+        beside[x] = penalty(now[x], now[x > 0 ? x - 1 : x]);
+        over[x] = penalty(now[x], above[x]);
       }
     }
   });
@@ -177,7 +229,10 @@ void WideDepth::Engine::match() {
                          m_abovePenalty.data()};
   const MatchOutput output{m_matched.data(), m_flags.data()};
   const auto strips = static_cast<int>(m_scratch.size());
-  forTasks(strips, threads(), [&](int strip) {
+  forTasks(strips + 1, threads(), [&](int strip) {
+    if (strip == strips) {
+      return m_nearGuard.find(m_left.halves.data(), m_right.halves.data());
+    }
     const int from = m_size.height * strip / strips;
     const int to = m_size.height * (strip + 1) / strips;
     matchStrip(input, std::max(from - warmRows, 0), from, to, m_scratch[static_cast<std::size_t>(strip)], output);
@@ -185,27 +240,24 @@ void WideDepth::Engine::match() {
 }
 
 void WideDepth::Engine::collect() {
-  const int W = m_size.width;
   forStrips(m_size.height, stripRows, threads(), [&](int from, int to) {
     for (int row = from; row < to; ++row) {
       float* const d = m_disparity.row(row);
       float* const evidence = m_evidence.row(row);
-      const auto first = static_cast<std::size_t>(row) * static_cast<std::size_t>(W);
-      for (int x = 0; x < W; ++x) {
-        const std::size_t at = first + static_cast<std::size_t>(x);
+      for (int x = 0; x < m_size.width; ++x) {
+        const std::size_t k = at(row) + static_cast<std::size_t>(x);
         RangeState state = RangeState::measured;
-        if (m_leftSeen[at] == 0) {
+        if (m_leftSeen[k] == 0) {
           state = RangeState::unseen;
-        } else if ((m_flags[at] & (matchDisagrees | matchAmbiguous)) != 0) {
+        } else if ((m_flags[k] & (matchDisagrees | matchAmbiguous)) != 0) {
           state = RangeState::inconsistent;
-        } else if ((m_flags[at] & matchAtLimit) != 0) {
+        } else if ((m_flags[k] & matchAtLimit) != 0) {
           state = RangeState::tooNear;
         }
-        m_states[at] = static_cast<std::uint8_t>(state);
-        evidence[x] = (m_flags[at] & (matchDisagrees | matchAmbiguous)) == 0
-                          ? static_cast<float>(m_matched[at]) * 0.0625F
-                          : noDisparity;
-        d[x] = state == RangeState::measured ? static_cast<float>(m_matched[at]) * 0.0625F : noDisparity;
+        const float found = static_cast<float>(m_matched[k]) * 0.0625F;
+        m_states[k] = static_cast<std::uint8_t>(state);
+        d[x] = state == RangeState::measured ? found : noDisparity;
+        evidence[x] = state == RangeState::measured || state == RangeState::tooNear ? found : noDisparity;
       }
     }
   });
@@ -222,127 +274,28 @@ void WideDepth::Engine::refine() {
   input.leftWidth = m_left.map.width;
   input.rightWidth = m_right.map.width;
   input.rightFirst = 2 * m_size.disparities;
-  input.gain = m_gain;
+  constexpr float like = 1.0F;  // columns
+  const auto forRows = [&](const auto& work) { forStrips(m_size.height, stripRows, threads(), work); };
   for (int pass = 0; pass < refinePasses; ++pass) {
-    forStrips(m_size.height, stripRows, threads(), [&](int from, int to) {
-      smoothDisparity(m_size.width, from, to, m_disparity, 4, 1.0F, m_refined.disparity);
-    });
+    forRows(
+        [&](int from, int to) { smoothDisparity(m_size.width, from, to, m_disparity, 4, like, m_refined.disparity); });
     std::swap(m_disparity, m_refined.disparity);
-    forStrips(m_size.height, stripRows, threads(),
-              [&](int from, int to) { refineTerms(input, from, to, m_disparity, m_terms); });
-    forStrips(m_size.height, stripRows, threads(),
-              [&](int from, int to) { refineSolve(input, from, to, m_disparity, m_terms, 1.0F, 2, m_refined); });
+    forRows([&](int from, int to) { refineTerms(input, from, to, m_disparity, m_terms); });
+    forRows([&](int from, int to) { refineSolve(input, from, to, m_disparity, m_terms, like, 2, m_refined); });
     std::swap(m_disparity, m_refined.disparity);
   }
-  forStrips(m_size.height, stripRows, threads(), [&](int from, int to) {
-    fuseDisparity(m_size.width, from, to, m_disparity, m_refined.weight, 4, m_refined.disparity, m_fusedWeight);
+  forRows([&](int from, int to) {
+    fuseDisparity(m_size.width, from, to, m_disparity, m_refined.weight, 4, m_refined.disparity, m_spareWeight);
   });
   std::swap(m_disparity, m_refined.disparity);
-  std::swap(m_fusedWeight, m_refined.weight);
+  std::swap(m_spareWeight, m_refined.weight);
 }
 
-void WideDepth::Engine::filter() {
-  const auto nearParallax = static_cast<float>(0.2 / m_grid.columnStep());
-  const int W = m_size.width;
-  const auto drop = [&](int from, int to, const std::vector<std::uint8_t>& marks, RangeState why) {
-    for (int row = from; row < to; ++row) {
-      float* const d = m_disparity.row(row);
-      const auto first = static_cast<std::size_t>(row) * static_cast<std::size_t>(W);
-      for (int x = 0; x < W; ++x) {
-        if (marks[first + static_cast<std::size_t>(x)] != 0 && d[x] != noDisparity) {
-          d[x] = noDisparity;
-          m_states[first + static_cast<std::size_t>(x)] = static_cast<std::uint8_t>(why);
-        }
-      }
-    }
-  };
-  forStrips(m_size.height, stripRows, threads(), [&](int from, int to) {
-    for (int row = from; row < to; ++row) {
-      float* const d = m_disparity.row(row);
-      float* const sigma = m_refined.sigma.row(row);
-      const float* const weight = m_refined.weight.row(row);
-      const float* const correlation = m_refined.correlation.row(row);
-      const float* const texture = m_refined.texture.row(row);
-      std::uint8_t* const state = m_states.data() + static_cast<std::ptrdiff_t>(row) * W;
-      for (int x = 0; x < W; ++x) {
-        if (d[x] == noDisparity) {
-          if (state[x] == static_cast<std::uint8_t>(RangeState::measured)) {
-            state[x] = static_cast<std::uint8_t>(RangeState::unseen);
-          }
-          continue;
-        }
-        sigma[x] = std::sqrt(1.0F / (weight[x] + 1e-6F));
-        const bool exact = sigma[x] <= largestError * std::max(d[x], 0.2F);
-        if (correlation[x] >= leastCorrelation && exact) {
-          continue;
-        }
-        d[x] = noDisparity;
-        state[x] =
-            static_cast<std::uint8_t>(!exact || texture[x] < 0.5F ? RangeState::textureless : RangeState::inconsistent);
-      }
-      findHidden(m_disparity, W, row, row + 1, edgeStep, m_hidden.data());
-    }
-    drop(from, to, m_hidden, RangeState::unseen);
-  });
-  m_speckFinder.find(m_disparity, edgeStep, leastSurface, m_specks.data());
-  drop(0, m_size.height, m_specks, RangeState::inconsistent);
-  forStrips(m_size.height, stripRows, threads(), [&](int from, int to) {
-    std::fill(m_beside.begin() + static_cast<std::ptrdiff_t>(from) * W,
-              m_beside.begin() + static_cast<std::ptrdiff_t>(to) * W, static_cast<std::uint8_t>(0));
-    findBeside(m_disparity, m_disparity, W, from, to, {2, noDisparity, 1.0F, edgeStep}, m_beside.data());
-    findBeside(m_disparity, m_evidence, W, from, to, {3, nearParallax, 1.2F, 1.0F}, m_beside.data());
-  });
-  drop(0, m_size.height, m_beside, RangeState::inconsistent);
-}
-
-void WideDepth::Engine::report(const cv::Mat& leftEye, WideDepthImage& out) {
-  const cv::Size size = m_options.size;
-  const auto fit = [&](cv::Mat& image, int type) {
-    if (!core::isSoleOwner(image) || image.size() != size || image.type() != type || !image.isContinuous()) {
-      image = cv::Mat(size, type);
-    }
-  };
-  fit(out.range, CV_32FC1);
-  fit(out.state, CV_8UC1);
-  fit(out.confidence, CV_8UC1);
-  fit(out.view, CV_8UC3);
-  const RangeModel model(m_grid, m_eyes.baseline, m_options.nearest, m_options.farthest);
-  forStrips(size.height, stripRows, threads(), [&](int from, int to) {
-    sampleColor(m_viewMap, leftEye, from, to, out.view);
-    for (int row = from; row < to; ++row) {
-      const std::uint8_t* const state = m_states.data() + static_cast<std::ptrdiff_t>(row) * m_size.width;
-      std::copy_n(state, size.width, out.state.ptr(row));
-      rangeRow(model, m_disparity.row(row), m_refined.sigma.row(row), size.width, out.range.ptr<float>(row),
-               out.state.ptr(row), out.confidence.ptr(row));
-    }
-  });
-}
-
-void WideDepth::Engine::compute(const cv::Mat& leftEye, const cv::Mat& rightEye, WideDepthImage& out) {
-  for (const cv::Mat* const eye : {&leftEye, &rightEye}) {
-    if (eye->empty() || eye->dims != 2) {
-      refuse("an eye's image is empty");
-    }
-    if (eye->type() != CV_8UC3 && eye->type() != CV_8UC1) {
-      refuse("an eye's image must be CV_8UC3 or CV_8UC1");
-    }
-    if (eye->size() != m_eyeSize) {
-      CV_Error(cv::Error::StsUnmatchedSizes, cv::format("an eye's image must have %d x %d pixels; got %d x %d",
-                                                        m_eyeSize.width, m_eyeSize.height, eye->cols, eye->rows));
-    }
+void WideDepth::Engine::calibrateRows() {
+  const RowFitInput input{m_grid, m_left.halves.data(), m_right.halves.data(), m_size.rightWidth(), m_size.disparities};
+  if (m_rowFit.look(input, m_disparity)) {
+    buildRightMap();
   }
-  if (leftEye.type() != rightEye.type()) {
-    refuse("both eyes' images must have the same type");
-  }
-  prepare(leftEye, rightEye);
-  penalties();
-  match();
-  collect();
-  refine();
-  filter();
-  report(leftEye, out);
 }
-
-void WideDepth::Engine::reset() {}
 
 }  // namespace stereo

@@ -10,6 +10,7 @@ namespace stereo::depth {
 
 namespace {
 
+constexpr int maxWidth = 4096;    // of a disparity image
 constexpr int widestReach = 512;  // columns that a disparity may span: more than any search
 
 // Largest value of the columns [-border, width + border) within `reach` rows; values below `least` do not count.
@@ -41,29 +42,32 @@ void largestAlong(const float* __restrict values, int reach, int width, float* _
 }  // namespace
 
 void findHidden(const Plane& disparity, int width, int from, int to, float step, std::uint8_t* hidden) {
-  std::vector<float> nearest(static_cast<std::size_t>(width + 2 * widestReach));
+  float nearest[maxWidth + 2 * widestReach];
+  const int places = width + 2 * widestReach;
   for (int row = from; row < to; ++row) {
-    std::fill(nearest.begin(), nearest.end(), noDisparity);
+    std::fill_n(nearest, places, noDisparity);
     const float* const d = disparity.row(row);
-    const auto place = [&](int x) { return static_cast<int>(static_cast<float>(x + widestReach) - d[x] + 0.5F); };
+    const auto place = [&](int x) {
+      return std::clamp(static_cast<int>(static_cast<float>(x + widestReach) - d[x] + 0.5F), 0, places - 1);
+    };
     for (int x = 0; x < width; ++x) {
       if (d[x] != noDisparity) {
-        float& n = nearest[static_cast<std::size_t>(place(x))];
+        float& n = nearest[place(x)];
         n = std::max(n, d[x]);
       }
     }
     std::uint8_t* const out = hidden + static_cast<std::ptrdiff_t>(row) * width;
     for (int x = 0; x < width; ++x) {
-      out[x] = d[x] != noDisparity && nearest[static_cast<std::size_t>(place(x))] > d[x] + step ? 255 : 0;
+      out[x] = d[x] != noDisparity && nearest[place(x)] > d[x] + step ? 255 : 0;
     }
   }
 }
 
 void findBeside(const Plane& disparity, const Plane& evidence, int width, int from, int to, const BesideRule& rule,
                 std::uint8_t* beside) {
-  std::vector<float> memory(2 * (static_cast<std::size_t>(width) + 2 * Plane::border));
-  float* const column = memory.data() + Plane::border;
-  float* const most = column + width + 2 * Plane::border;
+  float columns[maxWidth + 2 * Plane::border];
+  float most[maxWidth];
+  float* const column = columns + Plane::border;
   const int reach = rule.reach;
   for (int row = from; row < to; ++row) {
     largestDown(evidence, row, reach, width, rule.least, column);

@@ -80,6 +80,27 @@ double planeLimit(const core::RayProjection& eye) {
 
 }  // namespace
 
+ViewGrid ViewGrid::of(const WideDepthOptions& options) {
+  constexpr double degree = CV_PI / 180.0;
+  const cv::Size size = options.size;
+  return {size.width,
+          size.height,
+          options.horizontalField * degree / size.width,
+          options.verticalField * degree / size.height,
+          0.5 * size.width,
+          0.5 * size.height};
+}
+
+ViewGrid ViewGrid::coarser(int factor) const {
+  return {(width + factor - 1) / factor, (height + factor - 1) / factor,
+          columnStep * factor,           rowStep * factor,
+          middleColumn / factor,         middleRow / factor};
+}
+
+ViewGrid ViewGrid::finerColumns() const {
+  return {2 * width, height, 0.5 * columnStep, rowStep, 2.0 * middleColumn, middleRow};
+}
+
 EyePair eyePair(const WideDepthCalibration& calibration, cv::Size eye) {
   if (eye.width < 16 || eye.height < 16 || eye.width > 8192 || eye.height > 8192) {
     refuse("an eye's image must have 16 x 16 to 8192 x 8192 pixels");
@@ -144,7 +165,9 @@ void buildSampleMap(const core::RayProjection& eye, cv::Size image, const ViewGr
       const double cosine = std::cos(latitude);
       for (int k = 0; k < width; ++k) {
         // The shift is small: sine and cosine to the second order.
-        const double s = shift.value(grid.longitude(first + k), latitude);
+        const double across = cosines[static_cast<std::size_t>(k)];
+        const double angle = shift.angle(sines[static_cast<std::size_t>(k)], across * sine);
+        const double s = std::clamp(angle / std::max(across, 0.05), -0.1, 0.1);
         const double c = 1.0 - 0.5 * s * s;
         X[k] = sines[static_cast<std::size_t>(k)];
         Y[k] = cosines[static_cast<std::size_t>(k)] * (sine * c + cosine * s);

@@ -12,18 +12,25 @@
 
 namespace stereo::depth {
 
-/// A view of equal angles. Pixel (column, row) has longitude (column + 0.5 - width / 2) horizontal / width, latitude
-/// (row + 0.5 - height / 2) vertical / height.
+/// A view of equal angles. Pixel (column, row) has longitude (column + 0.5 - middleColumn) columnStep and latitude
+/// (row + 0.5 - middleRow) rowStep.
 struct ViewGrid {
   int width = 0;
   int height = 0;
-  double horizontal = 0;  ///< radians
-  double vertical = 0;    ///< radians
+  double columnStep = 0;  ///< radians
+  double rowStep = 0;     ///< radians
+  double middleColumn = 0;
+  double middleRow = 0;
 
-  double columnStep() const { return horizontal / width; }
-  double rowStep() const { return vertical / height; }
-  double longitude(double column) const { return (column + 0.5 - 0.5 * width) * columnStep(); }
-  double latitude(double row) const { return (row + 0.5 - 0.5 * height) * rowStep(); }
+  /// The view of `options`.
+  static ViewGrid of(const WideDepthOptions& options);
+  /// A grid over the same angles, whose pixels are blocks of `factor` x `factor`; the last ones may reach beyond.
+  ViewGrid coarser(int factor) const;
+  /// A grid with twice the columns.
+  ViewGrid finerColumns() const;
+
+  double longitude(double column) const { return (column + 0.5 - middleColumn) * columnStep; }
+  double latitude(double row) const { return (row + 0.5 - middleRow) * rowStep; }
 };
 
 /// Both eyes, checked: see the constructor of `WideDepth`.
@@ -35,24 +42,24 @@ struct EyePair {
 /// Throws cv::Exception for calibrations and sizes that cannot be right.
 EyePair eyePair(const WideDepthCalibration& calibration, cv::Size eye);
 
-/// A small displacement of rows that varies smoothly: at the longitude and latitude of a ray, the eye sees it
-/// `value(longitude, latitude)` radians of latitude lower.
+/// A small misalignment of rows that varies smoothly over the sphere: the eye sees a ray (X, Y, Z) lower by an angle
+/// that is a polynomial in X and Y, which is this angle over cos longitude in latitude.
 struct RowShift {
   static constexpr int terms = 6;
   double c[terms] = {};
 
-  /// The functions that a shift is made of. x, y are longitude and latitude in units of 1 radian.
-  static void basis(double x, double y, double (&values)[terms]) {
+  static void basis(double X, double Y, double (&values)[terms]) {
     values[0] = 1.0;
-    values[1] = x;
-    values[2] = y;
-    values[3] = x * x;
-    values[4] = x * y;
-    values[5] = y * y;
+    values[1] = X;
+    values[2] = Y;
+    values[3] = X * X;
+    values[4] = X * Y;
+    values[5] = Y * Y;
   }
-  double value(double x, double y) const {
+  /// Radians.
+  double angle(double X, double Y) const {
     double values[terms];
-    basis(x, y, values);
+    basis(X, Y, values);
     double sum = 0.0;
     for (int k = 0; k < terms; ++k) {
       sum += c[k] * values[k];

@@ -59,10 +59,11 @@ STEREO_CAMERA_KERNEL(ranges,
 }  // namespace
 
 RangeModel::RangeModel(const ViewGrid& grid, double b, double from, double to)
-    : columnStep(grid.columnStep()), baseline(b), nearest(from), farthest(to) {
+    : columnStep(grid.columnStep), baseline(b), nearest(from), farthest(to) {
   for (int column = 0; column < grid.width; ++column) {
-    sines.push_back(std::sin(grid.longitude(column)));
-    cosines.push_back(std::cos(grid.longitude(column)));
+    // Rounded to float, so that other processors' last bits don't show.
+    sines.push_back(static_cast<float>(std::sin(grid.longitude(column))));
+    cosines.push_back(static_cast<float>(std::cos(grid.longitude(column))));
   }
 }
 

@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: Apache-2.0
+// Finds things that are too near for the search.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "src/depth/Match.hpp"
+
+namespace stereo::depth {
+
+/// Matches both views at a quarter of their size, up to four times the parallax: what is nearer than the search reaches
+/// would otherwise be taken for whatever fits by chance.
+class NearGuard {
+public:
+  /// For views that are matched at `size`.
+  explicit NearGuard(const MatchSize& size);
+
+  /// Searches the views (`MatchSize::width` and `rightWidth()` columns). Blocks; not shared among threads.
+  void find(const std::uint16_t* left, const std::uint16_t* right);
+
+  /// Whether a pixel of the left view belongs to something too near, or is within about four pixels of it.
+  bool isNear(int x, int y) const { return at(m_near, x, y) != 0; }
+  bool isBeside(int x, int y) const { return at(m_beside, x, y) != 0; }
+
+private:
+  std::uint8_t at(const std::vector<std::uint8_t>& marks, int x, int y) const;
+  void mark();
+
+  MatchSize m_full;
+  MatchSize m_size;
+  std::vector<std::uint16_t> m_left;
+  std::vector<std::uint16_t> m_right;
+  std::vector<std::uint8_t> m_leftCensus[3];
+  std::vector<std::uint8_t> m_rightCensus[3];
+  std::vector<std::uint8_t> m_penalties;
+  std::vector<std::int16_t> m_disparity;
+  std::vector<std::uint8_t> m_flags;
+  std::vector<std::uint8_t> m_near;
+  std::vector<std::uint8_t> m_beside;
+  MatchScratch m_scratch;
+};
+
+}  // namespace stereo::depth
