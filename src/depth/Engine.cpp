@@ -74,14 +74,14 @@ WideDepth::Engine::Engine(const WideDepthCalibration& calibration, cv::Size eye,
       m_rays(unitRays(m_view)),
       m_speckFinder(m_grid.width, m_grid.height),
       m_nearGuard(m_size),
-      m_rowFit(m_grid) {
+      m_rowFit(m_grid, m_eyes.eyes[1]) {
   const int W = m_size.width;
   const int H = m_size.height;
   const std::size_t total = at(H);
   const auto rightTotal = static_cast<std::size_t>(m_size.rightWidth()) * static_cast<std::size_t>(H);
   const std::int32_t outside = eye.width * eye.height;
-  buildSampleMap(m_eyes.eyes[0], eye, m_grid.finerColumns(), 0, 2 * W, {}, eye.width, outside, threads(), m_left.map);
-  buildSampleMap(m_eyes.eyes[0], eye, m_view, 0, m_view.width, {}, eye.width, outside, threads(), m_viewMap);
+  buildSampleMap(m_eyes.eyes[0], eye, m_grid.finerColumns(), 0, 2 * W, eye.width, outside, threads(), m_left.map);
+  buildSampleMap(m_eyes.eyes[0], eye, m_view, 0, m_view.width, eye.width, outside, threads(), m_viewMap);
   buildRightMap();
   for (Eye* const one : {&m_left, &m_right}) {
     one->gray.assign(static_cast<std::size_t>(eye.width) * static_cast<std::size_t>(eye.height + 3), 0);
@@ -120,8 +120,8 @@ WideDepth::Engine::Engine(const WideDepthCalibration& calibration, cv::Size eye,
 }
 
 void WideDepth::Engine::buildRightMap() {
-  buildSampleMap(m_eyes.eyes[1], m_eyeSize, m_grid.finerColumns(), -2 * m_size.disparities, 2 * m_size.rightWidth(),
-                 m_rowFit.shift(), m_eyeSize.width, m_eyeSize.width * m_eyeSize.height, threads(), m_right.map);
+  buildSampleMap(m_rowFit.corrected(), m_eyeSize, m_grid.finerColumns(), -2 * m_size.disparities,
+                 2 * m_size.rightWidth(), m_eyeSize.width, m_eyeSize.width * m_eyeSize.height, threads(), m_right.map);
 }
 
 int WideDepth::Engine::threads() const {
@@ -281,7 +281,7 @@ void WideDepth::Engine::refine() {
         [&](int from, int to) { smoothDisparity(m_size.width, from, to, m_disparity, 4, like, m_refined.disparity); });
     std::swap(m_disparity, m_refined.disparity);
     forRows([&](int from, int to) { refineTerms(input, from, to, m_disparity, m_terms); });
-    forRows([&](int from, int to) { refineSolve(input, from, to, m_disparity, m_terms, like, 2, m_refined); });
+    forRows([&](int from, int to) { refineSolve(input, from, to, m_disparity, m_terms, like, pass == 0 ? 4 : 2, m_refined); });
     std::swap(m_disparity, m_refined.disparity);
   }
   forRows([&](int from, int to) {

@@ -131,7 +131,7 @@ EyePair eyePair(const WideDepthCalibration& calibration, cv::Size eye) {
 }
 
 void buildSampleMap(const core::RayProjection& eye, cv::Size image, const ViewGrid& grid, int first, int width,
-                    const RowShift& shift, int stride, std::int32_t outside, int threads, SampleMap& map) {
+                    int stride, std::int32_t outside, int threads, SampleMap& map) {
   const auto total = static_cast<std::size_t>(width) * static_cast<std::size_t>(grid.height);
   map.width = width;
   map.height = grid.height;
@@ -164,14 +164,9 @@ void buildSampleMap(const core::RayProjection& eye, cv::Size image, const ViewGr
       const double sine = std::sin(latitude);
       const double cosine = std::cos(latitude);
       for (int k = 0; k < width; ++k) {
-        // The shift is small: sine and cosine to the second order.
-        const double across = cosines[static_cast<std::size_t>(k)];
-        const double angle = shift.angle(sines[static_cast<std::size_t>(k)], across * sine);
-        const double s = std::clamp(angle / std::max(across, 0.05), -0.1, 0.1);
-        const double c = 1.0 - 0.5 * s * s;
         X[k] = sines[static_cast<std::size_t>(k)];
-        Y[k] = cosines[static_cast<std::size_t>(k)] * (sine * c + cosine * s);
-        Z[k] = cosines[static_cast<std::size_t>(k)] * (cosine * c - sine * s);
+        Y[k] = cosines[static_cast<std::size_t>(k)] * sine;
+        Z[k] = cosines[static_cast<std::size_t>(k)] * cosine;
       }
       core::projectRays(eye, X, Y, Z, width, u, v);
       for (int k = 0; k < width; ++k) {

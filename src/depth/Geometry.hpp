@@ -42,32 +42,6 @@ struct EyePair {
 /// Throws cv::Exception for calibrations and sizes that cannot be right.
 EyePair eyePair(const WideDepthCalibration& calibration, cv::Size eye);
 
-/// A small misalignment of rows that varies smoothly over the sphere: the eye sees a ray (X, Y, Z) lower by an angle
-/// that is a polynomial in X and Y, which is this angle over cos longitude in latitude.
-struct RowShift {
-  static constexpr int terms = 6;
-  double c[terms] = {};
-
-  static void basis(double X, double Y, double (&values)[terms]) {
-    values[0] = 1.0;
-    values[1] = X;
-    values[2] = Y;
-    values[3] = X * X;
-    values[4] = X * Y;
-    values[5] = Y * Y;
-  }
-  /// Radians.
-  double angle(double X, double Y) const {
-    double values[terms];
-    basis(X, Y, values);
-    double sum = 0.0;
-    for (int k = 0; k < terms; ++k) {
-      sum += c[k] * values[k];
-    }
-    return sum;
-  }
-};
-
 /// Where to sample an eye's image for each pixel of a view: position of the upper left of four pixels, and weights of
 /// the right column and the lower row in 1/128.
 struct SampleMap {
@@ -83,7 +57,7 @@ struct SampleMap {
 /// Rays beyond 90 degrees of longitude or outside the eye's circle and image are not seen: they get `outside`, which
 /// must be followed by zeros.
 void buildSampleMap(const core::RayProjection& eye, cv::Size image, const ViewGrid& grid, int first, int width,
-                    const RowShift& shift, int stride, std::int32_t outside, int threads, SampleMap& map);
+                    int stride, std::int32_t outside, int threads, SampleMap& map);
 
 /// Unit rays of a view, CV_32FC3.
 cv::Mat unitRays(const ViewGrid& grid);

@@ -68,20 +68,36 @@ bool residualRows(const RowFitInput& input, int x, int y, float disparity, doubl
 
 }  // namespace
 
-RowFit::RowFit(const ViewGrid& grid) : m_grid(grid) {
+RowFit::RowFit(const ViewGrid& grid, const core::RayProjection& eye) : m_grid(grid), m_eye(eye) {
   m_residuals.reserve((static_cast<std::size_t>(grid.width) / spacing + 1) *
                       (static_cast<std::size_t>(grid.height) / spacing + 1));
 }
 
 void RowFit::reset() {
-  m_shift = {};
+  m_error = {};
   m_correction = 0.0;
   m_frames = 0;
 }
 
+core::RayProjection RowFit::corrected() const {
+  // Rays turn by the rotation vector w before they reach the eye: r + w x r + w x (w x r) / 2.
+  const cv::Vec3d w(m_error.c[0], m_error.c[1], m_error.c[2]);
+  core::RayProjection eye = m_eye;
+  for (int axis = 0; axis < 3; ++axis) {
+    cv::Vec3d r(0.0, 0.0, 0.0);
+    r[axis] = 1.0;
+    const cv::Vec3d turn = w.cross(r);
+    const cv::Vec3d turned = r + turn + 0.5 * w.cross(turn);
+    for (int row = 0; row < 3; ++row) {
+      eye.m[row][axis] = m_eye.m[row][0] * turned[0] + m_eye.m[row][1] * turned[1] + m_eye.m[row][2] * turned[2];
+    }
+  }
+  eye.cy += m_error.c[3];
+  return eye;
+}
+
 bool RowFit::look(const RowFitInput& input, const Plane& disparity) {
   const int frame = m_frames++;
-  m_frames = std::min(m_frames, firstFrames + pause);
   if (frame >= firstFrames) {
     if (frame < firstFrames + pause - 1) {
       return false;
@@ -89,15 +105,51 @@ bool RowFit::look(const RowFitInput& input, const Plane& disparity) {
     m_frames = firstFrames;
   }
   collect(input, disparity);
-  RowShift found;
+  EyeError found;
   if (!fit(found)) {
     return false;
   }
-  for (int k = 0; k < RowShift::terms; ++k) {
-    m_shift.c[k] += found.c[k];
+  for (int k = 0; k < EyeError::terms; ++k) {
+    m_error.c[k] += found.c[k];
   }
-  m_correction = rms(m_shift);
+  m_correction = rms(m_error);
   return true;
+}
+
+// The angle across the row by which a ray moves. With the unit vector e = (0, cos latitude, -sin latitude) down and f
+// along the row: e (w x r) for a rotation w. For a shift of the image, the displacement (a e + b f) that the eye
+// projects to that shift: two equations in a and b.
+void RowFit::fillBasis(double longitude, double latitude, double (&basis)[EyeError::terms]) const {
+  const double X = std::sin(longitude);
+  const double across = std::cos(longitude);
+  const double sine = std::sin(latitude);
+  const double cosine = std::cos(latitude);
+  basis[0] = -across;
+  basis[1] = X * sine;
+  basis[2] = X * cosine;
+  constexpr double h = 0.02;
+  const double r[3] = {X, across * sine, across * cosine};
+  const double e[3] = {0.0, cosine, -sine};
+  const double f[3] = {across, -X * sine, -X * cosine};
+  double x[4];
+  double y[4];
+  double z[4];
+  double* const parts[3] = {x, y, z};
+  for (int axis = 0; axis < 3; ++axis) {
+    parts[axis][0] = r[axis] + h * e[axis];
+    parts[axis][1] = r[axis] - h * e[axis];
+    parts[axis][2] = r[axis] + h * f[axis];
+    parts[axis][3] = r[axis] - h * f[axis];
+  }
+  float u[4];
+  float v[4];
+  core::projectRays(m_eye, x, y, z, 4, u, v);
+  const double ue = (u[0] - u[1]) / (2.0 * h);
+  const double ve = (v[0] - v[1]) / (2.0 * h);
+  const double uf = (u[2] - u[3]) / (2.0 * h);
+  const double vf = (v[2] - v[3]) / (2.0 * h);
+  const double det = ue * vf - uf * ve;
+  basis[3] = std::abs(det) > 1.0 ? -uf / det : 0.0;
 }
 
 void RowFit::collect(const RowFitInput& input, const Plane& disparity) {
@@ -112,18 +164,19 @@ void RowFit::collect(const RowFitInput& input, const Plane& disparity) {
       }
       const double longitude = m_grid.longitude(static_cast<double>(x) - d[x]);
       if (std::abs(longitude) < steepest) {
-        const double across = std::cos(longitude);
-        m_residuals.push_back({std::sin(longitude), across * std::sin(latitude), rows * m_grid.rowStep * across});
+        Residual one{rows * m_grid.rowStep * std::cos(longitude), {}};
+        fillBasis(longitude, latitude, one.basis);
+        m_residuals.push_back(one);
       }
     }
   }
 }
 
-bool RowFit::fit(RowShift& found) const {
+bool RowFit::fit(EyeError& found) const {
   if (m_residuals.size() < enough) {
     return false;
   }
-  constexpr int n = RowShift::terms;
+  constexpr int n = EyeError::terms;
   using Square = cv::Matx<double, n, n>;
   using Column = cv::Matx<double, n, 1>;
   // Least squares, weighted by (1 - (r / s)^2)^2 within s, which narrows.
@@ -136,21 +189,23 @@ bool RowFit::fit(RowShift& found) const {
     double weights = 0.0;
     double squares = 0.0;
     for (const Residual& one : m_residuals) {
-      const double r = (one.angle - found.angle(one.X, one.Y)) / scale;
+      double left = one.angle;
+      for (int a = 0; a < n; ++a) {
+        left -= found.c[a] * one.basis[a];
+      }
+      const double r = left / scale;
       if (std::abs(r) >= 1.0) {
         continue;
       }
       const double w = (1.0 - r * r) * (1.0 - r * r);
-      double values[n];
-      RowShift::basis(one.X, one.Y, values);
       for (int a = 0; a < n; ++a) {
         for (int b = 0; b < n; ++b) {
-          normal(a, b) += w * values[a] * values[b];
+          normal(a, b) += w * one.basis[a] * one.basis[b];
         }
-        right(a) += w * values[a] * one.angle;
+        right(a) += w * one.basis[a] * one.angle;
       }
       weights += w;
-      squares += w * r * r * scale * scale;
+      squares += w * left * left;
     }
     if (weights < 0.25 * static_cast<double>(enough)) {
       return false;
@@ -171,11 +226,9 @@ bool RowFit::fit(RowShift& found) const {
   // How well is it known? The mean variance of the fit over the pixels; neighbors' errors go together.
   double error = 0.0;
   for (const Residual& one : m_residuals) {
-    double values[n];
-    RowShift::basis(one.X, one.Y, values);
     for (int a = 0; a < n; ++a) {
       for (int b = 0; b < n; ++b) {
-        error += values[a] * inverse(a, b) * values[b];
+        error += one.basis[a] * inverse(a, b) * one.basis[b];
       }
     }
   }
@@ -183,16 +236,20 @@ bool RowFit::fit(RowShift& found) const {
   return rms(found) > std::max(leastCorrection, 3.0 * known);
 }
 
-double RowFit::rms(const RowShift& shift) const {
+double RowFit::rms(const EyeError& error) const {
   double sum = 0.0;
   int count = 0;
-  for (int y = 0; y < m_grid.height; y += spacing) {
-    for (int x = 0; x < m_grid.width; x += spacing) {
+  for (int y = 0; y < m_grid.height; y += 2 * spacing) {
+    for (int x = 0; x < m_grid.width; x += 2 * spacing) {
       const double longitude = m_grid.longitude(x);
       if (std::abs(longitude) < steepest) {
-        const double across = std::cos(longitude);
-        const double rows =
-            shift.angle(std::sin(longitude), across * std::sin(m_grid.latitude(y))) / (across * m_grid.rowStep);
+        double basis[EyeError::terms];
+        fillBasis(longitude, m_grid.latitude(y), basis);
+        double angle = 0.0;
+        for (int k = 0; k < EyeError::terms; ++k) {
+          angle += error.c[k] * basis[k];
+        }
+        const double rows = angle / (std::cos(longitude) * m_grid.rowStep);
         sum += rows * rows;
         ++count;
       }

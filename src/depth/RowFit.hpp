@@ -19,34 +19,43 @@ struct RowFitInput {
   int rightFirst = 0;  ///< column in the right view of the left view's first column
 };
 
-/// Keeps the row correction of the right eye. Pixels that were measured say by how many rows they differ; a smooth
-/// function is fitted to them, with outliers left out. Only what is clearly more than its own error is corrected.
+/// By how much the right eye differs from its calibration.
+struct EyeError {
+  static constexpr int terms = 4;
+  double c[terms] = {};  ///< rotation about x, y and z, radians; center of its image down the rows, pixels
+};
+
+/// Keeps the row correction of the right eye. Pixels that were measured say by how many rows they differ; a small
+/// rotation and shift of the eye are fitted to them, with outliers left out. Since these move columns, too, ranges that
+/// were off with the rows become right again. Only what is clearly more than its own error is corrected.
 class RowFit {
 public:
-  explicit RowFit(const ViewGrid& grid);
+  RowFit(const ViewGrid& grid, const core::RayProjection& eye);
 
-  /// Looks at a frame, most often at none of it. Returns true if `shift()` has changed.
+  /// Looks at a frame, most often at none of it. Returns true if `corrected()` has changed.
   bool look(const RowFitInput& input, const Plane& disparity);
   void reset();
 
-  const RowShift& shift() const { return m_shift; }
+  /// The eye as it seems to be.
+  core::RayProjection corrected() const;
   /// Root mean square of the correction over the grid, rows.
   double correction() const { return m_correction; }
 
 private:
   struct Residual {
-    double X;
-    double Y;
-    double angle;  ///< radians by which the right eye sees the pixel too low
+    double angle;                   ///< radians by which the right eye sees the pixel too low
+    double basis[EyeError::terms];  ///< the same for each term's unit
   };
 
   void collect(const RowFitInput& input, const Plane& disparity);
-  bool fit(RowShift& found) const;
-  double rms(const RowShift& shift) const;
+  void fillBasis(double longitude, double latitude, double (&basis)[EyeError::terms]) const;
+  bool fit(EyeError& found) const;
+  double rms(const EyeError& error) const;
 
   ViewGrid m_grid;
+  core::RayProjection m_eye;
   std::vector<Residual> m_residuals;
-  RowShift m_shift;
+  EyeError m_error;
   double m_correction = 0.0;
   int m_frames = 0;
 };

@@ -17,8 +17,8 @@ namespace {
 
 constexpr int stripRows = 16;
 constexpr float largestError = 0.024F;  // standard error over disparity
-constexpr float leastCorrelation = 0.6F;
-constexpr float sureCorrelation = 0.96F;  // of pixels that may be this close to something much nearer
+constexpr float leastCorrelation = 0.8F;
+constexpr float sureCorrelation = 0.97F;  // of pixels that may be this close to something much nearer
 constexpr float leastTexture = 0.5F;      // of a surface that is not plain, gray levels squared
 constexpr float edgeStep = 1.5F;          // columns by which neighbors of one surface may differ
 constexpr int leastSurface = 60;          // pixels

@@ -5,6 +5,7 @@
 
 #include <StereoCamera.hpp>
 #include <SystemLog.hpp>
+#include <WideDepth.hpp>
 
 // The class is not of standard layout, so the language leaves the offsets to the compiler; that is what is asked here.
 #pragma GCC diagnostic ignored "-Winvalid-offsetof"
@@ -80,6 +81,11 @@ int main() {
   printType<StereoCamera::TimeFrame>("StereoCamera::TimeFrame");
   printType<PCL>("PCL");
   printType<SystemLog>("SystemLog");
+  printType<stereo::WideDepthOptions>("stereo::WideDepthOptions");
+  printType<stereo::WideDepthCalibration>("stereo::WideDepthCalibration");
+  printType<stereo::WideDepthImage>("stereo::WideDepthImage");
+  printType<stereo::WideDepth>("stereo::WideDepth");
+  printType<stereo::WidePoint>("stereo::WidePoint");
   Probe::print();
   return 0;
 }
