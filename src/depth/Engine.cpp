@@ -158,6 +158,7 @@ void WideDepth::Engine::compute(const cv::Mat& leftEye, const cv::Mat& rightEye,
     fuse();
   }
   filter();
+  withholdImpossible(leftEye, rightEye);
   report(leftEye, out);
   if (m_options.selfCalibrate) {
     calibrateRows();
@@ -281,7 +282,9 @@ void WideDepth::Engine::refine() {
         [&](int from, int to) { smoothDisparity(m_size.width, from, to, m_disparity, 4, like, m_refined.disparity); });
     std::swap(m_disparity, m_refined.disparity);
     forRows([&](int from, int to) { refineTerms(input, from, to, m_disparity, m_terms); });
-    forRows([&](int from, int to) { refineSolve(input, from, to, m_disparity, m_terms, like, pass == 0 ? 4 : 2, m_refined); });
+    forRows([&](int from, int to) {
+      refineSolve(input, from, to, m_disparity, m_terms, like, pass == 0 ? 4 : 2, m_refined);
+    });
     std::swap(m_disparity, m_refined.disparity);
   }
   constexpr int step = 4;
