@@ -22,7 +22,7 @@ void wideDepth(benchmark::State& state) {
   work.library();
   work.peer();
   std::vector<double> ratios;
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     const auto start = Clock::now();
     work.library();
     const double library = secondsSince(start);

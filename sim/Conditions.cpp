@@ -33,6 +33,7 @@ constexpr Condition conditionList[] = {
     {"plain-blend", 0, 100, false, [](Conditions& to, double value) { to.scenery.plain = value; }},
     {"rows", -50, 50, false, [](Conditions& to, double value) { to.calibration.rows = value; }},
     {"yaw", -10, 10, false, [](Conditions& to, double value) { to.calibration.yaw = value; }},
+    {"pitch", -10, 10, false, [](Conditions& to, double value) { to.calibration.pitch = value; }},
 };
 
 struct Named {

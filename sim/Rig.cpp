@@ -89,9 +89,9 @@ std::optional<cv::Point2d> Rig::project(bool isRight, const cv::Vec3d& point, co
 std::vector<cv::Mat> Rig::calibParams(bool isRight) const {
   Eye e = eye(isRight);
   Eye right = eye(true);
-  // The yaw error turns the handed-out rectified frame against the eye, and the translation with it.
-  if (m_error.yaw != 0.0) {
-    right.rotation = turnAbout({0.0, m_error.yaw * CV_PI / 180.0, 0.0}) * right.rotation;
+  // A wrong direction turns the handed-out rectified frame against the eye, and the translation with it.
+  if (m_error.yaw != 0.0 || m_error.pitch != 0.0) {
+    right.rotation = turnAbout(cv::Vec3d(m_error.pitch, m_error.yaw, 0.0) * (CV_PI / 180.0)) * right.rotation;
   }
   if (isRight) {
     e.rotation = right.rotation;

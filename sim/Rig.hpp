@@ -23,8 +23,9 @@ struct Eye {
 
 /// By how much the calibration that is handed out is wrong. The eyes themselves stay as they are.
 struct CalibrationError {
-  double rows = 0.0;  ///< by how much the right eye's center is too far down, pixels of a full-size frame
-  double yaw = 0.0;   ///< by how much the right eye is taken to be turned to the right, degrees
+  double rows = 0.0;   ///< by how much the right eye's center is too far down, pixels of a full-size frame
+  double yaw = 0.0;    ///< by how much the right eye is taken to be turned to the right, degrees
+  double pitch = 0.0;  ///< by how much the right eye is taken to be turned up, degrees
 };
 
 /// Two fisheye eyes side by side, and their exact calibration.

@@ -53,7 +53,7 @@ template <typename Names>
 Columns columnsOf(const Names& names, const std::string& before, const std::string& after, int digits) {
   Columns columns;
   for (const char* const name : names) {
-    columns.push_back({name, before + name + after, digits});
+    columns.push_back({name, std::string(before).append(name).append(after), digits});
   }
   return columns;
 }

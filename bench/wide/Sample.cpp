@@ -19,7 +19,7 @@ namespace stereo::wide {
 
 namespace {
 
-/// 64-bit FNV-1a over whatever decides about a rendered frame and its truth. Two hashes of different inputs differ.
+/// 64-bit FNV-1a over what decides about a rendered frame and its truth.
 class Fingerprint {
 public:
   void add(const void* data, std::size_t bytes) {
@@ -30,8 +30,8 @@ public:
   }
   void add(double value) { add(&value, sizeof(value)); }
   void add(const cv::Mat& continuous) { add(continuous.data, continuous.total() * continuous.elemSize()); }
-  template <typename T, int rows, int cols>
-  void add(const cv::Matx<T, rows, cols>& values) {
+  template <typename T, int Rows, int Cols>
+  void add(const cv::Matx<T, Rows, Cols>& values) {
     add(values.val, sizeof(values.val));
   }
   std::uint64_t value() const { return m_hash; }
@@ -40,8 +40,12 @@ private:
   std::uint64_t m_hash = 0xCBF29CE484222325U;
 };
 
+// To be raised where the renderer or its textures draw something else, so that what is kept is not used any longer.
+constexpr double drawing = 1;
+
 std::uint64_t fingerprint(const sim::Scene& scene, const sim::Rig& rig, const cv::Mat& rays) {
   Fingerprint print;
+  print.add(drawing);
   print.add(scene.options().seed);
   const sim::SceneSnapshot snapshot = scene.at(0.0);
   for (const sim::Solid& solid : snapshot.solids()) {
@@ -143,7 +147,8 @@ cv::Mat insideOf(const cv::Mat& surface) {
   cv::Mat solid(surface.size(), CV_32FC1);  // whole numbers far below 2^24
   for (int row = 0; row < surface.rows; ++row) {
     for (int col = 0; col < surface.cols; ++col) {
-      solid.at<float>(row, col) = static_cast<float>(surface.at<int>(row, col) / 6);
+      const int index = surface.at<int>(row, col) / 6;
+      solid.at<float>(row, col) = static_cast<float>(index);
     }
   }
   const cv::Mat around = cv::Mat::ones(5, 5, CV_8UC1);

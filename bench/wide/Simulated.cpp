@@ -71,13 +71,16 @@ std::vector<Entry> judgeRowErrors(const Case& conditions, const std::vector<Scen
                                   const std::vector<EngineKind>& engines, Task task, const SampleCache& cache) {
   struct RowError {
     const char* name;
-    double rows;    // of the view
-    double pixels;  // of the frame, if the rows are 0
+    double pitch;   // rows of the view
+    double center;  // rows of the view
+    double pixels;  // of the frame, also of the center
   };
-  constexpr RowError errors[] = {{"no row error", 0.0, 0.0},
-                                 {"0.5 pixels of the frame", 0.0, 0.5},
-                                 {"0.5 rows of the view", 0.5, 0.0},
-                                 {"1 row of the view", 1.0, 0.0}};
+  // A wrong pitch moves whole rows. A wrong center moves columns as well, off the axis.
+  constexpr RowError errors[] = {{"no row error", 0.0, 0.0, 0.0},
+                                 {"pitch off by 0.5 rows", 0.5, 0.0, 0.0},
+                                 {"pitch off by 1 row", 1.0, 0.0, 0.0},
+                                 {"center off by 0.5 pixels", 0.0, 0.0, 0.5},
+                                 {"center off by 0.5 rows", 0.0, 0.5, 0.0}};
   std::vector<Sample> samples;
   for (const SceneOfRig& scene : scenes) {
     samples.push_back(cache.sample(scene, conditions, task.view));
@@ -98,7 +101,8 @@ std::vector<Entry> judgeRowErrors(const Case& conditions, const std::vector<Scen
               continue;
             }
             sim::Rig::Options rig = scenes[n].rig;
-            rig.error.rows = error.rows * pixelsOfRow(sim::Rig(scenes[n].rig), task.view) + error.pixels;
+            rig.error.pitch = error.pitch * task.view.verticalField / task.view.size.height;
+            rig.error.rows = error.center * pixelsOfRow(sim::Rig(scenes[n].rig), task.view) + error.pixels;
             const Measured measured = ofRigs.of(rig).measure(samples[n].left, samples[n].right);
             if (frame == 0) {
               score.add(samples[n], measured, task.view);

@@ -130,6 +130,8 @@ int run(const Options& options) {
 
 }  // namespace
 
+// Only the setup of the options is outside the try block; it fails only if there is no memory.
+// NOLINTNEXTLINE(bugprone-exception-escape)
 int main(int argc, char** argv) {
   CLI::App program("Measures wide depth against the truth of simulated scenes.", "wide_depth_accuracy");
   Options options;

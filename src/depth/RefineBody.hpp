@@ -19,8 +19,8 @@ inline Floats absolute(Floats value) { return reinterpret_cast<Floats>(reinterpr
 
 void termsOfRow(const RefineInput& input, int row, Plane& disparity, RefineTerms& terms) {
   constexpr int widest = 2 * 4096 + 1024;
-  float leftRow[widest];
-  float rightRow[widest];
+  float leftRow[widest + 4];
+  float rightRow[widest + 4];
   const std::uint16_t* const leftSamples = input.left + static_cast<std::ptrdiff_t>(row) * input.leftWidth;
   const std::uint16_t* const rightSamples = input.right + static_cast<std::ptrdiff_t>(row) * input.rightWidth;
   const std::uint8_t* const rightSeen = input.rightSeen + static_cast<std::ptrdiff_t>(row) * input.rightWidth;
@@ -46,30 +46,40 @@ void termsOfRow(const RefineInput& input, int row, Plane& disparity, RefineTerms
     d[x] = isSeen ? d[x] : noDisparity;
   }
   for (int block = 0; block < input.width; block += lanes) {
+    // Five neighboring samples of the right view, from one before the first sample, and four of the left one.
+    float r[5][lanes];
+    float l[4][lanes];
+    float part[lanes];
+    for (int lane = 0; lane < lanes; ++lane) {
+      const int x = block + lane;
+      const bool has = x < input.width && d[x] != noDisparity;
+      const int at = has ? x * samples : 0;
+      const float place = has ? static_cast<float>(at + input.rightFirst) - scale * d[x] : 2.0F;
+      const int i = static_cast<int>(place);
+      part[lane] = place - static_cast<float>(i);
+      const float* const right = rightRow + i - 1;
+      const float* const left = leftRow + at;
+      r[0][lane] = right[0];
+      r[1][lane] = right[1];
+      r[2][lane] = right[2];
+      r[3][lane] = right[3];
+      r[4][lane] = right[4];
+      l[0][lane] = left[0];
+      l[1][lane] = left[1];
+      l[2][lane] = left[2];
+      l[3][lane] = left[3];
+    }
     Floats sums[RefineTerms::count] = {};
+    const Floats t = load(part);
     for (int k = 0; k < samples; ++k) {
-      float l[lanes];
-      float r[lanes];
-      float gl[lanes];
-      float gr[lanes];
-      for (int lane = 0; lane < lanes; ++lane) {
-        const int x = block + lane;
-        const bool has = x < input.width && d[x] != noDisparity;
-        const int at = has ? x * samples + k : 0;
-        const float place = has ? static_cast<float>(x * samples + input.rightFirst) - scale * d[x] : 2.0F;
-        const int i = static_cast<int>(place);
-        const float t = place - static_cast<float>(i);
-        const float* const from = rightRow + i + k;
-        const float* const at0 = leftRow + at;
-        r[lane] = from[0] + t * (from[1] - from[0]);
-        gr[lane] = 0.5F * ((from[1] - from[-1]) + t * ((from[2] - from[0]) - (from[1] - from[-1])));
-        l[lane] = at0[1];
-        gl[lane] = 0.5F * (at0[2] - at0[0]);
-      }
-      const Floats L = load(l);
-      const Floats R = load(r);
-      const Floats GL = load(gl);
-      const Floats GR = load(gr);
+      const Floats r0 = load(r[k]);
+      const Floats r1 = load(r[k + 1]);
+      const Floats r2 = load(r[k + 2]);
+      const Floats r3 = load(r[k + 3]);
+      const Floats R = r1 + t * (r2 - r1);
+      const Floats GR = 0.5F * ((r2 - r0) + t * ((r3 - r1) - (r2 - r0)));
+      const Floats L = load(l[k + 1]);
+      const Floats GL = 0.5F * (load(l[k + 2]) - load(l[k]));
       const Floats g = 0.5F * (GL + GR);
       sums[RefineTerms::sumL] = sums[RefineTerms::sumL] + L;
       sums[RefineTerms::sumR] = sums[RefineTerms::sumR] + R;
@@ -194,8 +204,9 @@ void smoothRow(int width, int row, const Plane& disparity, int reach, float like
   }
 }
 
-void fuseRow(int width, int row, const Plane& disparity, const Plane& weight, int step, Plane& fused,
+void fuseRow(int width, int row, const Plane& disparity, const Plane& weight, const FuseRule& rule, Plane& fused,
              Plane& fusedWeight) {
+  const int step = rule.step;
   constexpr int reach = 2;
   const Floats zero = Floats{};
   const float* const d = disparity.row(row);
@@ -217,7 +228,9 @@ void fuseRow(int width, int row, const Plane& disparity, const Plane& weight, in
         const Floats wa = load(belowWeight + dx * step);
         const Floats wb = load(aboveWeight - dx * step);
         const Floats pair = wa < wb ? wa : wb;
-        const Floats middle = 0.5F * (a + b);
+        const auto across = static_cast<float>(dx * dx);
+        const auto down = static_cast<float>(dy * dy);
+        const Floats middle = 0.5F * (a + b) + own * (across * rule.bendAcross + down * rule.bendDown);
         const Ints member = (pair > 0.0F) & (absolute(a - b) <= likePair) &
                             (middle * middle <= agreement * (variance + 0.5F / (pair + 1e-6F)));
         const Floats share = masked(2.0F * pair, member);

@@ -33,7 +33,7 @@ SceneSnapshot roomWith(std::uint32_t seed, const Scenery& scenery) {
 TEST(Conditions, TextSetsEveryValue) {
   const Conditions all = parseConditions(
       "blur=1.5,noise=3,gain=-10,contrast=0.5,things=20,near-things=2,poles=4,plain-walls=1,plain-things=30,"
-      "plain-blend=80,rows=0.5,yaw=-0.25");
+      "plain-blend=80,rows=0.5,yaw=-0.25,pitch=0.125");
   EXPECT_EQ(all.picture.blur, 1.5);
   EXPECT_EQ(all.picture.noise, 3.0);
   EXPECT_EQ(all.picture.gain, -10.0);
@@ -46,6 +46,7 @@ TEST(Conditions, TextSetsEveryValue) {
   EXPECT_EQ(all.scenery.plain, 80.0);
   EXPECT_EQ(all.calibration.rows, 0.5);
   EXPECT_EQ(all.calibration.yaw, -0.25);
+  EXPECT_EQ(all.calibration.pitch, 0.125);
 }
 
 TEST(Conditions, NamesStandForSetsThatLaterValuesChange) {
@@ -166,6 +167,11 @@ TEST(Conditions, AWrongCalibrationMovesTheRightEyeAlone) {
   const cv::Matx33d turned = cv::Matx33d(right[1][3]) * cv::Matx33d(right[0][3]).t();
   EXPECT_NEAR(std::atan2(turned(0, 2), turned(2, 2)) * 180.0 / CV_PI, 0.3, 1e-9);
   EXPECT_NEAR(cv::norm(right[1][4]), cv::norm(right[0][4]), 1e-9) << "the baseline stays";
+  // Pitch tilts the axis that was straight ahead up, without moving it aside.
+  const Rig pitched({.seed = 2, .error = {.pitch = 0.3}});
+  const cv::Vec3d ahead = cv::Matx33d(pitched.calibParams(true)[3]) * cv::Matx33d(right[0][3]).t() * cv::Vec3d(0, 0, 1);
+  EXPECT_NEAR(std::atan2(-ahead[1], ahead[2]) * 180.0 / CV_PI, 0.3, 1e-9);
+  EXPECT_NEAR(ahead[0], 0.0, 1e-12);
 }
 
 TEST(Conditions, RigsMayBeBuiltDifferently) {
