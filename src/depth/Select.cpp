@@ -18,7 +18,7 @@ namespace {
 
 constexpr int stripRows = 16;
 constexpr float largestError = 0.024F;  // standard error over disparity
-constexpr float leastCorrelation = 0.8F;
+constexpr float leastCorrelation = 0.84F;
 constexpr float sureCorrelation = 0.97F;  // of pixels that may be this close to something much nearer
 constexpr float leastTexture = 0.5F;      // of a surface that is not plain, gray levels squared
 constexpr float edgeStep = 1.5F;          // columns by which neighbors of one surface may differ
@@ -83,7 +83,10 @@ void WideDepth::Engine::rejectDoubtful(int from, int to) {
     const float* const correlation = m_refined.correlation.row(row);
     const float* const texture = m_refined.texture.row(row);
     std::uint8_t* const state = m_states.data() + at(row);
+    const std::uint8_t* const isNear = m_nearGuard.nearRow(row);
+    const std::uint8_t* const isBeside = m_nearGuard.besideRow(row);
     for (int x = 0; x < m_size.width; ++x) {
+      const int mark = std::min(x / NearGuard::columns, m_nearGuard.lastMark());
       const bool has = d[x] != noDisparity;
       if (!has && state[x] == code(RangeState::measured)) {
         state[x] = code(RangeState::unseen);  // by the right eye
@@ -93,9 +96,9 @@ void WideDepth::Engine::rejectDoubtful(int from, int to) {
       }
       sigma[x] = std::sqrt(1.0F / (weight[x] + 1e-6F));
       const bool isExact = sigma[x] <= largestError * std::max(d[x], 0.2F);
-      if (m_nearGuard.isNear(x, row)) {
+      if (isNear[mark] != 0) {
         state[x] = code(RangeState::tooNear);
-      } else if (has && m_nearGuard.isBeside(x, row)) {
+      } else if (has && isBeside[mark] != 0) {
         state[x] = code(RangeState::inconsistent);
       } else if (has && (!isExact || correlation[x] < leastCorrelation)) {
         state[x] = code(!isExact || texture[x] < leastTexture ? RangeState::textureless : RangeState::inconsistent);
