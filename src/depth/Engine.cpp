@@ -157,9 +157,10 @@ void WideDepth::Engine::compute(const cv::Mat& leftEye, const cv::Mat& rightEye,
   if (m_options.fuse) {
     fuse();
   }
-  filter();
+  provide(out);
+  filter(leftEye, out.view);
   withholdImpossible(leftEye, rightEye);
-  report(leftEye, out);
+  report(out);
   if (m_options.selfCalibrate) {
     calibrateRows();
   }
@@ -278,8 +279,9 @@ void WideDepth::Engine::refine() {
   constexpr float like = 1.0F;  // columns
   const auto forRows = [&](const auto& work) { forStrips(m_size.height, stripRows, threads(), work); };
   for (int pass = 0; pass < refinePasses; ++pass) {
-    forRows(
-        [&](int from, int to) { smoothDisparity(m_size.width, from, to, m_disparity, pass == 0 ? 4 : 3, like, m_refined.disparity); });
+    forRows([&](int from, int to) {
+      smoothDisparity(m_size.width, from, to, m_disparity, pass == 0 ? 4 : 3, like, m_refined.disparity);
+    });
     std::swap(m_disparity, m_refined.disparity);
     forRows([&](int from, int to) { refineTerms(input, from, to, m_disparity, m_terms); });
     forRows([&](int from, int to) {

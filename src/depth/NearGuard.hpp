@@ -19,8 +19,8 @@ public:
   /// Searches the views (`MatchSize::width` and `rightWidth()` columns). Blocks; not shared among threads.
   void find(const std::uint16_t* left, const std::uint16_t* right);
 
-  /// Marks of a row of the left view, one for each `columns` of its columns: what is too near itself, and what is within
-  /// about four pixels of that.
+  /// Marks of a row of the left view, one for each `columns` of its columns: what is too near itself, and what is
+  /// within about four pixels of that.
   static constexpr int columns = 4;
   const std::uint8_t* nearRow(int y) const { return m_near.data() + firstOf(y); }
   const std::uint8_t* besideRow(int y) const { return m_beside.data() + firstOf(y); }

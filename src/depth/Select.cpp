@@ -130,7 +130,7 @@ void WideDepth::Engine::rejectBeside(int from, int to) {
   }
 }
 
-void WideDepth::Engine::filter() {
+void WideDepth::Engine::filter(const cv::Mat& leftEye, cv::Mat& view) {
   const int W = m_size.width;
   const auto forRows = [&](const auto& work) { forStrips(m_size.height, stripRows, threads(), work); };
   forRows([&](int from, int to) {
@@ -138,7 +138,15 @@ void WideDepth::Engine::filter() {
     findHidden(m_disparity, W, from, to, edgeStep, m_marks.data());
     drop(from, to, m_marks, RangeState::unseen);
   });
-  m_speckFinder.find(m_disparity, edgeStep, leastSurface, m_marks.data());
+  // Surfaces are found by one thread; the others paint the view meanwhile.
+  const int strips = (m_view.height + stripRows - 1) / stripRows;
+  forTasks(1 + strips, threads(), [&](int task) {
+    if (task == 0) {
+      return m_speckFinder.find(m_disparity, edgeStep, leastSurface, m_marks.data());
+    }
+    const int from = (task - 1) * stripRows;
+    sampleColor(m_viewMap, leftEye, from, std::min(from + stripRows, m_view.height), view);
+  });
   forRows([&](int from, int to) {
     drop(from, to, m_marks, RangeState::inconsistent);
     rejectBeside(from, to);
@@ -196,22 +204,24 @@ void WideDepth::Engine::enlargeRow(int row, float* disparity, float* sigma, std:
   }
 }
 
-void WideDepth::Engine::report(const cv::Mat& leftEye, WideDepthImage& out) {
-  const cv::Size size = m_options.size;
+void WideDepth::Engine::provide(WideDepthImage& out) const {
   const auto fit = [&](cv::Mat& image, int type) {
-    if (!core::isSoleOwner(image) || image.size() != size || image.type() != type || !image.isContinuous()) {
-      image = cv::Mat(size, type);
+    if (!core::isSoleOwner(image) || image.size() != m_options.size || image.type() != type || !image.isContinuous()) {
+      image = cv::Mat(m_options.size, type);
     }
   };
   fit(out.range, CV_32FC1);
   fit(out.state, CV_8UC1);
   fit(out.confidence, CV_8UC1);
   fit(out.view, CV_8UC3);
+}
+
+void WideDepth::Engine::report(WideDepthImage& out) const {
+  const cv::Size size = m_options.size;
   forStrips(size.height, stripRows, threads(), [&](int from, int to) {
     constexpr int widest = 4096;
     float disparity[widest];
     float sigma[widest];
-    sampleColor(m_viewMap, leftEye, from, to, out.view);
     for (int row = from; row < to; ++row) {
       enlargeRow(row, disparity, sigma, out.state.ptr(row));
       rangeRow(m_ranges, disparity, sigma, size.width, out.range.ptr<float>(row), out.state.ptr(row),
