@@ -100,6 +100,21 @@ TEST(Bench, MeasuresEveryProductOfTheSimulatedCamera) {
   EXPECT_THAT(program.out(), HasSubstr("coloured cloud"));
 }
 
+TEST(Bench, MeasuresWideDepthInPlaceOfTheClasses) {
+  const TempDir folder;
+  Program program(STEREO_CAMERA_PROGRAM, bench({"--simulate", "--wide", "--wide-size", "116x100", "--seconds", "2",
+                                                "--json", folder.path("bench.json")}));
+  ASSERT_EQ(program.wait(limit), 0) << program.err();
+  const cv::FileStorage json(folder.path("bench.json"), cv::FileStorage::READ);
+  ASSERT_TRUE(json.isOpened());
+  EXPECT_EQ(static_cast<std::string>(json["facts"]["wide_view"]), "116x100 over 170x150 degrees");
+  const int published = json["device"]["published"];
+  expectPlausible(json["products"]["rectified_pair"], json["seconds"], published, 0);
+  expectPlausible(json["products"]["wide_range"], json["seconds"], published, 0);
+  EXPECT_TRUE(json["products"]["disparity"].empty());
+  EXPECT_TRUE(json["products"]["coloured_depth"].empty());
+}
+
 TEST(Bench, EndsInOrderWhenInterrupted) {
   Program program(STEREO_CAMERA_PROGRAM, bench({"--seconds", "100000"}));
   ASSERT_TRUE(await([&] { return program.err().find("measuring for") != std::string::npos; }, limit)) << program.err();
@@ -114,6 +129,9 @@ TEST(Bench, WrongArguments) {
   expectUsage(bench({"--seconds", "-3"}));
   expectUsage(bench({"--seconds", "soon"}));
   expectUsage(bench({"--matcher", "best"}));
+  expectUsage(bench({"--wide", "--wide-size", "16x16"}));
+  expectUsage(bench({"--wide", "--wide-field", "181x90"}));
+  expectUsage(bench({"--wide", "--nearest", "2", "--farthest", "1"}));
   expectUsage(bench({}, {"--size", "640x480"}));
 }
 

@@ -75,6 +75,16 @@ TEST_F(Files, AGoodCalibrationHasNoProblem) {
   EXPECT_TRUE(problems(findings).empty());
 }
 
+TEST_F(Files, ACalibrationTellsWhatToExpectOfWideDepth) {
+  // Eyes 60 mm apart: 0.05 pixels of 170 / 464 degrees are 0.32 mrad, which is 0.53 % of 1 m and 2.7 % of 5 m.
+  const auto sixty = [](cv::Mat& t) { t *= 60 / cv::norm(t); };
+  EXPECT_THAT(checkCalibrationFile(calibration("Translation", sixty)).back().what,
+              testing::AllOf(HasSubstr("0.15 m"), HasSubstr("0.5 % at 1 m"), HasSubstr("2.7 % at 5 m")));
+  const auto wide = [](cv::Mat& t) { t *= 200 / cv::norm(t); };
+  EXPECT_THAT(checkCalibrationFile(calibration("Translation", wide)).back().what,
+              testing::AllOf(HasSubstr("0.24 m"), HasSubstr("0.8 % at 5 m")));
+}
+
 TEST_F(Files, EachFaultOfACalibrationIsNamed) {
   expectProblem(checkCalibrationFile(m_folder.path("none.yml")), "no such file");
   expectProblem(checkCalibrationFile(calibration("RightXi", [](cv::Mat& xi) { xi.release(); })), "RightXi");

@@ -43,7 +43,10 @@ std::vector<double> scaleBelow(const std::string& html, const std::string& pictu
 TEST(Page, FollowsTheReadersScreen) {
   stereo::app::DemoReport report;
   report.timings.push_back({"getRawFrame", 1, 2, 3, 4});
-  const std::string html = stereo::app::page(report, {{"a.png", "A", "what it is", cv::Mat(10, 10, CV_8UC3)}});
+  const std::string html = stereo::app::page(
+      report, {{"Some", "note", {{"a.png", "A", "what it is", cv::Mat(10, 10, CV_8UC3)}}}, {"None", "note", {}}});
+  EXPECT_THAT(html, HasSubstr("<h2>Some</h2>"));
+  EXPECT_THAT(html, Not(HasSubstr("None"))) << "a section without pictures has no heading";
   EXPECT_THAT(html, HasSubstr("prefers-color-scheme: dark"));
   EXPECT_THAT(html, HasSubstr("initial-scale=1"));
   // A picture is at most as wide as the screen, and a row that is not full does not stretch its last one.
@@ -55,6 +58,37 @@ TEST(Page, FollowsTheReadersScreen) {
     EXPECT_EQ(html.substr(at - 20, 20), "<div class=\"scroll\">") << at;
   }
   EXPECT_EQ(tables, 2U);
+}
+
+TEST(Page, ShowsWideDepthFirstWithReasonsAndFiles) {
+  const TempDir folder;
+  const std::string output = folder.path("demo");
+  Program program(STEREO_CAMERA_PROGRAM,
+                  {"demo", "--simulate", "--size", "928x400", "--still", "--seconds", "0.2", "--patience", "120",
+                   "--wide-size", "232x200", "--nearest", "0.2", "--farthest", "5", "--output", output});
+  ASSERT_EQ(program.wait(), 0) << program.err();
+  const std::string html = readFile(output + "/index.html");
+  EXPECT_LT(html.find("Range over the whole field"), html.find("Depth of the camera class"));
+  // A logarithmic scale: its middle is the geometric mean.
+  EXPECT_THAT(scaleBelow(html, "wide-range.png"), testing::ElementsAre(0.2, 1.0, 5.0));
+  const cv::Mat range = cv::imread(output + "/wide-range.tiff", cv::IMREAD_UNCHANGED);
+  ASSERT_EQ(range.type(), CV_32FC1);
+  ASSERT_EQ(range.size(), cv::Size(232, 200));
+  const cv::Mat measured = range > 0;
+  const int count = cv::countNonZero(measured);
+  EXPECT_GT(count, range.total() / 2);
+  double least = 0;
+  double most = 0;
+  cv::minMaxLoc(range, &least, &most, nullptr, nullptr, measured);
+  EXPECT_GE(least, 0.2);
+  EXPECT_LE(most, 5.0);
+  const cv::Mat millimeters = cv::imread(output + "/wide-range-mm.png", cv::IMREAD_UNCHANGED);
+  const cv::Mat confidence = cv::imread(output + "/wide-confidence.png", cv::IMREAD_UNCHANGED);
+  EXPECT_EQ(cv::countNonZero((millimeters > 0) != measured), 0);
+  EXPECT_EQ(cv::countNonZero((confidence > 0) != measured), 0);
+  EXPECT_THAT(readFile(output + "/wide-cloud.ply"), HasSubstr("element vertex " + std::to_string(count) + "\n"));
+  EXPECT_THAT(html, ContainsRegex("too plain: [0-9]+ %"));
+  EXPECT_THAT(html, HasSubstr("WideDepth::compute"));
 }
 
 TEST(Page, ShowsDepthInColorsWithAScaleInMeters) {

@@ -97,8 +97,9 @@ void addWideOptions(CLI::App& command, WideOptions& options) {
       ->check(CLI::Range(0.01, 10000.0))
       ->capture_default_str();
   command.add_flag("--fuse", options.fuse, "combine successive frames: more range where nothing moves");
-  command.add_flag("!--no-self-calibration", options.selfCalibrate,
-                   "do not correct rows of the eyes that do not match");
+  command.add_flag_callback(
+      "--no-self-calibration", [&options] { options.selfCalibrate = false; },
+      "do not correct rows of the eyes that do not match");
 }
 
 CLI::Option* addDeviceOption(CLI::App& command, int& device) {
