@@ -158,6 +158,7 @@ void WideDepth::Engine::compute(const cv::Mat& leftEye, const cv::Mat& rightEye,
     fuse();
   }
   filter();
+  withholdImpossible(leftEye, rightEye);
   report(leftEye, out);
   if (m_options.selfCalibrate) {
     calibrateRows();
@@ -281,11 +282,17 @@ void WideDepth::Engine::refine() {
         [&](int from, int to) { smoothDisparity(m_size.width, from, to, m_disparity, 4, like, m_refined.disparity); });
     std::swap(m_disparity, m_refined.disparity);
     forRows([&](int from, int to) { refineTerms(input, from, to, m_disparity, m_terms); });
-    forRows([&](int from, int to) { refineSolve(input, from, to, m_disparity, m_terms, like, pass == 0 ? 4 : 2, m_refined); });
+    forRows([&](int from, int to) {
+      refineSolve(input, from, to, m_disparity, m_terms, like, pass == 0 ? 4 : 2, m_refined);
+    });
     std::swap(m_disparity, m_refined.disparity);
   }
+  constexpr int step = 4;
+  const double across = step * m_grid.columnStep;
+  const double down = step * m_grid.rowStep;
+  const FuseRule rule{step, static_cast<float>(across * across), static_cast<float>(0.5 * down * down)};
   forRows([&](int from, int to) {
-    fuseDisparity(m_size.width, from, to, m_disparity, m_refined.weight, 4, m_refined.disparity, m_spareWeight);
+    fuseDisparity(m_size.width, from, to, m_disparity, m_refined.weight, rule, m_refined.disparity, m_spareWeight);
   });
   std::swap(m_disparity, m_refined.disparity);
   std::swap(m_spareWeight, m_refined.weight);

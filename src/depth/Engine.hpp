@@ -49,6 +49,7 @@ private:
   void refine();
   void fuse();
   void filter();
+  void withholdImpossible(const cv::Mat& leftEye, const cv::Mat& rightEye);
   void rejectDoubtful(int from, int to);
   void rejectBeside(int from, int to);
   void drop(int from, int to, const std::vector<std::uint8_t>& marks, RangeState why);

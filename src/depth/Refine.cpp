@@ -72,10 +72,10 @@ void smoothDisparity(int width, int from, int to, const Plane& disparity, int re
   }
 }
 
-void fuseDisparity(int width, int from, int to, const Plane& disparity, const Plane& weight, int step, Plane& fused,
-                   Plane& fusedWeight) {
+void fuseDisparity(int width, int from, int to, const Plane& disparity, const Plane& weight, const FuseRule& rule,
+                   Plane& fused, Plane& fusedWeight) {
   for (int row = from; row < to; ++row) {
-    STEREO_DEPTH_CALL(fuseRow, width, row, disparity, weight, step, fused, fusedWeight);
+    STEREO_DEPTH_CALL(fuseRow, width, row, disparity, weight, rule, fused, fusedWeight);
   }
 }
 

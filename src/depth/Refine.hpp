@@ -76,9 +76,18 @@ void refineSolve(const RefineInput& input, int from, int to, const Plane& dispar
 /// differ by at most `like`: planes stay as they are, also next to an edge.
 void smoothDisparity(int width, int from, int to, const Plane& disparity, int reach, float like, Plane& smoothed);
 
-/// Averages the disparities of the rows [from, to), by weight, with pairs of pixels opposite each other at multiples of
-/// `step`, where they agree with the pixel's own within its error.
-void fuseDisparity(int width, int from, int to, const Plane& disparity, const Plane& weight, int step, Plane& fused,
-                   Plane& fusedWeight);
+/// Which pixels are averaged: pairs opposite each other at up to twice `step`. A plane that faces the eyes has a
+/// disparity that falls to all sides, as the squared cosine of longitude and the cosine of latitude: the pair at one
+/// `step` across or down lies lower by these shares of the disparity.
+struct FuseRule {
+  int step;
+  float bendAcross;  ///< (step in radians)^2
+  float bendDown;    ///< half of that
+};
+
+/// Averages the disparities of the rows [from, to), by weight, with those of pairs where they agree with the pixel's
+/// own within its error.
+void fuseDisparity(int width, int from, int to, const Plane& disparity, const Plane& weight, const FuseRule& rule,
+                   Plane& fused, Plane& fusedWeight);
 
 }  // namespace stereo::depth

@@ -204,8 +204,9 @@ void smoothRow(int width, int row, const Plane& disparity, int reach, float like
   }
 }
 
-void fuseRow(int width, int row, const Plane& disparity, const Plane& weight, int step, Plane& fused,
+void fuseRow(int width, int row, const Plane& disparity, const Plane& weight, const FuseRule& rule, Plane& fused,
              Plane& fusedWeight) {
+  const int step = rule.step;
   constexpr int reach = 2;
   const Floats zero = Floats{};
   const float* const d = disparity.row(row);
@@ -227,7 +228,9 @@ void fuseRow(int width, int row, const Plane& disparity, const Plane& weight, in
         const Floats wa = load(belowWeight + dx * step);
         const Floats wb = load(aboveWeight - dx * step);
         const Floats pair = wa < wb ? wa : wb;
-        const Floats middle = 0.5F * (a + b);
+        const auto across = static_cast<float>(dx * dx);
+        const auto down = static_cast<float>(dy * dy);
+        const Floats middle = 0.5F * (a + b) + own * (across * rule.bendAcross + down * rule.bendDown);
         const Ints member = (pair > 0.0F) & (absolute(a - b) <= likePair) &
                             (middle * middle <= agreement * (variance + 0.5F / (pair + 1e-6F)));
         const Floats share = masked(2.0F * pair, member);

@@ -15,7 +15,8 @@ constexpr int spacing = 4;                // pixels between those that are looke
 constexpr int firstFrames = 6;            // looked at without a pause
 constexpr int pause = 16;                 // frames, from then on
 constexpr std::size_t enough = 600;       // pixels that a fit needs
-constexpr double leastCorrection = 0.04;  // rows: less is not worth a change
+constexpr double leastCorrection = 0.08;  // rows: less is not worth a first change
+constexpr double leastChange = 0.03;      // rows, of a correction that there is
 constexpr double largestResidual = 2.0;   // rows
 constexpr double roundTo = 1 << 20;
 constexpr double steepest = 1.31;  // radians of longitude: rows converge toward 90 degrees
@@ -233,7 +234,7 @@ bool RowFit::fit(EyeError& found) const {
     }
   }
   const double known = std::sqrt(4.0 * variance * error / static_cast<double>(m_residuals.size())) / m_grid.rowStep;
-  return rms(found) > std::max(leastCorrection, 3.0 * known);
+  return rms(found) > std::max(m_correction > 0.0 ? leastChange : leastCorrection, 3.0 * known);
 }
 
 double RowFit::rms(const EyeError& error) const {

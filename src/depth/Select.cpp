@@ -2,6 +2,7 @@
 // The chain from two eyes to range: which disparities are kept, and what is reported.
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <utility>
 
 #include "src/core/OutputReuse.hpp"
@@ -25,8 +26,10 @@ constexpr int leastSurface = 60;          // pixels
 constexpr double nearParallax = 0.2;      // radians: what is nearer gets a margin
 constexpr int narrowMargin = 3;           // pixels
 constexpr int wideMargin = 5;
-constexpr float fewestFrames = 7.0F;  // as much as all past frames may weigh
-constexpr float sameThing = 9.0F;     // variances between what earlier frames say and this one
+constexpr float mostFrames = 7.0F;       // as much as all past frames may weigh
+constexpr float pastShare = 0.6F;        // of their weight: what is wrong with a pixel often stays
+constexpr std::int16_t farBehind = -16;  // disparity in 1/16 columns that noise about zero does not reach
+constexpr float sameThing = 4.0F;        // variances between what earlier frames say and this one
 
 constexpr auto code(RangeState state) { return static_cast<std::uint8_t>(state); }
 
@@ -57,11 +60,11 @@ void WideDepth::Engine::fuse() {
       for (int x = 0; x < m_size.width; ++x) {
         if (d[x] != noDisparity && w[x] > 0.0F) {
           const float step = past[x] - d[x];
-          const float p = std::min(pastWeight[x], fewestFrames * w[x]);
+          const float p = std::min(pastWeight[x], mostFrames * w[x]);
           // step^2 <= sameThing (1 / w + 1 / p)
           if (p > 0.0F && step * step * (w[x] * p) <= sameThing * (w[x] + p)) {
             d[x] += step * (p / (w[x] + p));
-            w[x] += p;
+            w[x] += pastShare * p;
           }
         }
         past[x] = d[x];
@@ -138,6 +141,26 @@ void WideDepth::Engine::filter() {
     rejectBeside(from, to);
     drop(from, to, m_marks, RangeState::inconsistent);
   });
+}
+
+// Where both eyes get the same picture, nothing is true. Neither is it where much agrees on a parallax that only points
+// behind the eyes could have: the eyes are swapped, or the calibration is another camera's.
+void WideDepth::Engine::withholdImpossible(const cv::Mat& leftEye, const cv::Mat& rightEye) {
+  const auto rowBytes = static_cast<std::size_t>(leftEye.cols) * leftEye.elemSize();
+  bool isImpossible = true;
+  for (int row = 0; row < leftEye.rows && isImpossible; ++row) {
+    isImpossible = std::memcmp(leftEye.ptr(row), rightEye.ptr(row), rowBytes) == 0;
+  }
+  std::ptrdiff_t measured = 0;
+  std::ptrdiff_t behind = 0;
+  for (std::size_t k = 0; k < m_states.size(); ++k) {
+    measured += m_states[k] == code(RangeState::measured) ? 1 : 0;
+    behind += m_flags[k] == 0 && m_leftSeen[k] != 0 && m_matched[k] <= farBehind ? 1 : 0;
+  }
+  if (isImpossible || behind > measured / 4) {
+    std::fill(m_marks.begin(), m_marks.end(), static_cast<std::uint8_t>(255));
+    drop(0, m_size.height, m_marks, RangeState::inconsistent);
+  }
 }
 
 // A row of the view from the grid. Where it is finer, disparities are interpolated among those of one surface.

@@ -29,6 +29,9 @@ void writeMasks(const Writer& out);
 /// gives, and numbers that it never should.
 void writeDepths(const Writer& out);
 
+/// Wide depth of drawn eyes, one of them shifted, for two of the calibrations' kinds of view.
+void writeWideDepths(const Writer& out);
+
 /// Everything that the class hands out for this frame (a picture of any size, with a calibration file of the same name
 /// next to it), in both depth modes and with both matchers.
 void writeCamera(const std::string& picture, cv::Size rectified, const Writer& out);

@@ -21,6 +21,7 @@ int main(int argc, char** argv) try {
   writeMaps(calibrations, out);
   writeMasks(out);
   writeDepths(out);
+  writeWideDepths(out);
   std::vector<std::filesystem::path> pictures;
   for (const auto& entry : std::filesystem::directory_iterator(frames)) {
     if (entry.path().extension() == ".png") {

@@ -1,0 +1,189 @@
+// SPDX-License-Identifier: Apache-2.0
+// The semi-global matcher against a plain form of its definition, with each instruction set.
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "src/depth/Match.hpp"
+#include "tests/unit/core/FastPaths.hpp"
+
+using namespace stereo::depth;
+using stereo::test::withEachInstructionSet;
+
+namespace {
+
+struct Views {
+  MatchSize size;
+  std::vector<std::uint8_t> left[3];
+  std::vector<std::uint8_t> right[3];
+  std::vector<std::uint8_t> beside;
+  std::vector<std::uint8_t> above;
+
+  Views(MatchSize given, int shift, cv::RNG& random) : size(given) {
+    const auto pixels = static_cast<std::size_t>(size.width * size.height);
+    const int rightWidth = size.rightWidth();
+    for (int plane = 0; plane < 3; ++plane) {
+      left[plane].resize(pixels);
+      right[plane].assign(static_cast<std::size_t>(rightWidth * size.height) + 64, 0);
+      for (std::uint8_t& bits : right[plane]) {
+        bits = static_cast<std::uint8_t>(random.uniform(0, 256));
+      }
+      for (int y = 0; y < size.height; ++y) {
+        for (int x = 0; x < size.width; ++x) {
+          const int column = size.width + MatchSize::pad - 1 - (x - shift);
+          const std::uint8_t noise = random.uniform(0, 4) == 0 ? static_cast<std::uint8_t>(random.uniform(0, 256)) : 0;
+          left[plane][static_cast<std::size_t>(y * size.width + x)] =
+              right[plane][static_cast<std::size_t>(y * rightWidth + column)] ^ noise;
+        }
+      }
+    }
+    for (std::size_t k = 0; k < pixels; ++k) {
+      beside.push_back(static_cast<std::uint8_t>(random.uniform(9, 21)));
+      above.push_back(static_cast<std::uint8_t>(random.uniform(9, 21)));
+    }
+  }
+
+  MatchInput input() const {
+    return {size,
+            {left[0].data(), left[1].data(), left[2].data()},
+            {right[0].data(), right[1].data(), right[2].data()},
+            beside.data(),
+            above.data()};
+  }
+
+  int cost(int x, int y, int d) const {
+    int bits = 0;
+    const int column = size.width + MatchSize::pad - 1 - (x - (d + MatchSize::least));
+    for (int plane = 0; plane < 3; ++plane) {
+      bits +=
+          std::popcount(static_cast<unsigned>(left[plane][static_cast<std::size_t>(y * size.width + x)] ^
+                                              right[plane][static_cast<std::size_t>(y * size.rightWidth() + column)]));
+    }
+    return bits;
+  }
+};
+
+struct Found {
+  std::vector<std::int16_t> disparity;
+  std::vector<std::uint8_t> flags;
+};
+
+// All rows in one strip, straight from the definition.
+Found plainly(const Views& v) {
+  const int W = v.size.width;
+  const int H = v.size.height;
+  const int D = v.size.disparities;
+  const auto at = [&](int x, int y, int d) { return static_cast<std::size_t>((y * W + x) * D + d); };
+  std::vector<int> sums(static_cast<std::size_t>(W * H * D), 0);
+  for (const auto& [dx, dy] :
+       {std::pair(-1, 0), std::pair(1, 0), std::pair(-1, -1), std::pair(0, -1), std::pair(1, -1)}) {
+    std::vector<int> path(sums.size());
+    for (int y = 0; y < H; ++y) {
+      for (int step = 0; step < W; ++step) {
+        const int x = dx == 1 && dy == 0 ? W - 1 - step : step;
+        const int fromX = x + dx;
+        const int fromY = y + dy;
+        const bool begins = fromX < 0 || fromX >= W || fromY < 0;
+        const auto penalty = dy < 0 ? v.above[static_cast<std::size_t>(y * W + x)]
+                                    : v.beside[static_cast<std::size_t>(y * W + std::max(x, std::min(fromX, W - 1)))];
+        int least = 0;
+        if (!begins) {
+          least = *std::min_element(path.begin() + static_cast<std::ptrdiff_t>(at(fromX, fromY, 0)),
+                                    path.begin() + static_cast<std::ptrdiff_t>(at(fromX, fromY, 0)) + D);
+        }
+        for (int d = 0; d < D; ++d) {
+          int best = 0;
+          if (!begins) {
+            best = std::min(path[at(fromX, fromY, d)], least + penalty);
+            for (const int next : {d - 1, d + 1}) {
+              if (next >= 0 && next < D) {
+                best = std::min(best, path[at(fromX, fromY, next)] + 3);
+              }
+            }
+          }
+          path[at(x, y, d)] = v.cost(x, y, d) + best - least;
+        }
+      }
+    }
+    for (std::size_t k = 0; k < sums.size(); ++k) {
+      sums[k] += path[k];
+    }
+  }
+  Found found;
+  for (int y = 0; y < H; ++y) {
+    for (int x = 0; x < W; ++x) {
+      const int* const s = &sums[at(x, y, 0)];
+      const int best = static_cast<int>(std::min_element(s, s + D) - s);
+      int flags = best == D - 1 ? matchAtLimit : 0;
+      for (int d = 0; d < D; ++d) {
+        const int margin = s[d] - s[best];
+        if (std::abs(d - best) > 1 && (margin < 2 || margin * 100 < 6 * s[best])) {
+          flags |= matchAmbiguous;
+        }
+      }
+      // What the pixel of the right view prefers; the nearer of equals.
+      const int column = x - best;
+      int other = -1;
+      int least = 255;
+      for (int d = D - 1; d >= 0; --d) {
+        const int from = column + d;
+        if (from >= 0 && from < W && sums[at(from, y, d)] < least) {
+          least = sums[at(from, y, d)];
+          other = d;
+        }
+      }
+      flags |= std::abs(other - best) > 1 ? matchDisagrees : 0;
+      int between = 0;
+      if (best > 0 && best < D - 1) {
+        const int rise = std::max(s[best - 1], s[best + 1]) - s[best];
+        between = rise > 0 ? (s[best - 1] - s[best + 1]) * 8 / rise : 0;
+      }
+      found.disparity.push_back(static_cast<std::int16_t>((best + MatchSize::least) * 16 + between));
+      found.flags.push_back(static_cast<std::uint8_t>(flags));
+    }
+  }
+  return found;
+}
+
+void compare(MatchSize size, int shift) {
+  cv::RNG random(static_cast<std::uint64_t>(size.width * 1000 + size.disparities));
+  const Views views(size, shift, random);
+  const Found expected = plainly(views);
+  withEachInstructionSet([&] {
+    Found found{std::vector<std::int16_t>(expected.disparity.size()), std::vector<std::uint8_t>(expected.flags.size())};
+    MatchScratch scratch(size);
+    for (int run = 0; run < 2; ++run) {  // the second with what the first left behind
+      matchStrip(views.input(), 0, 0, size.height, scratch, {found.disparity.data(), found.flags.data()});
+      EXPECT_EQ(found.disparity, expected.disparity);
+      EXPECT_EQ(found.flags, expected.flags);
+    }
+  });
+}
+
+}  // namespace
+
+TEST(WideMatch, IsWhatItsDefinitionSays) {
+  compare({40, 12, 32}, 7);
+  compare({61, 9, 64}, 0);
+  compare({33, 7, 96}, -2);
+}
+
+TEST(WideMatch, SearchesUpTo256Disparities) { compare({45, 5, 256}, 30); }
+
+TEST(WideMatch, AStripDependsOnItsWarmUpOnly) {
+  const MatchSize size{40, 20, 32};
+  cv::RNG random(4);
+  const Views views(size, 5, random);
+  const auto pixels = static_cast<std::size_t>(size.width * size.height);
+  std::vector<std::int16_t> all(pixels, -1);
+  std::vector<std::int16_t> strip(pixels, -1);
+  std::vector<std::uint8_t> flags(pixels);
+  MatchScratch scratch(size);
+  matchStrip(views.input(), 0, 0, 20, scratch, {all.data(), flags.data()});
+  matchStrip(views.input(), 0, 8, 20, scratch, {strip.data(), flags.data()});
+  EXPECT_TRUE(std::equal(all.begin() + 8 * 40, all.end(), strip.begin() + 8 * 40));
+  EXPECT_TRUE(std::all_of(strip.begin(), strip.begin() + 8 * 40, [](int d) { return d == -1; }));
+}
