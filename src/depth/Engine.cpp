@@ -17,7 +17,7 @@ namespace {
 
 constexpr int stripRows = 16;
 constexpr int matchRows = 200;  // of a strip that is matched by itself: fixed, since the strips show in the result
-constexpr int warmRows = 24;    // before a strip
+constexpr int warmRows = 16;    // before a strip
 constexpr int refinePasses = 2;
 constexpr double columnsPerDegree = 2.6;  // of the grid: finer ones show the eyes' pixels, not more detail
 
@@ -157,9 +157,10 @@ void WideDepth::Engine::compute(const cv::Mat& leftEye, const cv::Mat& rightEye,
   if (m_options.fuse) {
     fuse();
   }
-  filter();
+  provide(out);
+  filter(leftEye, out.view);
   withholdImpossible(leftEye, rightEye);
-  report(leftEye, out);
+  report(out);
   if (m_options.selfCalibrate) {
     calibrateRows();
   }
@@ -278,8 +279,9 @@ void WideDepth::Engine::refine() {
   constexpr float like = 1.0F;  // columns
   const auto forRows = [&](const auto& work) { forStrips(m_size.height, stripRows, threads(), work); };
   for (int pass = 0; pass < refinePasses; ++pass) {
-    forRows(
-        [&](int from, int to) { smoothDisparity(m_size.width, from, to, m_disparity, 4, like, m_refined.disparity); });
+    forRows([&](int from, int to) {
+      smoothDisparity(m_size.width, from, to, m_disparity, pass == 0 ? 4 : 3, like, m_refined.disparity);
+    });
     std::swap(m_disparity, m_refined.disparity);
     forRows([&](int from, int to) { refineTerms(input, from, to, m_disparity, m_terms); });
     forRows([&](int from, int to) {

@@ -48,13 +48,14 @@ private:
   void collect();
   void refine();
   void fuse();
-  void filter();
+  void provide(WideDepthImage& out) const;
+  void filter(const cv::Mat& leftEye, cv::Mat& view);
   void withholdImpossible(const cv::Mat& leftEye, const cv::Mat& rightEye);
   void rejectDoubtful(int from, int to);
   void rejectBeside(int from, int to);
   void drop(int from, int to, const std::vector<std::uint8_t>& marks, RangeState why);
   void calibrateRows();
-  void report(const cv::Mat& leftEye, WideDepthImage& out);
+  void report(WideDepthImage& out) const;
   void enlargeRow(int row, float* disparity, float* sigma, std::uint8_t* state) const;
 
   WideDepthOptions m_options;

@@ -10,7 +10,7 @@ namespace stereo::depth {
 
 namespace {
 
-constexpr int factor = 4;
+constexpr int factor = NearGuard::columns;
 
 MatchSize quartered(const MatchSize& full) {
   MatchSize size;
@@ -100,11 +100,8 @@ void NearGuard::mark() {
   }
 }
 
-std::uint8_t NearGuard::at(const std::vector<std::uint8_t>& marks, int x, int y) const {
-  const int column = std::min(x / factor, m_size.width - 1);
-  const int row = std::min(y / factor, m_size.height - 1);
-  return marks[static_cast<std::size_t>(row) * static_cast<std::size_t>(m_size.width) +
-               static_cast<std::size_t>(column)];
+std::ptrdiff_t NearGuard::firstOf(int y) const {
+  return static_cast<std::ptrdiff_t>(std::min(y / factor, m_size.height - 1)) * m_size.width;
 }
 
 }  // namespace stereo::depth

@@ -19,12 +19,15 @@ public:
   /// Searches the views (`MatchSize::width` and `rightWidth()` columns). Blocks; not shared among threads.
   void find(const std::uint16_t* left, const std::uint16_t* right);
 
-  /// Whether a pixel of the left view belongs to something too near, or is within about four pixels of it.
-  bool isNear(int x, int y) const { return at(m_near, x, y) != 0; }
-  bool isBeside(int x, int y) const { return at(m_beside, x, y) != 0; }
+  /// Marks of a row of the left view, one for each `columns` of its columns: what is too near itself, and what is
+  /// within about four pixels of that.
+  static constexpr int columns = 4;
+  const std::uint8_t* nearRow(int y) const { return m_near.data() + firstOf(y); }
+  const std::uint8_t* besideRow(int y) const { return m_beside.data() + firstOf(y); }
+  int lastMark() const { return m_size.width - 1; }
 
 private:
-  std::uint8_t at(const std::vector<std::uint8_t>& marks, int x, int y) const;
+  std::ptrdiff_t firstOf(int y) const;
   void mark();
 
   MatchSize m_full;

@@ -18,7 +18,7 @@ namespace {
 
 constexpr int stripRows = 16;
 constexpr float largestError = 0.024F;  // standard error over disparity
-constexpr float leastCorrelation = 0.8F;
+constexpr float leastCorrelation = 0.84F;
 constexpr float sureCorrelation = 0.97F;  // of pixels that may be this close to something much nearer
 constexpr float leastTexture = 0.5F;      // of a surface that is not plain, gray levels squared
 constexpr float edgeStep = 1.5F;          // columns by which neighbors of one surface may differ
@@ -83,7 +83,10 @@ void WideDepth::Engine::rejectDoubtful(int from, int to) {
     const float* const correlation = m_refined.correlation.row(row);
     const float* const texture = m_refined.texture.row(row);
     std::uint8_t* const state = m_states.data() + at(row);
+    const std::uint8_t* const isNear = m_nearGuard.nearRow(row);
+    const std::uint8_t* const isBeside = m_nearGuard.besideRow(row);
     for (int x = 0; x < m_size.width; ++x) {
+      const int mark = std::min(x / NearGuard::columns, m_nearGuard.lastMark());
       const bool has = d[x] != noDisparity;
       if (!has && state[x] == code(RangeState::measured)) {
         state[x] = code(RangeState::unseen);  // by the right eye
@@ -93,9 +96,9 @@ void WideDepth::Engine::rejectDoubtful(int from, int to) {
       }
       sigma[x] = std::sqrt(1.0F / (weight[x] + 1e-6F));
       const bool isExact = sigma[x] <= largestError * std::max(d[x], 0.2F);
-      if (m_nearGuard.isNear(x, row)) {
+      if (isNear[mark] != 0) {
         state[x] = code(RangeState::tooNear);
-      } else if (has && m_nearGuard.isBeside(x, row)) {
+      } else if (has && isBeside[mark] != 0) {
         state[x] = code(RangeState::inconsistent);
       } else if (has && (!isExact || correlation[x] < leastCorrelation)) {
         state[x] = code(!isExact || texture[x] < leastTexture ? RangeState::textureless : RangeState::inconsistent);
@@ -127,7 +130,7 @@ void WideDepth::Engine::rejectBeside(int from, int to) {
   }
 }
 
-void WideDepth::Engine::filter() {
+void WideDepth::Engine::filter(const cv::Mat& leftEye, cv::Mat& view) {
   const int W = m_size.width;
   const auto forRows = [&](const auto& work) { forStrips(m_size.height, stripRows, threads(), work); };
   forRows([&](int from, int to) {
@@ -135,7 +138,15 @@ void WideDepth::Engine::filter() {
     findHidden(m_disparity, W, from, to, edgeStep, m_marks.data());
     drop(from, to, m_marks, RangeState::unseen);
   });
-  m_speckFinder.find(m_disparity, edgeStep, leastSurface, m_marks.data());
+  // Surfaces are found by one thread; the others paint the view meanwhile.
+  const int strips = (m_view.height + stripRows - 1) / stripRows;
+  forTasks(1 + strips, threads(), [&](int task) {
+    if (task == 0) {
+      return m_speckFinder.find(m_disparity, edgeStep, leastSurface, m_marks.data());
+    }
+    const int from = (task - 1) * stripRows;
+    sampleColor(m_viewMap, leftEye, from, std::min(from + stripRows, m_view.height), view);
+  });
   forRows([&](int from, int to) {
     drop(from, to, m_marks, RangeState::inconsistent);
     rejectBeside(from, to);
@@ -193,22 +204,24 @@ void WideDepth::Engine::enlargeRow(int row, float* disparity, float* sigma, std:
   }
 }
 
-void WideDepth::Engine::report(const cv::Mat& leftEye, WideDepthImage& out) {
-  const cv::Size size = m_options.size;
+void WideDepth::Engine::provide(WideDepthImage& out) const {
   const auto fit = [&](cv::Mat& image, int type) {
-    if (!core::isSoleOwner(image) || image.size() != size || image.type() != type || !image.isContinuous()) {
-      image = cv::Mat(size, type);
+    if (!core::isSoleOwner(image) || image.size() != m_options.size || image.type() != type || !image.isContinuous()) {
+      image = cv::Mat(m_options.size, type);
     }
   };
   fit(out.range, CV_32FC1);
   fit(out.state, CV_8UC1);
   fit(out.confidence, CV_8UC1);
   fit(out.view, CV_8UC3);
+}
+
+void WideDepth::Engine::report(WideDepthImage& out) const {
+  const cv::Size size = m_options.size;
   forStrips(size.height, stripRows, threads(), [&](int from, int to) {
     constexpr int widest = 4096;
     float disparity[widest];
     float sigma[widest];
-    sampleColor(m_viewMap, leftEye, from, to, out.view);
     for (int row = from; row < to; ++row) {
       enlargeRow(row, disparity, sigma, out.state.ptr(row));
       rangeRow(m_ranges, disparity, sigma, size.width, out.range.ptr<float>(row), out.state.ptr(row),
