@@ -225,7 +225,8 @@ void bindSimulation(py::module_& module) {
 `frameSize`: (1856, 800) or (928, 400) pixels; `rate`: frames per second, 0 as fast as possible; `seed`: of rig and
 scene; `moving`: False for a scene without motion; its motion repeats after `period` seconds, shown in
 `framesPerPeriod` frames; `ring`: keep these frames (4.5 MB each); `rectFrameSize`: one rectified eye, pixels;
-`faults`: a fault script; `conditions`: what makes it hard, such as 'rich' or 'noise=3,poles=4'. Raises ValueError for options out of range.)")
+`faults`: a fault script; `conditions`: what makes it hard, such as 'rich' or 'noise=3,poles=4'. Raises ValueError for
+options out of range.)")
       .def("truth", &truthOf, py::arg("view") = "perspective", py::arg("time") = 0.0,
            R"(truth(self, view='perspective', time=0.0)
 --

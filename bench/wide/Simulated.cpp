@@ -11,8 +11,8 @@ namespace stereo::wide {
 
 namespace {
 
-// Frames of each rig that a self-calibrating engine sees before it is judged.
-constexpr int framesToLearn = 60;
+// Times that a self-calibrating engine sees all scenes of its rig before it is judged.
+constexpr int lapsToLearn = 10;
 
 /// Engines of one kind, one for each rig.
 class EnginesOfKind {
@@ -91,23 +91,20 @@ std::vector<Entry> judgeRowErrors(const Case& conditions, const std::vector<Scen
       task.selfCalibrate = selfCalibrate;
       for (const EngineKind& kind : engines) {
         EnginesOfKind ofRigs(kind, task);
-        Score score(limitsOf(task));
-        // Another rig follows where its engine has seen enough.
-        for (int frame = selfCalibrate ? -framesToLearn : 0; frame <= 0; ++frame) {
+        const auto measured = [&](std::size_t n) {
+          sim::Rig::Options rig = scenes[n].rig;
+          rig.error.pitch = error.pitch * task.view.verticalField / task.view.size.height;
+          rig.error.rows = error.center * pixelsOfRow(sim::Rig(scenes[n].rig), task.view) + error.pixels;
+          return ofRigs.of(rig).measure(samples[n].left, samples[n].right);
+        };
+        for (int lap = 0; selfCalibrate && lap < lapsToLearn; ++lap) {
           for (std::size_t n = 0; n < scenes.size(); ++n) {
-            const bool isSeen =
-                frame == 0 || (frame + framesToLearn) % static_cast<int>(scenes.size()) == static_cast<int>(n);
-            if (!isSeen) {
-              continue;
-            }
-            sim::Rig::Options rig = scenes[n].rig;
-            rig.error.pitch = error.pitch * task.view.verticalField / task.view.size.height;
-            rig.error.rows = error.center * pixelsOfRow(sim::Rig(scenes[n].rig), task.view) + error.pixels;
-            const Measured measured = ofRigs.of(rig).measure(samples[n].left, samples[n].right);
-            if (frame == 0) {
-              score.add(samples[n], measured, task.view);
-            }
+            measured(n);
           }
+        }
+        Score score(limitsOf(task));
+        for (std::size_t n = 0; n < scenes.size(); ++n) {
+          score.add(samples[n], measured(n), task.view);
         }
         entries.push_back({std::string(error.name) + (selfCalibrate ? ", self-cal." : ""), kind.name, score.figures()});
       }
