@@ -19,10 +19,12 @@ struct TaskCounters {
 
 template <typename Work>
 [[gnu::noinline]] void runTasks(const Work& work, TaskCounters& counters, int tasks) {
+  // Before anything is written: ThreadSanitizer lets only a load pass what the caller wrote.
+  counters.done.load(std::memory_order_acquire);
   for (int task = 0; (task = counters.next.fetch_add(1, std::memory_order_acquire)) < tasks;) {
     work(task);
-    counters.done.fetch_add(1, std::memory_order_release);
   }
+  counters.done.fetch_add(1, std::memory_order_release);
 }
 
 template <typename Work>
@@ -53,7 +55,7 @@ void forTasks(int tasks, int threads, const Work& work) {
     return;
   }
   detail::TaskCounters counters;
-  counters.next.store(0, std::memory_order_release);
+  counters.done.store(0, std::memory_order_release);
   cv::parallel_for_(cv::Range(0, workers), detail::TaskLoop<Work>(work, counters, tasks), workers);
   counters.done.load(std::memory_order_acquire);
 }
