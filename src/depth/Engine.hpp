@@ -50,6 +50,7 @@ private:
   void fuse();
   void provide(WideDepthImage& out) const;
   void filter(const cv::Mat& leftEye, cv::Mat& view);
+  void namePlain(int from, int to);
   void withholdImpossible(const cv::Mat& leftEye, const cv::Mat& rightEye);
   void rejectDoubtful(int from, int to);
   void rejectBeside(int from, int to);

@@ -3,6 +3,7 @@
 #include "src/depth/NearGuard.hpp"
 
 #include <algorithm>
+#include <cstdlib>
 
 #include "src/depth/Prepare.hpp"
 
@@ -37,6 +38,20 @@ void shrink(const std::uint16_t* image, int stride, int columns, int first, int 
       small[static_cast<std::ptrdiff_t>(y) * width + x] = static_cast<std::uint16_t>(sum / (factor * factor));
     }
   }
+}
+
+// Whether gray values hardly change along the row around a pixel: what fits there is noise. Things that are too near
+// for the lens to be sharp still have shades.
+bool isPlain(const std::uint16_t* row, int x, int width) {
+  constexpr int reach = 3;       // columns to each side
+  constexpr int mostSteps = 16;  // mean of the steps over two columns: half a gray level, 32 each
+  const int first = std::max(x - reach, 1);
+  const int last = std::min(x + reach, width - 2);
+  int steps = 0;
+  for (int k = first; k <= last; ++k) {
+    steps += std::abs(row[k + 1] - row[k - 1]);
+  }
+  return steps <= mostSteps * (last - first + 1);
 }
 
 }  // namespace
@@ -85,7 +100,9 @@ void NearGuard::mark() {
   // Disparities, in 1/16 of a quarter's column, that the search does not reach.
   const int beyond = (m_full.disparities + MatchSize::least - 2 * factor) * 16 / factor;
   for (std::size_t k = 0; k < m_near.size(); ++k) {
-    m_near[k] = (m_flags[k] & matchDisagrees) == 0 && m_disparity[k] > beyond ? 255 : 0;
+    const auto x = static_cast<int>(k % static_cast<std::size_t>(W));
+    const bool isNear = (m_flags[k] & matchDisagrees) == 0 && m_disparity[k] > beyond;
+    m_near[k] = isNear && !isPlain(m_left.data() + (k - static_cast<std::size_t>(x)), x, W) ? 255 : 0;
   }
   for (int y = 0; y < H; ++y) {
     for (int x = 0; x < W; ++x) {

@@ -151,7 +151,36 @@ void WideDepth::Engine::filter(const cv::Mat& leftEye, cv::Mat& view) {
     drop(from, to, m_marks, RangeState::inconsistent);
     rejectBeside(from, to);
     drop(from, to, m_marks, RangeState::inconsistent);
+    namePlain(from, to);
   });
+}
+
+// Where gray values hardly change along the row, it was noise that the eyes disagreed about, or agreed about at the
+// search's end.
+void WideDepth::Engine::namePlain(int from, int to) {
+  constexpr int reach = 6;       // columns to each side
+  constexpr int mostSteps = 48;  // mean of the steps over two columns: 1.5 gray levels, 32 of `halves` each
+  for (int row = from; row < to; ++row) {
+    const std::uint16_t* const halves = m_left.halves.data() + at(row);
+    std::uint8_t* const state = m_states.data() + at(row);
+    const std::uint8_t* const isNear = m_nearGuard.nearRow(row);
+    for (int x = 0; x < m_size.width; ++x) {
+      const bool isGuess = state[x] == code(RangeState::tooNear) &&
+                           isNear[std::min(x / NearGuard::columns, m_nearGuard.lastMark())] == 0;
+      if (state[x] != code(RangeState::inconsistent) && !isGuess) {
+        continue;
+      }
+      const int first = std::max(x - reach, 1);
+      const int last = std::min(x + reach, m_size.width - 2);
+      int steps = 0;
+      for (int k = first; k <= last; ++k) {
+        steps += std::abs(halves[k + 1] - halves[k - 1]);
+      }
+      if (steps <= mostSteps * (last - first + 1)) {
+        state[x] = code(RangeState::textureless);
+      }
+    }
+  }
 }
 
 // Where both eyes get the same picture, nothing is true. Neither is it where much agrees on a parallax that only points

@@ -162,6 +162,23 @@ TEST(WideDepthInput, EyesThatShowNothingGiveNoRange) {
   }
 }
 
+TEST(WideDepthInput, APlainSceneIsTextureless) {
+  // Noise of one gray level, another in each eye.
+  cv::RNG random(7);
+  cv::Mat eyes[2];
+  for (cv::Mat& eye : eyes) {
+    cv::Mat noise(eyeSize, CV_32FC1);
+    random.fill(noise, cv::RNG::NORMAL, 128, 1);
+    noise.convertTo(eye, CV_8UC1);
+  }
+  WideDepth wide(SimulatedEyes().calibration(), eyeSize, test::smallView());
+  WideDepthImage image;
+  wide.compute(eyes[0], eyes[1], image);
+  const int seen = cv::countNonZero(image.state != static_cast<int>(RangeState::unseen));
+  ASSERT_GT(seen, 0);
+  EXPECT_GT(cv::countNonZero(image.state == static_cast<int>(RangeState::textureless)), 0.95 * seen);
+}
+
 TEST(WideDepthInput, PartsOfImagesAndGrayEyesAreFine) {
   const SimulatedEyes eyes;
   const SimulatedEyes::Pair pair = eyes.at(0.0);
