@@ -179,11 +179,13 @@ void WideDepth::Engine::reset() {
 }
 
 void WideDepth::Engine::prepare(const cv::Mat& leftEye, const cv::Mat& rightEye) {
+  const auto strips = [](int height) { return 2 * ((height + stripRows - 1) / stripRows); };
+  const auto doStrip = [&](int strip, int height, const auto& work) {
+    const int from = strip / 2 * stripRows;
+    work(strip % 2 != 0, strip % 2 == 0 ? m_left : m_right, from, std::min(from + stripRows, height));
+  };
   const auto forBoth = [&](int height, const auto& work) {
-    forTasks(2 * ((height + stripRows - 1) / stripRows), threads(), [&](int task) {
-      const int from = task / 2 * stripRows;
-      work(task % 2 != 0, task % 2 == 0 ? m_left : m_right, from, std::min(from + stripRows, height));
-    });
+    forTasks(strips(height), threads(), [&](int strip) { doStrip(strip, height, work); });
   };
   forBoth(m_eyeSize.height, [&](bool isRight, Eye& eye, int from, int to) {
     smoothGray(isRight ? rightEye : leftEye, from, to, eye.gray.data(), m_eyeSize.width);
@@ -196,9 +198,17 @@ void WideDepth::Engine::prepare(const cv::Mat& leftEye, const cv::Mat& rightEye)
       halveRow(eye.samples.data() + 2 * first, width, eye.halves.data() + first);
     }
   });
-  forBoth(m_size.height, [&](bool isRight, Eye& eye, int from, int to) {
+  const auto takeCensus = [&](bool isRight, Eye& eye, int from, int to) {
     census(eye.halves.data(), isRight ? m_size.rightWidth() : m_size.width, m_size.height, from, to, isRight,
            {eye.census[0].data(), eye.census[1].data(), eye.census[2].data()});
+  };
+  // The guard is the longest task, so it comes first.
+  forTasks(1 + strips(m_size.height), threads(), [&](int task) {
+    if (task == 0) {
+      m_nearGuard.find(m_left.halves.data(), m_right.halves.data());
+    } else {
+      doStrip(task - 1, m_size.height, takeCensus);
+    }
   });
 }
 
@@ -231,10 +241,7 @@ void WideDepth::Engine::match() {
                          m_abovePenalty.data()};
   const MatchOutput output{m_matched.data(), m_flags.data()};
   const auto strips = static_cast<int>(m_scratch.size());
-  forTasks(strips + 1, threads(), [&](int strip) {
-    if (strip == strips) {
-      return m_nearGuard.find(m_left.halves.data(), m_right.halves.data());
-    }
+  forTasks(strips, threads(), [&](int strip) {
     const int from = m_size.height * strip / strips;
     const int to = m_size.height * (strip + 1) / strips;
     matchStrip(input, std::max(from - warmRows, 0), from, to, m_scratch[static_cast<std::size_t>(strip)], output);

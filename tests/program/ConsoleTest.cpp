@@ -69,7 +69,7 @@ TEST_F(Console, StandardOutputHasTheResultsAlone) {
   for (std::string line; std::getline(lines, line); ++files) {
     EXPECT_TRUE(std::filesystem::exists(line)) << line;
   }
-  EXPECT_EQ(files, 17);
+  EXPECT_EQ(files, 27);
   EXPECT_THAT(m_err, HasSubstr("[StereoCamera] Start capture"));
   ASSERT_EQ(run(Arguments{"check", "--frames", "1"} + stillCamera), 0) << m_err;
   EXPECT_THAT(m_out, StartsWith("off the axis"));
