@@ -33,8 +33,8 @@ struct WideDepthOptions {
   int threads = 0;                 ///< 0: as many as OpenCV has. The results do not depend on it.
   /// Estimate from the frames by how many rows the eyes are misaligned, and correct it.
   bool selfCalibrate = true;
-  /// Combine the measurements of successive frames: more pixels and less noise where nothing moves. What moved counts
-  /// from the last frame alone.
+  /// Combine the measurements of successive frames: more pixels and less noise where nothing moves. What moved by
+  /// more than its error counts from the last frame alone.
   bool fuse = false;
 };
 
@@ -84,11 +84,13 @@ struct WidePoint {
 /// it is there at a longitude smaller by `d`, it is `b (cos longitude cot d + sin longitude)` away for eyes `b` apart.
 ///
 /// A missing range is better than a wrong one: pixels without texture, next to the edge of something nearer, or about
-/// which the eyes disagree are withheld, and say why.
+/// which the eyes disagree are withheld, and say why. Not all wrong ones can be known: patterns that repeat, and things
+/// a few millimeters thin, may be reported too far or as `tooFar` (docs/wide-depth.md).
 ///
 /// Threads: one thread at a time may use an object; any number of objects may be used at once. `compute` blocks until
 /// it is done, shares its work among `threads` of OpenCV's threads, and allocates nothing once it has run with the same
-/// output. The results are the same to the bit on all processors and for any number of threads.
+/// output, except when the row correction changes. The results are the same to the bit on all processors and for any
+/// number of threads.
 class STEREO_CAMERA_EXPORT WideDepth {
 public:
   /// Prepares for eyes of `eye` pixels: half a raw frame each. Takes some tenths of a second. Throws cv::Exception,

@@ -124,7 +124,7 @@ EyePair eyePair(const WideDepthCalibration& calibration, cv::Size eye) {
   if (!(pair.baseline >= 1e-4) || !(pair.baseline <= 10.0)) {
     refuse("the calibration's eyes are less than 0.1 mm or more than 10 m apart");
   }
-  if (!(position[0] > 0.9 * pair.baseline)) {
+  if (!(position[0] > 0.99 * pair.baseline)) {
     refuse("the calibration's rotations don't have the right eye to the right of the left one");
   }
   return pair;

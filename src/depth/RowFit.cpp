@@ -11,13 +11,15 @@ namespace stereo::depth {
 
 namespace {
 
-constexpr int spacing = 4;                // pixels between those that are looked at
-constexpr int firstFrames = 6;            // looked at without a pause
-constexpr int pause = 16;                 // frames, from then on
-constexpr std::size_t enough = 600;       // pixels that a fit needs
-constexpr double leastCorrection = 0.08;  // rows: less is not worth a first change
-constexpr double leastChange = 0.03;      // rows, of a correction that there is
-constexpr double largestResidual = 2.0;   // rows
+constexpr int spacing = 4;                 // pixels between those that are looked at
+constexpr int firstFrames = 6;             // looked at without a pause
+constexpr int pause = 16;                  // frames, from then on
+constexpr std::size_t enough = 600;        // pixels that a fit needs
+constexpr double leastCorrection = 0.08;   // rows: less is not worth a first change
+constexpr double leastChange = 0.03;       // rows, of a correction that there is
+constexpr double largestResidual = 2.0;    // rows
+constexpr double largestCorrection = 3.0;  // rows: more is no misalignment, but another fault
+constexpr int mostMisses = 2;
 constexpr double roundTo = 1 << 20;
 constexpr double steepest = 1.31;  // radians of longitude: rows converge toward 90 degrees
 
@@ -78,11 +80,12 @@ void RowFit::reset() {
   m_error = {};
   m_correction = 0.0;
   m_frames = 0;
+  m_misses = 0;
 }
 
 core::RayProjection RowFit::corrected() const {
   // Rays turn by the rotation vector w before they reach the eye: r + w x r + w x (w x r) / 2.
-  const cv::Vec3d w(m_error.c[0], m_error.c[1], m_error.c[2]);
+  const cv::Vec3d w(m_error.c[0], 0.0, m_error.c[1]);
   core::RayProjection eye = m_eye;
   for (int axis = 0; axis < 3; ++axis) {
     cv::Vec3d r(0.0, 0.0, 0.0);
@@ -93,7 +96,7 @@ core::RayProjection RowFit::corrected() const {
       eye.m[row][axis] = m_eye.m[row][0] * turned[0] + m_eye.m[row][1] * turned[1] + m_eye.m[row][2] * turned[2];
     }
   }
-  eye.cy += m_error.c[3];
+  eye.cy += m_error.c[2];
   return eye;
 }
 
@@ -106,14 +109,26 @@ bool RowFit::look(const RowFitInput& input, const Plane& disparity) {
     m_frames = firstFrames;
   }
   collect(input, disparity);
+  // What was learned from bad frames may leave nothing to learn from: begin again.
+  m_misses = m_residuals.size() < enough ? m_misses + 1 : 0;
+  if (m_correction > 0.0 && m_misses >= mostMisses) {
+    reset();
+    return true;
+  }
   EyeError found;
   if (!fit(found)) {
     return false;
   }
+  EyeError sum = m_error;
   for (int k = 0; k < EyeError::terms; ++k) {
-    m_error.c[k] += found.c[k];
+    sum.c[k] += found.c[k];
   }
-  m_correction = rms(m_error);
+  const double correction = rms(sum);
+  if (correction > largestCorrection) {
+    return false;
+  }
+  m_error = sum;
+  m_correction = correction;
   return true;
 }
 
@@ -126,8 +141,7 @@ void RowFit::fillBasis(double longitude, double latitude, double (&basis)[EyeErr
   const double sine = std::sin(latitude);
   const double cosine = std::cos(latitude);
   basis[0] = -across;
-  basis[1] = X * sine;
-  basis[2] = X * cosine;
+  basis[1] = X * cosine;
   constexpr double h = 0.02;
   const double r[3] = {X, across * sine, across * cosine};
   const double e[3] = {0.0, cosine, -sine};
@@ -150,7 +164,7 @@ void RowFit::fillBasis(double longitude, double latitude, double (&basis)[EyeErr
   const double uf = (u[2] - u[3]) / (2.0 * h);
   const double vf = (v[2] - v[3]) / (2.0 * h);
   const double det = ue * vf - uf * ve;
-  basis[3] = std::abs(det) > 1.0 ? -uf / det : 0.0;
+  basis[2] = std::abs(det) > 1.0 ? -uf / det : 0.0;
 }
 
 void RowFit::collect(const RowFitInput& input, const Plane& disparity) {
@@ -184,11 +198,13 @@ bool RowFit::fit(EyeError& found) const {
   double scale = largestResidual * m_grid.rowStep;
   Square inverse;
   double variance = 0.0;
+  double before = 0.0;  // mean square of the differences, with the same weights, without the fit
   for (int pass = 0; pass < 5; ++pass) {
     Square normal = Square::zeros();
     Column right = Column::zeros();
     double weights = 0.0;
     double squares = 0.0;
+    double unfitted = 0.0;
     for (const Residual& one : m_residuals) {
       double left = one.angle;
       for (int a = 0; a < n; ++a) {
@@ -207,6 +223,7 @@ bool RowFit::fit(EyeError& found) const {
       }
       weights += w;
       squares += w * left * left;
+      unfitted += w * one.angle * one.angle;
     }
     if (weights < 0.25 * static_cast<double>(enough)) {
       return false;
@@ -222,7 +239,13 @@ bool RowFit::fit(EyeError& found) const {
       found.c[k] = std::nearbyint(solution(k) * roundTo) / roundTo;
     }
     variance = squares / weights;
+    before = unfitted / weights;
     scale = std::clamp(4.0 * std::sqrt(variance), 0.2 * m_grid.rowStep, scale);
+  }
+  // Rows that differ for another reason, such as a wrong focal length, are explained badly.
+  constexpr double unexplained = 0.15;  // rows
+  if (std::sqrt(variance) > unexplained * m_grid.rowStep && variance > 0.25 * before) {
+    return false;
   }
   // How well is it known? The mean variance of the fit over the pixels; neighbors' errors go together.
   double error = 0.0;

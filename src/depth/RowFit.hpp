@@ -19,15 +19,17 @@ struct RowFitInput {
   int rightFirst = 0;  ///< column in the right view of the left view's first column
 };
 
-/// By how much the right eye differs from its calibration.
+/// By how much the right eye differs from its calibration. Not about y: such a turn hardly moves rows, but scales far
+/// ranges, and rows that differ for another reason would be taken for it.
 struct EyeError {
-  static constexpr int terms = 4;
-  double c[terms] = {};  ///< rotation about x, y and z, radians; center of its image down the rows, pixels
+  static constexpr int terms = 3;
+  double c[terms] = {};  ///< rotation about x and z, radians; center of its image down the rows, pixels
 };
 
 /// Keeps the row correction of the right eye. Pixels that were measured say by how many rows they differ; a small
-/// rotation and shift of the eye are fitted to them, with outliers left out. Since these move columns, too, ranges that
-/// were off with the rows become right again. Only what is clearly more than its own error is corrected.
+/// rotation and shift of the eye are fitted to them, with outliers left out. Only what is clearly more than its own
+/// error, explains most of the difference and is small is corrected. A correction under which little can be measured is
+/// given up.
 class RowFit {
 public:
   RowFit(const ViewGrid& grid, const core::RayProjection& eye);
@@ -58,6 +60,7 @@ private:
   EyeError m_error;
   double m_correction = 0.0;
   int m_frames = 0;
+  int m_misses = 0;  // looks in a row that found too little to fit
 };
 
 }  // namespace stereo::depth

@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // What wide depth learns from one frame for the next.
+#include <algorithm>
+
 #include <gtest/gtest.h>
 #include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
 
 #include "tests/unit/depth/SimulatedEyes.hpp"
 
@@ -69,6 +72,57 @@ TEST(WideDepthFrames, AGoodCalibrationIsLeftAsGood) {
     }
     EXPECT_LT(depth.rowCorrection(), 0.1);
   }
+}
+
+TEST(WideDepthFrames, RowsThatDifferForAnotherReasonAreLeft) {
+  const SimulatedEyes eyes;
+  for (const double factor : {0.99, 1.01}) {
+    WideDepthCalibration calibration = eyes.calibration();
+    calibration.rightIntrinsic = calibration.rightIntrinsic.clone();
+    calibration.rightIntrinsic.at<double>(0, 0) *= factor;
+    calibration.rightIntrinsic.at<double>(1, 1) *= factor;
+    WideDepthOptions options = test::smallView();
+    WideDepth plain(calibration, eyeSize, options);
+    options.selfCalibrate = true;
+    WideDepth depth(calibration, eyeSize, options);
+    WideDepthImage image;
+    for (int frame = 0; frame < 6; ++frame) {
+      const SimulatedEyes::Pair pair = eyes.at(0.0, static_cast<std::uint64_t>(frame));
+      depth.compute(pair.left, pair.right, image);
+      if (frame == 5) {
+        const test::Accuracy found = accuracy(eyes, depth, image, 0.0);
+        plain.compute(pair.left, pair.right, image);
+        const test::Accuracy expected = accuracy(eyes, plain, image, 0.0);
+        EXPECT_LE(found.wrong, expected.wrong + 1.0) << factor;
+        EXPECT_LE(found.median, 1.1 * expected.median) << factor;
+      }
+    }
+  }
+}
+
+TEST(WideDepthFrames, ACorrectionThatBadFramesTaughtIsGivenUp) {
+  const SimulatedEyes eyes;
+  const SimulatedEyes::Pair pair = eyes.at(0.0);
+  WideDepthOptions options = test::smallView();
+  options.selfCalibrate = true;
+  WideDepth depth(eyes.calibration(), eyeSize, options);
+  WideDepthImage image;
+  depth.compute(pair.left, pair.right, image);
+  const double good = accuracy(eyes, depth, image, 0.0).valid;
+  // The right eye's picture sinks by a tenth of a pixel a frame.
+  double taught = 0.0;  // rows
+  for (int frame = 0; frame < 70; ++frame) {
+    const cv::Mat sink = (cv::Mat_<double>(2, 3) << 1, 0, 0, 0, 1, 0.1 * frame);
+    cv::Mat sunk;
+    cv::warpAffine(pair.right, sunk, sink, eyeSize);
+    depth.compute(pair.left, sunk, image);
+    taught = std::max(taught, depth.rowCorrection());
+  }
+  ASSERT_GT(taught, 0.3) << "else this shows nothing";
+  for (int frame = 0; frame < 80; ++frame) {
+    depth.compute(pair.left, pair.right, image);
+  }
+  EXPECT_GT(accuracy(eyes, depth, image, 0.0).valid, 0.95 * good);
 }
 
 TEST(WideDepthFrames, AStillSceneGetsBetterWithEachFrame) {
