@@ -15,6 +15,7 @@
 #include <memory>
 #include <string>
 
+#include <ReadLimit.hpp>
 #include <StereoCamera.hpp>
 #include <WideDepth.hpp>
 
@@ -22,11 +23,13 @@
 
 namespace {
 
-constexpr float stopAt = 0.4F;   // meters
-constexpr float clearAt = 0.5F;  // meters; more than `stopAt`, so that it does not flutter
-constexpr double ahead = 0.94;   // cosine of 20 degrees: the cone that the robot drives into
-constexpr double speck = 0.002;  // share of the cone that may be near without meaning anything
-constexpr double blind = 0.5;    // share of the cone that must be measured to go
+constexpr float stopAt = 0.4F;                      // meters
+constexpr float clearAt = 0.5F;                     // meters; more than `stopAt`, so that it does not flutter
+constexpr double ahead = 0.94;                      // cosine of 20 degrees: the cone that the robot drives into
+constexpr double speck = 0.002;                     // share of the cone that may be near without meaning anything
+constexpr std::chrono::milliseconds warmUp(30000);  // until the first frame
+constexpr std::chrono::milliseconds patience(500);  // without a frame
+constexpr double blind = 0.5;                       // share of the cone that must be measured to go
 
 // What the cone ahead looks like.
 struct Ahead {
@@ -62,7 +65,11 @@ void drive(StereoCamera& camera, const stereo::WideDepthCalibration& calibration
   cv::Mat right;
   std::chrono::microseconds timestamp{0};
   bool going = false;
-  for (int k = 0; k < frames && camera.getStereoFrame(left, right, timestamp); ++k) {
+  for (int k = 0; k < frames; ++k) {
+    const ReadLimit limit(k == 0 ? warmUp : patience);  // else a stalled camera would leave the robot going
+    if (!camera.getStereoFrame(left, right, timestamp)) {
+      break;
+    }
     if (!wide) {
       wide = std::make_unique<stereo::WideDepth>(calibration, left.size());
     }
@@ -88,8 +95,10 @@ int main(int argc, char** argv) {
   }
   try {
     if (argc == 3) {
-      StereoCamera camera(std::atoi(argv[1]));
-      if (!camera.isOpened()) {
+      char* end = nullptr;
+      const long node = std::strtol(argv[1], &end, 10);
+      StereoCamera camera(static_cast<int>(node));
+      if (*argv[1] == '\0' || *end != '\0' || !camera.isOpened()) {
         std::cerr << "cannot open /dev/video" << argv[1] << std::endl;
         return 1;
       }
@@ -97,6 +106,7 @@ int main(int argc, char** argv) {
       drive(camera, stereo::WideDepthCalibration::load(argv[2]), std::numeric_limits<int>::max());
     } else {
       stereo::sim::SimulatedCamera camera({});
+      camera.prepare([](std::size_t, std::size_t) {});  // or rendering would look like a stall
       const std::string file =
           std::filesystem::temp_directory_path() / ("stop-at-" + std::to_string(getpid()) + ".yml");
       camera.rig().saveCalibration(file);
