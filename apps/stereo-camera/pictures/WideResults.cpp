@@ -212,6 +212,7 @@ std::vector<Picture> writeWide(const WideReader& reader, const std::filesystem::
   writeImage(folder / "wide-range.tiff", image.range);
   cv::Mat millimeters;
   image.range.convertTo(millimeters, CV_16UC1, 1000.0);
+  millimeters.setTo(0, image.range > 65.535);  // more than 16 bits hold
   writeImage(folder / "wide-range-mm.png", millimeters);
   writeImage(folder / "wide-confidence.png", image.confidence);
   try {
@@ -236,7 +237,7 @@ std::vector<Picture> writeWide(const WideReader& reader, const std::filesystem::
 
 std::vector<std::pair<std::string, std::string>> wideFiles() {
   return {{"wide-range.tiff", "range, float, meters (0 where not measured)"},
-          {"wide-range-mm.png", "range, 16 bits, millimeters (0 where not measured)"},
+          {"wide-range-mm.png", "range, 16 bits, millimeters (0 where not measured, or beyond 65 m)"},
           {"wide-confidence.png", "confidence, 255 is best (0 where not measured)"},
           {"wide-cloud.ply", "colored point cloud with confidence, meters"}};
 }
