@@ -2,76 +2,20 @@
 #include "tests/unit/StereoCameraCommon/RandomDocuments.hpp"
 
 #include <array>
-#include <iterator>
-#include <random>
 #include <string_view>
-#include <vector>
 
 #include <opencv2/core.hpp>
 #include <opencv2/core/persistence.hpp>
+
+#include "tests/unit/StereoCameraCommon/DocumentParts.hpp"
 
 namespace stereo::test {
 
 namespace {
 
-// Parts of documents, in places where they mean something and where they don't.
-constexpr std::array<std::string_view, 51> pieces{": ",
-                                                  ", :",
-                                                  ",:",
-                                                  "{:",
-                                                  "{",
-                                                  "}",
-                                                  "[",
-                                                  "]",
-                                                  "#",
-                                                  " # ",
-                                                  "//",
-                                                  "/*",
-                                                  "*/",
-                                                  "<",
-                                                  ">",
-                                                  "<!--",
-                                                  "-->",
-                                                  "</a>",
-                                                  "<a>",
-                                                  "/>",
-                                                  "\"",
-                                                  "'",
-                                                  "\\",
-                                                  "\\\"",
-                                                  "\\x41",
-                                                  "&lt;",
-                                                  "&#33;",
-                                                  "&",
-                                                  ";",
-                                                  "- ",
-                                                  "---",
-                                                  "...",
-                                                  "!",
-                                                  "!!",
-                                                  "!!binary",
-                                                  "binary",
-                                                  "type_id",
-                                                  "$base64$",
-                                                  "|",
-                                                  "%YAML",
-                                                  "=",
-                                                  "\xC3\xA4",
-                                                  "  ",
-                                                  "opencv-matrix",
-                                                  "</opencv_storage>",
-                                                  ",",
-                                                  ":",
-                                                  "-",
-                                                  "!!str ",
-                                                  "\t",
-                                                  "?"};
-constexpr std::array<std::string_view, 14> numbers{"0",    "-1",   "+7",   "2147483648", "1.5",  "-.5",     "1.",
-                                                   "1e-3", "0x1F", ".Inf", "-.inf",      ".NaN", "1.e+300", "-0."};
-
-class Writer {
+class Writer : DocumentParts {
 public:
-  explicit Writer(unsigned int seed) : m_random(seed), m_lineEnd(chance(5) ? "\r\n" : "\n") {}
+  explicit Writer(unsigned int seed) : DocumentParts(seed), m_lineEnd(chance(5) ? "\r\n" : "\n") {}
 
   std::string yaml() {
     m_text = std::string(chance(8) ? "%YAML 1.2" : "%YAML:1.0") + m_lineEnd;
@@ -141,7 +85,7 @@ public:
       const std::string key = name() + std::to_string(k);
       switch (below(5)) {
         case 0:
-          storage << key << static_cast<int>(m_random());
+          storage << key << anyInt();
           break;
         case 1:
           storage << key << "x" + junk(format == 1 ? "\n\r\t" : "\n");
@@ -165,59 +109,6 @@ public:
   }
 
 private:
-  std::size_t below(std::size_t limit) { return m_random() % limit; }
-  bool chance(std::size_t oneIn) { return below(oneIn) == 0; }
-  static std::string blanks(std::size_t count) { return std::string(count, ' '); }
-
-  // Odd text without any of some characters.
-  std::string junk(std::string_view without) {
-    std::string text;
-    for (std::size_t k = below(7); k > 0; --k) {
-      const std::string piece = chance(3) ? name() : std::string(pieces[below(pieces.size())]);
-      if (piece.find_first_of(without) == std::string::npos) {
-        text += piece;
-      }
-    }
-    return text;
-  }
-
-  std::string name() {
-    constexpr std::string_view first = "ABCxyz";
-    constexpr std::string_view others = "abcXYZ019_-";
-    std::string text(1, first[below(first.size())]);
-    for (std::size_t k = below(9); k > 0; --k) {
-      text += others[below(others.size())];
-    }
-    return text;
-  }
-
-  std::string number() { return std::string(numbers[below(numbers.size())]); }
-
-  static std::string base64(const std::string& bytes) {
-    constexpr std::string_view digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string text;
-    for (std::size_t k = 0; k < bytes.size(); k += 3) {
-      std::uint32_t bits = 0;
-      for (std::size_t j = 0; j < 3; ++j) {
-        bits = bits << 8 | (k + j < bytes.size() ? static_cast<unsigned char>(bytes[k + j]) : 0U);
-      }
-      for (std::size_t j = 0; j < 4; ++j) {
-        text += k + j > bytes.size() ? '=' : digits[bits >> (18 - 6 * j) & 63U];
-      }
-    }
-    return text;
-  }
-
-  std::string elements() {
-    constexpr std::array<std::string_view, 9> types{"d", "f", "u", "2if", "3d", "ui", "h", "cws", "d d"};
-    std::string bytes(types[below(types.size())]);
-    bytes.resize(24, ' ');
-    for (std::size_t k = below(60); k > 0; --k) {
-      bytes += static_cast<char>(m_random());
-    }
-    return base64(bytes);
-  }
-
   std::string finish() {
     if (chance(5) && m_text.ends_with('\n')) {
       m_text.pop_back();
@@ -467,7 +358,6 @@ private:
     }
   }
 
-  std::minstd_rand m_random;
   std::string m_lineEnd;
   std::string m_text;
 };
@@ -483,29 +373,28 @@ std::string randomDocument(Syntax syntax, unsigned int seed) {
 }
 
 std::string changedDocument(const std::string& document, unsigned int seed) {
-  std::minstd_rand random(seed + 1);
-  const auto below = [&random](std::size_t limit) { return random() % limit; };
+  DocumentParts parts(seed + 1);
   std::string text = document;
-  for (std::size_t changes = 1 + below(3); changes > 0 && !text.empty(); --changes) {
-    const std::size_t at = below(text.size());
-    switch (below(7)) {
+  for (std::size_t changes = 1 + parts.below(3); changes > 0 && !text.empty(); --changes) {
+    const std::size_t at = parts.below(text.size());
+    switch (parts.below(7)) {
       case 0:
-        text.erase(at, 1 + below(6));
+        text.erase(at, 1 + parts.below(6));
         break;
       case 1:
         text.resize(at);
         break;
       case 2:
-        text[at] = static_cast<char>(1 + below(255));
+        text[at] = static_cast<char>(1 + parts.below(255));
         break;
       case 3:
-        text.insert(at, text.substr(below(text.size()), below(40)));
+        text.insert(at, text.substr(parts.below(text.size()), parts.below(40)));
         break;
       case 4:
         text.insert(at, "\n");
         break;
       default:
-        text.insert(at, pieces[below(pieces.size())]);
+        text.insert(at, parts.piece());
     }
   }
   return text;
