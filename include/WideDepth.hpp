@@ -44,6 +44,12 @@ struct WideDepthCalibration {
   /// message of one line, if the file is missing, malformed or incomplete.
   STEREO_CAMERA_EXPORT static WideDepthCalibration load(const std::string& file);
 
+  /// Deep copies of both eyes' matrices as `StereoCamera::getCalibParams` returns them: K, D, xi, R, translation,
+  /// further ones ignored. Of a camera that was never started, since the start scales them. Throws cv::Exception for
+  /// fewer.
+  STEREO_CAMERA_EXPORT static WideDepthCalibration from(const std::vector<cv::Mat>& left,
+                                                        const std::vector<cv::Mat>& right);
+
   cv::Mat leftIntrinsic;     ///< 3 x 3, pixels of a raw frame `frameWidth` pixels wide
   cv::Mat leftDistortion;    ///< 1 x 4: k1, k2, p1, p2
   cv::Mat leftXi;            ///< 1 x 1

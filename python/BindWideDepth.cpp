@@ -41,8 +41,7 @@ WideDepthCalibration calibrationOf(StereoCamera& camera) {
   std::vector<cv::Mat> right;
   camera.StereoCamera::getCalibParams(left, false);
   camera.StereoCamera::getCalibParams(right, true);
-  return {left[0].clone(),  left[1].clone(),  left[2].clone(),  left[3].clone(), right[0].clone(),
-          right[1].clone(), right[2].clone(), right[3].clone(), left[4].clone()};
+  return WideDepthCalibration::from(left, right);
 }
 
 std::unique_ptr<GuardedWideDepth> make(const py::object& calibration, const py::object& eye, const py::object& size,

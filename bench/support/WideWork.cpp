@@ -30,7 +30,8 @@ wide::Camera camera() {
 }  // namespace
 
 WideWork::WideWork(const cv::Size& size, int threads)
-    : m_depth(wide::calibrationOf(camera()), camera().eye, optionsOf(taskOf(size), threads)) {
+    : m_depth(WideDepthCalibration::from(camera().params[0], camera().params[1]), camera().eye,
+              optionsOf(taskOf(size), threads)) {
   const wide::View view = taskOf(size).view;
   // The same for every size, without the truth of this one.
   static const wide::Sample sample = wide::SampleCache("").sample(wide::tuningScenes()[0], wide::allCases()[0], {});

@@ -10,7 +10,7 @@ namespace {
 class WideDepthEngine : public Engine {
 public:
   WideDepthEngine(const Camera& camera, const WideDepthOptions& options, const View& view)
-      : m_depth(calibrationOf(camera), camera.eye, options) {
+      : m_depth(WideDepthCalibration::from(camera.params[0], camera.params[1]), camera.eye, options) {
     if (cv::norm(m_depth.rays(), view.rays(), cv::NORM_INF) > 1e-5) {
       throw std::logic_error("the rays of stereo::WideDepth are not those of the judge");
     }
@@ -27,22 +27,6 @@ private:
 };
 
 }  // namespace
-
-WideDepthCalibration calibrationOf(const Camera& camera) {
-  const std::vector<cv::Mat>& left = camera.params[0];
-  const std::vector<cv::Mat>& right = camera.params[1];
-  WideDepthCalibration calibration;
-  calibration.leftIntrinsic = left[0];
-  calibration.leftDistortion = left[1];
-  calibration.leftXi = left[2];
-  calibration.leftRotation = left[3];
-  calibration.rightIntrinsic = right[0];
-  calibration.rightDistortion = right[1];
-  calibration.rightXi = right[2];
-  calibration.rightRotation = right[3];
-  calibration.translation = right[4];
-  return calibration;
-}
 
 WideDepthOptions optionsOf(const Task& task) {
   WideDepthOptions options;

@@ -7,7 +7,6 @@
 
 namespace stereo::wide {
 
-WideDepthCalibration calibrationOf(const Camera& camera);
 WideDepthOptions optionsOf(const Task& task);
 
 }  // namespace stereo::wide

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Reads a calibration file for wide depth.
+// The calibration for wide depth, from a file or a camera.
 #include <memory>
 
 #include "WideDepth.hpp"
@@ -44,6 +44,23 @@ WideDepthCalibration WideDepthCalibration::load(const std::string& file) {
       refuse((std::string(value.key) + " is missing").c_str());
     }
   }
+  return calibration;
+}
+
+WideDepthCalibration WideDepthCalibration::from(const std::vector<cv::Mat>& left, const std::vector<cv::Mat>& right) {
+  if (left.size() < 5 || right.size() < 5) {
+    CV_Error(cv::Error::StsBadArg, "an eye's calibration has five matrices: K, D, xi, R, translation");
+  }
+  WideDepthCalibration calibration;
+  calibration.leftIntrinsic = left[0].clone();
+  calibration.leftDistortion = left[1].clone();
+  calibration.leftXi = left[2].clone();
+  calibration.leftRotation = left[3].clone();
+  calibration.rightIntrinsic = right[0].clone();
+  calibration.rightDistortion = right[1].clone();
+  calibration.rightXi = right[2].clone();
+  calibration.rightRotation = right[3].clone();
+  calibration.translation = left[4].clone();
   return calibration;
 }
 

@@ -24,17 +24,7 @@ WideDepthCalibration calibrationOf(StereoCamera& camera) {
   std::vector<cv::Mat> right;
   camera.getCalibParams(left, false);
   camera.getCalibParams(right, true);
-  WideDepthCalibration calibration;
-  calibration.leftIntrinsic = left[0].clone();
-  calibration.leftDistortion = left[1].clone();
-  calibration.leftXi = left[2].clone();
-  calibration.leftRotation = left[3].clone();
-  calibration.rightIntrinsic = right[0].clone();
-  calibration.rightDistortion = right[1].clone();
-  calibration.rightXi = right[2].clone();
-  calibration.rightRotation = right[3].clone();
-  calibration.translation = left[4].clone();
-  return calibration;
+  return WideDepthCalibration::from(left, right);
 }
 
 WideDepthOptions engineOptions(const WideOptions& options) {

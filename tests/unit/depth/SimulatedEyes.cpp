@@ -34,19 +34,7 @@ cv::Mat SimulatedEyes::seen(const cv::Mat& rays, double time) const {
 }
 
 WideDepthCalibration SimulatedEyes::calibration() const {
-  const std::vector<cv::Mat> left = m_rig.calibParams(false);
-  const std::vector<cv::Mat> right = m_rig.calibParams(true);
-  WideDepthCalibration calibration;
-  calibration.leftIntrinsic = left[0];
-  calibration.leftDistortion = left[1];
-  calibration.leftXi = left[2];
-  calibration.leftRotation = left[3];
-  calibration.rightIntrinsic = right[0];
-  calibration.rightDistortion = right[1];
-  calibration.rightXi = right[2];
-  calibration.rightRotation = right[3];
-  calibration.translation = left[4];
-  return calibration;
+  return WideDepthCalibration::from(m_rig.calibParams(false), m_rig.calibParams(true));
 }
 
 WideDepthOptions smallView() {
