@@ -54,6 +54,60 @@ STEREO_CAMERA_ALWAYS_INLINE void halveBody(const std::uint16_t* __restrict sampl
 
 STEREO_CAMERA_KERNEL(halve, (const std::uint16_t* samples, int width, std::uint16_t* halves), (samples, width, halves))
 
+// Four pixels about each sample, two a word: the left one in the low bytes.
+constexpr int chunk = 512;
+struct Around {
+  std::uint16_t above[chunk];
+  std::uint16_t below[chunk];
+};
+
+STEREO_CAMERA_ALWAYS_INLINE void mixGrayBody(const Around& around, const std::uint8_t* __restrict right,
+                                             const std::uint8_t* __restrict lower, int count,
+                                             std::uint16_t* __restrict samples) {
+  for (int k = 0; k < count; ++k) {
+    const int above = (around.above[k] & 255) * (128 - right[k]) + (around.above[k] >> 8) * right[k];
+    const int below = (around.below[k] & 255) * (128 - right[k]) + (around.below[k] >> 8) * right[k];
+    samples[k] = static_cast<std::uint16_t>((above * (128 - lower[k]) + below * lower[k] + 512) >> 10);
+  }
+}
+
+STEREO_CAMERA_KERNEL(mixGray,
+                     (const Around& around, const std::uint8_t* right, const std::uint8_t* lower, int count,
+                      std::uint16_t* samples),
+                     (around, right, lower, count, samples))
+
+// Four pixels about each sample: blue, green and red in the low bytes.
+struct ColorAround {
+  std::uint32_t aboveLeft[chunk];
+  std::uint32_t aboveRight[chunk];
+  std::uint32_t belowLeft[chunk];
+  std::uint32_t belowRight[chunk];
+};
+
+STEREO_CAMERA_ALWAYS_INLINE void mixColorBody(const ColorAround& around, const std::uint8_t* __restrict right,
+                                              const std::uint8_t* __restrict lower, const std::uint8_t* __restrict seen,
+                                              int count, int channel, std::uint8_t* __restrict mixed) {
+  for (int k = 0; k < count; ++k) {
+    const auto of = [channel](std::uint32_t pixel) { return static_cast<int>(pixel >> (8 * channel) & 255U); };
+    const int above = of(around.aboveLeft[k]) * (128 - right[k]) + of(around.aboveRight[k]) * right[k];
+    const int below = of(around.belowLeft[k]) * (128 - right[k]) + of(around.belowRight[k]) * right[k];
+    const int mean = (above * (128 - lower[k]) + below * lower[k] + 8192) >> 14;
+    mixed[k] = static_cast<std::uint8_t>(mean & seen[k]);
+  }
+}
+
+STEREO_CAMERA_KERNEL(mixColor,
+                     (const ColorAround& around, const std::uint8_t* right, const std::uint8_t* lower,
+                      const std::uint8_t* seen, int count, int channel, std::uint8_t* mixed),
+                     (around, right, lower, seen, count, channel, mixed))
+
+// The low byte is the first one on every processor.
+std::uint16_t pairAt(const std::uint8_t* at) { return static_cast<std::uint16_t>(at[0] | at[1] << 8); }
+std::uint32_t wordAt(const std::uint8_t* at) {
+  return static_cast<std::uint32_t>(at[0]) | static_cast<std::uint32_t>(at[1]) << 8 |
+         static_cast<std::uint32_t>(at[2]) << 16 | static_cast<std::uint32_t>(at[3]) << 24;
+}
+
 // Bits of up to eight neighbors. `rows` point to the pixel, `shift` are columns.
 struct Neighbors {
   const std::uint16_t* from[8];
@@ -102,15 +156,17 @@ void smoothGray(const cv::Mat& image, int from, int to, std::uint8_t* gray, std:
 
 void sampleGray(const SampleMap& map, const std::uint8_t* gray, std::ptrdiff_t stride, int from, int to,
                 std::uint16_t* samples) {
-  const auto first = static_cast<std::size_t>(from) * static_cast<std::size_t>(map.width);
-  const auto last = static_cast<std::size_t>(to) * static_cast<std::size_t>(map.width);
-  for (std::size_t k = first; k < last; ++k) {
-    const std::uint8_t* const at = gray + map.offset[k];
-    const int right = map.right[k];
-    const int lower = map.lower[k];
-    const int above = at[0] * (128 - right) + at[1] * right;
-    const int below = at[stride] * (128 - right) + at[stride + 1] * right;
-    samples[k] = static_cast<std::uint16_t>((above * (128 - lower) + below * lower + 512) >> 10);
+  const auto last = static_cast<std::ptrdiff_t>(to) * map.width;
+  Around around;
+  for (auto first = static_cast<std::ptrdiff_t>(from) * map.width; first < last; first += chunk) {
+    const int count = static_cast<int>(std::min<std::ptrdiff_t>(chunk, last - first));
+    const std::int32_t* const offset = map.offset.data() + first;
+    for (int k = 0; k < count; ++k) {
+      const std::uint8_t* const at = gray + offset[k];
+      around.above[k] = pairAt(at);
+      around.below[k] = pairAt(at + stride);
+    }
+    mixGray(around, map.right.data() + first, map.lower.data() + first, count, samples + first);
   }
 }
 
@@ -118,25 +174,38 @@ void sampleColor(const SampleMap& map, const cv::Mat& image, int from, int to, c
   const int channels = image.channels();
   const auto stride = static_cast<std::ptrdiff_t>(image.step);
   const std::ptrdiff_t gap = stride - static_cast<std::ptrdiff_t>(image.cols) * channels;  // after each row
+  ColorAround around;
+  std::uint8_t mixed[3][chunk];
   for (int row = from; row < to; ++row) {
-    std::uint8_t* const out = view.ptr(row);
-    const std::size_t first = static_cast<std::size_t>(row) * static_cast<std::size_t>(map.width);
-    for (int x = 0; x < map.width; ++x) {
-      const std::size_t k = first + static_cast<std::size_t>(x);
-      std::uint8_t* const pixel = out + 3 * static_cast<std::ptrdiff_t>(x);
-      if (map.seen[k] == 0) {
-        pixel[0] = pixel[1] = pixel[2] = 0;
-        continue;
+    for (int column = 0; column < map.width; column += chunk) {
+      const std::ptrdiff_t first = static_cast<std::ptrdiff_t>(row) * map.width + column;
+      const int count = std::min(chunk, map.width - column);
+      const std::uint8_t* const seen = map.seen.data() + first;
+      for (int k = 0; k < count; ++k) {
+        const std::ptrdiff_t offset = seen[k] != 0 ? map.offset[static_cast<std::size_t>(first + k)] : 0;
+        const std::uint8_t* const at = image.data + offset * channels + (gap == 0 ? 0 : gap * (offset / image.cols));
+        if (channels == 3) {
+          // The right pixel's bytes are the last of six: the image may end with them.
+          around.aboveLeft[k] = wordAt(at);
+          around.aboveRight[k] = wordAt(at + 2) >> 8;
+          around.belowLeft[k] = wordAt(at + stride);
+          around.belowRight[k] = wordAt(at + stride + 2) >> 8;
+        } else {
+          constexpr std::uint32_t thrice = 0x010101;
+          around.aboveLeft[k] = at[0] * thrice;
+          around.aboveRight[k] = at[1] * thrice;
+          around.belowLeft[k] = at[stride] * thrice;
+          around.belowRight[k] = at[stride + 1] * thrice;
+        }
       }
-      const std::uint8_t* const at = image.data + static_cast<std::ptrdiff_t>(map.offset[k]) * channels +
-                                     (gap == 0 ? 0 : gap * (map.offset[k] / image.cols));
-      const int right = map.right[k];
-      const int lower = map.lower[k];
-      for (int c = 0; c < 3; ++c) {
-        const std::uint8_t* const p = at + (channels == 3 ? c : 0);
-        const int above = p[0] * (128 - right) + p[channels] * right;
-        const int below = p[stride] * (128 - right) + p[stride + channels] * right;
-        pixel[c] = static_cast<std::uint8_t>((above * (128 - lower) + below * lower + 8192) >> 14);
+      std::uint8_t* const out = view.ptr(row) + 3 * static_cast<std::ptrdiff_t>(column);
+      for (int channel = 0; channel < 3; ++channel) {
+        mixColor(around, map.right.data() + first, map.lower.data() + first, seen, count, channel, mixed[channel]);
+      }
+      for (int k = 0; k < count; ++k) {
+        out[3 * k] = mixed[0][k];
+        out[3 * k + 1] = mixed[1][k];
+        out[3 * k + 2] = mixed[2][k];
       }
     }
   }
@@ -147,11 +216,11 @@ void halveRow(const std::uint16_t* samples, int width, std::uint16_t* halves) { 
 void census(const std::uint16_t* image, int width, int height, int from, int to, bool mirrored,
             std::uint8_t* const (&planes)[3]) {
   constexpr int reach = 2;
-  constexpr int chunk = 2048;
-  std::uint16_t lines[5][chunk + 2 * reach];
+  constexpr int piece = 2048;
+  std::uint16_t lines[5][piece + 2 * reach];
   for (int row = from; row < to; ++row) {
-    for (int first = 0; first < width; first += chunk) {
-      const int count = std::min(chunk, width - first);
+    for (int first = 0; first < width; first += piece) {
+      const int count = std::min(piece, width - first);
       for (int k = 0; k < 5; ++k) {
         const std::uint16_t* const source =
             image + static_cast<std::ptrdiff_t>(std::clamp(row + k - reach, 0, height - 1)) * width;
@@ -171,7 +240,7 @@ void census(const std::uint16_t* image, int width, int height, int from, int to,
         }
         std::uint8_t* const out = planes[plane] + static_cast<std::ptrdiff_t>(row) * width;
         if (mirrored) {
-          std::uint8_t bits[chunk];
+          std::uint8_t bits[piece];
           censusRow(lines[reach] + reach, neighbors, count, bits);
           std::reverse_copy(bits, bits + count, out + width - first - count);
         } else {
