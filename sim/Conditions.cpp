@@ -28,6 +28,8 @@ constexpr Condition conditionList[] = {
     {"things", 0, 500, true, [](Conditions& to, double value) { to.scenery.things = static_cast<int>(value); }},
     {"near-things", 0, 50, true, [](Conditions& to, double value) { to.scenery.nearThings = static_cast<int>(value); }},
     {"poles", 0, 100, true, [](Conditions& to, double value) { to.scenery.poles = static_cast<int>(value); }},
+    {"near-poles", 0, 100, true, [](Conditions& to, double value) { to.scenery.nearPoles = static_cast<int>(value); }},
+    {"plates", 0, 100, true, [](Conditions& to, double value) { to.scenery.plates = static_cast<int>(value); }},
     {"plain-walls", 0, 1, true, [](Conditions& to, double value) { to.scenery.plainWalls = value != 0.0; }},
     {"plain-things", 0, 100, false, [](Conditions& to, double value) { to.scenery.plainThings = value; }},
     {"plain-blend", 0, 100, false, [](Conditions& to, double value) { to.scenery.plain = value; }},
@@ -44,7 +46,7 @@ struct Named {
 constexpr Named namedList[] = {
     {"rich", "noise=2"},
     {"hard", "blur=1,noise=6,gain=10,contrast=0.5"},
-    {"plain", "noise=3,plain-walls=1,plain-things=40,plain-blend=90"},
+    {"plain", "noise=3,plain-walls=1,plain-things=40"},
 };
 
 void setOne(Conditions& conditions, const std::string& part) {

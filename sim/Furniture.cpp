@@ -104,6 +104,8 @@ constexpr std::uint32_t firstThing = 20000;
 constexpr std::uint32_t firstNearThing = 30000;
 constexpr std::uint32_t firstPole = 40000;
 constexpr std::uint32_t firstPlain = 50000;
+constexpr std::uint32_t firstNearPole = 60000;
+constexpr std::uint32_t firstPlate = 70000;
 
 cv::Vec3d drawDirection(Draws& draws, double mostOffAxisDegrees) {
   const double z = draws.between(std::cos(mostOffAxisDegrees * CV_PI / 180.0), 1.0);
@@ -153,6 +155,43 @@ Solid drawThing(Draws& draws, const cv::Vec3d& direction, double distance, doubl
   }
   thing.halfExtent = extent * (radius / cv::norm(extent));
   return thing;
+}
+
+struct Span {
+  double least;
+  double most;
+};
+
+/// An upright pole; `halfWidth` in meters.
+Solid drawPole(Draws& draws, const Span& away, const Span& halfWidth) {
+  const double aside = draws.between(-80, 80) * CV_PI / 180.0;
+  const double distance = draws.scaled(away.least, away.most);
+  const double width = draws.scaled(halfWidth.least, halfWidth.most);
+  const double pitch = draws.between(-5, 5);
+  const double roll = draws.between(-5, 5);
+  Solid pole;
+  pole.center = {distance * std::sin(aside), 0.0, distance * std::cos(aside)};
+  pole.halfExtent = {width, 2.0, width};
+  pole.rotation = turn(aside * 180.0 / CV_PI, pitch, roll);
+  pole.color = drawColor(draws);
+  return pole;
+}
+
+/// A plate that faces the eyes, more or less, with squares of 2 to 10 degrees.
+Solid drawPlate(Draws& draws) {
+  const cv::Vec3d direction = drawDirection(draws, 65.0);
+  const double distance = draws.scaled(0.15, 0.8);
+  const double yaw = std::atan2(direction[0], direction[2]) * 180.0 / CV_PI + draws.between(-25, 25);
+  const double pitch = -std::asin(direction[1]) * 180.0 / CV_PI + draws.between(-25, 25);
+  Solid plate;
+  plate.shape = Shape::panel;
+  plate.center = distance * direction;
+  plate.halfExtent = {distance * draws.between(0.2, 0.5), distance * draws.between(0.2, 0.5), 0.0};
+  plate.rotation = turn(yaw, pitch, draws.between(-10, 10));
+  plate.color = drawColor(draws);
+  plate.plain = 1.0;
+  plate.square = distance * draws.scaled(0.035, 0.17);
+  return plate;
 }
 
 }  // namespace
@@ -217,22 +256,20 @@ void applyScenery(const Scenery& scenery, std::uint32_t seed, std::vector<Solid>
   }
   for (int n = 0; n < scenery.poles; ++n) {
     Draws draws(seed, firstPole + static_cast<std::uint32_t>(n));
-    const double aside = draws.between(-80, 80) * CV_PI / 180.0;
-    const double distance = draws.scaled(0.4, 3.0);
-    const double width = draws.scaled(0.003, 0.012);
-    const double pitch = draws.between(-5, 5);
-    const double roll = draws.between(-5, 5);
-    Solid pole;
-    pole.center = {distance * std::sin(aside), 0.0, distance * std::cos(aside)};
-    pole.halfExtent = {width, 2.0, width};
-    pole.rotation = turn(aside * 180.0 / CV_PI, pitch, roll);
-    pole.color = drawColor(draws);
-    solids.push_back(pole);
+    solids.push_back(drawPole(draws, {0.4, 3.0}, {0.003, 0.012}));
+  }
+  for (int n = 0; n < scenery.nearPoles; ++n) {
+    Draws draws(seed, firstNearPole + static_cast<std::uint32_t>(n));
+    solids.push_back(drawPole(draws, {0.15, 0.4}, {0.002, 0.015}));
+  }
+  for (int n = 0; n < scenery.plates; ++n) {
+    Draws draws(seed, firstPlate + static_cast<std::uint32_t>(n));
+    solids.push_back(drawPlate(draws));
   }
   for (std::size_t i = 0; i < solids.size(); ++i) {
     const double drawn = 100.0 * unitNumber(mixBits(seed, firstPlain), static_cast<std::uint32_t>(i));
     if (i == 0 ? scenery.plainWalls : drawn < scenery.plainThings) {
-      solids[i].plain = 0.01 * scenery.plain;
+      solids[i].plain = std::max(solids[i].plain, 0.01 * scenery.plain);
     }
   }
 }

@@ -120,6 +120,13 @@ cv::Vec3d normalOf(const Solid& solid, int face, const cv::Vec3d& local) {
   return solid.rotation * normal;
 }
 
+// Mean over `width` about x of a wave that is 1 and -1 in turn, over a length of 1 each.
+double squareWave(double x, double width) {
+  // Its integral rises and falls by turns.
+  const auto integral = [](double at) { return 1.0 - std::abs(std::fmod(std::fmod(at, 2.0) + 2.0, 2.0) - 1.0); };
+  return (integral(x + 0.5 * width) - integral(x - 0.5 * width)) / width;
+}
+
 }  // namespace
 
 SceneSnapshot::SceneSnapshot(std::vector<Solid> solids, std::uint32_t seed)
@@ -182,6 +189,12 @@ cv::Vec3b SceneSnapshot::color(const Hit& hit, const cv::Vec3d& viewer, double p
   cv::Vec3f base = m_solids[index].color;
   for (std::uint32_t c = 0; c < 3; ++c) {
     base[static_cast<int>(c)] *= static_cast<float>(0.8 + 0.4 * unitNumber(seed + 1, 4 * face + c));
+  }
+  if (const double square = m_solids[index].square; square > 0.0) {
+    constexpr double contrast = 0.6;
+    const double footprint = pixelAngle * spread;
+    base *= static_cast<float>(1.0 + contrast * squareWave(hit.local[0] / square, footprint / square) *
+                                         squareWave(hit.local[1] / square, footprint / square));
   }
   cv::Vec3f tone = textureColor(hit.local, pixelAngle * spread, coarsestAngle * spread, base, seed);
   if (const auto plain = static_cast<float>(m_solids[index].plain); plain > 0.0F) {

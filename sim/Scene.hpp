@@ -26,6 +26,7 @@ struct Solid {
   double phase = 0.0;                         ///< radians
   cv::Vec3f color{0.5F, 0.5F, 0.5F};          ///< mean blue, green, red, 0 to 1
   double plain = 0.0;                         ///< how far the texture is blended to the mean color, 0 to 1
+  double square = 0.0;  ///< above 0, of panels: edge of the squares of a checkered pattern, meters
 };
 
 /// First intersection of a ray with the scene.
@@ -67,6 +68,8 @@ struct Scenery {
   int things = 0;            ///< above 0: a random room with so many boxes, spheres and panels, from 0.1 m on
   int nearThings = 0;        ///< further things with surfaces 0.05 to 0.09 m from the left eye
   int poles = 0;             ///< thin upright poles 0.4 to 3 m away
+  int nearPoles = 0;         ///< upright poles 0.15 to 0.4 m away, 4 to 30 mm thick
+  int plates = 0;            ///< checkered plates without any other texture, 0.15 to 0.8 m away
   bool plainWalls = false;   ///< whether walls, floor and ceiling are plain
   double plainThings = 0.0;  ///< percent of the things that are plain
   double plain = 90.0;       ///< how far plain surfaces are blended to one color, percent

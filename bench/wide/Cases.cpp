@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "bench/wide/Cases.hpp"
 
+#include <utility>
+
 namespace stereo::wide {
 
 namespace {
@@ -18,9 +20,11 @@ void addScenes(std::vector<SceneOfRig>& scenes, const sim::Rig::Options& rig, st
 
 std::vector<Case> allCases() {
   std::vector<Case> cases;
-  for (const char* const name : {"rich", "hard", "plain", "poles"}) {
-    const bool isPoles = std::string(name) == "poles";
-    cases.push_back({name, sim::parseConditions(isPoles ? "rich,poles=10" : name)});
+  for (const auto& [name, conditions] :
+       {std::pair("rich", "rich"), std::pair("hard", "hard"), std::pair("plain", "plain"),
+        std::pair("poles", "rich,poles=10"), std::pair("near-poles", "rich,near-poles=6"),
+        std::pair("repeats", "rich,plates=5")}) {
+    cases.push_back({name, sim::parseConditions(conditions)});
     cases.back().conditions.scenery.things = thingsOfRoom;
   }
   return cases;

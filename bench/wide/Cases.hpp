@@ -17,7 +17,7 @@ struct Case {
   sim::Conditions conditions;
 };
 
-/// rich, hard and plain, and poles: rich with thin poles.
+/// rich, hard and plain, and rich with thin poles, with poles at arm's length, and with checkered plates.
 std::vector<Case> allCases();
 
 /// One random still room, seen by one rig.

@@ -37,9 +37,9 @@ void addOptions(CLI::App& program, Options& options) {
   program.add_flag("--peers", options.peers, "Only the peers")->excludes("--engine");
   program.add_flag("--final", options.final, "Scenes and rigs that no engine was tuned on");
   program.add_flag("--quick", options.quick, "Four scenes of each case");
-  program.add_option("--case", options.cases, "Only these cases: rich, hard, plain, poles, none")
+  program.add_option("--case", options.cases, "Only these cases: rich, hard, plain, poles, near-poles, repeats, none")
       ->delimiter(',')
-      ->check(CLI::IsMember({"rich", "hard", "plain", "poles", "none"}));
+      ->check(CLI::IsMember({"rich", "hard", "plain", "poles", "near-poles", "repeats", "none"}));
   program.add_flag("--rows", options.rows, "Also calibrations that are off by rows, without and with self-calibration");
   program.add_option("--data", options.data, "Also recorded frames: a folder with boards/ and robot/")
       ->type_name("DIR")

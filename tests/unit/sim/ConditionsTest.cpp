@@ -32,8 +32,8 @@ SceneSnapshot roomWith(std::uint32_t seed, const Scenery& scenery) {
 
 TEST(Conditions, TextSetsEveryValue) {
   const Conditions all = parseConditions(
-      "blur=1.5,noise=3,gain=-10,contrast=0.5,things=20,near-things=2,poles=4,plain-walls=1,plain-things=30,"
-      "plain-blend=80,rows=0.5,yaw=-0.25,pitch=0.125");
+      "blur=1.5,noise=3,gain=-10,contrast=0.5,things=20,near-things=2,poles=4,near-poles=3,plates=5,"
+      "plain-walls=1,plain-things=30,plain-blend=80,rows=0.5,yaw=-0.25,pitch=0.125");
   EXPECT_EQ(all.picture.blur, 1.5);
   EXPECT_EQ(all.picture.noise, 3.0);
   EXPECT_EQ(all.picture.gain, -10.0);
@@ -41,6 +41,8 @@ TEST(Conditions, TextSetsEveryValue) {
   EXPECT_EQ(all.scenery.things, 20);
   EXPECT_EQ(all.scenery.nearThings, 2);
   EXPECT_EQ(all.scenery.poles, 4);
+  EXPECT_EQ(all.scenery.nearPoles, 3);
+  EXPECT_EQ(all.scenery.plates, 5);
   EXPECT_TRUE(all.scenery.plainWalls);
   EXPECT_EQ(all.scenery.plainThings, 30.0);
   EXPECT_EQ(all.scenery.plain, 80.0);
@@ -137,6 +139,33 @@ TEST(Conditions, PlainSurfacesLoseTheirTextureAndKeepTheirColor) {
   }
   EXPECT_LT(deviation[1][0], 0.2 * deviation[0][0]);
   EXPECT_NEAR(mean[1][0], mean[0][0], 30.0) << "the same color, but for the texture's own mean";
+}
+
+TEST(Conditions, PlatesAreCheckeredAndNearPolesNear) {
+  const std::size_t before = roomWith(1, {}).solids().size();
+  const SceneSnapshot room = roomWith(1, {.nearPoles = 3, .plates = 4});
+  ASSERT_EQ(room.solids().size(), before + 7);
+  for (std::size_t i = before; i < before + 3; ++i) {
+    EXPECT_GT(test::distanceTo(room.solids()[i], false, {0, 0, 0}), 0.1);
+    EXPECT_LT(test::distanceTo(room.solids()[i], false, {0, 0, 0}), 0.4);
+    EXPECT_LE(room.solids()[i].halfExtent[0], 0.015);
+  }
+  for (std::size_t i = before + 3; i < before + 7; ++i) {
+    const Solid& plate = room.solids()[i];
+    ASSERT_GT(plate.square, 0.0);
+    // Half the plate is bright; colors change to the next square, and not to the one after it.
+    const auto brightness = [&](double x, double y) {
+      const cv::Vec3d local(x * plate.square, y * plate.square, 0.0);
+      const cv::Vec3d point = plate.rotation * local + plate.center;
+      const Hit hit{cv::norm(point), static_cast<int>(6 * i), point, local, cv::normalize(plate.center)};
+      return static_cast<int>(room.color(hit, {0, 0, 0}, 1e-4)[1]);
+    };
+    EXPECT_GT(std::abs(brightness(0.5, 0.5) - brightness(1.5, 0.5)), 50);
+    EXPECT_GT(std::abs(brightness(0.5, 0.5) - brightness(0.5, -0.5)), 50);
+    EXPECT_NEAR(brightness(0.5, 0.5), brightness(1.5, 1.5), 2);
+    EXPECT_NEAR(brightness(0.5, 0.5), brightness(-1.5, 0.5), 2);
+    EXPECT_NEAR(2 * brightness(1.0, 0.5), brightness(0.5, 0.5) + brightness(1.5, 0.5), 6);
+  }
 }
 
 TEST(Conditions, PolesAreThinAndUpright) {
