@@ -19,6 +19,8 @@ constexpr int stripRows = 16;
 constexpr int matchRows = 200;  // of a strip that is matched by itself: fixed, since the strips show in the result
 constexpr int warmRows = 16;    // before a strip
 constexpr int refinePasses = 2;
+constexpr int rivalStep = 4;              // pixels between samples of texture that repeats
+constexpr int rivalShare = 66;            // percent of them
 constexpr double columnsPerDegree = 2.6;  // of the grid: finer ones show the eyes' pixels, not more detail
 
 [[noreturn]] void refuse(const char* why) { CV_Error(cv::Error::StsBadArg, why); }
@@ -73,6 +75,7 @@ WideDepth::Engine::Engine(const WideDepthCalibration& calibration, cv::Size eye,
       m_ranges(m_view, m_eyes.baseline, options.nearest, options.farthest),
       m_rays(unitRays(m_view)),
       m_speckFinder(m_grid.width, m_grid.height),
+      m_repeats(m_size, rivalStep, rivalShare, 0),
       m_nearGuard(m_size),
       m_rowFit(m_grid, m_eyes.eyes[1]) {
   const int W = m_size.width;
@@ -114,7 +117,7 @@ WideDepth::Engine::Engine(const WideDepthCalibration& calibration, cv::Size eye,
     m_pastDisparity.create(W, H, noDisparity);
     m_pastWeight.create(W, H, 0.0F);
   }
-  for (auto* image : {&m_marks, &m_wideMarks, &m_states}) {
+  for (auto* image : {&m_marks, &m_wideMarks, &m_repeatMarks, &m_states}) {
     image->assign(total, 0);
   }
 }
@@ -160,10 +163,11 @@ void WideDepth::Engine::compute(const cv::Mat& leftEye, const cv::Mat& rightEye,
   provide(out);
   filter(leftEye, out.view);
   withholdImpossible(leftEye, rightEye);
-  report(out);
   if (m_options.selfCalibrate) {
-    calibrateRows();
+    calibrateRows();  // rows can be told from texture that repeats as from any other
   }
+  drop(0, m_size.height, m_repeatMarks, RangeState::inconsistent);
+  report(out);
 }
 
 void WideDepth::Engine::reset() {
@@ -239,7 +243,7 @@ void WideDepth::Engine::match() {
                          {m_right.census[0].data(), m_right.census[1].data(), m_right.census[2].data()},
                          m_besidePenalty.data(),
                          m_abovePenalty.data()};
-  const MatchOutput output{m_matched.data(), m_flags.data()};
+  const MatchOutput output{m_matched.data(), m_flags.data(), m_repeats.output()};
   const auto strips = static_cast<int>(m_scratch.size());
   forTasks(strips, threads(), [&](int strip) {
     const int from = m_size.height * strip / strips;
@@ -284,6 +288,8 @@ void WideDepth::Engine::refine() {
   input.rightWidth = m_right.map.width;
   input.rightFirst = 2 * m_size.disparities;
   constexpr float like = 1.0F;  // columns
+  constexpr WindowStep rough{4, 2};
+  constexpr WindowStep fine{2, 1};
   const auto forRows = [&](const auto& work) { forStrips(m_size.height, stripRows, threads(), work); };
   for (int pass = 0; pass < refinePasses; ++pass) {
     forRows([&](int from, int to) {
@@ -292,7 +298,7 @@ void WideDepth::Engine::refine() {
     std::swap(m_disparity, m_refined.disparity);
     forRows([&](int from, int to) { refineTerms(input, from, to, m_disparity, m_terms); });
     forRows([&](int from, int to) {
-      refineSolve(input, from, to, m_disparity, m_terms, like, pass == 0 ? 4 : 2, m_refined);
+      refineSolve(input, from, to, m_disparity, m_terms, like, pass == 0 ? rough : fine, m_refined);
     });
     std::swap(m_disparity, m_refined.disparity);
   }

@@ -12,6 +12,7 @@
 #include "src/depth/NearGuard.hpp"
 #include "src/depth/Range.hpp"
 #include "src/depth/Refine.hpp"
+#include "src/depth/Repeats.hpp"
 #include "src/depth/RowFit.hpp"
 
 namespace stereo {
@@ -86,8 +87,10 @@ private:
   depth::Plane m_pastWeight;
   std::vector<std::uint8_t> m_marks;
   std::vector<std::uint8_t> m_wideMarks;
+  std::vector<std::uint8_t> m_repeatMarks;
   std::vector<std::uint8_t> m_states;
   depth::SpeckFinder m_speckFinder;
+  depth::RepeatFinder m_repeats;
   depth::NearGuard m_nearGuard;
   depth::RowFit m_rowFit;
 };

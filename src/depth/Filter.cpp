@@ -11,6 +11,8 @@ namespace stereo::depth {
 namespace {
 
 constexpr int maxWidth = 4096;    // of a disparity image
+constexpr int mostMarked = 30;    // percent of a surface
+constexpr int leastEnd = 20;      // percent of the strip where a surface ends
 constexpr int widestReach = 512;  // columns that a disparity may span: more than any search
 
 // Largest value of the columns [-border, width + border) within `reach` rows; values below `least` do not count.
@@ -85,6 +87,7 @@ SpeckFinder::SpeckFinder(int width, int height)
     : m_width(width), m_height(height), m_labels(static_cast<std::size_t>(width) * static_cast<std::size_t>(height)) {
   m_parents.reserve(m_labels.size());
   m_sizes.reserve(m_labels.size());
+  m_doubts.reserve(m_labels.size());
 }
 
 int SpeckFinder::root(int label) {
@@ -136,9 +139,65 @@ void SpeckFinder::find(const Plane& disparity, float step, int least, std::uint8
       ++m_sizes[static_cast<std::size_t>(label)];
     }
   }
+  for (std::size_t label = 0; label < m_parents.size(); ++label) {
+    m_parents[label] = root(static_cast<int>(label));
+    m_sizes[label] = m_sizes[static_cast<std::size_t>(m_parents[label])];
+  }
   const std::size_t total = m_labels.size();
   for (std::size_t k = 0; k < total; ++k) {
-    specks[k] = m_labels[k] >= 0 && m_sizes[static_cast<std::size_t>(root(m_labels[k]))] < least ? 255 : 0;
+    specks[k] = m_labels[k] >= 0 && m_sizes[static_cast<std::size_t>(m_labels[k])] < least ? 255 : 0;
+  }
+}
+
+void SpeckFinder::markRepeats(const RepeatFinder& repeats, std::uint8_t* marks) {
+  std::fill_n(marks, m_labels.size(), static_cast<std::uint8_t>(0));
+  m_doubts.assign(m_parents.size(), {});
+  const int step = repeats.step();
+  const int columns = repeats.lastMark() + 1;
+  bool any = false;
+  for (int row = 0; row < repeats.rows(); ++row) {
+    const std::uint8_t* const cells = repeats.row(row * step);
+    for (int column = 0; column < columns; ++column) {
+      const int label =
+          m_labels[static_cast<std::size_t>((row * step + step / 2) * m_width + column * step + step / 2)];
+      if (label < 0) {
+        continue;
+      }
+      Doubt& doubt = m_doubts[static_cast<std::size_t>(m_parents[static_cast<std::size_t>(label)])];
+      ++doubt.samples;
+      if (cells[column] != 0) {
+        ++doubt.marked;
+        doubt.periods += repeats.periodAt(row, column);
+        doubt.rows += doubt.lastRow != row + 1 ? 1 : 0;
+        doubt.lastRow = row + 1;
+        any = true;
+      }
+      doubt.ends += repeats.endsAt(row, column) ? 1 : 0;
+    }
+  }
+  if (!any) {
+    return;
+  }
+  for (Doubt& doubt : m_doubts) {
+    // Samples of a strip at the left edge, one period wide: seen from the right eye, something nearer by a period would
+    // reach beyond the surface there, so nothing but the matched disparity fits.
+    const int strip = doubt.marked > 0 ? doubt.rows * doubt.periods / (doubt.marked * step) : 0;
+    doubt.isSettled = doubt.ends * 100 > leastEnd * strip;
+    doubt.isWhole = !doubt.isSettled && doubt.marked * 100 > mostMarked * doubt.samples;
+  }
+  for (int row = 0; row < m_height; ++row) {
+    const std::uint8_t* const cells = repeats.row(row);
+    const std::ptrdiff_t line = static_cast<std::ptrdiff_t>(row) * m_width;
+    for (int cell = 0; cell < columns; ++cell) {
+      const int end = cell + 1 < columns ? (cell + 1) * step : m_width;
+      for (int x = cell * step; x < end; ++x) {
+        const int label = m_labels[static_cast<std::size_t>(line + x)];
+        if (label >= 0) {
+          const Doubt& doubt = m_doubts[static_cast<std::size_t>(m_parents[static_cast<std::size_t>(label)])];
+          marks[line + x] = doubt.isWhole || (cells[cell] != 0 && !doubt.isSettled) ? 255 : 0;
+        }
+      }
+    }
   }
 }
 

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "src/depth/Refine.hpp"
+#include "src/depth/Repeats.hpp"
 
 namespace stereo::depth {
 
@@ -35,14 +36,31 @@ public:
   /// Marks in `specks` (0 or 255) the pixels of surfaces smaller than `least`; pixels without disparity are not marked.
   void find(const Plane& disparity, float step, int least, std::uint8_t* specks);
 
+  /// Of the surfaces that were found last: marks in `marks` (0 or 255) the pixels where texture repeats, and all others
+  /// of a surface of which that is much. Not where the surface ends as only one with the matched disparity can.
+  void markRepeats(const RepeatFinder& repeats, std::uint8_t* marks);
+
 private:
+  // What samples of texture that repeats say of a surface.
+  struct Doubt {
+    std::int32_t samples = 0;
+    std::int32_t marked = 0;
+    std::int32_t periods = 0;  // sum over those
+    std::int32_t rows = 0;     // that have some
+    std::int32_t lastRow = 0;  // that has some, plus one
+    std::int32_t ends = 0;     // samples where something nearer would end
+    bool isSettled = false;    // there are enough of these
+    bool isWhole = false;      // all of it is in doubt
+  };
+
   int root(int label);
 
   int m_width;
   int m_height;
   std::vector<std::int32_t> m_labels;
-  std::vector<std::int32_t> m_parents;
-  std::vector<std::int32_t> m_sizes;
+  std::vector<std::int32_t> m_parents;  // once all are found, the first label of each one's surface
+  std::vector<std::int32_t> m_sizes;    // of a surface; once all are found, of each label's
+  std::vector<Doubt> m_doubts;          // of each surface
 };
 
 }  // namespace stereo::depth

@@ -18,6 +18,12 @@ constexpr std::uint8_t outside = 200;
 // Bytes after each column of costs, read as the neighbors of its last and of the next one's first.
 constexpr int gap = 32;
 
+// Costs around a sample: 24 bits of 9 columns of 2 rows, halved, are at most 216. Noise gives half of that.
+constexpr int aroundReach = 4;   // columns
+constexpr int worstMatch = 40;   // of a sample that says something: what noise hardly gives by chance
+constexpr int rivalMargin = 20;  // a rival may be worse by this and a quarter: it seldom falls on a whole column
+constexpr int leastRise = 20;    // of the costs between both, above what a rival may have
+
 #if STEREO_DEPTH_HAS_AVX2
 #define STEREO_DEPTH_LANES 32
 STEREO_DEPTH_AVX2_BEGIN
@@ -57,6 +63,8 @@ MatchScratch::MatchScratch(const MatchSize& size) {
   }
   const std::size_t row = static_cast<std::size_t>(size.width) * static_cast<std::size_t>(size.disparities);
   costs.assign(row, 0);
+  around.assign(row / 2, 0);  // samples are at least two columns apart
+  beyond.assign(static_cast<std::size_t>(size.disparities) + 2 * gap, 255);
   sums.assign(row, 0);
   prepareColumns(lines, 4, size.disparities);
   rightBest.assign(static_cast<std::size_t>(size.rightWidth()) + gap, 0);
@@ -72,6 +80,12 @@ void matchStrip(const MatchInput& input, int warm, int from, int to, MatchScratc
   for (int row = warm; row < to; ++row) {
     clearColumns(scratch.lines, 4, size.disparities);
     STEREO_DEPTH_CALL(forwardRow, input, row, scratch);
+    if (output.rivals.larger != nullptr) {
+      const int place = row % output.rivals.step - output.rivals.step / 2;
+      if (place == -1 || place == 0) {
+        STEREO_DEPTH_CALL(addAround, size, output.rivals.step, place < 0, scratch);
+      }
+    }
     if (row >= from) {
       STEREO_DEPTH_CALL(backwardRow, input, row, scratch, output);
     }

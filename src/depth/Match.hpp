@@ -32,10 +32,21 @@ struct MatchInput {
   const std::uint8_t* abovePenalty;   ///< P2 between a pixel and those above it, `width` a row
 };
 
+/// What else would fit at some pixels, by the costs around them alone: summed over nine columns and two rows. The paths
+/// decide among several disparities that fit, but where texture repeats they only carry on what began at its edge.
+struct RivalOutput {
+  int step = 0;                     ///< pixels between the samples, even; the first one is at half of that
+  int least = 0;                    ///< index of the smallest disparity that counts as larger
+  std::uint8_t* larger = nullptr;   ///< `disparities` bytes a sample: 1 at k if the disparity larger by about k fits as
+                                    ///< well, behind some that don't; at 0: whether the sample says anything
+  std::uint8_t* smaller = nullptr;  ///< the same for disparities smaller by k, without the byte at 0
+};
+
 /// What was found, `width` values a row.
 struct MatchOutput {
   std::int16_t* disparity;  ///< in 1/16 of a column
   std::uint8_t* flags;      ///< `MatchFlag`s
+  RivalOutput rivals = {};  ///< none without `larger`
 };
 
 enum MatchFlag : std::uint8_t {
@@ -52,6 +63,8 @@ public:
   std::vector<std::uint8_t> paths[3];  ///< from above left, above, above right: a column of costs for each pixel
   std::vector<std::uint8_t> least[3];  ///< their minima
   std::vector<std::uint8_t> costs;     ///< of a row
+  std::vector<std::uint8_t> around;    ///< costs about each sample, of two rows
+  std::vector<std::uint8_t> beyond;    ///< costs of a sample
   std::vector<std::uint8_t> sums;      ///< over the paths, of a row
   std::vector<std::uint8_t> lines;     ///< short-lived columns of costs
   std::vector<std::uint8_t> rightBest;

@@ -156,6 +156,84 @@ void forwardRow(const MatchInput& input, int row, MatchScratch& scratch) {
   }
 }
 
+// Adds half the costs over the columns about each sample to those of the row before.
+void addAround(const MatchSize& size, int step, bool isFirst, MatchScratch& scratch) {
+  const int count = size.disparities;
+  const int samples = size.width / step;
+  for (int k = 0; k < samples; ++k) {
+    const int x = k * step + step / 2;
+    const int first = x < aroundReach ? 0 : x - aroundReach;
+    const int last = x + aroundReach < size.width ? x + aroundReach : size.width - 1;
+    std::uint8_t* const around = scratch.around.data() + static_cast<std::ptrdiff_t>(k) * count;
+    for (int d = 0; d < count; d += lanes) {
+      const std::uint8_t* cost = scratch.costs.data() + static_cast<std::ptrdiff_t>(first) * count + d;
+      Bytes sum = load(cost);
+      for (int c = first; c < last; ++c) {
+        cost += count;
+        sum = sum + load(cost);
+      }
+      sum = shifted<1>(sum) & 0x7f;
+      store(around + d, isFirst ? sum : load(around + d) + sum);
+    }
+  }
+}
+
+// Costs of a sample `steps` steps from its own disparity: 255 for those before the costs have risen above what a rival
+// may have, for those before `least` steps, and for those that don't exist.
+inline void costsBeyond(const std::uint8_t* around, int step, int steps, int least, int rise, int count,
+                        std::uint8_t* beyond) {
+  int k = 1;
+  while (k <= steps && around[k * step] < rise) {
+    ++k;
+  }
+  k = k > least ? k : least;
+  std::memset(beyond, 255, static_cast<std::size_t>(count));
+  for (; k <= steps; ++k) {
+    beyond[k] = around[k * step];
+  }
+}
+
+// Which of these costs, or of those up to two or four steps from them, are below a bound.
+inline void markFitting(const std::uint8_t* beyond, int count, int bound, std::uint8_t* fits) {
+  const Bytes limit = all(bound);
+  for (int d = 0; d < count; d += lanes) {
+    const int reach = d < 32 ? 2 : 4;
+    Bytes least = load(beyond + d);
+    for (int by = 1; by <= reach; ++by) {
+      least = smaller(least, smaller(load(beyond + d - by), load(beyond + d + by)));
+    }
+    store(fits + d, least < limit ? all(1) : all(0));
+  }
+}
+
+// What the samples of a row say of disparities other than their own.
+void rivalRow(const MatchSize& size, const RivalOutput& rivals, int row, const std::int16_t* disparity,
+              MatchScratch& scratch) {
+  const int count = size.disparities;
+  const int samples = size.width / rivals.step;
+  std::uint8_t* const beyond = scratch.beyond.data() + gap;
+  for (int k = 0; k < samples; ++k) {
+    const int index = ((disparity[k * rivals.step + rivals.step / 2] + 8) >> 4) - MatchSize::least;
+    const std::uint8_t* const around = scratch.around.data() + static_cast<std::ptrdiff_t>(k) * count;
+    const std::ptrdiff_t at = (static_cast<std::ptrdiff_t>(row / rivals.step) * samples + k) * count;
+    int own = around[index];
+    own = index > 0 && around[index - 1] < own ? around[index - 1] : own;
+    own = index + 1 < count && around[index + 1] < own ? around[index + 1] : own;
+    if (own > worstMatch) {
+      std::memset(rivals.larger + at, 0, static_cast<std::size_t>(count));
+      std::memset(rivals.smaller + at, 0, static_cast<std::size_t>(count));
+      continue;
+    }
+    const int limit = own + own / 4 + rivalMargin;
+    const int rise = limit + leastRise;
+    costsBeyond(around + index, 1, count - 1 - index, rivals.least - index, rise, count, beyond);
+    markFitting(beyond, count, limit, rivals.larger + at);
+    costsBeyond(around + index, -1, index, 0, rise, count, beyond);
+    markFitting(beyond, count, limit, rivals.smaller + at);
+    rivals.larger[at] = 1;
+  }
+}
+
 // Index of the smallest sum, the first of several, and whether a sum that is not next to it comes near it: by less than
 // 6 percent, or 2.
 struct Winner {
@@ -241,6 +319,9 @@ void backwardRow(const MatchInput& input, int row, MatchScratch& scratch, const 
     flags[x] = static_cast<std::uint8_t>((winner.index == count - 1 ? matchAtLimit : 0) |
                                          (winner.isAmbiguous ? matchAmbiguous : 0));
     std::swap(before, now);
+  }
+  if (output.rivals.larger != nullptr && row % output.rivals.step == output.rivals.step / 2) {
+    rivalRow(input.size, output.rivals, row, disparity, scratch);
   }
   for (int x = 0; x < width; ++x) {
     const int index = ((disparity[x] + 8) >> 4) - MatchSize::least;

@@ -12,6 +12,8 @@ namespace stereo::depth {
 namespace {
 
 constexpr int factor = NearGuard::columns;
+constexpr int rivalStep = 2;    // pixels of the quarter
+constexpr int rivalShare = 80;  // percent: little texture is left in the quarter
 
 MatchSize quartered(const MatchSize& full) {
   MatchSize size;
@@ -56,7 +58,11 @@ bool isPlain(const std::uint16_t* row, int x, int width) {
 
 }  // namespace
 
-NearGuard::NearGuard(const MatchSize& size) : m_full(size), m_size(quartered(size)), m_scratch(m_size) {
+NearGuard::NearGuard(const MatchSize& size)
+    : m_full(size),
+      m_size(quartered(size)),
+      m_scratch(m_size),
+      m_repeats(m_size, rivalStep, rivalShare, (size.disparities - 2 * factor) / factor - MatchSize::least) {
   const auto pixels = static_cast<std::size_t>(m_size.width) * static_cast<std::size_t>(m_size.height);
   const auto rightPixels = static_cast<std::size_t>(m_size.rightWidth()) * static_cast<std::size_t>(m_size.height);
   m_left.assign(pixels, 0);
@@ -90,7 +96,8 @@ void NearGuard::find(const std::uint16_t* left, const std::uint16_t* right) {
                          {m_rightCensus[0].data(), m_rightCensus[1].data(), m_rightCensus[2].data()},
                          m_penalties.data(),
                          m_penalties.data()};
-  matchStrip(input, 0, 0, H, m_scratch, {m_disparity.data(), m_flags.data()});
+  matchStrip(input, 0, 0, H, m_scratch, {m_disparity.data(), m_flags.data(), m_repeats.output()});
+  m_repeats.find();
   mark();
 }
 
@@ -105,8 +112,9 @@ void NearGuard::mark() {
     m_near[k] = isNear && !isPlain(m_left.data() + (k - static_cast<std::size_t>(x)), x, W) ? 255 : 0;
   }
   for (int y = 0; y < H; ++y) {
+    const std::uint8_t* const repeats = m_repeats.row(y);
     for (int x = 0; x < W; ++x) {
-      std::uint8_t any = 0;
+      std::uint8_t any = repeats[std::min(x / m_repeats.step(), m_repeats.lastMark())];
       for (int dy = std::max(y - 1, 0); dy <= std::min(y + 1, H - 1); ++dy) {
         for (int dx = std::max(x - 1, 0); dx <= std::min(x + 1, W - 1); ++dx) {
           any |= m_near[static_cast<std::size_t>(dy) * static_cast<std::size_t>(W) + static_cast<std::size_t>(dx)];

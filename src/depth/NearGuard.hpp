@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "src/depth/Match.hpp"
+#include "src/depth/Repeats.hpp"
 
 namespace stereo::depth {
 
@@ -20,7 +21,7 @@ public:
   void find(const std::uint16_t* left, const std::uint16_t* right);
 
   /// Marks of a row of the left view, one for each `columns` of its columns: what is too near itself, and what is
-  /// within about four pixels of that.
+  /// within about four pixels of that or may be too near, since texture repeats.
   static constexpr int columns = 4;
   const std::uint8_t* nearRow(int y) const { return m_near.data() + firstOf(y); }
   const std::uint8_t* besideRow(int y) const { return m_beside.data() + firstOf(y); }
@@ -42,6 +43,7 @@ private:
   std::vector<std::uint8_t> m_near;
   std::vector<std::uint8_t> m_beside;
   MatchScratch m_scratch;
+  RepeatFinder m_repeats;
 };
 
 }  // namespace stereo::depth

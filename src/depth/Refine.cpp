@@ -48,7 +48,7 @@ void RefineTerms::create(int width, int height) {
 }
 
 void RefineResult::create(int width, int height) {
-  for (Plane* plane : {&disparity, &sigma, &correlation, &texture, &weight, &support}) {
+  for (Plane* plane : {&disparity, &sigma, &correlation, &texture, &weight, &misfit}) {
     plane->create(width, height, plane == &disparity ? noDisparity : 0.0F);
   }
 }
@@ -60,9 +60,9 @@ void refineTerms(const RefineInput& input, int from, int to, Plane& disparity, R
 }
 
 void refineSolve(const RefineInput& input, int from, int to, const Plane& disparity, const RefineTerms& terms,
-                 float like, int rowStep, RefineResult& result) {
+                 float like, const WindowStep& step, RefineResult& result) {
   for (int row = from; row < to; ++row) {
-    STEREO_DEPTH_CALL(solveRow, input, row, disparity, terms, like, rowStep, result);
+    STEREO_DEPTH_CALL(solveRow, input, row, disparity, terms, like, step, result);
   }
 }
 

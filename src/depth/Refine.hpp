@@ -60,17 +60,23 @@ struct RefineResult {
   Plane correlation;  ///< of both views over the window, -1 to 1
   Plane texture;      ///< what both views' gradients have in common: mean of their product, gray levels squared
   Plane weight;       ///< 1 / sigma^2, 0 for disparities not to be trusted
-  Plane support;      ///< pixels of like disparity in the window
+  Plane misfit;       ///< mean square difference of the views over the window's middle column, over L's variance
 };
 
 /// Writes the terms of the rows [from, to). Pixels of `disparity` whose match lies outside the right eye's field become
 /// `noDisparity`.
 void refineTerms(const RefineInput& input, int from, int to, Plane& disparity, RefineTerms& terms);
 
+/// Which pixels of a window count: every first, second or fourth row, every first or second column.
+struct WindowStep {
+  int rows;
+  int columns;
+};
+
 /// Solves for each pixel of the rows [from, to), over the pixels of a window of 9 x 9 whose disparities differ by at
-/// most `like` columns from its own.
+/// most `like` columns from its own. `misfit` is found only with every column.
 void refineSolve(const RefineInput& input, int from, int to, const Plane& disparity, const RefineTerms& terms,
-                 float like, int rowStep, RefineResult& result);
+                 float like, const WindowStep& step, RefineResult& result);
 
 /// Averages each disparity of the rows [from, to) with pairs of pixels opposite each other within `reach` that both
 /// differ by at most `like`: planes stay as they are, also next to an edge.

@@ -97,8 +97,26 @@ void termsOfRow(const RefineInput& input, int row, Plane& disparity, RefineTerms
   }
 }
 
+// Mean of (L - gain R - offset)^2 over the samples of the window's middle column.
+inline Floats misfitOfMiddle(int row, int x, Floats own, Floats limit, int rowStep, const Plane& disparity,
+                             const RefineTerms& terms, float samples, Floats gain, Floats offset) {
+  const Floats zero = Floats{};
+  Floats n = zero;
+  Floats sum = zero;
+  for (int dy = -windowReach; dy <= windowReach; dy += rowStep) {
+    const auto term = [&](int k) { return load(terms.planes[k].row(row + dy) + x); };
+    const Ints member = absolute(load(disparity.row(row + dy) + x) - own) <= limit;
+    const Floats squares =
+        term(RefineTerms::sumLL) + gain * gain * term(RefineTerms::sumRR) - 2.0F * gain * term(RefineTerms::sumLR);
+    const Floats error = squares - 2.0F * offset * (term(RefineTerms::sumL) - gain * term(RefineTerms::sumR));
+    n = n + masked(zero + samples, member);
+    sum = sum + masked(error, member);
+  }
+  return sum / n + offset * offset;
+}
+
 void solveRow(const RefineInput& input, int row, const Plane& disparity, const RefineTerms& terms, float like,
-              int rowStep, RefineResult& result) {
+              const WindowStep& step, RefineResult& result) {
   const float* const d = disparity.row(row);
   const Floats limit = Floats{} + like;
   const Floats zero = Floats{};
@@ -115,15 +133,16 @@ void solveRow(const RefineInput& input, int row, const Plane& disparity, const R
     Floats correlation = zero;
     Floats texture = zero;
     Floats n = zero;
+    Floats misfit = zero;
     if (any) {
       Floats sums[RefineTerms::count] = {};
-      for (int dy = -windowReach; dy <= windowReach; dy += rowStep) {
+      for (int dy = -windowReach; dy <= windowReach; dy += step.rows) {
         const float* const line = disparity.row(row + dy) + x - windowReach;
         const float* planes[RefineTerms::count];
         for (int k = 0; k < RefineTerms::count; ++k) {
           planes[k] = terms.planes[k].row(row + dy) + x - windowReach;
         }
-        for (int dx = 0; dx <= 2 * windowReach; ++dx) {
+        for (int dx = 0; dx <= 2 * windowReach; dx += step.columns) {
           const Ints member = absolute(load(line + dx) - own) <= limit;
           n = n + masked(one, member);
 #pragma GCC unroll 9
@@ -168,12 +187,16 @@ void solveRow(const RefineInput& input, int row, const Plane& disparity, const R
         sigma[k] = std::sqrt(variance[k]) / samples;
       }
       found = own != noDisparity ? own + delta : own;
+      if (step.columns == 1) {
+        misfit = misfitOfMiddle(row, x, own, limit, step.rows, disparity, terms, samples, gain, meanL - gain * meanR) *
+                 count / varL;
+      }
     }
     store(result.disparity.row(row) + x, found);
     store(result.sigma.row(row) + x, sigma);
     store(result.correlation.row(row) + x, correlation);
     store(result.texture.row(row) + x, texture);
-    store(result.support.row(row) + x, n);
+    store(result.misfit.row(row) + x, misfit);
     const Floats trusted = 1.0F / (sigma * sigma + 1e-4F);
     store(result.weight.row(row) + x, masked(trusted, (own != noDisparity) & (correlation > 0.5F)));
   }

@@ -17,9 +17,10 @@ using namespace depth;
 namespace {
 
 constexpr int stripRows = 16;
-constexpr float largestError = 0.024F;  // standard error over disparity
-constexpr float leastCorrelation = 0.84F;
-constexpr float sureCorrelation = 0.97F;  // of pixels that may be this close to something much nearer
+constexpr float largestError = 0.026F;  // standard error over disparity
+constexpr float leastCorrelation = 0.8F;
+constexpr float sureCorrelation = 0.95F;  // of pixels that may be this close to something much nearer
+constexpr float mostMisfit = 0.33F;       // of a pixel that is not a thing narrower than the window
 constexpr float leastTexture = 0.5F;      // of a surface that is not plain, gray levels squared
 constexpr float edgeStep = 1.5F;          // columns by which neighbors of one surface may differ
 constexpr int leastSurface = 60;          // pixels
@@ -82,9 +83,13 @@ void WideDepth::Engine::rejectDoubtful(int from, int to) {
     const float* const weight = m_refined.weight.row(row);
     const float* const correlation = m_refined.correlation.row(row);
     const float* const texture = m_refined.texture.row(row);
+    const float* const misfit = m_refined.misfit.row(row);
     std::uint8_t* const state = m_states.data() + at(row);
     const std::uint8_t* const isNear = m_nearGuard.nearRow(row);
     const std::uint8_t* const isBeside = m_nearGuard.besideRow(row);
+    for (int x = 0; x < m_size.width; ++x) {
+      sigma[x] = std::sqrt(1.0F / (weight[x] + 1e-6F));
+    }
     for (int x = 0; x < m_size.width; ++x) {
       const int mark = std::min(x / NearGuard::columns, m_nearGuard.lastMark());
       const bool has = d[x] != noDisparity;
@@ -94,13 +99,12 @@ void WideDepth::Engine::rejectDoubtful(int from, int to) {
       if (state[x] == code(RangeState::unseen)) {
         continue;
       }
-      sigma[x] = std::sqrt(1.0F / (weight[x] + 1e-6F));
       const bool isExact = sigma[x] <= largestError * std::max(d[x], 0.2F);
       if (isNear[mark] != 0) {
         state[x] = code(RangeState::tooNear);
       } else if (has && isBeside[mark] != 0) {
         state[x] = code(RangeState::inconsistent);
-      } else if (has && (!isExact || correlation[x] < leastCorrelation)) {
+      } else if (has && (!isExact || correlation[x] < leastCorrelation || misfit[x] > mostMisfit)) {
         state[x] = code(!isExact || texture[x] < leastTexture ? RangeState::textureless : RangeState::inconsistent);
       }
       d[x] = state[x] == code(RangeState::measured) ? d[x] : noDisparity;
@@ -142,7 +146,9 @@ void WideDepth::Engine::filter(const cv::Mat& leftEye, cv::Mat& view) {
   const int strips = (m_view.height + stripRows - 1) / stripRows;
   forTasks(1 + strips, threads(), [&](int task) {
     if (task == 0) {
-      return m_speckFinder.find(m_disparity, edgeStep, leastSurface, m_marks.data());
+      m_speckFinder.find(m_disparity, edgeStep, leastSurface, m_marks.data());
+      m_repeats.find();
+      return m_speckFinder.markRepeats(m_repeats, m_repeatMarks.data());
     }
     const int from = (task - 1) * stripRows;
     sampleColor(m_viewMap, leftEye, from, std::min(from + stripRows, m_view.height), view);

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "src/depth/Match.hpp"
+#include "src/depth/Repeats.hpp"
 #include "tests/unit/core/FastPaths.hpp"
 
 using namespace stereo::depth;
@@ -22,7 +23,8 @@ struct Views {
   std::vector<std::uint8_t> beside;
   std::vector<std::uint8_t> above;
 
-  Views(MatchSize given, int shift, cv::RNG& random) : size(given) {
+  // With a `period` above 0, the right view repeats after so many columns.
+  Views(MatchSize given, int shift, cv::RNG& random, int period = 0) : size(given) {
     const auto pixels = static_cast<std::size_t>(size.width * size.height);
     const int rightWidth = size.rightWidth();
     for (int plane = 0; plane < 3; ++plane) {
@@ -32,6 +34,10 @@ struct Views {
         bits = static_cast<std::uint8_t>(random.uniform(0, 256));
       }
       for (int y = 0; y < size.height; ++y) {
+        for (int x = period; period > 0 && x < rightWidth; ++x) {
+          right[plane][static_cast<std::size_t>(y * rightWidth + x)] =
+              right[plane][static_cast<std::size_t>(y * rightWidth + x - period)];
+        }
         for (int x = 0; x < size.width; ++x) {
           const int column = size.width + MatchSize::pad - 1 - (x - shift);
           const std::uint8_t noise = random.uniform(0, 4) == 0 ? static_cast<std::uint8_t>(random.uniform(0, 256)) : 0;
@@ -148,6 +154,94 @@ Found plainly(const Views& v) {
   return found;
 }
 
+struct Rivals {
+  std::vector<std::uint8_t> larger;
+  std::vector<std::uint8_t> smaller;
+};
+
+// What the samples say of other disparities, straight from the definition.
+Rivals rivalsPlainly(const Views& v, const Found& found, int step, int leastIndex) {
+  const int W = v.size.width;
+  const int D = v.size.disparities;
+  Rivals all;
+  for (int y = step / 2; y < v.size.height; y += step) {
+    for (int x = step / 2; x < W / step * step; x += step) {
+      std::vector<int> around(static_cast<std::size_t>(D), 0);
+      for (int d = 0; d < D; ++d) {
+        for (const int row : {y - 1, y}) {
+          int sum = 0;
+          for (int column = std::max(x - 4, 0); column <= std::min(x + 4, W - 1); ++column) {
+            sum += v.cost(column, row, d);
+          }
+          around[static_cast<std::size_t>(d)] += sum / 2;
+        }
+      }
+      const auto costOf = [&](int d) { return d < 0 || d >= D ? 255 : around[static_cast<std::size_t>(d)]; };
+      const int index = (found.disparity[static_cast<std::size_t>(y * W + x)] + 8) / 16 - MatchSize::least;
+      const int own = std::min({costOf(index - 1), costOf(index), costOf(index + 1)});
+      const int limit = own + own / 4 + 20;
+      for (const int way : {1, -1}) {
+        int first = 1;
+        while (costOf(index + way * first) < limit + 20) {
+          ++first;
+        }
+        first = std::max(first, way > 0 ? leastIndex - index : 0);
+        for (int k = 0; k < D; ++k) {
+          bool fits = false;
+          for (int by = k < 32 ? -2 : -4; by <= (k < 32 ? 2 : 4); ++by) {
+            fits = fits || (k + by >= first && costOf(index + way * (k + by)) < limit);
+          }
+          const bool isSaid = own <= 40 && (fits || (way > 0 && k == 0));
+          (way > 0 ? all.larger : all.smaller).push_back(isSaid ? 1 : 0);
+        }
+      }
+    }
+  }
+  return all;
+}
+
+void compareRivals(MatchSize size, int shift, int period, int step, int leastIndex) {
+  cv::RNG random(static_cast<std::uint64_t>(size.width * 1000 + period));
+  const Views views(size, shift, random, period);
+  const Found expected = plainly(views);
+  const Rivals rivals = rivalsPlainly(views, expected, step, leastIndex);
+  ASSERT_GT(std::count(rivals.larger.begin(), rivals.larger.end(), 1), 20);
+  withEachInstructionSet([&] {
+    Found found{std::vector<std::int16_t>(expected.disparity.size()), std::vector<std::uint8_t>(expected.flags.size())};
+    Rivals says{std::vector<std::uint8_t>(rivals.larger.size() + 9000, 2),
+                std::vector<std::uint8_t>(rivals.smaller.size() + 9000, 2)};
+    MatchScratch scratch(size);
+    matchStrip(
+        views.input(), 0, 0, size.height, scratch,
+        {found.disparity.data(), found.flags.data(), {step, leastIndex, says.larger.data(), says.smaller.data()}});
+    EXPECT_EQ(found.disparity, expected.disparity);
+    EXPECT_TRUE(std::equal(rivals.larger.begin(), rivals.larger.end(), says.larger.begin()));
+    EXPECT_TRUE(std::equal(rivals.smaller.begin(), rivals.smaller.end(), says.smaller.begin()));
+  });
+}
+
+// Shares in percent of a view's cells, of those that are not at its border.
+double repeatsIn(const Views& views, int least) {
+  const auto pixels = static_cast<std::size_t>(views.size.width * views.size.height);
+  std::vector<std::int16_t> disparity(pixels);
+  std::vector<std::uint8_t> flags(pixels);
+  MatchScratch scratch(views.size);
+  RepeatFinder repeats(views.size, 4, 66, least);
+  for (int run = 0; run < 2; ++run) {  // the second with what the first left behind
+    matchStrip(views.input(), 0, 0, views.size.height, scratch, {disparity.data(), flags.data(), repeats.output()});
+    repeats.find();
+  }
+  int marked = 0;
+  int all = 0;
+  for (int y = 4; y < views.size.height - 4; ++y) {
+    for (int k = 1; k < repeats.lastMark(); ++k) {
+      marked += repeats.row(y)[k] != 0 ? 1 : 0;
+      ++all;
+    }
+  }
+  return 100.0 * marked / all;
+}
+
 void compare(MatchSize size, int shift) {
   cv::RNG random(static_cast<std::uint64_t>(size.width * 1000 + size.disparities));
   const Views views(size, shift, random);
@@ -172,6 +266,26 @@ TEST(WideMatch, IsWhatItsDefinitionSays) {
 }
 
 TEST(WideMatch, SearchesUpTo256Disparities) { compare({45, 5, 256}, 30); }
+
+TEST(WideMatch, SamplesSayWhatElseWouldFit) {
+  compareRivals({40, 12, 32}, 3, 11, 4, 0);
+  compareRivals({61, 13, 96}, 5, 17, 4, 0);
+  compareRivals({61, 13, 96}, 5, 17, 2, 30);
+  compareRivals({45, 8, 64}, 30, 0, 4, 0);
+  compareRivals({61, 13, 96}, 40, 17, 4, 0);
+}
+
+TEST(WideMatch, TextureThatRepeatsIsFoundAndOtherTextureIsNot) {
+  cv::RNG random(9);
+  const MatchSize size{120, 40, 64};
+  for (const int period : {7, 13, 24}) {
+    EXPECT_GT(repeatsIn(Views(size, 5, random, period), 0), 95.0) << period;
+  }
+  EXPECT_EQ(repeatsIn(Views(size, 5, random), 0), 0.0);
+  // Only what begins at an index counts: 5 and its repeats by 24 have the indexes 7, 31 and 55.
+  EXPECT_GT(repeatsIn(Views(size, 5, random, 24), 50), 95.0);
+  EXPECT_EQ(repeatsIn(Views(size, 5, random, 24), 60), 0.0);
+}
 
 TEST(WideMatch, AStripDependsOnItsWarmUpOnly) {
   const MatchSize size{40, 20, 32};

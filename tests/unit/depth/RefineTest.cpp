@@ -67,7 +67,7 @@ struct Refined {
     }
     for (int pass = 0; pass < 3; ++pass) {
       refineTerms(pattern.input, 0, height, disparity, terms);
-      refineSolve(pattern.input, 0, height, disparity, terms, 1.0F, 1, result);
+      refineSolve(pattern.input, 0, height, disparity, terms, 1.0F, {1, 1}, result);
       std::swap(disparity, result.disparity);
     }
   }
@@ -92,6 +92,23 @@ TEST(WideRefine, BrightnessAndContrastOfAnEyeDoNotMatter) {
   const Refined refined(Pattern(8.3, 0.8, 20), 8.0F);
   for (int x = 12; x < 52; ++x) {
     EXPECT_NEAR(refined.disparity.row(12)[x], 8.3, 0.03);
+  }
+}
+
+TEST(WideRefine, AThingNarrowerThanTheWindowDoesNotFit) {
+  Pattern pattern(8.0);
+  constexpr int thing = 30;  // one column wide, and elsewhere in the right view
+  for (int y = 0; y < height; ++y) {
+    for (const int sample : {2 * thing, 2 * thing + 1}) {
+      pattern.left[static_cast<std::size_t>(y * 2 * width + sample)] =
+          static_cast<std::uint16_t>(y % 4 < 2 ? 3200 : 800);
+    }
+  }
+  const Refined refined(pattern, 8.0F);
+  for (int y = 6; y < 18; ++y) {
+    EXPECT_GT(refined.result.misfit.row(y)[thing], 1.0F);
+    EXPECT_LT(refined.result.misfit.row(y)[thing - 8], 0.05F);
+    EXPECT_LT(refined.result.misfit.row(y)[thing + 2], 0.3F) << "beside it, much of the window is the thing's";
   }
 }
 
