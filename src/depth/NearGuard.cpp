@@ -13,7 +13,7 @@ namespace {
 
 constexpr int factor = NearGuard::columns;
 constexpr int rivalStep = 2;    // pixels of the quarter
-constexpr int rivalShare = 80;  // percent: little texture is left in the quarter
+constexpr int rivalShare = 88;  // percent: little texture is left in the quarter
 
 MatchSize quartered(const MatchSize& full) {
   MatchSize size;

@@ -17,13 +17,13 @@ using namespace depth;
 namespace {
 
 constexpr int stripRows = 16;
-constexpr float largestError = 0.026F;  // standard error over disparity
+constexpr float largestError = 0.028F;  // standard error over disparity
 constexpr float leastCorrelation = 0.8F;
 constexpr float sureCorrelation = 0.95F;  // of pixels that may be this close to something much nearer
 constexpr float mostMisfit = 0.33F;       // of a pixel that is not a thing narrower than the window
 constexpr float leastTexture = 0.5F;      // of a surface that is not plain, gray levels squared
 constexpr float edgeStep = 1.5F;          // columns by which neighbors of one surface may differ
-constexpr int leastSurface = 60;          // pixels
+constexpr int leastSurface = 40;          // pixels
 constexpr double nearParallax = 0.2;      // radians: what is nearer gets a margin
 constexpr int narrowMargin = 3;           // pixels
 constexpr int wideMargin = 5;
