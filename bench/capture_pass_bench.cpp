@@ -17,7 +17,7 @@ void plain(benchmark::State& state) {
   stereo::baseline::CapturePass pass;
   cv::Mat first;
   cv::Mat second;
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     pass.run(frame, frame.cols / 4, first, second);
     benchmark::DoNotOptimize(second.data);
   }
@@ -28,7 +28,7 @@ void library(benchmark::State& state) {
   stereo::core::CapturePass pass;
   cv::Mat first;
   cv::Mat second;
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     pass.process(frame, frame.cols / 4);
     pass.publish(first, second);
     benchmark::DoNotOptimize(second.data);
@@ -40,7 +40,7 @@ void copiesAlone(benchmark::State& state) {
   const int h = frame.cols / 2;
   cv::Mat halves[2];
   cv::Mat copies[2];
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     for (int eye = 0; eye < 2; ++eye) {
       frame(cv::Rect(eye * h, 0, h, frame.rows)).copyTo(halves[eye]);
       halves[eye].copyTo(copies[eye]);

@@ -28,7 +28,7 @@ void sample(benchmark::State& state, Sample<Point> append) {
   const auto images = stereo::bench::cloudImages(sizeOf(state), mode);
   const auto model = stereo::bench::cloudModel(sizeOf(state), mode);
   std::vector<Point> points;
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     points.clear();
     append(images, model, points);
     benchmark::DoNotOptimize(points.data());
@@ -44,7 +44,7 @@ void wholeImageByPeer(benchmark::State& state) {
   const cv::Mat disparity = stereo::bench::matchedDisparity(sizeOf(state), 2);
   const cv::Mat Q = stereo::bench::reprojection(sizeOf(state));
   cv::Mat points;
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     cv::reprojectImageTo3D(disparity, points, Q);
     benchmark::DoNotOptimize(points.data);
   }

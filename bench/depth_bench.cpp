@@ -24,7 +24,7 @@ void metricPlain(benchmark::State& state) {
   const cv::Mat disparity = matchedDisparity(sizeOf(state), 1);
   const auto model = depthModel(sizeOf(state), modeOf(state));
   cv::Mat depth;
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     stereo::baseline::metricDepth(disparity, model, depth);
     benchmark::DoNotOptimize(depth.data);
   }
@@ -34,7 +34,7 @@ void metricLibrary(benchmark::State& state) {
   const cv::Mat disparity = matchedDisparity(sizeOf(state), 1);
   const auto model = depthModel(sizeOf(state), modeOf(state));
   cv::Mat depth;
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     stereo::core::writeMetricDepth(disparity, model, depth);
     benchmark::DoNotOptimize(depth.data);
   }
@@ -44,7 +44,7 @@ void metricPeer(benchmark::State& state) {
   const cv::Mat disparity = matchedDisparity(sizeOf(state), 1);
   const cv::Mat Q = stereo::bench::reprojection(sizeOf(state));
   cv::Mat points;
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     cv::reprojectImageTo3D(disparity, points, Q);
     benchmark::DoNotOptimize(points.data);
   }
@@ -54,7 +54,7 @@ void coloredPlain(benchmark::State& state) {
   const cv::Mat disparity = matchedDisparity(sizeOf(state), 1);
   const auto model = depthModel(sizeOf(state), modeOf(state));
   cv::Mat picture;
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     stereo::baseline::coloredDepth(disparity, model, picture);
     benchmark::DoNotOptimize(picture.data);
   }
@@ -65,7 +65,7 @@ void coloredLibrary(benchmark::State& state) {
   const auto model = depthModel(sizeOf(state), modeOf(state));
   cv::Mat depths;
   cv::Mat picture;
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     stereo::core::writeDepthPicture(disparity, model, depths, picture);
     benchmark::DoNotOptimize(picture.data);
   }

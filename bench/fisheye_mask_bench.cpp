@@ -23,7 +23,7 @@ using Ellipse = int (*)(cv::Mat& first, cv::Mat& second, float, float, float, fl
 
 void circle(benchmark::State& state, Circle mask) {
   Pair pair(state);
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     mask(pair.first.cols / 2, pair.first, pair.second);
     benchmark::DoNotOptimize(pair.second.data);
   }
@@ -31,14 +31,14 @@ void circle(benchmark::State& state, Circle mask) {
 
 void ellipse(benchmark::State& state, Ellipse mask) {
   Pair pair(state);
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     mask(pair.first, pair.second, 0, 0, 0, 0);
     benchmark::DoNotOptimize(pair.second.data);
   }
 }
 
 void throughMask(benchmark::State& state, Pair& pair, const cv::Mat& mask) {
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     pair.first.setTo(cv::Scalar(), mask);
     pair.second.setTo(cv::Scalar(), mask);
     benchmark::DoNotOptimize(pair.second.data);

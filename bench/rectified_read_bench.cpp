@@ -36,7 +36,7 @@ void library(benchmark::State& state) {
   camera.setEyes(scene.eyes[0], scene.eyes[1]);
   cv::Mat left;
   cv::Mat right;
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     camera.getRectStereoFrame(left, right);
     benchmark::DoNotOptimize(right.data);
   }
@@ -45,7 +45,7 @@ void library(benchmark::State& state) {
 void remapsAlone(benchmark::State& state) {
   const Scene scene(state);
   cv::Mat views[2];
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     for (int eye = 0; eye < 2; ++eye) {
       cv::remap(scene.eyes[eye], views[eye], scene.maps[eye][0], scene.maps[eye][1], cv::INTER_LINEAR,
                 cv::BORDER_CONSTANT, cv::Scalar());

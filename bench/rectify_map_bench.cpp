@@ -44,7 +44,7 @@ void onePair(benchmark::State& state, Build build) {
   const cv::Mat P = viewMatrix(size, mode);
   cv::Mat columns;
   cv::Mat rows;
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     build(eye, P, size, mode, columns, rows);
     benchmark::DoNotOptimize(rows.data);
   }
@@ -54,7 +54,7 @@ void onePair(benchmark::State& state, Build build) {
 void fourPairs(benchmark::State& state, Build build) {
   const cv::Size size = sizeOf(state);
   const Eye eyes[2] = {leftEye(), rightEye()};
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     for (const int mode : {perspectiveMode, lonLatMode}) {
       const cv::Mat P = viewMatrix(size, mode);
       for (const Eye& eye : eyes) {

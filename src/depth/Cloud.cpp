@@ -70,11 +70,12 @@ void writePly(const std::string& file, const std::vector<WidePoint>& points) {
       std::uint32_t bits = 0;
       std::memcpy(&bits, &one.point[axis], sizeof bits);
       for (int k = 0; k < 4; ++k) {
-        bytes[static_cast<std::size_t>(4 * axis + k)] = static_cast<char>(bits >> (8 * k) & 0xffU);
+        bytes[4 * static_cast<std::size_t>(axis) + static_cast<std::size_t>(k)] =
+            static_cast<char>(bits >> (8 * k) & 0xffU);
       }
     }
     for (int k = 0; k < 3; ++k) {
-      bytes[static_cast<std::size_t>(12 + k)] = static_cast<char>(one.color[2 - k]);
+      bytes[12 + static_cast<std::size_t>(k)] = static_cast<char>(one.color[2 - k]);
     }
     bytes[15] = static_cast<char>(one.confidence);
     out.write(bytes.data(), bytes.size());

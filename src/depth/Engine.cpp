@@ -47,7 +47,7 @@ WideDepthOptions checked(const WideDepthOptions& options) {
 
 int gridFactor(const ViewGrid& view) {
   const double perDegree = CV_PI / 180.0 / view.columnStep;
-  const int wanted = static_cast<int>(perDegree / columnsPerDegree + 0.5);
+  const int wanted = static_cast<int>(std::lround(perDegree / columnsPerDegree));
   // At least as many pixels as the windows need.
   return std::clamp(wanted, 1, std::max(1, std::min(view.width, view.height) / 32));
 }

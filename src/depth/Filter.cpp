@@ -31,7 +31,7 @@ void largestDown(const Plane& evidence, int row, int reach, int width, float lea
 
 void largestAlong(const float* __restrict values, int reach, int width, float* __restrict most) {
   for (int x = 0; x < width; ++x) {
-    most[x] = values[x];
+    most[x] = values[x];  // NOLINT(clang-analyzer-core.uninitialized.Assign): columns beside the row are filled too
   }
   for (int dx = 1; dx <= reach; ++dx) {
     for (int x = 0; x < width; ++x) {
@@ -50,6 +50,7 @@ void findHidden(const Plane& disparity, int width, int from, int to, float step,
     std::fill_n(nearest, places, noDisparity);
     const float* const d = disparity.row(row);
     const auto place = [&](int x) {
+      // NOLINTNEXTLINE(bugprone-incorrect-roundings): what is negative is outside, by however much
       return std::clamp(static_cast<int>(static_cast<float>(x + widestReach) - d[x] + 0.5F), 0, places - 1);
     };
     for (int x = 0; x < width; ++x) {
@@ -157,9 +158,10 @@ void SpeckFinder::markRepeats(const RepeatFinder& repeats, std::uint8_t* marks) 
   bool any = false;
   for (int row = 0; row < repeats.rows(); ++row) {
     const std::uint8_t* const cells = repeats.row(row * step);
+    const std::ptrdiff_t line = (static_cast<std::ptrdiff_t>(row) * step + step / 2) * m_width;
     for (int column = 0; column < columns; ++column) {
       const int label =
-          m_labels[static_cast<std::size_t>((row * step + step / 2) * m_width + column * step + step / 2)];
+          m_labels[static_cast<std::size_t>(line + static_cast<std::ptrdiff_t>(column) * step + step / 2)];
       if (label < 0) {
         continue;
       }

@@ -148,9 +148,10 @@ void buildSampleMap(const core::RayProjection& eye, cv::Size image, const ViewGr
   const double behind = eye.xi > 1.0 ? -1.0 / eye.xi : -eye.xi;
   const double limit = planeLimit(eye);
   // The camera blackens what is outside this circle.
-  const double centerX = image.width / 2;
-  const double centerY = image.height / 2;
-  const double radius = image.width / 2 - 2.0;
+  const cv::Point middle = image / 2;
+  const double centerX = middle.x;
+  const double centerY = middle.y;
+  const double radius = middle.x - 2.0;
   forStrips(grid.height, 32, threads, [&](int from, int to) {
     std::vector<double> rays(3 * static_cast<std::size_t>(width));
     std::vector<float> pixels(2 * static_cast<std::size_t>(width));
@@ -186,8 +187,10 @@ void buildSampleMap(const core::RayProjection& eye, cv::Size image, const ViewGr
         map.lower[at] = 0;
         map.seen[at] = seen ? 255 : 0;
         if (seen) {
+          // NOLINTBEGIN(bugprone-incorrect-roundings): neither is negative
           const int across = std::min(static_cast<int>(u[k] * 128.0F + 0.5F), (image.width - 1) * 128);
           const int down = std::min(static_cast<int>(v[k] * 128.0F + 0.5F), (image.height - 1) * 128);
+          // NOLINTEND(bugprone-incorrect-roundings)
           const int column = std::min(across / 128, image.width - 2);
           const int line = std::min(down / 128, image.height - 2);
           map.offset[at] = line * stride + column;

@@ -41,7 +41,7 @@ namespace plain {
 
 // The columns of costs, each followed by a gap; one gap before the first.
 void prepareColumns(std::vector<std::uint8_t>& memory, int columns, int disparities) {
-  const auto stride = static_cast<std::size_t>(disparities + gap);
+  const auto stride = static_cast<std::size_t>(disparities) + gap;
   memory.assign(gap + stride * static_cast<std::size_t>(columns), outside);
 }
 
@@ -64,7 +64,7 @@ MatchScratch::MatchScratch(const MatchSize& size) {
   const std::size_t row = static_cast<std::size_t>(size.width) * static_cast<std::size_t>(size.disparities);
   costs.assign(row, 0);
   around.assign(row / 2, 0);  // samples are at least two columns apart
-  beyond.assign(static_cast<std::size_t>(size.disparities) + 2 * gap, 255);
+  beyond.assign(static_cast<std::size_t>(size.disparities) + gap + gap, 255);
   sums.assign(row, 0);
   prepareColumns(lines, 4, size.disparities);
   rightBest.assign(static_cast<std::size_t>(size.rightWidth()) + gap, 0);

@@ -180,7 +180,7 @@ void addAround(const MatchSize& size, int step, bool isFirst, MatchScratch& scra
 
 // Costs of a sample `steps` steps from its own disparity: 255 for those before the costs have risen above what a rival
 // may have, for those before `least` steps, and for those that don't exist.
-inline void costsBeyond(const std::uint8_t* around, int step, int steps, int least, int rise, int count,
+inline void costsBeyond(const std::uint8_t* around, std::ptrdiff_t step, int steps, int least, int rise, int count,
                         std::uint8_t* beyond) {
   int k = 1;
   while (k <= steps && around[k * step] < rise) {
@@ -323,10 +323,10 @@ void backwardRow(const MatchInput& input, int row, MatchScratch& scratch, const 
   if (output.rivals.larger != nullptr && row % output.rivals.step == output.rivals.step / 2) {
     rivalRow(input.size, output.rivals, row, disparity, scratch);
   }
+  const std::uint8_t* const rightIndex = scratch.rightIndex.data() + (width + MatchSize::pad - 1 + MatchSize::least);
   for (int x = 0; x < width; ++x) {
     const int index = ((disparity[x] + 8) >> 4) - MatchSize::least;
-    const int other =
-        scratch.rightIndex[static_cast<std::size_t>(width + MatchSize::pad - 1 - x + MatchSize::least + index)];
+    const int other = rightIndex[index - x];
     if (std::abs(other - index) > 1) {
       flags[x] = static_cast<std::uint8_t>(flags[x] | matchDisagrees);
     }

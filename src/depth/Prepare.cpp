@@ -17,7 +17,7 @@ using core::instructionSet;
 // Gray of OpenCV's weights for blue, green, red in 1/256, times 1.
 STEREO_CAMERA_ALWAYS_INLINE void grayOfBody(const std::uint8_t* __restrict bgr, int count,
                                             std::uint8_t* __restrict gray) {
-  for (int k = 0; k < count; ++k) {
+  for (std::ptrdiff_t k = 0; k < count; ++k) {
     gray[k] = static_cast<std::uint8_t>((29 * bgr[3 * k] + 150 * bgr[3 * k + 1] + 77 * bgr[3 * k + 2] + 128) >> 8);
   }
 }
@@ -47,7 +47,7 @@ constexpr int widest = 8192;  // of an eye's image
 
 STEREO_CAMERA_ALWAYS_INLINE void halveBody(const std::uint16_t* __restrict samples, int width,
                                            std::uint16_t* __restrict halves) {
-  for (int k = 0; k < width; ++k) {
+  for (std::ptrdiff_t k = 0; k < width; ++k) {
     halves[k] = static_cast<std::uint16_t>(samples[2 * k] + samples[2 * k + 1]);
   }
 }
@@ -202,7 +202,7 @@ void sampleColor(const SampleMap& map, const cv::Mat& image, int from, int to, c
       for (int channel = 0; channel < 3; ++channel) {
         mixColor(around, map.right.data() + first, map.lower.data() + first, seen, count, channel, mixed[channel]);
       }
-      for (int k = 0; k < count; ++k) {
+      for (std::ptrdiff_t k = 0; k < count; ++k) {
         out[3 * k] = mixed[0][k];
         out[3 * k + 1] = mixed[1][k];
         out[3 * k + 2] = mixed[2][k];
@@ -228,7 +228,7 @@ void census(const std::uint16_t* image, int width, int height, int from, int to,
         const int after = std::min(first + count + reach, width);
         std::copy(source + before, source + after, lines[k] + (before - first + reach));
         std::fill(lines[k], lines[k] + (before - first + reach), source[0]);
-        std::fill(lines[k] + (after - first + reach), lines[k] + count + 2 * reach, source[width - 1]);
+        std::fill(lines[k] + (after - first + reach), lines[k] + (count + reach + reach), source[width - 1]);
       }
       int neighbor = 0;
       for (int plane = 0; plane < 3; ++plane) {

@@ -37,7 +37,7 @@ namespace plain {
 }  // namespace
 
 void Plane::create(int width, int height, float value) {
-  m_stride = (width + 2 * border + 7) / 8 * 8;
+  m_stride = (static_cast<std::ptrdiff_t>(width) + border + border + 7) / 8 * 8;
   m_values.assign(static_cast<std::size_t>(m_stride) * static_cast<std::size_t>(height + 2 * border), value);
 }
 

@@ -27,7 +27,7 @@ void termsOfRow(const RefineInput& input, int row, Plane& disparity, RefineTerms
   for (int k = 0; k < input.leftWidth; ++k) {
     leftRow[k + 1] = static_cast<float>(leftSamples[k]) * 0.0625F - 128.0F;
   }
-  leftRow[0] = leftRow[1];
+  leftRow[0] = leftRow[1];  // NOLINT(clang-analyzer-core.uninitialized.Assign): every view has columns
   leftRow[input.leftWidth + 1] = leftRow[input.leftWidth];
   const float gain = input.gain * 0.0625F;
   for (int k = 0; k < input.rightWidth; ++k) {
@@ -59,6 +59,7 @@ void termsOfRow(const RefineInput& input, int row, Plane& disparity, RefineTerms
       part[lane] = place - static_cast<float>(i);
       const float* const right = rightRow + i - 1;
       const float* const left = leftRow + at;
+      // NOLINTBEGIN(clang-analyzer-core.uninitialized.Assign): places lie within both rows
       r[0][lane] = right[0];
       r[1][lane] = right[1];
       r[2][lane] = right[2];
@@ -68,6 +69,7 @@ void termsOfRow(const RefineInput& input, int row, Plane& disparity, RefineTerms
       l[1][lane] = left[1];
       l[2][lane] = left[2];
       l[3][lane] = left[3];
+      // NOLINTEND(clang-analyzer-core.uninitialized.Assign)
     }
     Floats sums[RefineTerms::count] = {};
     const Floats t = load(part);
@@ -246,10 +248,11 @@ void fuseRow(int width, int row, const Plane& disparity, const Plane& weight, co
       const float* const belowWeight = weight.row(row + dy * step) + x;
       const float* const aboveWeight = weight.row(row - dy * step) + x;
       for (int dx = dy == 0 ? 1 : -reach; dx <= reach; ++dx) {
-        const Floats a = load(below + dx * step) - own;
-        const Floats b = load(above - dx * step) - own;
-        const Floats wa = load(belowWeight + dx * step);
-        const Floats wb = load(aboveWeight - dx * step);
+        const std::ptrdiff_t aside = static_cast<std::ptrdiff_t>(dx) * step;
+        const Floats a = load(below + aside) - own;
+        const Floats b = load(above - aside) - own;
+        const Floats wa = load(belowWeight + aside);
+        const Floats wb = load(aboveWeight - aside);
         const Floats pair = wa < wb ? wa : wb;
         const auto across = static_cast<float>(dx * dx);
         const auto down = static_cast<float>(dy * dy);

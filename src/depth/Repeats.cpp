@@ -96,9 +96,8 @@ void RepeatFinder::judgeRow(int row) {
     while (m_votes[period] != most) {
       ++period;
     }
-    m_periods[static_cast<std::size_t>(row * m_columns + k)] = static_cast<std::uint8_t>(period);
-    m_found[static_cast<std::size_t>(row * m_columns + k)] =
-        most >= leastVotes && most * 100 > m_share * m_votes[0] ? 255 : 0;
+    m_periods[at(row, k)] = static_cast<std::uint8_t>(period);
+    m_found[at(row, k)] = most >= leastVotes && most * 100 > m_share * m_votes[0] ? 255 : 0;
   }
 }
 
@@ -107,12 +106,12 @@ void RepeatFinder::grow() {
   std::fill(m_marks.begin(), m_marks.end(), static_cast<std::uint8_t>(0));
   for (int row = 0; row < m_rows; ++row) {
     for (int k = 0; k < m_columns; ++k) {
-      if (m_found[static_cast<std::size_t>(row * m_columns + k)] == 0) {
+      if (m_found[at(row, k)] == 0) {
         continue;
       }
       for (int y = std::max(row - 1, 0); y <= std::min(row + 1, m_rows - 1); ++y) {
         for (int x = std::max(k - 1, 0); x <= std::min(k + 1, m_columns - 1); ++x) {
-          m_marks[static_cast<std::size_t>(y * m_columns + x)] = 255;
+          m_marks[at(y, x)] = 255;
         }
       }
     }

@@ -35,9 +35,12 @@ public:
 
   int rows() const { return m_rows; }
   /// By how many columns the texture around a cell repeats, if it does.
-  int periodAt(int row, int column) const { return m_periods[static_cast<std::size_t>(row * m_columns + column)]; }
+  int periodAt(int row, int column) const { return m_periods[at(row, column)]; }
 
 private:
+  std::size_t at(int row, int column) const {
+    return static_cast<std::size_t>(row) * static_cast<std::size_t>(m_columns) + static_cast<std::size_t>(column);
+  }
   void judgeRow(int row);
   void grow();
 

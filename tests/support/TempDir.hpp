@@ -95,7 +95,7 @@ inline Document readDocument(const std::string& path) {
 /// file is at that moment, then fails, which nobody is to mind.
 class SyncProbe {
 public:
-  explicit SyncProbe(const std::string& watched) : m_path(std::getenv("PATH")) {
+  explicit SyncProbe(const std::string& watched) : m_path(searchPath()) {
     const std::string script = m_dir.write(
         "sync", "#!/bin/sh\nstat -c %s '" + watched + "' >> '" + m_dir.path("notes") + "' 2> /dev/null\nexit 3\n");
     std::filesystem::permissions(script, std::filesystem::perms::owner_all);
@@ -113,6 +113,10 @@ public:
   }
 
 private:
+  static std::string searchPath() {
+    const char* const path = std::getenv("PATH");
+    return path != nullptr ? path : "";
+  }
   TempDir m_dir;
   std::string m_path;
 };

@@ -211,7 +211,7 @@ Json calibrationFigures(const CalibrationStory& story) {
   for (std::size_t eye = 0; eye < 2; ++eye) {
     const model::OmniModel& m = result.estimate.rig.eyes[eye];
     json.object(eye == 0 ? "left_eye" : "right_eye");
-    json.add("reach_degrees", result.reach(eye) / degree).add("covered_percent", 100 * assessment.coverage[eye]);
+    json.add("reach_degrees", result.reach(static_cast<int>(eye)) / degree).add("covered_percent", 100 * assessment.coverage[eye]);
     json.add("xi", m.xi).add("fx", m.fx).add("fy", m.fy).add("cx", m.cx).add("cy", m.cy);
     json.add("k1", m.k1).add("k2", m.k2).add("p1", m.p1).add("p2", m.p2).end();
   }

@@ -90,10 +90,10 @@ Picture rangePicture(const WideReader& reader) {
 struct StateColor {
   RangeState state;
   const char* text;
-  cv::Vec3b color;  // blue, green, red
+  unsigned char color[3];  // blue, green, red
 };
 
-const std::array stateColors = {
+constexpr std::array stateColors = {
     StateColor{RangeState::tooNear, "too near", {60, 60, 230}},
     StateColor{RangeState::tooFar, "too far", {230, 150, 60}},
     StateColor{RangeState::textureless, "too plain", {150, 150, 150}},
@@ -113,8 +113,9 @@ Picture statePicture(const WideDepthImage& image) {
       {}};
   picture.image = image.view / 2 + cv::Scalar::all(60);
   for (const StateColor& each : stateColors) {
-    picture.image.setTo(cv::Scalar(each.color), image.state == static_cast<int>(each.state));
-    picture.legend.emplace_back(each.color, formatted("%s: %.0f %%", each.text, share(image.state, each.state)));
+    const cv::Vec3b color(each.color);
+    picture.image.setTo(cv::Scalar(color), image.state == static_cast<int>(each.state));
+    picture.legend.emplace_back(color, formatted("%s: %.0f %%", each.text, share(image.state, each.state)));
   }
   return picture;
 }
@@ -147,8 +148,8 @@ Picture topPicture(std::vector<WidePoint> points) {
                   cv::Mat::zeros(height, size, CV_8UC3)};
   const double scale = size / across;
   const cv::Point camera(size / 2, height - 1);
-  for (double radius = step; radius < across; radius += step) {
-    cv::circle(picture.image, camera, cvRound(scale * radius), {70, 70, 70}, 1, cv::LINE_AA);
+  for (int ring = 1; ring * step < across; ++ring) {
+    cv::circle(picture.image, camera, cvRound(scale * ring * step), {70, 70, 70}, 1, cv::LINE_AA);
   }
   // From the lowest point up, so that the higher ones cover those below.
   std::vector<const WidePoint*> sorted;

@@ -37,8 +37,8 @@ WideDepthOptions someOptions(Input& input) {
 WideDepthCalibration someCalibration(Input& input) {
   constexpr double K[] = {650, 0.2, 464, 0, 651, 400, 0, 0, 1};
   constexpr double D[] = {-0.1, 0.05, 0.001, -0.001};
-  constexpr double R[] = {0.99983007, 0.01195782, -0.01394894, -0.01198623, 0.99992626,
-                          -0.00195357, 0.01392455, 0.00212043, 0.9999008};
+  constexpr double R[] = {0.99983007,  0.01195782, -0.01394894, -0.01198623, 0.99992626,
+                          -0.00195357, 0.01392455, 0.00212043,  0.9999008};
   constexpr double xi = 1.5;
   constexpr double t[] = {-60, 0.5, -0.5};
   WideDepthCalibration calibration;

@@ -26,7 +26,7 @@ struct Clouds : testing::Test {
     set({120, 150}, 0.5F, 90, {4, 5, 6});
   }
 
-  void set(cv::Point pixel, float range, int confidence, cv::Vec3b color) {
+  void set(cv::Point pixel, float range, int confidence, const cv::Vec3b& color) {
     image.range.at<float>(pixel) = range;
     image.state.at<unsigned char>(pixel) = 0;
     image.confidence.at<unsigned char>(pixel) = static_cast<unsigned char>(confidence);

@@ -29,7 +29,7 @@ TEST(WideGeometry, RaysHaveTheAnglesOfTheirPixels) {
   const ViewGrid grid = someGrid();
   const cv::Mat rays = unitRays(grid);
   for (const cv::Point pixel : {cv::Point(0, 0), cv::Point(45, 40), cv::Point(89, 79), cv::Point(13, 66)}) {
-    const cv::Vec3f ray = rays.at<cv::Vec3f>(pixel);
+    const auto& ray = rays.at<cv::Vec3f>(pixel);
     EXPECT_NEAR(cv::norm(ray), 1.0, 1e-6);
     EXPECT_NEAR(std::asin(ray[0]) * 180 / CV_PI, (pixel.x + 0.5 - 45) * 2, 1e-3);
     EXPECT_NEAR(std::atan2(ray[1], ray[2]) * 180 / CV_PI, (pixel.y + 0.5 - 40) * 2, 1e-3);
@@ -49,7 +49,8 @@ TEST(WideGeometry, SamplesLieWhereTheEyeSeesTheRay) {
     int seen = 0;
     for (int row = 0; row < grid.height; ++row) {
       for (int k = 0; k < map.width; ++k) {
-        const auto at = static_cast<std::size_t>(row * map.width + k);
+        const std::size_t at =
+            static_cast<std::size_t>(row) * static_cast<std::size_t>(map.width) + static_cast<std::size_t>(k);
         const double longitude = (k - 4 + 0.5 - 45) * CV_PI / 90;
         const double latitude = (row + 0.5 - 40) * CV_PI / 90;
         const cv::Vec3d ray(std::sin(longitude), std::cos(longitude) * std::sin(latitude),
@@ -65,7 +66,7 @@ TEST(WideGeometry, SamplesLieWhereTheEyeSeesTheRay) {
         ++seen;
         ASSERT_TRUE(pixel);
         EXPECT_NEAR(map.offset[at] % 464 + map.right[at] / 128.0, pixel->x, 0.0045);
-        EXPECT_NEAR(map.offset[at] / 464 + map.lower[at] / 128.0, pixel->y, 0.0045);
+        EXPECT_NEAR(cvFloor(map.offset[at] / 464.0) + map.lower[at] / 128.0, pixel->y, 0.0045);
       }
     }
     EXPECT_GT(seen, 5000);
