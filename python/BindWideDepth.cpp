@@ -10,6 +10,7 @@
 #include "WideDepth.hpp"
 #include "python/Arrays.hpp"
 #include "python/Interpreter.hpp"
+#include "python/Members.hpp"
 #include "python/Module.hpp"
 #include "python/Results.hpp"
 
@@ -59,6 +60,10 @@ std::unique_ptr<GuardedWideDepth> make(const py::object& calibration, const py::
   const cv::Size pixels = toSize(eye, "eye");
   if (py::isinstance<StereoCamera>(calibration)) {
     auto& camera = py::cast<StereoCamera&>(calibration);
+    // The start makes the maps, and scales the calibration.
+    if (!(camera.*(&Members::m_rectifyMaps))[0][0].empty()) {
+      throw py::value_error("calibration: the camera was started, which scales its calibration; pass the file");
+    }
     const Released released;
     return std::make_unique<GuardedWideDepth>(calibrationOf(camera), pixels, options);
   }

@@ -54,6 +54,16 @@ def test_the_room_is_as_large_as_it_is(pair):
     assert np.median(middle[middle > 0]) == pytest.approx(expected, rel=0.05)
 
 
+def test_a_camera_that_was_started_is_refused(pair):
+    """Its start scaled the calibration, so all ranges would be wrong."""
+    with sc.SimulatedCamera(frameSize=(928, 400), moving=False) as camera:
+        camera.startCapture()
+        with pytest.raises(ValueError, match="was started"):
+            engine((camera,))
+    with pytest.raises(ValueError, match="was started"):
+        engine((camera,))
+
+
 def test_results_outlive_the_next(pair):
     wide = engine(pair)
     first = wide.compute(pair[1].left, pair[1].right)
