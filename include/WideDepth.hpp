@@ -90,9 +90,9 @@ struct WidePoint {
 /// it is there at a longitude smaller by `d`, it is `b (cos longitude cot d + sin longitude)` away for eyes `b` apart.
 ///
 /// A missing range is better than a wrong one: pixels without texture, next to the edge of something nearer, or about
-/// which the eyes disagree are withheld, and say why. Patterns that repeat are, too, where something nearer would fit as
-/// well. Not all wrong ones can be known: things a few millimeters thin, and some of what repeats, may be reported too
-/// far or as `tooFar` (docs/wide-depth.md).
+/// which the eyes disagree are withheld, and say why. Patterns that repeat are, too, where something nearer would fit
+/// as well. Not all wrong ones can be known: things a few millimeters thin, and some of what repeats, may be reported
+/// too far or as `tooFar` (docs/wide-depth.md).
 ///
 /// Threads: one thread at a time may use an object; any number of objects may be used at once. `compute` blocks until
 /// it is done, shares its work among `threads` of OpenCV's threads, and allocates nothing once it has run with the same
