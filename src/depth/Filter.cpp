@@ -12,7 +12,7 @@ namespace {
 
 constexpr int maxWidth = 4096;    // of a disparity image
 constexpr int mostMarked = 30;    // percent of a surface
-constexpr int leastEnd = 20;      // percent of the strip where a surface ends
+constexpr int leastEnd = 15;      // percent of the strip where a surface ends
 constexpr int widestReach = 512;  // columns that a disparity may span: more than any search
 
 // Largest value of the columns [-border, width + border) within `reach` rows; values below `least` do not count.
@@ -88,7 +88,8 @@ SpeckFinder::SpeckFinder(int width, int height)
     : m_width(width), m_height(height), m_labels(static_cast<std::size_t>(width) * static_cast<std::size_t>(height)) {
   m_parents.reserve(m_labels.size());
   m_sizes.reserve(m_labels.size());
-  m_doubts.reserve(m_labels.size());
+  m_doubtOf.reserve(m_labels.size());
+  m_doubts.reserve(m_labels.size() / 4);  // samples are at least two pixels apart in each direction
 }
 
 int SpeckFinder::root(int label) {
@@ -150,42 +151,62 @@ void SpeckFinder::find(const Plane& disparity, float step, int least, std::uint8
   }
 }
 
+SpeckFinder::Doubt* SpeckFinder::doubtOf(std::ptrdiff_t k) {
+  const int label = m_labels[static_cast<std::size_t>(k)];
+  const int number = label < 0 ? -1 : m_doubtOf[static_cast<std::size_t>(m_parents[static_cast<std::size_t>(label)])];
+  return number < 0 ? nullptr : &m_doubts[static_cast<std::size_t>(number)];
+}
+
 void SpeckFinder::markRepeats(const RepeatFinder& repeats, std::uint8_t* marks) {
   std::fill_n(marks, m_labels.size(), static_cast<std::uint8_t>(0));
-  m_doubts.assign(m_parents.size(), {});
+  m_doubtOf.assign(m_parents.size(), -1);
+  m_doubts.clear();
   const int step = repeats.step();
   const int columns = repeats.lastMark() + 1;
   bool any = false;
   for (int row = 0; row < repeats.rows(); ++row) {
     const std::uint8_t* const cells = repeats.row(row * step);
-    const std::ptrdiff_t line = (static_cast<std::ptrdiff_t>(row) * step + step / 2) * m_width;
+    const std::ptrdiff_t line = (static_cast<std::ptrdiff_t>(row) * step + step / 2) * m_width + step / 2;
     for (int column = 0; column < columns; ++column) {
-      const int label =
-          m_labels[static_cast<std::size_t>(line + static_cast<std::ptrdiff_t>(column) * step + step / 2)];
+      const std::ptrdiff_t k = line + static_cast<std::ptrdiff_t>(column) * step;
+      const int label = m_labels[static_cast<std::size_t>(k)];
       if (label < 0) {
         continue;
       }
-      Doubt& doubt = m_doubts[static_cast<std::size_t>(m_parents[static_cast<std::size_t>(label)])];
-      ++doubt.samples;
-      if (cells[column] != 0) {
-        ++doubt.marked;
-        doubt.periods += repeats.periodAt(row, column);
-        doubt.rows += doubt.lastRow != row + 1 ? 1 : 0;
-        doubt.lastRow = row + 1;
-        any = true;
+      std::int32_t& number = m_doubtOf[static_cast<std::size_t>(m_parents[static_cast<std::size_t>(label)])];
+      if (number < 0) {
+        number = static_cast<std::int32_t>(m_doubts.size());
+        m_doubts.emplace_back();
       }
-      doubt.ends += repeats.endsAt(row, column) ? 1 : 0;
+      Doubt& doubt = m_doubts[static_cast<std::size_t>(number)];
+      ++doubt.samples;
+      if (cells[column] == 0) {
+        continue;
+      }
+      any = true;
+      ++doubt.marked;
+      const int period = repeats.periodAt(row, column);
+      doubt.periods += period;
+      if (doubt.lastRow == row + 1) {
+        continue;
+      }
+      doubt.lastRow = row + 1;
+      ++doubt.rows;
+      for (int other = std::max(column - period / step, 0); other < std::min(column + 3, columns); ++other) {
+        const bool isSame = doubtOf(line + static_cast<std::ptrdiff_t>(other) * step) == &doubt;
+        doubt.ends += isSame && repeats.endsAt(row, other, period) ? 1 : 0;
+      }
     }
   }
   if (!any) {
     return;
   }
   for (Doubt& doubt : m_doubts) {
-    // Samples of a strip at the left edge, one period wide: seen from the right eye, something nearer by a period would
-    // reach beyond the surface there, so nothing but the matched disparity fits.
-    const int strip = doubt.marked > 0 ? doubt.rows * doubt.periods / (doubt.marked * step) : 0;
-    doubt.isSettled = doubt.ends * 100 > leastEnd * strip;
-    doubt.isWhole = !doubt.isSettled && doubt.marked * 100 > mostMarked * doubt.samples;
+    // At the surface's left edge is a strip, one period wide, where something nearer by a period would reach beyond the
+    // surface in the right eye's view: nothing but the matched disparity fits there.
+    const std::int64_t strips = std::int64_t{doubt.rows} * doubt.periods;  // times samples and their step
+    doubt.isSettled = std::int64_t{doubt.ends} * doubt.marked * step * 100 > leastEnd * strips;
+    doubt.isWhole = !doubt.isSettled && std::int64_t{doubt.marked} * 100 > std::int64_t{mostMarked} * doubt.samples;
   }
   for (int row = 0; row < m_height; ++row) {
     const std::uint8_t* const cells = repeats.row(row);
@@ -193,10 +214,11 @@ void SpeckFinder::markRepeats(const RepeatFinder& repeats, std::uint8_t* marks) 
     for (int cell = 0; cell < columns; ++cell) {
       const int end = cell + 1 < columns ? (cell + 1) * step : m_width;
       for (int x = cell * step; x < end; ++x) {
-        const int label = m_labels[static_cast<std::size_t>(line + x)];
-        if (label >= 0) {
-          const Doubt& doubt = m_doubts[static_cast<std::size_t>(m_parents[static_cast<std::size_t>(label)])];
-          marks[line + x] = doubt.isWhole || (cells[cell] != 0 && !doubt.isSettled) ? 255 : 0;
+        const Doubt* const doubt = doubtOf(line + x);
+        if (doubt != nullptr) {
+          marks[line + x] = doubt->isWhole || (cells[cell] != 0 && !doubt->isSettled) ? 255 : 0;
+        } else {
+          marks[line + x] = cells[cell];
         }
       }
     }

@@ -54,13 +54,15 @@ private:
   };
 
   int root(int label);
+  Doubt* doubtOf(std::ptrdiff_t k);  // of a pixel's surface; null without a surface or a sample
 
   int m_width;
   int m_height;
   std::vector<std::int32_t> m_labels;
   std::vector<std::int32_t> m_parents;  // once all are found, the first label of each one's surface
   std::vector<std::int32_t> m_sizes;    // of a surface; once all are found, of each label's
-  std::vector<Doubt> m_doubts;          // of each surface
+  std::vector<std::int32_t> m_doubtOf;  // number of the doubt of each surface, -1 without samples
+  std::vector<Doubt> m_doubts;
 };
 
 }  // namespace stereo::depth

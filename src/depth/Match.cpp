@@ -18,7 +18,8 @@ constexpr std::uint8_t outside = 200;
 // Bytes after each column of costs, read as the neighbors of its last and of the next one's first.
 constexpr int gap = 32;
 
-// Costs around a sample: 24 bits of 9 columns of 2 rows, halved, are at most 216. Noise gives half of that.
+// Costs around a sample: 24 bits of 9 columns of 2 rows, halved, are at most 216. Noise gives half of that; a third
+// less at the view's sides, where columns are missing.
 constexpr int aroundReach = 4;   // columns
 constexpr int worstMatch = 40;   // of a sample that says something: what noise hardly gives by chance
 constexpr int rivalMargin = 20;  // a rival may be worse by this and a quarter: it seldom falls on a whole column

@@ -71,7 +71,8 @@ public:
   std::vector<std::uint8_t> rightIndex;
 };
 
-/// Matches the rows [from, to) of strip after rows [warm, from), whose results are dropped. Costs are Hamming distances
+/// Matches the rows [from, to) of strip after rows [warm, from), whose results are dropped; with rivals, at least one
+/// of these unless `from` is 0. Costs are Hamming distances
 /// of the descriptors (0 to 24), summed over five paths: from the left, the right, and three from above. A path's cost
 /// is
 ///   L(p, d) = C(p, d) + min(L(q, d), L(q, d - 1) + P1, L(q, d + 1) + P1, min L(q) + P2) - min L(q)

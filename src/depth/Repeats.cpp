@@ -50,11 +50,11 @@ const std::uint8_t* RepeatFinder::row(int y) const {
   return m_marks.data() + static_cast<std::ptrdiff_t>(std::min(y / m_step, m_rows - 1)) * m_columns;
 }
 
-bool RepeatFinder::endsAt(int row, int column) const {
+bool RepeatFinder::endsAt(int row, int column, int period) const {
   const std::ptrdiff_t at = (static_cast<std::ptrdiff_t>(row) * m_columns + column) * m_disparities;
   const std::uint8_t* const larger = m_larger.data() + at;
-  const int period = periodAt(row, column);
-  return larger[0] != 0 && larger[period] == 0 && m_smaller[static_cast<std::size_t>(at + period)] != 0;
+  return period > leastShift && larger[0] != 0 && larger[period] == 0 &&
+         m_smaller[static_cast<std::size_t>(at + period)] != 0;
 }
 
 void RepeatFinder::find() {
@@ -101,7 +101,7 @@ void RepeatFinder::judgeRow(int row) {
   }
 }
 
-// Beside what was found, the window held other things as well.
+// By a cell to all sides: at the edge of what repeats, half of the window's samples are of other things.
 void RepeatFinder::grow() {
   std::fill(m_marks.begin(), m_marks.end(), static_cast<std::uint8_t>(0));
   for (int row = 0; row < m_rows; ++row) {

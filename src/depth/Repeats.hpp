@@ -11,8 +11,8 @@
 namespace stereo::depth {
 
 /// Where most samples of a neighborhood say that a disparity larger by the same number of columns fits as well: the
-/// matched one may be wrong, and what is there nearer. Single samples say so by chance in any texture, but of
-/// different numbers.
+/// matched one may be wrong, and the true thing nearer. In other texture single samples say so by chance, each of
+/// another number of columns.
 class RepeatFinder {
 public:
   /// For views matched at `size`, a sample every `step` pixels. `share`: percent of the samples that say anything which
@@ -29,12 +29,12 @@ public:
   const std::uint8_t* row(int y) const;
   int lastMark() const { return m_columns - 1; }
   int step() const { return m_step; }
-  /// Whether at a sample a smaller disparity fits as texture around it repeats, but a larger one doesn't: something
-  /// nearer would have to end here.
-  bool endsAt(int row, int column) const;
+  /// Whether at a sample a disparity smaller by `period` columns fits, but not one that is larger by as much. Never for
+  /// the shortest period that is looked for: shorter ones look like it.
+  bool endsAt(int row, int column, int period) const;
 
   int rows() const { return m_rows; }
-  /// By how many columns the texture around a cell repeats, if it does.
+  /// By how many columns the texture around a marked cell repeats.
   int periodAt(int row, int column) const { return m_periods[at(row, column)]; }
 
 private:

@@ -177,7 +177,7 @@ Rivals rivalsPlainly(const Views& v, const Found& found, int step, int leastInde
         }
       }
       const auto costOf = [&](int d) { return d < 0 || d >= D ? 255 : around[static_cast<std::size_t>(d)]; };
-      const int index = (found.disparity[static_cast<std::size_t>(y * W + x)] + 8) / 16 - MatchSize::least;
+      const int index = ((found.disparity[static_cast<std::size_t>(y * W + x)] + 8) >> 4) - MatchSize::least;
       const int own = std::min({costOf(index - 1), costOf(index), costOf(index + 1)});
       const int limit = own + own / 4 + 20;
       for (const int way : {1, -1}) {
@@ -208,15 +208,15 @@ void compareRivals(MatchSize size, int shift, int period, int step, int leastInd
   ASSERT_GT(std::count(rivals.larger.begin(), rivals.larger.end(), 1), 20);
   withEachInstructionSet([&] {
     Found found{std::vector<std::int16_t>(expected.disparity.size()), std::vector<std::uint8_t>(expected.flags.size())};
-    Rivals says{std::vector<std::uint8_t>(rivals.larger.size() + 9000, 2),
-                std::vector<std::uint8_t>(rivals.smaller.size() + 9000, 2)};
+    Rivals says{std::vector<std::uint8_t>(rivals.larger.size(), 2),
+                std::vector<std::uint8_t>(rivals.smaller.size(), 2)};
     MatchScratch scratch(size);
     matchStrip(
         views.input(), 0, 0, size.height, scratch,
         {found.disparity.data(), found.flags.data(), {step, leastIndex, says.larger.data(), says.smaller.data()}});
     EXPECT_EQ(found.disparity, expected.disparity);
-    EXPECT_TRUE(std::equal(rivals.larger.begin(), rivals.larger.end(), says.larger.begin()));
-    EXPECT_TRUE(std::equal(rivals.smaller.begin(), rivals.smaller.end(), says.smaller.begin()));
+    EXPECT_TRUE(says.larger == rivals.larger);
+    EXPECT_TRUE(says.smaller == rivals.smaller);
   });
 }
 
@@ -273,6 +273,7 @@ TEST(WideMatch, SamplesSayWhatElseWouldFit) {
   compareRivals({61, 13, 96}, 5, 17, 2, 30);
   compareRivals({45, 8, 64}, 30, 0, 4, 0);
   compareRivals({61, 13, 96}, 40, 17, 4, 0);
+  compareRivals({46, 15, 32}, -2, 9, 4, 0);  // with a row of samples below the last whole step
 }
 
 TEST(WideMatch, TextureThatRepeatsIsFoundAndOtherTextureIsNot) {

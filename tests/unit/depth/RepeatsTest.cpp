@@ -1,13 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 // Wide depth of texture that repeats. The eyes are rendered here: a plate that faces them, before a textured room.
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdint>
+#include <vector>
 
 #include <gtest/gtest.h>
 #include <opencv2/core.hpp>
 
 #include "WideDepth.hpp"
+#include "src/depth/Filter.hpp"
+#include "src/depth/Repeats.hpp"
 
 using namespace stereo;
 
@@ -15,9 +19,8 @@ namespace {
 
 const cv::Size eyeSize(464, 400);
 constexpr double focal = 225.0;
-constexpr double baseline = 0.06;    // meters
-constexpr double roomRadius = 3.0;   // meters
-constexpr double plateExtent = 0.3;  // meters to each side
+constexpr double baseline = 0.06;   // meters
+constexpr double roomRadius = 3.0;  // meters
 
 double cell(int x, int y, int z) {
   auto bits = static_cast<std::uint32_t>(x) * 374761393U + static_cast<std::uint32_t>(y) * 668265263U +
@@ -48,14 +51,16 @@ double noise(const cv::Vec3d& point, double size) {
 }
 
 struct Plate {
-  double distance;  // meters
-  double square;    // meters; 0: the room's texture
+  double distance;      // meters
+  double square;        // meters; 0: the room's texture
+  double extent = 0.3;  // meters to each side
+  bool isStriped = false;
 };
 
 double rangeAlong(const Plate& plate, const cv::Vec3d& eye, const cv::Vec3d& ray) {
   if (ray[2] > 0.0) {
     const cv::Vec3d point = eye + ray * (plate.distance / ray[2]);
-    if (std::abs(point[0]) < plateExtent && std::abs(point[1]) < plateExtent) {
+    if (std::abs(point[0]) < plate.extent && std::abs(point[1]) < plate.extent) {
       return plate.distance / ray[2];
     }
   }
@@ -69,7 +74,7 @@ double colorAlong(const Plate& plate, const cv::Vec3d& eye, const cv::Vec3d& ray
   const bool isPlate = range * ray[2] < plate.distance + 1e-9 && ray[2] > 0.0;
   if (isPlate && plate.square > 0.0) {
     const auto square = [&](double x) { return static_cast<int>(std::floor(x / plate.square)); };
-    return ((square(point[0]) + square(point[1])) & 1) != 0 ? 200.0 : 50.0;
+    return ((square(point[0]) + (plate.isStriped ? 0 : square(point[1]))) & 1) != 0 ? 200.0 : 50.0;
   }
   const double size = isPlate ? 0.04 : 0.4;
   return 60 + 90 * noise(point, size) + 60 * noise(point, 0.3 * size);
@@ -141,6 +146,50 @@ Shares sharesOf(const Plate& plate) {
 }
 
 }  // namespace
+
+namespace {
+
+// A surface that fills the view, whose samples all say that the texture repeats after `period` columns, but for those
+// of the first `ending` columns of samples, where nothing nearer fits. Percent of the pixels that are marked.
+double markedOf(depth::MatchSize size, int period, int ending) {
+  depth::RepeatFinder repeats(size, 4, 66, 0);
+  const depth::RivalOutput output = repeats.output();
+  const int columns = size.width / 4;
+  for (int row = 0; row < size.height / 4; ++row) {
+    for (int column = 0; column < columns; ++column) {
+      const std::ptrdiff_t at = (static_cast<std::ptrdiff_t>(row) * columns + column) * size.disparities;
+      output.larger[at] = 1;
+      output.larger[at + period] = column < ending ? 0 : 1;
+      output.smaller[at + period] = 1;
+    }
+  }
+  repeats.find();
+  depth::Plane disparity;
+  disparity.create(size.width, size.height, depth::noDisparity);
+  for (int row = 0; row < size.height; ++row) {
+    std::fill_n(disparity.row(row), size.width, 9.0F);
+  }
+  depth::SpeckFinder finder(size.width, size.height);
+  std::vector<std::uint8_t> marks(static_cast<std::size_t>(size.width) * static_cast<std::size_t>(size.height));
+  finder.find(disparity, 1.0F, 10, marks.data());
+  finder.markRepeats(repeats, marks.data());
+  return 100.0 * static_cast<double>(std::count(marks.begin(), marks.end(), 255)) / static_cast<double>(marks.size());
+}
+
+}  // namespace
+
+TEST(WideDepthRepeats, ASurfaceThatEndsAsOnlyTheMatchedOneCanIsKept) {
+  EXPECT_EQ(markedOf({120, 80, 64}, 12, 0), 100.0);
+  EXPECT_EQ(markedOf({120, 80, 64}, 12, 3), 0.0);
+  EXPECT_EQ(markedOf({120, 80, 64}, 4, 1), 100.0) << "too short a period to tell";
+  EXPECT_EQ(markedOf({464, 1600, 128}, 120, 0), 100.0) << "many rows times long periods";
+}
+
+TEST(WideDepthRepeats, StripedWallsAreNotReportedFar) {
+  for (const double stripe : {0.016, 0.018, 0.02, 0.022, 0.026}) {
+    EXPECT_LT(sharesOf({0.25, stripe, 1.2, true}).tooFar, 3.0) << stripe;
+  }
+}
 
 TEST(WideDepthRepeats, APlateOfManySquaresIsNotReportedFar) {
   EXPECT_LT(sharesOf({0.2, 0.012}).tooFar, 1.0);
