@@ -72,9 +72,8 @@ public:
 };
 
 /// Matches the rows [from, to) of strip after rows [warm, from), whose results are dropped; with rivals, at least one
-/// of these unless `from` is 0. Costs are Hamming distances
-/// of the descriptors (0 to 24), summed over five paths: from the left, the right, and three from above. A path's cost
-/// is
+/// of these unless `from` is 0. Costs are Hamming distances of the descriptors (0 to 24), summed over five paths: from
+/// the left, the right, and three from above. A path's cost is
 ///   L(p, d) = C(p, d) + min(L(q, d), L(q, d - 1) + P1, L(q, d + 1) + P1, min L(q) + P2) - min L(q)
 /// with q the pixel before p. All in 8 bits: a path's cost stays within 24 + P2, so P2 is at most 26.
 void matchStrip(const MatchInput& input, int warm, int from, int to, MatchScratch& scratch, const MatchOutput& output);
