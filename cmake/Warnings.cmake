@@ -21,3 +21,14 @@ endfunction()
 function(stereo_camera_quick_to_compile target)
   target_compile_options(${target} PRIVATE $<$<NOT:$<CONFIG:Debug>>:-O1>)
 endfunction()
+
+# Compiles several sources of a target as one unit, for targets whose time goes into other libraries' templates. Names in
+# anonymous namespaces are then unique within the target. scripts/lint switches it off, to look at each file by itself.
+option(STEREO_CAMERA_COMPILE_TOGETHER "Compile commands, bindings and tests several files at a time" ON)
+function(stereo_camera_compile_together target)
+  if(STEREO_CAMERA_COMPILE_TOGETHER)
+    set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 6)
+    # A fixture in an anonymous namespace looks to the compiler like one in a header.
+    target_compile_options(${target} PRIVATE -Wno-subobject-linkage)
+  endif()
+endfunction()

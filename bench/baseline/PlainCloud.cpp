@@ -9,8 +9,6 @@ namespace stereo::baseline {
 
 namespace {
 
-constexpr double pi = 3.141592653589793;
-
 struct Block {
   std::vector<double> keys;
   std::vector<cv::Vec3f> points;
@@ -37,8 +35,8 @@ bool unproject(int i, int j, const core::CloudImages& images, const core::CloudM
   if (outsideRadius(i, j, model)) {
     return false;
   }
-  const double kc = images.disparity.cols / pi;
-  const double kr = images.disparity.rows / pi;
+  const double kc = images.disparity.cols / CV_PI;
+  const double kr = images.disparity.rows / CV_PI;
   const double x = (j - model.cx) / model.fx;
   const double y = (i - model.cy) / model.fy;
   const double r2 = x * x + y * y;

@@ -8,15 +8,13 @@ namespace stereo::baseline {
 
 namespace {
 
-constexpr double pi = 3.141592653589793;
-
 // In other modes than 1 and 2, the depth of the previous pixel stays.
 void evaluateDepth(float d, int column, const core::DepthModel& model, float& depth) {
   if (model.mode == 1) {
     const float W = static_cast<float>(model.W);
     const float a = (static_cast<float>(column) - d) / W;
     const double o = ((180.0 - model.lonLatFov) / 2.0) / 180.0;
-    depth = static_cast<float>(model.b * std::sin(pi * (a + o)) / std::sin(pi * (d / W)));
+    depth = static_cast<float>(model.b * std::sin(CV_PI * (a + o)) / std::sin(CV_PI * (d / W)));
   } else if (model.mode == 2) {
     depth = static_cast<float>(model.f * model.b / d);
   }

@@ -15,14 +15,13 @@
 #include "tests/support/TempDir.hpp"
 
 using stereo::app::ExitCode;
+using stereo::test::Arguments;
 using stereo::test::await;
 using stereo::test::Program;
 using stereo::test::TempDir;
 using testing::HasSubstr;
 
 namespace {
-
-using Arguments = std::vector<std::string>;
 
 constexpr std::chrono::minutes limit{5};
 const Arguments small{"--size", "928x400", "--rectified", "232x200", "--patience", "120"};

@@ -13,6 +13,8 @@
 #include "tests/support/Program.hpp"
 
 using stereo::app::ExitCode;
+using stereo::test::Arguments;
+using stereo::test::Outcome;
 using stereo::test::Program;
 using stereo::test::readFile;
 using testing::HasSubstr;
@@ -20,16 +22,8 @@ using testing::Not;
 
 namespace {
 
-struct Outcome {
-  int code;
-  std::string out;
-  std::string err;
-};
-
-Outcome run(const std::vector<std::string>& arguments) {
-  Program program(STEREO_CAMERA_PROGRAM, arguments);
-  const int code = program.wait(std::chrono::minutes(9));
-  return {code, program.out(), program.err()};
+Outcome run(const Arguments& arguments) {
+  return stereo::test::run(STEREO_CAMERA_PROGRAM, arguments, {}, std::chrono::minutes(9));
 }
 
 }  // namespace
@@ -126,7 +120,7 @@ TEST(CalibrateProgram, RefusesWhatMakesNoSense) {
   EXPECT_THAT(none.err, HasSubstr("only 0 pictures"));
   EXPECT_FALSE(std::filesystem::exists(output));
 
-  const Outcome nothingToCheck = run({"check", "--replay", folder.path("empty/grey.png")});
+  const Outcome nothingToCheck = run({"check", "--replay", folder.path("empty/grey.png"), "--patience", "120"});
   EXPECT_EQ(nothingToCheck.code, static_cast<int>(ExitCode::calibration)) << nothingToCheck.err;
 }
 

@@ -16,7 +16,9 @@
 
 using stereo::app::ExitCode;
 using stereo::app::Json;
+using stereo::test::Arguments;
 using stereo::test::deadline;
+using stereo::test::operator+;
 using stereo::test::Program;
 using stereo::test::row;
 using stereo::test::TempDir;
@@ -25,13 +27,6 @@ using testing::Not;
 using testing::StartsWith;
 
 namespace {
-
-using Arguments = std::vector<std::string>;
-
-Arguments operator+(Arguments first, const Arguments& second) {
-  first.insert(first.end(), second.begin(), second.end());
-  return first;
-}
 
 const Arguments stillCamera{"--simulate", "--still", "--size", "928x400", "--patience", "120"};
 
@@ -102,7 +97,7 @@ TEST_F(Console, SettingsQuietenTheLogOfEveryCamera) {
       file("settings.yml"), {{"LogLevel", row({0})}, {"DeviceNode", row({0})}, {"RectifyFrameSize", row({232, 200})}});
   ASSERT_EQ(run(Arguments{"record", "--frames", "3", "-o", file("taken"), "--settings", settings} + stillCamera), 0);
   EXPECT_THAT(m_err, Not(HasSubstr("[StereoCamera]")));
-  const Arguments replay{"check", "--frames", "1", "--replay", file("taken"), "--settings"};
+  const Arguments replay{"check", "--frames", "1", "--patience", "120", "--replay", file("taken"), "--settings"};
   EXPECT_EQ(run(replay + Arguments{settings}), 0) << m_err;
   EXPECT_THAT(m_err, Not(HasSubstr("[StereoCamera]")));
   const std::string loud = stereo::test::writeDocument(file("loud.yml"), {{"DeviceNode", row({0})}});

@@ -16,20 +16,15 @@
 #include "tests/support/Program.hpp"
 
 using stereo::app::ExitCode;
+using stereo::test::Arguments;
 using stereo::test::deadline;
+using stereo::test::operator+;
 using stereo::test::Program;
 using stereo::test::TempDir;
 using testing::HasSubstr;
 using testing::Not;
 
 namespace {
-
-using Arguments = std::vector<std::string>;
-
-Arguments operator+(Arguments first, const Arguments& second) {
-  first.insert(first.end(), second.begin(), second.end());
-  return first;
-}
 
 // A recording of a second, and what commands leave behind.
 class Ending : public testing::Test {
@@ -105,7 +100,7 @@ TEST_F(Ending, OfARecordingEndsTheOthersNormally) {
 }
 
 TEST_F(Ending, OfARecordingLeavesSnapshotWhatItHas) {
-  EXPECT_EQ(run(Arguments{"snapshot", "--rate", "4", "-o", file("whole")} + once()), 0) << m_err;
+  EXPECT_EQ(run(Arguments{"snapshot", "--rate", "2", "-o", file("whole")} + once()), 0) << m_err;
   EXPECT_TRUE(std::filesystem::exists(file("whole/depth.tiff")));
   const std::string picture = file("whole/raw.png");
   EXPECT_EQ(run({"snapshot", "--replay", picture, "--once", "--patience", "300", "-o", file("one")}), 0) << m_err;
@@ -129,24 +124,24 @@ TEST_F(Ending, BySignalLeavesNoPictures) {
   interrupt(Arguments{"demo", "-o", file("demo"), "--seconds", "3600", "--simulate"}, "source:", SIGHUP,
             afterSignal + SIGHUP);
   EXPECT_FALSE(std::filesystem::exists(file("demo")));
-  interrupt(Arguments{"demo", "-o", file("demo"), "--seconds", "3600", "--replay", recording()}, "measuring", SIGTERM,
-            afterSignal + SIGTERM);
+  interrupt(Arguments{"demo", "-o", file("demo"), "--seconds", "3600", "--patience", "300", "--replay", recording()},
+            "measuring", SIGTERM, afterSignal + SIGTERM);
   EXPECT_FALSE(std::filesystem::exists(file("demo")));
 }
 
 TEST_F(Ending, BySignalTakesWhatWasThereBeforeForNothing) {
   std::filesystem::create_directory(file("shots"));
   stereo::test::writeFile(file("shots/notes.txt"), "mine\n");
-  interrupt(Arguments{"demo", "-o", file("shots"), "--seconds", "3600", "--replay", recording()}, "measuring", SIGINT,
-            afterSignal + SIGINT);
+  interrupt(Arguments{"demo", "-o", file("shots"), "--seconds", "3600", "--patience", "300", "--replay", recording()},
+            "measuring", SIGINT, afterSignal + SIGINT);
   EXPECT_EQ(stereo::test::readFile(file("shots/notes.txt")), "mine\n");
   const auto files = std::filesystem::directory_iterator(file("shots"));
   EXPECT_EQ(std::distance(begin(files), end(files)), 1);
 }
 
 TEST_F(Ending, BySignalOfChecksAndCalibrations) {
-  interrupt({"check", "--frames", "1000", "--rate", "2", "--replay", recording()}, "frame 1 of", SIGHUP,
-            afterSignal + SIGHUP);
+  interrupt({"check", "--frames", "1000", "--rate", "2", "--patience", "300", "--replay", recording()}, "frame 1 of",
+            SIGHUP, afterSignal + SIGHUP);
   EXPECT_THAT(m_out, Not(HasSubstr("fits")));
   std::filesystem::create_directory(file("boards"));
   ASSERT_TRUE(cv::imwrite(file("boards/000.png"), cv::Mat(400, 928, CV_8UC1, cv::Scalar(90))));

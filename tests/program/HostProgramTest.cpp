@@ -13,20 +13,16 @@
 #include <opencv2/imgcodecs.hpp>
 
 #include "apps/stereo-camera/process/Failure.hpp"
+#include "tests/support/Program.hpp"
 #include "tests/support/TempDir.hpp"
 
 using stereo::app::ExitCode;
+using stereo::test::Outcome;
 using stereo::test::readFile;
 using stereo::test::row;
 using testing::HasSubstr;
 
 namespace {
-
-struct Outcome {
-  int code;
-  std::string out;
-  std::string err;
-};
 
 class HostProgram : public testing::Test {
 protected:

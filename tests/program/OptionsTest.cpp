@@ -13,6 +13,8 @@
 #include "tests/support/Program.hpp"
 
 using stereo::app::ExitCode;
+using stereo::test::Arguments;
+using stereo::test::Outcome;
 using stereo::test::Program;
 using stereo::test::TempDir;
 using testing::HasSubstr;
@@ -20,18 +22,8 @@ using testing::StartsWith;
 
 namespace {
 
-using Arguments = std::vector<std::string>;
-
-struct Outcome {
-  int code;
-  std::string out;
-  std::string err;
-};
-
 Outcome run(const Arguments& arguments, const std::vector<std::string>& environment = {}) {
-  Program program(STEREO_CAMERA_PROGRAM, arguments, environment);
-  const int code = program.wait();
-  return {code, program.out(), program.err()};
+  return stereo::test::run(STEREO_CAMERA_PROGRAM, arguments, environment);
 }
 
 void expectUsage(const Arguments& arguments, const std::string& message) {

@@ -72,7 +72,10 @@ TEST_F(RecordProgram, ReplayGivesTheSameBitsAsLive) {
     }
   }
   // The command line wins; the recording's settings fill in the rest.
-  ASSERT_EQ(run({"snapshot", "--replay", file("taken"), "--rectified", "200x180", "-o", file("other")}), 0) << m_err;
+  ASSERT_EQ(
+      run({"snapshot", "--replay", file("taken"), "--rectified", "200x180", "--patience", "120", "-o", file("other")}),
+      0)
+      << m_err;
   EXPECT_EQ(cv::imread(file("other/perspective-left.png")).size(), cv::Size(200, 180));
   EXPECT_EQ(cv::imread(file("other/lonlat-left.png")).size(), cv::Size(200, 180));
 }
@@ -127,7 +130,8 @@ TEST_F(RecordProgram, EndOfTheSourceKeepsWhatCame) {
             0)
       << m_err;
   // The recording of a recording, played once: all of it is there.
-  EXPECT_EQ(run({"record", "--replay", file("first"), "--once", "-o", file("second")}), 0) << m_err;
+  EXPECT_EQ(run({"record", "--replay", file("first"), "--once", "--patience", "120", "-o", file("second")}), 0)
+      << m_err;
   EXPECT_THAT(m_out, HasSubstr("recorded 4 frames"));
   EXPECT_EQ(Recording::open(file("second")).timestamps.size(), 4U);
 }
@@ -192,11 +196,11 @@ TEST_F(RecordProgram, DamageIsTold) {
                  "--patience", "120", "-o", file("whole")}),
             0)
       << m_err;
-  EXPECT_EQ(run({"record", "--replay", file("whole"), "--once", "-o", file("copy")}), 0) << m_err;
+  EXPECT_EQ(run({"record", "--replay", file("whole"), "--once", "--patience", "120", "-o", file("copy")}), 0) << m_err;
   EXPECT_THAT(m_err, Not(HasSubstr("damaged")));
   const std::string frames = file("whole/frames.mkv");
   std::filesystem::resize_file(frames, std::filesystem::file_size(frames) / 2);
-  EXPECT_EQ(run({"record", "--replay", file("whole"), "--once", "-o", file("half")}), 0) << m_err;
+  EXPECT_EQ(run({"record", "--replay", file("whole"), "--once", "--patience", "120", "-o", file("half")}), 0) << m_err;
   const std::size_t left = Recording::open(file("half")).timestamps.size();
   EXPECT_LT(left, 12U);
   EXPECT_THAT(m_err, HasSubstr("damaged: " + std::to_string(12 - left) + " of its frames could not be decoded"));
@@ -206,6 +210,7 @@ TEST_F(RecordProgram, DamageIsTold) {
     ASSERT_TRUE(cv::imwrite(file(name), cv::Mat(40, 120, CV_8UC3, cv::Scalar::all(99))));
   }
   stereo::test::writeFile(file("images/2.png"), stereo::test::readFile(file("images/1.png")).substr(0, 60));
-  EXPECT_EQ(run({"record", "--replay", file("images"), "--frames", "9", "-o", file("round")}), 0) << m_err;
+  EXPECT_EQ(run({"record", "--replay", file("images"), "--frames", "9", "--patience", "120", "-o", file("round")}), 0)
+      << m_err;
   EXPECT_THAT(m_err, HasSubstr("damaged: 1 of its frames could not be decoded"));
 }

@@ -22,7 +22,9 @@
 #include "tests/support/TempDir.hpp"
 
 using stereo::app::ExitCode;
+using stereo::test::Arguments;
 using stereo::test::await;
+using stereo::test::operator+;
 using stereo::test::Program;
 using stereo::test::row;
 using stereo::test::TempDir;
@@ -30,15 +32,8 @@ using testing::HasSubstr;
 
 namespace {
 
-using Arguments = std::vector<std::string>;
-
 const cv::Size eyeSize(464, 400);
 const Arguments stillCamera{"--size", "928x400", "--still"};  // rectified eyes of 464 x 400
-
-Arguments operator+(Arguments first, const Arguments& second) {
-  first.insert(first.end(), second.begin(), second.end());
-  return first;
-}
 
 class StreamProgram : public testing::Test {
 protected:
@@ -252,7 +247,8 @@ TEST_F(StreamProgram, EndsWithTheRecording) {
   }
   for (const Arguments& command :
        {Arguments{"stream", "--mode", "1"}, Arguments{"share", "--calibration", writeCalibration(ownPosition())}}) {
-    Program program(STEREO_CAMERA_PROGRAM, command + Arguments{"--replay", file("pictures"), "--once"});
+    Program program(STEREO_CAMERA_PROGRAM,
+                    command + Arguments{"--replay", file("pictures"), "--once", "--patience", "120"});
     EXPECT_EQ(program.wait(), 0) << program.err();
     EXPECT_THAT(program.out(), testing::ContainsRegex("(streamed|shared for) [1-3] (images|frames)"));
   }

@@ -22,4 +22,9 @@ bool await(Condition condition, std::chrono::milliseconds limit = deadline) {
   return true;
 }
 
+/// The clock of the timestamps, since 1970.
+inline std::chrono::microseconds timeOfDay() {
+  return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::system_clock::now().time_since_epoch());
+}
+
 }  // namespace stereo::test

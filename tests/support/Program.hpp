@@ -17,12 +17,18 @@
 
 namespace stereo::test {
 
+using Arguments = std::vector<std::string>;
+
+inline Arguments operator+(Arguments first, const Arguments& second) {
+  first.insert(first.end(), second.begin(), second.end());
+  return first;
+}
+
 /// Another program that runs beside the test, from construction on. Killed if it still runs when this goes.
 class Program {
 public:
   /// `environment` changes this process's: "NAME=value" sets, "NAME" takes away.
-  Program(const std::string& path, const std::vector<std::string>& arguments,
-          const std::vector<std::string>& environment = {}) {
+  Program(const std::string& path, const Arguments& arguments, const std::vector<std::string>& environment = {}) {
     std::vector<std::string> words{path};
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<std::string> settings = changedEnvironment(environment);
@@ -100,5 +106,20 @@ private:
   pid_t m_id = -1;
   int m_code = -2;
 };
+
+/// What a program left when it was over; `code` as Program::wait() returns it.
+struct Outcome {
+  int code;
+  std::string out;
+  std::string err;
+};
+
+/// Runs another program to its end.
+inline Outcome run(const std::string& path, const Arguments& arguments,
+                   const std::vector<std::string>& environment = {}, std::chrono::milliseconds limit = 2 * deadline) {
+  Program program(path, arguments, environment);
+  const int code = program.wait(limit);
+  return {code, program.out(), program.err()};
+}
 
 }  // namespace stereo::test

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/support/TestCamera.hpp"
 
-#include <cstring>
-
 #include <opencv2/calib3d.hpp>
 
 namespace stereo::test {
@@ -32,18 +30,6 @@ std::vector<cv::Mat> someCalibration(int number) {
 void calibrate(StereoCamera& camera) {
   camera.setCalibParams(someCalibration(1), false);
   camera.setCalibParams(someCalibration(2), true);
-}
-
-bool sameBits(const cv::Mat& a, const cv::Mat& b) {
-  if (a.size() != b.size() || a.type() != b.type()) {
-    return false;
-  }
-  for (int row = 0; row < a.rows; ++row) {
-    if (std::memcmp(a.ptr(row), b.ptr(row), static_cast<std::size_t>(a.cols) * a.elemSize()) != 0) {
-      return false;
-    }
-  }
-  return true;
 }
 
 }  // namespace stereo::test

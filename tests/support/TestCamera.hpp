@@ -85,7 +85,4 @@ std::vector<cv::Mat> someCalibration(int number);
 /// Gives the camera a calibration of both eyes.
 void calibrate(StereoCamera& camera);
 
-/// Same size, type and bits (NaN included).
-bool sameBits(const cv::Mat& a, const cv::Mat& b);
-
 }  // namespace stereo::test

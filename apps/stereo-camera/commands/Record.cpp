@@ -39,7 +39,7 @@ struct RecordOptions {
 };
 
 // Encoding a frame may take long; interval of checks for the end meanwhile.
-constexpr std::chrono::milliseconds lookAround{200};
+constexpr std::chrono::milliseconds endCheckInterval{200};
 
 // Makes the folder, and removes what a recording without frames would leave in it.
 class Folder {
@@ -90,7 +90,7 @@ void recordUntilDone(const RecordOptions& options, OpenedCamera& opened, sources
   const char* const howToEnd = options.seconds > 0 || options.frames > 0 ? "" : "; Ctrl-C ends it";
   while (!runTime.over() && (options.frames == 0 || told.written < options.frames)) {
     const sources::Recorder::Counts before = told;
-    const bool wrote = recorder.awaitFrame(before, lookAround);
+    const bool wrote = recorder.awaitFrame(before, endCheckInterval);
     if (wrote) {
       watch.run([] { return true; });
       runTime.begin();

@@ -19,6 +19,7 @@
 
 #include "sim/FaultScript.hpp"
 #include "tests/support/Await.hpp"
+#include "tests/support/Images.hpp"
 #include "tests/support/Length.hpp"
 #include "tests/support/NotedCapture.hpp"
 #include "tests/support/OutputCapture.hpp"

@@ -20,8 +20,8 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::int32_t unused = 0;
 constexpr std::int32_t written = 2;
-constexpr std::size_t headerBytes = sizeof(std::int32_t);
-constexpr std::chrono::microseconds poll(300);  // the handshake has nothing to wait on
+constexpr std::size_t statusBytes = sizeof(std::int32_t);
+constexpr std::chrono::microseconds handshakePoll(300);  // the handshake has nothing to wait on
 
 class SegmentReader {
 public:
@@ -46,7 +46,7 @@ public:
       if (word == unused) {
         found = false;
         whole = Clock::now();
-        std::this_thread::sleep_for(poll);
+        std::this_thread::sleep_for(handshakePoll);
         continue;
       }
       // The mark comes before the pixels: what is there may be the image before still, or part of each.
@@ -68,7 +68,7 @@ public:
       } else if (Clock::now() > whole + std::chrono::milliseconds(counters.patience)) {
         return difference.empty() ? "marked, but the image stays the same" : difference;
       } else {
-        std::this_thread::sleep_for(poll);
+        std::this_thread::sleep_for(handshakePoll);
       }
     }
     return std::nullopt;
@@ -80,7 +80,7 @@ private:
   }
 
   std::string copyImage() {
-    cv::Mat(m_image.size(), CV_8UC3, m_segment + headerBytes).copyTo(m_image);
+    cv::Mat(m_image.size(), CV_8UC3, m_segment + statusBytes).copyTo(m_image);
     const std::uint32_t number = numberIn(m_image, 0);
     const int picture = static_cast<int>(number % static_cast<std::uint32_t>(m_shared.pictures()));
     return differenceOfEye(m_shared.leftEye(m_fullSize, picture), number, m_image);
@@ -101,7 +101,7 @@ private:
 };
 
 std::size_t segmentBytes(bool fullSize) {
-  return static_cast<std::size_t>(SharedCounters::eyeSize(fullSize).area()) * 3 + headerBytes;
+  return static_cast<std::size_t>(SharedCounters::eyeSize(fullSize).area()) * 3 + statusBytes;
 }
 
 // Nothing if the segment went, or went before it could be mapped.
@@ -136,7 +136,7 @@ void takeImages(const SharedCounters& shared, int key, const std::function<bool(
       std::snprintf(failure.data(), failure.size(), "%s", fault->c_str());
       return;
     }
-    std::this_thread::sleep_for(poll);
+    std::this_thread::sleep_for(handshakePoll);
   }
 }
 

@@ -18,6 +18,7 @@
 
 #include "sim/SimulatedCamera.hpp"
 #include "tests/support/Await.hpp"
+#include "tests/support/Images.hpp"
 #include "tests/support/Program.hpp"
 #include "tests/support/TempDir.hpp"
 #include "tests/support/TestCamera.hpp"

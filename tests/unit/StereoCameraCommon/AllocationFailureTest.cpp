@@ -10,6 +10,7 @@
 
 #include "StereoCamera.hpp"
 #include "SystemLog.hpp"
+#include "tests/support/Images.hpp"
 #include "tests/support/OutputCapture.hpp"
 #include "tests/support/TempDir.hpp"
 #include "tests/support/TestCamera.hpp"

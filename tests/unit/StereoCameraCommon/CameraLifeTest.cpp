@@ -26,8 +26,6 @@ using stereo::test::writeDocument;
 
 namespace {
 
-cv::Mat noFrame(int) { return {}; }
-
 // A camera that stops nothing when it is destroyed.
 class BareCamera : public StereoCamera {
 public:
@@ -201,7 +199,8 @@ struct Farewell {
 
 class Witness : public ScriptedCapture {
 public:
-  Witness(BareCamera& camera, Farewell& farewell) : ScriptedCapture(noFrame), m_camera(camera), m_farewell(farewell) {}
+  Witness(BareCamera& camera, Farewell& farewell)
+      : ScriptedCapture([](int) { return cv::Mat(); }), m_camera(camera), m_farewell(farewell) {}
   ~Witness() override {
     ++m_farewell.devices;
     m_farewell.opened = m_isOpened;

@@ -20,8 +20,6 @@ using Settings = std::vector<std::pair<int, double>>;
 
 namespace {
 
-cv::Mat noFrame(int) { return {}; }
-
 void expectNoFrameYet(const StereoCamera::TimeFrame& frame) {
   EXPECT_TRUE(frame.first.empty());
   EXPECT_TRUE(frame.second.empty());
@@ -322,7 +320,7 @@ TEST(Setters, LogLevelDoesNotReachTheLiveLog) {
 }
 
 TEST(Setters, RectFrameSizeRefusesButKeepsNoWidth) {
-  TestCamera camera(noFrame);
+  TestCamera camera([](int) { return cv::Mat(); });
   EXPECT_TRUE(camera.setRectFrameSize(cv::Size(464, 400)));
   EXPECT_EQ(camera.m_rectFrameSize, cv::Size(464, 400));
   EXPECT_FALSE(camera.setRectFrameSize(cv::Size(0, 400)));
@@ -334,7 +332,7 @@ TEST(Setters, RectFrameSizeRefusesButKeepsNoWidth) {
 
 TEST(Setters, FrameRateReachesTheDeviceWhateverItAnswers) {
   for (const bool answer : {true, false}) {
-    TestCamera camera(noFrame);
+    TestCamera camera([](int) { return cv::Mat(); });
     camera.device().answer = answer;
     EXPECT_TRUE(camera.setRawFrameRate(25));
     EXPECT_EQ(camera.getRawFrameRate(), 25.0F);
@@ -351,7 +349,7 @@ TEST(Setters, FrameRateReachesTheDeviceWhateverItAnswers) {
 TEST(Setters, FrameSizeReachesDeviceAndRadiusWhateverTheDeviceAnswers) {
   for (const bool answer : {true, false}) {
     const OutputCapture errors(2);
-    TestCamera camera(noFrame);
+    TestCamera camera([](int) { return cv::Mat(); });
     camera.device().answer = answer;
     EXPECT_TRUE(camera.setRawFrameSize(cv::Size(1856, 800)));
     EXPECT_EQ(camera.m_fisheyeRadius, 464);
@@ -365,7 +363,7 @@ TEST(Setters, FrameSizeReachesDeviceAndRadiusWhateverTheDeviceAnswers) {
 }
 
 TEST(Setters, FrameSizeRefusesAnyOtherFormat) {
-  TestCamera camera(noFrame);
+  TestCamera camera([](int) { return cv::Mat(); });
   ASSERT_TRUE(camera.setRawFrameSize(cv::Size(928, 400)));
   const std::size_t settings = camera.device().settings().size();
   for (const cv::Size size : {cv::Size(1280, 720), cv::Size(1856, 400), cv::Size(928, 800), cv::Size(800, 1856),
@@ -384,7 +382,7 @@ TEST(Setters, FrameSizeRefusesAnyOtherFormat) {
 
 // Without a device the values are stored too, except for the radius.
 TEST(Setters, AnswerFalseWithoutADevice) {
-  TestCamera camera(noFrame);
+  TestCamera camera([](int) { return cv::Mat(); });
   ASSERT_TRUE(camera.setRawFrameSize(cv::Size(1856, 800)));
   camera.install(nullptr);
   EXPECT_FALSE(camera.setRawFrameRate(25));

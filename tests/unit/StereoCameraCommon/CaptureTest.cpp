@@ -7,6 +7,7 @@
 
 #include "StereoCamera.hpp"
 #include "tests/support/Await.hpp"
+#include "tests/support/Images.hpp"
 #include "tests/support/OutputCapture.hpp"
 #include "tests/support/ScriptedCapture.hpp"
 #include "tests/support/TestCamera.hpp"
@@ -15,32 +16,23 @@ using std::chrono::microseconds;
 using stereo::test::await;
 using stereo::test::calibrate;
 using stereo::test::Gate;
+using stereo::test::halfSize;
+using stereo::test::noise;
 using stereo::test::OutputCapture;
 using stereo::test::recordTexts;
 using stereo::test::sameBits;
 using stereo::test::ScriptedCapture;
 using stereo::test::someCalibration;
 using stereo::test::TestCamera;
+using stereo::test::timeOfDay;
 using testing::ElementsAre;
 
 namespace {
 
 constexpr int warmUpReads = 10;
-const cv::Size halfSize(928, 400);
-
-cv::Mat noise(cv::Size size, int seed, int type = CV_8UC3) {
-  cv::Mat image(size, type);
-  cv::RNG random(static_cast<std::uint64_t>(seed) + 1);
-  random.fill(image, cv::RNG::UNIFORM, 1, 256);
-  return image;
-}
 
 ScriptedCapture::Script always(const cv::Mat& frame) {
   return [frame](int) { return frame; };
-}
-
-microseconds now() {
-  return std::chrono::duration_cast<microseconds>(std::chrono::system_clock::now().time_since_epoch());
 }
 
 cv::Mat matrixOf(std::initializer_list<double> values) {
@@ -145,7 +137,7 @@ TEST(CaptureWorker, PublishesBothHalvesMaskedWithTheTimeOfPublication) {
     return frame;
   });
   camera.m_fisheyeRadius = 9;
-  const microseconds before = now();
+  const microseconds before = timeOfDay();
   camera.startCapture(false, false);
   cv::Mat left;
   cv::Mat right;
@@ -153,7 +145,7 @@ TEST(CaptureWorker, PublishesBothHalvesMaskedWithTheTimeOfPublication) {
   std::thread reader([&] { EXPECT_TRUE(camera.getStereoFrame(left, right, timestamp)); });
   gate.open();
   reader.join();
-  const microseconds after = now();
+  const microseconds after = timeOfDay();
   cv::Mat first = frame(cv::Rect(0, 0, 20, 20)).clone();
   cv::Mat second = frame(cv::Rect(20, 0, 20, 20)).clone();
   EXPECT_EQ(convertRawFisheyeImage(9, first, second), 0);

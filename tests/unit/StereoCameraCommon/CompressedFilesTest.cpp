@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "tests/support/Gzip.hpp"
+#include "tests/support/Images.hpp"
 #include "tests/unit/StereoCameraCommon/HostileFiles.hpp"
 
 using namespace stereo::test;

@@ -8,6 +8,7 @@
 #include "tests/support/Await.hpp"
 #include "tests/support/DepthImages.hpp"
 #include "tests/support/FedCamera.hpp"
+#include "tests/support/Images.hpp"
 
 using std::chrono::microseconds;
 using stereo::test::await;

@@ -10,6 +10,7 @@
 
 #include "tests/support/Await.hpp"
 #include "tests/support/FedCamera.hpp"
+#include "tests/support/Images.hpp"
 #include "tests/support/OutputCapture.hpp"
 
 using std::chrono::microseconds;

@@ -47,11 +47,12 @@ Comparison compare(const std::vector<std::string>& documents) {
 
 class DocumentOracle : public testing::TestWithParam<Syntax> {};
 
-std::string nameOf(const testing::TestParamInfo<Syntax>& instance) {
+std::string nameOfSyntax(const testing::TestParamInfo<Syntax>& instance) {
   return instance.param == Syntax::yaml ? "yaml" : instance.param == Syntax::xml ? "xml" : "json";
 }
 
-INSTANTIATE_TEST_SUITE_P(Syntax, DocumentOracle, testing::Values(Syntax::yaml, Syntax::xml, Syntax::json), nameOf);
+INSTANTIATE_TEST_SUITE_P(Syntax, DocumentOracle, testing::Values(Syntax::yaml, Syntax::xml, Syntax::json),
+                         nameOfSyntax);
 
 }  // namespace
 

@@ -8,12 +8,14 @@
 
 #include "StereoCamera.hpp"
 #include "tests/support/Await.hpp"
+#include "tests/support/Images.hpp"
 #include "tests/support/ScriptedCapture.hpp"
 #include "tests/support/TestCamera.hpp"
 
 using std::chrono::microseconds;
 using stereo::test::await;
 using stereo::test::calibrate;
+using stereo::test::noise;
 using stereo::test::sameBits;
 using stereo::test::TestCamera;
 
@@ -22,13 +24,6 @@ namespace {
 const cv::Size rawSize(40, 20);
 const cv::Size rectSize(24, 18);
 constexpr int sentinel = 77;
-
-cv::Mat noise(cv::Size size, int seed) {
-  cv::Mat image(size, CV_8UC3);
-  cv::RNG random(static_cast<std::uint64_t>(seed) + 1);
-  random.fill(image, cv::RNG::UNIFORM, 1, 256);
-  return image;
-}
 
 // A running camera whose every frame is the same, calibrated for its small frame, with all pixels kept.
 struct RunningCamera : TestCamera {

@@ -22,7 +22,7 @@ using stereo::test::TestCamera;
 
 namespace {
 
-struct Filled {
+struct Outputs {
   cv::Mat a = cv::Mat(2, 2, CV_8UC3, cv::Scalar::all(1));
   cv::Mat b = cv::Mat(2, 2, CV_8UC3, cv::Scalar::all(2));
   cv::Mat c = cv::Mat(2, 2, CV_8UC3, cv::Scalar::all(3));
@@ -32,14 +32,14 @@ struct Filled {
 };
 
 // Every read that waits.
-std::vector<std::function<bool(StereoCamera&, Filled&)>> reads() {
+std::vector<std::function<bool(StereoCamera&, Outputs&)>> reads() {
   return {
-      [](StereoCamera& camera, Filled& out) { return camera.getRawFrame(out.a, out.timestamp); },
-      [](StereoCamera& camera, Filled& out) { return camera.getStereoFrame(out.a, out.b, out.timestamp); },
-      [](StereoCamera& camera, Filled& out) { return camera.getRectStereoFrame(out.a, out.b); },
-      [](StereoCamera& camera, Filled& out) { return camera.getRectStereoFrame(out.a, out.b, out.c, out.timestamp); },
-      [](StereoCamera& camera, Filled& out) { return camera.getPointCloud(out.plain, out.timestamp); },
-      [](StereoCamera& camera, Filled& out) { return camera.getPointCloud(out.colored, out.timestamp); }};
+      [](StereoCamera& camera, Outputs& out) { return camera.getRawFrame(out.a, out.timestamp); },
+      [](StereoCamera& camera, Outputs& out) { return camera.getStereoFrame(out.a, out.b, out.timestamp); },
+      [](StereoCamera& camera, Outputs& out) { return camera.getRectStereoFrame(out.a, out.b); },
+      [](StereoCamera& camera, Outputs& out) { return camera.getRectStereoFrame(out.a, out.b, out.c, out.timestamp); },
+      [](StereoCamera& camera, Outputs& out) { return camera.getPointCloud(out.plain, out.timestamp); },
+      [](StereoCamera& camera, Outputs& out) { return camera.getPointCloud(out.colored, out.timestamp); }};
 }
 
 }  // namespace
@@ -47,7 +47,7 @@ std::vector<std::function<bool(StereoCamera&, Filled&)>> reads() {
 TEST(ReadLimit, EndsEveryReadWithItsOutputsUntouched) {
   TestCamera camera;
   for (const auto& read : reads()) {
-    Filled out;
+    Outputs out;
     const auto begun = steady_clock::now();
     ReadLimit limit(milliseconds(20));
     EXPECT_FALSE(read(camera, out));
@@ -82,7 +82,7 @@ TEST(ReadLimit, AsksWithNoLockHeld) {
     return ++asked < 3;
   });
   for (const auto& read : reads()) {
-    Filled out;
+    Outputs out;
     asked = 0;
     EXPECT_FALSE(read(camera, out));
     EXPECT_EQ(asked, 3);
@@ -154,7 +154,7 @@ TEST(ReadLimit, TheInnermostCounts) {
   ReadLimit outer(stereo::test::deadline);
   {
     ReadLimit inner(milliseconds(1));
-    Filled out;
+    Outputs out;
     EXPECT_FALSE(camera.getRawFrame(out.a, out.timestamp));
     EXPECT_TRUE(inner.wasReached());
   }
@@ -171,7 +171,7 @@ TEST(ReadLimit, AStopStillEndsTheRead) {
       waits = true;
       return true;
     });
-    Filled out;
+    Outputs out;
     EXPECT_FALSE(camera.getRawFrame(out.a, out.timestamp));
     EXPECT_FALSE(limit.wasReached());
   });

@@ -15,6 +15,7 @@ using stereo::test::await;
 using stereo::test::calibrate;
 using stereo::test::Gate;
 using stereo::test::TestCamera;
+using stereo::test::timeOfDay;
 
 namespace {
 
@@ -31,10 +32,6 @@ int numberOf(const cv::Mat& eye, int side) {
   const cv::Vec3b pixel = eye.at<cv::Vec3b>(0, 0);
   const cv::Mat different = cv::Mat(eye != cv::Mat(eye.size(), eye.type(), cv::Scalar(pixel[0], pixel[1], pixel[2])));
   return pixel[2] == side && cv::countNonZero(different.reshape(1)) == 0 ? pixel[0] + (pixel[1] << 8) : -1;
-}
-
-microseconds now() {
-  return std::chrono::duration_cast<microseconds>(std::chrono::system_clock::now().time_since_epoch());
 }
 
 struct NumberedCamera : TestCamera {
@@ -59,7 +56,7 @@ TEST(Readers, EightAtOnceGetWholeConsistentFramesNeverOlderThanTheirCall) {
         cv::Mat left;
         cv::Mat right;
         microseconds timestamp{0};
-        const microseconds called = now();
+        const microseconds called = timeOfDay();
         if (thread % 2 == 0) {
           ASSERT_TRUE(camera.getStereoFrame(left, right, timestamp));
         } else {
@@ -92,9 +89,9 @@ TEST(Readers, TheStampIsThatOfTheFrame) {
   std::vector<microseconds> delivered;  // likewise
   TestCamera camera([&](int read) {
     const std::lock_guard lock(mutex);
-    asked.push_back(now());
+    asked.push_back(timeOfDay());
     const cv::Mat frame = numbered(read);
-    delivered.push_back(now());
+    delivered.push_back(timeOfDay());
     return frame;
   });
   camera.m_fisheyeRadius = 1000;

@@ -18,13 +18,13 @@ using stereo::test::twoColors;
 
 namespace {
 
-const cv::Size frameSize(64, 32);
+const cv::Size givenSize(64, 32);
 const cv::Size rectifiedSize(16, 12);
 
-cv::Mat aFrame() { return twoColors(frameSize, {1, 2, 3}, {4, 5, 6}); }
+cv::Mat aFrame() { return twoColors(givenSize, {1, 2, 3}, {4, 5, 6}); }
 
 // Outputs that hold something before they are read into.
-struct Filled {
+struct FilledOutputs {
   cv::Mat left = cv::Mat(2, 3, CV_8UC3, cv::Scalar::all(11));
   cv::Mat right = cv::Mat(2, 3, CV_8UC3, cv::Scalar::all(12));
   cv::Mat view = cv::Mat(2, 3, CV_8UC3, cv::Scalar::all(13));
@@ -41,7 +41,7 @@ struct Filled {
 void prepare(TestCamera& camera) {
   stereo::test::calibrate(camera);
   camera.m_fisheyeRadius = 1000;
-  camera.m_rawFrameSize = frameSize;
+  camera.m_rawFrameSize = givenSize;
   camera.m_rectFrameSize = rectifiedSize;
 }
 
@@ -85,11 +85,11 @@ TEST(ReadsAfterStop, FailAtOnceWithFilledOutputs) {
   TestCamera camera([](int) { return aFrame(); });
   prepare(camera);
   camera.startCapture(false, false);
-  Filled read;
+  FilledOutputs read;
   ASSERT_TRUE(camera.getRectStereoFrame(read.left, read.right, read.view, read.timestamp));
   camera.stopCapture();
-  const Filled filled;
-  Filled out;
+  const FilledOutputs filled;
+  FilledOutputs out;
   EXPECT_FALSE(camera.getRectStereoFrame(out.left, out.right));
   EXPECT_FALSE(camera.getRectStereoFrame(out.left, out.right, out.view));
   EXPECT_FALSE(camera.getRectStereoFrame(out.left, out.right, out.view, out.timestamp));
@@ -102,8 +102,8 @@ TEST(ReadsAfterStop, WaitingRectifiedReadersAreReleasedWithFalse) {
   TestCamera camera([](int) { return cv::Mat(); });
   prepare(camera);
   camera.startCapture(false, false);
-  Filled two;
-  Filled four;
+  FilledOutputs two;
+  FilledOutputs four;
   std::thread first([&] { EXPECT_FALSE(camera.getRectStereoFrame(two.left, two.right)); });
   std::thread second(
       [&] { EXPECT_FALSE(camera.getRectStereoFrame(four.left, four.right, four.view, four.timestamp)); });
@@ -130,13 +130,13 @@ TEST(ReadsAfterStop, OfAnOverrideThatFailsCountTheirOutputs) {
     if (stopped) {
       camera.stopCapture();
     }
-    Filled out;
+    FilledOutputs out;
     EXPECT_TRUE(camera.getRectStereoFrame(out.left, out.right));
     EXPECT_TRUE(camera.getRectStereoFrame(out.left, out.right, out.view, out.timestamp));
     EXPECT_TRUE(out.isUntouched());
   }
   camera.asksBase = true;  // and there, the stop ends it
-  Filled out;
+  FilledOutputs out;
   EXPECT_FALSE(camera.getRectStereoFrame(out.left, out.right));
   EXPECT_FALSE(camera.getRectStereoFrame(out.left, out.right, out.view, out.timestamp));
 }

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "StereoCamera.hpp"
+#include "tests/support/Images.hpp"
 #include "tests/support/OutputCapture.hpp"
 #include "tests/support/TempDir.hpp"
 #include "tests/support/TestCamera.hpp"

@@ -12,20 +12,21 @@
 
 #include "StereoCamera.hpp"
 #include "tests/support/Await.hpp"
+#include "tests/support/Images.hpp"
 #include "tests/support/OutputCapture.hpp"
 #include "tests/support/ScriptedCapture.hpp"
 #include "tests/support/TestCamera.hpp"
 
 using stereo::test::await;
+using stereo::test::fullSize;
 using stereo::test::Gate;
+using stereo::test::halfSize;
 using stereo::test::OutputCapture;
 using stereo::test::recordTexts;
 using stereo::test::TestCamera;
 
 namespace {
 
-const cv::Size fullSize(1856, 800);
-const cv::Size halfSize(928, 400);
 constexpr std::size_t fullBytes = 2227204;
 constexpr std::size_t halfBytes = 556804;
 

@@ -7,6 +7,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "tests/support/Await.hpp"
+#include "tests/support/Images.hpp"
 #include "tests/support/OutputCapture.hpp"
 #include "tests/support/StreamReceiver.hpp"
 #include "tests/support/TestCamera.hpp"

@@ -11,16 +11,15 @@
 
 #include "bench/wide/Engine.hpp"
 #include "bench/wide/Score.hpp"
+#include "tests/support/Images.hpp"
 #include "tests/support/TempDir.hpp"
 
 namespace stereo::wide {
 namespace {
 
-const View view{{116, 100}, 180.0, 172.0};
+using stereo::test::sameBits;
 
-bool sameBits(const cv::Mat& a, const cv::Mat& b) {
-  return a.size() == b.size() && a.type() == b.type() && cv::norm(a, b, cv::NORM_INF) == 0.0;
-}
+const View view{{116, 100}, 180.0, 172.0};
 
 std::size_t filesIn(const std::string& folder) {
   std::size_t count = 0;

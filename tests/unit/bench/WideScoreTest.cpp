@@ -16,15 +16,15 @@ namespace {
 constexpr unsigned char isMeasured = 0;
 constexpr unsigned char isTextureless = 3;
 
-const View view{{116, 100}, 180.0, 172.0};
+const View coarse{{116, 100}, 180.0, 172.0};
 
 /// Everything at `range` meters, seen by both eyes, one textured thing.
 Sample evenSample(float range) {
   Sample sample;
-  sample.truth.range = cv::Mat(view.size, CV_32FC1, cv::Scalar(range));
-  sample.truth.surface = cv::Mat::zeros(view.size, CV_32SC1);
-  sample.truth.seen = cv::Mat(view.size, CV_8UC1, cv::Scalar(255));
-  sample.plain = cv::Mat::zeros(view.size, CV_8UC1);
+  sample.truth.range = cv::Mat(coarse.size, CV_32FC1, cv::Scalar(range));
+  sample.truth.surface = cv::Mat::zeros(coarse.size, CV_32SC1);
+  sample.truth.seen = cv::Mat(coarse.size, CV_8UC1, cv::Scalar(255));
+  sample.plain = cv::Mat::zeros(coarse.size, CV_8UC1);
   sample.inside = insideOf(sample.truth.surface);
   return sample;
 }
@@ -37,16 +37,16 @@ Measured measuredAs(const cv::Mat& range) {
 
 Figures figuresOf(const Sample& sample, const Measured& measured) {
   Score score{Limits{}};
-  score.add(sample, measured, view);
+  score.add(sample, measured, coarse);
   return score.figures();
 }
 
 int pixelsWithin82Degrees() {
   int columns = 0;
-  for (int col = 0; col < view.size.width; ++col) {
-    columns += std::abs(view.longitude(col)) <= 82.0 * CV_PI / 180.0 ? 1 : 0;
+  for (int col = 0; col < coarse.size.width; ++col) {
+    columns += std::abs(coarse.longitude(col)) <= 82.0 * CV_PI / 180.0 ? 1 : 0;
   }
-  return columns * view.size.height;
+  return columns * coarse.size.height;
 }
 
 TEST(WideScore, TheTruthIsValidAndRight) {
@@ -81,14 +81,14 @@ TEST(WideScore, AFifthTooFarIsAllWrong) {
 
 TEST(WideScore, NothingMeasuredIsNothingValid) {
   const Sample sample = evenSample(2.0F);
-  const Figures figures = figuresOf(sample, measuredAs(cv::Mat::zeros(view.size, CV_32FC1)));
+  const Figures figures = figuresOf(sample, measuredAs(cv::Mat::zeros(coarse.size, CV_32FC1)));
   EXPECT_EQ(figure(figures, "valid"), 0.0);
   EXPECT_TRUE(std::isnan(figure(figures, "wrong")));
 }
 
 TEST(WideScore, AQuarterMeasuredAndHalfOfThatWrong) {
   const Sample sample = evenSample(2.0F);
-  Measured measured = measuredAs(cv::Mat::zeros(view.size, CV_32FC1));
+  Measured measured = measuredAs(cv::Mat::zeros(coarse.size, CV_32FC1));
   measured.range.rowRange(0, 50).colRange(0, 58).setTo(2.0);
   measured.range.rowRange(0, 25).colRange(0, 58).setTo(3.0);
   const Figures figures = figuresOf(sample, measured);
@@ -138,7 +138,7 @@ TEST(WideScore, NearThingsReportedTooFarCountWithAndWithoutTheirRim) {
 TEST(WideScore, RangesThatAreNoNumbersAreWrong) {
   const Sample sample = evenSample(0.2F);
   for (const float range : {std::nanf(""), -1.0F, HUGE_VALF}) {
-    const Figures figures = figuresOf(sample, measuredAs(cv::Mat(view.size, CV_32FC1, cv::Scalar(range))));
+    const Figures figures = figuresOf(sample, measuredAs(cv::Mat(coarse.size, CV_32FC1, cv::Scalar(range))));
     EXPECT_EQ(figure(figures, "wrong"), 100.0) << range;
     EXPECT_EQ(figure(figures, "near too far"), 100.0) << range;
   }
@@ -148,7 +148,7 @@ TEST(WideScore, ConfidenceThatSortsHasNoWrongOnesInItsBetterHalf) {
   const Sample sample = evenSample(2.0F);
   Measured measured = measuredAs(sample.truth.range);
   measured.range.rowRange(0, 25).setTo(5.0);
-  measured.confidence = cv::Mat(view.size, CV_8UC1, cv::Scalar(200));
+  measured.confidence = cv::Mat(coarse.size, CV_8UC1, cv::Scalar(200));
   measured.confidence.rowRange(0, 50).setTo(100);
   EXPECT_EQ(figure(figuresOf(sample, measured), "wrong in better half"), 0.0);
   measured.confidence = 255 - measured.confidence;
@@ -161,7 +161,7 @@ TEST(WideScore, StatesCountByWhatIsThere) {
   Sample sample = evenSample(2.0F);
   sample.plain.rowRange(0, 50).setTo(255);
   Measured measured = measuredAs(sample.truth.range);
-  measured.state = cv::Mat(view.size, CV_8UC1, cv::Scalar(isMeasured));
+  measured.state = cv::Mat(coarse.size, CV_8UC1, cv::Scalar(isMeasured));
   measured.state.rowRange(0, 25).setTo(isTextureless);
   const Figures figures = figuresOf(sample, measured);
   EXPECT_NEAR(figure(figures, "plain: textureless"), 50.0, 1e-9);
@@ -171,7 +171,7 @@ TEST(WideScore, StatesCountByWhatIsThere) {
 
 TEST(WideScore, OtherSizesAreRefused) {
   Score score{Limits{}};
-  EXPECT_THROW(score.add(evenSample(1.0F), measuredAs(cv::Mat::zeros(10, 10, CV_32FC1)), view), std::logic_error);
+  EXPECT_THROW(score.add(evenSample(1.0F), measuredAs(cv::Mat::zeros(10, 10, CV_32FC1)), coarse), std::logic_error);
 }
 
 TEST(WideReport, TablesAndJsonHoldTheFigures) {
@@ -181,7 +181,7 @@ TEST(WideReport, TablesAndJsonHoldTheFigures) {
   EXPECT_THAT(tables.str(), testing::HasSubstr("91.2"));
   EXPECT_THAT(tables.str(), testing::Not(testing::HasSubstr("nan")));
   std::ostringstream json;
-  writeJson(json, view, "tuning", entries);
+  writeJson(json, coarse, "tuning", entries);
   EXPECT_THAT(json.str(), testing::HasSubstr(R"("engine": "an \"engine\"")"));
   EXPECT_THAT(json.str(), testing::HasSubstr(R"("valid": 91.25)"));
   EXPECT_THAT(json.str(), testing::HasSubstr(R"("wrong": null)"));

@@ -6,7 +6,7 @@
 namespace stereo::calibration {
 namespace {
 
-const cv::Size eyeSize(900, 900);
+const cv::Size collectedSize(900, 900);
 
 // A board as a grid of 50 pixels, its first corner at (x, y).
 BoardView viewAt(double x, double y, bool left = true, bool right = true) {
@@ -21,7 +21,7 @@ BoardView viewAt(double x, double y, bool left = true, bool right = true) {
 }
 
 TEST(Collector, TakesWhatIsNewAndTellsWhyNot) {
-  Collector collector(eyeSize, false);
+  Collector collector(collectedSize, false);
   EXPECT_EQ(collector.offer(viewAt(100, 100)), Collector::Verdict::taken);
   EXPECT_EQ(collector.offer(viewAt(110, 105)), Collector::Verdict::known);
   EXPECT_EQ(collector.offer(viewAt(200, 100, true, false)), Collector::Verdict::leftOnly);
@@ -32,7 +32,7 @@ TEST(Collector, TakesWhatIsNewAndTellsWhyNot) {
 }
 
 TEST(Collector, KnowsABoardThatIsCountedFromTheOtherEnd) {
-  Collector collector(eyeSize, false);
+  Collector collector(collectedSize, false);
   BoardView view = viewAt(100, 100);
   EXPECT_EQ(collector.offer(view), Collector::Verdict::taken);
   for (std::vector<cv::Point2d>& corners : view.corners) {
@@ -42,14 +42,14 @@ TEST(Collector, KnowsABoardThatIsCountedFromTheOtherEnd) {
 }
 
 TEST(Collector, WaitsUntilTheBoardIsHeldStill) {
-  Collector collector(eyeSize, true);
+  Collector collector(collectedSize, true);
   EXPECT_EQ(collector.offer(viewAt(100, 100)), Collector::Verdict::moving);
   EXPECT_EQ(collector.offer(viewAt(120, 100)), Collector::Verdict::moving);
   EXPECT_EQ(collector.offer(viewAt(121, 100)), Collector::Verdict::taken);
 }
 
 TEST(Coverage, CountsSquaresOfTheCircle) {
-  Coverage coverage(eyeSize);
+  Coverage coverage(collectedSize);
   EXPECT_EQ(coverage.share(0), 0);
   EXPECT_NE(coverage.emptiest(), "");
   BoardView view;
@@ -68,7 +68,7 @@ TEST(Coverage, CountsSquaresOfTheCircle) {
 }
 
 TEST(Coverage, TellsWhereMostIsMissing) {
-  Coverage coverage(eyeSize);
+  Coverage coverage(collectedSize);
   BoardView view;
   for (int x = 5; x < 900; x += 10) {
     for (int y = 5; y < 900; y += 10) {

@@ -42,13 +42,13 @@ TEST(RealBoards, FitToAQuarterOfAPixelAndRowsToLess) {
   }
   std::sort(paths.begin(), paths.end());
   std::vector<BoardView> views;
-  cv::Size eyeSize;
+  cv::Size recordedSize;
   for (const fs::path& path : paths) {
     const cv::Mat picture = cv::imread(path.string(), cv::IMREAD_GRAYSCALE);
-    eyeSize = cv::Size(picture.cols / 2, picture.rows);
+    recordedSize = cv::Size(picture.cols / 2, picture.rows);
     views.push_back(findBoard(picture, board, path.filename().string(), Effort::thorough));
   }
-  const Calibration found = calibrate(views, board, eyeSize, [](const std::string&) {});
+  const Calibration found = calibrate(views, board, recordedSize, [](const std::string&) {});
   EXPECT_GE(found.picturesKept() + 1, views.size());
   EXPECT_LE(found.rms(), 0.27);
   // The published distance, from which the squares' size was inferred as well.

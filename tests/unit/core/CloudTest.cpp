@@ -16,10 +16,7 @@ using stereo::core::SampledCloud;
 
 namespace {
 
-constexpr double pi = 3.141592653589793;
-constexpr float inf = std::numeric_limits<float>::infinity();
-
-CloudModel model(int mode) {
+CloudModel cloudModel(int mode) {
   CloudModel m;
   m.mode = mode;
   m.fx = 30.25;
@@ -85,8 +82,8 @@ std::vector<Sample> expectedCloud(const CloudImages& in, const CloudModel& m, bo
             X *= lambda;
             Y *= lambda;
             Z = lambda - m.xi;
-            const double row = std::acos(-Y / std::hypot(Y, Z)) * (in.disparity.rows / pi);
-            const double col = std::acos(-X) * (in.disparity.cols / pi);
+            const double row = std::acos(-Y / std::hypot(Y, Z)) * (in.disparity.rows / CV_PI);
+            const double col = std::acos(-X) * (in.disparity.cols / CV_PI);
             if (!inside(in.disparity, row, col) || !inside(in.depth, row, col)) {
               continue;
             }
@@ -156,7 +153,7 @@ TEST(SampleCloud, IsTheStatedSamplingToTheBit) {
   for (int seed = 0; seed < 20; ++seed) {
     for (const int mode : {1, 2}) {
       for (const bool colored : {false, true}) {
-        CloudModel m = model(mode);
+        CloudModel m = cloudModel(mode);
         m.threshold = 5 + 2 * seed;
         m.xi = 0.1 * seed;
         const CloudImages in = images(seed);
@@ -179,7 +176,7 @@ TEST(SampleCloud, SkipsLookUpsThatWouldLeaveTheImages) {
       for (const bool colored : {false, true}) {
         for (const cv::Size other : {size, cv::Size(20, 31)}) {
           const CloudImages in = images(3, size, other);
-          CloudModel m = model(mode);
+          CloudModel m = cloudModel(mode);
           m.cx = size.width / 2.0;
           m.cy = size.height / 2.0;
           expectSame(sampleCloud(in, m, colored ? CloudForm::colored : CloudForm::plain), expectedCloud(in, m, colored),
@@ -201,7 +198,7 @@ protected:
     in.depth.at<float>(3, 1) = z13;
     in.depth.at<float>(1, 3) = z31;
     in.depth.at<float>(3, 3) = z33;
-    CloudModel m = model(2);
+    CloudModel m = cloudModel(2);
     m.fx = m.fy = 1000;  // nearly along the axis: the key follows the depth
     m.cx = m.cy = 2;
     return sampleCloud(in, m, CloudForm::colored);
@@ -231,21 +228,22 @@ TEST(SampleCloud, AnInfiniteDepthIsTheFarthestAndIsTrimmed) {
   CloudImages in{cv::Mat(4, 4, CV_8UC3, cv::Scalar::all(9)), cv::Mat(4, 4, CV_32FC1, cv::Scalar(10)), cv::Mat()};
   in.disparity.at<float>(1, 1) = 0;  // b f / 0
   in.disparity.at<float>(3, 3) = 12;
-  CloudModel m = model(2);
+  CloudModel m = cloudModel(2);
   m.cx = m.cy = 2;
   const auto cloud = sampleCloud(in, m, CloudForm::plain);
   ASSERT_EQ(cloud.size(), 2U);
   for (const CloudPoint& point : cloud) {
-    EXPECT_LT(point.point[2], inf);
+    EXPECT_LT(point.point[2], HUGE_VALF);
   }
   // Two of them: one is left.
   in.disparity.at<float>(1, 3) = 0;
   const auto infinite = sampleCloud(in, m, CloudForm::plain);
-  EXPECT_EQ(std::count_if(infinite.begin(), infinite.end(), [](const CloudPoint& p) { return p.point[2] == inf; }), 1);
+  EXPECT_EQ(
+      std::count_if(infinite.begin(), infinite.end(), [](const CloudPoint& p) { return p.point[2] == HUGE_VALF; }), 1);
 }
 
 TEST(SampleCloud, OnlyTheColoredFormOfModeOneLeavesOutTheBorder) {
-  CloudModel m = model(1);
+  CloudModel m = cloudModel(1);
   m.threshold = 1000;
   m.fx = m.fy = 60;
   CloudImages in = images(1, {80, 60}, {80, 60});
@@ -274,7 +272,7 @@ TEST(SampleCloud, OnlyTheColoredFormOfModeOneLeavesOutTheBorder) {
 TEST(SampleCloud, NothingBeyondTheRadius) {
   for (const auto& [mode, form] : {std::pair(1, CloudForm::plain), std::pair(1, CloudForm::colored),
                                    std::pair(2, CloudForm::colored), std::pair(2, CloudForm::plain)}) {
-    const CloudModel m = model(mode);
+    const CloudModel m = cloudModel(mode);
     double farthest = 0;
     for (const CloudPoint& point : sampleCloud(images(4), m, form)) {
       farthest = std::max(farthest, std::hypot(point.col - m.cx, point.row - m.cy));
@@ -301,12 +299,12 @@ TEST(SampleCloud, NoPointsWithoutCameraMatrixModeOrImages) {
         in.depth.setTo(0);  // what depth gives without a focal length
         EXPECT_TRUE(sampleCloud(in, unbuilt, form).empty()) << mode << " " << xi;
       }
-      EXPECT_TRUE(sampleCloud(CloudImages(), model(mode), form).empty());
+      EXPECT_TRUE(sampleCloud(CloudImages(), cloudModel(mode), form).empty());
       CloudImages noDisparity = images(5);
       noDisparity.disparity.release();
       noDisparity.depth.release();
-      EXPECT_TRUE(sampleCloud(noDisparity, model(mode), form).empty());
-      EXPECT_TRUE(sampleCloud(images(5), model(7), form).empty());
+      EXPECT_TRUE(sampleCloud(noDisparity, cloudModel(mode), form).empty());
+      EXPECT_TRUE(sampleCloud(images(5), cloudModel(7), form).empty());
     }
   }
 }
@@ -314,12 +312,12 @@ TEST(SampleCloud, NoPointsWithoutCameraMatrixModeOrImages) {
 TEST(SampleCloud, SurvivesNumbersThatAreNone) {
   CloudImages in = images(6);
   in.disparity.setTo(std::nanf(""), in.disparity > 20);
-  in.depth.setTo(inf, in.depth > 0.8);
-  for (const double value : {std::nan(""), static_cast<double>(inf), -1e300, 1e300, 0.0}) {
+  in.depth.setTo(HUGE_VALF, in.depth > 0.8);
+  for (const double value : {std::nan(""), static_cast<double>(HUGE_VALF), -1e300, 1e300, 0.0}) {
     for (const int mode : {1, 2}) {
       for (double CloudModel::*parameter :
            {&CloudModel::fx, &CloudModel::fy, &CloudModel::cx, &CloudModel::cy, &CloudModel::xi}) {
-        CloudModel m = model(mode);
+        CloudModel m = cloudModel(mode);
         m.*parameter = value;
         for (const CloudForm form : {CloudForm::plain, CloudForm::colored}) {
           for (const CloudPoint& point : sampleCloud(in, m, form)) {
@@ -335,14 +333,14 @@ TEST(SampleCloud, SurvivesNumbersThatAreNone) {
 TEST(SampleCloud, RefusesOtherTypes) {
   CloudImages in = images(7);
   in.view = cv::Mat(40, 40, CV_8UC1);
-  EXPECT_THROW(sampleCloud(in, model(1), CloudForm::colored), cv::Exception);
+  EXPECT_THROW(sampleCloud(in, cloudModel(1), CloudForm::colored), cv::Exception);
   // The plain form reads nothing of the view but its size, and in mode 2 nothing of the depth.
-  EXPECT_EQ(sampleCloud(in, model(1), CloudForm::plain).size(),
-            sampleCloud(images(7), model(1), CloudForm::plain).size());
+  EXPECT_EQ(sampleCloud(in, cloudModel(1), CloudForm::plain).size(),
+            sampleCloud(images(7), cloudModel(1), CloudForm::plain).size());
   in = images(7);
   in.depth = cv::Mat(40, 40, CV_64FC1);
-  EXPECT_THROW(sampleCloud(in, model(1), CloudForm::plain), cv::Exception);
-  EXPECT_EQ(sampleCloud(in, model(2), CloudForm::plain).size(),
-            sampleCloud(images(7), model(2), CloudForm::plain).size());
-  EXPECT_THROW(sampleCloud(in, model(2), CloudForm::colored), cv::Exception);
+  EXPECT_THROW(sampleCloud(in, cloudModel(1), CloudForm::plain), cv::Exception);
+  EXPECT_EQ(sampleCloud(in, cloudModel(2), CloudForm::plain).size(),
+            sampleCloud(images(7), cloudModel(2), CloudForm::plain).size());
+  EXPECT_THROW(sampleCloud(in, cloudModel(2), CloudForm::colored), cv::Exception);
 }

@@ -16,7 +16,6 @@ int wrapped(double value) {
   return static_cast<int>(((whole % 256) + 256) % 256);
 }
 
-constexpr float inf = std::numeric_limits<float>::infinity();
 const float notANumber = std::nanf("");
 
 }  // namespace
@@ -34,7 +33,7 @@ TEST(LowByte, WrapsLikeA32BitIntegerAndIsZeroWhereThereIsNone) {
   EXPECT_EQ(lowByte(-2147483648.0), 0);
   EXPECT_EQ(lowByte(2147483648.0), 0);
   EXPECT_EQ(lowByte(1e300), 0);
-  EXPECT_EQ(lowByte(-inf), 0);
+  EXPECT_EQ(lowByte(-HUGE_VALF), 0);
   EXPECT_EQ(lowByte(notANumber), 0);
 }
 
@@ -68,7 +67,7 @@ TEST(Getclolor, AZeroRangeAndNotANumberGiveSomeColorWithoutHarm) {
   EXPECT_EQ(getclolor(1.0F, 1.0F, 1.0F), cv::Vec3b(0, 0, 0));  // 0 / 0 in every channel
   EXPECT_EQ(getclolor(1.0F, 1.0F, 2.0F), cv::Vec3b(0, 0, 0));  // infinite
   EXPECT_EQ(getclolor(0.0F, 1.0F, notANumber), cv::Vec3b(0, 0, 0));
-  EXPECT_EQ(getclolor(0.0F, inf, 1.0F)[2], 0);
+  EXPECT_EQ(getclolor(0.0F, HUGE_VALF, 1.0F)[2], 0);
 }
 
 TEST(SegmentValues, AreTheStatedFormulasOverAGrid) {

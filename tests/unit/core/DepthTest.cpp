@@ -8,7 +8,7 @@
 
 #include "StereoCamera.hpp"
 #include "tests/support/DepthImages.hpp"
-#include "tests/support/TestCamera.hpp"
+#include "tests/support/Images.hpp"
 
 using stereo::core::DepthModel;
 using stereo::core::DepthRange;
@@ -19,10 +19,7 @@ using stereo::test::sameBits;
 
 namespace {
 
-constexpr double pi = 3.141592653589793;
-constexpr float inf = std::numeric_limits<float>::infinity();
-
-DepthModel model(int mode) {
+DepthModel depthModel(int mode) {
   DepthModel m;
   m.mode = mode;
   m.b = 0.06F;
@@ -41,8 +38,8 @@ float depthOf(const DepthModel& m, float d, int column) {
   const float a = (static_cast<float>(column) - d) / width;
   const double offset = ((180.0 - m.lonLatFov) / 2.0) / 180.0;
   const float ratio = d / width;
-  return static_cast<float>(static_cast<double>(m.b) * std::sin(pi * (static_cast<double>(a) + offset)) /
-                            std::sin(pi * static_cast<double>(ratio)));
+  return static_cast<float>(static_cast<double>(m.b) * std::sin(CV_PI * (static_cast<double>(a) + offset)) /
+                            std::sin(CV_PI * static_cast<double>(ratio)));
 }
 
 // Disparities of every kind: none, below and above the cut-offs, whole range of the matcher, not finite.
@@ -57,9 +54,9 @@ cv::Mat disparities(int seed) {
   d.at<float>(1, 1) = 0;
   d.at<float>(2, 2) = 0.05F;  // the cut-off itself
   d.at<float>(3, 3) = std::nextafter(0.05F, 1.0F);
-  d.at<float>(4, 4) = inf;
+  d.at<float>(4, 4) = HUGE_VALF;
   d.at<float>(5, 5) = std::nanf("");
-  d.at<float>(6, 6) = 41;  // mode 1: sin(pi)
+  d.at<float>(6, 6) = 41;  // mode 1: sin(CV_PI)
   return d;
 }
 
@@ -68,7 +65,7 @@ cv::Mat disparities(int seed) {
 TEST(MetricDepth, IsTheStatedArithmeticToTheBit) {
   for (const int mode : {1, 2}) {
     for (const double field : {180.0, 150.0, 222.0}) {
-      DepthModel m = model(mode);
+      DepthModel m = depthModel(mode);
       m.lonLatFov = field;
       const cv::Mat d = disparities(mode);
       const cv::Mat depth = metricDepth(d, m);
@@ -93,7 +90,7 @@ TEST(MetricDepth, IsTheStatedArithmeticToTheBit) {
 }
 
 TEST(MetricDepth, LimitsAndCutOff) {
-  DepthModel m = model(2);
+  DepthModel m = depthModel(2);
   m.b = 0.1F;
   m.f = 100;  // depth = 10 / d
   const cv::Mat d = (cv::Mat_<float>(1, 6) << 20.0F, 8.0F, 0.03F, 0.05F, 250.0F, -1.0F);
@@ -108,25 +105,25 @@ TEST(MetricDepth, LimitsAndCutOff) {
 
 TEST(MetricDepth, OtherModesAndAnUnbuiltCameraGiveNoDepth) {
   const cv::Mat d(3, 4, CV_32FC1, cv::Scalar(5));
-  EXPECT_EQ(cv::countNonZero(metricDepth(d, model(3))), 0);
-  DepthModel unbuilt = model(2);
+  EXPECT_EQ(cv::countNonZero(metricDepth(d, depthModel(3))), 0);
+  DepthModel unbuilt = depthModel(2);
   unbuilt.f = 0;
   EXPECT_EQ(cv::countNonZero(metricDepth(d, unbuilt)), 0);
-  EXPECT_TRUE(metricDepth(cv::Mat(), model(1)).empty());
+  EXPECT_TRUE(metricDepth(cv::Mat(), depthModel(1)).empty());
 }
 
 TEST(MetricDepth, WorksOnPartsOfImagesAndRefusesOtherTypes) {
   const cv::Mat d = disparities(5);
   const cv::Mat part = d(cv::Rect(3, 2, 30, 15));
-  EXPECT_TRUE(sameBits(metricDepth(part, model(1)), metricDepth(part.clone(), model(1))));
-  EXPECT_THROW(metricDepth(cv::Mat(3, 3, CV_16SC1), model(1)), cv::Exception);
-  EXPECT_THROW(metricDepth(cv::Mat(3, 3, CV_32FC2), model(1)), cv::Exception);
-  EXPECT_THROW(paintDepth(cv::Mat(3, 3, CV_64FC1), model(1), {0, 1}), cv::Exception);
-  EXPECT_THROW(depthRange(cv::Mat(3, 3, CV_8UC1), model(1)), cv::Exception);
+  EXPECT_TRUE(sameBits(metricDepth(part, depthModel(1)), metricDepth(part.clone(), depthModel(1))));
+  EXPECT_THROW(metricDepth(cv::Mat(3, 3, CV_16SC1), depthModel(1)), cv::Exception);
+  EXPECT_THROW(metricDepth(cv::Mat(3, 3, CV_32FC2), depthModel(1)), cv::Exception);
+  EXPECT_THROW(paintDepth(cv::Mat(3, 3, CV_64FC1), depthModel(1), {0, 1}), cv::Exception);
+  EXPECT_THROW(depthRange(cv::Mat(3, 3, CV_8UC1), depthModel(1)), cv::Exception);
 }
 
 TEST(DepthRange, SpansAllDepthsAboveTheCutOffAndIsThenClamped) {
-  DepthModel m = model(2);
+  DepthModel m = depthModel(2);
   m.b = 0.1F;
   m.f = 100;  // depth = 10 / d
   // Depths 0.5, 0.8 and, not above the cut-off, 250.
@@ -146,7 +143,7 @@ TEST(DepthRange, SpansAllDepthsAboveTheCutOffAndIsThenClamped) {
 
 TEST(PaintDepth, ColorsEveryDepthWithinLimitsAndTurnsThePicture) {
   for (const int mode : {1, 2}) {
-    const DepthModel m = model(mode);
+    const DepthModel m = depthModel(mode);
     const cv::Mat d = disparities(mode + 10);
     const DepthRange range = depthRange(d, m);
     const cv::Mat picture = paintDepth(d, m, range);
@@ -172,7 +169,7 @@ TEST(PaintDepth, ColorsEveryDepthWithinLimitsAndTurnsThePicture) {
 }
 
 TEST(PaintDepth, PaintsDisparitiesThatTheMetricDepthCutsOff) {
-  DepthModel m = model(2);
+  DepthModel m = depthModel(2);
   m.b = 0.01F;
   m.f = 1;  // depth = 0.01 / d
   const cv::Mat d = (cv::Mat_<float>(1, 2) << 0.03F, 0.0F);
@@ -200,7 +197,7 @@ TEST(BaselineMillimeters, IsOpenCVsNorm) {
 #if defined(__x86_64__)
     ASSERT_EQ(millimeters, norm);
 #else
-    ASSERT_LE(std::abs(millimeters - norm), 4 * (std::nextafter(norm, inf) - norm));
+    ASSERT_LE(std::abs(millimeters - norm), 4 * (std::nextafter(norm, HUGE_VALF) - norm));
 #endif
   }
   EXPECT_EQ(stereo::core::baselineMillimeters(cv::Mat()), 0.0);

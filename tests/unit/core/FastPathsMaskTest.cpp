@@ -6,6 +6,7 @@
 #include "bench/baseline/PlainCapturePass.hpp"
 #include "bench/baseline/PlainFisheyeMask.hpp"
 #include "src/core/CapturePass.hpp"
+#include "tests/support/Images.hpp"
 #include "tests/unit/core/FastPaths.hpp"
 
 using namespace stereo::test;
@@ -15,13 +16,6 @@ namespace core = stereo::core;
 namespace {
 
 constexpr int most = std::numeric_limits<int>::max();
-
-cv::Mat noise(cv::Size size, int seed) {
-  cv::Mat image(size, CV_8UC3);
-  cv::RNG random(static_cast<std::uint64_t>(seed) + 1);
-  fill(random, image, 1, 256);  // never black by itself
-  return image;
-}
 
 // Masks copies of both images, in parts of larger buffers, by `plain` and then by `fast`.
 template <typename Plain, typename Fast>

@@ -5,18 +5,12 @@
 #include <gtest/gtest.h>
 
 #include "StereoCamera.hpp"
-#include "tests/support/TestCamera.hpp"
+#include "tests/support/Images.hpp"
 
+using stereo::test::noise;
 using stereo::test::sameBits;
 
 namespace {
-
-cv::Mat noise(cv::Size size, int seed) {
-  cv::Mat image(size, CV_8UC3);
-  cv::RNG random(static_cast<std::uint64_t>(seed) + 1);
-  random.fill(image, cv::RNG::UNIFORM, 1, 256);  // never black by itself
-  return image;
-}
 
 using Keep = std::function<bool(int row, int column)>;
 

@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 #include <opencv2/imgproc.hpp>
 
-#include "tests/support/TestCamera.hpp"
+#include "tests/support/Images.hpp"
 
 using stereo::core::MatchBuffers;
 using stereo::core::Matcher;

@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "src/core/CapturePass.hpp"
-#include "tests/support/TestCamera.hpp"
+#include "tests/support/Images.hpp"
 
 using stereo::core::copyInto;
 using stereo::core::overlap;

@@ -8,14 +8,13 @@
 
 #include "StereoCamera.hpp"
 #include "src/core/RectifyMap.hpp"
+#include "tests/support/Images.hpp"
 #include "tests/support/TestCamera.hpp"
 
 using stereo::test::sameBits;
 using stereo::test::someCalibration;
 
 namespace {
-
-constexpr double pi = 3.141592653589793;
 
 struct Eye {
   cv::Mat K, D, R;
@@ -41,13 +40,13 @@ Maps build(const Eye& eye, const cv::Mat& P, double xi2, cv::Size size, int mode
 }
 
 cv::Mat perspectiveMatrix(cv::Size size, double degrees) {
-  const double f = (size.width / 2.0) / std::tan(degrees / 180 * pi / 2);
+  const double f = (size.width / 2.0) / std::tan(degrees / 180 * CV_PI / 2);
   return (cv::Mat_<double>(3, 3) << f, 0, size.width / 2.0 - 0.5, 0, f, size.height / 2.0 - 0.5, 0, 0, 1);
 }
 
 cv::Mat lonLatMatrix(cv::Size size, double alpha) {
-  return (cv::Mat_<double>(3, 3) << size.width / alpha, 0, -size.width * (pi - alpha) / (2 * alpha), 0,
-          size.height / alpha, -size.height * (pi - alpha) / (2 * alpha), 0, 0, 1);
+  return (cv::Mat_<double>(3, 3) << size.width / alpha, 0, -size.width * (CV_PI - alpha) / (2 * alpha), 0,
+          size.height / alpha, -size.height * (CV_PI - alpha) / (2 * alpha), 0, 0, 1);
 }
 
 // The same arithmetic written out again for one pixel, independently.
@@ -115,7 +114,7 @@ TEST(InitRectifyMap, LongitudeLatitudeIsTheSameToTheBitAsThePeer) {
   for (int number = 0; number < 20; ++number) {
     const Eye eye(number);
     const cv::Size size(61 + number, 47 + 2 * number);
-    const cv::Mat P = lonLatMatrix(size, (100 + 4.0 * number) / 222 * pi);
+    const cv::Mat P = lonLatMatrix(size, (100 + 4.0 * number) / 222 * CV_PI);
     const Maps maps = build(eye, P, 0.0, size, 1);
     Maps peer;
     cv::omnidir::initUndistortRectifyMap(eye.K, eye.D, cv::Mat(1, 1, CV_64F, cv::Scalar(eye.xi)), eye.R, P, size,
@@ -200,8 +199,8 @@ TEST(InitRectifyMap, LongitudeLatitudeLooksAlongTheAxisAtHalfPi) {
   const cv::Size size(40, 30);
   Eye eye(4);
   eye.R = cv::Mat::eye(3, 3, CV_64F);
-  const Maps maps = build(eye, lonLatMatrix(size, 180.0 / 222 * pi), 0, size, 1);
-  // Column W / 2, row H / 2 is where both angles are pi / 2.
+  const Maps maps = build(eye, lonLatMatrix(size, 180.0 / 222 * CV_PI), 0, size, 1);
+  // Column W / 2, row H / 2 is where both angles are CV_PI / 2.
   EXPECT_NEAR(maps.columns.at<float>(15, 20), eye.K.at<double>(0, 2), 1e-3);
   EXPECT_NEAR(maps.rows.at<float>(15, 20), eye.K.at<double>(1, 2), 1e-3);
 }
@@ -217,8 +216,8 @@ TEST(InitRectifyMap, RaysAtAndBehindTheEdgeOfTheModelAreProjectedAllTheSame) {
     const cv::Mat inverse = (cv::Mat_<double>(3, 3) << 1, 0, a, 0, 1, b, 0, 0, 1);
     return build(eye, inverse.inv(), 0, {1, 1}, 1);
   };
-  // Angles pi / 4, -pi / 2: ray (-cos a, -0, -sin a), behind the eye, comes back mirrored at xu = 1.
-  EXPECT_NEAR(pixelAt(pi / 4, -pi / 2).columns.at<float>(0, 0), 10.0, 1e-4);
+  // Angles CV_PI / 4, -CV_PI / 2: ray (-cos a, -0, -sin a), behind the eye, comes back mirrored at xu = 1.
+  EXPECT_NEAR(pixelAt(CV_PI / 4, -CV_PI / 2).columns.at<float>(0, 0), 10.0, 1e-4);
   // Angles 0, 0: ray (-1, -0, 0), square to the axis, is divided by 0 and does not come out finite.
   EXPECT_FALSE(std::isfinite(pixelAt(0, 0).columns.at<float>(0, 0)));
 }
@@ -321,7 +320,8 @@ TEST(MatRowMul, RefusesWhatItWouldMisread) {
 
 TEST(ViewMatrices, AreAsStated) {
   EXPECT_TRUE(sameBits(stereo::core::perspectiveCameraMatrix({464, 400}, 90), perspectiveMatrix({464, 400}, 90)));
-  EXPECT_TRUE(sameBits(stereo::core::lonLatCameraMatrix({464, 400}, 180), lonLatMatrix({464, 400}, 180.0 / 222 * pi)));
+  EXPECT_TRUE(
+      sameBits(stereo::core::lonLatCameraMatrix({464, 400}, 180), lonLatMatrix({464, 400}, 180.0 / 222 * CV_PI)));
   // One focal length for both axes; 90 degrees over 464 pixels: f = 232.
   const cv::Mat P = stereo::core::perspectiveCameraMatrix({464, 400}, 90);
   EXPECT_NEAR(P.at<double>(0, 0), 232.0, 1e-10);

@@ -17,7 +17,7 @@ TEST(WideDepthAllocation, AFrameIntoKeptImagesAllocatesNothing) {
     WideDepthOptions options = test::smallView();
     options.size *= enlarged;
     options.fuse = true;
-    WideDepth depth(eyes.calibration(), test::SimulatedEyes::size(), options);
+    WideDepth depth(eyes.calibration(), test::eyeSize, options);
     WideDepthImage image;
     for (int frame = 0; frame < 3; ++frame) {
       depth.compute(pair.left, pair.right, image);

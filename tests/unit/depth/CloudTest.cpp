@@ -16,7 +16,7 @@ namespace {
 
 // Two pixels are measured.
 struct Clouds : testing::Test {
-  Clouds() : depth(test::SimulatedEyes().calibration(), test::SimulatedEyes::size(), test::smallView()) {
+  Clouds() : depth(test::SimulatedEyes().calibration(), test::eyeSize, test::smallView()) {
     const cv::Size size = test::smallView().size;
     image.range = cv::Mat::zeros(size, CV_32FC1);
     image.state = cv::Mat(size, CV_8UC1, cv::Scalar(1));

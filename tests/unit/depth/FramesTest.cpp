@@ -9,11 +9,10 @@
 #include "tests/unit/depth/SimulatedEyes.hpp"
 
 using namespace stereo;
+using stereo::test::eyeSize;
 using test::SimulatedEyes;
 
 namespace {
-
-const cv::Size eyeSize = SimulatedEyes::size();
 
 test::Accuracy accuracy(const SimulatedEyes& eyes, const WideDepth& depth, const WideDepthImage& image, double time) {
   return test::accuracyOf(image, eyes.truth(depth.rays(), time), eyes.seen(depth.rays(), time), 0.2, 10.0);

@@ -38,7 +38,7 @@ TEST(WideGeometry, RaysHaveTheAnglesOfTheirPixels) {
 
 TEST(WideGeometry, SamplesLieWhereTheEyeSeesTheRay) {
   const test::SimulatedEyes eyes;
-  const EyePair pair = eyePair(eyes.calibration(), test::SimulatedEyes::size());
+  const EyePair pair = eyePair(eyes.calibration(), test::eyeSize);
   EXPECT_NEAR(pair.baseline, eyes.rig().baseline(), 1e-9);
   const ViewGrid grid = someGrid();
   constexpr std::int32_t outside = 464 * 400;

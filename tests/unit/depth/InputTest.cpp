@@ -12,12 +12,12 @@
 #include "tests/unit/depth/SimulatedEyes.hpp"
 
 using namespace stereo;
+using stereo::test::eyeSize;
 using test::SimulatedEyes;
 using testing::HasSubstr;
 
 namespace {
 
-const cv::Size eyeSize = SimulatedEyes::size();
 constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
 

@@ -12,12 +12,13 @@
 #include "WideDepth.hpp"
 #include "src/depth/Filter.hpp"
 #include "src/depth/Repeats.hpp"
+#include "tests/unit/depth/SimulatedEyes.hpp"
 
 using namespace stereo;
+using stereo::test::eyeSize;
 
 namespace {
 
-const cv::Size eyeSize(464, 400);
 constexpr double focal = 225.0;
 constexpr double baseline = 0.06;   // meters
 constexpr double roomRadius = 3.0;  // meters

@@ -11,11 +11,10 @@
 #include "tests/unit/depth/SimulatedEyes.hpp"
 
 using namespace stereo;
+using stereo::test::eyeSize;
 using test::SimulatedEyes;
 
 namespace {
-
-const cv::Size eyeSize = SimulatedEyes::size();
 
 bool areSame(const WideDepthImage& a, const WideDepthImage& b) {
   return cv::norm(a.range, b.range, cv::NORM_INF) == 0.0 && cv::norm(a.state, b.state, cv::NORM_INF) == 0.0 &&

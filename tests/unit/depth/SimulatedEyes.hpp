@@ -11,7 +11,10 @@
 
 namespace stereo::test {
 
-/// Renders one scene through one rig at half size: eyes of 464 x 400 pixels.
+/// One eye of a frame of half size.
+inline const cv::Size eyeSize(464, 400);
+
+/// Renders one scene through one rig at half size.
 class SimulatedEyes {
 public:
   explicit SimulatedEyes(const sim::Scene::Options& scene = {.seed = 1, .moving = false}, std::uint32_t rigSeed = 1);
@@ -29,7 +32,6 @@ public:
   cv::Mat seen(const cv::Mat& rays, double time) const;
 
   WideDepthCalibration calibration() const;
-  static cv::Size size() { return {464, 400}; }
   const sim::Rig& rig() const { return m_rig; }
 
 private:

@@ -13,18 +13,16 @@
 
 #include "sim/SimulatedCamera.hpp"
 #include "sources/ReplayCamera.hpp"
+#include "tests/support/Images.hpp"
 #include "tests/support/TempDir.hpp"
 
 namespace stereo::sim {
 namespace {
 
+using stereo::test::halfSize;
+using stereo::test::sameBits;
+
 using Clock = std::chrono::steady_clock;
-
-const cv::Size halfSize(928, 400);
-
-bool sameBits(const cv::Mat& a, const cv::Mat& b) {
-  return !a.empty() && a.size() == b.size() && a.type() == b.type() && cv::norm(a, b, cv::NORM_INF) == 0.0;
-}
 
 /// What the camera makes of an eye: nothing but the disc of `radius` about the middle, row by row.
 cv::Mat inCircle(const cv::Mat& eye, int radius) {

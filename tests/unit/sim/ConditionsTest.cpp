@@ -10,12 +10,13 @@
 
 #include "sim/Renderer.hpp"
 #include "sim/SimulatedCamera.hpp"
+#include "tests/support/Images.hpp"
 #include "tests/unit/sim/Marching.hpp"
 
 namespace stereo::sim {
 namespace {
 
-const cv::Size halfSize(928, 400);
+using stereo::test::halfSize;
 
 std::string refusalOf(const std::string& text) {
   try {

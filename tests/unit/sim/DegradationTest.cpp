@@ -7,20 +7,20 @@
 #include <gtest/gtest.h>
 
 #include "sim/SimulatedCamera.hpp"
+#include "tests/support/Images.hpp"
 #include "tests/support/Threads.hpp"
 
 namespace stereo::sim {
 namespace {
 
-const cv::Size halfSize(928, 400);
+using stereo::test::halfSize;
+using stereo::test::sameBits;
 
 cv::Mat evenFrame(int level) { return cv::Mat(halfSize, CV_8UC3, cv::Scalar::all(level)); }
 
 cv::Mat eyeOf(const cv::Mat& frame, bool isRight) {
   return isRight ? frame.colRange(frame.cols / 2, frame.cols) : frame.colRange(0, frame.cols / 2);
 }
-
-bool sameBits(const cv::Mat& a, const cv::Mat& b) { return cv::norm(a, b, cv::NORM_INF) == 0.0; }
 
 TEST(Degradation, DefaultsReturnTheFrameItself) {
   const cv::Mat frame = evenFrame(90);

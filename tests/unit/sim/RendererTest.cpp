@@ -10,19 +10,17 @@
 #include <opencv2/imgproc.hpp>
 
 #include "sim/GroundTruth.hpp"
+#include "tests/support/Images.hpp"
 #include "tests/support/Threads.hpp"
 
 namespace stereo::sim {
 namespace {
 
-const cv::Size halfSize(928, 400);
+using stereo::test::halfSize;
+using stereo::test::sameBits;
 
 std::shared_ptr<const Scene> makeScene(std::uint32_t seed, bool moving) {
   return std::make_shared<const Scene>(Scene::Options{.seed = seed, .moving = moving, .period = 2.0});
-}
-
-bool sameBits(const cv::Mat& a, const cv::Mat& b) {
-  return a.size() == b.size() && a.type() == b.type() && cv::norm(a, b, cv::NORM_INF) == 0.0;
 }
 
 double shareOfDifferingPixels(const cv::Mat& a, const cv::Mat& b) {

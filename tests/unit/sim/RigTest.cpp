@@ -8,10 +8,13 @@
 #include <opencv2/ccalib/omnidir.hpp>
 
 #include "sim/SimulatedCamera.hpp"
+#include "tests/support/Images.hpp"
 #include "tests/support/TempDir.hpp"
 
 namespace stereo::sim {
 namespace {
+
+using stereo::test::sameBits;
 
 constexpr const char* allKeys[] = {"SerialNumber",
                                    "PositonNumber",
@@ -26,10 +29,6 @@ constexpr const char* allKeys[] = {"SerialNumber",
                                    "RightRotation",
                                    "Translation",
                                    "Reserved"};
-
-bool sameBits(const cv::Mat& a, const cv::Mat& b) {
-  return a.size() == b.size() && a.type() == b.type() && cv::norm(a, b, cv::NORM_INF) == 0.0;
-}
 
 TEST(Rig, SameSeedSameRigAndOtherSeedAnother) {
   const Rig first(5);

@@ -11,20 +11,18 @@
 #include <gtest/gtest.h>
 
 #include "sim/SimulatedCapture.hpp"
+#include "tests/support/Images.hpp"
 
 namespace stereo::sim {
 namespace {
 
+using stereo::test::fullSize;
+using stereo::test::halfSize;
+using stereo::test::sameBits;
+
 using Clock = std::chrono::steady_clock;
 
-const cv::Size halfSize(928, 400);
-const cv::Size fullSize(1856, 800);
-
 double secondsSince(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
-
-bool sameBits(const cv::Mat& a, const cv::Mat& b) {
-  return !a.empty() && a.size() == b.size() && a.type() == b.type() && cv::norm(a, b, cv::NORM_INF) == 0.0;
-}
 
 std::unique_ptr<SimulatedCapture> makeCapture(bool moving, const SimulatedCapture::Options& options) {
   const auto scene = std::make_shared<const Scene>(Scene::Options{.seed = 1, .moving = moving, .period = 2.0});

@@ -14,6 +14,7 @@
 
 #include "sources/ReplayCamera.hpp"
 #include "sources/ReplayCapture.hpp"
+#include "tests/support/Images.hpp"
 #include "tests/support/TempDir.hpp"
 
 namespace stereo::sources {
@@ -21,11 +22,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-cv::Mat picture(int number) {
-  cv::Mat noise(32, 64, CV_8UC3);
-  cv::RNG(static_cast<std::uint64_t>(number) + 1).fill(noise, cv::RNG::UNIFORM, 0, 256);
-  return noise;
-}
+cv::Mat picture(int number) { return test::noise({64, 32}, number); }
 
 void writeText(const std::string& path, const std::string& text) { std::ofstream(path) << text; }
 

@@ -10,7 +10,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/TestCamera.hpp"
+#include "tests/support/Images.hpp"
 
 using stereo::sys::ImageMemoryUser;
 using stereo::sys::maxKept;

@@ -12,6 +12,7 @@
 #include "sources/ReplayCamera.hpp"
 #include "sources/ReplayCapture.hpp"
 #include "tests/support/Await.hpp"
+#include "tests/support/Images.hpp"
 #include "tests/support/TempDir.hpp"
 
 using namespace stereo::app;
@@ -23,11 +24,7 @@ using testing::HasSubstr;
 
 namespace {
 
-cv::Mat picture(int number, cv::Size size = {64, 32}) {
-  cv::Mat noise(size, CV_8UC3);
-  cv::RNG(static_cast<std::uint64_t>(number) + 1).fill(noise, cv::RNG::UNIFORM, 0, 256);
-  return noise;
-}
+cv::Mat recorded(int number, cv::Size size = {64, 32}) { return stereo::test::noise(size, number); }
 
 class RecorderTest : public testing::Test {
 protected:
@@ -69,7 +66,7 @@ TEST_F(RecorderTest, KeepsPublishedFramesToTheBitInBothCodecs) {
     Recorder recorder({.folder = folder, .codec = codec});
     recorder.published(microseconds(0));
     for (int i = 0; i < 5; ++i) {
-      readAndPublish(recorder, picture(i), 1000 + 7 * i);
+      readAndPublish(recorder, recorded(i), 1000 + 7 * i);
     }
     recorder.finish();
     EXPECT_EQ(recorder.counts().written, 5U);
@@ -77,7 +74,7 @@ TEST_F(RecorderTest, KeepsPublishedFramesToTheBitInBothCodecs) {
     EXPECT_EQ(recorder.frameSize(), cv::Size(64, 32));
     ReplayCapture capture({.path = folder.string(), .rate = 0, .loop = false});
     for (int i = 0; i < 5; ++i) {
-      expectFrame(capture, picture(i), 1000 + 7 * i);
+      expectFrame(capture, recorded(i), 1000 + 7 * i);
     }
     cv::Mat none;
     EXPECT_FALSE(capture.read(none));
@@ -86,17 +83,17 @@ TEST_F(RecorderTest, KeepsPublishedFramesToTheBitInBothCodecs) {
 
 TEST_F(RecorderTest, LeavesOutWhatWasReadButNotPublished) {
   Recorder recorder(options());
-  recorder.read(picture(0));
+  recorder.read(recorded(0));
   recorder.published(microseconds(0));  // none published yet: this one warmed the camera up
-  readAndPublish(recorder, picture(1), 10);
-  recorder.read(picture(2));
+  readAndPublish(recorder, recorded(1), 10);
+  recorder.read(recorded(2));
   recorder.published(microseconds(10));
-  readAndPublish(recorder, picture(3), 30);
+  readAndPublish(recorder, recorded(3), 30);
   recorder.published(microseconds(40));  // published by somebody else: nothing was read for it
   recorder.finish();
   ReplayCapture capture = replay();
-  expectFrame(capture, picture(1), 10);
-  expectFrame(capture, picture(3), 30);
+  expectFrame(capture, recorded(1), 10);
+  expectFrame(capture, recorded(3), 30);
   EXPECT_EQ(recorder.counts().written, 2U);
 }
 
@@ -106,7 +103,7 @@ TEST_F(RecorderTest, CountsWhatThereWasNoRoomForAndNeverWaits) {
   small.codec = "ffv1";
   Recorder recorder(small);
   constexpr std::uint64_t frames = 40;
-  const cv::Mat large = picture(1, {1856, 800});  // a tenth of a second's work for the codec, a millisecond's to copy
+  const cv::Mat large = recorded(1, {1856, 800});  // a tenth of a second's work for the codec, a millisecond's to copy
   for (std::uint64_t i = 1; i <= frames; ++i) {
     readAndPublish(recorder, large, static_cast<std::int64_t>(i));
   }
@@ -127,7 +124,7 @@ TEST_F(RecorderTest, TakesNoMoreThanItWasAskedFor) {
   few.most = 3;
   Recorder recorder(few);
   for (int i = 0; i < 6; ++i) {
-    readAndPublish(recorder, picture(i), 1 + i);
+    readAndPublish(recorder, recorded(i), 1 + i);
   }
   recorder.finish();
   EXPECT_EQ(recorder.counts().written, 3U);
@@ -136,21 +133,21 @@ TEST_F(RecorderTest, TakesNoMoreThanItWasAskedFor) {
 
 TEST_F(RecorderTest, LeavesOutFramesOfAnotherSizeOrType) {
   Recorder recorder(options());
-  readAndPublish(recorder, picture(0), 1);
-  readAndPublish(recorder, picture(1, {32, 32}), 2);
+  readAndPublish(recorder, recorded(0), 1);
+  readAndPublish(recorder, recorded(1, {32, 32}), 2);
   readAndPublish(recorder, cv::Mat(32, 64, CV_8UC1, cv::Scalar(3)), 3);
-  readAndPublish(recorder, picture(2), 4);
+  readAndPublish(recorder, recorded(2), 4);
   recorder.finish();
   EXPECT_EQ(recorder.counts().written, 2U);
   EXPECT_EQ(recorder.counts().unfit, 2U);
   ReplayCapture capture = replay();
-  expectFrame(capture, picture(0), 1);
-  expectFrame(capture, picture(2), 4);
+  expectFrame(capture, recorded(0), 1);
+  expectFrame(capture, recorded(2), 4);
 }
 
 TEST_F(RecorderTest, SaysWhatItCannotWrite) {
   EXPECT_THAT(failureOf([&] { Recorder({.folder = m_folder.path("missing")}); }), HasSubstr("cannot write"));
-  const std::pair<cv::Mat, const char*> misfits[] = {{picture(0, {63, 32}), "even width"},
+  const std::pair<cv::Mat, const char*> misfits[] = {{recorded(0, {63, 32}), "even width"},
                                                      {cv::Mat(32, 64, CV_16UC3, cv::Scalar::all(3)), "16UC3"}};
   for (const auto& [frame, message] : misfits) {
     Recorder recorder(options());
@@ -166,18 +163,18 @@ TEST_F(RecorderTest, SaysWhatItCannotWrite) {
 TEST_F(RecorderTest, DoesNotWriteOverARecording) {
   {
     Recorder recorder(options());
-    readAndPublish(recorder, picture(0), 1);
+    readAndPublish(recorder, recorded(0), 1);
     recorder.finish();
   }
   EXPECT_THAT(failureOf([&] { Recorder again(options()); }), HasSubstr("there is already a recording"));
   ReplayCapture capture = replay();
-  expectFrame(capture, picture(0), 1);
+  expectFrame(capture, recorded(0), 1);
 }
 
 TEST_F(RecorderTest, TellsOfEachFrameWritten) {
   Recorder recorder(options());
   EXPECT_FALSE(recorder.awaitFrame({}, std::chrono::milliseconds(1)));
-  readAndPublish(recorder, picture(0), 1);
+  readAndPublish(recorder, recorded(0), 1);
   EXPECT_TRUE(recorder.awaitFrame({}, stereo::test::deadline));
   EXPECT_FALSE(recorder.awaitFrame(recorder.counts(), std::chrono::milliseconds(1)));
 }
@@ -187,7 +184,7 @@ TEST_F(RecorderTest, RecordsWhatACameraPublishes) {
   constexpr int pictures = 8;
   std::filesystem::create_directory(m_folder.path("frames"));
   for (int i = 0; i < pictures; ++i) {
-    ASSERT_TRUE(cv::imwrite(m_folder.path("frames/" + std::to_string(i) + ".png"), picture(i)));
+    ASSERT_TRUE(cv::imwrite(m_folder.path("frames/" + std::to_string(i) + ".png"), recorded(i)));
   }
   Recorder::Options roomy = options();
   roomy.queue = 2000;
@@ -214,6 +211,6 @@ TEST_F(RecorderTest, RecordsWhatACameraPublishes) {
   // Ten warm the camera up; all later ones are there, in order.
   ReplayCapture capture = replay();
   for (std::size_t i = 0; i < recording.timestamps.size(); ++i) {
-    expectFrame(capture, picture((10 + static_cast<int>(i)) % pictures), recording.timestamps[i]);
+    expectFrame(capture, recorded((10 + static_cast<int>(i)) % pictures), recording.timestamps[i]);
   }
 }
