@@ -2,11 +2,7 @@
 // A camera without a device, for the reads that only the class offers.
 #include "bench/support/PreparedCamera.hpp"
 
-#include "model/CameraFacts.hpp"
-
 namespace stereo::bench {
-
-PreparedCamera::PreparedCamera() : StereoCamera(model::noDevice) {}
 
 void PreparedCamera::setMaps(const cv::Mat (&maps)[2][2]) {
   for (int eye = 0; eye < 2; ++eye) {

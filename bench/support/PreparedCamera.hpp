@@ -4,15 +4,13 @@
 
 #include <opencv2/core.hpp>
 
-#include "StereoCamera.hpp"
+#include "sources/HostCamera.hpp"
 
 namespace stereo::bench {
 
 /// Its rectified reads find maps and eyes in memory, without waiting for a frame.
-class PreparedCamera : public StereoCamera {
+class PreparedCamera : public sources::HostCamera {
 public:
-  PreparedCamera();
-
   /// The perspective maps of both eyes, [eye][map].
   void setMaps(const cv::Mat (&maps)[2][2]);
   /// What `getStereoFrame` returns, as headers: no copy, no wait.
