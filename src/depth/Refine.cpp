@@ -17,7 +17,7 @@ constexpr float largestStep = 1.0F;  // columns that one refinement may move a d
 
 // Pairs of pixels that are averaged: how much they may differ, columns, and by how many variances from the middle one.
 constexpr float likePair = 4.0F;
-constexpr float agreement = 6.0F;
+constexpr float agreement = 8.0F;
 
 #if STEREO_DEPTH_HAS_AVX2
 #define STEREO_DEPTH_LANES 8
