@@ -23,12 +23,12 @@ function(stereo_camera_quick_to_compile target)
 endfunction()
 
 # Compiles several sources of a target as one unit, for targets whose time goes into other libraries' templates. Names in
-# anonymous namespaces are then unique within the target. scripts/lint switches it off, to look at each file by itself.
+# anonymous namespaces must then differ within the target. scripts/lint switches it off, to look at each file alone.
 option(STEREO_CAMERA_COMPILE_TOGETHER "Compile commands, bindings and tests several files at a time" ON)
 function(stereo_camera_compile_together target)
   if(STEREO_CAMERA_COMPILE_TOGETHER)
     set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 6)
-    # A fixture in an anonymous namespace looks to the compiler like one in a header.
-    target_compile_options(${target} PRIVATE -Wno-subobject-linkage)
+    # In a unit, GCC takes the included sources for headers and warns of their anonymous types.
+    target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
   endif()
 endfunction()

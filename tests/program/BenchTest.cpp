@@ -33,7 +33,7 @@ Arguments bench(const Arguments& more, const Arguments& source = small) {
   return all;
 }
 
-void expectUsage(const Arguments& arguments) {
+void expectBenchUsage(const Arguments& arguments) {
   Program program(STEREO_CAMERA_PROGRAM, arguments);
   EXPECT_EQ(program.wait(limit), static_cast<int>(ExitCode::usage)) << testing::PrintToString(arguments);
 }
@@ -124,14 +124,14 @@ TEST(Bench, EndsInOrderWhenInterrupted) {
 }
 
 TEST(Bench, WrongArguments) {
-  expectUsage(bench({"--seconds", "0"}));
-  expectUsage(bench({"--seconds", "-3"}));
-  expectUsage(bench({"--seconds", "soon"}));
-  expectUsage(bench({"--matcher", "best"}));
-  expectUsage(bench({"--wide", "--wide-size", "16x16"}));
-  expectUsage(bench({"--wide", "--wide-field", "181x90"}));
-  expectUsage(bench({"--wide", "--nearest", "2", "--farthest", "1"}));
-  expectUsage(bench({}, {"--size", "640x480"}));
+  expectBenchUsage(bench({"--seconds", "0"}));
+  expectBenchUsage(bench({"--seconds", "-3"}));
+  expectBenchUsage(bench({"--seconds", "soon"}));
+  expectBenchUsage(bench({"--matcher", "best"}));
+  expectBenchUsage(bench({"--wide", "--wide-size", "16x16"}));
+  expectBenchUsage(bench({"--wide", "--wide-field", "181x90"}));
+  expectBenchUsage(bench({"--wide", "--nearest", "2", "--farthest", "1"}));
+  expectBenchUsage(bench({}, {"--size", "640x480"}));
 }
 
 TEST(Bench, RefusesAFileThatCannotBeWrittenBeforeItMeasures) {

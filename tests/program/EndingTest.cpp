@@ -100,7 +100,7 @@ TEST_F(Ending, OfARecordingEndsTheOthersNormally) {
 }
 
 TEST_F(Ending, OfARecordingLeavesSnapshotWhatItHas) {
-  EXPECT_EQ(run(Arguments{"snapshot", "--rate", "2", "-o", file("whole")} + once()), 0) << m_err;
+  EXPECT_EQ(run(Arguments{"snapshot", "--rate", "1", "-o", file("whole")} + once()), 0) << m_err;
   EXPECT_TRUE(std::filesystem::exists(file("whole/depth.tiff")));
   const std::string picture = file("whole/raw.png");
   EXPECT_EQ(run({"snapshot", "--replay", picture, "--once", "--patience", "300", "-o", file("one")}), 0) << m_err;

@@ -12,7 +12,7 @@ namespace stereo::test {
 inline const cv::Size halfSize(928, 400);
 inline const cv::Size fullSize(1856, 800);
 
-/// Uniform noise, never black by itself. The same number gives the same image.
+/// Uniform noise in which no channel is 0. The same number gives the same image.
 inline cv::Mat noise(cv::Size size, int number, int type = CV_8UC3) {
   cv::Mat image(size, type);
   cv::RNG random(static_cast<std::uint64_t>(number) + 1);

@@ -14,15 +14,11 @@
 #include "sim/FaultScript.hpp"
 #include "sim/FaultyCapture.hpp"
 #include "sources/FrameSource.hpp"
+#include "tests/support/Await.hpp"
 
 namespace stereo::test {
 
 inline const cv::Size rawSize(64, 32);
-
-/// By the clock that frames are stamped by.
-inline std::chrono::microseconds now() {
-  return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::system_clock::now().time_since_epoch());
-}
 
 /// Frame after frame of noise that its number is the seed of, the right eye's a little to the left of the left eye's.
 class NumberedNoise : public sources::FrameSource {
@@ -63,7 +59,7 @@ public:
 
   bool read(cv::OutputArray image) override {
     if (!deliveries.empty()) {
-      deliveries.back().nextAsked = std::min(deliveries.back().nextAsked, now());
+      deliveries.back().nextAsked = std::min(deliveries.back().nextAsked, timeOfDay());
     }
     // Into an image of its own, of a type that nothing delivers. So it shows whether the read left it untouched, and
     // nothing is noted that the caller's image held before.
@@ -77,7 +73,7 @@ public:
       image.release();
     } else {
       picture.copyTo(image);
-      deliveries.push_back({picture, warmUp, now()});
+      deliveries.push_back({picture, warmUp, timeOfDay()});
     }
     return success;
   }

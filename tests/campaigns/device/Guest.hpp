@@ -22,6 +22,7 @@
 #include "sources/HostCamera.hpp"
 #include "tests/campaigns/device/Pattern.hpp"
 #include "tests/support/Await.hpp"
+#include "tests/support/Images.hpp"
 #include "tests/support/Program.hpp"
 
 namespace stereo::test {
@@ -29,9 +30,6 @@ namespace stereo::test {
 /// The guest's devices: frames of the feeder, and a camera made by the kernel (640 x 480 and others, never 1856 x 800).
 constexpr int loopbackDevice = 0;
 constexpr int kernelDevice = 1;
-
-inline const cv::Size fullSize(1856, 800);
-inline const cv::Size halfSize(928, 400);
 
 /// For each product. The first colored cloud takes 10 to 30 s under emulation: HighGUI wakes up.
 constexpr std::chrono::seconds productLimit(90);

@@ -31,11 +31,11 @@ using stereo::sim::FaultScript;
 using stereo::sim::FaultyCapture;
 using stereo::test::await;
 using stereo::test::NotedCapture;
-using stereo::test::now;
 using stereo::test::OutputCapture;
 using stereo::test::rawSize;
 using stereo::test::sameBits;
 using stereo::test::TestCamera;
+using stereo::test::timeOfDay;
 
 namespace {
 
@@ -253,7 +253,7 @@ Result live(std::uint64_t seed) {
       std::array<cv::Mat, 3> held;
       // Without a disparity worker the colored depth fails at once: once is enough.
       for (bool again = true; again && !over; again = computes || kind != 5) {
-        const microseconds called = now();
+        const microseconds called = timeOfDay();
         microseconds timestamp{0};
         std::vector<cv::Mat> images = readOnce(camera, kind, held, timestamp);
         if (!images.empty()) {

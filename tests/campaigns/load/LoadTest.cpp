@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/Await.hpp"
+#include "tests/support/Images.hpp"
 #include "tests/support/Length.hpp"
 #include "tests/support/OutputCapture.hpp"
 #include "tests/support/TestCamera.hpp"
@@ -29,15 +30,10 @@ namespace {
 
 const cv::Size rawSize(240, 100);
 
-cv::Mat noise(int number) {
-  cv::Mat frame(rawSize, CV_8UC3);
-  cv::RNG random(static_cast<std::uint64_t>(number % 16) + 1);
-  random.fill(frame, cv::RNG::UNIFORM, 0, 256);
-  return frame;
-}
+cv::Mat frameOf(int number) { return stereo::test::noise(rawSize, number % 16); }
 
 struct BusyCamera : TestCamera {
-  BusyCamera() : TestCamera(&noise) {
+  BusyCamera() : TestCamera(&frameOf) {
     calibrate(*this);
     m_rawFrameSize = rawSize;
     m_rectFrameSize = {64, 64};
@@ -160,7 +156,7 @@ TEST(Load, AllReadersBothWorkersAndCycles) {
 TEST(Load, ManyStartsAndStopsLeaveNothingBehind) {
   const OutputCapture quiet(1);
   const auto live = [](int number) {
-    TestCamera camera(&noise);
+    TestCamera camera(&frameOf);
     calibrate(camera);
     camera.setRawFrameSize({928, 400});
     camera.m_rectFrameSize = {16, 12};

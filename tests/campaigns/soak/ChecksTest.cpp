@@ -42,7 +42,7 @@ constexpr int algorithm = 1;
 const ExpectedDepth& depthOf(std::uint32_t number) { return book().of(number).depth[depthMode - 1][algorithm]; }
 
 // An eye as the camera hands it over.
-cv::Mat eyeOf(std::uint32_t number, int eye) {
+cv::Mat drawnEye(std::uint32_t number, int eye) {
   cv::Mat image = book().of(number).eye[eye].clone();
   drawNumber(image, number);
   return image;
@@ -82,7 +82,7 @@ protected:
 
 TEST(SoakNumbering, EveryRowTellsTheNumber) {
   for (const std::uint32_t number : {0U, 1U, 77U, 0x80000001U, 0xFFFFFFFFU}) {
-    const cv::Mat eye = eyeOf(number, 1);
+    const cv::Mat eye = drawnEye(number, 1);
     for (int row = 0; row < eye.rows; ++row) {
       ASSERT_EQ(numberIn(eye, row), number) << row;
     }
@@ -91,7 +91,7 @@ TEST(SoakNumbering, EveryRowTellsTheNumber) {
 }
 
 TEST(SoakNumbering, EverySinglePixelCounts) {
-  const cv::Mat eye = eyeOf(5, 0);
+  const cv::Mat eye = drawnEye(5, 0);
   for (const int row : {0, eye.rows / 2, eye.rows - 1}) {
     for (const int column : {0, stereo::soak::numberColumn(eye.size(), row), eye.cols / 2, eye.cols - 1}) {
       cv::Mat changed = eye.clone();
@@ -107,9 +107,9 @@ TEST_F(SoakChecks, LetPassWhatIsRight) {
   ledger.matched(timestamps[12]);
   EXPECT_EQ(checks.timestamp(timestamps[12], timestamps[11], timestamps[11], false), "");
   EXPECT_EQ(checks.timestamp(timestamps[12], timestamps[12], timestamps[12], true), "");
-  EXPECT_EQ(checks.eyes(eyeOf(12, 0), eyeOf(12, 1), timestamps[12]), "");
+  EXPECT_EQ(checks.eyes(drawnEye(12, 0), drawnEye(12, 1), timestamps[12]), "");
   cv::Mat joined;
-  cv::hconcat(eyeOf(12, 0), eyeOf(12, 1), joined);
+  cv::hconcat(drawnEye(12, 0), drawnEye(12, 1), joined);
   EXPECT_EQ(checks.joinedEyes(joined, timestamps[12]), "");
   EXPECT_EQ(checks.perspectivePair(picture.perspective[0], picture.perspective[1], timestamps[12]), "");
   EXPECT_EQ(checks.depthPair(picture.perspective[0], picture.perspective[1], picture.perspective[0], timestamps[12]),
@@ -139,13 +139,13 @@ TEST_F(SoakChecks, NoticeStampsOfNoFrameOldOnesAndOnesThatGoBack) {
 }
 
 TEST_F(SoakChecks, NoticeTornSwappedAndForeignEyes) {
-  const cv::Mat left = eyeOf(12, 0);
-  const cv::Mat right = eyeOf(12, 1);
+  const cv::Mat left = drawnEye(12, 0);
+  const cv::Mat right = drawnEye(12, 1);
   cv::Mat torn = left.clone();
   const cv::Range lowerHalf(torn.rows / 2, torn.rows);
-  eyeOf(11, 0).rowRange(lowerHalf).copyTo(torn.rowRange(lowerHalf));
+  drawnEye(11, 0).rowRange(lowerHalf).copyTo(torn.rowRange(lowerHalf));
   EXPECT_THAT(checks.eyes(torn, right, timestamps[12]), HasSubstr("is frame 11's, not frame 12's"));
-  EXPECT_THAT(checks.eyes(left, eyeOf(11, 1), timestamps[12]), HasSubstr("right eye: row 0 is frame 11's"));
+  EXPECT_THAT(checks.eyes(left, drawnEye(11, 1), timestamps[12]), HasSubstr("right eye: row 0 is frame 11's"));
   EXPECT_THAT(checks.eyes(right, left, timestamps[12]), HasSubstr("left eye"));
   EXPECT_THAT(checks.eyes(left, right, timestamps[11]), HasSubstr("is frame 12's, not frame 11's"));
   EXPECT_THAT(checks.eyes(left, right, timestamps[3]), HasSubstr("no published frame"));
@@ -154,7 +154,7 @@ TEST_F(SoakChecks, NoticeTornSwappedAndForeignEyes) {
   cv::hconcat(right, left, joined);
   EXPECT_NE(checks.joinedEyes(joined, timestamps[12]), "");
   // The same picture again, but another frame: the number alone tells.
-  EXPECT_THAT(checks.eyes(eyeOf(15, 0), right, timestamps[12]), HasSubstr("is frame 15's"));
+  EXPECT_THAT(checks.eyes(drawnEye(15, 0), right, timestamps[12]), HasSubstr("is frame 15's"));
 }
 
 TEST_F(SoakChecks, NoticeWrongViewsDisparitiesAndDepths) {

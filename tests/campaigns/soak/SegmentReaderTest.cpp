@@ -224,8 +224,12 @@ TEST_F(SoakSegmentReader, NoticesFramesThatGoBackOrWereNeverDelivered) {
   ASSERT_TRUE(offer(eyeOf(8)));
   EXPECT_THAT(failure(), HasSubstr("frame 8 after frame 9"));
   setWord(0);
-  shared.counters().last = 8;  // the image that is there until the next one's pixels have come
+  // The mark comes before the pixels: until then image 8 is there, which a reader that has waited for the mark leaves.
+  shared.counters().last = 8;
+  std::atomic<int> looks = 0;
+  beforeLook = [&looks] { ++looks; };
   begin();
+  ASSERT_TRUE(await([&] { return looks > 2; }));
   ASSERT_TRUE(offer(eyeOf(101)));
   EXPECT_THAT(failure(), HasSubstr("frame 101 after frame 8, the newest being 100"));
 }

@@ -2,7 +2,6 @@
 #include "src/core/ColorMap.hpp"
 
 #include <cmath>
-#include <limits>
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,6 @@
 #include "src/core/Depth.hpp"
 
 #include <cmath>
-#include <limits>
 
 #include <gtest/gtest.h>
 
@@ -56,7 +55,7 @@ cv::Mat disparities(int seed) {
   d.at<float>(3, 3) = std::nextafter(0.05F, 1.0F);
   d.at<float>(4, 4) = HUGE_VALF;
   d.at<float>(5, 5) = std::nanf("");
-  d.at<float>(6, 6) = 41;  // mode 1: sin(CV_PI)
+  d.at<float>(6, 6) = 41;  // mode 1: sin(pi)
   return d;
 }
 

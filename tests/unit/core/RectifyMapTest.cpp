@@ -200,7 +200,7 @@ TEST(InitRectifyMap, LongitudeLatitudeLooksAlongTheAxisAtHalfPi) {
   Eye eye(4);
   eye.R = cv::Mat::eye(3, 3, CV_64F);
   const Maps maps = build(eye, lonLatMatrix(size, 180.0 / 222 * CV_PI), 0, size, 1);
-  // Column W / 2, row H / 2 is where both angles are CV_PI / 2.
+  // Column W / 2, row H / 2 is where both angles are pi / 2.
   EXPECT_NEAR(maps.columns.at<float>(15, 20), eye.K.at<double>(0, 2), 1e-3);
   EXPECT_NEAR(maps.rows.at<float>(15, 20), eye.K.at<double>(1, 2), 1e-3);
 }
@@ -216,7 +216,7 @@ TEST(InitRectifyMap, RaysAtAndBehindTheEdgeOfTheModelAreProjectedAllTheSame) {
     const cv::Mat inverse = (cv::Mat_<double>(3, 3) << 1, 0, a, 0, 1, b, 0, 0, 1);
     return build(eye, inverse.inv(), 0, {1, 1}, 1);
   };
-  // Angles CV_PI / 4, -CV_PI / 2: ray (-cos a, -0, -sin a), behind the eye, comes back mirrored at xu = 1.
+  // Angles pi / 4, -pi / 2: ray (-cos a, -0, -sin a), behind the eye, comes back mirrored at xu = 1.
   EXPECT_NEAR(pixelAt(CV_PI / 4, -CV_PI / 2).columns.at<float>(0, 0), 10.0, 1e-4);
   // Angles 0, 0: ray (-1, -0, 0), square to the axis, is divided by 0 and does not come out finite.
   EXPECT_FALSE(std::isfinite(pixelAt(0, 0).columns.at<float>(0, 0)));

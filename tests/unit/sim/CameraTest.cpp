@@ -136,6 +136,7 @@ TEST(SimulatedCamera, TruthBelongsToTheViewThatTheCameraMakes) {
   EXPECT_NEAR(camera.lonLatView().scale(), 116.0 / (150.0 / 222.0 * CV_PI), 1e-9);
   const Truth truth = camera.truth(camera.perspectiveView(), 0.0);
   const Truth direct = GroundTruth(camera.scene(), camera.rig()).at(View::perspective({116, 100}, 60.0), 0.0);
+  ASSERT_FALSE(truth.depth.empty());
   EXPECT_TRUE(sameBits(truth.depth, direct.depth));
 }
 
@@ -185,6 +186,7 @@ TEST(ReplayCamera, ShowsARecordingLikeTheCameraThatMadeIt) {
     ASSERT_TRUE(camera->getRectStereoFrame(left[i], right[i]));
     ++i;
   }
+  ASSERT_FALSE(left[0].empty() || right[0].empty());
   EXPECT_TRUE(sameBits(left[0], left[1]));
   EXPECT_TRUE(sameBits(right[0], right[1]));
 }

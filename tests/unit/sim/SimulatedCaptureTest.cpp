@@ -50,6 +50,7 @@ TEST(SimulatedCapture, DeliveredPixelsAreTheReadersOwn) {
   const auto capture = makeCapture(false, {.frameSize = halfSize, .rate = 0});
   cv::Mat first;
   ASSERT_TRUE(capture->read(first));
+  ASSERT_FALSE(first.empty());
   const cv::Mat kept = first.clone();
   first.setTo(cv::Scalar::all(255));
   cv::Mat second;
@@ -180,6 +181,7 @@ TEST(SimulatedCapture, GrabThenRetrieveGivesTheGrabbedFrame) {
   ASSERT_TRUE(capture->retrieve(frame));
   cv::Mat again;
   ASSERT_TRUE(capture->retrieve(again));
+  ASSERT_FALSE(frame.empty());
   EXPECT_TRUE(sameBits(frame, again));
   ASSERT_TRUE(capture->grab());
   ASSERT_TRUE(capture->retrieve(again));

@@ -23,7 +23,7 @@ cv::Mat plain(int blue, cv::Size size = {64, 32}) { return {size, CV_8UC3, cv::S
 
 void write(const std::string& path, const cv::Mat& image) { ASSERT_TRUE(cv::imwrite(path, image)); }
 
-void writeText(const std::string& path) { std::ofstream(path) << "no picture\n"; }
+void writeNoPicture(const std::string& path) { std::ofstream(path) << "no picture\n"; }
 
 /// First pixel's blue of the frames that can be read, up to `most`; -1 for a read that gave nothing.
 std::vector<int> blues(ReplayCapture& capture, int most) {
@@ -63,7 +63,7 @@ TEST(ReplayCapture, FolderInTheOrderOfNames) {
   for (const int i : {3, 5, 10, 1, 8, 4, 2, 9, 6, 7}) {
     write(folder / ((i < 10 ? "frame-0" : "frame-") + std::to_string(i) + ".png"), plain(i));
   }
-  writeText(folder / "frame-00.txt");
+  writeNoPicture(folder / "frame-00.txt");
   ReplayCapture looped({.path = folder.path(), .rate = 0});
   EXPECT_EQ(blues(looped, 12), (std::vector<int>{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 1, 2}));
   ReplayCapture once({.path = folder.path(), .rate = 0, .loop = false});
@@ -152,7 +152,7 @@ TEST(ReplayCapture, VideoOnceOrLooped) {
 
 TEST(ReplayCapture, UnreadablePathsThrowOneClearLine) {
   const stereo::test::TempDir folder;
-  writeText(folder / "text.png");
+  writeNoPicture(folder / "text.png");
   std::filesystem::create_directory(folder / "empty");
   for (const char* name : {"missing.png", "text.png", "empty"}) {
     const std::string path = folder / name;
