@@ -224,14 +224,16 @@ TEST_F(SoakSegmentReader, NoticesFramesThatGoBackOrWereNeverDelivered) {
   ASSERT_TRUE(offer(eyeOf(8)));
   EXPECT_THAT(failure(), HasSubstr("frame 8 after frame 9"));
   setWord(0);
-  // The mark comes before the pixels: until then image 8 is there, which a reader that has waited for the mark leaves.
-  shared.counters().last = 8;
+  // The mark comes before the pixels: until then the last image is there, which a reader that waited for the mark
+  // leaves.
+  const cv::Mat lastEye = eyeOf(9);
+  lastEye.copyTo(cv::Mat(lastEye.size(), CV_8UC3, word + 1));
   std::atomic<int> looks = 0;
   beforeLook = [&looks] { ++looks; };
   begin();
   ASSERT_TRUE(await([&] { return looks > 2; }));
   ASSERT_TRUE(offer(eyeOf(101)));
-  EXPECT_THAT(failure(), HasSubstr("frame 101 after frame 8, the newest being 100"));
+  EXPECT_THAT(failure(), HasSubstr("frame 101 after frame 9, the newest being 100"));
 }
 
 TEST_F(SoakSegmentReader, NoticesASegmentOfAnotherSize) {
