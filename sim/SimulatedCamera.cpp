@@ -27,7 +27,7 @@ struct SimulatedCamera::Parts {
         source(std::make_unique<SimulatedCapture>(
             scene, rig,
             SimulatedCapture::Options{options.frameSize, options.rate, options.framesPerPeriod, options.ring,
-                                      options.conditions.picture})),
+                                      options.background, options.conditions.picture})),
         capture(*source) {}
 
   std::shared_ptr<const Scene> scene;

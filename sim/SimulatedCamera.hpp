@@ -31,6 +31,7 @@ public:
     double period = 2.0;               ///< scene seconds after which the motion repeats
     int framesPerPeriod = 16;          ///< frames of one period
     bool ring = true;                  ///< keep the frames of a period: see `SimulatedCapture`
+    bool background = false;           ///< render them on a thread of its own
     cv::Size rectFrameSize{464, 400};  ///< one rectified eye, pixels
     FaultScript faults = {};           ///< faults of the device; the first ten frames are warm-up
     Conditions conditions = {};        ///< what makes the pictures, the scene or the calibration harder

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim/SimulatedCapture.hpp"
 
+#include <algorithm>
 #include <stdexcept>
 #include <utility>
 
@@ -27,9 +28,33 @@ SimulatedCapture::SimulatedCapture(std::shared_ptr<const Scene> scene, const Rig
       // A single frame is always kept.
       m_keep(options.ring || m_framesPerPeriod == 1),
       m_degrader(options.picture, m_scene->options().seed),
-      m_renderer(std::make_unique<Renderer>(m_scene, m_rig, options.frameSize)),
+      m_renderer(std::make_shared<const Renderer>(m_scene, m_rig, options.frameSize)),
       m_asked(options.frameSize),
-      m_ring(m_keep ? static_cast<std::size_t>(m_framesPerPeriod) : 0) {}
+      m_ring(m_keep ? static_cast<std::size_t>(m_framesPerPeriod) : 0) {
+  if (options.background && m_ring.size() > 1) {
+    m_background = std::jthread([this](const std::stop_token& stop) { renderInBackground(stop); });
+  }
+}
+
+// Goes on once the first frame is there, which `frame` renders.
+void SimulatedCapture::renderInBackground(const std::stop_token& stop) {
+  auto lock = lockSource();
+  auto gap = m_ring.end();
+  const auto hasGap = [&] {
+    gap = std::find_if(m_ring.begin(), m_ring.end(), [](const cv::Mat& each) { return each.empty(); });
+    return gap != m_ring.begin() && gap != m_ring.end();
+  };
+  while (m_emptied.wait(lock, stop, hasGap)) {
+    const auto index = static_cast<std::uint64_t>(gap - m_ring.begin());
+    const std::shared_ptr<const Renderer> renderer = m_renderer;
+    lock.unlock();
+    const cv::Mat rendered = renderer->render(sceneTime(index));
+    lock.lock();
+    if (renderer == m_renderer) {  // otherwise the format has changed
+      m_ring[index] = rendered;
+    }
+  }
+}
 
 double SimulatedCapture::sceneTime(std::uint64_t index) const {
   const auto frames = static_cast<std::uint64_t>(m_framesPerPeriod);
@@ -37,13 +62,14 @@ double SimulatedCapture::sceneTime(std::uint64_t index) const {
 }
 
 void SimulatedCapture::fillRing(const std::function<void(std::size_t done, std::size_t all)>& tell) {
-  for (std::size_t i = 0; i < m_ring.size(); ++i) {
+  const std::size_t ahead = m_background.joinable() ? 1 : m_ring.size();
+  for (std::size_t i = 0; i < ahead; ++i) {
     {
       const auto lock = lockSource();
       frame(i);
     }
     if (tell) {
-      tell(i + 1, m_ring.size());
+      tell(i + 1, ahead);
     }
   }
 }
@@ -64,8 +90,9 @@ bool SimulatedCapture::resize(int propId, double value) {
   }
   (isWidth ? m_asked.width : m_asked.height) = static_cast<int>(value);
   if (model::isFrameSize(m_asked) && m_asked != m_renderer->frameSize()) {
-    m_renderer = std::make_unique<Renderer>(m_scene, m_rig, m_asked);
+    m_renderer = std::make_shared<const Renderer>(m_scene, m_rig, m_asked);
     m_ring.assign(m_ring.size(), cv::Mat());
+    m_shown.release();
   }
   return true;
 }
@@ -75,6 +102,16 @@ cv::Mat SimulatedCapture::frame(std::uint64_t index) {
     return m_renderer->render(sceneTime(index));
   }
   cv::Mat& kept = m_ring[index % m_ring.size()];
+  if (m_background.joinable()) {
+    if (m_ring.front().empty()) {
+      m_ring.front() = m_renderer->render(sceneTime(0));
+      m_emptied.notify_all();
+    }
+    if (kept.empty()) {
+      return m_shown.empty() ? m_ring.front() : m_shown;
+    }
+    m_shown = kept;
+  }
   if (kept.empty()) {
     kept = m_renderer->render(sceneTime(index));
   }

@@ -3,6 +3,12 @@
 
 namespace stereo::sources {
 
+namespace {
+
+thread_local std::chrono::microseconds lastRead{0};
+
+}  // namespace
+
 void HostCamera::setDepthLimits(float nearest, float farthest) {
   m_minDepth = nearest;
   m_maxDepth = farthest;
@@ -34,6 +40,14 @@ StereoCamera::TimeFrame HostCamera::latestDisparity() {
   const std::lock_guard lock(m_disparityMutex);
   return {m_disparityFrame.first.clone(), m_disparityFrame.second.clone(), m_disparityFrame.timestamp};
 }
+
+bool HostCamera::getStereoFrame(cv::Mat& left, cv::Mat& right, std::chrono::microseconds& timestamp) {
+  const bool got = StereoCamera::getStereoFrame(left, right, timestamp);
+  lastRead = got ? timestamp : std::chrono::microseconds(0);
+  return got;
+}
+
+std::chrono::microseconds HostCamera::lastReadTimestamp() { return lastRead; }
 
 void HostCamera::stopWorkers() {
   stopStereoCompute();

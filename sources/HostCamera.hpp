@@ -2,9 +2,11 @@
 // The camera for host programs: settings have setters and accessors, and its workers can be stopped in order.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 
 #include <opencv2/core.hpp>
@@ -77,6 +79,12 @@ public:
   /// thread, except one that holds the disparity's mutex.
   TimeFrame latestDisparity();
 
+  /// As the base class, which the rectified reads call for their pair.
+  bool getStereoFrame(cv::Mat& left, cv::Mat& right, std::chrono::microseconds& timestamp) override;
+  /// Timestamp of the pair that the calling thread read last, also where the read itself returns none; 0 if it got
+  /// none.
+  static std::chrono::microseconds lastReadTimestamp();
+
   /// Reports progress: `done` of `all` steps. It may throw, which ends the operation.
   using Progress = std::function<void(std::size_t done, std::size_t all)>;
   /// Does in advance what would delay the first frames. Call before `startCapture`.
@@ -85,6 +93,8 @@ public:
   virtual bool isOver() const { return false; }
   /// Frames so far that the source could not decode and skipped. Any thread.
   virtual std::uint64_t skippedFrames() const { return 0; }
+  /// Frames that were due but that nobody read in time; nothing where the device does not count them. Any thread.
+  virtual std::optional<std::uint64_t> missedFrames() const { return std::nullopt; }
 
 protected:
   /// Ends both workers. The most derived destructor must call it first, since the workers call virtual operations.

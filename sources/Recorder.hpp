@@ -19,6 +19,7 @@
 #include <opencv2/core.hpp>
 #include <opencv2/videoio.hpp>
 
+#include "sources/FrameTap.hpp"
 #include "sources/Recording.hpp"
 
 namespace stereo::sources {
@@ -26,7 +27,7 @@ namespace stereo::sources {
 /// Writes raw frames with their timestamps into the folder of a `Recording`, on a thread of its own.
 ///
 /// The thread that delivers frames never waits for the disk: a frame that finds the queue full is dropped and counted.
-class Recorder {
+class Recorder final : public FrameTap {
 public:
   struct Options {
     std::filesystem::path folder;        ///< exists; must not hold a file of a recording
@@ -42,17 +43,15 @@ public:
   /// Throws RecordingError if the folder holds a file of a recording, is not writable or has no room.
   explicit Recorder(Options options);
   /// Ends as `finish` does, but ignores errors. Removes the file of timestamps if no frame came.
-  ~Recorder();
+  ~Recorder() override;
   Recorder(const Recorder&) = delete;
   Recorder& operator=(const Recorder&) = delete;
 
   // The thread that reads the device.
 
-  /// A frame was read. Its pixels are copied if there is room, until it is known whether it is published.
-  void read(const cv::Mat& frame);
-  /// `timestamp` of the frame published last. If it differs from the last call's, the frame read last was published
-  /// with it, otherwise that was discarded.
-  void published(std::chrono::microseconds timestamp);
+  /// Copies the pixels if there is room, until it is known whether the frame is published.
+  void read(const cv::Mat& frame) override;
+  void published(std::chrono::microseconds timestamp) override;
 
   // The host's thread.
 

@@ -15,7 +15,7 @@
 #include "apps/stereo-camera/camera/DeviceName.hpp"
 #include "apps/stereo-camera/camera/RequestedFormat.hpp"
 #include "apps/stereo-camera/observe/MeasuredCamera.hpp"
-#include "apps/stereo-camera/observe/RecordingCamera.hpp"
+#include "apps/stereo-camera/observe/TappedCamera.hpp"
 #include "apps/stereo-camera/output/Console.hpp"
 #include "apps/stereo-camera/process/Failure.hpp"
 #include "apps/stereo-camera/process/Signals.hpp"
@@ -44,8 +44,8 @@ std::unique_ptr<Camera> makeCamera(const Onlooker& onlooker, const Argument& arg
   if (onlooker.record != nullptr) {
     return std::make_unique<MeasuredCamera<Camera>>(*onlooker.record, argument);
   }
-  if (onlooker.recorder != nullptr) {
-    return std::make_unique<RecordingCamera<Camera>>(*onlooker.recorder, argument);
+  if (onlooker.tap != nullptr) {
+    return std::make_unique<TappedCamera<Camera>>(*onlooker.tap, argument);
   }
   return std::make_unique<Camera>(argument);
 }
@@ -142,6 +142,7 @@ OpenedCamera openSimulated(const SourceOptions& options, const Onlooker& onlooke
   simulation.rate = options.rate;
   simulation.seed = options.seed;
   simulation.moving = !options.still;
+  simulation.background = options.atOnce;
   simulation.conditions = conditionsFrom(options.conditions);
   if (!model::isFrameSize(simulation.frameSize)) {
     throw Failure(ExitCode::usage, "--size: the simulated camera delivers 1856x800 or 928x400");

@@ -7,8 +7,8 @@
 #include <string>
 
 #include "apps/stereo-camera/observe/RunRecord.hpp"
+#include "sources/FrameTap.hpp"
 #include "sources/HostCamera.hpp"
-#include "sources/Recorder.hpp"
 
 namespace stereo::app {
 
@@ -30,7 +30,8 @@ struct SourceOptions {
   bool once = false;
   int depthMode = 2;
   std::string matcher = "sgm";
-  int position = -1;  // negative: from the calibration
+  int position = -1;    // negative: from the calibration
+  bool atOnce = false;  // the simulated camera begins with its first frame and renders the others meanwhile
 
   /// Whether the command line names a source. If not, the simulated camera is used.
   bool named() const;
@@ -54,8 +55,8 @@ struct OpenedCamera {
 
 /// Who observes the camera: at most one, which outlives it.
 struct Onlooker {
-  RunRecord* record = nullptr;            ///< measure it: opens a `MeasuredCamera`
-  sources::Recorder* recorder = nullptr;  ///< record its frames: opens a `RecordingCamera`
+  RunRecord* record = nullptr;       ///< measure it: opens a `MeasuredCamera`
+  sources::FrameTap* tap = nullptr;  ///< see its frames: opens a `TappedCamera`
 };
 
 /// Opens the source that the options name, after naming it on standard error: "source: simulated camera, seed 1".

@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // Command check: whether the calibration still fits, by the epipolar check.
-#include <functional>
 #include <memory>
-#include <set>
-#include <string_view>
+#include <optional>
 
 #include <CLI/CLI.hpp>
 
+#include "apps/stereo-camera/calibrate/FitCheck.hpp"
 #include "apps/stereo-camera/camera/CameraSource.hpp"
 #include "apps/stereo-camera/commands/Commands.hpp"
 #include "apps/stereo-camera/commands/Options.hpp"
@@ -16,7 +15,6 @@
 #include "apps/stereo-camera/process/Ended.hpp"
 #include "apps/stereo-camera/process/Failure.hpp"
 #include "apps/stereo-camera/session/Watchdog.hpp"
-#include "calibration/BoardFinder.hpp"
 #include "calibration/EpipolarCheck.hpp"
 #include "calibration/FitErrors.hpp"
 #include "model/Text.hpp"
@@ -33,20 +31,6 @@ struct CheckOptions {
   double patience = 10;
   JsonOption json;
 };
-
-calibration::EyeCalibration eyeOf(StereoCamera& camera, bool isRight) {
-  std::vector<cv::Mat> params;
-  camera.getCalibParams(params, isRight);
-  // Copies, since the matrices share the camera's memory. The capture worker has scaled K to the raw frame.
-  return {params[0].clone(), params[1].clone(), params[2].at<double>(0, 0), params[3].clone()};
-}
-
-// A hash of the pixels, to recognize repeated frames.
-std::size_t fingerprint(const cv::Mat& image) {
-  const cv::Mat pixels = image.isContinuous() ? image : image.clone();
-  return std::hash<std::string_view>()(
-      {reinterpret_cast<const char*>(pixels.data), pixels.total() * pixels.elemSize()});
-}
 
 std::string table(const calibration::EpipolarCheckResult& result) {
   std::string text = formatted("%-16s %8s %12s %14s\n", "off the axis", "matches", "median, px", "90 of 100, px");
@@ -109,51 +93,30 @@ void check(const CheckOptions& options) {
   StereoCamera& camera = *opened.camera;
   startCapture(opened);
   Watchdog watch(opened, options.patience);
-  std::unique_ptr<calibration::EpipolarCheck> rows;
-  cv::Size size;
-  std::set<std::size_t> seen;
-  std::vector<cv::Mat> pictures;  // the first few, both eyes
-  constexpr std::size_t mostPictures = 5;
+  std::unique_ptr<FitCheck> fit;
   for (int frame = 0; frame < options.frames; ++frame) {
     cv::Mat left;
     cv::Mat right;
     try {
       readEyes(camera, watch, left, right);
     } catch (const Ended& ended) {
-      if (ended.signal() != 0 || rows == nullptr) {
+      if (ended.signal() != 0 || fit == nullptr) {
         throw;
       }
       break;
     }
-    if (rows == nullptr) {
-      size = left.size();
-      rows = std::make_unique<calibration::EpipolarCheck>(eyeOf(camera, false), eyeOf(camera, true), size);
+    if (fit == nullptr) {
+      fit = std::make_unique<FitCheck>(camera, left.size());
     }
-    if (left.size() != size) {
-      throw Failure(ExitCode::noFrames, "the frame size changed; check one size at a time");
-    }
-    if (!seen.insert(fingerprint(left)).second) {
-      progress() << "frame " << frame + 1 << " of " << options.frames << ": same as before, counted once" << std::endl;
-      continue;
-    }
-    const std::size_t found = rows->add(left, right);
+    const std::optional<std::size_t> found = fit->add(left, right);
     watch.alive();
-    if (pictures.size() < mostPictures) {
-      pictures.emplace_back();
-      cv::hconcat(left, right, pictures.back());
-    }
-    progress() << "frame " << frame + 1 << " of " << options.frames << ": " << found << " points seen by both eyes"
+    progress() << "frame " << frame + 1 << " of " << options.frames << ": "
+               << (found ? std::to_string(*found) + " points seen by both eyes" : "same as before, counted once")
                << std::endl;
   }
   watch.finish();
-  calibration::EpipolarCheckResult result = rows->result();
-  // A chessboard's corners all look alike, so they are mismatched.
-  const cv::Size board =
-      result.faults.empty() ? cv::Size() : calibration::boardSizeIn(pictures, static_cast<int>(pictures.size()));
-  if (!board.empty()) {
-    result.faults.clear();
-    result.enough = false;
-  }
+  const FitCheck::Result checked = fit->result();
+  const calibration::EpipolarCheckResult& result = checked.rows;
   std::string text = table(result);
   for (const std::string& fault : result.faults) {
     text += "PROBLEM  " + fault + "\n";
@@ -166,15 +129,8 @@ void check(const CheckOptions& options) {
     results() << text << std::flush;
   }
   options.json.write(figures(result, opened.description));
-  if (!board.empty()) {
-    throw Failure(ExitCode::problems, "cannot tell: the pictures show a chessboard (" + std::to_string(board.width) +
-                                          "x" + std::to_string(board.height) +
-                                          " corners), whose repeating pattern misleads this check; show another scene");
-  }
-  if (!result.enough) {
-    throw Failure(ExitCode::problems, "cannot tell: only " + std::to_string(result.matches) +
-                                          " points were seen by both eyes; show a brighter scene with more detail, "
-                                          "at least one meter away");
+  if (const std::string unknown = checked.whyUnknown(); !unknown.empty()) {
+    throw Failure(ExitCode::problems, unknown);
   }
   if (!result.faults.empty()) {
     throw Failure(ExitCode::problems,

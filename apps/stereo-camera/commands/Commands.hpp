@@ -26,6 +26,8 @@ Action addRecord(CLI::App& program);
 Action addDoctor(CLI::App& program);
 Action addCalibrate(CLI::App& program);
 Action addCheck(CLI::App& program);
+Action addView(CLI::App& program);
+Action addServe(CLI::App& program);
 // Last: it completes all that were added before it.
 Action addCompletion(CLI::App& program);
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "apps/stereo-camera/commands/Options.hpp"
 
+#include <functional>
 #include <string>
 
 #include <CLI/CLI.hpp>
@@ -12,6 +13,16 @@
 
 namespace stereo::app {
 
+namespace {
+
+CLI::Option* addDeviceOption(CLI::App& command, const std::function<void(const std::string&)>& take) {
+  return command
+      .add_option_function<std::string>("--device", take, "video device: N or /dev/videoN, or a path below /dev/v4l")
+      ->type_name("DEVICE");
+}
+
+}  // namespace
+
 void addSourceOptions(CLI::App& command, SourceOptions& options, const SourceUse& use) {
   options.given = [&command](const char* option) {
     return command.get_option_no_throw(option) != nullptr && command.count(option) > 0;
@@ -21,7 +32,13 @@ void addSourceOptions(CLI::App& command, SourceOptions& options, const SourceUse
       command
           .add_option("--replay", options.replay, "image, folder of images, video of side-by-side frames, or recording")
           ->type_name("PATH");
-  auto* const opened = addDeviceOption(command, options.device);
+  auto* const opened = addDeviceOption(command, [&options, late = use.device](const std::string& name) {
+    if (late != nullptr) {
+      *late = name;
+    } else {
+      options.device = deviceNode(name);
+    }
+  });
   auto* const configured =
       command
           .add_option("--settings", options.settings,
@@ -103,11 +120,19 @@ void addWideOptions(CLI::App& command, WideOptions& options) {
 }
 
 CLI::Option* addDeviceOption(CLI::App& command, int& device) {
-  return command
-      .add_option_function<std::string>(
-          "--device", [&device](const std::string& name) { device = deviceNode(name); },
-          "video device: N or /dev/videoN, or a path below /dev/v4l")
-      ->type_name("DEVICE");
+  return addDeviceOption(command, [&device](const std::string& name) { device = deviceNode(name); });
+}
+
+void addRecorderOptions(CLI::App& command, std::string& codec, std::size_t& queue, std::uint64_t& keepFree) {
+  command.add_option("--codec", codec, "huffyuv (fast) or ffv1 (smaller files); both are lossless")
+      ->check(CLI::IsMember({"huffyuv", "ffv1"}))
+      ->capture_default_str();
+  command.add_option("--queue", queue, "most frames that wait to be written; more are dropped")
+      ->check(CLI::Range(1, 10000))
+      ->capture_default_str();
+  command.add_option("--keep-free", keepFree, "megabytes to leave free on the disk")
+      ->check(CLI::Range(0, 1'000'000'000))
+      ->capture_default_str();
 }
 
 void addPatienceOption(CLI::App& command, double& seconds) {

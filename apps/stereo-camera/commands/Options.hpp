@@ -2,6 +2,10 @@
 // Options that several commands take.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
 namespace CLI {
 class App;
 class Option;
@@ -22,6 +26,8 @@ struct SourceUse {
   bool depth = false;       ///< --depth-mode
   bool matcher = false;     ///< --matcher
   bool position = false;    ///< --position
+  /// Stores what the user wrote for --device here, instead of looking the device up at once: it may come and go.
+  std::string* device = nullptr;
 };
 
 /// Adds the options of a source that the subcommand takes. `options` outlives the parsing, `command` the options.
@@ -32,6 +38,9 @@ void addWideOptions(CLI::App& command, WideOptions& options);
 
 /// Adds --device, which stores the node number in `device`.
 CLI::Option* addDeviceOption(CLI::App& command, int& device);
+
+/// Adds --codec, --queue and --keep-free, of recordings.
+void addRecorderOptions(CLI::App& command, std::string& codec, std::size_t& queue, std::uint64_t& keepFree);
 
 /// Adds --patience: seconds without a frame after which to give up.
 void addPatienceOption(CLI::App& command, double& seconds);

@@ -37,6 +37,8 @@ int runCommand(int argc, char** argv) {
       "128 + N ended by signal N before there was a result.");
   std::map<std::string, Action> actions;
   actions["demo"] = addDemo(program);
+  actions["view"] = addView(program);
+  actions["serve"] = addServe(program);
   actions["snapshot"] = addSnapshot(program);
   actions["info"] = addInfo(program);
   actions["stream"] = addStream(program);

@@ -119,7 +119,7 @@ void record(const RecordOptions& options) {
                               .most = options.frames,
                               .spare = options.keepFree * 1'000'000});
   made.begin();
-  OpenedCamera opened = openCamera(options.source, {.recorder = &recorder});
+  OpenedCamera opened = openCamera(options.source, {.tap = &recorder});
   const sources::CameraSettings settings = opened.camera->settings();
   sources::Recording::writeSettings(folder, settings);
   const auto tellAbout = [&](const sources::Recorder::Counts& counts) {
@@ -178,19 +178,11 @@ Action addRecord(CLI::App& program) {
   command->add_option("-o,--output", options->output, "folder for the recording")
       ->type_name("FOLDER")
       ->capture_default_str();
-  command->add_option("--codec", options->codec, "huffyuv (fast) or ffv1 (smaller files); both are lossless")
-      ->check(CLI::IsMember({"huffyuv", "ffv1"}))
-      ->capture_default_str();
   command->add_option("--seconds", options->seconds, "time to record; 0: until Ctrl-C")
       ->check(CLI::Range(0.0, 1e6))
       ->capture_default_str();
   command->add_option("--frames", options->frames, "frames to record; 0: no limit")->capture_default_str();
-  command->add_option("--queue", options->queue, "most frames that wait to be written; more are dropped")
-      ->check(CLI::Range(1, 10000))
-      ->capture_default_str();
-  command->add_option("--keep-free", options->keepFree, "megabytes to leave free on the disk")
-      ->check(CLI::Range(0, 1'000'000'000))
-      ->capture_default_str();
+  addRecorderOptions(*command, options->codec, options->queue, options->keepFree);
   addPatienceOption(*command, options->patience);
   return [options] {
     try {

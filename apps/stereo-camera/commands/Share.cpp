@@ -28,30 +28,12 @@ struct ShareOptions {
   double patience = 10;
 };
 
-// Throws Failure where the camera would end the process.
-void checkSegment(cv::Size frame, int position) {
-  if (frame.width != 1856 && frame.width != 928) {
-    throw Failure(ExitCode::usage,
-                  "shared memory takes raw frames 1856 or 928 pixels wide; these are " + model::sizeText(frame));
-  }
-  const SegmentHolder holder = segmentHolder(position);
-  const std::string key = std::to_string(holder.key);
-  if (holder.isOurs && holder.users > 0 && holder.isAlive) {
-    throw Failure(ExitCode::output, "the key " + key + " is in use: " + holder.maker +
-                                        " shares at this position; stop it, or use another --position");
-  }
-  if (holder.isOurs && holder.bytes < model::segmentBytes(frame)) {
-    throw Failure(ExitCode::output,
-                  "a smaller segment holds the key " + key + ": one left behind (ipcrm -M " + key + " removes it)");
-  }
-}
-
 void share(const ShareOptions& options) {
   OpenedCamera opened = openCamera(options.source);
   StereoCamera& camera = *opened.camera;
   const cv::Size frame = camera.getRawFrameSize();
   const int key = camera.getPosNumber() + model::firstSegmentKey;
-  checkSegment(frame, camera.getPosNumber());
+  requireSegment(frame, camera.getPosNumber());
 
   RunTime time(options.seconds);
   startCapture(opened, false, true);

@@ -10,13 +10,13 @@
 #include "apps/stereo-camera/camera/CameraSource.hpp"
 #include "apps/stereo-camera/commands/Commands.hpp"
 #include "apps/stereo-camera/commands/Options.hpp"
-#include "apps/stereo-camera/doctor/SystemChecks.hpp"
 #include "apps/stereo-camera/output/Console.hpp"
 #include "apps/stereo-camera/pictures/Pictures.hpp"
 #include "apps/stereo-camera/process/Ended.hpp"
 #include "apps/stereo-camera/process/Failure.hpp"
 #include "apps/stereo-camera/process/RunTime.hpp"
 #include "apps/stereo-camera/process/Signals.hpp"
+#include "apps/stereo-camera/session/Streaming.hpp"
 #include "apps/stereo-camera/session/Watchdog.hpp"
 #include "model/CameraFacts.hpp"
 #include "model/Text.hpp"
@@ -24,11 +24,6 @@
 namespace stereo::app {
 
 namespace {
-
-constexpr double defaultRate = 30;  // frames a second, for the encoder where --rate leaves the rate to the source
-constexpr int depthStream = 4;      // the mode that shows depth
-constexpr int perspectivePair = 2;  // the depth mode that is streamed
-constexpr int firstRectifiedMode = 2;
 
 struct StreamOptions {
   SourceOptions source;
@@ -47,29 +42,9 @@ void tellReceiver(const StreamOptions& options, int port) {
             << " ! avdec_h264 ! videoconvert ! autovideosink" << std::endl;
 }
 
-// One call of the operation whose images the mode streams. False if it returned none.
-bool readOnce(StereoCamera& camera, int mode, cv::Mat& a, cv::Mat& b) {
-  std::chrono::microseconds timestamp{0};
-  if (mode == depthStream) {
-    return camera.getDepthFrame(a, true, timestamp);
-  }
-  return mode < firstRectifiedMode ? camera.getRawFrame(a, timestamp) : camera.getRectStereoFrame(a, b);
-}
-
 void stream(const StreamOptions& options) {
   OpenedCamera opened = openCamera(options.source);
-  if (options.mode >= firstRectifiedMode && !opened.calibrated) {
-    throw Failure(ExitCode::calibration, "stream mode " + std::to_string(options.mode) +
-                                             " shows rectified pictures: it needs a calibration (--calibration FILE)");
-  }
-  opened.camera->setStream(options.mode, options.source.rate > 0 ? options.source.rate : defaultRate, options.receiver);
-  if (options.mode == depthStream) {
-    opened.camera->setDepthMode(perspectivePair);
-  }
-  if (const std::vector<std::string> missing = missingStreamElements(); !missing.empty()) {
-    throw Failure(ExitCode::output, "cannot stream: GStreamer has no element " + missing.front() + ": " +
-                                        streamRemedy(missing.front()) + " (docs/streaming.md)");
-  }
+  prepareStream(opened, options.mode, options.source.rate, options.receiver);
   StereoCamera& camera = *opened.camera;
   tellReceiver(options, camera.getPosNumber() + model::firstStreamPort);
 
@@ -86,7 +61,7 @@ void stream(const StreamOptions& options) {
   try {
     while (!time.over()) {
       // Frames may come before there is anything to stream, for instance before the first disparity.
-      if (watch.run([&] { return readOnce(camera, options.mode, a, b); })) {
+      if (watch.run([&] { return readForStream(camera, options.mode, a, b); })) {
         if (images++ == 0 && !opened.camera->streamOpened()) {
           throw Failure(ExitCode::output,
                         "nothing is sent: the stream does not open (--verbose shows GStreamer's messages)");

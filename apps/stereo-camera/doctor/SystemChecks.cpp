@@ -5,6 +5,7 @@
 #include <ifaddrs.h>
 #include <netinet/in.h>
 #include <sys/shm.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -13,7 +14,9 @@
 
 #include <gst/gst.h>
 
+#include "apps/stereo-camera/process/Failure.hpp"
 #include "model/CameraFacts.hpp"
+#include "model/Text.hpp"
 
 namespace stereo::app {
 
@@ -78,6 +81,31 @@ SegmentHolder segmentHolder(int position) {
     holder.isAlive = kill(about.shm_cpid, 0) == 0 || errno == EPERM;
   }
   return holder;
+}
+
+void removeOwnSegment(int position) {
+  const int id = shmget(model::firstSegmentKey + position, 0, 0);
+  shmid_ds about{};
+  if (id != -1 && shmctl(id, IPC_STAT, &about) == 0 && about.shm_cpid == getpid()) {
+    shmctl(id, IPC_RMID, nullptr);
+  }
+}
+
+void requireSegment(cv::Size frame, int position) {
+  if (frame.width != 1856 && frame.width != 928) {
+    throw Failure(ExitCode::usage,
+                  "shared memory takes raw frames 1856 or 928 pixels wide; these are " + model::sizeText(frame));
+  }
+  const SegmentHolder holder = segmentHolder(position);
+  const std::string key = std::to_string(holder.key);
+  if (holder.isOurs && holder.users > 0 && holder.isAlive) {
+    throw Failure(ExitCode::output, "the key " + key + " is in use: " + holder.maker +
+                                        " shares at this position; stop it, or use another --position");
+  }
+  if (holder.isOurs && holder.bytes < model::segmentBytes(frame)) {
+    throw Failure(ExitCode::output,
+                  "a smaller segment holds the key " + key + ": one left behind (ipcrm -M " + key + " removes it)");
+  }
 }
 
 Findings checkSharedMemory(int position) {

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include <opencv2/core.hpp>
+
 #include "apps/stereo-camera/doctor/Findings.hpp"
 
 namespace stereo::app {
@@ -24,6 +26,11 @@ struct SegmentHolder {
   std::string maker;      ///< "process 123 (stereo-camera)"
 };
 SegmentHolder segmentHolder(int position);
+/// Marks the segment of a position for removal if this process made it: for a process that has to end at once.
+void removeOwnSegment(int position);
+/// Throws Failure if a camera at this position cannot share raw frames of this size, for which it would end the
+/// process.
+void requireSegment(cv::Size frame, int position);
 
 /// The GStreamer elements that the stream needs and that are not installed. Makes no pipeline, so sends nothing.
 std::vector<std::string> missingStreamElements();

@@ -21,6 +21,7 @@ public:
   Json& add(std::string_view name, std::uint64_t value) { return raw(name, std::to_string(value)); }
   /// null unless finite.
   Json& add(std::string_view name, double value);
+  Json& null(std::string_view name) { return raw(name, "null"); }
   /// Begins an object, or a list, of this name. `end` ends it.
   Json& object(std::string_view name = {});
   Json& list(std::string_view name = {});

@@ -48,14 +48,18 @@ void readPictures(OpenedCamera& opened, Watchdog& watch, std::vector<Picture>& p
       left.clone());
   add("perspective-right.png", "Perspective, right", "The same rows, shifted by the disparity.", right.clone());
   const int depthMode = camera.depthMode();
-  camera.setDepthMode(1);
+  if (depthMode != 1) {
+    camera.setDepthMode(1);
+  }
   if (!watch.run([&] { return camera.getRectStereoFrame(left, right, view, timestamp); })) {
     nothingToSee("longitude-latitude eyes");
   }
   add("lonlat-left.png", "Longitude-latitude, left", "Equal angles are equal distances; almost the whole field.",
       left.clone());
   add("lonlat-right.png", "Longitude-latitude, right", "The same rows, shifted by the disparity.", right.clone());
-  camera.setDepthMode(depthMode);
+  if (depthMode != 1) {
+    camera.setDepthMode(depthMode);
+  }
 }
 
 void readEyes(StereoCamera& camera, Watchdog& watch, cv::Mat& left, cv::Mat& right) {

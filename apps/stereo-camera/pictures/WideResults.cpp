@@ -19,37 +19,6 @@ using model::formatted;
 
 namespace {
 
-WideDepthCalibration calibrationOf(StereoCamera& camera) {
-  std::vector<cv::Mat> left;
-  std::vector<cv::Mat> right;
-  camera.getCalibParams(left, false);
-  camera.getCalibParams(right, true);
-  return WideDepthCalibration::from(left, right);
-}
-
-WideDepthOptions engineOptions(const WideOptions& options) {
-  const cv::Size size = parseSize(options.size, "--wide-size");
-  const cv::Size field = parseSize(options.field, "--wide-field");
-  if (size.width < 32 || size.height < 32 || size.width > 4096 || size.height > 4096) {
-    throw Failure(ExitCode::usage, "--wide-size: from 32x32 to 4096x4096");
-  }
-  if (field.width > 180 || field.height > 180) {
-    throw Failure(ExitCode::usage, "--wide-field: up to 180x180 degrees");
-  }
-  if (!(options.nearest < options.farthest)) {
-    throw Failure(ExitCode::usage, "--nearest must be less than --farthest");
-  }
-  WideDepthOptions result;
-  result.size = size;
-  result.horizontalField = field.width;
-  result.verticalField = field.height;
-  result.nearest = options.nearest;
-  result.farthest = options.farthest;
-  result.fuse = options.fuse;
-  result.selfCalibrate = options.selfCalibrate;
-  return result;
-}
-
 // Colors at equal steps of the range's logarithm, near blue and far red: near things matter most.
 constexpr int levels = 256;
 
@@ -64,22 +33,12 @@ cv::Mat palette() {
 }
 
 Picture rangePicture(const WideReader& reader) {
-  const WideDepthImage& image = reader.image();
   const double nearest = reader.options().nearest;
   const double farthest = reader.options().farthest;
   const cv::Mat colors = palette();
   Picture picture{"wide-range.png", "Range",
                   "Meters along each pixel's ray, near blue, far red; black where nothing could be measured.",
-                  cv::Mat::zeros(image.range.size(), CV_8UC3)};
-  const double perLevel = (levels - 1) / std::log(farthest / nearest);
-  for (int row = 0; row < image.range.rows; ++row) {
-    for (int col = 0; col < image.range.cols; ++col) {
-      if (const float range = image.range.at<float>(row, col); range > 0) {
-        const int level = cvRound(perLevel * std::log(range / nearest));
-        picture.image.at<cv::Vec3b>(row, col) = colors.at<cv::Vec3b>(std::clamp(level, 0, levels - 1));
-      }
-    }
-  }
+                  rangeColors(reader.image().range, nearest, farthest)};
   picture.scale = ColorScale{nearest, farthest, {}, true};
   for (int level = 0; level < levels; level += 15) {
     picture.scale->colors.push_back(colors.at<cv::Vec3b>(level));
@@ -175,8 +134,59 @@ std::vector<WidePoint> pointsOf(const WideReader& reader) {
 
 }  // namespace
 
+WideDepthCalibration wideCalibration(StereoCamera& camera) {
+  std::vector<cv::Mat> left;
+  std::vector<cv::Mat> right;
+  camera.getCalibParams(left, false);
+  camera.getCalibParams(right, true);
+  return WideDepthCalibration::from(left, right);
+}
+
+WideDepthOptions wideOptions(const WideOptions& options) {
+  const cv::Size size = parseSize(options.size, "--wide-size");
+  const cv::Size field = parseSize(options.field, "--wide-field");
+  if (size.width < 32 || size.height < 32 || size.width > 4096 || size.height > 4096) {
+    throw Failure(ExitCode::usage, "--wide-size: from 32x32 to 4096x4096");
+  }
+  if (field.width > 180 || field.height > 180) {
+    throw Failure(ExitCode::usage, "--wide-field: up to 180x180 degrees");
+  }
+  if (!(options.nearest < options.farthest)) {
+    throw Failure(ExitCode::usage, "--nearest must be less than --farthest");
+  }
+  WideDepthOptions result;
+  result.size = size;
+  result.horizontalField = field.width;
+  result.verticalField = field.height;
+  result.nearest = options.nearest;
+  result.farthest = options.farthest;
+  result.fuse = options.fuse;
+  result.selfCalibrate = options.selfCalibrate;
+  return result;
+}
+
+cv::Mat rangeColors(const cv::Mat& range, double nearest, double farthest) {
+  const cv::Mat colors = palette();
+  cv::Mat picture = cv::Mat::zeros(range.size(), CV_8UC3);
+  const double perLevel = (levels - 1) / std::log(farthest / nearest);
+  for (int row = 0; row < range.rows; ++row) {
+    for (int col = 0; col < range.cols; ++col) {
+      if (const float each = range.at<float>(row, col); each > 0) {
+        const int level = cvRound(perLevel * std::log(each / nearest));
+        picture.at<cv::Vec3b>(row, col) = colors.at<cv::Vec3b>(std::clamp(level, 0, levels - 1));
+      }
+    }
+  }
+  return picture;
+}
+
+double measuredPercent(const WideDepthImage& image) { return share(image.state, RangeState::measured); }
+
 WideReader::WideReader(const OpenedCamera& opened, const WideOptions& options)
-    : m_calibration(calibrationOf(*opened.camera)), m_options(engineOptions(options)) {}
+    : WideReader(wideCalibration(*opened.camera), wideOptions(options)) {}
+
+WideReader::WideReader(WideDepthCalibration calibration, const WideDepthOptions& options)
+    : m_calibration(std::move(calibration)), m_options(options) {}
 
 std::int64_t WideReader::read(StereoCamera& camera) {
   std::chrono::microseconds timestamp{0};

@@ -27,12 +27,24 @@ struct WideOptions {
 /// Frames to read before the pictures are taken, with `fuse`.
 constexpr int fusedFrames = 8;
 
+/// The calibration of a camera that has one and is not started yet: the start scales it.
+WideDepthCalibration wideCalibration(StereoCamera& camera);
+/// The options as the engine takes them. Throws Failure (usage) for options that cannot be.
+WideDepthOptions wideOptions(const WideOptions& options);
+
+/// Range (CV_32FC1, meters) in colors at equal steps of its logarithm, near blue and far red; black where it is 0.
+cv::Mat rangeColors(const cv::Mat& range, double nearest, double farthest);
+/// Percent of the view's pixels that have a range.
+double measuredPercent(const WideDepthImage& image);
+
 /// Measures wide depth from a camera's frames. Used by one thread at a time.
 class WideReader {
 public:
   /// Takes the calibration of a camera that has one and is not started yet: the start scales it. Throws Failure (usage)
   /// for options that cannot be.
   WideReader(const OpenedCamera& opened, const WideOptions& options);
+  /// The same, of a camera that may be started.
+  WideReader(WideDepthCalibration calibration, const WideDepthOptions& options);
 
   /// Reads the eyes of the next frame and measures them. Returns the frame's timestamp, system microseconds, or 0
   /// without a frame. Throws Failure: calibration if it is unusable, noFrames if the frames are no pairs of color

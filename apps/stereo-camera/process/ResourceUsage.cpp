@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "apps/stereo-camera/process/ResourceUsage.hpp"
 
+#include <algorithm>
+#include <filesystem>
 #include <fstream>
+#include <system_error>
 #include <thread>
 
 #include <sys/resource.h>
@@ -49,6 +52,26 @@ std::optional<std::int64_t> machineMicroseconds() {
     return std::nullopt;
   }
   return (user + nice + system + interrupts + softInterrupts) * 1'000'000 / sysconf(_SC_CLK_TCK);
+}
+
+double residentMegabytes() {
+  std::ifstream counters("/proc/self/statm");
+  double pages = 0;
+  double resident = 0;
+  counters >> pages >> resident;
+  return resident * static_cast<double>(sysconf(_SC_PAGESIZE)) / 1e6;
+}
+
+std::optional<double> machineTemperature() {
+  std::optional<double> hottest;
+  std::error_code failure;
+  for (const auto& entry : std::filesystem::directory_iterator("/sys/class/thermal", failure)) {
+    double thousandths = 0;
+    if (std::ifstream(entry.path() / "temp") >> thousandths) {
+      hottest = std::max(hottest.value_or(thousandths / 1000), thousandths / 1000);
+    }
+  }
+  return hottest;
 }
 
 double peakMegabytes() {

@@ -17,6 +17,10 @@ std::int64_t processMicroseconds();
 /// Processor time used since the machine started, all processes and the kernel, microseconds; nothing if the system
 /// doesn't report it.
 std::optional<std::int64_t> machineMicroseconds();
+/// Resident memory of this process now, megabytes (10^6 bytes).
+double residentMegabytes();
+/// Temperature of the machine's hottest sensor, degrees Celsius; nothing if the system reports none.
+std::optional<double> machineTemperature();
 /// Peak resident memory of this process, megabytes (10^6 bytes).
 double peakMegabytes();
 

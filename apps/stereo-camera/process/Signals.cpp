@@ -15,7 +15,15 @@ namespace {
 std::atomic<int> received{0};
 static_assert(std::atomic<int>::is_always_lock_free, "a handler must not wait for a lock");
 
+std::atomic<bool> reloadAsked{false};
+std::atomic<bool> hangupReloads{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "a handler must not wait for a lock");
+
 void note(int signal) {
+  if (signal == SIGHUP && hangupReloads) {
+    reloadAsked = true;
+    return;
+  }
   int none = 0;
   received.compare_exchange_strong(none, signal);
 }
@@ -57,5 +65,12 @@ void forgiveSignal() {
     handle(signal, true);
   }
 }
+
+void takeHangupForReload() {
+  hangupReloads = true;
+  handle(SIGHUP, false);
+}
+
+bool takeReload() { return reloadAsked.exchange(false); }
 
 }  // namespace stereo::app

@@ -20,4 +20,10 @@ void checkSignals();
 /// Forgets the signal: for a command in which a signal only starts the next step.
 void forgiveSignal();
 
+/// From here on, SIGHUP asks for a reload instead of the end. From the main thread.
+void takeHangupForReload();
+
+/// Whether a reload was asked for since the last call.
+bool takeReload();
+
 }  // namespace stereo::app

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "apps/stereo-camera/observe/RecordingCamera.hpp"
+#include "apps/stereo-camera/observe/TappedCamera.hpp"
 
 #include <limits>
 
@@ -8,6 +8,7 @@
 
 #include <opencv2/imgcodecs.hpp>
 
+#include "sources/Recorder.hpp"
 #include "sources/Recording.hpp"
 #include "sources/ReplayCamera.hpp"
 #include "sources/ReplayCapture.hpp"
@@ -191,7 +192,7 @@ TEST_F(RecorderTest, RecordsWhatACameraPublishes) {
   Recorder recorder(roomy);
   std::vector<std::int64_t> timestamps;
   {
-    RecordingCamera<stereo::sources::ReplayCamera> camera(
+    TappedCamera<stereo::sources::ReplayCamera> camera(
         recorder, stereo::sources::ReplayCamera::Options{.path = m_folder.path("frames"), .rate = 200});
     ASSERT_TRUE(camera.startCapture(false, false));
     for (int i = 0; i < 20; ++i) {

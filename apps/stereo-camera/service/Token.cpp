@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/stereo-camera/service/Token.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
+#include <fcntl.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "apps/stereo-camera/process/Descriptor.hpp"
+#include "apps/stereo-camera/process/Failure.hpp"
+#include "model/Text.hpp"
+
+namespace stereo::app {
+
+namespace {
+
+constexpr std::size_t leastLength = 16;
+
+Failure cannot(const std::string& verb, const std::string& file) {
+  return Failure(ExitCode::output, "cannot " + verb + " the token file '" + file + "': " + std::strerror(errno));
+}
+
+}  // namespace
+
+std::string newToken() {
+  std::array<unsigned char, 16> bytes{};
+  if (getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) {
+    throw Failure(ExitCode::unexpected, "the system has no random numbers for a token");
+  }
+  std::string token;
+  for (const unsigned char each : bytes) {
+    token += model::formatted("%02x", each);
+  }
+  return token;
+}
+
+std::string tokenFrom(const std::string& file, bool& isNew) {
+  isNew = false;
+  const Descriptor made(open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
+  if (made >= 0) {
+    const std::string token = newToken();
+    const std::string line = token + "\n";
+    if (write(made, line.data(), line.size()) != static_cast<ssize_t>(line.size())) {
+      const Failure failure = cannot("write", file);
+      unlink(file.c_str());
+      throw failure;
+    }
+    isNew = true;
+    return token;
+  }
+  if (errno != EEXIST) {
+    throw cannot("make", file);
+  }
+  const Descriptor there(open(file.c_str(), O_RDONLY | O_CLOEXEC));
+  struct stat about {};
+  if (there < 0 || fstat(there, &about) != 0) {
+    throw cannot("read", file);
+  }
+  if ((about.st_mode & (S_IRWXO)) != 0) {
+    throw Failure(ExitCode::output, "everybody may read the token file '" + file + "': chmod 600 " + file);
+  }
+  std::array<char, 257> content{};
+  const ssize_t size = read(there, content.data(), content.size());
+  if (size < 0) {
+    throw cannot("read", file);
+  }
+  std::string token(content.data(), static_cast<std::size_t>(size));
+  while (!token.empty() && std::isspace(static_cast<unsigned char>(token.back())) != 0) {
+    token.pop_back();
+  }
+  if (token.size() < leastLength || token.size() > 256 ||
+      !std::all_of(token.begin(), token.end(), [](unsigned char c) { return std::isalnum(c) != 0; })) {
+    throw Failure(ExitCode::output, "the token file '" + file +
+                                        "' does not hold 16 to 256 letters and digits; remove it for a new token");
+  }
+  return token;
+}
+
+}  // namespace stereo::app

@@ -1,0 +1,206 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "apps/stereo-camera/view/ViewMaker.hpp"
+
+#include <chrono>
+#include <exception>
+#include <utility>
+
+#include <opencv2/imgproc.hpp>
+
+#include "ReadLimit.hpp"
+#include "apps/stereo-camera/observe/RunRecord.hpp"
+#include "apps/stereo-camera/pictures/WideResults.hpp"
+#include "apps/stereo-camera/view/JpegEncoder.hpp"
+#include "apps/stereo-camera/view/RangePicture.hpp"
+
+namespace stereo::app {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::uint32_t rawViews = bitOf(View::rawLeft) | bitOf(View::rawRight);
+constexpr std::uint32_t rectifiedViews = bitOf(View::left) | bitOf(View::right);
+constexpr std::uint32_t lonLatViews = bitOf(View::lonLatLeft) | bitOf(View::lonLatRight);
+constexpr std::uint32_t wideViews = bitOf(View::range) | bitOf(View::rangeColor);
+
+constexpr int widest = 464;  // pixels of a raw eye as it is watched: half of a large one, which costs a quarter
+
+double millisecondsSince(Clock::time_point begin) {
+  return std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
+}
+
+// Adds the processor time of a read to the times: the time on the clock is mostly the wait for the frame.
+template <typename Read>
+bool timed(StageTimes& times, const char* stage, Read read) {
+  const std::int64_t before = threadMicroseconds();
+  const bool got = read();
+  if (got) {
+    times.add(stage, static_cast<double>(threadMicroseconds() - before) / 1000.0);
+  }
+  return got;
+}
+
+// Encodes pictures of one thread's views for those who want them.
+class Publisher {
+public:
+  Publisher(CameraFeed& feed, StageTimes& times) : m_feed(feed), m_times(times) {}
+
+  void show(View view, const cv::Mat& picture, std::chrono::microseconds timestamp, int mostWidth = 0) {
+    if (!m_feed.isWanted(view)) {
+      return;
+    }
+    if (m_feed.isFullWanted(view)) {
+      encode(view, picture, timestamp, true);
+    }
+    if (mostWidth > 0 && picture.cols > mostWidth) {
+      cv::resize(picture, m_small, {mostWidth, picture.rows * mostWidth / picture.cols}, 0, 0, cv::INTER_AREA);
+      encode(view, m_small, timestamp, false);
+    } else {
+      encode(view, picture, timestamp, false);
+    }
+  }
+
+  void showRange(const WideDepthImage& image, std::chrono::microseconds timestamp) {
+    const Clock::time_point begin = Clock::now();
+    m_feed.publish(rangeMessage(image, timestamp.count(), m_encoder));
+    m_times.add("encode", millisecondsSince(begin));
+  }
+
+private:
+  void encode(View view, const cv::Mat& picture, std::chrono::microseconds timestamp, bool isFull) {
+    const Clock::time_point begin = Clock::now();
+    ViewMessage message;
+    message.view = view;
+    message.isFull = isFull;
+    message.timestamp = timestamp.count();
+    message.size = picture.size();
+    m_encoder.append(picture, message.payload);
+    m_feed.publish(std::move(message));
+    m_times.add("encode", millisecondsSince(begin));
+  }
+
+  CameraFeed& m_feed;
+  StageTimes& m_times;
+  JpegEncoder m_encoder;
+  cv::Mat m_small;
+};
+
+}  // namespace
+
+std::uint32_t deliverableViews(bool calibrated, bool hasLonLat) {
+  return rawViews | (calibrated ? rectifiedViews | wideViews : 0) | (calibrated && hasLonLat ? lonLatViews : 0);
+}
+
+ViewMaker::ViewMaker(Parts parts) : m_parts(std::move(parts)) {
+  sources::HostCamera& camera = m_parts.camera;
+  makePair("copy", View::rawLeft, View::rawRight, widest,
+           [&camera](cv::Mat& left, cv::Mat& right, std::chrono::microseconds& timestamp) {
+             return camera.getStereoFrame(left, right, timestamp);
+           });
+  if (!m_parts.calibration) {
+    return;
+  }
+  // The form without a timestamp does not make a third picture.
+  makePair("rectify", View::left, View::right, 0,
+           [&camera](cv::Mat& left, cv::Mat& right, std::chrono::microseconds& timestamp) {
+             const bool got = camera.getRectStereoFrame(left, right);
+             timestamp = sources::HostCamera::lastReadTimestamp();
+             return got;
+           });
+  if (m_parts.hasLonLat) {
+    makePair("longitude-latitude", View::lonLatLeft, View::lonLatRight, 0,
+             [&camera](cv::Mat& left, cv::Mat& right, std::chrono::microseconds& timestamp) {
+               thread_local cv::Mat view;
+               return camera.getRectStereoFrame(left, right, view, timestamp);
+             });
+  }
+  makeWide();
+}
+
+ViewMaker::~ViewMaker() = default;  // the threads are asked to end, and joined
+
+void ViewMaker::requestStop() {
+  for (std::jthread& each : m_threads) {
+    each.request_stop();
+  }
+}
+
+// `make` reads a frame and shows the wanted views of it; false if it got none.
+void ViewMaker::run(const std::function<bool(std::uint32_t wanted)>& make, std::uint32_t views) {
+  m_threads.emplace_back([this, make, views](const std::stop_token& stop) {
+    const ReadLimit limit([&stop] { return !stop.stop_requested(); });
+    try {
+      while (const std::uint32_t wanted = m_parts.feed.awaitWanted(views, stop)) {
+        if (!make(wanted)) {
+          // A stopped camera's reads return at once; whoever stopped it is about to end this thread, too.
+          std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+      }
+    } catch (const std::exception& error) {
+      m_parts.problem(error.what());
+    }
+  });
+}
+
+// `read` returns both eyes of the next frame and its timestamp; false if there is none.
+void ViewMaker::makePair(const char* stage, View leftView, View rightView, int mostWidth, const Read& read) {
+  struct State {
+    Publisher publisher;
+    cv::Mat left, right;
+  };
+  auto state = std::make_shared<State>(State{Publisher(m_parts.feed, m_parts.times), {}, {}});
+  run(
+      [=, this](std::uint32_t) {
+        std::chrono::microseconds timestamp{0};
+        if (!timed(m_parts.times, stage, [&] { return read(state->left, state->right, timestamp); })) {
+          return false;
+        }
+        state->publisher.show(leftView, state->left, timestamp, mostWidth);
+        state->publisher.show(rightView, state->right, timestamp, mostWidth);
+        return true;
+      },
+      bitOf(leftView) | bitOf(rightView));
+}
+
+void ViewMaker::makeWide() {
+  struct State {
+    Publisher publisher;
+    cv::Mat left, right;
+    WideDepthImage image;
+    std::optional<WideDepth> engine;
+    cv::Size eye;
+    unsigned generation = 0;
+  };
+  auto state = std::make_shared<State>(State{Publisher(m_parts.feed, m_parts.times), {}, {}, {}, {}, {}, 0});
+  run(
+      [this, state](std::uint32_t wanted) {
+        std::chrono::microseconds timestamp{0};
+        if (!timed(m_parts.times, "copy",
+                   [&] { return m_parts.camera.getStereoFrame(state->left, state->right, timestamp); })) {
+          return false;
+        }
+        const unsigned generation = m_parts.wide.generation();
+        if (!state->engine || generation != state->generation || state->left.size() != state->eye) {
+          state->generation = generation;
+          state->eye = state->left.size();
+          state->engine.emplace(*m_parts.calibration, state->eye, m_parts.wide.options());
+        }
+        const Clock::time_point begin = Clock::now();
+        state->engine->compute(state->left, state->right, state->image);
+        m_parts.times.add("wide depth", millisecondsSince(begin));
+        m_parts.wide.setFindings(WideState::Findings{measuredPercent(state->image), state->engine->rowCorrection()});
+        if ((wanted & bitOf(View::range)) != 0) {
+          state->publisher.showRange(state->image, timestamp);
+        }
+        if ((wanted & bitOf(View::rangeColor)) != 0) {
+          const WideDepthOptions options = m_parts.wide.options();
+          state->publisher.show(View::rangeColor, rangeColors(state->image.range, options.nearest, options.farthest),
+                                timestamp);
+        }
+        return true;
+      },
+      wideViews);
+}
+
+}  // namespace stereo::app

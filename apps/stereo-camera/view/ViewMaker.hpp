@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: Apache-2.0
+// Makes the pictures of a running camera that somebody watches.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <opencv2/core.hpp>
+
+#include "WideDepth.hpp"
+#include "apps/stereo-camera/view/CameraFeed.hpp"
+#include "apps/stereo-camera/view/LiveState.hpp"
+#include "sources/HostCamera.hpp"
+
+namespace stereo::app {
+
+/// Reads a camera and passes pictures on, on a thread for each way of reading it: each read waits for the next frame,
+/// so that one thread could not keep up with several. A thread whose views nobody watches sleeps.
+class ViewMaker {
+public:
+  struct Parts {
+    sources::HostCamera& camera;  ///< started; outlives the maker
+    CameraFeed& feed;
+    StageTimes& times;
+    WideState& wide;
+    /// Of the camera before it was started; without one there are only raw views.
+    std::optional<WideDepthCalibration> calibration;
+    bool hasLonLat = false;  ///< the camera's depth mode is 1
+    /// Called with a line when a view can be made no longer; on a maker's thread.
+    std::function<void(const std::string&)> problem;
+  };
+  explicit ViewMaker(Parts parts);
+  /// Ends the threads, and their reads, and waits for that.
+  ~ViewMaker();
+  ViewMaker(const ViewMaker&) = delete;
+  ViewMaker& operator=(const ViewMaker&) = delete;
+
+  /// Asks the threads to end, without waiting.
+  void requestStop();
+
+private:
+  void run(const std::function<bool(std::uint32_t wanted)>& make, std::uint32_t views);
+  using Read = std::function<bool(cv::Mat& left, cv::Mat& right, std::chrono::microseconds& timestamp)>;
+  void makePair(const char* stage, View leftView, View rightView, int mostWidth, const Read& read);
+  void makeWide();
+
+  const Parts m_parts;
+  std::vector<std::jthread> m_threads;
+};
+
+/// The views that a camera can deliver, as bits.
+std::uint32_t deliverableViews(bool calibrated, bool hasLonLat);
+
+}  // namespace stereo::app
