@@ -14,6 +14,7 @@
 #include "apps/stereo-camera/commands/Commands.hpp"
 #include "apps/stereo-camera/commands/Options.hpp"
 #include "apps/stereo-camera/output/Console.hpp"
+#include "apps/stereo-camera/output/JsonOption.hpp"
 #include "apps/stereo-camera/pictures/Pictures.hpp"
 #include "apps/stereo-camera/pictures/WideResults.hpp"
 #include "apps/stereo-camera/process/Ended.hpp"

@@ -10,7 +10,7 @@
 #include "apps/stereo-camera/commands/Commands.hpp"
 #include "apps/stereo-camera/commands/Options.hpp"
 #include "apps/stereo-camera/output/Console.hpp"
-#include "apps/stereo-camera/output/Json.hpp"
+#include "apps/stereo-camera/output/JsonOption.hpp"
 #include "apps/stereo-camera/pictures/Pictures.hpp"
 #include "apps/stereo-camera/process/Ended.hpp"
 #include "apps/stereo-camera/process/Failure.hpp"

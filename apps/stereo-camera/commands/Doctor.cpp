@@ -11,7 +11,7 @@
 #include "apps/stereo-camera/doctor/FileChecks.hpp"
 #include "apps/stereo-camera/doctor/SystemChecks.hpp"
 #include "apps/stereo-camera/output/Console.hpp"
-#include "apps/stereo-camera/output/Json.hpp"
+#include "apps/stereo-camera/output/JsonOption.hpp"
 #include "apps/stereo-camera/process/Failure.hpp"
 #include "apps/stereo-camera/process/Signals.hpp"
 

@@ -10,7 +10,7 @@
 #include "apps/stereo-camera/commands/Commands.hpp"
 #include "apps/stereo-camera/commands/Options.hpp"
 #include "apps/stereo-camera/output/Console.hpp"
-#include "apps/stereo-camera/output/Json.hpp"
+#include "apps/stereo-camera/output/JsonOption.hpp"
 #include "model/CameraFacts.hpp"
 #include "model/Text.hpp"
 

@@ -8,7 +8,7 @@
 
 #include "apps/stereo-camera/camera/CameraSource.hpp"
 #include "apps/stereo-camera/camera/DeviceName.hpp"
-#include "apps/stereo-camera/output/Json.hpp"
+#include "apps/stereo-camera/output/JsonOption.hpp"
 #include "apps/stereo-camera/pictures/WideResults.hpp"
 
 namespace stereo::app {

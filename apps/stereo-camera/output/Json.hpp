@@ -41,19 +41,4 @@ private:
 /// "rectified pair" to "rectified_pair": everything but letters and digits becomes '_'.
 std::string jsonKey(std::string_view name);
 
-/// The option --json: results as JSON besides, or instead of, the text.
-class JsonOption {
-public:
-  std::string path;  ///< empty: no results as JSON; "-": standard output
-
-  bool wanted() const { return !path.empty(); }
-  /// JSON replaces the text on standard output.
-  bool replacesText() const { return path == "-"; }
-  /// Throws Failure (output) if the file cannot be written. Call it ahead, since the results may take long.
-  void check() const;
-  /// Writes the results if requested, to standard output or to the file, which is then complete or unchanged. Throws
-  /// Failure (output).
-  void write(const Json& figures) const;
-};
-
 }  // namespace stereo::app

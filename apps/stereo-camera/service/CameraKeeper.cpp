@@ -229,6 +229,7 @@ void CameraKeeper::Session::open() {
   tap.expect(camera.missedFrames() ? 0 : plan.source.rate);
   m_began = Clock::now();
   m_watch = std::make_unique<Watchdog>(m_opened, plan.patience);
+  m_watch->follow([&tap] { return tap.frames(); });
   if (m_streams && plan.streamMode == depthStream) {
     m_watch->startStereoCompute();
   }
@@ -267,7 +268,7 @@ void CameraKeeper::Session::readStream(const std::stop_token& stop) {
 bool CameraKeeper::Session::countFrames() {
   const std::uint64_t frames = m_keeper.m_tap.frames();
   const Clock::time_point now = Clock::now();
-  if (frames > m_framesSeen || (!m_isRunning && now < m_began + firstFrameTime)) {
+  if (!m_isRunning && now < m_began + firstFrameTime) {
     m_watch->alive();
   }
   const bool isNews = frames > m_framesSeen;

@@ -27,6 +27,24 @@ Failure cannot(const std::string& verb, const std::string& file) {
   return Failure(ExitCode::output, "cannot " + verb + " the token file '" + file + "': " + std::strerror(errno));
 }
 
+// False if there is one already.
+bool makeTokenFile(const std::string& file) {
+  const Descriptor made(open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
+  if (made < 0) {
+    if (errno == EEXIST) {
+      return false;
+    }
+    throw cannot("make", file);
+  }
+  const std::string line = newToken() + "\n";
+  if (write(made, line.data(), line.size()) != static_cast<ssize_t>(line.size())) {
+    const Failure failure = cannot("write", file);
+    unlink(file.c_str());
+    throw failure;
+  }
+  return true;
+}
+
 }  // namespace
 
 std::string newToken() {
@@ -42,22 +60,7 @@ std::string newToken() {
 }
 
 std::string tokenFrom(const std::string& file, bool& isNew) {
-  isNew = false;
-  const Descriptor made(open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
-  if (made >= 0) {
-    const std::string token = newToken();
-    const std::string line = token + "\n";
-    if (write(made, line.data(), line.size()) != static_cast<ssize_t>(line.size())) {
-      const Failure failure = cannot("write", file);
-      unlink(file.c_str());
-      throw failure;
-    }
-    isNew = true;
-    return token;
-  }
-  if (errno != EEXIST) {
-    throw cannot("make", file);
-  }
+  isNew = makeTokenFile(file);
   const Descriptor there(open(file.c_str(), O_RDONLY | O_CLOEXEC));
   struct stat about {};
   if (there < 0 || fstat(there, &about) != 0) {

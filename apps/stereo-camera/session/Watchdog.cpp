@@ -47,6 +47,11 @@ void Watchdog::alive() {
   m_last = Clock::now();
 }
 
+void Watchdog::follow(std::function<std::uint64_t()> progress) {
+  const std::lock_guard lock(m_mutex);
+  m_progress = std::move(progress);
+}
+
 void Watchdog::startStereoCompute() {
   const std::lock_guard lock(m_disparityMutex);
   checkAfterRead(false);  // don't start it after a stop
@@ -123,6 +128,10 @@ Watchdog::Reason Watchdog::reasonToStop() const {
 void Watchdog::loop() {
   std::unique_lock lock(m_mutex);
   while (m_phase == Phase::watching) {
+    if (const std::uint64_t progress = m_progress ? m_progress() : 0; progress != m_lastProgress) {
+      m_lastProgress = progress;
+      m_last = Clock::now();
+    }
     const Reason reason = reasonToStop();
     if (reason != Reason::none) {
       m_reason = reason;

@@ -5,6 +5,8 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
+#include <functional>
 #include <mutex>
 #include <thread>
 
@@ -39,6 +41,10 @@ public:
 
   /// A read has returned.
   void alive();
+
+  /// From here on, a change of what this returns counts as a read: for a host's thread that does other things
+  /// meanwhile. Called on the watchdog's thread, many times a second, until the watchdog goes.
+  void follow(std::function<std::uint64_t()> progress);
 
   /// Starts the camera's disparity worker. Only the watchdog may do so, since it may be stopping the camera meanwhile.
   /// Throws as `run` does if it has stopped it.
@@ -76,8 +82,10 @@ private:
   std::once_flag m_sizeChecked;
   std::mutex m_mutex;
   std::condition_variable m_changed;
-  Phase m_phase = Phase::watching;  // guarded by m_mutex
-  Clock::time_point m_last;         // guarded by m_mutex
+  Phase m_phase = Phase::watching;            // guarded by m_mutex
+  Clock::time_point m_last;                   // guarded by m_mutex
+  std::function<std::uint64_t()> m_progress;  // guarded by m_mutex; may be null
+  std::uint64_t m_lastProgress = 0;
   std::atomic<Reason> m_reason{Reason::none};
   std::mutex m_disparityMutex;  // started by the host's thread, stopped by the watchdog's
   std::thread m_thread;
