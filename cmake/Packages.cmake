@@ -95,7 +95,11 @@ if(STEREO_CAMERA_BUILD_APPS)
     SUMMARY "host program of a stereo fisheye camera"
     DESCRIPTION
       "The program stereo-camera shows, measures, records, replays, calibrates and"
-      "checks a stereo fisheye camera, real or simulated.")
+      "checks a stereo fisheye camera, real or simulated. As a service, which its"
+      "owner enables, it serves any number of them.")
+  # Tell systemd of the service's unit, and dpkg of the file that its owner changes.
+  set(CPACK_DEBIAN_TOOLS_PACKAGE_CONTROL_EXTRA conffiles postinst postrm prerm)
+  list(TRANSFORM CPACK_DEBIAN_TOOLS_PACKAGE_CONTROL_EXTRA PREPEND ${PROJECT_SOURCE_DIR}/service/debian/)
   stereo_camera_package(COMPONENT gstreamer PACKAGE gstreamer1.0-stereo-camera SECTION video
     DEPENDS "gstreamer1.0-plugins-ugly"
     SUMMARY "software stand-in for the hardware encoder of a stereo camera's board"
