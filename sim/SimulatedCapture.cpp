@@ -5,6 +5,9 @@
 #include <stdexcept>
 #include <utility>
 
+#include <sys/resource.h>
+#include <unistd.h>
+
 #include "model/CameraFacts.hpp"
 
 namespace stereo::sim {
@@ -38,13 +41,15 @@ SimulatedCapture::SimulatedCapture(std::shared_ptr<const Scene> scene, const Rig
 
 // Goes on once the first frame is there, which `frame` renders.
 void SimulatedCapture::renderInBackground(const std::stop_token& stop) {
+  // Gives way to whatever plays the frames; threads that it starts do, too.
+  static_cast<void>(setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), 10));
   auto lock = lockSource();
   auto gap = m_ring.end();
   const auto hasGap = [&] {
     gap = std::find_if(m_ring.begin(), m_ring.end(), [](const cv::Mat& each) { return each.empty(); });
     return gap != m_ring.begin() && gap != m_ring.end();
   };
-  while (m_emptied.wait(lock, stop, hasGap)) {
+  while (m_emptied.wait(lock, stop, hasGap) && !stop.stop_requested()) {
     const auto index = static_cast<std::uint64_t>(gap - m_ring.begin());
     const std::shared_ptr<const Renderer> renderer = m_renderer;
     lock.unlock();

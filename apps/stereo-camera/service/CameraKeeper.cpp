@@ -694,8 +694,15 @@ void CameraKeeper::runCamera() {
       m_deliveredSize = {};
       return;
     }
-    if (!session.turn(requests)) {
-      return;
+    try {
+      if (!session.turn(requests)) {
+        return;
+      }
+    } catch (const Ended&) {
+      throw;
+    } catch (const std::exception& error) {
+      waitingFor(error.what());  // at once: stopping a stalled device takes seconds
+      throw;
     }
   }
 }

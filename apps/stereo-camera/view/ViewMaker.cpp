@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "apps/stereo-camera/view/ViewMaker.hpp"
 
+#include <algorithm>
 #include <chrono>
 #include <exception>
+#include <memory>
 #include <utility>
 
 #include <opencv2/imgproc.hpp>
@@ -10,6 +12,8 @@
 #include "ReadLimit.hpp"
 #include "apps/stereo-camera/observe/RunRecord.hpp"
 #include "apps/stereo-camera/pictures/WideResults.hpp"
+#include "apps/stereo-camera/process/ResourceUsage.hpp"
+#include "apps/stereo-camera/process/YieldingThread.hpp"
 #include "apps/stereo-camera/view/JpegEncoder.hpp"
 #include "apps/stereo-camera/view/RangePicture.hpp"
 
@@ -163,16 +167,19 @@ void ViewMaker::makePair(const char* stage, View leftView, View rightView, int m
       bitOf(leftView) | bitOf(rightView));
 }
 
+// Reads on one thread and measures on another, which gives way to the capture worker.
 void ViewMaker::makeWide() {
   struct State {
+    State(CameraFeed& feed, StageTimes& times) : publisher(feed, times) {}
     Publisher publisher;
     cv::Mat left, right;
     WideDepthImage image;
     std::optional<WideDepth> engine;
     cv::Size eye;
     unsigned generation = 0;
+    YieldingThread worker;
   };
-  auto state = std::make_shared<State>(State{Publisher(m_parts.feed, m_parts.times), {}, {}, {}, {}, {}, 0});
+  const auto state = std::make_shared<State>(m_parts.feed, m_parts.times);
   run(
       [this, state](std::uint32_t wanted) {
         std::chrono::microseconds timestamp{0};
@@ -180,24 +187,28 @@ void ViewMaker::makeWide() {
                    [&] { return m_parts.camera.getStereoFrame(state->left, state->right, timestamp); })) {
           return false;
         }
-        const unsigned generation = m_parts.wide.generation();
-        if (!state->engine || generation != state->generation || state->left.size() != state->eye) {
-          state->generation = generation;
-          state->eye = state->left.size();
-          state->engine.emplace(*m_parts.calibration, state->eye, m_parts.wide.options());
-        }
-        const Clock::time_point begin = Clock::now();
-        state->engine->compute(state->left, state->right, state->image);
-        m_parts.times.add("wide depth", millisecondsSince(begin));
-        m_parts.wide.setFindings(WideState::Findings{measuredPercent(state->image), state->engine->rowCorrection()});
-        if ((wanted & bitOf(View::range)) != 0) {
-          state->publisher.showRange(state->image, timestamp);
-        }
-        if ((wanted & bitOf(View::rangeColor)) != 0) {
-          const WideDepthOptions options = m_parts.wide.options();
-          state->publisher.show(View::rangeColor, rangeColors(state->image.range, options.nearest, options.farthest),
-                                timestamp);
-        }
+        state->worker.run([&] {
+          const unsigned generation = m_parts.wide.generation();
+          if (!state->engine || generation != state->generation || state->left.size() != state->eye) {
+            state->generation = generation;
+            state->eye = state->left.size();
+            WideDepthOptions options = m_parts.wide.options();
+            options.threads = static_cast<int>(std::max(1U, processorCount() - 1));  // the last one is the camera's
+            state->engine.emplace(*m_parts.calibration, state->eye, options);
+          }
+          const Clock::time_point begin = Clock::now();
+          state->engine->compute(state->left, state->right, state->image);
+          m_parts.times.add("wide depth", millisecondsSince(begin));
+          m_parts.wide.setFindings(WideState::Findings{measuredPercent(state->image), state->engine->rowCorrection()});
+          if ((wanted & bitOf(View::range)) != 0) {
+            state->publisher.showRange(state->image, timestamp);
+          }
+          if ((wanted & bitOf(View::rangeColor)) != 0) {
+            const WideDepthOptions options = m_parts.wide.options();
+            state->publisher.show(View::rangeColor, rangeColors(state->image.range, options.nearest, options.farthest),
+                                  timestamp);
+          }
+        });
         return true;
       },
       wideViews);

@@ -138,6 +138,20 @@ function requireReading({ text, value, longitude, latitude }) {
   return true;
 }
 
+// In the page: a pixel that has no range, as those around it.
+function findGap(first) {
+  const { width, height, millimeters } = window.stereoCamera.range;
+  for (let row = 4; row < height - 4; ++row) {
+    for (let column = 4; column < width - 4; ++column) {
+      const around = [-2, 0, 2].flatMap((dy) => [-2, 0, 2].map((dx) => millimeters[(row + dy) * width + column + dx]));
+      if (around.every((value) => value >= first)) {
+        return { column, row, width, height };
+      }
+    }
+  }
+  return null;
+}
+
 async function checkReadings(page) {
   await page.evaluate(() => document.querySelector("#range canvas").scrollIntoView({ block: "center" }));
   const box = await page.evaluate(() => document.querySelector("#range canvas").getBoundingClientRect().toJSON());
@@ -154,28 +168,12 @@ async function checkReadings(page) {
     }
   }
   require(measured > 5, `only ${measured} points have a range`);
-  // Where there is none: the scene has some such pixel, such as those at the edge of near things.
-  const gap = await until(
-    page,
-    "a pixel without range",
-    (first) => {
-      const { width, height, millimeters } = window.stereoCamera.range;
-      for (let row = 4; row < height - 4; ++row) {
-        for (let column = 4; column < width - 4; ++column) {
-          const around = [-3, 0, 3].flatMap((dy) => [-3, 0, 3].map((dx) => millimeters[(row + dy) * width + column + dx]));
-          if (around.every((value) => value >= first)) {
-            return { column, row, width, height };
-          }
-        }
-      }
-      return null;
-    },
-    firstReason,
-  );
+  // Where there is none: the scene has some such pixels, such as those at the edge of near things. They move.
   for (let tries = 0; missing === 0; ++tries) {
     require(tries < mostTries, "no point without range was met");
-    const x = Math.round(box.x + ((gap.column + 0.5) / gap.width) * box.width);
-    const y = Math.round(box.y + ((gap.row + 0.5) / gap.height) * box.height);
+    const { column, row, width, height } = await until(page, "a pixel without range", findGap, firstReason);
+    const x = Math.round(box.x + ((column + 0.5) / width) * box.width);
+    const y = Math.round(box.y + ((row + 0.5) / height) * box.height);
     requireReading(await readRangeAt(page, x, y)) || ++missing;
   }
   console.log(`# readings compared: ${measured} with a range, ${missing} without`);
@@ -320,7 +318,7 @@ async function checkRangeControls(page) {
   await type(page, `${form} [name="nearest"]`, "20");
   await click(page, `${form} button`);
   await until(page, "an error beneath the limits", () =>
-    /less than/.test(document.querySelector('form[data-action="wide"] .answer.fault')?.textContent),
+    /less than/.test(document.querySelector('form[data-action="wide"] .answer')?.textContent),
   );
   require((await status(page)).wide.nearest === 0.2, "an impossible limit was set");
   await type(page, `${form} [name="nearest"]`, "0.15");
@@ -348,7 +346,7 @@ async function checkRecording(page) {
 
 // Waits for what an action brings about, or for the refusal that shows beneath its button.
 async function outcome(page, action, what, find) {
-  const refusal = `form[data-action="${action}"] .answer.fault`;
+  const refusal = `form[data-action="${action}"] .answer`;
   const text = `(() => {
     const refused = document.querySelector('${refusal}')?.textContent;
     return refused ? { refused } : (${find})(window.stereoCamera.status.cameras[0]);
@@ -434,19 +432,16 @@ async function checkWidths(page) {
 
 // Kills the server and starts another on its port, which prints another token.
 async function checkReconnect(page, program) {
-  const before = await page.evaluate(() => window.stereoCamera.drawn.range.count);
   losing.add(page);
   await program.end("SIGKILL");
-  await until(page, "the banner", () => {
-    const banner = document.querySelector("#banner");
-    return !banner.hidden && /Connection lost/.test(banner.textContent);
-  });
+  await until(page, "word of it", () => /Connection lost/.test(document.querySelector("#connection").textContent));
+  const before = await page.evaluate(() => window.stereoCamera.drawn.range.count);
   const again = await Program.start(options.program, ["--port", program.port], folder);
   await until(page, "the connection", () => window.stereoCamera.connection === "open");
   await drawnAtLeast(page, "range", before + 2);
   const took = (await page.evaluate(() => window.stereoCamera.drawn.range.drawnTime_ms)) - again.startedAt_ms;
   console.log(`# pictures again ${Math.round(took)} ms after the program was started again`);
-  require(await page.$eval("#banner", (banner) => banner.hidden), "the banner stays");
+  await until(page, "live pictures", () => document.querySelector("#connection").dataset.state === "live");
   // The old token is worth nothing now; the new link makes all right, in the same tab.
   await until(page, "why controls are locked", () => /out of date/.test(document.querySelector("#locked").textContent));
   await page.evaluate((token) => (location.hash = token), again.link.split("#")[1]);
@@ -475,15 +470,14 @@ async function checkMissingFrames(browser) {
   const page = await newPage(browser);
   await page.goto(program.link);
   await drawnAtLeast(page, "raw-left", 1);
-  const first = await until(page, "the banner", () => {
-    const banner = document.querySelector("#banner");
-    return !banner.hidden && Number(/^No frames for (\d+) s/.exec(banner.textContent)?.[1] ?? 0);
-  });
+  const first = await until(page, "word of it", () =>
+    Number(/^No frames for (\d+) s/.exec(document.querySelector("#connection").textContent)?.[1]),
+  );
   require(await page.evaluate(() => document.body.classList.contains("stale")), "old pictures look like new ones");
   await until(
     page,
-    "the banner counts, and gives the reason",
-    (before) => Number(/^No frames for (\d+) s: ./.exec(document.querySelector("#banner").textContent)?.[1]) > before,
+    "the time counts up, with the reason",
+    (before) => Number(/^No frames for (\d+) s: ./.exec(document.querySelector("#connection").textContent)?.[1]) > before,
     first,
   );
   await screenshot(page, options.output, `${options.browser}-no-frames`);

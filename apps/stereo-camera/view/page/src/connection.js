@@ -9,6 +9,7 @@ const longestPause_ms = 3000;
 const silence_ms = 5000;
 // With this code a server that has too many viewers closes a socket.
 const tryAgainLater = 1013;
+const unauthorized = 401;
 
 export class Connection {
   // connecting, open, lost, full (too many viewers) or refused (the server wants a token); all but open: trying again
@@ -22,6 +23,7 @@ export class Connection {
   #wanted = "";
   #pause_ms = firstPause_ms;
   #timer = 0;
+  #attempt = null;
   #heard_ms = 0;
 
   // on: {state() when there is no connection, status(object), picture(message)}. Each picture must be acknowledged.
@@ -82,47 +84,47 @@ export class Connection {
       }
     };
     socket.onclose = ({ code }) => {
-      if (this.state === "open" || code === tryAgainLater) {
-        this.#lose(code === tryAgainLater ? "full" : "lost");
-      } else {
-        this.#fail(socket, token);
-      }
+      this.#lose(code === tryAgainLater ? "full" : this.state === "connecting" ? "connecting" : "lost");
     };
   }
 
-  // A connection that was open is gone. The token may be good again with the next one.
   #lose(state) {
     this.#drop();
-    this.tokenRefused = false;
     this.#become(state);
     this.#again();
   }
 
-  // A connection did not come about. Scripts are not told why, but a request for the status is.
-  async #fail(socket, token) {
-    const refused = await answersUnauthorized(token);
-    if (socket !== this.#socket) {
-      return; // meanwhile opened with another token
-    }
-    if (refused && token) {
-      this.tokenRefused = true; // without it there may be something to see
-      this.#connect();
-      return;
-    }
-    this.#socket = null;
-    this.#become(refused ? "refused" : this.state === "connecting" ? "connecting" : "lost");
-    this.#again();
+  #again() {
+    this.#timer = setTimeout(() => this.#retry(), this.#pause_ms);
+    this.#pause_ms = Math.min(2 * this.#pause_ms, longestPause_ms);
   }
 
-  #again() {
-    clearTimeout(this.#timer);
-    this.#timer = setTimeout(() => this.#connect(), this.#pause_ms);
-    this.#pause_ms = Math.min(2 * this.#pause_ms, longestPause_ms);
+  // Asks for the status before it opens a socket: scripts are not told why a socket fails, and Firefox waits longer and longer
+  // with sockets to a server where some failed.
+  async #retry() {
+    const attempt = {};
+    this.#attempt = attempt;
+    let code = await statusCode(this.#token);
+    const tokenRefused = code === unauthorized && this.#token !== "";
+    if (tokenRefused) {
+      code = await statusCode(""); // without it there may be something to see
+    }
+    if (attempt !== this.#attempt) {
+      return; // meanwhile opened with another token
+    }
+    this.tokenRefused = tokenRefused;
+    if (code === 0 || code === unauthorized) {
+      this.#become(code === 0 ? "lost" : "refused");
+      this.#again();
+    } else {
+      this.#connect();
+    }
   }
 
   // Leaves a socket without waiting for its end: one that the network has lost ends late.
   #drop() {
     clearTimeout(this.#timer);
+    this.#attempt = null;
     if (this.#socket) {
       this.#socket.onopen = this.#socket.onmessage = this.#socket.onclose = null;
       this.#socket.close();
@@ -136,11 +138,13 @@ export class Connection {
   }
 }
 
-async function answersUnauthorized(token) {
+// Code of the answer to a request for the status; 0: the server is away.
+async function statusCode(token) {
   try {
     const headers = token ? { Authorization: `Bearer ${token}` } : {};
-    return (await fetch("health", { headers, cache: "no-store" })).status === 401;
+    const signal = AbortSignal.timeout(silence_ms);
+    return (await fetch("health", { headers, signal, cache: "no-store" })).status;
   } catch {
-    return false; // the server is away
+    return 0;
   }
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The panel of controls. Each says beneath itself what came of it; the status says the rest.
-import { bytesText, countText } from "./text.js";
+// The panel of controls. Each says beneath itself what came of it.
+import { bytesText, countText, setText } from "./text.js";
 
 export class Controls {
   #panel;
@@ -9,6 +9,7 @@ export class Controls {
   #mayChange = false;
   #edited = false; // the range's limits are being typed
   #asked = new Set(); // actions that the server has not answered
+  #said = new Map(); // by action: what the server answered
 
   // token: a function that returns it
   constructor(panel, token) {
@@ -65,19 +66,27 @@ export class Controls {
     this.#form("record").querySelector("button").textContent = recording.on ? "Stop recording" : "Start recording";
     const dropped = recording.dropped ? `, ${recording.dropped} dropped` : "";
     const written = `${countText(recording.frames, "frame")}, ${bytesText(recording.bytes)}${dropped}`;
-    this.#state("record", recording.folder && `${written} in ${recording.folder}`, recording.error);
-    this.#state("snapshot", snapshot.folder, snapshot.error);
-    const progress = check.state === "running" ? `${check.frames} of ${countText(check.of, "frame")}` : check.text;
-    this.#state("check", calibrated ? progress : "Needs a calibration.", check.fits === false ? check.text : "");
+    this.#state("wide", "");
+    this.#state("record", recording.folder ? `${written} in ${recording.folder}` : "Nothing recorded.", recording.error);
+    this.#state("snapshot", snapshot.folder || "None taken.", snapshot.error);
+    const result = check.state === "running" ? `${check.frames} of ${countText(check.of, "frame")}` : check.text;
+    const text = calibrated ? result || "Not checked." : "Needs a calibration.";
+    this.#state("check", text, check.fits === false ? check.text : "");
   }
 
+  // Shows what the status says. What the server just answered stays for a moment, until the status says something else.
   #state(action, text, error) {
-    const state = this.#form(action).querySelector(".state");
-    const shown = error || text || "";
-    if (state.textContent !== shown) {
-      state.textContent = shown;
+    const shown = error || text;
+    const said = this.#said.get(action);
+    const stays = said && performance.now() < said.until_ms && (said.over ?? shown) === shown;
+    if (stays) {
+      said.over = shown;
+    } else {
+      this.#said.delete(action);
     }
-    state.classList.toggle("fault", !!error);
+    const state = this.#form(action).querySelector(".state");
+    setText(state, stays ? said.text : shown);
+    state.classList.toggle("fault", !stays && !!error);
   }
 
   #enable() {
@@ -119,21 +128,22 @@ export class Controls {
     }
     const problem = "nearest" in fields ? limitsProblem(fields) : "";
     if (problem) {
-      answer(form, problem, true);
+      answer(form, problem);
       return;
     }
     this.#asked.add(action);
-    answer(form, "", false);
+    answer(form, "");
     this.#enable();
     const { ok, message } = await post(this.#token(), { camera: this.#camera.name, action, ...fields });
     this.#asked.delete(action);
-    if (ok && "nearest" in fields) {
-      this.#edited = false;
-    }
-    answer(form, message, !ok);
-    if (!ok) {
+    if (ok) {
+      this.#said.set(action, { text: message, until_ms: performance.now() + 3000 });
+      this.#edited &&= !("nearest" in fields);
+    } else {
+      answer(form, message);
       this.#showRange(this.#camera.wide);
     }
+    this.#showStates(this.#camera);
     this.#enable();
   }
 }
@@ -145,18 +155,9 @@ function limitsProblem({ nearest, farthest }) {
   return nearest < farthest ? "" : "Nearest must be less than farthest.";
 }
 
-// Shows what came of an action: a fault until the next try, anything else for a moment, since the status says it, too.
-function answer(form, text, fault) {
-  const place = form.querySelector(".answer");
-  place.textContent = text;
-  place.classList.toggle("fault", fault);
-  if (!fault) {
-    setTimeout(() => {
-      if (place.textContent === text) {
-        place.textContent = "";
-      }
-    }, 4000);
-  }
+// Says why an action was refused, until the next try.
+function answer(form, text) {
+  form.querySelector(".answer").textContent = text;
 }
 
 async function post(token, fields) {

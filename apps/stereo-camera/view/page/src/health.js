@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The panel of the camera's and the board's health.
-import { bytesText, countText, durationText } from "./text.js";
+import { bytesText, countText, durationText, setText } from "./text.js";
 
 export class Health {
   #list;
@@ -97,7 +97,6 @@ function calibration(camera) {
   return `${fits ? "fits" : "does not fit"}${median_px === null ? "" : `, rows ${median_px.toFixed(2)} px apart`}`;
 }
 
-// Changes only what differs, so that selected text stays selected.
 function fill(list, rows) {
   while (list.children.length > rows.length) {
     list.lastElementChild.remove();
@@ -110,12 +109,8 @@ function fill(list, rows) {
       list.append(row);
     }
     const [term, value] = row.children;
-    if (term.textContent !== label) {
-      term.textContent = label;
-    }
-    if (value.textContent !== text) {
-      value.textContent = text;
-    }
+    setText(term, label);
+    setText(value, text);
     value.classList.toggle("fault", !!fault);
   });
 }

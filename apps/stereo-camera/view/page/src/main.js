@@ -7,7 +7,7 @@ import { Health } from "./health.js";
 import { Eyes, fit } from "./pictures.js";
 import { Range } from "./range.js";
 import { loadChoices, saveChoices } from "./choices.js";
-import { durationText } from "./text.js";
+import { durationText, setText } from "./text.js";
 import { takeToken } from "./token.js";
 
 // So long a camera may take for its first frame before that is called trouble.
@@ -50,9 +50,7 @@ function statusCame(news) {
   }
   news.cameras.forEach(({ name, state }, i) => {
     const text = state === "running" ? name : `${name} (${state === "ended" ? "ended" : "no frames"})`;
-    if (select.options[i].text !== text) {
-      select.options[i].text = text;
-    }
+    setText(select.options[i], text);
   });
   element("choice").hidden = names.length < 2;
   changed();
@@ -123,7 +121,7 @@ function changed() {
   if (!shown) {
     return;
   }
-  element("source").textContent = shown.source;
+  setText(element("source"), shown.source);
   document.title = `${shown.name} – Stereo camera`;
   eyes.offer(shown.views);
   const hasRange = shown.views.includes("range") && !!shown.wide;
@@ -167,23 +165,14 @@ function linkAll(shown) {
   }
 }
 
-const connectionTexts = {
-  connecting: "Connecting",
-  open: "Connected",
-  lost: "Connection lost",
-  full: "Too many viewers",
-  refused: "Not allowed",
-};
-
-// Connection and banner. Runs every quarter of a second, too, for the seconds that count up.
+// The line on connection and frames. It is always there, so that nothing moves under the pointer when trouble comes. Runs every
+// quarter of a second, too, for the seconds that count up.
 function showConnection() {
-  const { state } = connection;
-  element("connection").dataset.state = state;
-  setText(element("connection"), connectionTexts[state]);
-  const [text, announcement] = trouble(state);
-  const banner = element("banner");
-  banner.hidden = !text;
-  setText(banner, text);
+  const [text, announcement] = trouble(connection.state);
+  const isLive = !text && connection.state === "open" && camera()?.state === "running";
+  const line = element("connection");
+  line.dataset.state = text ? "trouble" : isLive ? "live" : "starting";
+  setText(line, text || (isLive ? `Live: ${camera().fps.toFixed(0)} frames a second` : "Starting"));
   document.body.classList.toggle("stale", !!text);
   if (announcement !== announced) {
     announced = announcement;
@@ -198,7 +187,7 @@ function trouble(state) {
     return [text, text];
   }
   if (state === "lost" || state === "full") {
-    const text = `${connectionTexts[state]}, trying again`;
+    const text = `${state === "lost" ? "Connection lost" : "Too many viewers"}, trying again`;
     return [text, text];
   }
   const shown = camera();
@@ -226,12 +215,6 @@ function missingTime({ state, since_us, frames, age_ms, fps }) {
   }
   const seconds = (status.time_us - since_us) / 1e6;
   return frames === 0 && seconds < startTime_s ? 0 : seconds;
-}
-
-function setText(place, text) {
-  if (place.textContent !== text) {
-    place.textContent = text;
-  }
 }
 
 function announce(text) {

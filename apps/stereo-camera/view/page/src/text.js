@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Numbers as people read them.
+// Numbers as people read them, and putting text in its place.
 
 export const metersText = (meters) => `${meters.toFixed(meters < 1 ? 3 : 2)} m`;
 
@@ -20,3 +20,10 @@ export function durationText(seconds) {
 }
 
 export const countText = (count, singular) => `${count.toLocaleString("en-US")} ${singular}${count === 1 ? "" : "s"}`;
+
+// Changes only what differs, so that selected text stays selected.
+export function setText(place, text) {
+  if (place.textContent !== text) {
+    place.textContent = text;
+  }
+}
