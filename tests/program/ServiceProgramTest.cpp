@@ -192,6 +192,8 @@ TEST_F(Service, SaysWhatIsWrongWithAConfiguration) {
   expectRefusal("[front]\nsimulate = true\n[front.sub]\nseed = 1\n", "a section's name");
   expectRefusal("[a]\nsimulate=true\nshare=true\nposition=1\n[b]\nsimulate=true\nshare=true\nposition=1\n",
                 "position 1, too");
+  expectRefusal("[a]\nsimulate=true\nshare=true\n[b]\nsimulate=true\nstream=0\n", "give each a position");
+  expectRefusal("[a]\ndevice = \"nonsense\"\n", "is neither N nor a path");
   expectRefusal("[a]\nsimulate=true\nring=\"r\"\n[b]\nsimulate=true\nring=\"r\"\n", "another camera records to r, too");
   const auto missing = stereo::test::run(STEREO_CAMERA_PROGRAM, {"serve", "--config", file("none.toml")});
   EXPECT_EQ(missing.code, static_cast<int>(ExitCode::usage));

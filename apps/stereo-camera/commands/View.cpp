@@ -2,6 +2,7 @@
 // Commands view and serve: the live view, for a while or as a service.
 #include <algorithm>
 #include <cctype>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <memory>
@@ -173,6 +174,8 @@ std::vector<CameraPlan> readConfiguration(const std::string& file, ServiceOption
 
 // Cameras must not be mistaken for each other.
 void requireDistinct(const std::vector<CameraPlan>& plans) {
+  const auto shares = [](const CameraPlan& plan) { return plan.share || plan.streamMode >= 0; };
+  const bool haveSeveral = std::count_if(plans.begin(), plans.end(), shares) > 1;
   std::set<int> shared;
   std::set<std::string> rings;
   for (const CameraPlan& plan : plans) {
@@ -181,7 +184,11 @@ void requireDistinct(const std::vector<CameraPlan>& plans) {
       throw Failure(ExitCode::usage, "[" + plan.name + "]: another camera that shares or streams has position " +
                                          std::to_string(plan.source.position) + ", too");
     }
-    if (!plan.ring.empty() && !rings.insert(plan.ring).second) {
+    if (shares(plan) && haveSeveral && plan.source.position < 0) {
+      throw Failure(ExitCode::usage, "[" + plan.name + "]: several cameras share or stream: give each a position");
+    }
+    if (!plan.ring.empty() &&
+        !rings.insert(std::filesystem::weakly_canonical(std::filesystem::path(plan.ring) / "").string()).second) {
       throw Failure(ExitCode::usage, "[" + plan.name + "]: another camera records to " + plan.ring + ", too");
     }
   }

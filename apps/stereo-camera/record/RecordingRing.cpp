@@ -62,12 +62,19 @@ void RecordingRing::step(const RecordedCamera* camera, LiveTap& tap) {
   try {
     if (m_part != nullptr) {
       m_part->check();
-      if (camera == nullptr || now >= m_began + std::chrono::duration<double>(m_options.partSeconds) ||
-          m_part->bytes() >= m_options.mostBytes) {
+      const bool isOver = now >= m_began + std::chrono::duration<double>(m_options.partSeconds) ||
+                          m_part->bytes() >= m_options.mostBytes;
+      if (camera == nullptr) {
         end();
+      } else if (isOver) {
+        // The next part begins before this one is written to its end, so that no frame falls between them.
+        m_past = std::move(m_part);
+        begin(*camera, tap);
+        std::exchange(m_past, nullptr)->finish();
+        trim();  // what waited in its queue is on the disk now
       }
     }
-    if (now >= m_measured + measurePeriod) {
+    if (now >= m_measured + measurePeriod || status().bytes + reserve() > m_options.mostBytes) {
       m_measured = now;
       trim();
     }
@@ -82,6 +89,7 @@ void RecordingRing::step(const RecordedCamera* camera, LiveTap& tap) {
 void RecordingRing::end() {
   if (const std::unique_ptr<LiveRecording> part = std::exchange(m_part, nullptr)) {
     part->finish();
+    trim();
   }
 }
 
@@ -95,25 +103,29 @@ void RecordingRing::begin(const RecordedCamera& camera, LiveTap& tap) {
   m_error.clear();
 }
 
+// Room that is kept in the ring, and on the disk, for what is written until the next look.
+std::uintmax_t RecordingRing::reserve() const { return std::min<std::uintmax_t>(m_options.mostBytes / 20, 64'000'000); }
+
 // Makes room for the part that is written: removes the oldest complete ones while all are larger than the ring, or the
-// disk has less than a part's worth of room above what is kept free.
+// disk has little room (a twentieth of the ring, at most 64 MB) above what is kept free.
 void RecordingRing::trim() {
   std::vector<Part> parts = partsIn(m_options.folder);
   std::uintmax_t current = 0;
-  if (m_part != nullptr) {
-    current = m_part->bytes();
-    std::erase_if(parts, [this](const Part& each) { return each.folder == m_part->folder(); });
+  for (const LiveRecording* const open : {m_part.get(), m_past.get()}) {
+    if (open != nullptr) {
+      current += open->bytes();
+      std::erase_if(parts, [open](const Part& each) { return each.folder == open->folder(); });
+    }
   }
   std::uintmax_t past = 0;
   for (const Part& each : parts) {
     past += each.bytes;
   }
-  const std::uintmax_t reserve = std::min<std::uintmax_t>(m_options.mostBytes / 20, 64'000'000);
   for (const Part& each : parts) {
     std::error_code failure;
     const fs::space_info space = fs::space(m_options.folder, failure);
-    const bool isFull = !failure && space.available < m_options.recorder.spare + reserve;
-    if (past + current + reserve <= m_options.mostBytes && !isFull) {
+    const bool isFull = !failure && space.available < m_options.recorder.spare + reserve();
+    if (past + current + reserve() <= m_options.mostBytes && !isFull) {
       break;
     }
     removePart(each.folder);
@@ -126,6 +138,7 @@ void RecordingRing::fail(const std::string& reason) {
   m_error = reason;
   m_retry = Clock::now() + retryTime;
   m_part.reset();
+  m_past.reset();
 }
 
 RecordingRing::Status RecordingRing::status() const {

@@ -45,10 +45,12 @@ private:
 
   void begin(const RecordedCamera& camera, LiveTap& tap);
   void trim();
+  std::uintmax_t reserve() const;
   void fail(const std::string& reason);
 
   const Options m_options;
   std::unique_ptr<LiveRecording> m_part;
+  std::unique_ptr<LiveRecording> m_past;  // the part before, while it is written to its end
   Clock::time_point m_began;
   Clock::time_point m_measured;
   Clock::time_point m_retry;       // not before this

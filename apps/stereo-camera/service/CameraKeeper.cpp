@@ -2,11 +2,8 @@
 #include "apps/stereo-camera/service/CameraKeeper.hpp"
 
 #include <algorithm>
-#include <cstdlib>
 #include <exception>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <utility>
 
 #include <unistd.h>
@@ -19,10 +16,12 @@
 #include "apps/stereo-camera/output/Output.hpp"
 #include "apps/stereo-camera/process/Ended.hpp"
 #include "apps/stereo-camera/process/Failure.hpp"
+#include "apps/stereo-camera/process/ResourceUsage.hpp"
 #include "apps/stereo-camera/process/Signals.hpp"
 #include "apps/stereo-camera/session/Streaming.hpp"
 #include "apps/stereo-camera/view/ViewMaker.hpp"
 #include "model/CameraFacts.hpp"
+#include "model/FileKeys.hpp"
 #include "model/Text.hpp"
 
 namespace stereo::app {
@@ -39,22 +38,28 @@ constexpr int checkFrames = 5;
 
 std::int64_t nowMicroseconds() { return systemMicroseconds(); }
 
-// The calibration as a file, before the start scales it; empty if there is none.
+// The calibration as a file's content, before the start scales it; empty if there is none. Not by way of a file: saving
+// one flushes the machine's disks, which takes long while another camera records.
 std::string calibrationText(const OpenedCamera& opened) {
   if (!opened.calibrated) {
     return {};
   }
-  std::string folder = (fs::temp_directory_path() / "stereo-camera-XXXXXX").string();
-  if (mkdtemp(folder.data()) == nullptr) {
-    return {};
+  namespace keys = model::keys;
+  StereoCamera& camera = *opened.camera;
+  std::vector<cv::Mat> left;
+  std::vector<cv::Mat> right;
+  camera.getCalibParams(left, false);
+  camera.getCalibParams(right, true);
+  cv::FileStorage text(".yml", cv::FileStorage::WRITE | cv::FileStorage::MEMORY | cv::FileStorage::FORMAT_YAML);
+  text << keys::serialNumber << camera.getSerialNumber() << keys::posNumber << camera.getPosNumber();
+  // In the order of `getCalibParams`.
+  const char* const names[2][4] = {{keys::leftIntrinsic, keys::leftDistortion, keys::leftXi, keys::leftRotation},
+                                   {keys::rightIntrinsic, keys::rightDistortion, keys::rightXi, keys::rightRotation}};
+  for (int k = 0; k < 4; ++k) {
+    text << names[0][k] << left.at(k) << names[1][k] << right.at(k);
   }
-  const fs::path file = fs::path(folder) / "calibration.yml";
-  opened.camera->saveCalibParams(file.string());
-  std::ifstream written(file);
-  std::string text{std::istreambuf_iterator<char>(written), std::istreambuf_iterator<char>()};
-  std::error_code ignored;
-  fs::remove_all(folder, ignored);
-  return text;
+  text << keys::translation << left.at(4);
+  return text.releaseAndGetString();
 }
 
 }  // namespace
@@ -105,7 +110,8 @@ private:
   bool countFrames();
   void record(bool on);
   void followRecording();
-  void endRecording();
+  void endRecording(const std::string& reason = "");
+  void endCheck(const std::string& reason);
   void takeSnapshot();
   void beginCheck();
   void checkFrame();
@@ -115,15 +121,16 @@ private:
     if (m_keeper.m_ring) {
       m_keeper.m_ring->step(nullptr, m_keeper.m_tap);
     }
-    endRecording();
+    endRecording("the camera was stopped");
+    endCheck("the camera was stopped");
     if (m_maker) {
       m_maker->requestStop();
     }
     m_streamReader.request_stop();
-    m_maker.reset();  // its reads end by themselves
     if (m_streamReader.joinable()) {
-      m_streamReader.join();
+      m_streamReader.join();  // its reads, and those of the maker, end by themselves
     }
+    m_maker.reset();
     m_watch.reset();
     m_keeper.m_wide.setFindings(std::nullopt);
     countLost(true);
@@ -209,7 +216,9 @@ void CameraKeeper::Session::open() {
     m_calibration = wideCalibration(camera);
   }
   m_recorded = {m_opened.description, camera.settings(), calibrationText(m_opened)};
+  const bool isFirst = !std::exchange(m_keeper.m_wasOpen, true);
   m_keeper.change([&](CameraStatus& status) {
+    status.restarts += isFirst ? 0 : 1;
     status.source = m_opened.description;
     status.position = camera.getPosNumber();
     status.calibrated = m_opened.calibrated;
@@ -225,20 +234,22 @@ void CameraKeeper::Session::open() {
   if (!shareError.empty()) {
     m_keeper.m_log("not shared: " + shareError);
   }
+  const double rate = camera.getRawFrameRate();  // as asked; later it is measured
   startCapture(m_opened, m_streams, plan.share && shareError.empty());
-  tap.expect(camera.missedFrames() ? 0 : plan.source.rate);
+  tap.expect(camera.missedFrames() ? 0 : rate);
   m_began = Clock::now();
   m_watch = std::make_unique<Watchdog>(m_opened, plan.patience);
   m_watch->follow([&tap] { return tap.frames(); });
   if (m_streams && plan.streamMode == depthStream) {
     m_watch->startStereoCompute();
   }
-  m_maker = std::make_unique<ViewMaker>(ViewMaker::Parts{camera, m_keeper.m_feed, m_keeper.m_times, m_keeper.m_wide,
-                                                         m_calibration, m_hasLonLat, [this](const std::string& text) {
-                                                           m_keeper.m_log("a view ended: " + text);
-                                                           m_keeper.change(
-                                                               [&](CameraStatus& status) { status.viewError = text; });
-                                                         }});
+  const bool streamsRectified = m_streams && (plan.streamMode == 2 || plan.streamMode == 3);
+  m_maker = std::make_unique<ViewMaker>(
+      ViewMaker::Parts{camera, m_keeper.m_feed, m_keeper.m_times, m_keeper.m_wide, m_calibration, m_hasLonLat,
+                       streamsRectified, [this](const std::string& text) {
+                         m_keeper.m_log("a view cannot be made: " + text);
+                         m_keeper.change([&](CameraStatus& status) { status.viewError = text; });
+                       }});
   if (m_streams) {
     m_streamReader = std::jthread([this](const std::stop_token& stop) { readStream(stop); });
   }
@@ -253,7 +264,11 @@ void CameraKeeper::Session::readStream(const std::stop_token& stop) {
     try {
       if (!readForStream(*m_opened.camera, m_keeper.m_plan.streamMode, a, b)) {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));  // stopped, or nothing to show yet
-      } else if (std::exchange(isFirst, false) && !m_opened.camera->streamOpened()) {
+        continue;
+      }
+      // Each of these reads feeds the stream, so viewers get what it read, instead of reading themselves.
+      m_maker->showRectified(a, b, sources::HostCamera::lastReadTimestamp());
+      if (std::exchange(isFirst, false) && !m_opened.camera->streamOpened()) {
         throw std::runtime_error("the stream does not open");
       }
     } catch (const std::exception& error) {
@@ -344,20 +359,23 @@ void CameraKeeper::Session::record(bool on) {
 void CameraKeeper::Session::followRecording() {
   try {
     m_recording->check();
+    const sources::Recorder::Counts counts = m_recording->counts();
+    const std::uintmax_t bytes = m_recording->bytes();  // the disk may be slow: not under the lock
     m_keeper.change([&](CameraStatus& status) {
-      status.recording.counts = m_recording->counts();
-      status.recording.bytes = m_recording->bytes();
+      status.recording.counts = counts;
+      status.recording.bytes = bytes;
     });
   } catch (const sources::RecordingError&) {
     endRecording();
   }
 }
 
-void CameraKeeper::Session::endRecording() {
+// `reason`: why, if nobody asked for it.
+void CameraKeeper::Session::endRecording(const std::string& reason) {
   if (!m_recording) {
     return;
   }
-  std::string error;
+  std::string error = reason;
   try {
     m_recording->finish();
   } catch (const std::exception& failure) {
@@ -391,7 +409,9 @@ void CameraKeeper::Session::takeSnapshot() {
       pictures.push_back({"raw.png", "Raw frame", "", frame});
     }
     if (m_calibration) {
-      WideReader wide(*m_calibration, m_keeper.m_wide.options());
+      WideDepthOptions wideOptions = m_keeper.m_wide.options();
+      wideOptions.threads = static_cast<int>(std::max(1U, processorCount() - 1));  // the last one is the camera's
+      WideReader wide(*m_calibration, wideOptions);
       if (!m_watch->run([&] { return wide.read(*m_opened.camera) != 0; })) {
         throw Failure(ExitCode::noFrames, "no frame came");
       }
@@ -426,6 +446,17 @@ void CameraKeeper::Session::beginCheck() {
       status.check.state = CameraStatus::Check::State::done;
       status.check.text = m_calibration ? "no frames come" : "there is nothing to check without a calibration";
     }
+  });
+}
+
+void CameraKeeper::Session::endCheck(const std::string& reason) {
+  if (!m_isChecking) {
+    return;
+  }
+  m_isChecking = false;
+  m_keeper.change([&](CameraStatus& status) {
+    status.check.state = CameraStatus::Check::State::done;
+    status.check.text = reason;
   });
 }
 
@@ -484,6 +515,15 @@ CameraKeeper::CameraKeeper(CameraPlan plan, ServiceFolders folders, std::functio
       m_folders(std::move(folders)),
       m_log([name = m_plan.name, log = std::move(log)](const std::string& text) { log(name + ": " + text); }),
       m_wide(wideOptions(m_plan.wide)) {
+  if (!m_plan.device.empty()) {
+    try {
+      deviceNode(m_plan.device);
+    } catch (const Failure& failure) {
+      if (failure.code() == ExitCode::usage) {  // otherwise it is only not there
+        throw;
+      }
+    }
+  }
   parseSize(m_plan.source.frameSize, "--size");
   parseSize(m_plan.source.rectifiedSize, "--rectified");
   if (!m_plan.ring.empty()) {
@@ -582,8 +622,8 @@ void CameraKeeper::waitingFor(const std::string& reason) {
   bool isNew = false;
   change([&](CameraStatus& status) {
     isNew = status.reason != reason;
-    if (status.state == CameraStatus::State::running) {
-      status.since = std::max(status.since, status.newest > 0 ? status.newest : status.since);
+    if (status.state != CameraStatus::State::waiting) {
+      status.since = std::max(status.since, status.newest);
       status.state = CameraStatus::State::waiting;
     }
     status.reason = reason;
@@ -647,6 +687,9 @@ void CameraKeeper::run() {
     }
     try {
       runCamera();
+      if (!isStopping()) {
+        waitingFor("a new camera is made");
+      }
     } catch (const Ended& ended) {
       isOver = true;  // by a signal: the service is about to end
       if (ended.signal() == 0) {
@@ -661,7 +704,6 @@ void CameraKeeper::run() {
     } catch (const std::exception& error) {
       waitingFor(error.what());
       m_backOff = std::clamp<Clock::duration>(2 * m_backOff, leastBackOff, mostBackOff);
-      change([](CameraStatus& status) { ++status.restarts; });
       for (const Clock::time_point until = Clock::now() + m_backOff; Clock::now() < until && !isStopping();) {
         turn();
         pause(std::min<Clock::duration>(until - Clock::now(), turnPeriod));
@@ -692,6 +734,9 @@ void CameraKeeper::runCamera() {
     if (requests.reload && areFilesUsable()) {
       m_log("settings and calibration are loaded again");
       m_deliveredSize = {};
+      requests.reload = false;
+      const std::lock_guard lock(m_mutex);
+      m_requests = requests;  // what was asked for besides is refused in between
       return;
     }
     try {

@@ -30,11 +30,12 @@ namespace stereo::app {
 ///
 /// A camera that delivers nothing for as long as its patience lasts, that was unplugged, or that cannot be opened, is
 /// given up, and a new one is made: at once when its device appears again, otherwise after 0.2 s, doubling to 5 s. It
-/// gets the same settings. What watches (`feed`), records or waits stays meanwhile.
+/// gets the same settings. Whoever watches (`feed`) stays, the ring goes on with the new camera, and a recording that
+/// was asked for ends.
 class CameraKeeper {
 public:
-  /// Begins at once. `log` is called with lines for the log, on the keeper's thread. Throws Failure (usage) for options
-  /// that cannot be.
+  /// Begins at once. `log` is called with lines for the log, on the keeper's threads. Throws Failure (usage) for
+  /// options that cannot be.
   CameraKeeper(CameraPlan plan, ServiceFolders folders, std::function<void(const std::string&)> log);
   /// Stops the camera, and waits for that.
   ~CameraKeeper();
@@ -91,6 +92,7 @@ private:
   std::optional<RecordingRing> m_ring;
   cv::Size m_deliveredSize;  // if the device delivers another size than asked for; empty: as asked
   Clock::duration m_backOff{};
+  bool m_wasOpen = false;
 
   mutable std::mutex m_mutex;  // guards what follows
   std::condition_variable m_changed;

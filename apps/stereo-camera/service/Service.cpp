@@ -117,6 +117,12 @@ public:
     }
   }
 
+  ~Cameras() override {
+    for (const auto& each : m_keepers) {
+      each->requestStop();  // all at once
+    }
+  }
+
   std::vector<std::unique_ptr<CameraKeeper>>& keepers() { return m_keepers; }
 
   std::vector<CameraStatus> cameras() const {
@@ -130,6 +136,7 @@ public:
   // The main thread's, once a second.
   void measureLoad() {
     const std::optional<std::int64_t> used = machineMicroseconds();
+    const std::optional<double> temperature = machineTemperature();  // sensors may be slow: not under the lock
     const Clock::time_point now = Clock::now();
     const std::lock_guard lock(m_mutex);
     const double elapsed = std::chrono::duration<double, std::micro>(now - m_measured).count();
@@ -139,7 +146,7 @@ public:
     }
     m_used = used;
     m_measured = now;
-    m_temperature = machineTemperature();
+    m_temperature = temperature;
   }
 
   // Filled in once the server exists.
@@ -346,8 +353,10 @@ void stop(Cameras& cameras) {
   };
   while (!haveStopped()) {
     if (Clock::now() > until) {
-      log("a device does not end its read; giving up on it");
       for (const auto& each : cameras.keepers()) {
+        if (!each->hasStopped()) {
+          log(each->plan().name + ": does not stop in time, because of its device or its disk; giving up on it");
+        }
         if (each->plan().share) {
           removeOwnSegment(each->status().position);
         }

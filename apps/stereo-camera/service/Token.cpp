@@ -29,19 +29,22 @@ Failure cannot(const std::string& verb, const std::string& file) {
 
 // False if there is one already.
 bool makeTokenFile(const std::string& file) {
-  const Descriptor made(open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
-  if (made < 0) {
-    if (errno == EEXIST) {
-      return false;
-    }
-    throw cannot("make", file);
+  if (access(file.c_str(), F_OK) == 0) {
+    return false;
   }
+  // Beside its place first, so that a power cut leaves no empty file.
+  const std::string draft = file + ".new";
+  const Descriptor made(open(draft.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600));
   const std::string line = newToken() + "\n";
-  if (write(made, line.data(), line.size()) != static_cast<ssize_t>(line.size())) {
-    const Failure failure = cannot("write", file);
-    unlink(file.c_str());
+  const bool isWritten =
+      made >= 0 && write(made, line.data(), line.size()) == static_cast<ssize_t>(line.size()) && fsync(made) == 0;
+  const bool isThere = isWritten && link(draft.c_str(), file.c_str()) == 0;
+  if (!isThere) {
+    const Failure failure = cannot("make", file);
+    unlink(draft.c_str());
     throw failure;
   }
+  unlink(draft.c_str());
   return true;
 }
 

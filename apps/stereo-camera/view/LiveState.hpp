@@ -72,7 +72,7 @@ public:
     const std::lock_guard lock(m_mutex);
     m_findings = findings;
   }
-  /// Nothing while it does not run.
+  /// Of the last frame that was measured; nothing before the camera's first.
   std::optional<Findings> findings() const {
     const std::lock_guard lock(m_mutex);
     return m_findings;

@@ -45,8 +45,10 @@ bool timed(StageTimes& times, const char* stage, Read read) {
   return got;
 }
 
+}  // namespace
+
 // Encodes pictures of one thread's views for those who want them.
-class Publisher {
+class ViewMaker::Publisher {
 public:
   Publisher(CameraFeed& feed, StageTimes& times) : m_feed(feed), m_times(times) {}
 
@@ -90,13 +92,12 @@ private:
   cv::Mat m_small;
 };
 
-}  // namespace
-
 std::uint32_t deliverableViews(bool calibrated, bool hasLonLat) {
   return rawViews | (calibrated ? rectifiedViews | wideViews : 0) | (calibrated && hasLonLat ? lonLatViews : 0);
 }
 
-ViewMaker::ViewMaker(Parts parts) : m_parts(std::move(parts)) {
+ViewMaker::ViewMaker(Parts parts)
+    : m_parts(std::move(parts)), m_rectified(std::make_unique<Publisher>(m_parts.feed, m_parts.times)) {
   sources::HostCamera& camera = m_parts.camera;
   makePair("copy", View::rawLeft, View::rawRight, widest,
            [&camera](cv::Mat& left, cv::Mat& right, std::chrono::microseconds& timestamp) {
@@ -106,12 +107,14 @@ ViewMaker::ViewMaker(Parts parts) : m_parts(std::move(parts)) {
     return;
   }
   // The form without a timestamp does not make a third picture.
-  makePair("rectify", View::left, View::right, 0,
-           [&camera](cv::Mat& left, cv::Mat& right, std::chrono::microseconds& timestamp) {
-             const bool got = camera.getRectStereoFrame(left, right);
-             timestamp = sources::HostCamera::lastReadTimestamp();
-             return got;
-           });
+  if (!m_parts.isRectifiedGiven) {
+    makePair("rectify", View::left, View::right, 0,
+             [&camera](cv::Mat& left, cv::Mat& right, std::chrono::microseconds& timestamp) {
+               const bool got = camera.getRectStereoFrame(left, right);
+               timestamp = sources::HostCamera::lastReadTimestamp();
+               return got;
+             });
+  }
   if (m_parts.hasLonLat) {
     makePair("longitude-latitude", View::lonLatLeft, View::lonLatRight, 0,
              [&camera](cv::Mat& left, cv::Mat& right, std::chrono::microseconds& timestamp) {
@@ -120,6 +123,13 @@ ViewMaker::ViewMaker(Parts parts) : m_parts(std::move(parts)) {
              });
   }
   makeWide();
+}
+
+void ViewMaker::showRectified(const cv::Mat& left, const cv::Mat& right, std::chrono::microseconds timestamp) {
+  if (m_parts.isRectifiedGiven) {
+    m_rectified->show(View::left, left, timestamp);
+    m_rectified->show(View::right, right, timestamp);
+  }
 }
 
 ViewMaker::~ViewMaker() = default;  // the threads are asked to end, and joined
@@ -134,15 +144,21 @@ void ViewMaker::requestStop() {
 void ViewMaker::run(const std::function<bool(std::uint32_t wanted)>& make, std::uint32_t views) {
   m_threads.emplace_back([this, make, views](const std::stop_token& stop) {
     const ReadLimit limit([&stop] { return !stop.stop_requested(); });
-    try {
-      while (const std::uint32_t wanted = m_parts.feed.awaitWanted(views, stop)) {
+    std::string lastProblem;
+    while (const std::uint32_t wanted = m_parts.feed.awaitWanted(views, stop)) {
+      try {
         if (!make(wanted)) {
           // A stopped camera's reads return at once; whoever stopped it is about to end this thread, too.
           std::this_thread::sleep_for(std::chrono::milliseconds(20));
         }
+      } catch (const std::exception& error) {
+        // The next frame may be better.
+        if (lastProblem != error.what()) {
+          lastProblem = error.what();
+          m_parts.problem(lastProblem);
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(500));
       }
-    } catch (const std::exception& error) {
-      m_parts.problem(error.what());
     }
   });
 }

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <thread>
@@ -30,7 +31,9 @@ public:
     /// Of the camera before it was started; without one there are only raw views.
     std::optional<WideDepthCalibration> calibration;
     bool hasLonLat = false;  ///< the camera's depth mode is 1
-    /// Called with a line when a view can be made no longer; on a maker's thread.
+    /// Rectified eyes are read elsewhere, who calls `showRectified`: reading them feeds the network stream.
+    bool isRectifiedGiven = false;
+    /// Called with a line when a view cannot be made of a frame, for another reason than before; on a maker's thread.
     std::function<void(const std::string&)> problem;
   };
   explicit ViewMaker(Parts parts);
@@ -39,6 +42,8 @@ public:
   ViewMaker(const ViewMaker&) = delete;
   ViewMaker& operator=(const ViewMaker&) = delete;
 
+  /// Shows rectified eyes, if they are read elsewhere and somebody watches. One thread at a time.
+  void showRectified(const cv::Mat& left, const cv::Mat& right, std::chrono::microseconds timestamp);
   /// Asks the threads to end, without waiting.
   void requestStop();
 
@@ -48,7 +53,9 @@ private:
   void makePair(const char* stage, View leftView, View rightView, int mostWidth, const Read& read);
   void makeWide();
 
+  class Publisher;
   const Parts m_parts;
+  const std::unique_ptr<Publisher> m_rectified;  // of what is read elsewhere
   std::vector<std::jthread> m_threads;
 };
 

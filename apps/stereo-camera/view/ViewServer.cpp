@@ -195,7 +195,10 @@ Plan planFor(const Request& request, const std::string& local, const ServerOptio
     }
     plan.kind = Plan::Kind::socket;
   } else {
-    return planPicture(target->path, feeds);
+    const Plan picture = planPicture(target->path, feeds);
+    return picture.kind != Plan::Kind::refuse && request.method() == http::verb::head
+               ? refusal(405, "a method that is not for this page")
+               : picture;
   }
   return plan;
 }
@@ -357,8 +360,11 @@ public:
 
   int viewers() const { return static_cast<int>(m_receivers.size()); }
   void soonTellStatus() {
-    m_timer.expires_after(std::chrono::milliseconds(50));
-    waitForTurn();
+    const Clock::time_point soon = Clock::now() + std::chrono::milliseconds(50);
+    if (m_timer.expiry() > soon) {
+      m_timer.expires_at(soon);
+      waitForTurn();
+    }
   }
 
   const ServerOptions m_options;
@@ -614,6 +620,7 @@ private:
   }
 
   void finishClosing() {
+    m_stream.next_layer().expires_after(requestTime);  // for the other side to close, too
     m_stream.async_close(m_closeCode, [self = shared_from_this()](const error_code&) {});
   }
 

@@ -125,8 +125,11 @@ TEST_F(CameraKeeperTest, MakesANewCameraWhenNoMoreFramesCome) {
   plan.patience = 0.5;
   ASSERT_TRUE(awaitState(State::running));
   const std::uint64_t before = keeper().status().frames;
-  ASSERT_TRUE(awaitState(State::waiting));
-  const CameraStatus waiting = keeper().status();
+  CameraStatus waiting;
+  ASSERT_TRUE(test::await([&] {
+    waiting = keeper().status();
+    return waiting.state == State::waiting;
+  }));
   EXPECT_THAT(waiting.reason, testing::HasSubstr("no frame for 500 ms"));
   EXPECT_LE(waiting.since, test::timeOfDay().count() - 400'000);  // when the last frame came
   ASSERT_TRUE(awaitState(State::running));

@@ -429,20 +429,19 @@ TEST_F(ViewServerTest, WithstandsAThousandConnections) {
   auto watcher = page("watch front left");
   ASSERT_TRUE(test::await([&] { return site.front.isWanted(View::left); }));
   std::list<LoopbackClient> crowd;
+  // The server is in this process, too, so that half of the descriptors are its own until it has refused.
   for (int k = 0; k < 1000; ++k) {
-    try {
-      crowd.emplace_back(server->port());
-    } catch (const std::runtime_error&) {
-      break;  // this process may have no more descriptors
-    }
+    crowd.emplace_back(server->port());
     crowd.back().send("GET /hea");  // and no more: a request that never ends
+    if (crowd.size() > 300) {
+      crowd.pop_front();
+    }
   }
-  EXPECT_GT(crowd.size(), 500U);
   // The one that was there is served all the same.
   site.front.publish(picture(View::left, "still here"));
   EXPECT_EQ(nextPicture(*watcher).payload.substr(32), "still here");
+  EXPECT_TRUE(test::await([&] { return server->refusals() >= 300; })) << server->refusals();
   EXPECT_EQ(log().size(), 1U);
-  EXPECT_GT(server->refusals(), crowd.size() / 2);
   crowd.clear();
   EXPECT_TRUE(test::await([&] { return ask("GET /metrics").rfind("HTTP/1.1 200", 0) == 0; }));
 }
@@ -456,11 +455,12 @@ TEST_F(ViewServerTest, DropsRequestsThatComeTooSlowly) {
 }
 
 TEST_F(ViewServerTest, DropsViewersThatFellSilent) {
-  silence = std::chrono::seconds(1);
+  silence = std::chrono::seconds(5);
   start();
   auto silent = page("watch front left");  // neither reads nor answers pings
   LoopbackClient violator(server->port());
   violator.send(upgrade());
+  violator.receiveUntil("\r\n\r\n");
   violator.send(frame(11, "no such opcode"));  // is told to go, and stays
   LoopbackClient stream(server->port());
   stream.send("GET /stream/front/left.mjpeg HTTP/1.1\r\nHost: " + host() + "\r\n\r\n");
