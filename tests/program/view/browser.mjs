@@ -179,6 +179,21 @@ async function checkReadings(page) {
   console.log(`# readings compared: ${measured} with a range, ${missing} without`);
 }
 
+// A row of the health panel that vanishes must not move the page, even where it is scrolled to its end.
+async function checkStillness(page) {
+  const stage = "longitude-latitude";
+  const lists = (name, so) => so === [...document.querySelectorAll("#health th")].some((head) => head.textContent === name);
+  await click(page, '#eyes input[value="lonlat"]');
+  await until(page, "the time of a stage", lists, stage, true);
+  await click(page, '#eyes input[value="raw"]');
+  const top = () => page.$eval("#range canvas", (canvas) => canvas.getBoundingClientRect().top);
+  await page.evaluate(() => scrollTo(0, document.documentElement.scrollHeight));
+  const before = await top();
+  await until(page, "the end of that time", lists, stage, false);
+  const after = await top();
+  require(after === before, `the range picture moved from ${before} to ${after}`);
+}
+
 // Colors of the nearest and of the farthest range in one picture: near is bluer, far is redder.
 async function checkColors(page) {
   const { near, far } = await page.evaluate((first) => {
@@ -525,6 +540,7 @@ async function main() {
     }
     await checks.run("the range picture moves", () => requireMotion(page, "range", "#range canvas"));
     await checks.run("meters and degrees under the pointer are those of the picture", () => checkReadings(page));
+    await checks.run("a row that vanishes moves nothing", () => checkStillness(page));
     await checks.run("near is bluer and far is redder", () => checkColors(page));
     await checks.run("keys move the point that is read", () => checkKeys(page));
     await click(page, '#shown [name="cloud"]');

@@ -3,10 +3,12 @@
 import { bytesText, countText, durationText, setText } from "./text.js";
 
 export class Health {
+  #panel;
   #list;
   #stages;
 
   constructor(panel) {
+    this.#panel = panel;
     this.#list = panel.querySelector("dl");
     this.#stages = panel.querySelector("tbody");
   }
@@ -33,6 +35,19 @@ export class Health {
         return row;
       }),
     );
+    this.#keepHeight();
+  }
+
+  // Rows come and go with what is watched. A page that gets shorter while it is scrolled to its end moves under the pointer, so
+  // the panel only grows, until its width changes.
+  #keepHeight() {
+    const { offsetWidth: width, offsetHeight: height, style } = this.#panel;
+    if (this.#panel.dataset.width !== `${width}`) {
+      this.#panel.dataset.width = width;
+      style.minHeight = "";
+    } else {
+      style.minHeight = `${height}px`;
+    }
   }
 }
 
