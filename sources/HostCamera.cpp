@@ -41,6 +41,11 @@ StereoCamera::TimeFrame HostCamera::latestDisparity() {
   return {m_disparityFrame.first.clone(), m_disparityFrame.second.clone(), m_disparityFrame.timestamp};
 }
 
+std::array<cv::Mat, 2> HostCamera::viewMaps(bool isLonLat, bool isRight) const {
+  const auto& maps = isLonLat ? m_lonLatMaps[isRight ? 1 : 0] : m_rectifyMaps[isRight ? 1 : 0];
+  return {maps[0], maps[1]};
+}
+
 bool HostCamera::getStereoFrame(cv::Mat& left, cv::Mat& right, std::chrono::microseconds& timestamp) {
   const bool got = StereoCamera::getStereoFrame(left, right, timestamp);
   lastRead = got ? timestamp : std::chrono::microseconds(0);

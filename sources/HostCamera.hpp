@@ -2,6 +2,7 @@
 // The camera for host programs: settings have setters and accessors, and its workers can be stopped in order.
 #pragma once
 
+#include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -78,6 +79,11 @@ public:
   /// The latest disparity (CV_32FC1, pixels; empty before the first one) with the view that came with it; copies. Any
   /// thread, except one that holds the disparity's mutex.
   TimeFrame latestDisparity();
+
+  /// The maps of one eye for `cv::remap`, CV_32FC1 of the view's size: column and row in the eye's image. Empty before
+  /// `startCapture`, which makes them, and without a calibration. Not while another thread starts the capture. They
+  /// stay valid; nobody writes into them.
+  std::array<cv::Mat, 2> viewMaps(bool isLonLat, bool isRight) const;
 
   /// As the base class, which the rectified reads call for their pair.
   bool getStereoFrame(cv::Mat& left, cv::Mat& right, std::chrono::microseconds& timestamp) override;

@@ -243,13 +243,12 @@ void CameraKeeper::Session::open() {
   if (m_streams && plan.streamMode == depthStream) {
     m_watch->startStereoCompute();
   }
-  const bool streamsRectified = m_streams && (plan.streamMode == 2 || plan.streamMode == 3);
-  m_maker = std::make_unique<ViewMaker>(
-      ViewMaker::Parts{camera, m_keeper.m_feed, m_keeper.m_times, m_keeper.m_wide, m_calibration, m_hasLonLat,
-                       streamsRectified, [this](const std::string& text) {
-                         m_keeper.m_log("a view cannot be made: " + text);
-                         m_keeper.change([&](CameraStatus& status) { status.viewError = text; });
-                       }});
+  m_maker = std::make_unique<ViewMaker>(ViewMaker::Parts{camera, m_keeper.m_feed, m_keeper.m_times, m_keeper.m_wide,
+                                                         m_calibration, m_hasLonLat, [this](const std::string& text) {
+                                                           m_keeper.m_log("a view cannot be made: " + text);
+                                                           m_keeper.change(
+                                                               [&](CameraStatus& status) { status.viewError = text; });
+                                                         }});
   if (m_streams) {
     m_streamReader = std::jthread([this](const std::stop_token& stop) { readStream(stop); });
   }
@@ -266,8 +265,6 @@ void CameraKeeper::Session::readStream(const std::stop_token& stop) {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));  // stopped, or nothing to show yet
         continue;
       }
-      // Each of these reads feeds the stream, so viewers get what it read, instead of reading themselves.
-      m_maker->showRectified(a, b, sources::HostCamera::lastReadTimestamp());
       if (std::exchange(isFirst, false) && !m_opened.camera->streamOpened()) {
         throw std::runtime_error("the stream does not open");
       }

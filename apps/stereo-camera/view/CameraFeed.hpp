@@ -11,6 +11,7 @@
 #include <memory>
 #include <mutex>
 #include <stop_token>
+#include <vector>
 
 #include "apps/stereo-camera/view/Views.hpp"
 
@@ -47,8 +48,14 @@ public:
   void publish(ViewMessage message);
 
 private:
-  mutable std::mutex m_mutex;  // guards the counts
-  std::condition_variable_any m_changed;
+  struct Waiter {
+    std::uint32_t views;
+    std::condition_variable_any changed;
+  };
+  std::uint32_t wantedOf(std::uint32_t views) const;
+
+  mutable std::mutex m_mutex;      // guards the counts and the list
+  std::vector<Waiter*> m_waiters;  // each on the stack of the thread that waits
   std::array<int, viewCount> m_wanted{};
   std::array<int, viewCount> m_fullWanted{};
   std::mutex m_notifyMutex;  // guards, and is held during, the call

@@ -25,17 +25,17 @@ std::uint32_t JpegEncoder::append(const cv::Mat& picture, std::vector<std::uint8
   if (picture.type() != CV_8UC3 || picture.empty()) {
     throw std::runtime_error("only color pictures can be shown");
   }
-  const std::size_t before = bytes.size();
   unsigned long size = tjBufSize(picture.cols, picture.rows, TJSAMP_420);
-  bytes.resize(before + size);
-  unsigned char* place = bytes.data() + before;
+  if (m_capacity < size) {
+    m_memory.reset(new unsigned char[size]);
+    m_capacity = size;
+  }
+  unsigned char* place = m_memory.get();
   if (tjCompress2(m_handle.get(), picture.data, picture.cols, static_cast<int>(picture.step), picture.rows, TJPF_BGR,
                   &place, &size, TJSAMP_420, quality, TJFLAG_FASTDCT | TJFLAG_NOREALLOC) != 0) {
-    bytes.resize(before);
     throw std::runtime_error(std::string("cannot encode a picture: ") + tjGetErrorStr2(m_handle.get()));
   }
-  bytes.resize(before + size);
-  bytes.shrink_to_fit();  // it may wait for a slow viewer
+  bytes.insert(bytes.end(), place, place + size);
   return static_cast<std::uint32_t>(size);
 }
 

@@ -24,6 +24,9 @@ private:
     void operator()(void* handle) const;
   };
   std::unique_ptr<void, Closer> m_handle;
+  // For the longest code that can come: clearing that for each picture would cost more than copying what did come.
+  std::unique_ptr<unsigned char[]> m_memory;
+  std::size_t m_capacity = 0;  // bytes
 };
 
 }  // namespace stereo::app

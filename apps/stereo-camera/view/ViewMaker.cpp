@@ -2,6 +2,7 @@
 #include "apps/stereo-camera/view/ViewMaker.hpp"
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <exception>
 #include <memory>
@@ -34,16 +35,34 @@ double millisecondsSince(Clock::time_point begin) {
   return std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
 }
 
-// Adds the processor time of a read to the times: the time on the clock is mostly the wait for the frame.
-template <typename Read>
-bool timed(StageTimes& times, const char* stage, Read read) {
-  const std::int64_t before = threadMicroseconds();
-  const bool got = read();
-  if (got) {
-    times.add(stage, static_cast<double>(threadMicroseconds() - before) / 1000.0);
+// A view of one eye, the same to the bit as by the camera's own maps. Those are of floating point, which `cv::remap`
+// rounds anew for each picture; these are rounded once.
+class RectifiedEye {
+public:
+  explicit RectifiedEye(std::array<cv::Mat, 2> maps) : m_given(std::move(maps)) {}
+
+  /// The picture lasts until the next call.
+  const cv::Mat& of(const cv::Mat& eye) {
+    if (m_places.empty()) {
+      cv::convertMaps(m_given[0], m_given[1], m_places, m_fractions, CV_16SC2);
+    }
+    m_picture.create(m_places.size(), eye.type());
+    // In strips that are too small to be shared among threads: waking those costs more than the view itself.
+    const int most = std::max(1, pixelsOfOneThread / m_picture.cols);
+    for (int row = 0; row < m_picture.rows; row += most) {
+      const cv::Range rows(row, std::min(row + most, m_picture.rows));
+      cv::remap(eye, m_picture.rowRange(rows), m_places.rowRange(rows), m_fractions.rowRange(rows), cv::INTER_LINEAR,
+                cv::BORDER_CONSTANT);
+    }
+    return m_picture;
   }
-  return got;
-}
+
+private:
+  static constexpr int pixelsOfOneThread = 1 << 16;  // with no more than these, `cv::remap` runs on the calling thread
+
+  std::array<cv::Mat, 2> m_given;
+  cv::Mat m_places, m_fractions, m_picture;
+};
 
 }  // namespace
 
@@ -96,40 +115,16 @@ std::uint32_t deliverableViews(bool calibrated, bool hasLonLat) {
   return rawViews | (calibrated ? rectifiedViews | wideViews : 0) | (calibrated && hasLonLat ? lonLatViews : 0);
 }
 
-ViewMaker::ViewMaker(Parts parts)
-    : m_parts(std::move(parts)), m_rectified(std::make_unique<Publisher>(m_parts.feed, m_parts.times)) {
-  sources::HostCamera& camera = m_parts.camera;
-  makePair("copy", View::rawLeft, View::rawRight, widest,
-           [&camera](cv::Mat& left, cv::Mat& right, std::chrono::microseconds& timestamp) {
-             return camera.getStereoFrame(left, right, timestamp);
-           });
+ViewMaker::ViewMaker(Parts parts) : m_parts(std::move(parts)) {
+  makeRaw();
   if (!m_parts.calibration) {
     return;
   }
-  // The form without a timestamp does not make a third picture.
-  if (!m_parts.isRectifiedGiven) {
-    makePair("rectify", View::left, View::right, 0,
-             [&camera](cv::Mat& left, cv::Mat& right, std::chrono::microseconds& timestamp) {
-               const bool got = camera.getRectStereoFrame(left, right);
-               timestamp = sources::HostCamera::lastReadTimestamp();
-               return got;
-             });
-  }
+  makeRectified("rectify", View::left, View::right, false);
   if (m_parts.hasLonLat) {
-    makePair("longitude-latitude", View::lonLatLeft, View::lonLatRight, 0,
-             [&camera](cv::Mat& left, cv::Mat& right, std::chrono::microseconds& timestamp) {
-               thread_local cv::Mat view;
-               return camera.getRectStereoFrame(left, right, view, timestamp);
-             });
+    makeRectified("longitude-latitude", View::lonLatLeft, View::lonLatRight, true);
   }
   makeWide();
-}
-
-void ViewMaker::showRectified(const cv::Mat& left, const cv::Mat& right, std::chrono::microseconds timestamp) {
-  if (m_parts.isRectifiedGiven) {
-    m_rectified->show(View::left, left, timestamp);
-    m_rectified->show(View::right, right, timestamp);
-  }
 }
 
 ViewMaker::~ViewMaker() = default;  // the threads are asked to end, and joined
@@ -163,8 +158,7 @@ void ViewMaker::run(const std::function<bool(std::uint32_t wanted)>& make, std::
   });
 }
 
-// `read` returns both eyes of the next frame and its timestamp; false if there is none.
-void ViewMaker::makePair(const char* stage, View leftView, View rightView, int mostWidth, const Read& read) {
+void ViewMaker::makeRaw() {
   struct State {
     Publisher publisher;
     cv::Mat left, right;
@@ -173,14 +167,56 @@ void ViewMaker::makePair(const char* stage, View leftView, View rightView, int m
   run(
       [=, this](std::uint32_t) {
         std::chrono::microseconds timestamp{0};
-        if (!timed(m_parts.times, stage, [&] { return read(state->left, state->right, timestamp); })) {
+        if (!readPair(state->left, state->right, timestamp)) {
           return false;
         }
-        state->publisher.show(leftView, state->left, timestamp, mostWidth);
-        state->publisher.show(rightView, state->right, timestamp, mostWidth);
+        state->publisher.show(View::rawLeft, state->left, timestamp, widest);
+        state->publisher.show(View::rawRight, state->right, timestamp, widest);
+        return true;
+      },
+      rawViews);
+}
+
+// The camera's own rectified reads make both eyes, and feed the network stream. This makes only what is watched.
+void ViewMaker::makeRectified(const char* stage, View leftView, View rightView, bool isLonLat) {
+  struct State {
+    Publisher publisher;
+    cv::Mat eyes[2];
+    RectifiedEye rectified[2];
+  };
+  const sources::HostCamera& camera = m_parts.camera;
+  auto state = std::make_shared<State>(
+      State{Publisher(m_parts.feed, m_parts.times),
+            {},
+            {RectifiedEye(camera.viewMaps(isLonLat, false)), RectifiedEye(camera.viewMaps(isLonLat, true))}});
+  run(
+      [=, this](std::uint32_t wanted) {
+        std::chrono::microseconds timestamp{0};
+        if (!readPair(state->eyes[0], state->eyes[1], timestamp)) {
+          return false;
+        }
+        for (const auto& [view, eye] : {std::pair(leftView, 0), std::pair(rightView, 1)}) {
+          if ((wanted & bitOf(view)) != 0) {
+            const Clock::time_point begin = Clock::now();
+            const cv::Mat& picture = state->rectified[eye].of(state->eyes[eye]);
+            m_parts.times.add(stage, millisecondsSince(begin));
+            state->publisher.show(view, picture, timestamp);
+          }
+        }
         return true;
       },
       bitOf(leftView) | bitOf(rightView));
+}
+
+// Both eyes of the next frame. The stage's time is processor time: the time on the clock is mostly the wait for the
+// frame.
+bool ViewMaker::readPair(cv::Mat& left, cv::Mat& right, std::chrono::microseconds& timestamp) {
+  const std::int64_t before = threadMicroseconds();
+  const bool got = m_parts.camera.getStereoFrame(left, right, timestamp);
+  if (got) {
+    m_parts.times.add("copy", static_cast<double>(threadMicroseconds() - before) / 1000.0);
+  }
+  return got;
 }
 
 // Reads on one thread and measures on another, which gives way to the capture worker.
@@ -199,8 +235,7 @@ void ViewMaker::makeWide() {
   run(
       [this, state](std::uint32_t wanted) {
         std::chrono::microseconds timestamp{0};
-        if (!timed(m_parts.times, "copy",
-                   [&] { return m_parts.camera.getStereoFrame(state->left, state->right, timestamp); })) {
+        if (!readPair(state->left, state->right, timestamp)) {
           return false;
         }
         state->worker.run([&] {

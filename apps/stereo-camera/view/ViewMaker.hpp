@@ -31,8 +31,6 @@ public:
     /// Of the camera before it was started; without one there are only raw views.
     std::optional<WideDepthCalibration> calibration;
     bool hasLonLat = false;  ///< the camera's depth mode is 1
-    /// Rectified eyes are read elsewhere, who calls `showRectified`: reading them feeds the network stream.
-    bool isRectifiedGiven = false;
     /// Called with a line when a view cannot be made of a frame, for another reason than before; on a maker's thread.
     std::function<void(const std::string&)> problem;
   };
@@ -42,20 +40,18 @@ public:
   ViewMaker(const ViewMaker&) = delete;
   ViewMaker& operator=(const ViewMaker&) = delete;
 
-  /// Shows rectified eyes, if they are read elsewhere and somebody watches. One thread at a time.
-  void showRectified(const cv::Mat& left, const cv::Mat& right, std::chrono::microseconds timestamp);
   /// Asks the threads to end, without waiting.
   void requestStop();
 
 private:
   void run(const std::function<bool(std::uint32_t wanted)>& make, std::uint32_t views);
-  using Read = std::function<bool(cv::Mat& left, cv::Mat& right, std::chrono::microseconds& timestamp)>;
-  void makePair(const char* stage, View leftView, View rightView, int mostWidth, const Read& read);
+  void makeRaw();
+  void makeRectified(const char* stage, View leftView, View rightView, bool isLonLat);
   void makeWide();
+  bool readPair(cv::Mat& left, cv::Mat& right, std::chrono::microseconds& timestamp);
 
   class Publisher;
   const Parts m_parts;
-  const std::unique_ptr<Publisher> m_rectified;  // of what is read elsewhere
   std::vector<std::jthread> m_threads;
 };
 
