@@ -5,6 +5,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <utility>
 
@@ -14,27 +15,56 @@
 
 namespace stereo::app {
 
-/// A wrapped device that shows each frame to a tap. Read by one thread at a time.
+/// A camera's tap as its device knows it. A read that does not end is abandoned with its device, and may return when
+/// camera and tap are gone.
+class TapLink {
+public:
+  /// `newestTimestamp` returns the timestamp of the raw frame published last. Both arguments are used until `cut`.
+  TapLink(sources::FrameTap& tap, std::function<std::chrono::microseconds()> newestTimestamp)
+      : m_tap(&tap), m_newestTimestamp(std::move(newestTimestamp)) {}
+
+  void published() {
+    const std::lock_guard lock(m_mutex);
+    if (m_tap != nullptr) {
+      m_tap->published(m_newestTimestamp());
+    }
+  }
+  void read(const cv::Mat& frame) {
+    const std::lock_guard lock(m_mutex);
+    if (m_tap != nullptr) {
+      m_tap->read(frame);
+    }
+  }
+  /// From now on the tap sees nothing. Waits while it sees a frame.
+  void cut() {
+    const std::lock_guard lock(m_mutex);
+    m_tap = nullptr;
+  }
+
+private:
+  std::mutex m_mutex;  // guards the tap, and is held while that is called
+  sources::FrameTap* m_tap;
+  const std::function<std::chrono::microseconds()> m_newestTimestamp;
+};
+
+/// A wrapped device that shows each frame to a tap. Read by one thread at a time, which says before each read what
+/// became of the previous frame.
 class TappedCapture final : public WrappedDevice {
 public:
-  /// `newestTimestamp` returns the timestamp of the raw frame published last. The reading thread calls it before each
-  /// read, which shows what became of the previous frame. The tap outlives this object.
-  TappedCapture(std::unique_ptr<cv::VideoCapture> wrapped, sources::FrameTap& tap,
-                std::function<std::chrono::microseconds()> newestTimestamp)
-      : WrappedDevice(std::move(wrapped)), m_tap(tap), m_newestTimestamp(std::move(newestTimestamp)) {}
+  TappedCapture(std::unique_ptr<cv::VideoCapture> wrapped, std::shared_ptr<TapLink> link)
+      : WrappedDevice(std::move(wrapped)), m_link(std::move(link)) {}
 
   bool read(cv::OutputArray image) override {
-    m_tap.published(m_newestTimestamp());
+    m_link->published();
     if (!device().read(image) || image.empty()) {
       return false;
     }
-    m_tap.read(image.getMat());
+    m_link->read(image.getMat());
     return true;
   }
 
 private:
-  sources::FrameTap& m_tap;
-  const std::function<std::chrono::microseconds()> m_newestTimestamp;
+  const std::shared_ptr<TapLink> m_link;
 };
 
 /// A `sources::HostCamera` whose tap sees its frames as its device delivers them, with the timestamps that it publishes
@@ -50,7 +80,8 @@ public:
       std::unique_ptr<cv::VideoCapture> device(std::exchange(this->m_videoCapture, nullptr));
       m_source = dynamic_cast<const sources::FrameSource*>(device.get());
       // Only the reading thread writes this timestamp, so it needs no lock to read it.
-      this->m_videoCapture = new TappedCapture(std::move(device), tap, [this] { return this->m_rawFrame.timestamp; });
+      m_link = std::make_shared<TapLink>(tap, [this] { return this->m_rawFrame.timestamp; });
+      m_tapped = this->m_videoCapture = new TappedCapture(std::move(device), m_link);
     }
   }
 
@@ -61,6 +92,9 @@ public:
   /// No read follows the last frame to show what became of it.
   bool stopCapture() override {
     const bool stopped = Camera::stopCapture();
+    if (m_link && this->m_videoCapture != m_tapped) {
+      m_link->cut();  // the device was abandoned
+    }
     m_tap.published(this->m_rawFrame.timestamp);
     return stopped;
   }
@@ -71,6 +105,8 @@ public:
 
 private:
   sources::FrameTap& m_tap;
+  std::shared_ptr<TapLink> m_link;                 // null: no device
+  const cv::VideoCapture* m_tapped = nullptr;      // only to compare
   const sources::FrameSource* m_source = nullptr;  // the wrapped device; null: it does not count
 };
 

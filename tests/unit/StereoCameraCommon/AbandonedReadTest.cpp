@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // A read of a GStreamer device that nothing ends. This program replaces a function of the C
 // library, stat, to see which video device a stop looks for.
-#include <atomic>
-#include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -17,6 +15,7 @@
 
 #include "tests/support/Await.hpp"
 #include "tests/support/OutputCapture.hpp"
+#include "tests/support/StalledPipeline.hpp"
 #include "tests/support/TempDir.hpp"
 #include "tests/support/TestCamera.hpp"
 
@@ -39,51 +38,12 @@ extern "C" int stat(const char* path, struct stat* result) {
 using stereo::test::await;
 using stereo::test::OutputCapture;
 using stereo::test::recordTexts;
+using stereo::test::StalledPipeline;
 using stereo::test::TempDir;
 using stereo::test::TestCamera;
 
-namespace {
-
-// Shared by the test and a device that outlives its camera.
-struct Fate {
-  std::mutex mutex;
-  std::condition_variable changed;
-  bool isLetGo = false;
-  std::atomic<bool> isStalled{false};
-  std::atomic<int> releases{0};
-  std::atomic<bool> isGone{false};
-};
-
-// An OpenCV pipeline whose reads stall after the first few.
-class StalledPipeline : public cv::VideoCapture {
-public:
-  explicit StalledPipeline(std::shared_ptr<Fate> fate)
-      : cv::VideoCapture("videotestsrc ! video/x-raw,format=BGR,width=64,height=32 ! appsink", cv::CAP_GSTREAMER),
-        m_fate(std::move(fate)) {}
-  ~StalledPipeline() override { m_fate->isGone = true; }
-
-  bool read(cv::OutputArray image) override {
-    if (m_reads++ >= framesBefore) {
-      std::unique_lock lock(m_fate->mutex);
-      m_fate->isStalled = true;
-      m_fate->changed.wait(lock, [this] { return m_fate->isLetGo; });
-    }
-    cv::Mat(32, 64, CV_8UC3, cv::Scalar::all(9)).copyTo(image);
-    return true;
-  }
-  bool set(int, double) override { return false; }
-  void release() override { ++m_fate->releases; }
-
-private:
-  static constexpr int framesBefore = 12;
-  std::shared_ptr<Fate> m_fate;
-  int m_reads = 0;
-};
-
-}  // namespace
-
 TEST(AbandonedRead, LeavesDeviceAndThreadUntouchedUntilItReturns) {
-  const auto fate = std::make_shared<Fate>();
+  const auto fate = std::make_shared<StalledPipeline::Fate>();
   constexpr int position = 777;
   {
     TestCamera camera;
@@ -109,17 +69,13 @@ TEST(AbandonedRead, LeavesDeviceAndThreadUntouchedUntilItReturns) {
   }
   EXPECT_FALSE(fate->isGone);
   // Long after the camera is gone, the read returns. The thread ends, and destroys the device.
-  {
-    const std::lock_guard lock(fate->mutex);
-    fate->isLetGo = true;
-  }
-  fate->changed.notify_all();
+  fate->letGo();
   EXPECT_TRUE(await([&] { return fate->isGone.load(); }));
 }
 
 // Settings loaded meanwhile name the next device, not the open one.
 TEST(AbandonedRead, TheDeviceThatWasOpenedIsTold) {
-  const auto fate = std::make_shared<Fate>();
+  const auto fate = std::make_shared<StalledPipeline::Fate>();
   const TempDir folder;
   TestCamera camera;
   camera.install(new StalledPipeline(fate));
@@ -135,10 +91,6 @@ TEST(AbandonedRead, TheDeviceThatWasOpenedIsTold) {
     EXPECT_EQ(lookedFor.count("/dev/video9811"), 1U);
     EXPECT_EQ(lookedFor.count("/dev/video9822"), 0U);
   }
-  {
-    const std::lock_guard lock(fate->mutex);
-    fate->isLetGo = true;
-  }
-  fate->changed.notify_all();
+  fate->letGo();
   EXPECT_TRUE(await([&] { return fate->isGone.load(); }));
 }

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "apps/stereo-camera/observe/TappedCamera.hpp"
 
+#include <atomic>
 #include <limits>
+#include <memory>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -14,6 +16,7 @@
 #include "sources/ReplayCapture.hpp"
 #include "tests/support/Await.hpp"
 #include "tests/support/Images.hpp"
+#include "tests/support/StalledPipeline.hpp"
 #include "tests/support/TempDir.hpp"
 
 using namespace stereo::app;
@@ -21,6 +24,7 @@ using std::chrono::microseconds;
 using stereo::sources::Recorder;
 using stereo::sources::RecordingError;
 using stereo::sources::ReplayCapture;
+using stereo::test::StalledPipeline;
 using testing::HasSubstr;
 
 namespace {
@@ -56,6 +60,28 @@ protected:
   }
 
   const stereo::test::TempDir m_folder;
+};
+
+// Its device is abandoned by a stop.
+class StalledCamera : public stereo::sources::HostCamera {
+public:
+  explicit StalledCamera(const std::shared_ptr<StalledPipeline::Fate>& fate) {
+    delete m_videoCapture;
+    m_videoCapture = new StalledPipeline(fate);
+    m_isOpened = true;
+  }
+  ~StalledCamera() override { stopWorkers(); }
+};
+
+// Counts for a test that outlives it.
+class CountingTap : public stereo::sources::FrameTap {
+public:
+  explicit CountingTap(std::atomic<int>& calls) : m_calls(calls) {}
+  void read(const cv::Mat& /*frame*/) override { ++m_calls; }
+  void published(microseconds /*timestamp*/) override { ++m_calls; }
+
+private:
+  std::atomic<int>& m_calls;
 };
 
 }  // namespace
@@ -214,4 +240,23 @@ TEST_F(RecorderTest, RecordsWhatACameraPublishes) {
   for (std::size_t i = 0; i < recording.timestamps.size(); ++i) {
     expectFrame(capture, recorded((10 + static_cast<int>(i)) % pictures), recording.timestamps[i]);
   }
+}
+
+// A read that nothing ends is abandoned with its device. When it returns, camera and tap may be gone.
+TEST(TappedCamera, ItsTapSeesNothingOfAnAbandonedRead) {
+  const auto fate = std::make_shared<StalledPipeline::Fate>();
+  std::atomic<int> calls{0};
+  {
+    CountingTap tap(calls);
+    TappedCamera<StalledCamera> camera(tap, fate);
+    camera.startCapture(false, false);
+    ASSERT_TRUE(stereo::test::await([&] { return fate->isStalled.load(); }));
+    camera.stopCapture();
+    ASSERT_FALSE(fate->isGone);
+  }
+  const int before = calls;
+  EXPECT_GE(before, 2 * StalledPipeline::framesBefore);
+  fate->letGo();
+  ASSERT_TRUE(stereo::test::await([&] { return fate->isGone.load(); }));
+  EXPECT_EQ(calls, before);
 }
