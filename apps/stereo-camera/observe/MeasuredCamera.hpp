@@ -35,7 +35,9 @@ public:
   /// The record outlives the camera; the other arguments are the camera's own.
   template <typename... Arguments>
   explicit MeasuredCamera(RunRecord& record, Arguments&&... arguments)
-      : Camera(std::forward<Arguments>(arguments)...), m_record(record) {
+      : Camera(std::forward<Arguments>(arguments)...),
+        m_record(record),
+        m_link(std::make_shared<MeasuredCapture::Link>(record)) {
     if (this->m_videoCapture == nullptr) {
       return;
     }
@@ -45,8 +47,8 @@ public:
     }
     record.deviceRate = [this] { return this->m_videoCapture->get(cv::CAP_PROP_FPS); };
     // Only the reading thread writes this timestamp, so it needs no lock to read it.
-    this->m_videoCapture =
-        new MeasuredCapture(std::move(device), record, [this] { return this->m_rawFrame.timestamp; });
+    m_measured = this->m_videoCapture =
+        new MeasuredCapture(std::move(device), m_link, [this] { return this->m_rawFrame.timestamp; });
   }
 
   ~MeasuredCamera() override {
@@ -81,12 +83,17 @@ public:
 
   bool stopCapture() override {
     const bool stopped = Camera::stopCapture();
+    if (this->m_videoCapture != m_measured) {
+      m_link->cut();  // the device was abandoned
+    }
     m_record.published(this->m_rawFrame.timestamp.count());
     return stopped;
   }
 
 private:
   RunRecord& m_record;
+  const std::shared_ptr<MeasuredCapture::Link> m_link;
+  const cv::VideoCapture* m_measured = nullptr;  // only to compare
   std::int64_t m_disparityTimestamp = 0;
 };
 

@@ -5,21 +5,23 @@
 
 namespace stereo::app {
 
-MeasuredCapture::MeasuredCapture(std::unique_ptr<cv::VideoCapture> device, RunRecord& record,
+MeasuredCapture::MeasuredCapture(std::unique_ptr<cv::VideoCapture> device, std::shared_ptr<Link> link,
                                  std::function<std::chrono::microseconds()> newestTimestamp)
-    : WrappedDevice(std::move(device)), m_record(record), m_newestTimestamp(std::move(newestTimestamp)) {}
+    : WrappedDevice(std::move(device)), m_link(std::move(link)), m_newestTimestamp(std::move(newestTimestamp)) {}
 
 template <typename Ask>
 bool MeasuredCapture::measure(Ask ask) {
-  m_record.published(m_newestTimestamp().count());
+  m_link->with([this](RunRecord& record) { record.published(m_newestTimestamp().count()); });
   DeviceFrame frame;
   frame.cpu = threadMicroseconds();
   frame.called = systemMicroseconds();
   const bool got = ask();
   if (got) {
     frame.returned = systemMicroseconds();
-    m_record.frames.add(frame);
-    ++m_record.framesRead;
+    m_link->with([&frame](RunRecord& record) {
+      record.frames.add(frame);
+      ++record.framesRead;
+    });
   }
   return got;
 }

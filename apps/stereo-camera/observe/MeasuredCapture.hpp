@@ -19,9 +19,11 @@ namespace stereo::app {
 /// device's.
 class MeasuredCapture final : public WrappedDevice {
 public:
+  using Link = ObserverLink<RunRecord>;
+
   /// `newestTimestamp` returns the timestamp of the raw frame published last. The reading thread calls it before each
-  /// read, which shows what became of the previous frame. The record outlives this object.
-  MeasuredCapture(std::unique_ptr<cv::VideoCapture> device, RunRecord& record,
+  /// read, which shows what became of the previous frame, as long as the link is not cut.
+  MeasuredCapture(std::unique_ptr<cv::VideoCapture> device, std::shared_ptr<Link> link,
                   std::function<std::chrono::microseconds()> newestTimestamp);
 
   bool read(cv::OutputArray image) override;
@@ -31,7 +33,7 @@ private:
   template <typename Ask>
   bool measure(Ask ask);
 
-  RunRecord& m_record;
+  const std::shared_ptr<Link> m_link;
   const std::function<std::chrono::microseconds()> m_newestTimestamp;
 };
 

@@ -3,10 +3,38 @@
 #pragma once
 
 #include <memory>
+#include <mutex>
 
 #include <opencv2/videoio.hpp>
 
 namespace stereo::app {
+
+/// What observes a camera's device, as the device knows it. A read that does not end is abandoned with its device, and
+/// may return when camera and observer are gone.
+template <typename Observer>
+class ObserverLink {
+public:
+  /// The observer outlives the link's last use before `cut`.
+  explicit ObserverLink(Observer& observer) : m_observer(&observer) {}
+
+  /// Calls `use` with the observer, unless the link was cut.
+  template <typename Use>
+  void with(Use use) {
+    const std::lock_guard lock(m_mutex);
+    if (m_observer != nullptr) {
+      use(*m_observer);
+    }
+  }
+  /// Waits for a call under way. None follows.
+  void cut() {
+    const std::lock_guard lock(m_mutex);
+    m_observer = nullptr;
+  }
+
+private:
+  std::mutex m_mutex;  // guards the observer, and is held during calls
+  Observer* m_observer;
+};
 
 /// Owns an open device and forwards everything to it, including the back end's name where OpenCV opened it. As
 /// thread-safe as the device.

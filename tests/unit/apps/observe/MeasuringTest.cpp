@@ -52,8 +52,8 @@ private:
 std::unique_ptr<MeasuredCapture> measured(
     RunRecord& record, ScriptedCapture::Script script,
     std::function<microseconds()> newest = [] { return microseconds(0); }) {
-  return std::make_unique<MeasuredCapture>(std::make_unique<ScriptedCapture>(std::move(script)), record,
-                                           std::move(newest));
+  return std::make_unique<MeasuredCapture>(std::make_unique<ScriptedCapture>(std::move(script)),
+                                           std::make_shared<MeasuredCapture::Link>(record), std::move(newest));
 }
 
 }  // namespace
@@ -62,7 +62,8 @@ TEST(MeasuredCapture, DoesWhatItsDeviceDoes) {
   std::string calls;
   RunRecord record;
   {
-    MeasuredCapture capture(std::make_unique<TellingCapture>(calls), record, [] { return microseconds(0); });
+    MeasuredCapture capture(std::make_unique<TellingCapture>(calls), std::make_shared<MeasuredCapture::Link>(record),
+                            [] { return microseconds(0); });
     cv::Mat image;
     EXPECT_TRUE(capture.read(image));
     EXPECT_EQ(cv::norm(image, picture, cv::NORM_INF), 0);
