@@ -3,12 +3,6 @@
 
 namespace stereo::sources {
 
-namespace {
-
-thread_local std::chrono::microseconds lastRead{0};
-
-}  // namespace
-
 void HostCamera::setDepthLimits(float nearest, float farthest) {
   m_minDepth = nearest;
   m_maxDepth = farthest;
@@ -45,14 +39,6 @@ std::array<cv::Mat, 2> HostCamera::viewMaps(bool isLonLat, bool isRight) const {
   const auto& maps = isLonLat ? m_lonLatMaps[isRight ? 1 : 0] : m_rectifyMaps[isRight ? 1 : 0];
   return {maps[0], maps[1]};
 }
-
-bool HostCamera::getStereoFrame(cv::Mat& left, cv::Mat& right, std::chrono::microseconds& timestamp) {
-  const bool got = StereoCamera::getStereoFrame(left, right, timestamp);
-  lastRead = got ? timestamp : std::chrono::microseconds(0);
-  return got;
-}
-
-std::chrono::microseconds HostCamera::lastReadTimestamp() { return lastRead; }
 
 void HostCamera::stopWorkers() {
   stopStereoCompute();

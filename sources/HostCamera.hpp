@@ -81,15 +81,9 @@ public:
   TimeFrame latestDisparity();
 
   /// The maps of one eye for `cv::remap`, CV_32FC1 of the view's size: column and row in the eye's image. Empty before
-  /// `startCapture`, which makes them, and without a calibration. Not while another thread starts the capture. They
-  /// stay valid; nobody writes into them.
+  /// `startCapture`, which makes them, and without a calibration or a rectified size. Not while another thread starts
+  /// the capture. They stay valid; nobody writes into them.
   std::array<cv::Mat, 2> viewMaps(bool isLonLat, bool isRight) const;
-
-  /// As the base class, which the rectified reads call for their pair.
-  bool getStereoFrame(cv::Mat& left, cv::Mat& right, std::chrono::microseconds& timestamp) override;
-  /// Timestamp of the pair that the calling thread read last, also where the read itself returns none; 0 if it got
-  /// none.
-  static std::chrono::microseconds lastReadTimestamp();
 
   /// Reports progress: `done` of `all` steps. It may throw, which ends the operation.
   using Progress = std::function<void(std::size_t done, std::size_t all)>;

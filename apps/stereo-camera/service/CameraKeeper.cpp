@@ -193,8 +193,9 @@ void CameraKeeper::Session::open() {
   }
 
   std::string streamError;
+  // Snapshots contain the camera's longitude-latitude pair; only depth for the stream needs the other mode.
   m_hasLonLat = plan.streamMode != depthStream;
-  camera.setDepthMode(1);  // so that longitude-latitude views can be read; only depth for the stream needs the other
+  camera.setDepthMode(1);
   if (plan.streamMode >= 0) {
     try {
       prepareStream(m_opened, plan.streamMode, plan.source.rate, plan.receiver);
@@ -222,7 +223,7 @@ void CameraKeeper::Session::open() {
     status.source = m_opened.description;
     status.position = camera.getPosNumber();
     status.calibrated = m_opened.calibrated;
-    status.views = deliverableViews(m_opened.calibrated, m_hasLonLat);
+    status.views = deliverableViews(m_opened.calibrated);
     status.streamError = streamError;
     status.shareError = shareError;
     status.viewError.clear();
@@ -243,12 +244,11 @@ void CameraKeeper::Session::open() {
   if (m_streams && plan.streamMode == depthStream) {
     m_watch->startStereoCompute();
   }
-  m_maker = std::make_unique<ViewMaker>(ViewMaker::Parts{camera, m_keeper.m_feed, m_keeper.m_times, m_keeper.m_wide,
-                                                         m_calibration, m_hasLonLat, [this](const std::string& text) {
-                                                           m_keeper.m_log("a view cannot be made: " + text);
-                                                           m_keeper.change(
-                                                               [&](CameraStatus& status) { status.viewError = text; });
-                                                         }});
+  m_maker = std::make_unique<ViewMaker>(ViewMaker::Parts{
+      camera, m_keeper.m_feed, m_keeper.m_times, m_keeper.m_wide, m_calibration, [this](const std::string& text) {
+        m_keeper.m_log("a view cannot be made: " + text);
+        m_keeper.change([&](CameraStatus& status) { status.viewError = text; });
+      }});
   if (m_streams) {
     m_streamReader = std::jthread([this](const std::stop_token& stop) { readStream(stop); });
   }

@@ -12,10 +12,7 @@ void CameraFeed::setNotify(Notify notify) {
 
 void CameraFeed::want(View view, int change, bool full) {
   const std::lock_guard lock(m_mutex);
-  m_wanted.at(static_cast<std::size_t>(view)) += change;
-  if (full) {
-    m_fullWanted.at(static_cast<std::size_t>(view)) += change;
-  }
+  (full ? m_fullWanted : m_wanted).at(static_cast<std::size_t>(view)) += change;
   if (change > 0) {
     // Viewers are ready anew after each picture. It would cost to wake the makers of other views each time.
     for (Waiter* waiter : m_waiters) {
@@ -42,12 +39,17 @@ std::uint32_t CameraFeed::awaitWanted(std::uint32_t views, const std::stop_token
 std::uint32_t CameraFeed::wantedOf(std::uint32_t views) const {
   std::uint32_t wanted = 0;
   for (std::size_t view = 0; view < viewCount; ++view) {
-    wanted |= m_wanted.at(view) > 0 ? 1U << view : 0U;
+    wanted |= m_wanted.at(view) + m_fullWanted.at(view) > 0 ? 1U << view : 0U;
   }
   return wanted & views;
 }
 
 bool CameraFeed::isWanted(View view) const {
+  const std::lock_guard lock(m_mutex);
+  return wantedOf(bitOf(view)) != 0;
+}
+
+bool CameraFeed::isSmallWanted(View view) const {
   const std::lock_guard lock(m_mutex);
   return m_wanted.at(static_cast<std::size_t>(view)) > 0;
 }

@@ -3,11 +3,9 @@
 #pragma once
 
 #include <array>
-#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
-#include <initializer_list>
 #include <memory>
 #include <mutex>
 #include <stop_token>
@@ -41,8 +39,9 @@ public:
 
   /// The views of the set that somebody is ready for. Blocks until there is one; 0 once the stop is requested.
   std::uint32_t awaitWanted(std::uint32_t views, const std::stop_token& stop);
-  /// Whether somebody is ready for the view, or for one in full size.
+  /// Whether somebody is ready for the view in any size, for one in the size to watch, for one in full size.
   bool isWanted(View view) const;
+  bool isSmallWanted(View view) const;
   bool isFullWanted(View view) const;
   /// Passes a picture on.
   void publish(ViewMessage message);

@@ -2,7 +2,6 @@
 #include "apps/stereo-camera/view/ViewMaker.hpp"
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <exception>
 #include <memory>
@@ -17,6 +16,7 @@
 #include "apps/stereo-camera/process/YieldingThread.hpp"
 #include "apps/stereo-camera/view/JpegEncoder.hpp"
 #include "apps/stereo-camera/view/RangePicture.hpp"
+#include "apps/stereo-camera/view/RectifiedEye.hpp"
 
 namespace stereo::app {
 
@@ -35,35 +35,6 @@ double millisecondsSince(Clock::time_point begin) {
   return std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
 }
 
-// A view of one eye, the same to the bit as by the camera's own maps. Those are of floating point, which `cv::remap`
-// rounds anew for each picture; these are rounded once.
-class RectifiedEye {
-public:
-  explicit RectifiedEye(std::array<cv::Mat, 2> maps) : m_given(std::move(maps)) {}
-
-  /// The picture lasts until the next call.
-  const cv::Mat& of(const cv::Mat& eye) {
-    if (m_places.empty()) {
-      cv::convertMaps(m_given[0], m_given[1], m_places, m_fractions, CV_16SC2);
-    }
-    m_picture.create(m_places.size(), eye.type());
-    // In strips that are too small to be shared among threads: waking those costs more than the view itself.
-    const int most = std::max(1, pixelsOfOneThread / m_picture.cols);
-    for (int row = 0; row < m_picture.rows; row += most) {
-      const cv::Range rows(row, std::min(row + most, m_picture.rows));
-      cv::remap(eye, m_picture.rowRange(rows), m_places.rowRange(rows), m_fractions.rowRange(rows), cv::INTER_LINEAR,
-                cv::BORDER_CONSTANT);
-    }
-    return m_picture;
-  }
-
-private:
-  static constexpr int pixelsOfOneThread = 1 << 16;  // with no more than these, `cv::remap` runs on the calling thread
-
-  std::array<cv::Mat, 2> m_given;
-  cv::Mat m_places, m_fractions, m_picture;
-};
-
 }  // namespace
 
 // Encodes pictures of one thread's views for those who want them.
@@ -72,11 +43,11 @@ public:
   Publisher(CameraFeed& feed, StageTimes& times) : m_feed(feed), m_times(times) {}
 
   void show(View view, const cv::Mat& picture, std::chrono::microseconds timestamp, int mostWidth = 0) {
-    if (!m_feed.isWanted(view)) {
-      return;
-    }
     if (m_feed.isFullWanted(view)) {
       encode(view, picture, timestamp, true);
+    }
+    if (!m_feed.isSmallWanted(view)) {
+      return;
     }
     if (mostWidth > 0 && picture.cols > mostWidth) {
       cv::resize(picture, m_small, {mostWidth, picture.rows * mostWidth / picture.cols}, 0, 0, cv::INTER_AREA);
@@ -111,8 +82,8 @@ private:
   cv::Mat m_small;
 };
 
-std::uint32_t deliverableViews(bool calibrated, bool hasLonLat) {
-  return rawViews | (calibrated ? rectifiedViews | wideViews : 0) | (calibrated && hasLonLat ? lonLatViews : 0);
+std::uint32_t deliverableViews(bool calibrated) {
+  return rawViews | (calibrated ? rectifiedViews | lonLatViews | wideViews : 0);
 }
 
 ViewMaker::ViewMaker(Parts parts) : m_parts(std::move(parts)) {
@@ -121,9 +92,7 @@ ViewMaker::ViewMaker(Parts parts) : m_parts(std::move(parts)) {
     return;
   }
   makeRectified("rectify", View::left, View::right, false);
-  if (m_parts.hasLonLat) {
-    makeRectified("longitude-latitude", View::lonLatLeft, View::lonLatRight, true);
-  }
+  makeRectified("longitude-latitude", View::lonLatLeft, View::lonLatRight, true);
   makeWide();
 }
 
@@ -135,14 +104,14 @@ void ViewMaker::requestStop() {
   }
 }
 
-// `make` reads a frame and shows the wanted views of it; false if it got none.
-void ViewMaker::run(const std::function<bool(std::uint32_t wanted)>& make, std::uint32_t views) {
+// `make` reads a frame and shows the wanted views of it, of these; false if it got none.
+void ViewMaker::run(const std::function<bool()>& make, std::uint32_t views) {
   m_threads.emplace_back([this, make, views](const std::stop_token& stop) {
     const ReadLimit limit([&stop] { return !stop.stop_requested(); });
     std::string lastProblem;
-    while (const std::uint32_t wanted = m_parts.feed.awaitWanted(views, stop)) {
+    while (m_parts.feed.awaitWanted(views, stop)) {
       try {
-        if (!make(wanted)) {
+        if (!make()) {
           // A stopped camera's reads return at once; whoever stopped it is about to end this thread, too.
           std::this_thread::sleep_for(std::chrono::milliseconds(20));
         }
@@ -165,7 +134,7 @@ void ViewMaker::makeRaw() {
   };
   auto state = std::make_shared<State>(State{Publisher(m_parts.feed, m_parts.times), {}, {}});
   run(
-      [=, this](std::uint32_t) {
+      [=, this] {
         std::chrono::microseconds timestamp{0};
         if (!readPair(state->left, state->right, timestamp)) {
           return false;
@@ -190,16 +159,16 @@ void ViewMaker::makeRectified(const char* stage, View leftView, View rightView, 
             {},
             {RectifiedEye(camera.viewMaps(isLonLat, false)), RectifiedEye(camera.viewMaps(isLonLat, true))}});
   run(
-      [=, this](std::uint32_t wanted) {
+      [=, this] {
         std::chrono::microseconds timestamp{0};
         if (!readPair(state->eyes[0], state->eyes[1], timestamp)) {
           return false;
         }
         for (const auto& [view, eye] : {std::pair(leftView, 0), std::pair(rightView, 1)}) {
-          if ((wanted & bitOf(view)) != 0) {
+          if (m_parts.feed.isWanted(view)) {  // now: the read took up to a frame's time
             const Clock::time_point begin = Clock::now();
             const cv::Mat& picture = state->rectified[eye].of(state->eyes[eye]);
-            m_parts.times.add(stage, millisecondsSince(begin));
+            m_parts.times.add(stage, millisecondsSince(begin));  // of each eye
             state->publisher.show(view, picture, timestamp);
           }
         }
@@ -219,7 +188,7 @@ bool ViewMaker::readPair(cv::Mat& left, cv::Mat& right, std::chrono::microsecond
   return got;
 }
 
-// Reads on one thread and measures on another, which gives way to the capture worker.
+// Reads and encodes on one thread and measures on another, which gives way to the capture worker.
 void ViewMaker::makeWide() {
   struct State {
     State(CameraFeed& feed, StageTimes& times) : publisher(feed, times) {}
@@ -233,33 +202,32 @@ void ViewMaker::makeWide() {
   };
   const auto state = std::make_shared<State>(m_parts.feed, m_parts.times);
   run(
-      [this, state](std::uint32_t wanted) {
+      [this, state] {
         std::chrono::microseconds timestamp{0};
         if (!readPair(state->left, state->right, timestamp)) {
           return false;
         }
+        const unsigned generation = m_parts.wide.generation();
+        WideDepthOptions options = m_parts.wide.options();
+        options.threads = static_cast<int>(std::max(1U, processorCount() - 1));  // the last one is the camera's
+        const Clock::time_point begin = Clock::now();
         state->worker.run([&] {
-          const unsigned generation = m_parts.wide.generation();
           if (!state->engine || generation != state->generation || state->left.size() != state->eye) {
             state->generation = generation;
             state->eye = state->left.size();
-            WideDepthOptions options = m_parts.wide.options();
-            options.threads = static_cast<int>(std::max(1U, processorCount() - 1));  // the last one is the camera's
             state->engine.emplace(*m_parts.calibration, state->eye, options);
           }
-          const Clock::time_point begin = Clock::now();
           state->engine->compute(state->left, state->right, state->image);
-          m_parts.times.add("wide depth", millisecondsSince(begin));
-          m_parts.wide.setFindings(WideState::Findings{measuredPercent(state->image), state->engine->rowCorrection()});
-          if ((wanted & bitOf(View::range)) != 0) {
-            state->publisher.showRange(state->image, timestamp);
-          }
-          if ((wanted & bitOf(View::rangeColor)) != 0) {
-            const WideDepthOptions options = m_parts.wide.options();
-            state->publisher.show(View::rangeColor, rangeColors(state->image.range, options.nearest, options.farthest),
-                                  timestamp);
-          }
         });
+        m_parts.times.add("wide depth", millisecondsSince(begin));
+        m_parts.wide.setFindings(WideState::Findings{measuredPercent(state->image), state->engine->rowCorrection()});
+        if (m_parts.feed.isWanted(View::range)) {
+          state->publisher.showRange(state->image, timestamp);
+        }
+        if (m_parts.feed.isWanted(View::rangeColor)) {
+          state->publisher.show(View::rangeColor, rangeColors(state->image.range, options.nearest, options.farthest),
+                                timestamp);
+        }
         return true;
       },
       wideViews);

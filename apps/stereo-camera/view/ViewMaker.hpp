@@ -19,7 +19,7 @@
 
 namespace stereo::app {
 
-/// Reads a camera and passes pictures on, on a thread for each way of reading it: each read waits for the next frame,
+/// Reads a camera and passes pictures on, on a thread for each kind of picture: each read waits for the next frame,
 /// so that one thread could not keep up with several. A thread whose views nobody watches sleeps.
 class ViewMaker {
 public:
@@ -30,7 +30,6 @@ public:
     WideState& wide;
     /// Of the camera before it was started; without one there are only raw views.
     std::optional<WideDepthCalibration> calibration;
-    bool hasLonLat = false;  ///< the camera's depth mode is 1
     /// Called with a line when a view cannot be made of a frame, for another reason than before; on a maker's thread.
     std::function<void(const std::string&)> problem;
   };
@@ -44,7 +43,7 @@ public:
   void requestStop();
 
 private:
-  void run(const std::function<bool(std::uint32_t wanted)>& make, std::uint32_t views);
+  void run(const std::function<bool()>& make, std::uint32_t views);
   void makeRaw();
   void makeRectified(const char* stage, View leftView, View rightView, bool isLonLat);
   void makeWide();
@@ -56,6 +55,6 @@ private:
 };
 
 /// The views that a camera can deliver, as bits.
-std::uint32_t deliverableViews(bool calibrated, bool hasLonLat);
+std::uint32_t deliverableViews(bool calibrated);
 
 }  // namespace stereo::app

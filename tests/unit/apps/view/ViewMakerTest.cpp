@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "apps/stereo-camera/view/ViewMaker.hpp"
 
+#include <array>
 #include <map>
 #include <mutex>
 
@@ -8,16 +9,40 @@
 
 #include "apps/stereo-camera/pictures/WideResults.hpp"
 #include "apps/stereo-camera/view/JpegEncoder.hpp"
+#include "apps/stereo-camera/view/RectifiedEye.hpp"
 #include "sim/SimulatedCamera.hpp"
 #include "tests/support/Await.hpp"
 
 namespace stereo::app {
 namespace {
 
-// The maker rectifies by itself. The frame is always the same, so its pictures must be those of the camera's own reads.
-TEST(ViewMaker, RectifiesToTheBitAsTheCameraDoes) {
-  sim::SimulatedCamera camera(
-      {.frameSize = {928, 400}, .moving = false, .framesPerPeriod = 1, .rectFrameSize = {470, 330}});
+// Its frame is always the same. The rectified eye is several strips high, the last one of another height.
+const sim::SimulatedCamera::Options still{
+    .frameSize = {928, 400}, .moving = false, .framesPerPeriod = 1, .rectFrameSize = {470, 330}};
+
+TEST(RectifiedEye, IsToTheBitWhatTheCameraRectifies) {
+  sim::SimulatedCamera camera(still);
+  camera.setDepthMode(1);
+  ASSERT_TRUE(camera.startCapture(false, false));
+  std::array<cv::Mat, 2> eyes;
+  std::array<cv::Mat, 2> perspective;
+  std::array<cv::Mat, 2> lonLat;
+  cv::Mat view;
+  std::chrono::microseconds timestamp{0};
+  ASSERT_TRUE(camera.getStereoFrame(eyes[0], eyes[1], timestamp));
+  ASSERT_TRUE(camera.getRectStereoFrame(perspective[0], perspective[1]));
+  ASSERT_TRUE(camera.getRectStereoFrame(lonLat[0], lonLat[1], view, timestamp));
+  for (const bool isRight : {false, true}) {
+    const int eye = isRight ? 1 : 0;
+    EXPECT_EQ(cv::norm(RectifiedEye(camera.viewMaps(false, isRight)).of(eyes[eye]), perspective[eye], cv::NORM_INF), 0);
+    EXPECT_EQ(cv::norm(RectifiedEye(camera.viewMaps(true, isRight)).of(eyes[eye]), lonLat[eye], cv::NORM_INF), 0);
+  }
+  EXPECT_GT(cv::norm(perspective[0], perspective[1], cv::NORM_INF), 100);
+  camera.stopCapture();
+}
+
+TEST(ViewMaker, ShowsWhatTheCameraRectifies) {
+  sim::SimulatedCamera camera(still);
   camera.setDepthMode(1);
   const WideDepthCalibration calibration = wideCalibration(camera);
   ASSERT_TRUE(camera.startCapture(false, false));
@@ -37,7 +62,7 @@ TEST(ViewMaker, RectifiesToTheBitAsTheCameraDoes) {
     const std::lock_guard lock(mutex);
     seen[message->view] = *message;
   });
-  ViewMaker maker({camera, feed, times, wide, calibration, true, [](const std::string& text) { FAIL() << text; }});
+  ViewMaker maker({camera, feed, times, wide, calibration, [](const std::string& text) { FAIL() << text; }});
   for (const auto& [view, picture] : expected) {
     feed.want(view, 1);
     ASSERT_TRUE(test::await([&, view = view] {
