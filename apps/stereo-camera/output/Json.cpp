@@ -11,10 +11,36 @@ namespace stereo::app {
 
 namespace {
 
+// Length of the character of UTF-8 that `text` begins with; 0 if it begins with none.
+std::size_t characterLength(std::string_view text) {
+  const auto byte = [text](std::size_t i) { return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U; };
+  const unsigned first = byte(0);
+  if (first < 0x80) {
+    return 1;
+  }
+  const std::size_t length = first >= 0xf0 ? 4 : first >= 0xe0 ? 3 : 2;
+  // Neither in more bytes than needed, nor half of a surrogate pair, nor above the last character.
+  const unsigned least = first == 0xe0 ? 0xa0 : first == 0xf0 ? 0x90 : 0x80;
+  const unsigned most = first == 0xed ? 0x9f : first == 0xf4 ? 0x8f : 0xbf;
+  bool isValid = first >= 0xc2 && first <= 0xf4 && byte(1) >= least && byte(1) <= most;
+  for (std::size_t i = 2; i < length; ++i) {
+    isValid = isValid && (byte(i) & 0xc0) == 0x80;
+  }
+  return isValid ? length : 0;
+}
+
+// Paths may hold any bytes; what is no UTF-8 becomes the replacement character.
 std::string quoted(std::string_view text) {
   std::string result = "\"";
-  for (const char c : text) {
-    if (c == '"' || c == '\\') {
+  for (std::size_t length = 0; !text.empty(); text.remove_prefix(length)) {
+    length = characterLength(text);
+    const char c = text.front();
+    if (length == 0) {
+      result += "\\ufffd";
+      length = 1;
+    } else if (length > 1) {
+      result += text.substr(0, length);
+    } else if (c == '"' || c == '\\') {
       result += '\\';
       result += c;
     } else if (static_cast<unsigned char>(c) < 0x20) {
