@@ -731,9 +731,11 @@ void CameraKeeper::runCamera() {
     if (requests.reload && areFilesUsable()) {
       m_log("settings and calibration are loaded again");
       m_deliveredSize = {};
-      requests.reload = false;
+      // What was asked for besides, and meanwhile, is refused in between.
       const std::lock_guard lock(m_mutex);
-      m_requests = requests;  // what was asked for besides is refused in between
+      m_requests.record = m_requests.record ? m_requests.record : requests.record;
+      m_requests.snapshot |= requests.snapshot;
+      m_requests.check |= requests.check;
       return;
     }
     try {

@@ -33,19 +33,20 @@ bool makeTokenFile(const std::string& file) {
     return false;
   }
   // Beside its place first, so that a power cut leaves no empty file.
-  const std::string draft = file + ".new";
-  const Descriptor made(open(draft.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600));
+  const std::string draft = file + "." + std::to_string(getpid());
+  unlink(draft.c_str());  // of an earlier process
+  const Descriptor made(open(draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
   const std::string line = newToken() + "\n";
   const bool isWritten =
       made >= 0 && write(made, line.data(), line.size()) == static_cast<ssize_t>(line.size()) && fsync(made) == 0;
-  const bool isThere = isWritten && link(draft.c_str(), file.c_str()) == 0;
+  const bool isNew = isWritten && link(draft.c_str(), file.c_str()) == 0;
+  const bool isThere = isNew || (isWritten && errno == EEXIST);  // another process may have been faster
+  const Failure failure = cannot("make", file);
+  unlink(draft.c_str());
   if (!isThere) {
-    const Failure failure = cannot("make", file);
-    unlink(draft.c_str());
     throw failure;
   }
-  unlink(draft.c_str());
-  return true;
+  return isNew;
 }
 
 }  // namespace
@@ -68,6 +69,9 @@ std::string tokenFrom(const std::string& file, bool& isNew) {
   struct stat about {};
   if (there < 0 || fstat(there, &about) != 0) {
     throw cannot("read", file);
+  }
+  if (about.st_uid != geteuid() && about.st_uid != 0) {
+    throw Failure(ExitCode::output, "the token file '" + file + "' belongs to somebody else");
   }
   if ((about.st_mode & (S_IRWXO)) != 0) {
     throw Failure(ExitCode::output, "everybody may read the token file '" + file + "': chmod 600 " + file);
