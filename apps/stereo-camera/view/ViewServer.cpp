@@ -7,7 +7,11 @@
 #include <optional>
 #include <set>
 #include <thread>
+#include <tuple>
 #include <utility>
+
+#include <netinet/tcp.h>
+#include <sys/socket.h>
 
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/post.hpp>
@@ -40,6 +44,16 @@ constexpr std::chrono::milliseconds statusPeriod{500};
 constexpr std::chrono::minutes refusalPeriod{10};
 constexpr std::size_t mostInFlight = 2;  // pictures of a view that a viewer has not acknowledged
 constexpr std::string_view protocolName = "stereo-camera.1";
+
+// A peer that vanished without a word is noticed after a minute and a half, also while it waits for a picture.
+void keepAlive(tcp::socket& socket) {
+  for (const auto& [level, option, value] : {std::tuple{SOL_SOCKET, SO_KEEPALIVE, 1},
+                                             {IPPROTO_TCP, TCP_KEEPIDLE, 60},
+                                             {IPPROTO_TCP, TCP_KEEPINTVL, 10},
+                                             {IPPROTO_TCP, TCP_KEEPCNT, 3}}) {
+    static_cast<void>(setsockopt(socket.native_handle(), level, option, &value, sizeof value));
+  }
+}
 
 // Readiness for a view's pictures, as long as this exists.
 class Wanted {
@@ -783,6 +797,7 @@ public:
   void read() {
     m_parser.emplace();
     limit(*m_parser);
+    m_isHead = false;
     m_stream.expires_after(requestTime);
     http::async_read(m_stream, m_buffer, *m_parser,
                      [self = shared_from_this()](const error_code& error, std::size_t) { self->received(error); });
@@ -903,6 +918,7 @@ void ViewServer::Engine::accept() {
       });
       return;
     }
+    keepAlive(socket);
     if (m_connections >= m_options.mostConnections) {
       error_code ignored;
       refused("too many connections", plainAddress(socket.remote_endpoint(ignored)));
