@@ -188,6 +188,13 @@ async function checkStillness(page) {
   await click(page, '#eyes input[value="raw"]');
   const top = () => page.$eval("#range canvas", (canvas) => canvas.getBoundingClientRect().top);
   await page.evaluate(() => scrollTo(0, document.documentElement.scrollHeight));
+  require(
+    await page.evaluate(() => {
+      const bottom = (id) => document.getElementById(id).getBoundingClientRect().bottom;
+      return scrollY > 0 && bottom("health") > bottom("pictures");
+    }),
+    "the page does not end with the health panel",
+  );
   const before = await top();
   await until(page, "the end of that time", lists, stage, false);
   const after = await top();
@@ -306,7 +313,12 @@ async function checkTurning(page) {
   );
 }
 
+// The controls take nothing while an answer is awaited.
+const enabled = (page, selector) =>
+  until(page, `${selector} enabled`, (s) => !document.querySelector(s).disabled, selector);
+
 async function type(page, selector, text) {
+  await enabled(page, selector);
   await page.$eval(selector, (input) => {
     input.scrollIntoView({ block: "center" });
     input.select();
@@ -314,8 +326,11 @@ async function type(page, selector, text) {
   await page.type(selector, text);
 }
 
-const click = (page, selector) =>
-  page.$eval(selector, (element) => element.scrollIntoView({ block: "center" })).then(() => page.click(selector));
+async function click(page, selector) {
+  await enabled(page, selector);
+  await page.$eval(selector, (element) => element.scrollIntoView({ block: "center" }));
+  await page.click(selector);
+}
 
 async function checkRangeControls(page) {
   const form = 'form[data-action="wide"]';
@@ -480,7 +495,7 @@ async function checkLooking(browser, program) {
 
 async function checkMissingFrames(browser) {
   writeFileSync(join(folder, "faults.txt"), "unplug 150 ever\n");
-  const parameters = ["--port", "0", "--patience", "3", "--faults", "faults.txt"];
+  const parameters = ["--port", "0", "--patience", "8", "--faults", "faults.txt"];
   const program = await Program.start(options.program, parameters, folder);
   const page = await newPage(browser);
   await page.goto(program.link);
@@ -586,7 +601,7 @@ setTimeout(() => {
   console.error("the tests take too long");
   Program.killAll();
   process.exit(1);
-}, 15 * 60_000).unref();
+}, 14 * 60_000).unref();
 main().then(
   () => process.exit(checks.finish() ? 0 : 1),
   (error) => {

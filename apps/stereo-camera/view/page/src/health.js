@@ -6,6 +6,7 @@ export class Health {
   #panel;
   #list;
   #stages;
+  #width;
 
   constructor(panel) {
     this.#panel = panel;
@@ -41,13 +42,12 @@ export class Health {
   // Rows come and go with what is watched. A page that gets shorter while it is scrolled to its end moves under the pointer, so
   // the panel only grows, until its width changes.
   #keepHeight() {
-    const { offsetWidth: width, offsetHeight: height, style } = this.#panel;
-    if (this.#panel.dataset.width !== `${width}`) {
-      this.#panel.dataset.width = width;
+    const { offsetWidth, style } = this.#panel;
+    if (this.#width !== offsetWidth) {
+      this.#width = offsetWidth;
       style.minHeight = "";
-    } else {
-      style.minHeight = `${height}px`;
     }
+    style.minHeight = `${Math.ceil(this.#panel.getBoundingClientRect().height)}px`;
   }
 }
 
