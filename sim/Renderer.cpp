@@ -29,24 +29,31 @@ Renderer::Renderer(std::shared_ptr<const Scene> scene, const Rig& rig, const cv:
   const int eyeWidth = frameSize.width / 2;
   m_pixelAngle = 2.0 * rig.eye(false).model.halfField / eyeWidth;
   m_viewer = 0.5 * (rig.eye(false).position + rig.eye(true).position);
-  m_rays.assign(static_cast<std::size_t>(frameSize.area()), cv::Vec3f(0, 0, 0));
   for (const bool isRight : {false, true}) {
-    const model::OmniModel model = rig.modelFor(isRight, frameSize);
-    const cv::Matx33d rotation = rig.eye(isRight).rotation;
-    const int firstCol = isRight ? eyeWidth : 0;
+    m_models[isRight ? 1 : 0] = rig.modelFor(isRight, frameSize);
+    m_rotations[isRight ? 1 : 0] = rig.eye(isRight).rotation;
     m_positions[isRight ? 1 : 0] = rig.eye(isRight).position;
-    forEachRow(frameSize.height, [&](int row) {
-      cv::Vec3f* line = &m_rays[static_cast<std::size_t>(row) * frameSize.width + firstCol];
+  }
+}
+
+std::vector<cv::Vec3f> Renderer::rays() const {
+  std::vector<cv::Vec3f> rays(static_cast<std::size_t>(m_frameSize.area()), cv::Vec3f(0, 0, 0));
+  const int eyeWidth = m_frameSize.width / 2;
+  for (const int eye : {0, 1}) {
+    forEachRow(m_frameSize.height, [&](int row) {
+      cv::Vec3f* line = &rays[static_cast<std::size_t>(row) * m_frameSize.width + eye * eyeWidth];
       for (int col = 0; col < eyeWidth; ++col) {
-        if (const auto ray = model.unproject(cv::Point2d(col, row))) {
-          line[col] = cv::Vec3f(rotation * *ray);
+        if (const auto ray = m_models[eye].unproject(cv::Point2d(col, row))) {
+          line[col] = cv::Vec3f(m_rotations[eye] * *ray);
         }
       }
     });
   }
+  return rays;
 }
 
 cv::Mat Renderer::render(double time) const {
+  std::call_once(m_raysMade, [this] { m_rays = rays(); });
   const SceneSnapshot snapshot = m_scene->at(time);
   cv::Mat frame(m_frameSize, CV_8UC3);
   const int eyeWidth = m_frameSize.width / 2;

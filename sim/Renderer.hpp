@@ -3,6 +3,7 @@
 #pragma once
 
 #include <memory>
+#include <mutex>
 #include <vector>
 
 #include <opencv2/core.hpp>
@@ -14,8 +15,8 @@ namespace stereo::sim {
 
 /// Renders what the rig sees of the scene: both eyes side by side, left eye on the left, CV_8UC3 BGR.
 ///
-/// The ray of every pixel is computed once, at construction (some tenths of a second and 18 MB at full size). Rows are
-/// spread over threads (`forEachRow`), which does not affect the picture. Any number of threads may call `render`.
+/// The ray of every pixel is computed once, for the first frame (some tenths of a second and 18 MB at full size). Rows
+/// are spread over threads (`forEachRow`), which does not affect the picture. Any number of threads may call `render`.
 class Renderer {
 public:
   /// `frameSize` is one of the camera's formats: 1856 x 800 or 928 x 400; any other throws std::invalid_argument.
@@ -31,12 +32,17 @@ public:
   const cv::Vec3d& viewer() const { return m_viewer; }
 
 private:
+  std::vector<cv::Vec3f> rays() const;
+
   std::shared_ptr<const Scene> m_scene;
   cv::Size m_frameSize;
   double m_pixelAngle = 0.0;
   cv::Vec3d m_viewer;
-  cv::Vec3d m_positions[2];       // of the eyes, meters
-  std::vector<cv::Vec3f> m_rays;  // one for each pixel of the frame, rectified left frame; zero: none
+  model::OmniModel m_models[2];  // of the eyes, for this format
+  cv::Matx33d m_rotations[2];    // from an eye's frame to the rectified left frame
+  cv::Vec3d m_positions[2];      // of the eyes, meters
+  mutable std::once_flag m_raysMade;
+  mutable std::vector<cv::Vec3f> m_rays;  // one for each pixel of the frame, rectified left frame; zero: none
 };
 
 }  // namespace stereo::sim

@@ -2,6 +2,7 @@
 #include "sim/SimulatedCapture.hpp"
 
 #include <algorithm>
+#include <chrono>
 #include <stdexcept>
 #include <utility>
 
@@ -35,11 +36,14 @@ SimulatedCapture::SimulatedCapture(std::shared_ptr<const Scene> scene, const Rig
       m_asked(options.frameSize),
       m_ring(m_keep ? static_cast<std::size_t>(m_framesPerPeriod) : 0) {
   if (options.background && m_ring.size() > 1) {
+    m_first = std::async(std::launch::async, [renderer = m_renderer, time = sceneTime(0)] {
+                return renderer->render(time);
+              }).share();
     m_background = std::jthread([this](const std::stop_token& stop) { renderInBackground(stop); });
   }
 }
 
-// Goes on once the first frame is there, which `frame` renders.
+// Goes on once the first frame is there.
 void SimulatedCapture::renderInBackground(const std::stop_token& stop) {
   // Gives way to whatever plays the frames; threads that it starts do, too.
   static_cast<void>(setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), 10));
@@ -67,7 +71,7 @@ double SimulatedCapture::sceneTime(std::uint64_t index) const {
 }
 
 void SimulatedCapture::fillRing(const std::function<void(std::size_t done, std::size_t all)>& tell) {
-  const std::size_t ahead = m_background.joinable() ? 1 : m_ring.size();
+  const std::size_t ahead = m_background.joinable() ? 0 : m_ring.size();
   for (std::size_t i = 0; i < ahead; ++i) {
     {
       const auto lock = lockSource();
@@ -97,6 +101,7 @@ bool SimulatedCapture::resize(int propId, double value) {
   if (model::isFrameSize(m_asked) && m_asked != m_renderer->frameSize()) {
     m_renderer = std::make_shared<const Renderer>(m_scene, m_rig, m_asked);
     m_ring.assign(m_ring.size(), cv::Mat());
+    m_first = {};
     m_shown.release();
   }
   return true;
@@ -109,7 +114,11 @@ cv::Mat SimulatedCapture::frame(std::uint64_t index) {
   cv::Mat& kept = m_ring[index % m_ring.size()];
   if (m_background.joinable()) {
     if (m_ring.front().empty()) {
-      m_ring.front() = m_renderer->render(sceneTime(0));
+      if (m_first.valid() && index < model::warmUpReads &&
+          m_first.wait_for(std::chrono::seconds(0)) != std::future_status::ready) {
+        return cv::Mat::zeros(m_renderer->frameSize(), CV_8UC3);
+      }
+      m_ring.front() = m_first.valid() ? m_first.get() : m_renderer->render(sceneTime(0));
       m_emptied.notify_all();
     }
     if (kept.empty()) {

@@ -5,6 +5,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
+#include <future>
 #include <memory>
 #include <stop_token>
 #include <thread>
@@ -26,7 +27,8 @@ namespace stereo::sim {
 /// memory, but only a few frames a second at full size. Both give the same frames.
 ///
 /// Rendered in the background, a frame that is due before it is rendered shows the last one that is, so that frames
-/// come at full rate from the start. Only once all are rendered are the frames the same as without.
+/// come at full rate from the start. Until the first one is rendered, frames are black, but only among the ten that
+/// cameras discard to warm up. Only once all are rendered are the frames the same as without.
 ///
 /// CAP_PROP_FRAME_WIDTH and _HEIGHT accept the sides of the camera's two formats; once both name the same format, the
 /// next frame has it. Changing the format clears the ring.
@@ -37,7 +39,7 @@ public:
     double rate = 30.0;             ///< frames per second, 0: as fast as possible
     int framesPerPeriod = 16;       ///< N, 1 to 1024
     bool ring = true;               ///< keep rendered frames
-    bool background = false;        ///< with the ring: render on a thread of its own, all but the first frame
+    bool background = false;        ///< with the ring: render on threads of its own
     Degradation picture = {};       ///< of the frames as they are delivered, with the scene's seed
   };
 
@@ -47,10 +49,9 @@ public:
   /// Scene time of frame `index`, seconds.
   double sceneTime(std::uint64_t index) const;
 
-  /// Renders the frames that the ring lacks (in the background: the first), so that the first period runs at full rate
-  /// too. `tell` is called after
-  /// each frame with the number rendered and the total; an exception from it ends the rendering. Any thread; others
-  /// wait.
+  /// Renders the frames that the ring lacks, so that the first period runs at full rate too; none in the background.
+  /// `tell` is called after each frame with the number rendered and the total; an exception from it ends the rendering.
+  /// Any thread; others wait.
   void fillRing(const std::function<void(std::size_t done, std::size_t all)>& tell = {});
 
 protected:
@@ -69,10 +70,11 @@ private:
   const Degrader m_degrader;
   // The rest is guarded by the source's lock.
   std::shared_ptr<const Renderer> m_renderer;
-  cv::Size m_asked;             // what the two properties were last set to
-  std::uint64_t m_index = 0;    // of the next frame
-  std::vector<cv::Mat> m_ring;  // empty if not rendered yet; pixels in here never change
-  cv::Mat m_shown;              // rendered in the background: the frame shown last
+  cv::Size m_asked;                     // what the two properties were last set to
+  std::uint64_t m_index = 0;            // of the next frame
+  std::vector<cv::Mat> m_ring;          // empty if not rendered yet; pixels in here never change
+  std::shared_future<cv::Mat> m_first;  // rendered in the background: frame 0 of the first format
+  cv::Mat m_shown;                      // rendered in the background: the frame shown last
   std::condition_variable_any m_emptied;
   std::jthread m_background;  // last, so that it ends first
 };
