@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <utility>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "ReadLimit.hpp"
@@ -62,6 +63,12 @@ std::string calibrationText(const OpenedCamera& opened) {
   return text.releaseAndGetString();
 }
 
+// Number of a device's node, which a device that is plugged in again gets anew, also under the same name; 0: not there.
+ino_t nodeNumber(const std::string& device) {
+  struct stat about {};
+  return ::stat(device.c_str(), &about) == 0 ? about.st_ino : 0;
+}
+
 }  // namespace
 
 // One camera's life, from the first frame asked for to the last. Made and used on the keeper's thread.
@@ -81,8 +88,11 @@ public:
       m_watch->run([] { return false; });  // throws the watchdog's reason for stopping the camera
       throw Failure(ExitCode::noFrames, "the camera was stopped");
     }
-    if (!m_device.empty() && ::access(m_device.c_str(), F_OK) != 0) {
-      throw Failure(ExitCode::source, m_device + " is gone: unplugged?");
+    if (!m_device.empty()) {
+      const ino_t node = nodeNumber(m_device);
+      if (node != m_node) {
+        throw Failure(ExitCode::source, m_device + (node == 0 ? " is gone: unplugged?" : " was plugged in anew"));
+      }
     }
     if (m_keeper.m_ring) {
       m_keeper.m_ring->step(m_isRunning ? &m_recorded : nullptr, m_keeper.m_tap);
@@ -148,6 +158,7 @@ private:
   CameraKeeper& m_keeper;
   OpenedCamera m_opened;
   std::string m_device;  // "/dev/video0"; empty: none
+  ino_t m_node = 0;      // of the device as it was opened
   RecordedCamera m_recorded;
   std::optional<WideDepthCalibration> m_calibration;
   cv::Size m_askedSize;
@@ -177,6 +188,7 @@ void CameraKeeper::Session::open() {
   if (!plan.device.empty()) {
     source.device = deviceNode(plan.device);
     m_device = "/dev/video" + std::to_string(source.device);
+    m_node = nodeNumber(m_device);
   }
   if (!m_keeper.m_deliveredSize.empty()) {
     source.frameSize = model::sizeOption(m_keeper.m_deliveredSize);
@@ -190,6 +202,7 @@ void CameraKeeper::Session::open() {
   sources::HostCamera& camera = *m_opened.camera;
   if (m_device.empty() && !plan.source.settings.empty() && dynamic_cast<DeviceCamera*>(&camera) != nullptr) {
     m_device = "/dev/video" + std::to_string(camera.getDeviceNode());
+    m_node = nodeNumber(m_device);
   }
 
   std::string streamError;
